@@ -1,0 +1,16 @@
+#pragma once
+
+#include <android/binder_auto_utils.h>
+
+#include <cstdint>
+#include <vector>
+
+namespace aidl::android::hardware::common {
+
+class NativeHandle {
+  public:
+    std::vector<::ndk::ScopedFileDescriptor> fds;
+    std::vector<int32_t> ints;
+};
+
+}  // namespace aidl::android::hardware::common

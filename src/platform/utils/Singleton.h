@@ -1,0 +1,22 @@
+#pragma once
+
+namespace android {
+
+// One instance of TYPE for the whole process, made at its first use.
+template <typename TYPE>
+class Singleton {
+  public:
+    static TYPE& getInstance() {
+        static TYPE instance;
+        return instance;
+    }
+
+    Singleton(const Singleton&) = delete;
+    Singleton& operator=(const Singleton&) = delete;
+
+  protected:
+    Singleton() = default;
+    ~Singleton() = default;
+};
+
+}  // namespace android

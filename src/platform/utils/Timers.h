@@ -1,0 +1,13 @@
+#pragma once
+
+#include <cstdint>
+
+using nsecs_t = int64_t;
+
+enum {
+    SYSTEM_TIME_REALTIME = 0,
+    SYSTEM_TIME_MONOTONIC = 1,
+};
+
+// Nanoseconds on the given clock.
+nsecs_t systemTime(int clock = SYSTEM_TIME_MONOTONIC);

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <aidl/vendor/vuq/hardware/vpp/FlushDone.h>
+#include <aidl/vendor/vuq/hardware/vpp/ReconfigDone.h>
+#include <aidl/vendor/vuq/hardware/vpp/VppBuffer.h>
+#include <aidl/vendor/vuq/hardware/vpp/VppError.h>
+#include <android/binder_interface_utils.h>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace aidl::vendor::vuq::hardware::vpp {
+
+// What a session reports to its client. Called on the client's binder threads.
+class IVppCallbacks : public ::ndk::ICInterface {
+  public:
+    static constexpr const char* descriptor = "vendor.vuq.hardware.vpp.IVppCallbacks";
+    static constexpr int32_t version = 1;
+    static constexpr const char* hash = "5b1f0c9e7d24a86f3e90b7c158d2a4463f7be1c0";
+
+    // Null when the binder is null or is not this interface.
+    static std::shared_ptr<IVppCallbacks> fromBinder(const ::ndk::SpAIBinder& binder) {
+        return std::dynamic_pointer_cast<IVppCallbacks>(
+            ::ndk::ICInterface::asInterface(binder.get()));
+    }
+
+    virtual ::ndk::ScopedAStatus eventDrainDone(VppError* _aidl_return) = 0;
+    virtual ::ndk::ScopedAStatus eventError(VppError in_error, VppError* _aidl_return) = 0;
+    virtual ::ndk::ScopedAStatus eventFlushDone(const FlushDone& in_done,
+                                                VppError* _aidl_return) = 0;
+    virtual ::ndk::ScopedAStatus eventReconfigDone(const ReconfigDone& in_done,
+                                                   VppError* _aidl_return) = 0;
+    virtual ::ndk::ScopedAStatus inputBufferDone(const VppBuffer& in_buffer,
+                                                 VppError* _aidl_return) = 0;
+    virtual ::ndk::ScopedAStatus outputBufferDone(const VppBuffer& in_buffer,
+                                                  VppError* _aidl_return) = 0;
+
+    virtual ::ndk::ScopedAStatus getInterfaceVersion(int32_t* _aidl_return) = 0;
+    virtual ::ndk::ScopedAStatus getInterfaceHash(std::string* _aidl_return) = 0;
+};
+
+}  // namespace aidl::vendor::vuq::hardware::vpp

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace aidl::vendor::vuq::hardware::vpp {
+
+class VppKeyValueInt {
+  public:
+    std::string key;
+    int32_t value = 0;
+};
+
+}  // namespace aidl::vendor::vuq::hardware::vpp

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <cstdint>
+
+namespace aidl::vendor::vuq::hardware::vpp {
+
+class VppPortParam {
+  public:
+    int32_t height = 0;  // pixels
+    int32_t width = 0;
+    int32_t stride = 0;     // row pitch in pixels
+    int32_t scanlines = 0;  // rows of the plane
+    int32_t colorFormat = 0;
+};
+
+}  // namespace aidl::vendor::vuq::hardware::vpp
