@@ -1,0 +1,36 @@
+#include <dirent.h>
+#include <host/control.h>
+#include <host/platform/Census.h>
+
+#include <memory>
+
+namespace qoz::host {
+
+Census& census() {
+    static Census instance;
+    return instance;
+}
+
+Counters counters() {
+    const Census& c = census();
+    return {
+        .graphicBuffersMade = c.graphicBuffersMade.load(std::memory_order_relaxed),
+        .graphicBuffersLive = c.graphicBuffersLive.load(std::memory_order_relaxed),
+        .graphicBytesLive = c.graphicBytesLive.load(std::memory_order_relaxed),
+        .nativeHandlesLive = c.nativeHandlesLive.load(std::memory_order_relaxed),
+        .bindersLive = c.bindersLive.load(std::memory_order_relaxed),
+        .sessionsMade = c.sessionsMade.load(std::memory_order_relaxed),
+        .sessionsLive = c.sessionsLive.load(std::memory_order_relaxed),
+    };
+}
+
+int openDescriptors() {
+    const std::unique_ptr<DIR, int (*)(DIR*)> dir(opendir("/proc/self/fd"), closedir);
+    if (dir == nullptr) return -1;
+    int entries = 0;
+    while (readdir(dir.get()) != nullptr)
+        ++entries;
+    return entries - 3;  // ".", ".." and the folder's own descriptor
+}
+
+}  // namespace qoz::host

@@ -1,0 +1,21 @@
+// Counts of what exists, read through counters() in host/control.h.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+namespace qoz::host {
+
+// Plain tallies: relaxed order is enough, nothing is published through them.
+struct Census {
+    std::atomic<uint64_t> graphicBuffersMade{0};
+    std::atomic<uint64_t> graphicBuffersLive{0};
+    std::atomic<uint64_t> graphicBytesLive{0};
+    std::atomic<uint64_t> nativeHandlesLive{0};
+    std::atomic<uint64_t> bindersLive{0};
+    std::atomic<uint64_t> sessionsMade{0};
+    std::atomic<uint64_t> sessionsLive{0};
+};
+Census& census();
+
+}  // namespace qoz::host

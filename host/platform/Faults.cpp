@@ -1,0 +1,124 @@
+#include <host/platform/Faults.h>
+
+#include <algorithm>
+#include <atomic>
+#include <charconv>
+#include <map>
+#include <mutex>
+#include <string_view>
+
+namespace qoz::host {
+namespace {
+
+struct Armed {
+    Fault fault;
+    uint64_t calls = 0;  // of its operation since it was armed
+};
+
+struct Table {
+    std::mutex lock;
+    std::vector<Armed> rows;
+    uint64_t fired = 0;
+};
+
+Table& table() {
+    static Table instance;
+    return instance;
+}
+
+// Relaxed: whether anything is armed at all; the table itself is under its lock.
+std::atomic<bool> gAnyArmed{false};
+
+bool firesNow(const Armed& row) {
+    if (row.calls < row.fault.nth) return false;
+    return row.fault.count == 0 || row.calls < row.fault.nth + row.fault.count;
+}
+
+const std::map<std::string_view, FaultKind>& words() {
+    static const std::map<std::string_view, FaultKind> kWords{
+        {"drop", FaultKind::Drop},           {"late", FaultKind::Late},
+        {"twice", FaultKind::Twice},         {"unknown", FaultKind::Unknown},
+        {"transport", FaultKind::Transport}, {"die", FaultKind::Die}};
+    return kWords;
+}
+
+template <typename Number>
+bool parseNumber(std::string_view text, Number* number) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), *number);
+    return error == std::errc() && end == text.data() + text.size();
+}
+
+// "7", "drop", "late:500"
+bool parseAnswer(std::string_view text, Fault* fault) {
+    const auto colon = text.find(':');
+    const auto word = words().find(text.substr(0, colon));
+    if (word == words().end()) return parseNumber(text, &fault->code);
+    fault->kind = word->second;
+    if (fault->kind != FaultKind::Late) return colon == std::string_view::npos;
+    return colon != std::string_view::npos && parseNumber(text.substr(colon + 1), &fault->code) &&
+           fault->code >= 0;
+}
+
+// "3", "3+"
+bool parseWhen(std::string_view text, Fault* fault) {
+    if (text.ends_with('+')) {
+        fault->count = 0;
+        text.remove_suffix(1);
+    }
+    return parseNumber(text, &fault->nth) && fault->nth > 0;
+}
+
+}  // namespace
+
+std::optional<Fault> takeFault(const char* operation) {
+    if (!gAnyArmed.load(std::memory_order_relaxed)) return std::nullopt;
+    Table& t = table();
+    const std::lock_guard lock(t.lock);
+    std::optional<Fault> result;
+    for (Armed& row : t.rows) {
+        if (row.fault.operation != operation) continue;
+        ++row.calls;
+        if (!result && firesNow(row)) result = row.fault;
+    }
+    if (result) ++t.fired;
+    return result;
+}
+
+std::optional<Fault> parseFault(const std::string& text, std::string* error) {
+    const std::string_view view = text;
+    const auto equals = view.find('=');
+    const auto at = view.find('@');
+    Fault fault;
+    fault.operation = text.substr(0, equals);
+    const bool good =
+        equals != std::string_view::npos && equals > 0 &&
+        parseAnswer(view.substr(equals + 1, at == std::string_view::npos ? at : at - equals - 1),
+                    &fault) &&
+        (at == std::string_view::npos || parseWhen(view.substr(at + 1), &fault));
+    if (good) return fault;
+    *error = "not a fault: " + text + " (operation=code, or operation=word, then @n or @n+)";
+    return std::nullopt;
+}
+
+void armFault(const Fault& fault) {
+    Table& t = table();
+    const std::lock_guard lock(t.lock);
+    t.rows.push_back({fault});
+    gAnyArmed.store(true, std::memory_order_relaxed);
+}
+
+void clearFaults() {
+    Table& t = table();
+    const std::lock_guard lock(t.lock);
+    t.rows.clear();
+    t.fired = 0;
+    gAnyArmed.store(false, std::memory_order_relaxed);
+}
+
+uint64_t faultsFired() {
+    Table& t = table();
+    const std::lock_guard lock(t.lock);
+    return t.fired;
+}
+
+}  // namespace qoz::host

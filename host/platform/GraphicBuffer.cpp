@@ -1,0 +1,124 @@
+#include <host/platform/BufferLayout.h>
+#include <host/platform/Census.h>
+#include <host/platform/Faults.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <ui/GraphicBuffer.h>
+#include <ui/GraphicBufferMapper.h>
+#include <unistd.h>
+
+#include <atomic>
+
+namespace android {
+namespace {
+
+using qoz::host::census;
+
+// What the handle's integers say, behind the one descriptor.
+enum HandleInt { kSizeLow, kSizeHigh, kMapLow, kMapHigh, kHandleInts };
+
+uint64_t join(int low, int high) {
+    return static_cast<uint32_t>(low) | static_cast<uint64_t>(static_cast<uint32_t>(high)) << 32;
+}
+
+void split(uint64_t value, int* low, int* high) {
+    *low = static_cast<int>(static_cast<uint32_t>(value));
+    *high = static_cast<int>(static_cast<uint32_t>(value >> 32));
+}
+
+bool ourHandle(buffer_handle_t handle) {
+    return handle != nullptr && handle->numFds == 1 && handle->numInts == kHandleInts;
+}
+
+uint64_t allocationSize(buffer_handle_t handle) {
+    return join(handle->data[1 + kSizeLow], handle->data[1 + kSizeHigh]);
+}
+
+size_t pageRounded(size_t bytes) {
+    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    return (bytes + page - 1) / page * page;
+}
+
+int makeMemory(size_t bytes) {
+    const int fd = memfd_create("graphic-buffer", MFD_CLOEXEC);
+    if (fd >= 0 && ftruncate(fd, static_cast<off_t>(bytes)) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+// A handle over fresh memory of `bytes`, mapped for the life of the buffer; null when any of it
+// fails.
+native_handle_t* allocate(size_t bytes) {
+    if (bytes == 0 || qoz::host::takeFault("allocate")) return nullptr;
+    const int fd = makeMemory(bytes);
+    if (fd < 0) return nullptr;
+    void* mapped = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    native_handle_t* handle = mapped == MAP_FAILED ? nullptr : native_handle_create(1, kHandleInts);
+    if (handle == nullptr) {
+        if (mapped != MAP_FAILED) munmap(mapped, bytes);
+        close(fd);
+        return nullptr;
+    }
+    handle->data[0] = fd;
+    split(bytes, &handle->data[1 + kSizeLow], &handle->data[1 + kSizeHigh]);
+    split(reinterpret_cast<uintptr_t>(mapped), &handle->data[1 + kMapLow],
+          &handle->data[1 + kMapHigh]);
+    return handle;
+}
+
+void* mapping(buffer_handle_t handle) {
+    return reinterpret_cast<void*>(join(handle->data[1 + kMapLow], handle->data[1 + kMapHigh]));
+}
+
+}  // namespace
+
+GraphicBuffer::GraphicBuffer(uint32_t inWidth, uint32_t inHeight, PixelFormat inFormat,
+                             uint32_t inUsage, std::string /*requestorName*/) {
+    width = static_cast<int>(inWidth);
+    height = static_cast<int>(inHeight);
+    stride = qoz::host::isNv12(inFormat) ? static_cast<int>(qoz::host::evenUp(inWidth)) : width;
+    format = inFormat;
+    usage = inUsage;
+    const size_t pixels = qoz::host::pixelBytes(inWidth, inHeight, inFormat);
+    const size_t bytes = pageRounded(pixels);
+    handle = allocate(bytes);
+    if (handle == nullptr) {
+        mInitCheck = pixels == 0 ? BAD_VALUE : NO_MEMORY;
+        return;
+    }
+    mInitCheck = OK;
+    census().graphicBuffersMade.fetch_add(1, std::memory_order_relaxed);
+    census().graphicBuffersLive.fetch_add(1, std::memory_order_relaxed);
+    census().graphicBytesLive.fetch_add(bytes, std::memory_order_relaxed);
+}
+
+GraphicBuffer::~GraphicBuffer() {
+    if (handle == nullptr) return;
+    const uint64_t bytes = allocationSize(handle);
+    munmap(mapping(handle), bytes);
+    native_handle_close(handle);
+    native_handle_delete(const_cast<native_handle_t*>(handle));
+    census().graphicBuffersLive.fetch_sub(1, std::memory_order_relaxed);
+    census().graphicBytesLive.fetch_sub(bytes, std::memory_order_relaxed);
+}
+
+status_t GraphicBuffer::lock(uint32_t /*inUsage*/, void** vaddr) {
+    if (handle == nullptr) return NO_INIT;
+    *vaddr = mapping(handle);
+    return OK;
+}
+
+status_t GraphicBuffer::unlock() {
+    return handle == nullptr ? NO_INIT : OK;
+}
+
+status_t GraphicBufferMapper::getAllocationSize(buffer_handle_t bufferHandle,
+                                                uint64_t* outAllocationSize) {
+    if (!ourHandle(bufferHandle)) return BAD_VALUE;
+    *outAllocationSize = allocationSize(bufferHandle);
+    return OK;
+}
+
+}  // namespace android

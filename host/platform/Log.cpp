@@ -1,0 +1,70 @@
+#include <android/log.h>
+#include <host/control.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+#include <ctime>
+#include <mutex>
+#include <string_view>
+#include <utility>
+
+namespace qoz::host {
+namespace {
+
+struct Sink {
+    std::mutex lock;
+    LogSink sink;
+};
+
+Sink& installed() {
+    static Sink instance;
+    return instance;
+}
+
+char letterOf(int priority) {
+    static constexpr std::string_view kLetters = "??VDIWEFS";
+    return priority >= 0 && static_cast<size_t>(priority) < kLetters.size()
+               ? kLetters[static_cast<size_t>(priority)]
+               : '?';
+}
+
+// "month-day hour:minute:second.millis pid tid priority tag: text"
+void printThreadTime(const LogLine& line) {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    tm local{};
+    localtime_r(&now.tv_sec, &local);
+    std::array<char, 32> date{};
+    strftime(date.data(), date.size(), "%m-%d %H:%M:%S", &local);
+    fprintf(stderr, "%s.%03ld %5d %5ld %c %s: %s\n", date.data(), now.tv_nsec / 1000000, getpid(),
+            syscall(SYS_gettid), letterOf(line.priority), line.tag.c_str(), line.text.c_str());
+}
+
+__attribute__((__format__(printf, 1, 0))) std::string format(const char* fmt, va_list arguments) {
+    std::array<char, 1024> text{};  // the platform's limit for one message
+    vsnprintf(text.data(), text.size(), fmt, arguments);
+    return text.data();
+}
+
+}  // namespace
+
+LogSink setLogSink(LogSink sink) {
+    const std::lock_guard lock(installed().lock);
+    return std::exchange(installed().sink, std::move(sink));
+}
+
+}  // namespace qoz::host
+
+int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
+    va_list arguments;
+    va_start(arguments, fmt);
+    const qoz::host::LogLine line{prio, tag, qoz::host::format(fmt, arguments)};
+    va_end(arguments);
+    const std::lock_guard lock(qoz::host::installed().lock);
+    const auto& sink = qoz::host::installed().sink;
+    sink ? sink(line) : qoz::host::printThreadTime(line);
+    return 1;
+}

@@ -1,0 +1,59 @@
+#include <aidlcommonsupport/NativeHandle.h>
+#include <cutils/native_handle.h>
+#include <host/platform/Census.h>
+#include <host/platform/Faults.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+
+using qoz::host::census;
+
+namespace {
+constexpr int kMaxEntries = 1024;  // of descriptors, and of integers
+}
+
+native_handle_t* native_handle_create(int numFds, int numInts) {
+    if (numFds < 0 || numInts < 0 || numFds > kMaxEntries || numInts > kMaxEntries) return nullptr;
+    if (qoz::host::takeFault("native_handle_create")) return nullptr;
+    const size_t entries = static_cast<size_t>(numFds) + static_cast<size_t>(numInts);
+    auto* handle =
+        static_cast<native_handle_t*>(calloc(1, sizeof(native_handle_t) + entries * sizeof(int)));
+    if (handle == nullptr) return nullptr;
+    handle->version = sizeof(native_handle_t);
+    handle->numFds = numFds;
+    handle->numInts = numInts;
+    census().nativeHandlesLive.fetch_add(1, std::memory_order_relaxed);
+    return handle;
+}
+
+int native_handle_delete(native_handle_t* handle) {
+    if (handle == nullptr) return 0;
+    if (handle->version != sizeof(native_handle_t)) return -EINVAL;
+    free(handle);
+    census().nativeHandlesLive.fetch_sub(1, std::memory_order_relaxed);
+    return 0;
+}
+
+int native_handle_close(const native_handle_t* handle) {
+    if (handle == nullptr) return 0;
+    if (handle->version != sizeof(native_handle_t)) return -EINVAL;
+    for (int i = 0; i < handle->numFds; ++i)
+        close(handle->data[i]);
+    return 0;
+}
+
+namespace android {
+
+aidl::android::hardware::common::NativeHandle makeToAidl(const native_handle_t* handle) {
+    aidl::android::hardware::common::NativeHandle result;
+    // Room first: once a descriptor has been taken over, nothing may fail any more.
+    result.fds.reserve(static_cast<size_t>(handle->numFds));
+    result.ints.assign(handle->data + handle->numFds,
+                       handle->data + handle->numFds + handle->numInts);
+    for (int i = 0; i < handle->numFds; ++i)
+        result.fds.emplace_back(handle->data[i]);
+    return result;
+}
+
+}  // namespace android

@@ -1,0 +1,61 @@
+#include <host/control.h>
+#include <processgroup/sched_policy.h>
+#include <pthread.h>
+#include <utils/Timers.h>
+
+#include <ctime>
+#include <mutex>
+
+namespace qoz::host {
+namespace {
+
+struct Calls {
+    std::mutex lock;
+    std::vector<SchedCall> made;
+};
+
+Calls& calls() {
+    static Calls instance;
+    return instance;
+}
+
+// The groups themselves are the device's: here a call is written down and succeeds.
+int note(const char* call, int tid, int policy) {
+    const std::lock_guard lock(calls().lock);
+    calls().made.push_back({call, tid, policy});
+    return 0;
+}
+
+}  // namespace
+
+std::vector<SchedCall> schedCalls() {
+    const std::lock_guard lock(calls().lock);
+    return calls().made;
+}
+
+}  // namespace qoz::host
+
+int set_sched_policy(int tid, SchedPolicy policy) {
+    return qoz::host::note("set_sched_policy", tid, policy);
+}
+
+int set_cpuset_policy(int tid, SchedPolicy policy) {
+    return qoz::host::note("set_cpuset_policy", tid, policy);
+}
+
+bool cpusets_enabled() {
+    return true;
+}
+
+// The kernel's clock of a thread carries the thread's id: bits 3 and up, inverted.
+pid_t pthread_gettid_np(pthread_t thread) {
+    clockid_t clock = 0;
+    if (pthread_getcpuclockid(thread, &clock) != 0) return -1;
+    return static_cast<pid_t>(~(clock >> 3));
+}
+
+nsecs_t systemTime(int clock) {
+    timespec now{};
+    clock_gettime(clock == SYSTEM_TIME_REALTIME ? CLOCK_REALTIME : CLOCK_MONOTONIC, &now);
+    return now.tv_sec * 1000000000LL + now.tv_nsec;
+}
