@@ -1,0 +1,22 @@
+// Pictures of buffers, written as PNG for a developer to look at.
+#pragma once
+
+#include <host/converter/MappedBuffer.h>
+
+#include <cstdint>
+#include <string>
+
+namespace qoz::host {
+
+struct DumpResult {
+    std::string path;
+    std::string error;  // empty: written
+};
+
+// Writes <frame, 5 digits>_<name>.png into the folder that the property debug.qoz.dump.dir names,
+// "." when it is unset; makes the folder. "FW_MV" and "BW_MV" are drawn as vector fields: a 16x16
+// cell for each vector, hue for its direction, brightness for its length, and an arrow. Any other
+// name shows the pixels.
+DumpResult dump(const MappedBuffer& buffer, const std::string& name, uint32_t frame);
+
+}  // namespace qoz::host

@@ -1,0 +1,152 @@
+#include <Rgb2Yuv.h>
+#include <android/log.h>
+#include <host/converter/Dump.h>
+#include <host/converter/FrameConverter.h>
+#include <host/converter/MappedBuffer.h>
+#include <host/converter/MotionEstimator.h>
+#include <host/platform/Faults.h>
+
+#include <optional>
+
+namespace android {
+namespace {
+
+using qoz::host::FrameConverter;
+using qoz::host::MappedBuffer;
+using qoz::host::MotionEstimator;
+using qoz::host::MotionVector;
+
+constexpr int kFenceWaitMs = 3000;
+
+bool refuse(const char* operation, const char* reason) {
+    __android_log_print(ANDROID_LOG_ERROR, "Rgb2Yuv", "%s: %s", operation, reason);
+    return false;
+}
+
+bool faulty(const char* operation) {
+    return qoz::host::takeFault(operation) && !refuse(operation, "made to fail by an armed fault");
+}
+
+bool holdsFieldOf(const MappedBuffer& source, const MappedBuffer& vectors) {
+    return !vectors.nv12() && vectors.width() == qoz::host::fieldWidth(source.width()) &&
+           vectors.height() == qoz::host::fieldHeight(source.height());
+}
+
+MotionVector* vectorsOf(const MappedBuffer& buffer) {
+    return reinterpret_cast<MotionVector*>(buffer.pixels());
+}
+
+}  // namespace
+
+class Rgb2Yuv::Engine {
+  public:
+    FrameConverter converter;
+    MotionEstimator estimator;
+    uint32_t sourceWidth = 0;  // as configured; 0: not configured
+    uint32_t sourceHeight = 0;
+
+    void release() {
+        converter.release();
+        estimator.release();
+    }
+};
+
+Rgb2Yuv::Rgb2Yuv() : mEngine(new Engine) {}
+
+Rgb2Yuv::~Rgb2Yuv() {
+    delete mEngine;
+}
+
+bool Rgb2Yuv::Configure(sp<GraphicBuffer>& source, uint32_t width, uint32_t height) {
+    constexpr char kOperation[] = "Configure";
+    if (faulty(kOperation)) return false;
+    const auto pixels = MappedBuffer::map(source, kOperation, "source");
+    if (!pixels) return false;
+    if (width == 0 || height == 0) return refuse(kOperation, "the output has no pixels");
+
+    mEngine->release();
+    mEngine->sourceWidth = pixels->width();
+    mEngine->sourceHeight = pixels->height();
+    const bool scales = width != pixels->width() || height != pixels->height();
+    if (scales && !pixels->nv12()) mEngine->converter.prepare(pixels->width(), pixels->height());
+    return true;
+}
+
+bool Rgb2Yuv::RGBToNV12(sp<GraphicBuffer>& source, sp<GraphicBuffer>& target,
+                        sp<GraphicBuffer>& downscaled, bool /*motion*/, sp<Fence> fence) {
+    constexpr char kOperation[] = "RGBToNV12";
+    if (faulty(kOperation)) return false;
+    const auto from = MappedBuffer::map(source, kOperation, "source");
+    if (!from) return false;
+    const auto to = MappedBuffer::map(target, kOperation, "target");
+    if (!to) return false;
+    std::optional<MappedBuffer> small;
+    if (downscaled != nullptr) {
+        small = MappedBuffer::map(downscaled, kOperation, "downscaled");
+        if (!small) return false;
+    }
+    if (!to->nv12() || (small && !small->nv12())) return refuse(kOperation, "writes NV12 alone");
+
+    if (fence != nullptr && fence->isValid() && fence->wait(kFenceWaitMs) != NO_ERROR) {
+        return refuse(kOperation, "the source's fence did not signal in time");
+    }
+    if (!mEngine->converter.convert(*from, to->picture()) ||
+        (small && !FrameConverter::scale(to->picture(), small->picture()))) {
+        return refuse(kOperation, "cannot scale between these sizes");
+    }
+    return true;
+}
+
+bool Rgb2Yuv::MvBufferGeneration(sp<GraphicBuffer>& previous, sp<GraphicBuffer>& current,
+                                 sp<GraphicBuffer>& forward, sp<GraphicBuffer>& backward) {
+    constexpr char kOperation[] = "MvBufferGeneration";
+    if (faulty(kOperation)) return false;
+    const auto before = MappedBuffer::map(previous, kOperation, "previous");
+    if (!before) return false;
+    const auto now = MappedBuffer::map(current, kOperation, "current");
+    if (!now) return false;
+    const auto there = MappedBuffer::map(forward, kOperation, "forward");
+    if (!there) return false;
+    const auto back = MappedBuffer::map(backward, kOperation, "backward");
+    if (!back) return false;
+    if (!before->sameShape(*now)) return refuse(kOperation, "the frames differ in size or layout");
+    if (!holdsFieldOf(*now, *there) || !holdsFieldOf(*now, *back)) {
+        return refuse(kOperation, "a vector buffer does not fit the frames");
+    }
+    mEngine->estimator.estimate(*before, *now, vectorsOf(*there), vectorsOf(*back));
+    return true;
+}
+
+bool Rgb2Yuv::GetMVbufferSize(uint32_t& width, uint32_t& height) {
+    constexpr char kOperation[] = "GetMVbufferSize";
+    if (faulty(kOperation)) return false;
+    if (mEngine->sourceWidth == 0) return refuse(kOperation, "not configured");
+    width = qoz::host::fieldWidth(mEngine->sourceWidth);
+    height = qoz::host::fieldHeight(mEngine->sourceHeight);
+    return true;
+}
+
+void Rgb2Yuv::DumpBuffer(sp<GraphicBuffer>& buffer, const char* name, uint32_t frame,
+                         const char* label) {
+    constexpr char kOperation[] = "DumpBuffer";
+    if (name == nullptr) {
+        refuse(kOperation, "the picture has no name");
+        return;
+    }
+    const auto pixels = MappedBuffer::map(buffer, kOperation, name);
+    if (!pixels) return;
+    const qoz::host::DumpResult result = qoz::host::dump(*pixels, name, frame);
+    if (!result.error.empty()) {
+        __android_log_print(ANDROID_LOG_ERROR, "Rgb2Yuv", "%s: cannot write %s: %s", kOperation,
+                            result.path.c_str(), result.error.c_str());
+        return;
+    }
+    __android_log_print(ANDROID_LOG_DEBUG, "Rgb2Yuv", "%s: %s (%s)", kOperation,
+                        result.path.c_str(), label != nullptr ? label : "");
+}
+
+void Rgb2Yuv::clearOpenGLResources() {
+    mEngine->release();
+}
+
+}  // namespace android
