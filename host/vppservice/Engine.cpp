@@ -1,0 +1,254 @@
+#include "host/vppservice/Engine.h"
+
+#include <utility>
+
+namespace qoz::host::vppservice {
+namespace {
+
+// Far longer than one frame takes to write, also under a sanitizer.
+constexpr std::chrono::seconds kLongestFrame{10};
+
+// `index` of `factor` + 1 even steps from one time to a later one; no product overflows.
+uint64_t timeBetween(uint64_t from, uint64_t to, uint32_t index, uint32_t factor) {
+    const uint64_t length = to - from;
+    const uint64_t steps = uint64_t{factor} + 1;
+    return from + length / steps * index + length % steps * index / steps;
+}
+
+}  // namespace
+
+Engine::Engine(const std::shared_ptr<vpp::IVppCallbacks>& callbacks,
+               const std::shared_ptr<FaultGate>& gate)
+    : mInputCourier(std::make_shared<Courier>(callbacks, gate)),
+      mOutputCourier(std::make_shared<Courier>(callbacks, gate)) {}
+
+void Engine::start() {
+    mInputCourier->start();
+    mOutputCourier->start();
+    mWorker.start([self = shared_from_this()] { self->run(); });
+}
+
+void Engine::stop() {
+    std::deque<Received> inputs;
+    std::deque<Received> outputs;
+    std::deque<Command> commands;
+    {
+        const std::lock_guard lock(mLock);
+        mStopped = true;
+        inputs.swap(mInputs);
+        outputs.swap(mOutputs);
+        commands.swap(mCommands);
+        mCond.notify_one();
+    }
+    mWorker.finish(kLongestFrame);
+    mInputCourier->stop();
+    mOutputCourier->stop();
+}
+
+VppError Engine::setFrc(const std::vector<vpp::VppCtrlFrcSegment>& segments) {
+    const std::lock_guard lock(mLock);
+    return mFrc.set(segments);
+}
+
+void Engine::clearFrc() {
+    const std::lock_guard lock(mLock);
+    mFrc.clear();
+}
+
+void Engine::queueInput(Received buffer) {
+    const std::lock_guard lock(mLock);
+    if (mStopped) return;
+    mInputs.push_back(std::move(buffer));
+    ++mQueued;
+    mCond.notify_one();
+}
+
+void Engine::queueOutput(Received buffer) {
+    const std::lock_guard lock(mLock);
+    if (mStopped) return;
+    mOutputs.push_back(std::move(buffer));
+    mCond.notify_one();
+}
+
+void Engine::flush(VppPort port, Manner manner) {
+    give({.event = Notice::Kind::FlushDone,
+          .manner = manner,
+          .port = port,
+          .clearsInput = port == VppPort::INPUT,
+          .clearsOutput = port == VppPort::OUTPUT});
+}
+
+void Engine::reconfigure(Manner manner) {
+    give({.event = Notice::Kind::ReconfigDone,
+          .manner = manner,
+          .clearsInput = true,
+          .clearsOutput = true});
+}
+
+void Engine::drain(Manner manner) {
+    give({.event = Notice::Kind::DrainDone, .manner = manner});
+}
+
+void Engine::give(Command command) {
+    const std::lock_guard lock(mLock);
+    if (mStopped) return;
+    command.until = mQueued;
+    if (command.clearsInput) {
+        command.inputs.swap(mInputs);
+        mTaken = mQueued;
+    }
+    if (command.clearsOutput) command.outputs.swap(mOutputs);
+    mCommands.push_back(std::move(command));
+    mCond.notify_one();
+}
+
+void Engine::run() {
+    std::unique_lock lock(mLock);
+    for (;;) {
+        switch (awaitStep(lock)) {
+            case Step::Stop:
+                lock.unlock();
+                mJob.reset();
+                mReference.reset();
+                return;
+            case Step::Obey: {
+                Command command = std::move(mCommands.front());
+                mCommands.pop_front();
+                lock.unlock();
+                obey(std::move(command));
+                break;
+            }
+            case Step::Begin: {
+                Received input = std::move(mInputs.front());
+                mInputs.pop_front();
+                ++mTaken;
+                lock.unlock();
+                begin(std::move(input));
+                break;
+            }
+            case Step::Write: {
+                Received output = std::move(mOutputs.front());
+                mOutputs.pop_front();
+                lock.unlock();
+                write(std::move(output));
+                break;
+            }
+        }
+        lock.lock();
+    }
+}
+
+Engine::Step Engine::awaitStep(std::unique_lock<std::mutex>& lock) {
+    for (;;) {
+        if (mStopped) return Step::Stop;
+        if (!mCommands.empty() && isDue(mCommands.front())) return Step::Obey;
+        if (!mJob && !mInputs.empty()) return Step::Begin;
+        if (mJob && !mOutputs.empty()) return Step::Write;
+        mCond.wait(lock);
+    }
+}
+
+bool Engine::isDue(const Command& command) const {
+    if (command.event != Notice::Kind::DrainDone) return true;
+    return mJob ? mOutputs.empty() : mTaken >= command.until;
+}
+
+void Engine::obey(Command command) {
+    if (command.clearsInput) abandon();
+    for (Received& input : command.inputs) {
+        postInput(std::move(input));
+    }
+    for (Received& output : command.outputs) {
+        postOutput(std::move(output));
+    }
+    announce(command);
+}
+
+// Events of one port follow what is posted for that port; the others follow both.
+void Engine::announce(const Command& command) {
+    const bool both = command.event != Notice::Kind::FlushDone;
+    const auto barrier = both ? std::make_shared<std::atomic<int>>(2) : nullptr;
+    const auto notice = [&] {
+        Notice made;
+        made.kind = command.event;
+        made.manner = command.manner;
+        made.port = command.port;
+        made.barrier = barrier;
+        return made;
+    };
+    if (both || command.port == VppPort::INPUT) mInputCourier->post(notice());
+    if (both || command.port == VppPort::OUTPUT) mOutputCourier->post(notice());
+}
+
+void Engine::begin(Received input) {
+    Job job;
+    job.source = mRenderer.open(std::move(input));
+    const bool follows = mReference && mReference->timestamp < job.source.timestamp &&
+                         mReference->view.size == job.source.view.size;
+    if (follows) job.factor = factorAt(mReference->timestamp);
+    if (job.factor > 0) mRenderer.beginInterval(*mReference, job.source);
+    mJob = std::move(job);
+}
+
+void Engine::write(Received output) {
+    Job& job = *mJob;
+    const Nv12Canvas canvas = output.outputCanvas();
+    output.record.timestamp = job.source.timestamp;
+    if (job.next < job.factor) {
+        const uint32_t index = job.next + 1;
+        mRenderer.writeBetween(*mReference, job.source, {index, job.factor + 1}, canvas);
+        output.record.timestamp =
+            timeBetween(mReference->timestamp, job.source.timestamp, index, job.factor);
+    } else {
+        mRenderer.write(job.source, canvas);
+    }
+    const FrameSize size = canvas.size;
+    output.record.pixelFilledLen = static_cast<uint32_t>(nv12Layout(size.width, size.height).size);
+    postOutput(std::move(output));
+    if (++job.next > job.factor) retire();
+}
+
+// The interval is complete: its newer source becomes the reference of the next. When nothing is to
+// be put in between, the client gets its buffer back at once; a copy stays, because control given
+// after the frame may still ask for frames from it on.
+void Engine::retire() {
+    Source source = std::move(mJob->source);
+    mJob.reset();
+    if (mReference) {
+        giveBack(*mReference);
+        mRenderer.recycle(std::move(*mReference));
+    }
+    if (factorAt(source.timestamp) == 0) {
+        mRenderer.keepCopy(source);
+        giveBack(source);
+    }
+    mReference = std::move(source);
+}
+
+void Engine::abandon() {
+    if (mReference) giveBack(*mReference);
+    if (mJob) giveBack(mJob->source);
+    mReference.reset();
+    mJob.reset();
+}
+
+void Engine::giveBack(Source& source) {
+    if (!source.lent) return;
+    postInput(std::move(*source.lent));
+    source.lent.reset();
+}
+
+void Engine::postInput(Received buffer) {
+    mInputCourier->post({Notice::Kind::InputDone, buffer.manner, std::move(buffer.record)});
+}
+
+void Engine::postOutput(Received buffer) {
+    mOutputCourier->post({Notice::Kind::OutputDone, buffer.manner, std::move(buffer.record)});
+}
+
+uint32_t Engine::factorAt(uint64_t timestamp) {
+    const std::lock_guard lock(mLock);
+    return mFrc.factorAt(timestamp);
+}
+
+}  // namespace qoz::host::vppservice

@@ -1,0 +1,108 @@
+// One open session at work: the queues of both ports, and the thread that turns sources into
+// outputs.
+//
+//   queueInput ──> mInputs ──┐                       ┌──> output courier ──> client
+//   queueOutput ─> mOutputs ─┼─> engine thread ──────┤
+//   flush, ... ──> mCommands ┘                       └──> input courier ───> client
+//
+// Commands overtake frames but never interrupt one that is being written. What a command returns
+// is taken out of the queues when the command is given, so that buffers queued after it stay.
+#pragma once
+
+#include "host/vppservice/Courier.h"
+#include "host/vppservice/FrcControl.h"
+#include "host/vppservice/Received.h"
+#include "host/vppservice/Renderer.h"
+
+#include <condition_variable>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+namespace qoz::host::vppservice {
+
+class Engine : public std::enable_shared_from_this<Engine> {
+  public:
+    Engine(const std::shared_ptr<vpp::IVppCallbacks>& callbacks,
+           const std::shared_ptr<FaultGate>& gate);
+
+    // Throws std::system_error when there is no thread to be had; may be tried again.
+    void start();
+
+    // Drops everything, ends the threads and lets go of the client's object, as Courier::stop().
+    void stop();
+
+    VppError setFrc(const std::vector<vpp::VppCtrlFrcSegment>& segments);
+    void clearFrc();
+
+    void queueInput(Received buffer);
+    void queueOutput(Received buffer);
+
+    // Each is answered by its event. A flush or a reconfiguration first sends back, unfilled, all
+    // that is held of its ports, and the next source starts afresh.
+    void flush(VppPort port, Manner manner);
+    void reconfigure(Manner manner);
+    // Finishes the sources queued so far, or as many as the lent outputs allow.
+    void drain(Manner manner);
+
+  private:
+    struct Command {
+        Notice::Kind event;
+        Manner manner;
+        VppPort port = {};
+        bool clearsInput = false;
+        bool clearsOutput = false;
+        std::deque<Received> inputs = {};  // held when the command was given
+        std::deque<Received> outputs = {};
+        uint64_t until = 0;  // sources taken up, for a drain
+    };
+
+    // The newest source, while its interval is being filled.
+    struct Job {
+        Source source;
+        uint32_t factor = 0;
+        uint32_t next = 0;  // index into the interval: `factor` frames in between, then the source
+    };
+
+    enum class Step { Stop, Obey, Begin, Write };
+
+    void give(Command command);
+    void run();
+    Step awaitStep(std::unique_lock<std::mutex>& lock);
+    bool isDue(const Command& command) const;
+    void obey(Command command);
+    void begin(Received input);
+    void write(Received output);
+    void retire();
+    void abandon();
+    void giveBack(Source& source);
+    void postInput(Received buffer);
+    void postOutput(Received buffer);
+    void announce(const Command& command);
+    uint32_t factorAt(uint64_t timestamp);
+
+    const std::shared_ptr<Courier> mInputCourier;
+    const std::shared_ptr<Courier> mOutputCourier;
+
+    std::mutex mLock;
+    std::condition_variable mCond;
+    // Guarded by mLock.
+    std::deque<Received> mInputs;
+    std::deque<Received> mOutputs;
+    std::deque<Command> mCommands;
+    FrcControl mFrc;
+    uint64_t mQueued = 0;  // sources, ever
+    uint64_t mTaken = 0;   // of these, no longer in mInputs
+    bool mStopped = false;
+
+    // The engine thread's own.
+    Renderer mRenderer;
+    std::optional<Source> mReference;  // the source before the job's
+    std::optional<Job> mJob;
+
+    Worker mWorker;
+};
+
+}  // namespace qoz::host::vppservice

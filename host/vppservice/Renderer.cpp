@@ -1,0 +1,117 @@
+#include "host/vppservice/Renderer.h"
+
+#include <libyuv/scale.h>
+#include <libyuv/scale_uv.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace qoz::host::vppservice {
+namespace {
+
+constexpr int kMostDetail = 16;  // luma steps
+
+bool isLarger(FrameSize size, FrameSize than) {
+    return uint64_t{size.width} * size.height > uint64_t{than.width} * than.height;
+}
+
+size_t bytesOf(FrameSize size) {
+    return nv12Layout(size.width, size.height).size;
+}
+
+void scaleFrame(const Nv12View& from, const Nv12Canvas& to) {
+    libyuv::NV12Scale(from.luma, static_cast<int>(from.stride), from.chroma,
+                      static_cast<int>(from.stride), static_cast<int>(from.size.width),
+                      static_cast<int>(from.size.height), to.luma, static_cast<int>(to.stride),
+                      to.chroma, static_cast<int>(to.stride), static_cast<int>(to.size.width),
+                      static_cast<int>(to.size.height), libyuv::kFilterBilinear);
+}
+
+void fit(const Nv12View& from, const Nv12Canvas& to) {
+    if (from.size == to.size) {
+        copyFrame(from, to);
+    } else {
+        scaleFrame(from, to);
+    }
+}
+
+void raiseRow(const uint8_t* from, const uint8_t* smooth, uint8_t* to, uint32_t width) {
+    for (uint32_t i = 0; i < width; ++i) {
+        const int detail = std::clamp((from[i] - smooth[i]) / 2, -kMostDetail, kMostDetail);
+        to[i] = static_cast<uint8_t>(std::clamp(from[i] + detail, 0, 255));
+    }
+}
+
+}  // namespace
+
+Source Renderer::open(Received input) {
+    Source source;
+    source.timestamp = input.record.timestamp;
+    source.view = input.inputView();
+    source.lent = std::move(input);
+    const PortSizes& sizes = source.lent->sizes;
+    const Nv12View half = source.lent->halfView();
+    const bool smooth = half.luma != nullptr && isLarger(sizes.output, sizes.input) &&
+                        isLarger(sizes.input, half.size);
+    if (smooth) {
+        const Nv12View lent = source.view;
+        raiseDetail(lent, half, ownCanvas(source));
+    }
+    return source;
+}
+
+// The source's view moves to memory of its own, of unspecified content.
+Nv12Canvas Renderer::ownCanvas(Source& source) {
+    source.own = std::exchange(mSpare, {});
+    source.own.resize(bytesOf(source.view.size));
+    const Nv12Canvas canvas = planesAt<uint8_t>(source.own.data(), source.view.size);
+    source.view = viewOf(canvas);
+    return canvas;
+}
+
+void Renderer::raiseDetail(const Nv12View& from, const Nv12View& half, const Nv12Canvas& to) {
+    const FrameSize size = from.size;
+    copyFrame(from, to);
+    mSmooth.resize(size_t{size.width} * size.height);
+    libyuv::ScalePlane(half.luma, static_cast<int>(half.stride), static_cast<int>(half.size.width),
+                       static_cast<int>(half.size.height), mSmooth.data(),
+                       static_cast<int>(size.width), static_cast<int>(size.width),
+                       static_cast<int>(size.height), libyuv::kFilterBilinear);
+    for (uint32_t row = 0; row < size.height; ++row) {
+        raiseRow(from.luma + row * from.stride, mSmooth.data() + size_t{row} * size.width,
+                 to.luma + row * to.stride, size.width);
+    }
+}
+
+void Renderer::beginInterval(const Source& older, const Source& newer) {
+    mInterpolator.beginInterval(newer.lent->motion(), older.view.size);
+}
+
+void Renderer::writeBetween(const Source& older, const Source& newer, Phase phase,
+                            const Nv12Canvas& to) {
+    const FrameSize size = newer.view.size;
+    if (size == to.size) {
+        mInterpolator.write(older.view, newer.view, phase, to);
+        return;
+    }
+    mBetween.resize(bytesOf(size));
+    const Nv12Canvas between = planesAt<uint8_t>(mBetween.data(), size);
+    mInterpolator.write(older.view, newer.view, phase, between);
+    scaleFrame(viewOf(between), to);
+}
+
+void Renderer::write(const Source& source, const Nv12Canvas& to) const {
+    fit(source.view, to);
+}
+
+void Renderer::keepCopy(Source& source) {
+    if (!source.own.empty()) return;
+    const Nv12View lent = source.view;
+    copyFrame(lent, ownCanvas(source));
+}
+
+void Renderer::recycle(Source source) {
+    if (source.own.capacity() > mSpare.capacity()) mSpare = std::move(source.own);
+}
+
+}  // namespace qoz::host::vppservice

@@ -1,0 +1,49 @@
+// From sources to pixels in a lent output buffer: detail, interpolation, scaling.
+#pragma once
+
+#include "host/vppservice/Interpolator.h"
+#include "host/vppservice/Received.h"
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+namespace qoz::host::vppservice {
+
+// A source frame. Its pixels are those of the lent buffer or, once they had to be changed or to
+// outlast it, its own.
+struct Source {
+    std::optional<Received> lent;
+    std::vector<uint8_t> own;
+    Nv12View view;
+    uint64_t timestamp = 0;  // microseconds
+};
+
+// For one thread.
+class Renderer {
+  public:
+    // When the output is larger than the input and a frame of half the output's size came along,
+    // luma detail is raised: half of what the source has over that frame, at most 16 steps, is
+    // added. It happens before interpolation, so that frames in between look like their sources.
+    Source open(Received input);
+
+    void beginInterval(const Source& older, const Source& newer);
+    void writeBetween(const Source& older, const Source& newer, Phase phase, const Nv12Canvas& to);
+    void write(const Source& source, const Nv12Canvas& to) const;
+
+    // After this the source no longer needs its lent buffer.
+    void keepCopy(Source& source);
+    // Takes the memory of a source that has had its day.
+    void recycle(Source source);
+
+  private:
+    Nv12Canvas ownCanvas(Source& source);
+    void raiseDetail(const Nv12View& from, const Nv12View& half, const Nv12Canvas& to);
+
+    Interpolator mInterpolator;
+    std::vector<uint8_t> mBetween;  // a frame in between, before scaling
+    std::vector<uint8_t> mSmooth;   // luma of the half-size frame, at the source's size
+    std::vector<uint8_t> mSpare;
+};
+
+}  // namespace qoz::host::vppservice

@@ -1,0 +1,264 @@
+#include "host/vppservice/Session.h"
+
+#include <host/platform/Census.h>
+
+#include <system_error>
+#include <utility>
+
+namespace qoz::host::vppservice {
+namespace {
+
+constexpr int32_t kFrameMode = 2;
+constexpr int32_t kAisMode = 2;
+constexpr int32_t kMostAisStrength = 100;
+constexpr int32_t kLargestSide = 8192;  // pixels
+
+bool isPort(VppPort port) {
+    return port == VppPort::INPUT || port == VppPort::OUTPUT;
+}
+
+bool isNv12Code(int32_t code) {
+    return code == 0 || code == 3 || code == 8;
+}
+
+VppError check(const VppPortParam& param) {
+    const auto isSide = [](int32_t side) { return side > 0 && side <= kLargestSide; };
+    if (!isSide(param.width) || !isSide(param.height)) return VppError::VPP_ERR_PARAM;
+    if (param.stride != param.width || param.scanlines != param.height) {
+        return VppError::VPP_ERR_INVALID_CFG;
+    }
+    return isNv12Code(param.colorFormat) ? VppError::VPP_OK : VppError::VPP_ERR_INVALID_CFG;
+}
+
+FrameSize sizeOf(const VppPortParam& param) {
+    return {static_cast<uint32_t>(param.width), static_cast<uint32_t>(param.height)};
+}
+
+ndk::ScopedAStatus deadObject() {
+    return ndk::ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT);
+}
+
+}  // namespace
+
+Session::Session(std::shared_ptr<FaultGate> gate) : mGate(std::move(gate)) {
+    census().sessionsMade.fetch_add(1, std::memory_order_relaxed);
+    census().sessionsLive.fetch_add(1, std::memory_order_relaxed);
+}
+
+Session::~Session() {
+    end(State::Closed);
+}
+
+// The one way into every operation. A dead session says so and touches nothing.
+template <typename Act>
+ndk::ScopedAStatus Session::serve(const char* operation, Error* result, const Act& act) {
+    if (isDead()) return deadObject();
+    if (result == nullptr) return Status::fromStatus(STATUS_UNKNOWN_TRANSACTION);
+    const Verdict verdict = mGate->judge(operation);
+    if (verdict.lost) return deadObject();
+    const Error answer = verdict.answer ? *verdict.answer : act(verdict.manner);
+    mPause.sleepFor(verdict.delay);
+    if (isDead()) return deadObject();
+    *result = answer;
+    return Status::ok();
+}
+
+ndk::ScopedAStatus Session::close(Error* result) {
+    return serve("close", result, [this](Manner) {
+        {
+            const std::lock_guard lock(mLock);
+            if (!isRunning()) return Error::VPP_ERR_STATE;
+        }
+        end(State::Closed);
+        return Error::VPP_OK;
+    });
+}
+
+ndk::ScopedAStatus Session::terminateSession() {
+    Error ignored = Error::VPP_OK;
+    return serve("terminateSession", &ignored, [this](Manner) {
+        end(State::Closed);
+        return Error::VPP_OK;
+    });
+}
+
+ndk::ScopedAStatus Session::initSession(int32_t flags,
+                                        const std::shared_ptr<vpp::IVppCallbacks>& callbacks,
+                                        Error* result) {
+    return serve("initSession", result, [&](Manner) {
+        const std::lock_guard lock(mLock);
+        if (mState != State::Fresh) return Error::VPP_ERR_STATE;
+        if (flags != 0 || callbacks == nullptr) return Error::VPP_ERR_PARAM;
+        mEngine = std::make_shared<Engine>(callbacks, mGate);
+        moveTo(State::Initialised);
+        return Error::VPP_OK;
+    });
+}
+
+ndk::ScopedAStatus Session::open(Error* result) {
+    return serve("open", result, [this](Manner) {
+        const std::lock_guard lock(mLock);
+        return openHeld();
+    });
+}
+
+VppError Session::openHeld() {
+    if (mState == State::Open) return Error::VPP_OK;
+    const FrameSize unset;
+    const bool ready =
+        mState == State::Initialised && mSizes.input != unset && mSizes.output != unset;
+    if (!ready) return Error::VPP_ERR_STATE;
+    try {
+        mEngine->start();
+    } catch (const std::system_error&) {
+        return Error::VPP_ERR_RESOURCES;
+    }
+    moveTo(State::Open);
+    return Error::VPP_OK;
+}
+
+ndk::ScopedAStatus Session::setParameter(Port port, const PortParam& param, Error* result) {
+    return serve("setParameter", result, [&](Manner) {
+        const std::lock_guard lock(mLock);
+        if (!isRunning()) return Error::VPP_ERR_STATE;
+        if (!isPort(port)) return Error::VPP_ERR_PARAM;
+        const Error error = check(param);
+        if (error != Error::VPP_OK) return error;
+        (port == Port::INPUT ? mSizes.input : mSizes.output) = sizeOf(param);
+        return Error::VPP_OK;
+    });
+}
+
+ndk::ScopedAStatus Session::setCtrlVppMode(int32_t mode, Error* result) {
+    return serve("setCtrlVppMode", result, [&](Manner) {
+        const std::lock_guard lock(mLock);
+        if (!isRunning()) return Error::VPP_ERR_STATE;
+        return mode == kFrameMode ? Error::VPP_OK : Error::VPP_ERR_INVALID_CFG;
+    });
+}
+
+ndk::ScopedAStatus Session::setCtrlFrc(const std::vector<vpp::VppCtrlFrcSegment>& segments,
+                                       Error* result) {
+    return serve("setCtrlFrc", result, [&](Manner) {
+        const std::lock_guard lock(mLock);
+        return isRunning() ? mEngine->setFrc(segments) : Error::VPP_ERR_STATE;
+    });
+}
+
+ndk::ScopedAStatus Session::setCtrlAis(const vpp::VppCtrlAis& control, Error* result) {
+    return serve("setCtrlAis", result, [&](Manner) {
+        const std::lock_guard lock(mLock);
+        if (!isRunning()) return Error::VPP_ERR_STATE;
+        const bool known = control.mode == kAisMode && control.param >= 0 &&
+                           control.param <= kMostAisStrength && control.keyValues.empty();
+        if (!known) return Error::VPP_ERR_INVALID_CFG;
+        mEngine->clearFrc();
+        return Error::VPP_OK;
+    });
+}
+
+ndk::ScopedAStatus Session::queueBuf(Port port, const VppBuffer& buffer, Error* result) {
+    return serve("queueBuf", result, [&](Manner manner) {
+        const std::lock_guard lock(mLock);
+        return queueHeld(port, buffer, manner);
+    });
+}
+
+VppError Session::queueHeld(Port port, const VppBuffer& buffer, Manner manner) {
+    if (mState != State::Open) return Error::VPP_ERR_STATE;
+    if (!isPort(port)) return Error::VPP_ERR_PARAM;
+    Received received;
+    const Error error = mReceiver.receive(port, mSizes, buffer, &received);
+    if (error != Error::VPP_OK) return error;
+    received.manner = manner;
+    if (port == Port::INPUT) {
+        mEngine->queueInput(std::move(received));
+    } else {
+        mEngine->queueOutput(std::move(received));
+    }
+    return Error::VPP_OK;
+}
+
+ndk::ScopedAStatus Session::flush(Port port, Error* result) {
+    return serve("flush", result, [&](Manner manner) {
+        const std::lock_guard lock(mLock);
+        if (mState != State::Open) return Error::VPP_ERR_STATE;
+        if (!isPort(port)) return Error::VPP_ERR_PARAM;
+        mReceiver.forget();
+        mEngine->flush(port, manner);
+        return Error::VPP_OK;
+    });
+}
+
+ndk::ScopedAStatus Session::reconfigure(const PortParam& input, const PortParam& output,
+                                        Error* result) {
+    return serve("reconfigure", result, [&](Manner manner) {
+        const std::lock_guard lock(mLock);
+        return reconfigureHeld(input, output, manner);
+    });
+}
+
+VppError Session::reconfigureHeld(const PortParam& input, const PortParam& output, Manner manner) {
+    if (mState != State::Open) return Error::VPP_ERR_STATE;
+    for (const PortParam* param : {&input, &output}) {
+        const Error error = check(*param);
+        if (error != Error::VPP_OK) return error;
+    }
+    mSizes = {sizeOf(input), sizeOf(output)};
+    mReceiver.forget();
+    mEngine->reconfigure(manner);
+    return Error::VPP_OK;
+}
+
+ndk::ScopedAStatus Session::drain(Error* result) {
+    return serve("drain", result, [this](Manner manner) {
+        const std::lock_guard lock(mLock);
+        if (mState != State::Open) return Error::VPP_ERR_STATE;
+        mEngine->drain(manner);
+        return Error::VPP_OK;
+    });
+}
+
+void Session::declareDead() {
+    {
+        const std::lock_guard lock(mLock);
+        moveTo(State::Dead);
+    }
+    mPause.end();
+}
+
+void Session::bury() {
+    end(State::Dead);
+}
+
+bool Session::isLive() const {
+    const std::lock_guard lock(mLock);
+    return mState < State::Closed;
+}
+
+bool Session::isDead() const {
+    const std::lock_guard lock(mLock);
+    return mState == State::Dead;
+}
+
+// A session that has ended stays ended; the census counts it down once.
+void Session::moveTo(State state) {
+    if (mState < State::Closed && state >= State::Closed) {
+        census().sessionsLive.fetch_sub(1, std::memory_order_relaxed);
+    }
+    if (mState != State::Dead) mState = state;
+}
+
+void Session::end(State state) {
+    std::shared_ptr<Engine> engine;
+    {
+        const std::lock_guard lock(mLock);
+        moveTo(state);
+        engine.swap(mEngine);
+        mReceiver.forget();
+    }
+    mPause.end();
+    if (engine != nullptr) engine->stop();
+}
+
+}  // namespace qoz::host::vppservice
