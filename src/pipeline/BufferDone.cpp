@@ -1,0 +1,69 @@
+// Buffers that the service gives back. The handlers run on binder threads, several at once; they
+// take leaf locks, one at a time, and wait for nobody.
+#include <qoz/VppComponent.h>
+
+#include "pipeline/Cookie.h"
+#include "pipeline/TraceMarker.h"
+#include "session/Log.h"
+
+namespace android {
+
+// One buffer less in the VPP. A return that matches no queueing leaves a zero at zero.
+void VppComponent::countDone(bool isInput) {
+    const std::lock_guard lock(mBufferDoneLock);
+    uint32_t& count = isInput ? mInputBuffersInVpp : mOutputBuffersInVpp;
+    if (count > 0) --count;
+}
+
+void VppComponent::onVppIBD(const VppBuffer& buffer) {
+    const bool internal = cookie::isInternal(buffer.cookie);
+    freeExtradataEntry(buffer.timestamp, "onVppIBD");
+    if (internal) freeYuvEntry(buffer.timestamp, "onVppIBD");
+    countDone(true);
+    if (!internal) giveBack(0, static_cast<int32_t>(buffer.cookie), 0, 0);
+    VPP_LOGI("%s: receive %s, buffer cookie %u", "onVppIBD",
+             internal
+                 ? "temp allocated buffer, only for internal recycle and no need to be sent out"
+                 : "buffer queue allocated buffer, mark it as invalid and send out as OBD",
+             static_cast<uint32_t>(buffer.cookie) & ~cookie::kInternalBit);
+}
+
+void VppComponent::onVppOBD(const VppBuffer& buffer) {
+    ATRACE_NAME("onVppOBD");
+    const bool bypassed = !cookie::isOutput(buffer.cookie);
+    if (bypassed) VPP_LOGD("Vpp works in bypass mode");
+    countDone(bypassed);
+    const bool internal = cookie::isInternal(buffer.cookie);
+    if (internal) freeYuvEntry(buffer.timestamp, "onVppOBD");
+    freeExtradataEntry(buffer.timestamp, "onVppOBD");
+    if (internal) {
+        VPP_LOGD(
+            "%s: receives temp allocated buffer cookie=%u, this should only happen when VPP "
+            "bypassed",
+            "onVppOBD", static_cast<uint32_t>(buffer.cookie) & ~cookie::kInternalBit);
+        return;
+    }
+    enqueueOBD(cookie::idOf(buffer.cookie), buffer);
+}
+
+// The record is written under the queue's lock, so that even a service that returns a slot twice
+// cannot tear it under the worker's eyes.
+void VppComponent::enqueueOBD(uint32_t id, const VppBuffer& buffer) {
+    if (id >= kOutputSlots) {
+        VPP_LOGE("%s: vpp returned unknown buffer id %u", "onVppOBD", id);
+        return;
+    }
+    VPP_LOGI("push the VPP OBD buffer , cookie=%u buffer timestamp = %lu ", id, buffer.timestamp);
+    mLastOutputTimestamp.store(buffer.timestamp);
+    {
+        const std::lock_guard lock(mVppOBDQueueLock);
+        VppBuffer& record = mOBDBuffers[id];
+        record.cookie = id;
+        record.pixelFilledLen = buffer.pixelFilledLen;
+        record.timestamp = buffer.timestamp;
+        mVppOBDQueue.push_back(&record);
+    }
+    requestDeliver();
+}
+
+}  // namespace android

@@ -1,0 +1,71 @@
+// What the two pools of internal buffers share. Private to src/.
+//
+// A pool is a map from the timestamp (microseconds) under which a frame was queued to what
+// travelled with it, and the set of those keys that the VPP has given back. A buffer that is handed
+// out stands in neither. Free entries are drawn oldest first; one that does not fit the request is
+// replaced, and then every other free entry goes too: they are of the same old size. Entries still
+// in the VPP stay and are judged when they are drawn. All of it happens under the pool's own lock.
+#pragma once
+
+#include <qoz/ClientTypes.h>
+#include <ui/GraphicBuffer.h>
+
+#include <cstdint>
+#include <new>
+#include <set>
+#include <tuple>
+
+namespace android::pool {
+
+constexpr uint32_t kInternalUsage =
+    GraphicBuffer::USAGE_HW_TEXTURE | GraphicBuffer::USAGE_HW_RENDER;
+
+// Null when no object could be made. Whether the object got memory shows at the conversion.
+inline sp<GraphicBuffer> allocate(const RequestInfo& info) {
+    return sp<GraphicBuffer>(new (std::nothrow) GraphicBuffer(
+        info.width, info.height, static_cast<PixelFormat>(info.format), info.usage));
+}
+
+inline bool isCompatible(const sp<GraphicBuffer>& buffer, const RequestInfo& info) {
+    return buffer->getWidth() == info.width && buffer->getHeight() == info.height &&
+           buffer->getPixelFormat() == static_cast<PixelFormat>(info.format) &&
+           buffer->getUsage() == info.usage;
+}
+
+inline bool holdsBuffer(const sp<GraphicBuffer>& buffer) {
+    return buffer != nullptr;
+}
+
+inline bool holdsBuffer(
+    const std::tuple<sp<GraphicBuffer>, sp<GraphicBuffer>, sp<GraphicBuffer>>& buffers) {
+    const auto& [forward, backward, downscaled] = buffers;
+    return forward != nullptr || backward != nullptr || downscaled != nullptr;
+}
+
+enum class Freed { Absent, Empty, Done };
+
+// Makes the entry of `key` free for reuse. One without any buffer is erased instead.
+template <typename Map>
+Freed markFree(Map& buffers, std::set<uint64_t>& freeKeys, uint64_t key) {
+    const auto entry = buffers.find(key);
+    if (entry == buffers.end()) return Freed::Absent;
+    if (!holdsBuffer(entry->second)) {
+        buffers.erase(entry);
+        return Freed::Empty;
+    }
+    freeKeys.insert(key);
+    return Freed::Done;
+}
+
+// Ends a request that drew `key`; `discardFree` drops every other free entry as well.
+template <typename Map>
+void retireDrawn(Map& buffers, std::set<uint64_t>& freeKeys, uint64_t key, bool discardFree) {
+    freeKeys.erase(key);
+    buffers.erase(key);
+    if (!discardFree) return;
+    for (const uint64_t stale : freeKeys)
+        buffers.erase(stale);
+    freeKeys.clear();
+}
+
+}  // namespace android::pool

@@ -1,0 +1,60 @@
+#include "pipeline/QueueRecord.h"
+
+#include <aidlcommonsupport/NativeHandle.h>
+#include <fcntl.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "session/Log.h"
+
+namespace android {
+
+uint32_t VppComponent::QueueRecord::allocationSize(const sp<GraphicBuffer>& buffer) const {
+    uint64_t bytes = 0;
+    mMapper.getAllocationSize(buffer->getNativeBuffer()->handle, &bytes);
+    return static_cast<uint32_t>(bytes);
+}
+
+VppComponent::Shared VppComponent::QueueRecord::share(
+    const sp<GraphicBuffer>& buffer, ::aidl::android::hardware::common::NativeHandle* to,
+    uint32_t* allocLen) {
+    auto& handle = mHandles[mHandleCount];
+    handle.reset(native_handle_create(1, 0));
+    if (handle == nullptr) return Shared::NoHandle;
+    *allocLen = allocationSize(buffer);
+    handle->data[0] = fcntl(buffer->getNativeBuffer()->handle->data[0], F_DUPFD_CLOEXEC, 0);
+    if (handle->data[0] < 0) {
+        VPP_LOGE_BARE("cannot duplicate the descriptor of a buffer: %s", strerror(errno));
+        return Shared::NoDescriptor;
+    }
+    *to = makeToAidl(handle.get());
+    ++mHandleCount;
+    return Shared::Ok;
+}
+
+VppComponent::Shared VppComponent::QueueRecord::shareMeta(size_t index, const char* name,
+                                                          const sp<GraphicBuffer>& buffer) {
+    auto& meta = mVppBuffer.metaBuffers[index];
+    const Shared result = share(buffer, &meta.metaHandle, &meta.metaAllocLen);
+    if (result == Shared::Ok) meta.metaName = name;
+    return result;
+}
+
+// Null is nothing to release. A handle whose descriptors cannot be closed is kept.
+void VppComponent::releaseNativeHandle(const native_handle_t* handle, bool closeFds) {
+    if (handle == nullptr) return;
+    const int closed = closeFds ? native_handle_close(handle) : 0;
+    if (closed != 0) {
+        VPP_LOGE_BARE("ERROR : native_handle_close returned err = %u",
+                      static_cast<unsigned>(closed));
+        return;
+    }
+    const int deleted = native_handle_delete(const_cast<native_handle_t*>(handle));
+    if (deleted != 0) {
+        VPP_LOGE_BARE("ERROR : native_handle_delete returned err = %u",
+                      static_cast<unsigned>(deleted));
+    }
+}
+
+}  // namespace android

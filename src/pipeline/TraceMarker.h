@@ -1,0 +1,20 @@
+// Sections and markers of the buffer path, under the graphics tag. Private to src/.
+#pragma once
+
+#define ATRACE_TAG ATRACE_TAG_GRAPHICS
+#include <utils/Trace.h>
+
+#include <array>
+#include <cstdio>
+
+// An empty section whose name carries numbers, formatted into `size` bytes; nothing while tracing
+// is off.
+#define VPP_TRACE_MARKER(size, format, ...)                                \
+    do {                                                                   \
+        if (ATRACE_ENABLED() != 0) {                                       \
+            std::array<char, size> markerName{};                           \
+            std::snprintf(markerName.data(), size, format, ##__VA_ARGS__); \
+            ATRACE_BEGIN(markerName.data());                               \
+            ATRACE_END();                                                  \
+        }                                                                  \
+    } while (false)

@@ -1,0 +1,198 @@
+// What the service gives back, and the worker that hands it to the client.
+#include <latch>
+#include <thread>
+
+#include "pipeline/Cookie.h"
+#include "support/Fixture.h"
+
+namespace qoz::test {
+namespace {
+
+namespace cookie = android::cookie;
+
+class Delivery : public ComponentTest {
+  protected:
+    void SetUp() override {
+        ComponentTest::SetUp();
+        enableAndConfig(64, 64, {1, 0, 1, 0});
+    }
+
+    // An entry in both pools, as a frame in the VPP has one.
+    void inFlight(uint64_t timestamp) {
+        peer().yuvMap()[timestamp] = buffer(16, 16, kNv12);
+        peer().extradataMap()[timestamp] = {nullptr, nullptr, buffer(16, 16, kNv12)};
+    }
+};
+
+// Holds the worker inside the client's callback for one slot until it is let go.
+struct HeldWorker {
+    HeldWorker(Recorder& client, int32_t slot) {
+        client.onDone = [this, slot](const Done& done) {
+            if (done.slot != slot) return;
+            inside.count_down();
+            release.wait();
+        };
+    }
+    std::latch inside{1};
+    std::latch release{1};
+};
+
+TEST_F(Delivery, EachReturnGoesWhereItBelongs) {
+    struct Row {
+        const char* what;
+        bool onInputPort;
+        int64_t cookie;
+        bool freesYuv;
+        std::vector<Done> told;
+    };
+    constexpr uint64_t kTs = 900;
+    for (const Row& row : {
+             Row{"pooled frame", true, cookie::forInput(2, true), true, {}},
+             Row{"client's frame", true, cookie::forInput(70, false), false, {{0, 70, 0, 0}}},
+             Row{"output", false, cookie::forOutput(5), false, {{0, 5, 1, kTs}}},
+             Row{"bypassed client's frame",
+                 false,
+                 cookie::forInput(6, false),
+                 false,
+                 {{0, 6, 1, kTs}}},
+             Row{"bypassed pooled frame", false, cookie::forInput(2, true), true, {}},
+             Row{"unknown id", false, cookie::forOutput(64), false, {}},
+         }) {
+        SCOPED_TRACE(row.what);
+        client.clear();
+        peer().freeYuv().clear();
+        peer().freeExtradata().clear();
+        inFlight(kTs);
+        for (int i = 0; i < (row.told.empty() ? 2 : 1); ++i) {  // twice frees once
+            row.onInputPort ? session().returnInput(row.cookie, kTs)
+                            : session().returnOutput(row.cookie, kTs, 8192);
+        }
+        EXPECT_TRUE(client.waitFor(row.told.size()));
+        EXPECT_EQ(client.done(), row.told);
+        EXPECT_EQ(peer().freeYuv().contains(kTs), row.freesYuv);
+        EXPECT_EQ(peer().freeExtradata(), (std::set<uint64_t>{kTs}));
+    }
+    EXPECT_EQ(log.count(ANDROID_LOG_ERROR, "onVppOBD: vpp returned unknown buffer id 64"), 2);
+    EXPECT_EQ(peer().inputsInVpp() + peer().outputsInVpp(), 0) << "never below zero";
+}
+
+TEST_F(Delivery, CountersFollowThePortABufferWasQueuedOn) {
+    const auto lent = buffer(64, 64, kNv12);
+    VppComponentPeer::SideBuffers none;
+    ASSERT_EQ(processOutput(1, lent), 0);
+    ASSERT_TRUE(peer().queueBuffer(lent, none, 2, 10, true));
+    session().returnOutput(cookie::forInput(2, false), 10, 1);  // bypassed
+    EXPECT_EQ(std::pair(peer().inputsInVpp(), peer().outputsInVpp()), std::pair(0U, 1U));
+    session().returnOutput(cookie::forOutput(1), 10, 1);
+    EXPECT_EQ(std::pair(peer().inputsInVpp(), peer().outputsInVpp()), std::pair(0U, 0U));
+}
+
+TEST_F(Delivery, EmptyEntriesAreErased) {
+    peer().yuvMap()[7] = nullptr;
+    peer().extradataMap()[7] = {};
+    session().returnInput(cookie::forInput(1, true), 7);
+    EXPECT_TRUE(peer().yuvMap().empty() && peer().extradataMap().empty());
+    EXPECT_TRUE(peer().freeYuv().empty() && peer().freeExtradata().empty());
+    EXPECT_EQ(
+        log.count(ANDROID_LOG_ERROR, "Should NOT enter here, we should NOT push any empty buffer"),
+        1);
+    EXPECT_EQ(log.count(ANDROID_LOG_ERROR,
+                        "Should NOT enter here, we should NOT push all empty extradata buffers!!"),
+              1);
+}
+
+// While the client holds the worker in a callback, returns neither wait nor get lost, and keep
+// their order.
+TEST_F(Delivery, ReturnsDoNotWaitForTheClient) {
+    HeldWorker held(client, 0);
+    session().returnOutput(cookie::forOutput(0), 1, 1);
+    held.inside.wait();
+    for (int slot = 1; slot < 4; ++slot) {
+        session().returnOutput(cookie::forOutput(static_cast<uint32_t>(slot)),
+                               static_cast<uint64_t>(slot), slot == 2 ? 0 : 1);
+    }
+    EXPECT_EQ(peer().queued(), 3);
+    held.release.count_down();
+    ASSERT_TRUE(client.waitFor(4));
+    EXPECT_EQ(client.done(),
+              (std::vector<Done>{{0, 0, 1, 0 + 1}, {0, 1, 1, 1}, {0, 2, 0, 2}, {0, 3, 1, 3}}));
+    EXPECT_EQ(log.count("queueOBD: 2 VPPOBD buffer in Queue, get buffer, slot 1"), 1);
+}
+
+// A Start that waits behind a delivery is not overwritten by the returns that come meanwhile.
+TEST_F(Delivery, ARequestOverwritesNoCommand) {
+    HeldWorker held(client, 0);
+    session().returnOutput(cookie::forOutput(0), 1, 1);
+    held.inside.wait();
+    std::thread poster([this] { vpp->config(32, 32, kRgba, {1, 0, 0, 0}, false); });
+    ASSERT_TRUE(
+        eventually([this] { return log.count("config qoz needs 1 output buffers per frame"); }));
+    session().returnOutput(cookie::forOutput(1), 2, 1);
+    held.release.count_down();
+    poster.join();
+    ASSERT_TRUE(client.waitFor(2));
+    ASSERT_TRUE(eventually([this] { return !peer().startPending(); }));
+    EXPECT_EQ(vpp->expectedOutputWidth(), 32);
+}
+
+TEST_F(Delivery, WhatIsQueuedAtExitStillReachesTheClient) {
+    HeldWorker held(client, 0);
+    session().returnOutput(cookie::forOutput(0), 1, 1);
+    held.inside.wait();
+    std::thread disabler([this] { vpp->disable(); });
+    ASSERT_TRUE(eventually([this] {
+        return log.count("Start exiting VPP OBD thread after vpp instance release ...") == 1;
+    }));
+    peer().enqueue(1, {});
+    held.release.count_down();
+    disabler.join();
+    EXPECT_EQ(client.done().size(), 2);
+}
+
+TEST_F(Delivery, UnknownCommandsAreReportedAndDropped) {
+    peer().post(4);
+    ASSERT_TRUE(eventually([this] {
+        return log.count(ANDROID_LOG_ERROR, "VppOBDworkerThread: Unrecognized cmd 4") == 1;
+    }));
+    peer().post(3);  // with an empty queue: calls nobody
+    session().returnOutput(cookie::forOutput(9), 1, 1);
+    EXPECT_TRUE(client.waitFor(1));
+}
+
+TEST_F(Delivery, WithoutACallbackBuffersAreDropped) {
+    vpp->disable();
+    ASSERT_TRUE(vpp->enable("silent", nullptr, false));
+    session().returnOutput(cookie::forOutput(9), 1, 1);
+    session().returnInput(cookie::forInput(9, false), 1);
+    EXPECT_TRUE(eventually([this] { return peer().queued() == 0; }));
+}
+
+// The wake-up race: returns come just when the worker has found its queue empty and is about to
+// sleep. Each round waits for its own delivery, so that a single lost wake-up stops the test.
+TEST_F(Delivery, NoWakeUpIsLost) {
+    constexpr size_t kRounds = 20000;
+    for (size_t round = 1; round <= kRounds; ++round) {
+        session().returnOutput(cookie::forOutput(round % 64), round, 1);
+        ASSERT_TRUE(client.waitFor(round)) << "round " << round;
+    }
+}
+
+TEST_F(Delivery, ManyBinderThreadsLoseNothing) {
+    constexpr int kThreads = 4;
+    constexpr uint64_t kEach = 5000;
+    std::vector<std::thread> threads;
+    for (uint64_t t = 0; t < kThreads; ++t) {
+        threads.emplace_back([this, t] {
+            for (uint64_t i = 0; i < kEach; ++i) {
+                session().returnOutput(cookie::forOutput(static_cast<uint32_t>(t)), i, 1);
+            }
+        });
+    }
+    for (auto& thread : threads)
+        thread.join();
+    ASSERT_TRUE(client.waitFor(kThreads * kEach));
+    EXPECT_EQ(client.done().size(), kThreads * kEach);
+}
+
+}  // namespace
+}  // namespace qoz::test

@@ -1,0 +1,114 @@
+// Frames through everything: component, converter, service, and the pixels that come out.
+#include <cstring>
+
+#include "support/Fixture.h"
+#include "support/LiveClient.h"
+
+namespace qoz::test {
+namespace {
+
+constexpr uint32_t kW = 320;
+constexpr uint32_t kH = 192;
+constexpr uint32_t kBox = 48;
+constexpr int64_t kFrameNs = 33333000;
+
+class EndToEnd : public EvenTest {
+  protected:
+    // A bright box on textured ground, its left edge at `x`.
+    static void paintBox(uint8_t* rgba, uint32_t x) {
+        for (uint32_t row = 0; row < kH; ++row) {
+            for (uint32_t col = 0; col < kW; ++col) {
+                const bool inside = col >= x && col < x + kBox && row >= 64 && row < 64 + kBox;
+                const auto shade = static_cast<uint8_t>(inside ? 215 + (col - x) * 5 % 17 + row % 9
+                                                               : 40 + col * 7 % 11 + row * 3 % 13);
+                uint8_t* pixel = rgba + (size_t{row} * kW + col) * 4;
+                memset(pixel, shade, 3);
+                pixel[3] = 255;
+            }
+        }
+    }
+
+    // Where the box's bright pixels are, on average; and how many there are, in units of the box.
+    struct Found {
+        double centre;
+        double area;
+    };
+    static Found findBox(const OutFrame& frame) {
+        double sum = 0;
+        double count = 0;
+        for (size_t i = 0; i < frame.luma.size(); ++i) {
+            if (frame.luma[i] < 150) continue;
+            sum += static_cast<double>(i % frame.width);
+            ++count;
+        }
+        const double scale = static_cast<double>(frame.width) / kW;
+        return {sum / count / scale, count / (scale * scale * kBox * kBox)};
+    }
+
+    // Plays `count` frames of a box that moves by 8 pixels a frame.
+    std::vector<OutFrame> play(int count, ConfigParams params) {
+        LiveClient client(true);
+        EXPECT_TRUE(client.start(kW, kH, params));
+        for (int n = 0; n < count; ++n) {
+            EXPECT_TRUE(client.send(kW, kH, n * kFrameNs, [n](uint8_t* rgba) {
+                paintBox(rgba, 40 + 8 * static_cast<uint32_t>(n));
+            }));
+        }
+        EXPECT_TRUE(client.waitForTimestamp(static_cast<uint64_t>((count - 1) * kFrameNs / 1000)));
+        client.stop();
+        EXPECT_EQ(client.account(), "");
+        return client.frames();
+    }
+
+    host::VppService service;
+};
+
+TEST_F(EndToEnd, TheBoxIsInTheMiddleOfTheInBetweenFrame) {
+    for (const ConfigParams params : {ConfigParams{1, 0, 1, 0}, ConfigParams{1, 0, 1, 2}}) {
+        const auto frames = play(10, params);
+        ASSERT_EQ(frames.size(), 19);
+        const uint32_t scale = params.upscaleIndex == 2 ? 2 : 1;
+        EXPECT_EQ(frames[0].width, kW * scale);
+        for (size_t i = 1; i < frames.size(); ++i) {
+            EXPECT_EQ(frames[i].timestamp - frames[i - 1].timestamp, i % 2 == 1 ? 16666 : 16667);
+            const Found box = findBox(frames[i]);
+            EXPECT_NEAR(box.centre, 40 + kBox / 2.0 + 4.0 * static_cast<double>(i), 1.5) << i;
+            // Along the vectors the box is one, not two ghosts.
+            EXPECT_NEAR(box.area, 1.0, 0.12) << i;
+        }
+    }
+}
+
+TEST_F(EndToEnd, EachFactorMakesItsFrames) {
+    for (const uint32_t factor : {0U, 1U, 2U, 3U}) {
+        const auto frames = play(6, {1, 0, factor, 1});
+        ASSERT_EQ(frames.size(), 1 + 5 * (factor + 1)) << factor;
+        EXPECT_EQ(frames[0].width, kW * 3 / 2);
+        for (size_t i = 1; i < frames.size(); ++i) {
+            EXPECT_NEAR(static_cast<double>(frames[i].timestamp - frames[i - 1].timestamp),
+                        33333.0 / (factor + 1), 1.0);
+        }
+    }
+    EXPECT_EQ(play(4, {2, 0, 0, 0}).back().width, 2 * kW) << "upscaling alone";
+}
+
+TEST_F(EndToEnd, DescriptorsAreEvenFromEnableToDisable) {
+    LiveClient client;
+    const int before = host::openDescriptors();
+    ASSERT_TRUE(client.start(kW, kH, {1, 0, 1, 0}));
+    for (int round = 0; round < 3; ++round) {
+        for (int n = 0; n < 5; ++n)
+            ASSERT_TRUE(client.send(kW, kH, n * kFrameNs));
+        client.vpp->flushsync();
+        EXPECT_EQ(client.account(), "");
+    }
+    client.stop();
+    const auto owned = host::counters().graphicBuffersLive;  // the client's rings, and the two that
+    EXPECT_EQ(static_cast<uint64_t>(host::openDescriptors() - before),
+              owned);  // the component keeps
+    const auto sessions = host::counters().sessionsLive;
+    EXPECT_EQ(sessions, 0);
+}
+
+}  // namespace
+}  // namespace qoz::test

@@ -1,0 +1,320 @@
+// One frame's way in, against the desk machine's own converter, and the settings that frames carry.
+#include <sys/eventfd.h>
+
+#include <atomic>
+#include <thread>
+
+#include "support/Fixture.h"
+
+namespace qoz::test {
+namespace {
+
+using vpp::VppError;
+using vpp::VppPort;
+using Calls = std::vector<std::string>;
+
+constexpr uint32_t kW = 64;
+constexpr uint32_t kH = 48;
+
+class Intake : public ComponentTest {
+  protected:
+    // Side buffers off, so that only a test that wants them sees them.
+    void startPlain(uint32_t factor = 1, uint32_t upscale = 0) {
+        host::setProperty("debug.vpp.frc.game.ext.mbi", "false");
+        enableAndConfig(kW, kH, {1, 0, factor, upscale});
+    }
+    void startFull() { enableAndConfig(kW, kH, {1, 0, 1, 0}); }
+
+    static sp<GraphicBuffer> frame(uint32_t w = kW, uint32_t h = kH) { return buffer(w, h, kRgba); }
+
+    // What the service has been given on the input port, once for each frame.
+    std::vector<std::vector<std::string>> metas() const {
+        std::vector<std::vector<std::string>> result;
+        for (const auto& queued : queuedOn(VppPort::INPUT))
+            result.push_back(queued.metas);
+        return result;
+    }
+
+    // Everything queued to the input port and not yet given back, comes back.
+    void returnInputs() {
+        const auto all = queuedOn(VppPort::INPUT);
+        for (; mReturned < all.size(); ++mReturned) {
+            session().returnInput(all[mReturned].cookie, all[mReturned].timestamp);
+        }
+    }
+
+  private:
+    size_t mReturned = 0;
+};
+
+const std::vector<std::string> kAllThree{"vpp.metabuf.mv.fw", "vpp.metabuf.mv.bw",
+                                         "vpp.metabuf.scale.0p5"};
+const std::vector<std::string> kHalfOnly{"vpp.metabuf.scale.0p5"};
+
+TEST_F(Intake, APlainFrameIsConvertedAndReleased) {
+    startPlain();
+    ASSERT_EQ(processSource(7, frame(), 1234567), 0);
+    const auto queued = queuedOn(VppPort::INPUT);
+    ASSERT_EQ(queued.size(), 1);
+    EXPECT_EQ(queued[0].timestamp, 1234) << "microseconds";
+    EXPECT_EQ(queued[0].cookie, 0x10007);
+    EXPECT_TRUE(queued[0].metas.empty());
+    EXPECT_EQ(client.done(), (std::vector<Done>{{1, 7, 1, 0}}));
+    ASSERT_EQ(processSource(8, frame(), -1999), 0);
+    EXPECT_EQ(queuedOn(VppPort::INPUT)[1].timestamp, static_cast<uint64_t>(-1)) << "toward zero";
+}
+
+TEST_F(Intake, SteadyStateAllocatesNothing) {
+    startFull();
+    uint64_t after = 0;
+    const std::array<sp<GraphicBuffer>, 3> ring{frame(), frame(), frame()};
+    for (int n = 0; n < 20; ++n) {
+        ASSERT_EQ(processSource(n % 3, ring[static_cast<size_t>(n % 3)], n * 1000), 0);
+        returnInputs();
+        if (n == 2) after = host::counters().graphicBuffersMade;
+    }
+    EXPECT_EQ(host::counters().graphicBuffersMade, after);
+}
+
+TEST_F(Intake, WithMotionVectorsASourceIsReleasedOneFrameLate) {
+    startFull();
+    ASSERT_EQ(processSource(0, frame(), 1000), 0);
+    EXPECT_TRUE(client.done().empty()) << "the placeholder's turn";
+    ASSERT_EQ(processSource(1, frame(), 2000), 0);
+    ASSERT_EQ(processSource(2, frame(), 3000), 0);
+    EXPECT_EQ(client.done(), (std::vector<Done>{{1, 0, 1, 0}, {1, 1, 1, 0}}));
+    EXPECT_EQ(metas(), (std::vector<std::vector<std::string>>{kHalfOnly, kAllThree, kAllThree}))
+        << "the first is fresh";
+    vpp->flushsync();
+    EXPECT_EQ(client.done().back(), (Done{1, 2, 1, 0}));
+}
+
+TEST_F(Intake, BadPacketsAreRefusedAndStayTheClients) {
+    make();
+    ASSERT_TRUE(enable());
+    EXPECT_EQ(processSource(0, frame(), 0), 1) << "nothing started";
+    vpp->config(kW, kH, kRgba, {1, 0, 1, 0}, true);
+    EXPECT_EQ(processSource(0, nullptr, 0), 1);
+    EXPECT_EQ(log.count(ANDROID_LOG_ERROR, "processBuffer: INVALID INPUT !"), 2);
+    std::vector<QOZBufferInfo> three(3, {0, frame(), nullptr, 0, {}});
+    EXPECT_EQ(vpp->process(&three, nullptr), 1);
+    EXPECT_EQ(
+        log.count(ANDROID_LOG_ERROR, "Send more than 2 buffers in one packet is NOT supported !"),
+        1);
+    std::vector<QOZBufferInfo> noTarget{{0, frame(), nullptr, 0, {}}, {1, nullptr, nullptr, 0, {}}};
+    EXPECT_EQ(vpp->process(&noTarget, nullptr), 1);
+    EXPECT_TRUE(client.done().empty());
+    EXPECT_TRUE(session().queued().empty());
+}
+
+TEST_F(Intake, AnOutputBufferStartsASessionInInit) {
+    make();
+    ASSERT_TRUE(enable());
+    session().results["open"] = VppError::VPP_ERR_RESOURCES;
+    EXPECT_EQ(processOutput(4, buffer(kW, kH, kNv12)), 1);
+    EXPECT_EQ(client.done(), (std::vector<Done>{{0, 4, 0, 0}}));
+    session().results.clear();
+    EXPECT_EQ(processOutput(5, buffer(kW, kH, kNv12)), 0);
+    EXPECT_EQ(vpp->state(), VppComponent::ACTIVE);
+    EXPECT_EQ(vpp->expectedOutputWidth(), kW);
+    EXPECT_GT(queuedOn(VppPort::OUTPUT).at(0).timestamp, 0) << "the monotonic clock";
+    EXPECT_EQ(processSource(0, frame(), 1000), 0) << "the format is known now";
+}
+
+TEST_F(Intake, ADummySetsTheConverterUpAndNeverComesBack) {
+    startFull();
+    const auto ready =
+        "processBuffer : ME is configured successfully, return directly since this is dummy buffer";
+    EXPECT_EQ(processSource(-1, frame(), 0), 0);
+    EXPECT_EQ(processSource(-1, frame(), 0), 0);
+    EXPECT_EQ(log.count(ready), 1) << "the second has nothing to do";
+    EXPECT_EQ(processSource(0, frame(), 1000), 0);
+    EXPECT_EQ(log.count("processBuffer: Setup MotionEngine, isFirstFrame=1, isBufferSizeChanged=0"),
+              0);
+    EXPECT_EQ(metas(), (std::vector<std::vector<std::string>>{kHalfOnly}));
+    EXPECT_TRUE(client.done().empty());
+}
+
+TEST_F(Intake, ConvertedSourcesAreQueuedAsTheyAre) {
+    startPlain();
+    EXPECT_EQ(processSource(3, buffer(kW, kH, kNv12), 5000), 0);
+    EXPECT_EQ(queuedOn(VppPort::INPUT).at(0).cookie, 3);
+    EXPECT_TRUE(client.done().empty()) << "the service gives it back";
+    returnInputs();
+    EXPECT_EQ(client.done(), (std::vector<Done>{{0, 3, 0, 0}}));
+    EXPECT_EQ(log.count("Nothing needs to be done in ME, directly queue buffer to VPP"), 1);
+}
+
+TEST_F(Intake, AClientsTargetTravelsUnderItsOwnSlot) {
+    startPlain();
+    const auto target = buffer(kW, kH, kNv12);
+    std::vector<QOZBufferInfo> packet{{1, frame(), nullptr, 9000, {}},
+                                      {40, target, nullptr, 0, {}}};
+    EXPECT_EQ(vpp->process(&packet, nullptr), 0);
+    EXPECT_EQ(queuedOn(VppPort::INPUT).at(0).cookie, 40);
+    returnInputs();
+    EXPECT_EQ(client.done(), (std::vector<Done>{{1, 1, 1, 0}, {0, 40, 0, 0}}));
+}
+
+// Each kind of failure costs its own frame: the source stays the client's, the next frame goes
+// through.
+TEST_F(Intake, AFailedFrameIsRefusedAndTheStreamGoesOn) {
+    struct Row {
+        const char* operation;
+        uint64_t nth;
+        int32_t result;
+        const char* message;
+        std::vector<std::string> metas;  // of the frame after it
+    };
+    for (const Row& row : {
+             Row{"RGBToNV12", 2, 1, "RGBToNV12 or MvBufferGeneration error", kAllThree},
+             Row{"MvBufferGeneration", 1, 1, "RGBToNV12 or MvBufferGeneration error", kAllThree},
+             Row{"GetMVbufferSize", 1, 0, "", kAllThree},
+             Row{"allocate", 1, 1, "RGBToNV12 or MvBufferGeneration error", kAllThree},
+         }) {
+        SCOPED_TRACE(row.operation);
+        service->next = ndk::SharedRefBase::make<ScriptedVpp>();
+        startFull();
+        client.clear();
+        const auto first = frame(), second = frame(), third = frame();
+        host::armFault({.operation = row.operation,
+                        .nth = row.nth + (row.nth == 1 && row.operation[0] == 'a' ? 2 : 0)});
+        ASSERT_EQ(processSource(0, first, 1000), 0);
+        EXPECT_EQ(processSource(1, second, 2000), row.result);
+        if (row.message[0] != 0) {
+            EXPECT_EQ(log.count(ANDROID_LOG_ERROR, row.message), 1);
+        }
+        log.clear();
+        EXPECT_EQ(processSource(2, third, 3000), 0);
+        EXPECT_EQ(metas().back(), row.metas);
+        EXPECT_EQ(client.done(1).front(), (Done{1, 0, 1, 0}));
+        host::clearFaults();
+        vpp->disable();
+        vpp.reset();
+    }
+}
+
+TEST_F(Intake, AnUnsignalledFenceIsWaitedFor) {
+    startPlain();
+    const int fd = eventfd(0, EFD_CLOEXEC);
+    const sp<android::Fence> fence(new android::Fence(fd));
+    const auto source = frame();
+    std::atomic<bool> signalled{false};
+    std::thread gpu([&] {
+        ASSERT_TRUE(eventually(
+            [this] { return log.count("processBuffer input frame timestamp = 1000 ns") == 1; }));
+        signalled = true;
+        eventfd_write(fd, 1);
+    });
+    std::vector<QOZBufferInfo> packet{{0, source, fence, 1000, {}}};
+    EXPECT_EQ(vpp->process(&packet, nullptr), 0);
+    EXPECT_TRUE(signalled);
+    gpu.join();
+}
+
+TEST_F(Intake, ANewSizeReshapesTheSession) {
+    startFull();
+    ASSERT_EQ(processSource(0, frame(), 1000), 0);
+    ASSERT_EQ(processSource(1, frame(), 2000), 0);
+    client.clear();
+    // There and back on consecutive frames, then above a limit.
+    struct Row {
+        uint32_t w, h;
+        std::vector<int32_t> released;  // by the flush
+    };
+    int64_t ts = 3000;
+    int32_t slot = 2;
+    for (const Row& row : {Row{32, 32, {1}}, Row{kW, kH, {2}}, Row{96, 80, {3}}}) {
+        client.clear();
+        ASSERT_EQ(processSource(slot, frame(row.w, row.h), ts), 0);
+        EXPECT_EQ(client.done(1), (std::vector<Done>{{1, row.released[0], 1, 0}}));
+        EXPECT_EQ(metas().back(), kHalfOnly) << "fresh";
+        EXPECT_EQ(vpp->expectedOutputWidth(), row.w);
+        EXPECT_EQ(session().ports().back().width, static_cast<int>(row.w));
+        ++slot;
+        ts += 1000;
+    }
+    EXPECT_EQ(
+        log.count("processBuffer: Reconfigure MotionEngine, isFirstFrame=0, isBufferSizeChanged=1"),
+        3);
+    ASSERT_EQ(processSource(slot, frame(96, 80), ts), 0);
+    EXPECT_EQ(metas().back(), kAllThree);
+}
+
+// The frame that changed the size failed: the next one of that size has no reference of its own
+// size.
+TEST_F(Intake, AFailedFrameOfANewSizeDoesNotPoisonTheNext) {
+    startFull();
+    ASSERT_EQ(processSource(0, frame(), 1000), 0);
+    host::armFault({.operation = "RGBToNV12"});
+    EXPECT_EQ(processSource(1, frame(32, 32), 2000), 1);
+    EXPECT_EQ(processSource(2, frame(32, 32), 3000), 0);
+    EXPECT_EQ(metas().back(), kHalfOnly);
+    EXPECT_EQ(processSource(3, frame(32, 32), 4000), 0);
+    EXPECT_EQ(metas().back(), kAllThree);
+}
+
+TEST_F(Intake, AReenabledComponentMakesItsConverterAgain) {
+    startFull();
+    ASSERT_EQ(processSource(0, frame(), 1000), 0);
+    vpp->disable();
+    ASSERT_TRUE(enable());
+    vpp->config(kW, kH, kRgba, {1, 0, 1, 0}, false);
+    ASSERT_EQ(processSource(1, frame(), 2000), 0) << "waits for the start that config posted";
+    EXPECT_EQ(metas().back(), kHalfOnly) << "fresh";
+    EXPECT_EQ(log.count("processBuffer: Setup MotionEngine, isFirstFrame=0, isBufferSizeChanged=0"),
+              1);
+}
+
+TEST_F(Intake, CarriedSettingsTakeEffectAndAreReported) {
+    struct Row {
+        const char* what;
+        ConfigParams carried;
+        std::vector<std::set<uint32_t>> told;
+        uint32_t outputs;
+        bool mv, ds;
+        float ratio;
+        bool reshaped;
+        bool segment;
+    };
+    for (const Row& row : {
+             Row{"the same", {1, 0, 1, 0}, {}, 3, true, true, 1.0F, false, false},
+             Row{"factor", {1, 0, 2, 0}, {{0}}, 4, true, true, 1.0F, false, true},
+             Row{"factor off", {1, 0, 0, 0}, {{0}}, 1, false, true, 1.0F, false, true},
+             Row{"factor that config would clamp",
+                 {1, 0, 5, 0},
+                 {{}},
+                 3,
+                 true,
+                 true,
+                 1.0F,
+                 false,
+                 true},
+             Row{"2x", {1, 0, 1, 2}, {{0, 4}}, 2, true, false, 2.0F, true, false},
+             Row{"1.5x", {1, 0, 2, 1}, {{4}}, 3, true, true, 1.5F, true, true},
+             Row{"no such ratio", {1, 0, 1, 7}, {{4}}, 3, true, true, 1.0F, true, false},
+         }) {
+        SCOPED_TRACE(row.what);
+        service->next = ndk::SharedRefBase::make<ScriptedVpp>();
+        client.clear();
+        startFull();
+        ASSERT_EQ(processSource(0, frame(), 1000000, row.carried), 0);
+        EXPECT_EQ(client.changes(), row.told);
+        EXPECT_EQ(vpp->outBufReqsPerFrame(), row.outputs);
+        EXPECT_EQ(std::pair(peer().mvEnabled(), peer().dsEnabled()), std::pair(row.mv, row.ds));
+        EXPECT_EQ(peer().upscaleRatio(), row.ratio);
+        const auto calls = session().calls();
+        EXPECT_EQ(calls.back() == "reconfigure", row.reshaped);
+        EXPECT_EQ(peer().firstFrame(), row.reshaped);
+        EXPECT_EQ(client.done(1).size(), row.reshaped ? 1 : 0) << "the held slot, by the flush";
+        EXPECT_EQ(peer().yuvMap().size(), 1) << "kept";
+        EXPECT_EQ(vpp->expectedOutputWidth(), static_cast<uint32_t>(row.ratio * kW));
+        EXPECT_EQ(session().segments().size(), row.segment ? 2 : 1);
+        EXPECT_EQ(session().segments().back().startTimestamp, row.segment ? 1000 : 0);
+        vpp->disable();
+        vpp.reset();
+    }
+}
+
+}  // namespace
+}  // namespace qoz::test

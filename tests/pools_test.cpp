@@ -1,0 +1,175 @@
+// The two pools of internal buffers.
+#include "pipeline/BufferPool.h"
+
+#include "pipeline/Align.h"
+#include "support/Fixture.h"
+
+namespace qoz::test {
+namespace {
+
+class Pools : public ComponentTest {
+  protected:
+    void SetUp() override {
+        ComponentTest::SetUp();
+        make();
+    }
+
+    void TearDown() override {
+        fwOut = bwOut = dsOut = nullptr;
+        ComponentTest::TearDown();
+    }
+
+    bool request(sp<GraphicBuffer>* out, uint32_t usage = 0x300, uint32_t width = 64) {
+        return peer().requestYuv(out, {true, width, 64, kNv12, usage});
+    }
+
+    // A free entry under `key`; null for a key without one.
+    void freeYuv(uint64_t key, const sp<GraphicBuffer>& held) {
+        if (held != nullptr) peer().yuvMap()[key] = held;
+        peer().freeYuv().insert(key);
+    }
+
+    void freeSide(uint64_t key, const sp<GraphicBuffer>& fw, const sp<GraphicBuffer>& bw,
+                  const sp<GraphicBuffer>& ds) {
+        peer().extradataMap()[key] = {fw, bw, ds};
+        peer().freeExtradata().insert(key);
+    }
+
+    bool requestSide(bool mv, bool ds, uint32_t dsHeight = 32) {
+        return peer().requestExtradata(&fwOut, &bwOut, {mv, 4, 4, kRgba, 0x300}, &dsOut,
+                                       {ds, 32, dsHeight, kNv12, 0x300});
+    }
+
+    static sp<GraphicBuffer> vectors() { return buffer(4, 4, kRgba); }
+    static sp<GraphicBuffer> half() { return buffer(32, 32, kNv12); }
+
+    sp<GraphicBuffer> fwOut, bwOut, dsOut;
+};
+
+TEST_F(Pools, AnEmptyPoolAllocates) {
+    sp<GraphicBuffer> out;
+    ASSERT_TRUE(request(&out));
+    EXPECT_EQ(std::tuple(out->getWidth(), out->getHeight(), out->getPixelFormat(), out->getUsage()),
+              std::tuple(64U, 64U, kNv12, 0x300UL));
+    EXPECT_TRUE(peer().yuvMap().empty() && peer().freeYuv().empty());
+    EXPECT_EQ(log.count("requestYuvBuffer : allocate yuv buffer:64x64"), 1);
+    EXPECT_FALSE(request(nullptr));
+    EXPECT_FALSE(peer().requestYuv(&out, {}));
+    EXPECT_EQ(log.count(ANDROID_LOG_ERROR, "requestYuvBuffer : invalid buffer args"), 1);
+    EXPECT_EQ(log.count(ANDROID_LOG_ERROR, "No need to request buffer, should not happen"), 1);
+}
+
+TEST_F(Pools, TheOldestFreeBufferIsReused) {
+    const auto oldest = buffer(64, 64, kNv12);
+    freeYuv(200, buffer(64, 64, kNv12));
+    freeYuv(100, oldest);
+    peer().yuvMap()[50] = buffer(64, 64, kNv12);  // in the VPP: not free
+    const auto made = host::counters().graphicBuffersMade;
+    sp<GraphicBuffer> out;
+    ASSERT_TRUE(request(&out));
+    EXPECT_EQ(out, oldest);
+    EXPECT_EQ(host::counters().graphicBuffersMade, made);
+    EXPECT_EQ(peer().freeYuv(), (std::set<uint64_t>{200}));
+    EXPECT_FALSE(peer().yuvMap().contains(100));
+    EXPECT_EQ(peer().yuvMap().size(), 2);
+}
+
+TEST_F(Pools, ABufferThatDoesNotFitDiscardsAllFreeOnes) {
+    struct Row {
+        const char* what;
+        sp<GraphicBuffer> drawn;
+    };
+    for (const Row& row :
+         {Row{"width", buffer(32, 64, kNv12)}, Row{"height", buffer(64, 32, kNv12)},
+          Row{"format", buffer(64, 64, kRgba)}, Row{"usage", buffer(64, 64, kNv12, 0x100)},
+          Row{"absent", nullptr}}) {
+        log.clear();
+        freeYuv(100, row.drawn);
+        freeYuv(200, buffer(64, 64, kNv12));
+        peer().yuvMap()[300] = buffer(32, 32, kNv12);  // in the VPP: stays
+        sp<GraphicBuffer> out;
+        ASSERT_TRUE(request(&out)) << row.what;
+        EXPECT_NE(out, row.drawn) << row.what;
+        EXPECT_TRUE(peer().freeYuv().empty()) << row.what;
+        EXPECT_EQ(peer().yuvMap().size(), 1) << row.what;
+        EXPECT_TRUE(peer().yuvMap().contains(300)) << row.what;
+        EXPECT_EQ(log.count(ANDROID_LOG_ERROR,
+                            "requestYuvBuffer : buffer is not compatible, clear all existing "
+                            "buffers"),
+                  1);
+    }
+}
+
+TEST_F(Pools, SideBuffersAreRequestedByKind) {
+    ASSERT_TRUE(requestSide(false, true));
+    EXPECT_TRUE(fwOut == nullptr && bwOut == nullptr);
+    EXPECT_EQ(dsOut->getHeight(), 32);
+    dsOut = nullptr;
+    ASSERT_TRUE(requestSide(true, false));
+    EXPECT_TRUE(fwOut != nullptr && bwOut != nullptr && dsOut == nullptr);
+    log.clear();
+    EXPECT_TRUE(requestSide(false, false));
+    EXPECT_EQ(log.count(ANDROID_LOG_ERROR, "no extradata needs to be requested"), 1);
+    EXPECT_FALSE(peer().requestExtradata(&fwOut, nullptr, {}, &dsOut, {}));
+}
+
+TEST_F(Pools, AMissingSideBufferIsMadeAndTheRestReused) {
+    const auto fw = vectors();
+    const auto bw = vectors();
+    freeSide(100, fw, bw, nullptr);
+    freeSide(200, vectors(), vectors(), half());
+    ASSERT_TRUE(requestSide(true, true));
+    EXPECT_EQ(fwOut, fw);
+    EXPECT_EQ(bwOut, bw);
+    EXPECT_NE(dsOut, nullptr);
+    EXPECT_EQ(peer().freeExtradata(), (std::set<uint64_t>{200}));
+    const auto ds = half();
+    freeSide(150, nullptr, nullptr, ds);
+    ASSERT_TRUE(requestSide(true, true));
+    EXPECT_EQ(dsOut, ds);
+    EXPECT_NE(fwOut, fw);
+    EXPECT_EQ(peer().freeExtradata(), (std::set<uint64_t>{200}));
+}
+
+TEST_F(Pools, ASideBufferThatDoesNotFitDiscardsAllFreeEntries) {
+    freeSide(100, vectors(), vectors(), half());
+    freeSide(200, vectors(), vectors(), half());
+    peer().extradataMap()[300] = {vectors(), vectors(), nullptr};
+    ASSERT_TRUE(requestSide(true, true, 64));
+    EXPECT_EQ(dsOut->getHeight(), 64);
+    EXPECT_TRUE(peer().freeExtradata().empty());
+    EXPECT_EQ(peer().extradataMap().size(), 1);
+    EXPECT_EQ(log.count(ANDROID_LOG_ERROR,
+                        "requestExtradataBuffer : downscale buffer is not compatible, reallocate "
+                        "new buffer"),
+              1);
+    freeSide(100, buffer(8, 8, kRgba), vectors(), half());
+    ASSERT_TRUE(requestSide(true, false));
+    EXPECT_EQ(log.count(ANDROID_LOG_ERROR,
+                        "requestExtradataBuffer : mv buffers are not compatible, reallocate new "
+                        "buffer"),
+              1);
+}
+
+TEST_F(Pools, AnEntryWithoutItsBackwardVectorsFailsAndStays) {
+    freeSide(100, vectors(), nullptr, half());
+    EXPECT_FALSE(requestSide(true, true));
+    EXPECT_EQ(log.count(ANDROID_LOG_ERROR, "failed to allocate fwBuffer or bwBuffer"), 1);
+    EXPECT_EQ(peer().freeExtradata(), (std::set<uint64_t>{100}));
+    EXPECT_TRUE(peer().extradataMap().contains(100));
+}
+
+TEST_F(Pools, AlignRoundsUp) {
+    for (const auto& [value, alignment, expected] : {std::tuple{541U, 2U, 542U},
+                                                     {540U, 2U, 540U},
+                                                     {0U, 8U, 0U},
+                                                     {7U, 1U, 7U},
+                                                     {7U, 0U, 7U},
+                                                     {1U, 16U, 16U},
+                                                     {0xFFFFFFFFU, 2U, 0U}}) {
+        EXPECT_EQ(android::align(value, alignment), expected) << value << " " << alignment;
+    }
+}
+
+}  // namespace
+}  // namespace qoz::test

@@ -1,0 +1,238 @@
+// Buffers on their way to the service: records, cookies, metabuffers, counters, and every way to
+// fail.
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include "pipeline/Cookie.h"
+#include "support/Fixture.h"
+
+namespace qoz::test {
+namespace {
+
+using vpp::VppError;
+using vpp::VppPort;
+using SideBuffers = VppComponentPeer::SideBuffers;
+
+uint64_t inodeOf(const sp<GraphicBuffer>& b) {
+    struct stat info {};
+    return fstat(b->handle->data[0], &info) == 0 ? info.st_ino : 0;
+}
+
+class Queueing : public ComponentTest {
+  protected:
+    void SetUp() override {
+        ComponentTest::SetUp();
+        enableAndConfig(64, 64, {1, 0, 1, 0});
+        frame = buffer(64, 64, kNv12);
+    }
+
+    void TearDown() override {
+        frame = nullptr;
+        ComponentTest::TearDown();
+    }
+
+    // Queues one input frame with these side buffers; what the service received.
+    Queued queueInput(SideBuffers side, uint64_t timestamp, uint32_t id = 3) {
+        EXPECT_TRUE(peer().queueBuffer(frame, side, id, timestamp, true));
+        return queuedOn(VppPort::INPUT).back();
+    }
+
+    static sp<GraphicBuffer> small() { return buffer(8, 8, kRgba); }
+
+    // No descriptor can be opened while it lives.
+    struct NoDescriptors {
+        NoDescriptors() {
+            getrlimit(RLIMIT_NOFILE, &before);
+            rlimit none = before;
+            none.rlim_cur = 0;
+            setrlimit(RLIMIT_NOFILE, &none);
+        }
+        ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &before); }
+        rlimit before{};
+    };
+
+    sp<GraphicBuffer> frame;
+};
+
+TEST_F(Queueing, CookiesRoundTrip) {
+    namespace cookie = android::cookie;
+    EXPECT_EQ(static_cast<uint64_t>(cookie::forOutput(5)), 0xFFFFFFFF80000005);
+    EXPECT_EQ(cookie::forInput(5, true), 0x10005);
+    for (const uint32_t id : {0U, 1U, 63U, 0xFFFFU, 0x7FFE0000U}) {
+        for (const int64_t made :
+             {cookie::forOutput(id), cookie::forInput(id, true), cookie::forInput(id, false)}) {
+            EXPECT_EQ(cookie::idOf(made), id);
+        }
+        EXPECT_TRUE(cookie::isOutput(cookie::forOutput(id)));
+        EXPECT_FALSE(cookie::isOutput(cookie::forInput(id, true)));
+        EXPECT_TRUE(cookie::isInternal(cookie::forInput(id, true)));
+        EXPECT_FALSE(cookie::isInternal(cookie::forInput(id, false)));
+    }
+}
+
+TEST_F(Queueing, AnInputRecordDescribesTheFrame) {
+    peer().setNeedAdditionalBuffer(true);
+    const Queued pooled = queueInput({}, 77);
+    EXPECT_EQ(pooled.cookie, 0x10003);
+    EXPECT_EQ(std::tuple(pooled.allocLen, pooled.filledLen, pooled.size),
+              std::tuple(8192U, 8192U, 8192U))
+        << "64x64 NV12 in whole pages";
+    EXPECT_EQ(pooled.descriptors, 1);
+    EXPECT_EQ(pooled.inode, inodeOf(frame));
+    EXPECT_EQ(pooled.timestamp, 77);
+    EXPECT_EQ(peer().yuvMap().at(77), frame);
+    EXPECT_EQ(log.count("skip to emplace empty mv buffers and downscale buffers"), 1);
+    peer().setNeedAdditionalBuffer(false);
+    EXPECT_EQ(queueInput({}, 78).cookie, 3);
+    EXPECT_FALSE(peer().yuvMap().contains(78));
+    EXPECT_EQ(peer().inputsInVpp(), 2);
+}
+
+TEST_F(Queueing, MetabuffersFollowWhatExists) {
+    struct Row {
+        SideBuffers side;
+        bool mv, ds;
+        std::vector<std::string> metas;
+    };
+    const std::string fw = "vpp.metabuf.mv.fw", bw = "vpp.metabuf.mv.bw";
+    const std::string half = "vpp.metabuf.scale.0p5";
+    uint64_t timestamp = 100;
+    for (const Row& row : {
+             Row{{small(), small(), small()}, true, true, {fw, bw, half}},
+             Row{{small(), small(), nullptr}, true, false, {fw, bw}},
+             Row{{small(), nullptr, small()}, true, true, {half}},
+             Row{{nullptr, small(), nullptr}, true, true, {}},
+             Row{{nullptr, nullptr, small()}, false, true, {half}},
+             Row{{small(), small(), small()}, false, false, {}},
+         }) {
+        peer().setSideBuffersEnabled(row.mv, row.ds);
+        EXPECT_EQ(queueInput(row.side, ++timestamp).metas, row.metas) << timestamp;
+        EXPECT_TRUE(peer().extradataMap().contains(timestamp));
+    }
+}
+
+TEST_F(Queueing, AnEntryInFlightIsNotReplaced) {
+    const auto first = small();
+    EXPECT_EQ(queueInput({nullptr, nullptr, first}, 9).metas.size(), 1);
+    EXPECT_EQ(queueInput({small(), small(), small()}, 9).metas.size(), 1) << "the first entry's";
+    EXPECT_EQ(std::get<2>(peer().extradataMap().at(9)), first);
+}
+
+TEST_F(Queueing, AnOutputRecordIsEmptyAndActivates) {
+    vpp->flushsync();
+    ASSERT_EQ(vpp->state(), VppComponent::IDLE);
+    EXPECT_EQ(processOutput(63, frame), 0);
+    EXPECT_EQ(vpp->state(), VppComponent::ACTIVE);
+    const Queued output = queuedOn(VppPort::OUTPUT).back();
+    EXPECT_EQ(static_cast<uint64_t>(output.cookie), 0xFFFFFFFF8000003F);
+    EXPECT_EQ(std::tuple(output.allocLen, output.filledLen, output.metas.size()),
+              std::tuple(8192U, 0U, size_t{0}));
+    EXPECT_EQ(peer().outputsInVpp(), 1);
+}
+
+// Result 0 says taken: so what cannot be queued comes straight back, once, and costs nothing.
+TEST_F(Queueing, AnOutputBufferThatIsRefusedComesBackInvalid) {
+    struct Row {
+        const char* what;
+        int32_t slot;
+        sp<GraphicBuffer> lent;
+        std::function<void()> breakIt;
+        const char* message;
+    };
+    const auto nothing = [] {};
+    for (const Row& row : {
+             Row{"slot 64", 64, frame, nothing, "output buffer refused: slot 64 is out of range"},
+             Row{"slot -5", -5, frame, nothing, "output buffer refused: slot -5 is out of range"},
+             Row{"size", 1, buffer(64, 32, kNv12), nothing,
+                 "Queued output buffer size=64x32 doesn't match expected buffer size=64x64"},
+             Row{"no memory", 2, buffer(64, 64, 99), nothing, "invalid graphic buffer"},
+             Row{"service", 3, frame,
+                 [this] { session().results["queueBuf1"] = VppError::VPP_ERR_NO_MEM; },
+                 "failed to queue vpp buffer"},
+             Row{"handle", 4, frame, [] { host::armFault({"native_handle_create"}); },
+                 "native_handle_create failed"},
+         }) {
+        client.clear();
+        row.breakIt();
+        EXPECT_EQ(processOutput(row.slot, row.lent), 0) << row.what;
+        EXPECT_EQ(client.done(), (std::vector<Done>{{0, row.slot, 0, 0}})) << row.what;
+        EXPECT_EQ(log.count(row.message), 1) << row.what;
+        EXPECT_EQ(peer().outputsInVpp(), 0) << row.what;
+    }
+    client.clear();
+    {
+        const NoDescriptors exhausted;
+        EXPECT_EQ(processOutput(5, frame), 0);
+    }
+    EXPECT_EQ(client.done(), (std::vector<Done>{{0, 5, 0, 0}}));
+    EXPECT_EQ(processOutput(6, nullptr), 1) << "refused: still the client's";
+    EXPECT_EQ(client.done().size(), 1);
+}
+
+TEST_F(Queueing, AFrameThatIsRefusedLeavesItsBuffersToTheNext) {
+    peer().setNeedAdditionalBuffer(true);
+    session().results["queueBuf0"] = VppError::VPP_ERR_STATE;
+    SideBuffers side{small(), small(), small()};
+    EXPECT_FALSE(peer().queueBuffer(frame, side, 3, 500, true));
+    EXPECT_EQ(std::get<0>(side), nullptr) << "moved into the pool";
+    EXPECT_EQ(peer().inputsInVpp(), 0);
+    EXPECT_EQ(peer().freeYuv(), (std::set<uint64_t>{500}));
+    EXPECT_EQ(peer().freeExtradata(), (std::set<uint64_t>{500}));
+    EXPECT_TRUE(client.done().empty()) << "nothing of the client's was in it";
+    // A target of the client's goes back.
+    peer().setNeedAdditionalBuffer(false);
+    EXPECT_FALSE(peer().queueBuffer(frame, side, 8, 501, true));
+    EXPECT_FALSE(peer().queueBuffer(frame, side, 0x10001, 502, true)) << "collides with a flag";
+    EXPECT_EQ(client.done(), (std::vector<Done>{{0, 8, 0, 0}, {0, 0x10001, 0, 0}}));
+    sp<GraphicBuffer> none;
+    SideBuffers kept{small(), nullptr, nullptr};
+    EXPECT_FALSE(peer().queueBuffer(none, kept, 9, 503, true));
+    EXPECT_NE(std::get<0>(kept), nullptr) << "untouched";
+}
+
+TEST_F(Queueing, AFailedMetabufferLeavesTheFrame) {
+    struct Row {
+        uint64_t nth;
+        std::vector<std::string> metas;
+        const char* message;
+    };
+    const std::string fw = "vpp.metabuf.mv.fw", bw = "vpp.metabuf.mv.bw";
+    uint64_t timestamp = 100;
+    for (const Row& row : {Row{1, {"", ""}, "nhMeta1 native_handle_create failed"},
+                           Row{2, {fw, ""}, "nhMeta2 native_handle_create failed"},
+                           Row{3, {fw, bw, ""}, "nhMeta3 native_handle_create failed"}}) {
+        SideBuffers side{small(), small(), small()};
+        host::clearFaults();
+        host::armFault({.operation = "native_handle_create", .nth = row.nth});
+        EXPECT_EQ(queueInput(std::move(side), ++timestamp).metas, row.metas);
+        EXPECT_EQ(log.count(ANDROID_LOG_ERROR, row.message), 1);
+    }
+    const size_t before = queuedOn(VppPort::INPUT).size();
+    SideBuffers side{small(), small(), small()};
+    {
+        const NoDescriptors exhausted;
+        EXPECT_FALSE(peer().queueBuffer(frame, side, 3, 999, true));
+    }
+    EXPECT_EQ(queuedOn(VppPort::INPUT).size(), before) << "without descriptors: not queued";
+}
+
+TEST_F(Queueing, NativeHandlesAreReleased) {
+    peer().releaseHandle(nullptr, true);
+    native_handle_t* handle = native_handle_create(1, 0);
+    handle->data[0] = dup(0);
+    peer().releaseHandle(handle, true);  // the fixture counts handles and descriptors
+    log.clear();
+    native_handle_t* broken = native_handle_create(0, 0);
+    broken->version = 1;
+    peer().releaseHandle(broken, true);
+    EXPECT_EQ(log.count(ANDROID_LOG_ERROR, "ERROR : native_handle_close returned err = 4294967274"),
+              1);
+    peer().releaseHandle(broken, false);
+    EXPECT_EQ(
+        log.count(ANDROID_LOG_ERROR, "ERROR : native_handle_delete returned err = 4294967274"), 1);
+    broken->version = sizeof(native_handle_t);
+    native_handle_delete(broken);
+}
+
+}  // namespace
+}  // namespace qoz::test

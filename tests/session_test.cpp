@@ -1,0 +1,314 @@
+// Construction, messages and state; finding the service, enable and disable; the callback object.
+#include <android/binder_manager.h>
+#include <host/platform/ServiceRegistry.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <latch>
+
+#include "session/Log.h"
+#include "support/Fixture.h"
+
+namespace qoz::test {
+namespace {
+
+using vpp::VppError;
+
+class Session : public ComponentTest {};
+
+TEST_F(Session, DiagnosticsNeedBothGateBits) {
+    for (const auto& [flags, open] : std::map<const char*, bool>{{"", false},
+                                                                 {"1", false},
+                                                                 {"20", false},
+                                                                 {"0x20", false},
+                                                                 {"21", true},
+                                                                 {" 0x21", true},
+                                                                 {"ff", true},
+                                                                 {"3f", true},
+                                                                 {"1000000000000de", false},
+                                                                 {"ff00000021zz", true}}) {
+        log.clear();
+        make(flags);
+        vpp.reset();
+        EXPECT_EQ(log.countPrefixed(ANDROID_LOG_WARN), open ? 2 : 0) << flags;
+        EXPECT_EQ(log.count(ANDROID_LOG_DEBUG, "status: UNINIT"), 1) << flags;
+    }
+}
+
+TEST_F(Session, AClosedGateEvaluatesNoArgument) {
+    int evaluated = 0;
+    for (const uint32_t mLogFlags : {0U, 1U, 0x20U, 0xDEU, 0x21U}) {
+        VPP_LOG_GATED(ANDROID_LOG_INFO, "%d", ++evaluated);
+    }
+    EXPECT_EQ(evaluated, 1);
+}
+
+TEST_F(Session, LimitsAreParsedOrConstructionThrows) {
+    host::setProperty("vendor.qoz.maxh", "1080");
+    for (const auto& [text, limits] : std::map<const char*, bool>{
+             {"", false}, {"0", false}, {"4294967296", false}, {" +1920px", true}}) {
+        host::setProperty("vendor.qoz.maxw", text);
+        make();
+        EXPECT_EQ(peer().needDownscale(4000, 4000), limits) << text;
+        vpp.reset();
+    }
+    for (const char* name : {"vendor.qoz.maxw", "vendor.qoz.maxh", "vendor.qoz.log.msg"}) {
+        host::clearProperties();
+        host::setProperty(name, "xyz");
+        EXPECT_THROW(VppComponent(), std::invalid_argument) << name;
+        host::setProperty(name, "99999999999999999999");
+        EXPECT_THROW(VppComponent(), std::out_of_range) << name;
+    }
+}
+
+TEST_F(Session, ProcessSaysWhatItWasGiven) {
+    make("0");
+    std::vector<QOZBufferInfo> empty;
+    std::vector<QOZBufferInfo> one(1);
+    QOZBufferInfo output{0, buffer(16, 16, kNv12), nullptr, 0, {}};
+    log.clear();
+    EXPECT_EQ(vpp->process(nullptr, nullptr), 2);
+    EXPECT_EQ(vpp->process(&empty, nullptr), 2);
+    EXPECT_EQ(vpp->processBuffer(nullptr, nullptr), 1);
+    EXPECT_EQ(log.countPrefixed(ANDROID_LOG_FATAL), 0);
+    EXPECT_EQ(vpp->process(&one, &output), 1);
+    char both[128];
+    snprintf(both, sizeof both, "processBuffer:pSrcBufferInfo = %p, pDstBufferInfo = %p ",
+             static_cast<void*>(&one), static_cast<void*>(&output));
+    EXPECT_EQ(log.count(ANDROID_LOG_ERROR, both), 1);
+    // Not enabled: the buffers stay the client's.
+    EXPECT_EQ(vpp->process(&empty, &output), 1);
+    EXPECT_EQ(vpp->process(&one, nullptr), 1);
+    EXPECT_EQ(log.count(ANDROID_LOG_ERROR, "processBuffer: component is not enabled"), 2);
+    EXPECT_TRUE(client.done().empty());
+}
+
+TEST_F(Session, OperationsBeforeEnableFailAndHangNobody) {
+    make();
+    vpp->config(64, 64, kRgba, {1, 0, 1, 0}, true);
+    vpp->flushsync();
+    EXPECT_FALSE(peer().drain());
+    EXPECT_FALSE(peer().reconfig(64, 64, kNv12));
+    vpp->disable();
+    EXPECT_EQ(vpp->state(), VppComponent::UNINIT);
+    // The Start that had no worker is not for the worker of a later enable.
+    ASSERT_TRUE(enable());
+    EXPECT_FALSE(peer().startPending());
+    vpp->disable();
+    EXPECT_EQ(session().calls(),
+              (std::vector<std::string>{"initSession", "close", "terminateSession"}));
+}
+
+TEST_F(Session, StateChangesAreLoggedOnceAskedFor) {
+    make();
+    ASSERT_TRUE(enable(false));
+    vpp->disable();
+    EXPECT_EQ(log.count("status: UNINIT->INIT"), 0);
+    ASSERT_TRUE(enable(true));
+    vpp->disable();
+    EXPECT_EQ(log.count(ANDROID_LOG_DEBUG, "status: UNINIT->INIT"), 1);
+    EXPECT_EQ(log.count(ANDROID_LOG_DEBUG, "status: INIT->UNINIT"), 1);
+}
+
+TEST_F(Session, ASecondEnableLeavesTheFirstSession) {
+    make();
+    ASSERT_TRUE(enable());
+    Recorder other;
+    EXPECT_FALSE(vpp->enable("other", &other, false));
+    EXPECT_EQ(log.count(ANDROID_LOG_ERROR, "previous cmp in not uninit"), 1);
+    EXPECT_EQ(session().calls(), (std::vector<std::string>{"initSession"}));
+    vpp->disable();
+    EXPECT_TRUE(enable()) << "again after disable";
+}
+
+TEST_F(Session, AnAbsentServiceIsLookedUp36Times) {
+    service->unregister();
+    make();
+    const auto before = std::chrono::steady_clock::now();
+    EXPECT_FALSE(enable());
+    EXPECT_GE(std::chrono::steady_clock::now() - before, 35 * std::chrono::milliseconds(40));
+    for (const char* text :
+         {"sleep to get interface. Attempt (1 + 1)", "sleep to get interface. Attempt (1 + 35)",
+          "Couldn't acquire vppService after (1 + 35) attempts!!!", "unable to get vpp service"}) {
+        EXPECT_EQ(log.count(text), 1) << text;
+    }
+    EXPECT_EQ(log.count("sleep to get interface. Attempt (1 + 36)"), 0);
+    EXPECT_EQ(vpp->state(), VppComponent::UNINIT);
+    service->registerAgain();  // the waiting thread ends, and lets go of what it was given
+    EXPECT_TRUE(enable());
+}
+
+TEST_F(Session, AServiceThatComesIsFoundAtItsRetry) {
+    service->unregister();
+    make();
+    log.onLine = [this](const std::string& text) {
+        if (text == "sleep to get interface. Attempt (1 + 3)") service->registerAgain();
+    };
+    EXPECT_TRUE(enable());
+    log.onLine = nullptr;
+    EXPECT_EQ(log.count("acquired vppservice after (1 + 3) attempts"), 1);
+}
+
+TEST_F(Session, ABinderOfAnotherKindIsRetriedWithoutSleep) {
+    service->unregister();
+    const std::string name = std::string(vpp::IVppService::descriptor) + "/default";
+    host::addService(name, service->next->asBinder());
+    make();
+    const auto before = std::chrono::steady_clock::now();
+    EXPECT_FALSE(enable());
+    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(1000));
+    EXPECT_EQ(log.count("successfully get interface: " + name), 35);
+    host::removeService(name);
+}
+
+TEST_F(Session, WithoutASessionEnableFails) {
+    make();
+    const auto held = std::exchange(service->next, nullptr);
+    EXPECT_FALSE(enable());
+    EXPECT_EQ(log.count(ANDROID_LOG_ERROR, "unable to get new session from vpp service"), 1);
+    EXPECT_EQ(vpp->state(), VppComponent::UNINIT);
+    service->next = held;
+    EXPECT_TRUE(enable());
+}
+
+TEST_F(Session, ARefusedSessionLeavesErrorUntilDisable) {
+    make();
+    session().results["initSession"] = VppError::VPP_ERR_RESOURCES;
+    EXPECT_FALSE(enable());
+    EXPECT_EQ(log.count(ANDROID_LOG_ERROR, "failed to init vpp"), 1);
+    EXPECT_EQ(vpp->state(), VppComponent::ERROR);
+    EXPECT_FALSE(enable());
+    vpp->config(64, 64, kRgba, {1, 0, 1, 0}, true);  // no worker: nothing to wait for
+    vpp->disable();
+    EXPECT_EQ(vpp->state(), VppComponent::UNINIT);
+    EXPECT_EQ(session().calls(), (std::vector<std::string>{"initSession"})) << "not closed";
+    session().results.clear();
+    EXPECT_TRUE(enable());
+}
+
+TEST_F(Session, AComponentThatNobodyOwnsCannotBeEnabled) {
+    make();
+    VppComponent unowned;
+    EXPECT_FALSE(unowned.enable("unowned", &client, false));
+    EXPECT_EQ(log.count(ANDROID_LOG_ERROR, "Cannot allocate IVppCallbacks"), 1);
+}
+
+TEST_F(Session, TheWorkerIsScheduledAndAnswers) {
+    make();
+    const size_t before = host::schedCalls().size();
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_TRUE(enable());
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2)) << "Init answered";
+    const auto calls = host::schedCalls();
+    ASSERT_EQ(calls.size(), before + 2);
+    EXPECT_EQ(calls[before].call, "set_sched_policy");
+    EXPECT_EQ(calls[before].policy, 1);
+    EXPECT_EQ(log.count("VppOBDworkerThread started, name: VPPOBDWorker" +
+                        std::to_string(calls[before].tid)),
+              1);
+    EXPECT_EQ(calls[before + 1].call, "set_cpuset_policy");
+    EXPECT_EQ(calls[before + 1].tid, 0);
+    EXPECT_EQ(calls[before + 1].policy, 2);
+    vpp->disable();
+    EXPECT_EQ(log.count("VppOBDworkerThread exited"), 1);
+}
+
+TEST_F(Session, DisableWaitsForAStartAndGoesOnWhenCloseFails) {
+    make();
+    ASSERT_TRUE(enable());
+    std::latch waiting(1);
+    log.onLine = [&, once = true](const std::string& text) mutable {
+        if (text == "Wait for VPP start complete .. " && std::exchange(once, false)) {
+            waiting.count_down();
+        }
+    };
+    session().onCall = [&](const std::string& call) {
+        if (call == "open") waiting.wait();
+    };
+    session().results["close"] = VppError::VPP_ERR_HW;
+    vpp->config(64, 64, kRgba, {1, 0, 0, 0}, false);
+    vpp->disable();
+    log.onLine = nullptr;
+    const auto calls = session().calls();
+    ASSERT_GE(calls.size(), 3);
+    EXPECT_EQ(std::vector(calls.end() - 3, calls.end()),
+              (std::vector<std::string>{"open", "close", "terminateSession"}));
+    EXPECT_EQ(log.count("vppClose error=VPP_ERR_HW"), 1);
+    EXPECT_EQ(vpp->state(), VppComponent::UNINIT);
+}
+
+TEST_F(Session, DisableGoesOnWithoutAStartThatNeverEnds) {
+    make();
+    ASSERT_TRUE(enable());
+    std::latch closed(1);
+    session().onCall = [&](const std::string& call) {
+        if (call == "open") closed.wait();
+        if (call == "close") closed.count_down();
+    };
+    vpp->config(64, 64, kRgba, {1, 0, 0, 0}, false);
+    vpp->disable();  // 600 polls of 2 ms, then close: that ends the start
+    EXPECT_EQ(log.count("Wait for VPP start complete .. "), 600);
+    EXPECT_EQ(vpp->state(), VppComponent::UNINIT);
+    EXPECT_FALSE(peer().startPending());
+}
+
+TEST_F(Session, CallbacksAnswerOkWhateverTheyAreGiven) {
+    make();
+    ASSERT_TRUE(enable());
+    auto* callbacks = session().callbacks();
+    const vpp::VppBuffer returned;
+    EXPECT_TRUE(callbacks->eventDrainDone(nullptr).isOk());
+    EXPECT_TRUE(callbacks->eventError(VppError::VPP_ERR_FATAL, nullptr).isOk());
+    EXPECT_TRUE(callbacks->eventFlushDone({}, nullptr).isOk());
+    EXPECT_TRUE(callbacks->eventReconfigDone({}, nullptr).isOk());
+    EXPECT_TRUE(callbacks->inputBufferDone(returned, nullptr).isOk());
+    EXPECT_TRUE(callbacks->outputBufferDone(returned, nullptr).isOk());
+    for (const char* name : {"eventDrainDone", "eventError", "eventFlushDone", "eventReconfigDone",
+                             "inputBufferDone", "outputBufferDone"}) {
+        EXPECT_EQ(log.count(ANDROID_LOG_ERROR, std::string(name) + ": invalid ptr"), 1) << name;
+    }
+    EXPECT_TRUE(client.done().empty());
+    VppError result = VppError::VPP_ERR;
+    EXPECT_TRUE(callbacks->eventError(VppError(77), &result).isOk());
+    EXPECT_EQ(result, VppError::VPP_OK);
+    EXPECT_EQ(toString(VppError(10)) + toString(VppError(-1)), "10-1");
+    EXPECT_EQ(vpp->state(), VppComponent::INIT);
+}
+
+TEST_F(Session, TheLastReleaseDoesWhatDisableDoes) {
+    enableAndConfig(64, 64, {1, 0, 0, 0});
+    const std::weak_ptr<VppComponent> watched = vpp;
+    vpp.reset();
+    ASSERT_FALSE(watched.expired()) << "the session still holds it";
+    session().send([](vpp::IVppCallbacks&) {});
+    (void)session().terminateSession();
+    ASSERT_TRUE(eventually([&] { return watched.expired(); }));
+    const auto calls = session().calls();
+    EXPECT_NE(std::ranges::find(calls, "close"), calls.end());
+}
+
+// The client lets go from within onBufferDone, after the session has: the worker itself is then the
+// last to hold the component, and ends it after the callback.
+TEST_F(Session, AReleaseInsideACallbackIsSafe) {
+    enableAndConfig(64, 64, {1, 0, 0, 0});
+    const std::weak_ptr<VppComponent> watched = vpp;
+    client.onDone = [this](const Done&) {
+        (void)session().terminateSession();
+        vpp.reset();
+    };
+    session().returnOutput(static_cast<int32_t>(0x80000003), 5, 1);
+    ASSERT_TRUE(eventually([&] { return watched.expired(); }));
+    EXPECT_EQ(client.done(), (std::vector<Done>{{0, 3, 1, 5}}));
+}
+
+TEST_F(Session, DisableFromACallbackIsRefused) {
+    enableAndConfig(64, 64, {1, 0, 0, 0});
+    client.onDone = [this](const Done&) { vpp->disable(); };
+    session().returnOutput(static_cast<int32_t>(0x80000003), 5, 1);
+    ASSERT_TRUE(client.waitFor(1));
+    EXPECT_EQ(vpp->state(), VppComponent::ACTIVE);
+    EXPECT_EQ(log.count("disable: called from within a callback of its own worker"), 1);
+}
+
+}  // namespace
+}  // namespace qoz::test

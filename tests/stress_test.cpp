@@ -1,0 +1,93 @@
+// Many changes, many times: nothing lost, nobody stuck. Meant for the sanitizers as much as for
+// itself.
+#include <random>
+#include <thread>
+
+#include "support/Fixture.h"
+#include "support/LiveClient.h"
+
+namespace qoz::test {
+namespace {
+
+constexpr int64_t kFrameNs = 16000000;
+
+class Stress : public EvenTest {
+  protected:
+    // One stream with `changes` random changes; what is wrong with it afterwards.
+    static std::string play(uint32_t seed, int changes) {
+        std::mt19937 random(seed);
+        const auto pick = [&random](auto... values) {
+            const std::array all{values...};
+            return all[random() % all.size()];
+        };
+        LiveClient client;
+        uint32_t width = 96;
+        uint32_t height = 64;
+        ConfigParams params{1, 0, 1, 0};
+        if (!client.start(width, height, params)) return "does not start";
+        int64_t now = 0;
+        for (int change = 0; change < changes; ++change) {
+            std::optional<ConfigParams> carried;
+            switch (random() % 5) {
+                case 0:
+                    width = pick(64U, 96U, 98U, 131U);
+                    height = pick(48U, 64U, 81U);
+                    break;
+                case 1:
+                    params.interpFactor = pick(0U, 1U, 2U, 3U);
+                    break;
+                case 2:
+                    params.upscaleIndex = pick(0U, 1U, 2U, 7U);
+                    break;
+                case 3:
+                    client.vpp->flushsync();
+                    break;
+                default:
+                    client.vpp->config(width, height, kRgba, params, pick(true, false));
+            }
+            if (random() % 2 == 0) carried = params;
+            for (uint32_t n = random() % 3; n > 0; --n) {
+                if (!client.send(width, height, now += kFrameNs, {}, std::exchange(carried, {}))) {
+                    return "stuck at change " + std::to_string(change);
+                }
+            }
+        }
+        client.stop();
+        return client.account();
+    }
+
+    host::VppService service;
+    LogCapture log;
+};
+
+TEST_F(Stress, AThousandRandomChanges) {
+    const uint32_t seed = std::random_device{}();
+    EXPECT_EQ(play(seed, 1000), "") << "seed " << seed;
+}
+
+TEST_F(Stress, SeveralComponentsAtOnce) {
+    const uint32_t seed = std::random_device{}();
+    std::array<std::string, 4> wrong;
+    std::vector<std::thread> threads;
+    for (uint32_t i = 0; i < wrong.size(); ++i) {
+        threads.emplace_back([&wrong, i, seed] { wrong[i] = play(seed + i, 60); });
+    }
+    for (auto& thread : threads)
+        thread.join();
+    for (uint32_t i = 0; i < wrong.size(); ++i)
+        EXPECT_EQ(wrong[i], "") << "seed " << seed + i;
+}
+
+TEST_F(Stress, EnableAndDisableOverAndOver) {
+    for (int round = 0; round < 50; ++round) {
+        LiveClient client;
+        ASSERT_TRUE(client.start(64, 48, {1, 0, 1, 0}));
+        for (int n = 0; n < round % 4; ++n)
+            ASSERT_TRUE(client.send(64, 48, (n + 1) * kFrameNs));
+        if (round % 3 == 0) client.vpp->flushsync();
+        client.vpp->disable();
+    }
+}
+
+}  // namespace
+}  // namespace qoz::test

@@ -1,0 +1,67 @@
+// A component against the scripted service, and the proof that nothing of it is left afterwards.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <host/platform/BufferLayout.h>
+#include <qoz/VppComponent.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "support/Capture.h"
+#include "support/Peer.h"
+#include "support/ScriptedService.h"
+
+namespace qoz::test {
+
+using android::ConfigParams;
+using android::GraphicBuffer;
+using android::QOZBufferInfo;
+using android::sp;
+using android::VppComponent;
+using android::VppComponentPeer;
+
+constexpr int32_t kNv12 = host::kNv12Vemo;
+constexpr int32_t kRgba = host::kRgba8888;
+
+sp<GraphicBuffer> buffer(uint32_t width, uint32_t height, int32_t format, uint32_t usage = 0x300);
+
+// Every test ends with as many descriptors, buffers, handles and binder references as it began
+// with.
+class EvenTest : public ::testing::Test {
+  protected:
+    void SetUp() override;
+    void TearDown() override;
+
+  private:
+    host::Counters mBefore;
+    int mDescriptors = 0;
+};
+
+class ComponentTest : public EvenTest {
+  protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    // With all diagnostics on, unless `logFlags` says otherwise.
+    void make(const char* logFlags = "21");
+    bool enable(bool debug = false) { return vpp->enable("test", &client, debug); }
+    void enableAndConfig(uint32_t width, uint32_t height, ConfigParams params);
+    VppComponentPeer peer() { return VppComponentPeer(*vpp); }
+    ScriptedVpp& session() { return *service->next; }
+
+    int32_t processSource(int32_t slot, const sp<GraphicBuffer>& source, int64_t nanoseconds,
+                          std::optional<ConfigParams> carried = {});
+    int32_t processOutput(int32_t slot, const sp<GraphicBuffer>& output);
+
+    // What the service was given on a port.
+    std::vector<Queued> queuedOn(vpp::VppPort port) const;
+
+    LogCapture log;
+    Recorder client;
+    std::unique_ptr<ScriptedService> service;
+    std::shared_ptr<VppComponent> vpp;
+};
+
+}  // namespace qoz::test
