@@ -53,6 +53,7 @@ bool VppComponent::acquireVppService() {
 
 // Blocks until the service is registered, which also has the service manager start one that starts
 // on demand. Runs detached and touches no component: it may outlive the one that started it.
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the thread keeps its own copy
 void VppComponent::waitForService(std::string instance) {
     const ndk::SpAIBinder released(AServiceManager_waitForService(instance.c_str()));
 }

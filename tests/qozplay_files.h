@@ -1,0 +1,47 @@
+// Files for the tests of the player.
+#pragma once
+
+#include "Y4mHeader.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+
+namespace qozplay {
+
+// A folder for one test, gone with it.
+class Folder {
+  public:
+    Folder() {
+        std::string pattern = (std::filesystem::temp_directory_path() / "qozplayXXXXXX").string();
+        if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no folder for the test");
+        mPath = pattern;
+    }
+    ~Folder() { std::filesystem::remove_all(mPath); }
+
+    std::string file(const std::string& name) const { return (mPath / name).string(); }
+
+    std::string write(const std::string& name, const std::string& bytes) const {
+        std::ofstream(file(name), std::ios::binary) << bytes;
+        return file(name);
+    }
+
+    std::string read(const std::string& name) const {
+        std::ifstream in(file(name), std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+
+  private:
+    std::filesystem::path mPath;
+};
+
+// One planar picture without colour.
+inline std::string grey(Size size, char luma) {
+    const size_t pixels = static_cast<size_t>(size.width) * size.height;
+    return std::string(pixels, luma) + std::string(i420Bytes(size) - pixels, '\x80');
+}
+
+}  // namespace qozplay

@@ -1,0 +1,61 @@
+// Words that every part of the player uses.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+
+namespace qozplay {
+
+using Clock = std::chrono::steady_clock;
+
+struct Size {
+    uint32_t width = 0;  // pixels
+    uint32_t height = 0;
+
+    bool operator==(const Size&) const = default;
+};
+
+// Frames a second, as a fraction: 30000/1001 has no finite decimal form.
+struct Rate {
+    uint32_t num = 30;
+    uint32_t den = 1;
+
+    bool operator==(const Rate&) const = default;
+};
+
+// What the user gave cannot be used: exit code 2.
+class BadInput : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+// The session did not do its work: exit code 1.
+class SessionFailed : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+constexpr uint32_t kMaxSide = 16384;  // beyond that a header is taken for nonsense
+
+std::string format(const char* pattern, ...) __attribute__((__format__(printf, 1, 2)));
+
+// "1280x720"; throws BadInput that begins with `what`.
+Size parseSize(const std::string& text, const std::string& what);
+
+// "30", "29.97" is refused, "30000/1001" is taken; throws BadInput that begins with `what`.
+Rate parseRate(const std::string& text, const std::string& what);
+
+// A whole decimal number of at most `limit`, nothing around it; throws BadInput that begins with
+// `what`.
+uint64_t parseNumber(const std::string& text, uint64_t limit, const std::string& what);
+
+std::string toText(Size size);
+std::string toText(Rate rate);
+
+inline double milliseconds(Clock::duration duration) {
+    return std::chrono::duration<double, std::milli>(duration).count();
+}
+
+}  // namespace qozplay

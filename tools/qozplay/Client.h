@@ -1,0 +1,64 @@
+// One session from beginning to end: enable, config, frame after frame, flush, disable.
+#pragma once
+
+#include "Console.h"
+#include "FrameSource.h"
+#include "Options.h"
+#include "Stats.h"
+#include "Stream.h"
+#include "WarmUp.h"
+
+#include <memory>
+
+namespace qozplay {
+
+// Presentation time of a frame, nanoseconds.
+int64_t timestampOf(Rate rate, uint64_t frame);
+
+class Client {
+  public:
+    // `console` shows the progress of this session; null: none.
+    Client(const Options& options, std::string name, FrameSource& source,
+           std::vector<FrameSink*> sinks, WarmUp& warmUp, Console* console);
+
+    // To be run once. Failures are in the result. The object must outlive the service: a session
+    // that ended badly may still call it.
+    SessionStats run();
+
+  private:
+    struct Settings {
+        uint32_t interp;
+        uint32_t upscaleIndex;
+        Size size;
+        bool operator==(const Settings&) const = default;
+    };
+
+    template <typename Work>
+    void attempt(Work work);
+    void start();
+    void feed();
+    void drain();
+    bool feedFrame(uint64_t frame);
+    bool fill(int32_t slot);
+    void flush(const Change& change);
+    void sendSource(uint64_t frame, int32_t slot);
+    void finish();
+    void collect();
+    android::ConfigParams paramsFor(const Settings& settings) const;
+
+    const Options& mOptions;
+    const std::string mName;
+    FrameSource& mSource;
+    WarmUp& mWarmUp;
+    Console* const mConsole;
+    Script mScript;
+    Settings mSettings;  // in force
+    Settings mWanted;    // from the next frame on
+    std::vector<uint8_t> mUnscaled;
+    Mailbox mMailbox;
+    std::shared_ptr<android::VppComponent> mVpp;
+    Stream mStream;
+    SessionStats mStats;
+};
+
+}  // namespace qozplay

@@ -1,0 +1,55 @@
+// What is off in a run: anything here makes it a failed one.
+#include "Stats.h"
+
+namespace qozplay {
+namespace {
+
+void note(std::vector<std::string>* out, uint64_t count, const char* one, const char* many) {
+    if (count == 0) return;
+    out->push_back(
+        format("%llu %s", static_cast<unsigned long long>(count), count == 1 ? one : many));
+}
+
+std::string lostBuffers(const std::vector<Ledger::Entry>& missing) {
+    std::string text = "never came back:";
+    for (const auto& [port, slot] : missing) {
+        text += format(" %s %d", port == 0 ? "output" : "source", slot);
+    }
+    return text;
+}
+
+}  // namespace
+
+std::vector<std::string> findings(const SessionStats& stats) {
+    std::vector<std::string> all;
+    if (!stats.failure.empty()) all.push_back(stats.failure);
+    if (stats.ledger.outstanding() != 0) all.push_back(lostBuffers(stats.ledger.missing()));
+    const Ledger::Totals& totals = stats.ledger.totals();
+    note(&all, totals.doubled, "buffer was returned that was not lent",
+         "buffers were returned that were not lent");
+    note(&all, totals.wrongPort, "buffer came back on the wrong port",
+         "buffers came back on the wrong port");
+    note(&all, stats.frames.refused, "source frame was refused", "source frames were refused");
+    note(&all, stats.frames.missing, "source frame never came out", "source frames never came out");
+    note(&all, stats.frames.backwards, "frame came out of order", "frames came out of order");
+    return all;
+}
+
+std::vector<std::string> findings(const RunStats& stats) {
+    std::vector<std::string> all;
+    for (size_t i = 0; i < stats.sessions.size(); ++i) {
+        for (const std::string& finding : findings(stats.sessions[i])) {
+            all.push_back(stats.sessions.size() == 1
+                              ? finding
+                              : format("session %zu: %s", i + 1, finding.c_str()));
+        }
+    }
+    all.insert(all.end(), stats.failures.begin(), stats.failures.end());
+    if (stats.descriptorsAfter > stats.descriptorsBefore) {
+        all.push_back(format("%d descriptors were open before and %d after",
+                             stats.descriptorsBefore, stats.descriptorsAfter));
+    }
+    return all;
+}
+
+}  // namespace qozplay

@@ -1,0 +1,265 @@
+#include "Player.h"
+
+#include "Client.h"
+#include "Desk.h"
+#include "Scene.h"
+#include "Sheet.h"
+#include "Y4mWriter.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+#include <utility>
+
+namespace qozplay {
+namespace {
+
+constexpr uint64_t kSceneFrames = 120;
+constexpr std::array kUpscale{"1x", "1.5x", "2x"};
+
+std::unique_ptr<FrameSource> openSource(const Options& options) {
+    const Rate rate = options.rate.value_or(Rate{});
+    if (options.input.empty()) {
+        return std::make_unique<Scene>(options.sceneSize, rate,
+                                       options.frames.value_or(kSceneFrames));
+    }
+    if (options.rawSize) return openRaw(options.input, *options.rawSize, rate);
+    return openY4m(options.input);
+}
+
+void keepInput(const std::string& input, const std::string& path) {
+    std::error_code ignored;  // one of the two does not exist: then they are not the same
+    if (!std::filesystem::equivalent(input, path, ignored)) return;
+    throw BadInput(path + " is the input and would be overwritten");
+}
+
+// Finds out before the work, not after it.
+void requireWritable(const std::string& path) {
+    if (path.empty()) return;
+    errno = 0;
+    if (!std::ofstream(path)) throw BadInput("cannot write " + path + ": " + std::strerror(errno));
+}
+
+Rate outputRate(const Options& options, Rate rate) {
+    return {rate.num * (options.interp + 1), rate.den};
+}
+
+std::string settingsText(const Options& options) {
+    std::string text = options.aisOnly ? std::string("upscale 2x alone")
+                                       : format("interp %u, upscale %s, motion vectors %s",
+                                                options.interp, kUpscale.at(options.upscaleIndex),
+                                                options.motionVectors ? "on" : "off");
+    if (options.max) text += ", sources of at most " + toText(*options.max);
+    if (options.sessions > 1) text += format(", %u sessions", options.sessions);
+    return text;
+}
+
+std::string inputText(const Options& options, const FrameSource& source) {
+    const std::string name = options.input.empty()  ? "built-in scene"
+                             : options.input == "-" ? "standard input"
+                                                    : options.input;
+    return name + " " + toText(source.size()) + ", " + toText(source.rate()) + " fps";
+}
+
+// The intervals around the middle of the clip, or none when its length is not known.
+std::optional<std::pair<uint64_t, uint64_t>> sheetWindow(const Options& options,
+                                                         const FrameSource& source) {
+    std::optional<uint64_t> length = source.length();
+    if (options.frames) length = std::min(*options.frames, length.value_or(*options.frames));
+    if (!length && !options.sheetAt) return std::nullopt;
+    const uint64_t middle = options.sheetAt.value_or(length.value_or(0) / 2);
+    const uint64_t first = middle - std::min<uint64_t>(middle, Sheet::kIntervals / 2);
+    const auto at = [&](uint64_t frame) {
+        return static_cast<uint64_t>(timestampOf(source.rate(), frame) / 1000);
+    };
+    return std::make_pair(at(first), at(first + Sheet::kIntervals));
+}
+
+std::string sheetTitle(const Options& options, const FrameSource& source) {
+    return format("QOZPLAY   %s   %s > %s FPS   UPSCALE %s", toText(source.size()).c_str(),
+                  toText(source.rate()).c_str(), toText(outputRate(options, source.rate())).c_str(),
+                  options.aisOnly ? "2x" : kUpscale.at(options.upscaleIndex));
+}
+
+class Player {
+  public:
+    Player(Options options, Console& console);
+
+    // The exit code.
+    int run();
+
+  private:
+    void openSinks();
+    void runSessions(std::vector<std::unique_ptr<Client>>& clients);
+    void awaitDescriptors();
+    template <typename Work>
+    void attempt(Work work);
+    void save(Desk& desk);
+    std::string outputText() const;
+    int conclude();
+
+    const Options mOptions;
+    Console& mConsole;
+    std::vector<std::unique_ptr<FrameSource>> mSources;  // one a session
+    std::unique_ptr<Y4mWriter> mWriter;
+    std::unique_ptr<Sheet> mSheet;
+    RunStats mStats;
+};
+
+Player::Player(Options options, Console& console)
+    : mOptions(std::move(options)), mConsole(console) {
+    for (uint32_t i = 0; i < mOptions.sessions; ++i) {
+        mSources.push_back(openSource(mOptions));
+    }
+    for (const std::string& path :
+         {mOptions.output, mOptions.sheet, mOptions.trace, mOptions.stats}) {
+        keepInput(mOptions.input, path);
+    }
+    for (const std::string& path : {mOptions.sheet, mOptions.trace, mOptions.stats}) {
+        requireWritable(path);
+    }
+    openSinks();
+    mStats.input = inputText(mOptions, *mSources[0]);
+    mStats.settings = settingsText(mOptions);
+}
+
+void Player::openSinks() {
+    const FrameSource& source = *mSources[0];
+    if (!mOptions.output.empty()) {
+        Y4mHeader header;
+        header.rate = outputRate(mOptions, source.rate());
+        mWriter = std::make_unique<Y4mWriter>(mOptions.output, header);
+    }
+    if (!mOptions.sheet.empty()) {
+        mSheet =
+            std::make_unique<Sheet>(sheetTitle(mOptions, source), sheetWindow(mOptions, source));
+    }
+}
+
+int Player::run() {
+    // The service goes first: until then a session that ended badly may still be called back.
+    std::vector<std::unique_ptr<Client>> clients;
+    Desk desk(mOptions, mConsole);
+    runSessions(clients);
+    mStats.faultsFired = qoz::host::faultsFired();
+    save(desk);
+    return conclude();
+}
+
+void Player::runSessions(std::vector<std::unique_ptr<Client>>& clients) {
+    WarmUp warmUp(mOptions.sessions);
+    mStats.sessions.resize(mOptions.sessions);
+    for (uint32_t i = 0; i < mOptions.sessions; ++i) {
+        std::vector<FrameSink*> sinks;
+        if (i == 0 && mWriter != nullptr) sinks.push_back(mWriter.get());
+        if (i == 0 && mSheet != nullptr) sinks.push_back(mSheet.get());
+        clients.push_back(std::make_unique<Client>(mOptions, format("qozplay%u", i), *mSources[i],
+                                                   std::move(sinks), warmUp,
+                                                   i == 0 ? &mConsole : nullptr));
+    }
+    mStats.descriptorsBefore = qoz::host::openDescriptors();
+    std::vector<std::thread> threads;
+    for (uint32_t i = 0; i < mOptions.sessions; ++i) {
+        threads.emplace_back([&, i] { mStats.sessions[i] = clients[i]->run(); });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    mConsole.endProgress();
+    mStats.lateBuffers = warmUp.since();
+    awaitDescriptors();
+}
+
+// The service closes its own on its own threads, some moments after the last call.
+void Player::awaitDescriptors() {
+    const Clock::time_point end = Clock::now() + std::chrono::seconds(1);
+    do {
+        mStats.descriptorsAfter = qoz::host::openDescriptors();
+        if (mStats.descriptorsAfter <= mStats.descriptorsBefore) return;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    } while (Clock::now() < end);
+}
+
+// What cannot be saved is one more finding; the rest is saved all the same.
+template <typename Work>
+void Player::attempt(Work work) {
+    try {
+        work();
+    } catch (const SessionFailed& error) {
+        mStats.failures.emplace_back(error.what());
+    }
+}
+
+void Player::save(Desk& desk) {
+    if (mWriter != nullptr) {
+        attempt([&] { mWriter->finish(); });
+        mStats.output = outputText();
+    }
+    if (!mOptions.trace.empty()) attempt([&] { desk.saveTrace(mOptions.trace); });
+    if (mSheet != nullptr) attempt([&] { mSheet->save(mOptions.sheet); });
+    if (mOptions.stats.empty()) return;
+    if (!(std::ofstream(mOptions.stats) << toJson(mStats).dump(2) << '\n')) {
+        mStats.failures.push_back("cannot write " + mOptions.stats);
+    }
+}
+
+std::string Player::outputText() const {
+    std::string text = format("%s, %llu frames, %s fps", mOptions.output.c_str(),
+                              static_cast<unsigned long long>(mWriter->frames()),
+                              toText(outputRate(mOptions, mSources[0]->rate())).c_str());
+    const bool paced =
+        std::none_of(mOptions.changes.begin(), mOptions.changes.end(),
+                     [](const Change& change) { return change.kind == Change::Kind::Interp; });
+    if (!paced) text += format(", timed for interp %u", mOptions.interp);
+    if (mWriter->scaled() != 0) {
+        text += format(", %llu of them scaled to the size of the first",
+                       static_cast<unsigned long long>(mWriter->scaled()));
+    }
+    return text;
+}
+
+int Player::conclude() {
+    std::string text = summary(mStats);
+    if (mOptions.outputIsPipe()) {
+        text.pop_back();  // report() ends the line itself
+        mConsole.report(text);
+    } else {
+        mConsole.print(text);
+    }
+    const std::vector<std::string> off = findings(mStats);
+    for (const std::string& finding : off) {
+        mConsole.report("qozplay: " + finding);
+    }
+    const bool badInput = std::any_of(mStats.sessions.begin(), mStats.sessions.end(),
+                                      [](const SessionStats& stats) { return stats.badInput; });
+    if (badInput) return 2;
+    return off.empty() ? 0 : 1;
+}
+
+}  // namespace
+
+int play(int argc, const char* const argv[], Console& console) {
+    try {
+        std::string help;
+        Options options = parseOptions(argc, argv, &help);
+        if (!help.empty()) {
+            console.print(help);
+            return 0;
+        }
+        return Player(std::move(options), console).run();
+    } catch (const BadInput& error) {
+        console.report(std::string("qozplay: ") + error.what());
+        return 2;
+    } catch (const SessionFailed& error) {
+        console.report(std::string("qozplay: ") + error.what());
+        return 1;
+    }
+}
+
+}  // namespace qozplay

@@ -1,0 +1,45 @@
+// A picture of what the processing does: source frames and the frames made between them, side by
+// side in time order. One row an interval.
+#pragma once
+
+#include "Canvas.h"
+#include "FrameSink.h"
+
+#include <deque>
+#include <optional>
+#include <utility>
+
+namespace qozplay {
+
+class Sheet final : public FrameSink {
+  public:
+    static constexpr uint32_t kIntervals = 2;
+
+    // Keeps the frames with timestamps from `window->first` to `window->second`; without a window
+    // the last ones that come.
+    Sheet(std::string title, std::optional<std::pair<uint64_t, uint64_t>> window);
+
+    bool take(const FinishedFrame& frame) override;
+
+    // Throws SessionFailed: no source frame came, or the file cannot be written.
+    void save(const std::string& path) const;
+
+  private:
+    struct Cell {
+        uint64_t timestamp;
+        bool real;
+        Image picture;
+    };
+    using Row = std::vector<const Cell*>;
+
+    std::vector<Row> rows() const;
+    Image draw(const std::vector<Row>& rows) const;
+    void drawCell(const Surface& surface, int32_t x, int32_t y, const Cell& cell,
+                  const Row& row) const;
+
+    const std::string mTitle;
+    const std::optional<std::pair<uint64_t, uint64_t>> mWindow;
+    std::deque<Cell> mCells;
+};
+
+}  // namespace qozplay

@@ -1,0 +1,82 @@
+// The buffers of one session at work: lends output buffers, hands finished frames on, waits with an
+// end. Everything here runs on the client's thread.
+#pragma once
+
+#include "FrameSink.h"
+#include "FrameTracker.h"
+#include "Mailbox.h"
+#include "Ring.h"
+
+#include <qoz/VppComponent.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace qozplay {
+
+class Stream {
+  public:
+    // Source frames on their way at the same time. It takes two to interpolate; one more keeps the
+    // service busy while the client prepares the next.
+    static constexpr size_t kDepth = 3;
+
+    // No wait goes on when nothing has moved for so long.
+    static constexpr std::chrono::seconds kPatience{3};
+
+    Stream(std::shared_ptr<android::VppComponent> vpp, Mailbox& mailbox,
+           std::vector<FrameSink*> sinks);
+
+    // Takes over the output size and the number of output buffers per frame that the component has
+    // now.
+    void follow();
+
+    // Keeps as many output buffers with the component as the frames under way need.
+    void lend();
+
+    // Each wait handles what comes meanwhile. False: nothing moved for kPatience.
+    bool awaitRoom();    // for another source frame
+    bool awaitFrames();  // until no source frame is under way
+    bool awaitHome();    // until no buffer is lent
+    void look();         // the same without waiting
+
+    // A free source buffer; awaitRoom() has found it.
+    int32_t takeSource(Size size) { return mSources.take(size); }
+    const BufferRef& source(int32_t slot) const { return mSources.buffer(slot); }
+    void putBackSource(int32_t slot) { mSources.putBack(slot); }
+
+    // Hands the source frame over. False: it was refused.
+    bool send(int32_t slot, int64_t timestamp, const std::optional<android::ConfigParams>& config);
+
+    bool stopped() const { return mStopped; }  // a sink has enough
+    Size outputSize() const { return mOutputs.size(); }
+    FrameTracker& tracker() { return mTracker; }
+    const std::vector<double>& blocked() const { return mBlocked; }
+    double seconds() const;
+    size_t lent() const { return mMailbox.outstanding(); }
+    uint64_t framesOut() const { return mFramesOut; }
+
+    // Lets the buffers and the component go.
+    void clear();
+
+  private:
+    bool awaitThat(const std::function<bool()>& holds);
+    bool handle(const std::vector<Done>& done);
+    void consume(const Done& done);
+
+    std::shared_ptr<android::VppComponent> mVpp;
+    Mailbox& mMailbox;
+    const std::vector<FrameSink*> mSinks;
+    FrameTracker mTracker;
+    OutputRing mOutputs;
+    SourceRing mSources;
+    size_t mWanted = 0;  // output buffers to have with the component
+    std::vector<double> mBlocked;
+    std::optional<Clock::time_point> mFirstIn;
+    Clock::time_point mLastOut;
+    uint64_t mFramesOut = 0;
+    bool mStopped = false;
+};
+
+}  // namespace qozplay
