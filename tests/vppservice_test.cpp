@@ -32,6 +32,10 @@ using vpp::VppPort;
 constexpr std::chrono::seconds kLimit{20};
 constexpr int64_t kOutputBit = static_cast<int64_t>(0xFFFFFFFF80000000);
 
+int duplicate(int fd) {
+    return fcntl(fd, F_DUPFD_CLOEXEC, 0);
+}
+
 // Shared memory with room for `bytes`, and the test's view of it.
 class Memory {
   public:
@@ -105,7 +109,7 @@ class Frame : public Memory {
 
   private:
     uint8_t* chromaAt(int x, int y) const {
-        return data() + layout(mSize).chromaOffset + stride * (y / 2) + (x / 2) * 2;
+        return data() + layout(mSize).chromaOffset + stride * (y / 2) + (x & ~1);
     }
     static host::Nv12Layout layout(Size size) {
         return nv12Layout(static_cast<uint32_t>(size.width), static_cast<uint32_t>(size.height));
@@ -115,7 +119,7 @@ class Frame : public Memory {
 
 struct Field : Memory {
     explicit Field(Size size)
-        : Memory(host::fieldWidth(static_cast<uint32_t>(size.width)) *
+        : Memory(size_t{host::fieldWidth(static_cast<uint32_t>(size.width))} *
                  host::fieldHeight(static_cast<uint32_t>(size.height)) *
                  sizeof(host::MotionVector)),
           across(static_cast<int>(host::fieldWidth(static_cast<uint32_t>(size.width)))) {}
@@ -210,9 +214,14 @@ class Recorder : public vpp::BnVppCallbacks {
     std::vector<Seen> mSeen;
 };
 
+// The time of the nth source, from 0.
+uint64_t after(int n) {
+    return 1000 * (static_cast<uint64_t>(n) + 1);
+}
+
 VppBuffer record(const Memory& memory, int64_t cookie, uint64_t timestamp, bool filled) {
     VppBuffer buffer;
-    buffer.pixelHandle.fds.emplace_back(dup(memory.fd()));
+    buffer.pixelHandle.fds.emplace_back(duplicate(memory.fd()));
     buffer.pixelAllocLen = buffer.pixelSize = static_cast<uint32_t>(memory.bytes());
     buffer.pixelFilledLen = filled ? buffer.pixelAllocLen : 0;
     buffer.cookie = cookie;
@@ -224,7 +233,7 @@ void attach(VppBuffer* buffer, const std::string& name, const Memory& memory) {
     vpp::VppMetaBuffer& side = buffer->metaBuffers.emplace_back();
     side.metaName = name;
     side.metaAllocLen = static_cast<uint32_t>(memory.bytes());
-    side.metaHandle.fds.emplace_back(dup(memory.fd()));
+    side.metaHandle.fds.emplace_back(duplicate(memory.fd()));
 }
 
 vpp::VppPortParam port(Size size) {
@@ -312,7 +321,7 @@ class VppServiceTest : public ::testing::Test {
         for (int i = 0; i < outputs; ++i)
             EXPECT_EQ(lend(i), 0);
         for (int i = 0; i < sources; ++i)
-            EXPECT_EQ(source(i, 1000U * (i + 1U)), 0);
+            EXPECT_EQ(source(i, after(i)), 0);
     }
     int flush(VppPort which) { return ask(&vpp::IVpp::flush, which); }
     int reconfigure(Size in, Size out) { return ask(&vpp::IVpp::reconfigure, port(in), port(out)); }
@@ -445,7 +454,7 @@ TEST_F(VppServiceTest, FlushReturnsWhatItHoldsBeforeItsEventAndStartsAfresh) {
     for (size_t i = 0; i < 3; ++i) {
         EXPECT_EQ(seen[1 + i].what, "input");
         EXPECT_EQ(seen[1 + i].cookie, static_cast<int64_t>(i));
-        EXPECT_EQ(seen[1 + i].timestamp, 1000 * (i + 1));
+        EXPECT_EQ(seen[1 + i].timestamp, after(static_cast<int>(i)));
         EXPECT_EQ(seen[5 + i].what, "output");
         EXPECT_EQ(seen[5 + i].cookie, static_cast<int64_t>(i) | kOutputBit);
         EXPECT_EQ(seen[5 + i].filled, 0U);
@@ -482,6 +491,16 @@ TEST_F(VppServiceTest, ReconfigureEmptiesBothPortsThenUsesTheNewSizes) {
     EXPECT_NEAR(to.luma(48, 60), 116, 2) << "the middle of the ramp, scaled";
     EXPECT_NEAR(to.luma(94, 2), 131, 2);
     EXPECT_NEAR(to.chroma(95, 63), 77, 1);
+
+    // A port set up anew while sources are held: nothing goes between sizes.
+    mIn = {48, 40};
+    ASSERT_EQ(ask(&vpp::IVpp::setCtrlFrc, std::vector{segment(0, 1)}), 0);
+    ASSERT_EQ(ask(&vpp::IVpp::setParameter, VppPort::INPUT, port(mIn)), 0);
+    feed(2, 0);
+    EXPECT_EQ(source(1, 2000), 0);
+    ASSERT_EQ(ask(&vpp::IVpp::drain), 0);
+    ASSERT_TRUE(mRecorder->await("drain"));
+    EXPECT_EQ(mRecorder->outputTimes(), (Times{1000, 2000}));
 }
 
 TEST_F(VppServiceTest, RefusesBadRecordsAndKeepsNothingOfThem) {
@@ -501,11 +520,12 @@ TEST_F(VppServiceTest, RefusesBadRecordsAndKeepsNothingOfThem) {
     const std::vector<Case> cases{
         {"port", static_cast<VppPort>(2), [](VppBuffer*) {}},
         {"no descriptor", in, [](VppBuffer* b) { b->pixelHandle.fds.clear(); }},
-        {"two descriptors", in, [&](VppBuffer* b) { b->pixelHandle.fds.emplace_back(dup(0)); }},
+        {"two descriptors", in,
+         [&](VppBuffer* b) { b->pixelHandle.fds.emplace_back(duplicate(0)); }},
         {"integers", in, [](VppBuffer* b) { b->pixelHandle.ints.push_back(1); }},
         {"closed descriptor", in, [&](VppBuffer* b) { swapFd(b, -1); }},
         {"no memory", in, [&](VppBuffer* b) { swapFd(b, open("/dev/null", O_RDWR | O_CLOEXEC)); }},
-        {"memory too small", in, [&](VppBuffer* b) { swapFd(b, dup(small.fd())); }},
+        {"memory too small", in, [&](VppBuffer* b) { swapFd(b, duplicate(small.fd())); }},
         {"length beyond memory", in, [](VppBuffer* b) { b->pixelAllocLen += 1U << 20; }},
         {"length too small", out, [](VppBuffer* b) { b->pixelAllocLen /= 2; }},
         {"offset", out, [](VppBuffer* b) { b->pixelOffset = 64; }},
@@ -513,7 +533,7 @@ TEST_F(VppServiceTest, RefusesBadRecordsAndKeepsNothingOfThem) {
         {"empty source", in, [](VppBuffer* b) { b->pixelFilledLen = 0; }},
         {"overfull source", in, [](VppBuffer* b) { b->pixelFilledLen += 1; }},
         {"filled output", out, [](VppBuffer* b) { b->pixelFilledLen = 1; }},
-        {"auxiliary buffer", in, [](VppBuffer* b) { b->auxHandle.fds.emplace_back(dup(0)); }},
+        {"auxiliary buffer", in, [](VppBuffer* b) { b->auxHandle.fds.emplace_back(duplicate(0)); }},
         {"side of an output", out, [&](VppBuffer* b) { attach(b, "vpp.metabuf.mv.fw", field); }},
         {"unknown side", in, [&](VppBuffer* b) { attach(b, "vpp.metabuf.mv", field); }},
         {"side too small", in, [&](VppBuffer* b) { attach(b, "vpp.metabuf.mv.bw", noField); }},
@@ -550,7 +570,7 @@ TEST_F(VppServiceTest, RefusesWhatCannotBeDuplicated) {
     std::vector<ndk::ScopedFileDescriptor> hoard;
     const rlimit tight{static_cast<rlim_t>(before) + 64, limit.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &tight), 0);
-    for (int fd = dup(0); fd >= 0; fd = dup(0))
+    for (int fd = duplicate(0); fd >= 0; fd = duplicate(0))
         hoard.emplace_back(fd);
     hoard.pop_back();  // room for the pixels, not for the side buffer
     const int result = ask(&vpp::IVpp::queueBuf, VppPort::INPUT, buffer);
@@ -647,7 +667,7 @@ TEST_F(VppServiceTest, FollowsAPanUpToTheEdges) {
         int8_t dx;
         int8_t dy;
     };
-    for (const Case& one : {Case{{131, 99}, 8, -4}, Case{{128, 96}, -16, 8}, Case{{17, 18}, 4, 4},
+    for (const Case& one : {Case{{131, 99}, 8, -8}, Case{{128, 96}, -16, 8}, Case{{17, 18}, 4, 4},
                             Case{{16, 40}, 0, 12}}) {
         SCOPED_TRACE(std::to_string(one.size.width) + "x" + std::to_string(one.size.height));
         const auto at = [&](int quarters) {
@@ -694,6 +714,14 @@ TEST_F(VppServiceTest, RepeatsTheNearerSourceAtASceneCut) {
     attach(&newest, "vpp.metabuf.mv.bw", lost);
     EXPECT_EQ(between(older, newest, 1, 3).luma(30, 20), 20);
     EXPECT_EQ(between(older, newest, 3, 3).luma(30, 20), 220);
+
+    // Fields laid out for another size say nothing about this one: the sources are blended.
+    Field large({1280, 720});
+    large.paint([](int, int) { return host::MotionVector{0, 0, 200, 20}; });
+    newest.metaBuffers.clear();
+    attach(&newest, "vpp.metabuf.mv.fw", large);
+    attach(&newest, "vpp.metabuf.mv.bw", large);
+    EXPECT_NEAR(between(older, newest, 1, 3).luma(30, 20), 70, 1);
 }
 
 TEST_F(VppServiceTest, HalfSizeFrameRaisesDetailOfAllFramesOfAnUpscale) {
@@ -781,7 +809,7 @@ TEST_F(VppServiceTest, ArmedFaultsDoWhatTheySay) {
         for (int i = 0; i < 2; ++i)
             refused += lend(i) != 0;
         for (int i = 0; i < 2; ++i)
-            refused += source(i, 1000U * (i + 1U)) != 0;
+            refused += source(i, after(i)) != 0;
         ASSERT_EQ(ask(&vpp::IVpp::drain), 0);
         ASSERT_TRUE(mRecorder->await("drain"));
         flush(VppPort::INPUT);
