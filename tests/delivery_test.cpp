@@ -55,6 +55,11 @@ TEST_F(Delivery, EachReturnGoesWhereItBelongs) {
                  cookie::forInput(6, false),
                  false,
                  {{0, 6, 1, kTs}}},
+             Row{"bypassed client's frame without a record",
+                 false,
+                 cookie::forInput(70, false),
+                 false,
+                 {{0, 70, 0, 0}}},
              Row{"bypassed pooled frame", false, cookie::forInput(2, true), true, {}},
              Row{"unknown id", false, cookie::forOutput(64), false, {}},
          }) {

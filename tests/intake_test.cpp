@@ -142,7 +142,14 @@ TEST_F(Intake, ConvertedSourcesAreQueuedAsTheyAre) {
     EXPECT_TRUE(client.done().empty()) << "the service gives it back";
     returnInputs();
     EXPECT_EQ(client.done(), (std::vector<Done>{{0, 3, 0, 0}}));
-    EXPECT_EQ(log.count("Nothing needs to be done in ME, directly queue buffer to VPP"), 1);
+    std::vector<QOZBufferInfo> packet{{4, buffer(kW, kH, kNv12), nullptr, 6000, {}},
+                                      {5, buffer(kW, kH, kNv12), nullptr, 0, {}}};
+    EXPECT_EQ(vpp->process(&packet, nullptr), 0);
+    EXPECT_EQ(client.done().back(), (Done{0, 5, 0, 0})) << "an idle target comes straight back";
+    session().results["queueBuf0"] = VppError::VPP_ERR;
+    EXPECT_EQ(processSource(6, buffer(kW, kH, kNv12), 7000), 0);
+    EXPECT_EQ(client.done().back(), (Done{0, 6, 0, 0}));
+    EXPECT_EQ(log.count("Nothing needs to be done in ME, directly queue buffer to VPP"), 3);
 }
 
 TEST_F(Intake, AClientsTargetTravelsUnderItsOwnSlot) {
@@ -239,6 +246,19 @@ TEST_F(Intake, ANewSizeReshapesTheSession) {
         3);
     ASSERT_EQ(processSource(slot, frame(96, 80), ts), 0);
     EXPECT_EQ(metas().back(), kAllThree);
+}
+
+// A reference of another size or format is none: the frame goes without vectors, the next has them.
+TEST_F(Intake, NoFrameIsRefusedForItsReference) {
+    startFull();
+    EXPECT_EQ(processSource(-1, frame(32, 32), 0), 0);
+    const auto nv12 = [] { return buffer(kW, kH, kNv12); };
+    int64_t ts = 0;
+    for (const auto& source : {frame(), frame(), nv12(), nv12(), frame(), frame()}) {
+        ASSERT_EQ(processSource(0, source, ts += 1000), 0) << ts;
+    }
+    EXPECT_EQ(metas(), (std::vector<std::vector<std::string>>{kHalfOnly, kAllThree, kHalfOnly,
+                                                              kAllThree, kHalfOnly, kAllThree}));
 }
 
 // The frame that changed the size failed: the next one of that size has no reference of its own

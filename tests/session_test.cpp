@@ -79,7 +79,8 @@ TEST_F(Session, ProcessSaysWhatItWasGiven) {
     // Not enabled: the buffers stay the client's.
     EXPECT_EQ(vpp->process(&empty, &output), 1);
     EXPECT_EQ(vpp->process(&one, nullptr), 1);
-    EXPECT_EQ(log.count(ANDROID_LOG_ERROR, "processBuffer: component is not enabled"), 2);
+    EXPECT_EQ(log.count(ANDROID_LOG_ERROR, "processBuffer: component is not enabled"), 1);
+    EXPECT_EQ(log.count(ANDROID_LOG_ERROR, "processBuffer: INVALID INPUT !"), 1);
     EXPECT_TRUE(client.done().empty());
 }
 
@@ -179,9 +180,11 @@ TEST_F(Session, ARefusedSessionLeavesErrorUntilDisable) {
     EXPECT_EQ(vpp->state(), VppComponent::ERROR);
     EXPECT_FALSE(enable());
     vpp->config(64, 64, kRgba, {1, 0, 1, 0}, true);  // no worker: nothing to wait for
+    EXPECT_EQ(processOutput(0, buffer(64, 64, kNv12)), 1) << "nobody would bring it back";
     vpp->disable();
     EXPECT_EQ(vpp->state(), VppComponent::UNINIT);
     EXPECT_EQ(session().calls(), (std::vector<std::string>{"initSession"})) << "not closed";
+    EXPECT_EQ(processSource(0, buffer(64, 64, kRgba), 0), 1);
     session().results.clear();
     EXPECT_TRUE(enable());
 }
@@ -303,11 +306,15 @@ TEST_F(Session, AReleaseInsideACallbackIsSafe) {
 
 TEST_F(Session, DisableFromACallbackIsRefused) {
     enableAndConfig(64, 64, {1, 0, 0, 0});
-    client.onDone = [this](const Done&) { vpp->disable(); };
+    client.onDone = [this](const Done&) {
+        vpp->disable();
+        vpp->config(32, 32, kRgba, {1, 0, 0, 0}, true);
+    };
     session().returnOutput(static_cast<int32_t>(0x80000003), 5, 1);
     ASSERT_TRUE(client.waitFor(1));
     EXPECT_EQ(vpp->state(), VppComponent::ACTIVE);
     EXPECT_EQ(log.count("disable: called from within a callback of its own worker"), 1);
+    EXPECT_EQ(log.count("config: called from within a callback of its own worker"), 1);
 }
 
 }  // namespace

@@ -42,8 +42,15 @@ class Rgb2Yuv::Engine {
   public:
     FrameConverter converter;
     MotionEstimator estimator;
-    uint32_t sourceWidth = 0;  // as configured; 0: not configured
+    uint32_t sourceWidth = 0;  // as configured or last converted; 0: neither
     uint32_t sourceHeight = 0;
+
+    // A caller may convert a size that it has not configured: the first frame after a dummy of
+    // another size, say. Vector buffers are asked for after that, and fit the frames that come.
+    void follow(const MappedBuffer& source) {
+        sourceWidth = source.width();
+        sourceHeight = source.height();
+    }
 
     void release() {
         converter.release();
@@ -65,8 +72,7 @@ bool Rgb2Yuv::Configure(sp<GraphicBuffer>& source, uint32_t width, uint32_t heig
     if (width == 0 || height == 0) return refuse(kOperation, "the output has no pixels");
 
     mEngine->release();
-    mEngine->sourceWidth = pixels->width();
-    mEngine->sourceHeight = pixels->height();
+    mEngine->follow(*pixels);
     const bool scales = width != pixels->width() || height != pixels->height();
     if (scales && !pixels->nv12()) mEngine->converter.prepare(pixels->width(), pixels->height());
     return true;
@@ -90,6 +96,7 @@ bool Rgb2Yuv::RGBToNV12(sp<GraphicBuffer>& source, sp<GraphicBuffer>& target,
     if (fence != nullptr && fence->isValid() && fence->wait(kFenceWaitMs) != NO_ERROR) {
         return refuse(kOperation, "the source's fence did not signal in time");
     }
+    mEngine->follow(*from);
     if (!mEngine->converter.convert(*from, to->picture()) ||
         (small && !FrameConverter::scale(to->picture(), small->picture()))) {
         return refuse(kOperation, "cannot scale between these sizes");

@@ -18,7 +18,7 @@ struct ConfigParams {
     // no frame-rate conversion. Any other value: frame-rate conversion without upscaling.
     uint32_t mode;
     uint32_t reserved;      // not read
-    uint32_t interpFactor;  // n: (n + 1)x frame rate, 0 to 3
+    uint32_t interpFactor;  // n: (n + 1)x frame rate, 0 to 3; config() takes a larger one as 1
     uint32_t upscaleIndex;  // with mode 1: 0 = 1x, 1 = 1.5x, 2 = 2x
 };
 
@@ -37,8 +37,8 @@ struct QOZBufferInfo {
 
 // Implemented by the client. Its two operations are called on the client's own thread (from within
 // process() or flushsync()), on binder threads and on the component's output worker, also at the
-// same time: they return without waiting for the component and call none of its operations that
-// take its lock (enable, disable, flushsync, isInputPortEnabled). The object outlives the
+// same time: they return without waiting for the component and call none of its operations but the
+// getters, since those may be waiting for the callback themselves. The object outlives the
 // component.
 class IQOZCallback {
   public:

@@ -13,10 +13,12 @@
 //     vpp->flushsync();
 //     vpp->disable();
 //
-// Threading: enable, config, process, flushsync and disable are called by one thread at a time; the
-// getters by any thread at any time. Whatever process() takes (result 0) comes back once through
-// IQOZCallback::onBufferDone(), save what disable() finds still with the service. No operation
-// throws, and every wait inside ends after at most three seconds.
+// Threading: all operations are called by one thread at a time, the getters and GetFormat by any
+// thread at any time. Whatever process() takes (result 0) comes back once through
+// IQOZCallback::onBufferDone(), save what disable() finds still with the service or held as the
+// motion engine's reference: flushsync() first. The component throws nothing of its own after
+// construction. Every wait for an answer of the service or of the worker ends after three seconds;
+// a callback of the client's, an acquire fence and a call into the service take the time they take.
 #pragma once
 
 #include <aidl/vendor/vuq/hardware/vpp/FlushDone.h>
@@ -82,8 +84,9 @@ class __attribute__((visibility("default"))) VppComponent
     bool enable(const std::string& name, IQOZCallback* callback, bool debug);
 
     // Records size (pixels), pixel format and settings of the sources and has the worker start the
-    // session. `wait`: returns when that is done. Outcome: state(). Calls back: no.
-    // Blocks: for a delivery in progress; with `wait`, 3 s at most.
+    // session. `wait`: returns when that is done. Outcome: state(). Calls back: no. Does nothing,
+    // with an error message, while a start that was asked for before will not end. Blocks: for that
+    // start, 3 s at most; for a delivery in progress; with `wait`, 3 s at most.
     void config(uint32_t width, uint32_t height, uint32_t format, ConfigParams params, bool wait);
 
     // Takes either one source packet (`src` with one or two entries: the frame and, if the client
@@ -114,7 +117,8 @@ class __attribute__((visibility("default"))) VppComponent
     // port carries for it. Any thread, any state.
     int GetFormat(int format, int& yuvFormat);
 
-    // Whether the session is ACTIVE for sources of just this size and format.
+    // Whether the session is ACTIVE for sources of just this size and format. Blocks: for a start
+    // that is pending, 3 s at most.
     bool isInputPortEnabled(uint32_t width, uint32_t height, uint32_t format);
 
     // Output buffers that one frame needs under `params`; also records whether upscaling goes with
@@ -184,6 +188,9 @@ class __attribute__((visibility("default"))) VppComponent
     bool onWorkerThread() const;
     void leaveWorkerThread();
     bool isEnabled(const char* operation) const;
+    void adoptName(const std::string& name);
+    IQOZCallback* client() const;
+    void setClient(IQOZCallback* callback);
 
     // Stream.
     void applyMode(const ConfigParams& params);
@@ -274,6 +281,7 @@ class __attribute__((visibility("default"))) VppComponent
     void onVppOBD(const VppBuffer& buffer);
     void countDone(bool isInput);
     void enqueueOBD(uint32_t id, const VppBuffer& buffer);
+    bool storeOBD(uint32_t id, const VppBuffer& buffer);
     void queueOBD();
     bool takeOBD(Delivery* delivery);
     void finishOBD();
@@ -299,7 +307,7 @@ class __attribute__((visibility("default"))) VppComponent
 
     // The client's thread; config hands them to the worker's Start with the command.
     uint32_t mDumpFrameCount = 0;
-    std::string mName = "unname";  // written by enable, before any other thread runs
+    std::string mName = "unname";
     uint32_t mWidth = 0;
     uint32_t mHeight = 0;
     uint32_t mFormat = 0;
@@ -322,7 +330,7 @@ class __attribute__((visibility("default"))) VppComponent
     bool mDoubleOutput = false;
     bool mNeedDownscaleResult = false;
     bool mIsFirstFrame = true;
-    IQOZCallback* mCallback = nullptr;  // borrowed; written by enable
+    IQOZCallback* mCallback = nullptr;  // borrowed; through client() and setClient() only
 
     // Answers of the service.
     bool mReconfigDone GUARDED_BY(mEventLock) = false;
@@ -392,6 +400,10 @@ class __attribute__((visibility("default"))) VppComponent
 
     // End of every wait for the service or the worker.
     std::chrono::nanoseconds mWaitLimit = std::chrono::seconds(3);
+
+    // The name that messages print, and every name there has been.
+    std::atomic<const char*> mLogName{"unname"};
+    std::list<std::string> mLogNames;
 
     // What the getters answer, so that the callbacks may ask while a frame changes the stream.
     std::atomic<uint32_t> mPublishedOutBufReqs{1};

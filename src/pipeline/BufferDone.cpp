@@ -2,6 +2,8 @@
 // take leaf locks, one at a time, and wait for nobody.
 #include <qoz/VppComponent.h>
 
+#include <new>
+
 #include "pipeline/Cookie.h"
 #include "pipeline/TraceMarker.h"
 #include "session/Log.h"
@@ -51,19 +53,33 @@ void VppComponent::onVppOBD(const VppBuffer& buffer) {
 void VppComponent::enqueueOBD(uint32_t id, const VppBuffer& buffer) {
     if (id >= kOutputSlots) {
         VPP_LOGE("%s: vpp returned unknown buffer id %u", "onVppOBD", id);
+        // Without a record there is no delivery, but an input buffer of the client's has such an
+        // id.
+        if (!cookie::isOutput(buffer.cookie)) giveBack(0, static_cast<int32_t>(id), 0, 0);
         return;
     }
     VPP_LOGI("push the VPP OBD buffer , cookie=%u buffer timestamp = %lu ", id, buffer.timestamp);
     mLastOutputTimestamp.store(buffer.timestamp);
-    {
-        const std::lock_guard lock(mVppOBDQueueLock);
-        VppBuffer& record = mOBDBuffers[id];
-        record.cookie = id;
-        record.pixelFilledLen = buffer.pixelFilledLen;
-        record.timestamp = buffer.timestamp;
-        mVppOBDQueue.push_back(&record);
+    if (storeOBD(id, buffer)) {
+        requestDeliver();
+    } else {
+        giveBack(0, static_cast<int32_t>(id), 0, 0);
     }
-    requestDeliver();
+}
+
+// False when memory is too short for a longer queue.
+bool VppComponent::storeOBD(uint32_t id, const VppBuffer& buffer) {
+    const std::lock_guard lock(mVppOBDQueueLock);
+    VppBuffer& record = mOBDBuffers[id];
+    try {
+        mVppOBDQueue.push_back(&record);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    record.cookie = id;
+    record.pixelFilledLen = buffer.pixelFilledLen;
+    record.timestamp = buffer.timestamp;
+    return true;
 }
 
 }  // namespace android

@@ -44,7 +44,8 @@ inline bool holdsBuffer(
 
 enum class Freed { Absent, Empty, Done };
 
-// Makes the entry of `key` free for reuse. One without any buffer is erased instead.
+// Makes the entry of `key` free for reuse. One without any buffer is erased instead, and so is one
+// whose key memory is too short to note.
 template <typename Map>
 Freed markFree(Map& buffers, std::set<uint64_t>& freeKeys, uint64_t key) {
     const auto entry = buffers.find(key);
@@ -53,7 +54,12 @@ Freed markFree(Map& buffers, std::set<uint64_t>& freeKeys, uint64_t key) {
         buffers.erase(entry);
         return Freed::Empty;
     }
-    freeKeys.insert(key);
+    try {
+        freeKeys.insert(key);
+    } catch (const std::bad_alloc&) {
+        buffers.erase(entry);
+        return Freed::Absent;
+    }
     return Freed::Done;
 }
 

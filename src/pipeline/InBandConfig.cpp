@@ -34,7 +34,8 @@ void VppComponent::applyInBandConfig(SourceFrame& frame, const ConfigParams& par
         codes.insert(kUpscaleCode);
     }
     publishStreamFacts();
-    if (mCallback != nullptr) mCallback->onConfigChanged(codes);
+    IQOZCallback* callback = client();
+    if (callback != nullptr) callback->onConfigChanged(codes);
 }
 
 // Stores the settings and says what they change. The factor is taken as it is.

@@ -25,13 +25,13 @@ int32_t VppComponent::processBuffer(std::vector<QOZBufferInfo>* src, QOZBufferIn
                       static_cast<void*>(src), static_cast<void*>(dst));
         return 1;
     }
-    if (!isEnabled(kOperation) || !awaitPendingStart(kOperation)) return 1;
+    if (!awaitPendingStart(kOperation)) return 1;
     return src != nullptr ? processSource(*src) : processOutput(*dst);
 }
 
 int32_t VppComponent::processOutput(const QOZBufferInfo& output) {
     const sp<GraphicBuffer>& buffer = output.buffer;
-    if (buffer == nullptr) return 1;
+    if (buffer == nullptr || !isEnabled(kOperation)) return 1;
     const auto format = static_cast<uint32_t>(buffer->getPixelFormat());
     if (mInputFormat == 0) mInputFormat = format;
     if (mStatus == INIT) {
@@ -54,11 +54,15 @@ int32_t VppComponent::processSource(const std::vector<QOZBufferInfo>& packet) {
         VPP_LOGE("%s: INVALID INPUT !", kOperation);
         return 1;
     }
+    if (!isEnabled(kOperation)) return 1;
     SourceFrame frame(packet[0]);
     mNeedAdditionalBuffer = false;
-    const bool dummy = packet.size() == 1 && frame.entry.slot == kNoSlot;
+    const bool dummy = packet.size() == 1 && frame.slot == kNoSlot;
     const bool converted = static_cast<uint32_t>(frame.source->getPixelFormat()) == kNv12Vemo;
     if (!dummy && converted && !mNeedDownscaleResult && !mMvEnabled && !mDsEnabled) {
+        // Nothing is converted into what else the packet holds.
+        for (size_t i = 1; i < packet.size(); ++i)
+            giveBack(0, packet[i].slot, 0, 0);
         return queueUnconverted(frame);
     }
     if (packet.size() > 2) {
@@ -67,6 +71,10 @@ int32_t VppComponent::processSource(const std::vector<QOZBufferInfo>& packet) {
     }
     if (dummy) return acceptDummy(frame);
     if (packet.size() == 2) {
+        if (packet[1].buffer == nullptr) {
+            VPP_LOGE("%s: INVALID INPUT !", kOperation);
+            return 1;
+        }
         frame.target = packet[1].buffer;
         frame.queuedSlot = packet[1].slot;
     } else {
@@ -101,7 +109,7 @@ int32_t VppComponent::acceptDummy(SourceFrame& frame) {
 int32_t VppComponent::convertAndQueue(SourceFrame& frame) {
     adoptSourceSize(frame);
     setUpMotionEngine(frame);
-    VPP_LOGD("%s input frame timestamp = %ld ns", kOperation, frame.entry.timestamp);
+    VPP_LOGD("%s input frame timestamp = %ld ns", kOperation, frame.timestampNs);
     if (!requestBuffers(frame)) return 1;
     const bool ok = convert(frame);
     mExtraBuffers = {std::move(frame.forward), std::move(frame.backward),
@@ -111,13 +119,13 @@ int32_t VppComponent::convertAndQueue(SourceFrame& frame) {
         return 1;
     }
     VPP_LOGD("no outputbuffer ready, queue the YUV input buffer alone");
-    mSlotList.push_back(frame.entry.slot);
+    mSlotList.push_back(frame.slot);
     queueBuffer(frame.target, mExtraBuffers, static_cast<uint32_t>(frame.queuedSlot),
                 frame.timestampUs(), true);
     mPrevSourceBuffer = frame.source;
     releaseFrontSlot();
     mIsFirstFrame = false;
-    if (frame.entry.config) applyInBandConfig(frame, *frame.entry.config);
+    if (frame.config) applyInBandConfig(frame, *frame.config);
     return 0;
 }
 
@@ -146,10 +154,12 @@ void VppComponent::setUpMotionEngine(SourceFrame& frame) {
     configureConverter(frame);
 }
 
-// After a frame of a new size that failed, the previous source is still one of the old size.
+// After a frame of a new size that failed, the previous source is still one of the old size. Nor
+// can a source of another format be the reference.
 bool VppComponent::hasReference(const SourceFrame& frame) const {
     return mPrevSourceBuffer != nullptr && mPrevSourceBuffer->getWidth() == frame.width &&
-           mPrevSourceBuffer->getHeight() == frame.height;
+           mPrevSourceBuffer->getHeight() == frame.height &&
+           mPrevSourceBuffer->getPixelFormat() == frame.source->getPixelFormat();
 }
 
 void VppComponent::configureConverter(SourceFrame& frame) {
@@ -189,8 +199,8 @@ bool VppComponent::requestBuffers(SourceFrame& frame) {
 
 bool VppComponent::convert(SourceFrame& frame) {
     const bool motion = mMvEnabled && !frame.fresh;
-    bool ok = mRgb2Yuv->RGBToNV12(frame.source, frame.target, frame.downscaled, motion,
-                                  frame.entry.fence);
+    bool ok =
+        mRgb2Yuv->RGBToNV12(frame.source, frame.target, frame.downscaled, motion, frame.fence);
     if (frame.forward != nullptr && frame.backward != nullptr) {
         ok = ok && mRgb2Yuv->MvBufferGeneration(mPrevSourceBuffer, frame.source, frame.forward,
                                                 frame.backward);
@@ -218,11 +228,10 @@ void VppComponent::dumpFrame(SourceFrame& frame) {
 // motion engine's reference.
 void VppComponent::releaseFrontSlot() {
     const int32_t slot = mSlotList.front();
-    if (slot != kNoSlot) {
-        VPP_LOGD("Input buffer slot=%d could be release after RGBToNV12", slot);
-        giveBack(1, slot, 1, 0);
-    }
     mSlotList.pop_front();
+    if (slot == kNoSlot) return;
+    VPP_LOGD("Input buffer slot=%d could be release after RGBToNV12", slot);
+    giveBack(1, slot, 1, 0);
 }
 
 void VppComponent::releaseHeldSlots() {

@@ -5,6 +5,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <utility>
+
 #include "pipeline/TraceMarker.h"
 #include "session/Log.h"
 
@@ -63,9 +65,10 @@ void VppComponent::VppOBDworkerThread() {
 }
 
 void VppComponent::nameWorker() {
-    const std::string name = "VPPOBDWorker" + std::to_string(syscall(SYS_gettid));
-    prctl(PR_SET_NAME, name.c_str());
-    VPP_LOGI("%s started, name: %s", "VppOBDworkerThread", name.c_str());
+    std::array<char, 32> name{};
+    std::snprintf(name.data(), name.size(), "VPPOBDWorker%ld", syscall(SYS_gettid));
+    prctl(PR_SET_NAME, name.data());
+    VPP_LOGI("%s started, name: %s", "VppOBDworkerThread", name.data());
 }
 
 // The component is kept alive while a command is carried out, even when the client lets go of it

@@ -28,7 +28,12 @@ VppComponent::Shared VppComponent::QueueRecord::share(
         VPP_LOGE_BARE("cannot duplicate the descriptor of a buffer: %s", strerror(errno));
         return Shared::NoDescriptor;
     }
-    *to = makeToAidl(handle.get());
+    try {
+        *to = makeToAidl(handle.get());
+    } catch (...) {
+        native_handle_close(handle.get());  // still the handle's
+        throw;
+    }
     ++mHandleCount;
     return Shared::Ok;
 }

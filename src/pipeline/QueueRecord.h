@@ -17,6 +17,13 @@ namespace android {
 class VppComponent::QueueRecord {
   public:
     explicit QueueRecord(GraphicBufferMapper& mapper) : mMapper(mapper) {}
+    ~QueueRecord() {
+        for (auto& handle : mHandles)
+            handle.reset();
+    }
+
+    QueueRecord(const QueueRecord&) = delete;
+    QueueRecord& operator=(const QueueRecord&) = delete;
 
     VppBuffer& vppBuffer() { return mVppBuffer; }
 

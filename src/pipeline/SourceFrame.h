@@ -8,18 +8,26 @@
 namespace android {
 
 struct VppComponent::SourceFrame {
-    explicit SourceFrame(const QOZBufferInfo& packetEntry)
-        : entry(packetEntry),
-          source(packetEntry.buffer),
+    explicit SourceFrame(const QOZBufferInfo& entry)
+        : slot(entry.slot),
+          source(entry.buffer),
+          fence(entry.fence != nullptr ? entry.fence : Fence::NO_FENCE),
+          timestampNs(entry.timestamp),
+          config(entry.config),
           width(source->getWidth()),
           height(source->getHeight()),
-          queuedSlot(packetEntry.slot) {}
+          queuedSlot(entry.slot) {}
 
     // Microseconds: what the VPP is given, and the key of the pools. Truncates toward zero.
-    uint64_t timestampUs() const { return static_cast<uint64_t>(entry.timestamp / 1000); }
+    uint64_t timestampUs() const { return static_cast<uint64_t>(timestampNs / 1000); }
 
-    const QOZBufferInfo& entry;
-    sp<GraphicBuffer> source;  // held for the whole path
+    // Copies: the callbacks on the way may change the client's packet.
+    const int32_t slot;
+    sp<GraphicBuffer> source;
+    const sp<Fence> fence;
+    const int64_t timestampNs;
+    const std::optional<ConfigParams> config;
+
     const uint32_t width;
     const uint32_t height;
     int32_t queuedSlot;        // travels with the target to the VPP

@@ -2,7 +2,7 @@
 #include <android/binder_process.h>
 #include <qoz/VppComponent.h>
 
-#include <system_error>
+#include <exception>
 
 #include "session/Log.h"
 
@@ -29,12 +29,13 @@ bool VppComponent::acquireVppService() {
     VPP_LOGI("Cannot acquire vppService at first attempt !!! Starting waitForServiceThread");
     try {
         std::thread(waitForService, instance).detach();
-    } catch (const std::system_error& error) {
+    } catch (const std::exception& error) {
         // Without it a service that starts on demand is not asked to; one that runs is still found.
         VPP_LOGE("cannot start waitForServiceThread: %s", error.what());
     }
     for (uint32_t n = 0; n < kRetries; ++n) {
-        if (const ndk::SpAIBinder binder = lookUp(instance)) {
+        const ndk::SpAIBinder binder = lookUp(instance);
+        if (binder.get() != nullptr) {
             VPP_LOGI("successfully get interface: %s", instance.c_str());
             mVppService = IVppService::fromBinder(binder);
         } else {

@@ -3,8 +3,8 @@
 #include <pthread.h>
 #include <qoz/VppComponent.h>
 
-#include <new>
-#include <system_error>
+#include <exception>
+#include <utility>
 
 #include "session/Log.h"
 #include "vpp/VppCallbacks.h"
@@ -19,9 +19,8 @@ bool VppComponent::enable(const std::string& name, IQOZCallback* callback, bool 
         VPP_LOGE("previous cmp in not uninit");
         return false;
     }
-    // Written only when they differ: a callback of the session before may still be on its way.
-    if (mName != name) mName = name;
-    if (mCallback != callback) mCallback = callback;
+    adoptName(name);
+    setClient(callback);
     if (debug) mStatus.debug();
     VPP_LOGI("%s", "enable");
     if (!acquireVppService()) {
@@ -69,7 +68,7 @@ bool VppComponent::startWorker() {
     mOBDThreadRunning.store(true, std::memory_order_release);
     try {
         mOBDThread = std::thread(&VppComponent::VppOBDworkerThread, this);
-    } catch (const std::system_error& error) {
+    } catch (const std::exception& error) {
         VPP_LOGE("cannot start the output worker: %s", error.what());
         mOBDThreadRunning = false;
         closeSession();
@@ -111,7 +110,7 @@ void VppComponent::shutDown() {
     if (state != ERROR) {
         constexpr int kPolls = 600;
         constexpr auto kPollPause = std::chrono::microseconds(2000);
-        for (int i = 0; i < kPolls && mStartPending; ++i) {
+        for (int i = 0; i < kPolls && mStartPending && !onWorkerThread(); ++i) {
             VPP_LOGI("Wait for VPP start complete .. ");
             std::this_thread::sleep_for(kPollPause);
         }

@@ -1,9 +1,8 @@
 // Messages of the component. Private to src/.
 //
-// Messages about a session begin with its name and address: write VPP_PREFIX in front of the text
-// and VPP_PREFIX_ARGS(component) in front of the arguments. INFO, DEBUG and WARN messages are
-// diagnostics: VPP_LOGI, VPP_LOGD and VPP_LOGW test the gate before any argument is evaluated, so
-// that a closed gate costs one test. Errors are always printed.
+// Messages about a session begin with its name and address, which the macros put in front. INFO,
+// DEBUG and WARN messages are diagnostics: VPP_LOGI, VPP_LOGD and VPP_LOGW test the gate before any
+// argument is evaluated, so that a closed gate costs one test. Errors are always printed.
 #pragma once
 
 #include <android/log.h>
@@ -12,7 +11,7 @@
 
 #define VPP_LOG_TAG "VppComponent"
 #define VPP_PREFIX "[%s](%p) "
-#define VPP_PREFIX_ARGS mName.c_str(), static_cast<const void*>(this)
+#define VPP_PREFIX_ARGS mLogName.load(), static_cast<const void*>(this)
 
 namespace android {
 

@@ -65,13 +65,32 @@ void VppComponent::publishStreamFacts() {
 }
 
 bool VppComponent::isEnabled(const char* operation) const {
-    if (mVpp != nullptr) return true;
+    if (mVpp != nullptr && mOBDThreadRunning) return true;
     VPP_LOGE("%s: component is not enabled", operation);
     return false;
 }
 
+// A callback of the session before may still be printing the name that goes: none is freed, and the
+// messages read a pointer.
+void VppComponent::adoptName(const std::string& name) {
+    mName = name;
+    const auto known = std::find(mLogNames.begin(), mLogNames.end(), name);
+    mLogName = known != mLogNames.end() ? known->c_str() : mLogNames.emplace_front(name).c_str();
+}
+
+// The pointer is plain, but a callback of the session before may still read it while enable writes
+// it. (By the builtins: std::atomic_ref is not in every library that this is built with.)
+IQOZCallback* VppComponent::client() const {
+    return __atomic_load_n(&mCallback, __ATOMIC_ACQUIRE);
+}
+
+void VppComponent::setClient(IQOZCallback* callback) {
+    __atomic_store_n(&mCallback, callback, __ATOMIC_RELEASE);
+}
+
 void VppComponent::giveBack(uint32_t port, int32_t slot, uint32_t valid, uint64_t timestamp) {
-    if (mCallback != nullptr) mCallback->onBufferDone(port, slot, valid, timestamp);
+    IQOZCallback* callback = client();
+    if (callback != nullptr) callback->onBufferDone(port, slot, valid, timestamp);
 }
 
 int32_t VppComponent::process(std::vector<QOZBufferInfo>* src, QOZBufferInfo* dst) {

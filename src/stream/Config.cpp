@@ -26,6 +26,10 @@ uint32_t VppComponent::calculateOutBufferReqsPerFrame(ConfigParams params) {
 
 void VppComponent::config(uint32_t width, uint32_t height, uint32_t format, ConfigParams params,
                           bool wait) {
+    if (onWorkerThread()) {
+        VPP_LOGE("%s: called from within a callback of its own worker", "config");
+        return;
+    }
     if (!awaitPendingStart("config")) return;
     mWidth = width;
     mHeight = height;
@@ -78,6 +82,7 @@ void VppComponent::applyMode(const ConfigParams& params) {
 }
 
 bool VppComponent::isInputPortEnabled(uint32_t width, uint32_t height, uint32_t format) {
+    if (!awaitPendingStart("isInputPortEnabled")) return false;
     const std::lock_guard lock(mLock);
     return mStatus == ACTIVE && mWidth == width && mHeight == height && mFormat == format;
 }

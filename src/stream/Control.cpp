@@ -22,9 +22,9 @@ constexpr int32_t kAisParam = 30;
 
 }  // namespace
 
-// The segment that a setting which starts at `timestamp` (microseconds) is written into. Of the
-// segments that the output has reached only the latest is still in force: when there are two, the
-// lowest index is free to be used again. 0 is the start of the session, the first segment.
+// The segment that a setting which starts at `timestamp` (microseconds) is written into: when the
+// output has reached more than one, that with the lowest index; else the list grows by one. 0 is
+// the start of the session, the first segment.
 VppComponent::VppCtrlFrcSegment& VppComponent::chooseFrcSegment(uint64_t timestamp) {
     if (timestamp == 0) return mFrcSegments.front();
     const auto reached = static_cast<int64_t>(mLastOutputTimestamp.load());

@@ -19,8 +19,10 @@ uint32_t even(uint32_t value) {
     return (value + 1) & ~1U;
 }
 
+// In single precision, the fraction dropped; the largest number for what no number holds.
 uint32_t truncatedProduct(float ratio, uint32_t value) {
-    return static_cast<uint32_t>(ratio * static_cast<float>(value));
+    const float product = ratio * static_cast<float>(value);
+    return product < 0x1p32F ? static_cast<uint32_t>(product) : UINT32_MAX;
 }
 
 }  // namespace

@@ -38,7 +38,6 @@ class SpAIBinder {
         if (old != nullptr) AIBinder_decStrong(old);
     }
     AIBinder* get() const { return mBinder; }
-    explicit operator bool() const { return mBinder != nullptr; }
 
   private:
     AIBinder* mBinder = nullptr;
