@@ -4,10 +4,12 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <ctime>
 #include <mutex>
+#include <new>
 #include <string_view>
 #include <utility>
 
@@ -49,6 +51,18 @@ __attribute__((__format__(printf, 1, 0))) std::string format(const char* fmt, va
     return text.data();
 }
 
+// As on the device, a message that memory is too short for is dropped, and the caller goes on.
+__attribute__((__format__(printf, 3, 0))) int write(int priority, const char* tag, const char* fmt,
+                                                    va_list arguments) try {
+    const LogLine line{priority, tag, format(fmt, arguments)};
+    const std::lock_guard lock(installed().lock);
+    const LogSink& sink = installed().sink;
+    sink ? sink(line) : printThreadTime(line);
+    return 1;
+} catch (const std::bad_alloc&) {
+    return -ENOMEM;
+}
+
 }  // namespace
 
 LogSink setLogSink(LogSink sink) {
@@ -61,10 +75,7 @@ LogSink setLogSink(LogSink sink) {
 int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
     va_list arguments;
     va_start(arguments, fmt);
-    const qoz::host::LogLine line{prio, tag, qoz::host::format(fmt, arguments)};
+    const int written = qoz::host::write(prio, tag, fmt, arguments);
     va_end(arguments);
-    const std::lock_guard lock(qoz::host::installed().lock);
-    const auto& sink = qoz::host::installed().sink;
-    sink ? sink(line) : qoz::host::printThreadTime(line);
-    return 1;
+    return written;
 }

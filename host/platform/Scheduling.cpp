@@ -3,8 +3,10 @@
 #include <pthread.h>
 #include <utils/Timers.h>
 
+#include <cerrno>
 #include <ctime>
 #include <mutex>
+#include <new>
 
 namespace qoz::host {
 namespace {
@@ -20,10 +22,12 @@ Calls& calls() {
 }
 
 // The groups themselves are the device's: here a call is written down and succeeds.
-int note(const char* call, int tid, int policy) {
+int note(const char* call, int tid, int policy) try {
     const std::lock_guard lock(calls().lock);
     calls().made.push_back({call, tid, policy});
     return 0;
+} catch (const std::bad_alloc&) {
+    return -ENOMEM;
 }
 
 }  // namespace

@@ -188,6 +188,7 @@ class __attribute__((visibility("default"))) VppComponent
     bool onWorkerThread() const;
     void leaveWorkerThread();
     bool isEnabled(const char* operation) const;
+    bool enableLocked(const std::string& name, IQOZCallback* callback, bool debug) REQUIRES(mLock);
     void adoptName(const std::string& name);
     IQOZCallback* client() const;
     void setClient(IQOZCallback* callback);
@@ -258,8 +259,9 @@ class __attribute__((visibility("default"))) VppComponent
     enum class Shared { Ok, NoHandle, NoDescriptor };  // how sharing a buffer's descriptor went
     bool queueBuffer(const sp<GraphicBuffer>& buffer, SideBuffers& extradata, uint32_t cookie,
                      uint64_t timestamp, bool isInput);
-    bool recordAndQueue(const sp<GraphicBuffer>& buffer, SideBuffers& extradata, uint32_t cookie,
-                        uint64_t timestamp, bool isInput);
+    bool queueInput(const sp<GraphicBuffer>& buffer, SideBuffers& extradata, uint32_t cookie,
+                    uint64_t timestamp);
+    bool queueOutput(const sp<GraphicBuffer>& buffer, uint32_t cookie, uint64_t timestamp);
     bool isQueueableId(uint32_t id, bool isInput);
     bool recordExtradata(SideBuffers& extradata, uint64_t timestamp);
     bool queueVppBuffer(uint32_t cookie, const sp<GraphicBuffer>& buffer, uint64_t timestamp,

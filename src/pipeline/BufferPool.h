@@ -42,6 +42,18 @@ inline bool holdsBuffer(
     return forward != nullptr || backward != nullptr || downscaled != nullptr;
 }
 
+// Keeps what travels under `key`. False when an entry is in flight under it already, which stays,
+// or when memory is too short: then nobody will draw it again, and it ends with its last other
+// owner.
+template <typename Map>
+bool record(Map& buffers, uint64_t key, const typename Map::mapped_type& travelling) {
+    try {
+        return buffers.emplace(key, travelling).second;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
 enum class Freed { Absent, Empty, Done };
 
 // Makes the entry of `key` free for reuse. One without any buffer is erased instead, and so is one

@@ -2,6 +2,8 @@
 #include <Rgb2Yuv.h>
 #include <qoz/VppComponent.h>
 
+#include <new>
+
 #include "pipeline/SourceFrame.h"
 #include "session/Log.h"
 #include "stream/VppUtils.h"
@@ -26,16 +28,18 @@ constexpr uint32_t kUpscaleCode = 4;
 void VppComponent::applyInBandConfig(SourceFrame& frame, const ConfigParams& params) {
     const uint32_t changed = adoptInBandConfig(params);
     if (changed == 0) return;
-    std::set<uint32_t> codes;
-    if ((changed & kOutBufReqs) != 0) codes.insert(kOutBufReqsCode);
-    if ((changed & kInterpolation) != 0) configVppFrc(frame.timestampUs());
-    if ((changed & kUpscale) != 0) {
-        reshapeForUpscale(frame);
-        codes.insert(kUpscaleCode);
+    try {
+        std::set<uint32_t> codes;
+        if ((changed & kOutBufReqs) != 0) codes.insert(kOutBufReqsCode);
+        if ((changed & kUpscale) != 0) codes.insert(kUpscaleCode);
+        if ((changed & kInterpolation) != 0) configVppFrc(frame.timestampUs());
+        if ((changed & kUpscale) != 0) reshapeForUpscale(frame);
+        publishStreamFacts();
+        IQOZCallback* callback = client();
+        if (callback != nullptr) callback->onConfigChanged(codes);
+    } catch (const std::bad_alloc&) {
+        VPP_LOGE("%s: out of memory, settings not applied", kOperation);
     }
-    publishStreamFacts();
-    IQOZCallback* callback = client();
-    if (callback != nullptr) callback->onConfigChanged(codes);
 }
 
 // Stores the settings and says what they change. The factor is taken as it is.

@@ -2,6 +2,7 @@
 #include <qoz/VppComponent.h>
 #include <utils/Timers.h>
 
+#include <new>
 #include <utility>
 
 #include "pipeline/Align.h"
@@ -26,7 +27,13 @@ int32_t VppComponent::processBuffer(std::vector<QOZBufferInfo>* src, QOZBufferIn
         return 1;
     }
     if (!awaitPendingStart(kOperation)) return 1;
-    return src != nullptr ? processSource(*src) : processOutput(*dst);
+    try {
+        return src != nullptr ? processSource(*src) : processOutput(*dst);
+    } catch (const std::bad_alloc&) {
+        // Thrown before anything was queued or held: the packet is still the client's.
+        VPP_LOGE("%s: out of memory", kOperation);
+        return 1;
+    }
 }
 
 int32_t VppComponent::processOutput(const QOZBufferInfo& output) {
@@ -126,7 +133,7 @@ int32_t VppComponent::convertAndQueue(SourceFrame& frame) {
     releaseFrontSlot();
     mIsFirstFrame = false;
     if (frame.config) applyInBandConfig(frame, *frame.config);
-    return 0;
+    return 0;  // the frame is on its way, whatever became of the settings
 }
 
 // A frame of a new size reshapes the session, unless the input port runs at that size already.

@@ -1,5 +1,6 @@
 #include <qoz/VppComponent.h>
 
+#include <new>
 #include <utility>
 
 #include "pipeline/BufferPool.h"
@@ -26,32 +27,35 @@ constexpr const char* kDownscaledName = "vpp.metabuf.scale.0p5";
 bool VppComponent::queueBuffer(const sp<GraphicBuffer>& buffer, SideBuffers& extradata,
                                uint32_t cookie, uint64_t timestamp, bool isInput) {
     const bool pooled = isInput && mNeedAdditionalBuffer;
-    const bool queued = recordAndQueue(buffer, extradata, cookie, timestamp, isInput);
+    bool queued = false;
+    if (buffer == nullptr || buffer->getNativeBuffer()->handle == nullptr) {
+        VPP_LOGE("invalid graphic buffer");
+    } else if (isQueueableId(cookie, isInput)) {
+        queued = isInput ? queueInput(buffer, extradata, cookie, timestamp)
+                         : queueOutput(buffer, cookie, timestamp);
+    }
     if (!queued && !pooled) giveBack(0, static_cast<int32_t>(cookie), 0, 0);
     return queued;
 }
 
-bool VppComponent::recordAndQueue(const sp<GraphicBuffer>& buffer, SideBuffers& extradata,
-                                  uint32_t cookie, uint64_t timestamp, bool isInput) {
-    if (buffer == nullptr || buffer->getNativeBuffer()->handle == nullptr) {
-        VPP_LOGE("invalid graphic buffer");
-        return false;
+bool VppComponent::queueOutput(const sp<GraphicBuffer>& buffer, uint32_t cookie,
+                               uint64_t timestamp) {
+    if (mStatus == IDLE) {
+        const std::lock_guard lock(mLock);
+        mStatus = ACTIVE;
     }
-    if (!isQueueableId(cookie, isInput)) return false;
-    if (!isInput) {
-        if (mStatus == IDLE) {
-            const std::lock_guard lock(mLock);
-            mStatus = ACTIVE;
-        }
-        return queueVppBuffer(cookie, buffer, timestamp, isInput);
-    }
+    return queueVppBuffer(cookie, buffer, timestamp, false);
+}
+
+bool VppComponent::queueInput(const sp<GraphicBuffer>& buffer, SideBuffers& extradata,
+                              uint32_t cookie, uint64_t timestamp) {
     const bool recordedExtradata = recordExtradata(extradata, timestamp);
     bool recordedYuv = false;
     if (mNeedAdditionalBuffer) {
         const std::lock_guard lock(mYuvLock);
-        recordedYuv = mYuvBufferMap.emplace(timestamp, buffer).second;
+        recordedYuv = pool::record(mYuvBufferMap, timestamp, buffer);
     }
-    if (queueVppBuffer(cookie, buffer, timestamp, isInput)) return true;
+    if (queueVppBuffer(cookie, buffer, timestamp, true)) return true;
     // No buffer-done will free what was just recorded; without this each refusal would cost a
     // buffer.
     if (recordedExtradata) freeExtradataEntry(timestamp, "queueBuffer");
@@ -69,7 +73,6 @@ bool VppComponent::isQueueableId(uint32_t id, bool isInput) {
     return false;
 }
 
-// Insert only: under a key that is in flight already the entry stays and these buffers are dropped.
 bool VppComponent::recordExtradata(SideBuffers& extradata, uint64_t timestamp) {
     if (!pool::holdsBuffer(extradata)) {
         VPP_LOGI("skip to emplace empty mv buffers and downscale buffers");
@@ -77,7 +80,7 @@ bool VppComponent::recordExtradata(SideBuffers& extradata, uint64_t timestamp) {
     }
     const SideBuffers moved = std::exchange(extradata, {});
     const std::lock_guard lock(mExtradataLock);
-    return mExtradataBufferMap.emplace(timestamp, moved).second;
+    return pool::record(mExtradataBufferMap, timestamp, moved);
 }
 
 bool VppComponent::checkBufferCompatibility(const sp<GraphicBuffer>& buffer, bool skip) {
@@ -96,10 +99,15 @@ bool VppComponent::queueVppBuffer(uint32_t cookie, const sp<GraphicBuffer>& buff
     const std::lock_guard lock(mLock);
     if (!isEnabled("queueVppBuffer")) return false;
     if (!checkBufferCompatibility(buffer, isInput)) return false;
-    QueueRecord record(mMapper);
-    if (isInput && !attachMetaBuffers(record, timestamp)) return false;
-    if (!attachPixels(record, cookie, buffer, timestamp, isInput)) return false;
-    return queueRecord(record.vppBuffer(), isInput);
+    try {
+        QueueRecord record(mMapper);
+        if (isInput && !attachMetaBuffers(record, timestamp)) return false;
+        if (!attachPixels(record, cookie, buffer, timestamp, isInput)) return false;
+        return queueRecord(record.vppBuffer(), isInput);
+    } catch (const std::bad_alloc&) {
+        VPP_LOGE("%s: out of memory", "queueVppBuffer");
+        return false;
+    }
 }
 
 // False when descriptors have run out. A native handle that cannot be made only ends the attaching.

@@ -4,6 +4,7 @@
 #include <qoz/VppComponent.h>
 
 #include <exception>
+#include <new>
 #include <utility>
 
 #include "session/Log.h"
@@ -15,6 +16,15 @@ using ::aidl::vendor::vuq::hardware::vpp::VppError;
 
 bool VppComponent::enable(const std::string& name, IQOZCallback* callback, bool debug) {
     const std::lock_guard lock(mLock);
+    try {
+        return enableLocked(name, callback, debug);
+    } catch (const std::bad_alloc&) {
+        VPP_LOGE("%s: out of memory", "enable");
+        return false;
+    }
+}
+
+bool VppComponent::enableLocked(const std::string& name, IQOZCallback* callback, bool debug) {
     if (mStatus != UNINIT) {
         VPP_LOGE("previous cmp in not uninit");
         return false;

@@ -1,6 +1,8 @@
 #include <cutils/properties.h>
 #include <qoz/VppComponent.h>
 
+#include <new>
+
 #include "session/Log.h"
 #include "stream/VppUtils.h"
 
@@ -35,7 +37,11 @@ void VppComponent::config(uint32_t width, uint32_t height, uint32_t format, Conf
     mHeight = height;
     mFormat = format;
     applyMode(params);
-    if (mMvEnabled) mSlotList.push_back(-1);
+    try {
+        if (mMvEnabled) mSlotList.push_back(-1);
+    } catch (const std::bad_alloc&) {
+        VPP_LOGE("%s: out of memory", "config");  // sources are then released a frame early
+    }
     publishStreamFacts();
     {
         // The pending mark first: whoever sees the command sees the mark.

@@ -1,0 +1,265 @@
+// The n-th resource fails, once or from then on, for every n until nothing fails any more: memory,
+// native handles, graphic buffers, descriptors. Whatever fails costs at most frames, never a buffer
+// or a hang.
+#include <sys/resource.h>
+
+#include <array>
+#include <atomic>
+#include <cstdlib>
+#include <new>
+#include <semaphore>
+#include <thread>
+
+#include <host/platform/ServiceRegistry.h>
+
+#include "support/Fixture.h"
+
+namespace {
+
+// The component's own allocations, on the thread that drives it, are counted down while it is
+// armed.
+thread_local bool tArmed = false;
+thread_local int64_t tCountdown = 0;
+thread_local bool tOnce = true;
+
+bool failsNow() {
+    if (!tArmed) return false;
+    --tCountdown;
+    return tOnce ? tCountdown == 0 : tCountdown <= 0;
+}
+
+}  // namespace
+
+void* operator new(size_t size) {
+    if (failsNow()) throw std::bad_alloc();
+    if (void* memory = malloc(size)) return memory;
+    throw std::bad_alloc();
+}
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+    return failsNow() ? nullptr : malloc(size);
+}
+// Not inlined, or the compiler sees free() meet new and warns.
+__attribute__((noinline)) void operator delete(void* memory) noexcept {
+    free(memory);
+}
+__attribute__((noinline)) void operator delete(void* memory, size_t) noexcept {
+    free(memory);
+}
+
+namespace qoz::test {
+namespace {
+
+using vpp::VppError;
+
+constexpr uint32_t kW = 64;
+constexpr uint32_t kH = 48;
+constexpr int kFrames = 20;
+constexpr size_t kSlots = 8;
+
+// Counts, and allocates nothing.
+class CountingClient final : public android::IQOZCallback {
+  public:
+    void onBufferDone(uint32_t port, int32_t slot, uint32_t, uint64_t) override {
+        const size_t index = static_cast<size_t>(slot) + (port == 0 ? kSlots : 0);
+        if (index < home.size()) ++home[index];
+    }
+    void onConfigChanged(std::set<uint32_t>) override {}
+
+    std::array<std::atomic<int>, 2 * kSlots> home{};  // sources, then outputs
+};
+
+// Holds what it is given in fixed room and gives all of it back when it is asked to.
+class HoldingVpp : public host::VppSessionBase {
+  public:
+    HoldingVpp() : mAnswerer([this] { answer(); }) {}
+    ~HoldingVpp() override {
+        mEnding = true;
+        mFlushed.release();
+        mAnswerer.join();
+    }
+
+    void giveBackAll() {
+        VppError result = VppError::VPP_OK;
+        for (size_t i = 0; i < mHeld; ++i) {
+            (void)(mPorts[i] == Port::INPUT ? callbacks->inputBufferDone(mBuffers[i], &result)
+                                            : callbacks->outputBufferDone(mBuffers[i], &result));
+        }
+        mHeld = 0;
+    }
+
+    Status close(Error*) override { return Status::ok(); }
+    Status drain(Error*) override { return Status::ok(); }
+    Status flush(Port port, Error*) override {
+        if (port == Port::OUTPUT) mFlushed.release();
+        return Status::ok();
+    }
+    Status initSession(int32_t, const std::shared_ptr<vpp::IVppCallbacks>& object,
+                       Error*) override {
+        callbacks = object;
+        return Status::ok();
+    }
+    Status open(Error*) override { return Status::ok(); }
+    Status queueBuf(Port port, const vpp::VppBuffer& buffer, Error*) override {
+        mPorts[mHeld] = port;
+        mBuffers[mHeld].cookie = buffer.cookie;
+        mBuffers[mHeld].timestamp = buffer.timestamp;
+        ++mHeld;
+        return Status::ok();
+    }
+    Status reconfigure(const PortParam&, const PortParam&, Error* result) override {
+        *result = Error::VPP_ERR_STATE;
+        return Status::ok();
+    }
+    Status setCtrlAis(const vpp::VppCtrlAis&, Error*) override { return Status::ok(); }
+    Status setCtrlFrc(const std::vector<vpp::VppCtrlFrcSegment>&, Error*) override {
+        return Status::ok();
+    }
+    Status setCtrlVppMode(int32_t, Error*) override { return Status::ok(); }
+    Status setParameter(Port, const PortParam&, Error*) override { return Status::ok(); }
+    Status terminateSession() override {
+        const auto dropped = std::move(callbacks);
+        mHeld = 0;
+        return Status::ok();
+    }
+
+    std::shared_ptr<vpp::IVppCallbacks> callbacks;
+
+  private:
+    void answer() {
+        for (;;) {
+            mFlushed.acquire();
+            if (mEnding) return;
+            giveBackAll();
+            VppError result = VppError::VPP_OK;
+            for (const int32_t port : {0, 1}) {
+                vpp::FlushDone done;
+                done.port = port;
+                (void)callbacks->eventFlushDone(done, &result);
+            }
+        }
+    }
+
+    std::array<Port, 64> mPorts{};
+    std::array<vpp::VppBuffer, 64> mBuffers;
+    size_t mHeld = 0;
+    std::atomic<bool> mEnding{false};
+    std::counting_semaphore<> mFlushed{0};
+    std::thread mAnswerer;
+};
+
+class OneSession : public vpp::BnVppService {
+  public:
+    std::shared_ptr<HoldingVpp> session = ndk::SharedRefBase::make<HoldingVpp>();
+    ndk::ScopedAStatus getNewVppSession(int32_t, std::shared_ptr<vpp::IVpp>* result) override {
+        *result = session;
+        return ndk::ScopedAStatus::ok();
+    }
+    ndk::ScopedAStatus getSessionCount(int32_t*) override { return ndk::ScopedAStatus::ok(); }
+};
+
+class Sweep : public EvenTest {
+  protected:
+    void SetUp() override {
+        EvenTest::SetUp();
+        host::addService(kName, mFactory->asBinder());
+    }
+    void TearDown() override {
+        host::removeService(kName);
+        mFactory.reset();
+        EvenTest::TearDown();
+    }
+
+    // One stream of 20 frames, with `arm` in force inside the component; "" when all is accounted
+    // for.
+    template <typename Arm, typename Disarm>
+    std::string play(Arm arm, Disarm disarm) {
+        CountingClient client;
+        auto component = std::make_shared<VppComponent>();
+        std::array<sp<GraphicBuffer>, kSlots> sources, outputs;
+        for (auto& b : sources)
+            b = buffer(kW, kH, kRgba);
+        for (auto& b : outputs)
+            b = buffer(kW, kH, kNv12);
+        std::array<int, 2 * kSlots> taken{};
+        const auto armed = [&](auto operation) {
+            arm();
+            operation();
+            disarm();
+        };
+        bool enabled = false;
+        armed([&] { enabled = component->enable("sweep", &client, false); });
+        for (int n = 0; enabled && n < kFrames; ++n) {
+            const size_t slot = static_cast<size_t>(n) % kSlots;
+            if (n == 0) {
+                armed([&] { component->config(kW, kH, kRgba, {1, 0, 1, 0}, true); });
+            }
+            QOZBufferInfo output{static_cast<int32_t>(slot), outputs[slot], nullptr, 0, {}};
+            std::vector<QOZBufferInfo> packet{
+                {static_cast<int32_t>(slot), sources[slot], nullptr, n * 1000000, {}}};
+            if (n == 12) packet[0].config = ConfigParams{1, 0, 2, 0};
+            armed([&] { taken[kSlots + slot] += component->process(nullptr, &output) == 0; });
+            armed([&] { taken[slot] += component->process(&packet, nullptr) == 0; });
+            armed([&] { mFactory->session->giveBackAll(); });
+        }
+        armed([&] { component->flushsync(); });
+        armed([&] { component->disable(); });
+        std::string wrong;
+        for (size_t i = 0; i < taken.size(); ++i) {
+            if (taken[i] != client.home[i]) wrong += " slot " + std::to_string(i);
+        }
+        component.reset();
+        (void)mFactory->session->terminateSession();
+        return wrong;
+    }
+
+    static constexpr const char* kName = "vendor.vuq.hardware.vpp.IVppService/default";
+    LogCapture log;  // the messages are many, and expected
+    std::shared_ptr<OneSession> mFactory = ndk::SharedRefBase::make<OneSession>();
+};
+
+TEST_F(Sweep, Memory) {
+    EXPECT_EQ(play([] {}, [] {}), "") << "with nothing failing";
+    for (const bool once : {true, false}) {
+        bool hit = true;
+        for (int64_t n = 1; hit; ++n) {
+            tOnce = once;
+            tCountdown = n;
+            EXPECT_EQ(play([] { tArmed = true; }, [] { tArmed = false; }), "")
+                << (once ? "allocation " : "from allocation ") << n;
+            hit = tCountdown <= 0;
+            ASSERT_LT(n, 5000) << "the run does not end";
+        }
+    }
+    EXPECT_EQ(play([] {}, [] {}), "") << "and again with nothing failing";
+}
+
+TEST_F(Sweep, HandlesAndGraphicBuffers) {
+    for (const char* operation : {"native_handle_create", "allocate"}) {
+        for (const uint64_t count : {1, 0}) {
+            bool hit = true;
+            for (uint64_t n = 1; hit; ++n) {
+                host::clearFaults();
+                // The client's own sixteen buffers come first, each with a handle.
+                host::armFault({.operation = operation, .nth = n + 16, .count = count});
+                EXPECT_EQ(play([] {}, [] {}), "") << operation << " " << n;
+                hit = host::faultsFired() > 0;
+            }
+        }
+    }
+}
+
+TEST_F(Sweep, Descriptors) {
+    rlimit before{};
+    getrlimit(RLIMIT_NOFILE, &before);
+    const auto open = static_cast<rlim_t>(host::openDescriptors());
+    // The limit counts numbers, not descriptors: from none free to more than a run uses.
+    for (rlim_t spare = 0; spare < 40; ++spare) {
+        rlimit limit = before;
+        limit.rlim_cur = open + 16 + spare;
+        const auto arm = [&] { setrlimit(RLIMIT_NOFILE, &limit); };
+        EXPECT_EQ(play(arm, [&] { setrlimit(RLIMIT_NOFILE, &before); }), "") << spare << " spare";
+    }
+}
+
+}  // namespace
+}  // namespace qoz::test
