@@ -1,24 +1,26 @@
-// One post-processing session between a client that renders frames and the device's VPP service,
-// which interpolates frames (2x to 4x) and scales them (1x, 1.5x, 2x).
-//
-//     auto vpp = std::make_shared<android::VppComponent>();
-//     if (!vpp->enable("game", &callback, false)) return;
-//     vpp->config(1280, 720, 1, {.mode = 1, .interpFactor = 1}, true);
-//     for (each frame) {
-//         std::vector<QOZBufferInfo> source{{slot, rgba, fence, nanoseconds, {}}};
-//         vpp->process(&source, nullptr);
-//         for (uint32_t i = 0; i < vpp->outBufReqsPerFrame(); ++i) vpp->process(nullptr,
-//         &output[i]);
-//     }
-//     vpp->flushsync();
-//     vpp->disable();
-//
-// Threading: all operations are called by one thread at a time, the getters and GetFormat by any
-// thread at any time. Whatever process() takes (result 0) comes back once through
-// IQOZCallback::onBufferDone(), save what disable() finds still with the service or held as the
-// motion engine's reference: flushsync() first. The component throws nothing of its own after
-// construction. Every wait for an answer of the service or of the worker ends after three seconds;
-// a callback of the client's, an acquire fence and a call into the service take the time they take.
+/// @class android::VppComponent
+/// One post-processing session between a client that renders frames and the device's VPP service,
+/// which interpolates frames (2x to 4x) and scales them (1x, 1.5x, 2x).
+///
+///     auto vpp = std::make_shared<android::VppComponent>();
+///     if (!vpp->enable("game", &callback, false)) return;
+///     vpp->config(1280, 720, 1, {.mode = 1, .interpFactor = 1}, true);
+///     for (each frame) {
+///         std::vector<QOZBufferInfo> source{{slot, rgba, fence, nanoseconds, {}}};
+///         vpp->process(&source, nullptr);
+///         for (uint32_t n = vpp->outBufReqsPerFrame(); n > 0; --n)
+///             vpp->process(nullptr, &output[nextFree()]);
+///     }
+///     vpp->flushsync();
+///     vpp->disable();
+///
+/// Threading: all operations are called by one thread at a time, the getters and GetFormat by any
+/// thread at any time. Whatever process() takes (result 0) comes back once through
+/// IQOZCallback::onBufferDone(), save what disable() finds still with the service or held as the
+/// motion engine's reference: flushsync() first. The component throws nothing of its own after
+/// construction. Every wait for an answer of the service or of the worker ends after three seconds;
+/// a callback of the client's, an acquire fence and a call into the service take the time they
+/// take.
 #pragma once
 
 #include <aidl/vendor/vuq/hardware/vpp/FlushDone.h>
@@ -57,80 +59,84 @@ class Rgb2Yuv;
 class __attribute__((visibility("default"))) VppComponent
     : public std::enable_shared_from_this<VppComponent> {
   public:
+    /// The state of a session.
     enum status : int32_t {
-        UNINIT = 0,   // not enabled
-        INIT = 1,     // enabled, not started
-        IDLE = 2,     // flushed; active again with the next output buffer
-        ACTIVE = 3,   // started
-        PENDING = 4,  // a flush is on its way
-        ERROR = 5,    // left by disable(), or by a start that succeeds
+        UNINIT = 0,   ///< not enabled
+        INIT = 1,     ///< enabled, not started
+        IDLE = 2,     ///< flushed; active again with the next output buffer
+        ACTIVE = 3,   ///< started
+        PENDING = 4,  ///< a flush is on its way
+        ERROR = 5,    ///< left by disable(), or by a start that succeeds
     };
 
-    // Reads the tunables (system properties vendor.qoz.*), which hold for the object's life. Throws
-    // std::invalid_argument or std::out_of_range when a numeric one does not begin with a number.
+    /// Reads the tunables (system properties vendor.qoz.*), which hold for the object's life.
+    /// Throws std::invalid_argument or std::out_of_range when a numeric one does not begin with a
+    /// number.
     VppComponent();
 
-    // Does what disable() does when the client has not.
+    /// Does what disable() does when the client has not.
     virtual ~VppComponent();
 
     VppComponent(const VppComponent&) = delete;
     VppComponent& operator=(const VppComponent&) = delete;
 
-    // Finds the service, opens a session and starts the output worker. The component is owned by a
-    // std::shared_ptr. `name` stands in every log message; `callback` may be null; `debug` logs
-    // state changes. False leaves UNINIT, or ERROR when the service refused the session (then call
-    // disable() first); the reason is logged.
-    // Blocks: about 1.4 s at most for a service that is not there, and 3 s for the worker.
+    /// Finds the service, opens a session and starts the output worker. The component is owned by a
+    /// std::shared_ptr. `name` stands in every log message; `callback` may be null; `debug` logs
+    /// state changes. False leaves UNINIT, or ERROR when the service refused the session (then call
+    /// disable() first); the reason is logged.
+    /// Blocks: about 1.4 s at most for a service that is not there, and 3 s for the worker.
     bool enable(const std::string& name, IQOZCallback* callback, bool debug);
 
-    // Records size (pixels), pixel format and settings of the sources and has the worker start the
-    // session. `wait`: returns when that is done. Outcome: state(). Calls back: no. Does nothing,
-    // with an error message, while a start that was asked for before will not end. Blocks: for that
-    // start, 3 s at most; for a delivery in progress; with `wait`, 3 s at most.
+    /// Records size (pixels), pixel format and settings of the sources and has the worker start the
+    /// session. `wait`: returns when that is done. Outcome: state(). Calls back: no. Does nothing,
+    /// with an error message, while a start that was asked for before will not end. Blocks: for
+    /// that start, 3 s at most; for a delivery in progress; with `wait`, 3 s at most.
     void config(uint32_t width, uint32_t height, uint32_t format, ConfigParams params, bool wait);
 
-    // Takes either one source packet (`src` with one or two entries: the frame and, if the client
-    // brings its own, the NV12 target of its conversion; `dst` null) or one output buffer (`src`
-    // null or empty, `dst` set). 0: taken; every buffer comes back through the callback. 1: refused
-    // or failed, with the reason in the log; sources stay the client's, an output buffer that met a
-    // failed start is given back at once. 2: nothing was given. Blocks: for the conversion; for a
-    // start that is pending; at a new source size or upscale ratio until the service has flushed
-    // and reconfigured. Calls back: onBufferDone, onConfigChanged.
+    /// Takes either one source packet (`src` with one or two entries: the frame and, if the client
+    /// brings its own, the NV12 target of its conversion; `dst` null) or one output buffer (`src`
+    /// null or empty, `dst` set). 0: taken; every buffer comes back through the callback. 1:
+    /// refused or failed, with the reason in the log; sources stay the client's, an output buffer
+    /// that met a failed start is given back at once. 2: nothing was given. Blocks: for the
+    /// conversion; for a start that is pending; at a new source size or upscale ratio until the
+    /// service has flushed and reconfigured. Calls back: onBufferDone, onConfigChanged.
     int32_t process(std::vector<QOZBufferInfo>* src, QOZBufferInfo* dst);
 
-    // The same, but an absent `src` is null, never empty, and 1 when nothing was given.
+    /// The same, but an absent `src` is null, never empty, and 1 when nothing was given.
     int32_t processBuffer(std::vector<QOZBufferInfo>* src, QOZBufferInfo* dst);
 
-    // Has an ACTIVE session return everything it holds and delivers it: IDLE afterwards, or ERROR
-    // when the service refused or did not answer. In any other state: nothing. Blocks: for the
-    // service's answers and for the deliveries, 3 s each at most. Calls back: onBufferDone for held
-    // source slots.
+    /// Has an ACTIVE session return everything it holds and delivers it: IDLE afterwards, or ERROR
+    /// when the service refused or did not answer. In any other state: nothing. Blocks: for the
+    /// service's answers and for the deliveries, 3 s each at most. Calls back: onBufferDone for
+    /// held source slots.
     void flushsync();
 
-    // Closes the session, ends the worker and lets all internal buffers go. Buffers still with the
-    // service are not given back: call flushsync() first. In ERROR the session stays open, and
-    // keeps this object alive, until the next enable() or the end of the service. Blocks: 1.2 s at
-    // most for a pending start, and for the worker.
+    /// Closes the session, ends the worker and lets all internal buffers go. Buffers still with the
+    /// service are not given back: call flushsync() first. In ERROR the session stays open, and
+    /// keeps this object alive, until the next enable() or the end of the service. Blocks: 1.2 s at
+    /// most for a pending start, and for the worker.
     void disable();
 
-    // 0 for the RGB formats 1, 2 and 277, 3 for every other; `yuvFormat` receives what the input
-    // port carries for it. Any thread, any state.
+    /// 0 for the RGB formats 1, 2 and 277, 3 for every other; `yuvFormat` receives what the input
+    /// port carries for it. Any thread, any state.
     int GetFormat(int format, int& yuvFormat);
 
-    // Whether the session is ACTIVE for sources of just this size and format. Blocks: for a start
-    // that is pending, 3 s at most.
+    /// Whether the session is ACTIVE for sources of just this size and format. Blocks: for a start
+    /// that is pending, 3 s at most.
     bool isInputPortEnabled(uint32_t width, uint32_t height, uint32_t format);
 
-    // Output buffers that one frame needs under `params`; also records whether upscaling goes with
-    // frame-rate conversion.
+    /// Output buffers that one frame needs under `params`; also records whether upscaling goes with
+    /// frame-rate conversion.
     uint32_t calculateOutBufferReqsPerFrame(ConfigParams params);
 
-    // Any thread, also from within the callbacks.
+    /// Any thread, also from within the callbacks.
     status state() const;
-    uint32_t outBufReqsPerFrame() const;  // output buffers to lend for each source frame
-    uint32_t expectedOutputWidth()
-        const;  // every output buffer has this size, pixels; 0 before start
-    uint32_t expectedOutputHeight() const;
+    /// Output buffers to lend for each source frame. Any thread, also from within the callbacks.
+    uint32_t outBufReqsPerFrame() const;
+    /// Every output buffer has this size, pixels; 0 before start. Any thread, also from within the
+    /// callbacks.
+    uint32_t expectedOutputWidth() const;
+    uint32_t expectedOutputHeight() const;  ///< see expectedOutputWidth()
 
   private:
     friend class VppComponentPeer;  // defined by the tests
