@@ -29,6 +29,9 @@ const char* nameOf(android::VppComponent::status state) {
 }
 
 SessionFailed stalled(const Stream& stream) {
+    if (stream.serviceDied()) {
+        return SessionFailed(format("the service died, buffers still lent: %zu", stream.lent()));
+    }
     return SessionFailed(format("nothing moved for %lld s, buffers still lent: %zu",
                                 static_cast<long long>(Stream::kPatience.count()), stream.lent()));
 }
@@ -44,7 +47,8 @@ int64_t timestampOf(Rate rate, uint64_t frame) {
 }
 
 Client::Client(const Options& options, std::string name, FrameSource& source,
-               std::vector<FrameSink*> sinks, WarmUp& warmUp, Console* console)
+               std::vector<FrameSink*> sinks, WarmUp& warmUp, std::function<bool()> serviceDied,
+               Console* console)
     : mOptions(options),
       mName(std::move(name)),
       mSource(source),
@@ -54,7 +58,7 @@ Client::Client(const Options& options, std::string name, FrameSource& source,
       mSettings{options.interp, options.upscaleIndex, source.size()},
       mWanted(mSettings),
       mVpp(std::make_shared<android::VppComponent>()),
-      mStream(mVpp, mMailbox, std::move(sinks)) {}
+      mStream(mVpp, mMailbox, std::move(sinks), std::move(serviceDied)) {}
 
 SessionStats Client::run() {
     attempt([&] {
@@ -186,8 +190,13 @@ void Client::sendSource(uint64_t frame, int32_t slot) {
     if (rescaled) mStream.tracker().flushed();
 }
 
-// Works after any failure: whatever is still lent is asked back.
+// Works after any failure: whatever is still lent is asked back, unless there is nobody to ask.
 void Client::finish() {
+    if (mStream.serviceDied()) {
+        mStream.look();
+        mVpp->disable();
+        throw stalled(mStream);
+    }
     mVpp->flushsync();
     const bool flushed = mVpp->state() != android::VppComponent::ERROR;
     const bool home = mStream.awaitHome();

@@ -8,6 +8,7 @@
 #include "Stream.h"
 #include "WarmUp.h"
 
+#include <functional>
 #include <memory>
 
 namespace qozplay {
@@ -19,7 +20,8 @@ class Client {
   public:
     // `console` shows the progress of this session; null: none.
     Client(const Options& options, std::string name, FrameSource& source,
-           std::vector<FrameSink*> sinks, WarmUp& warmUp, Console* console);
+           std::vector<FrameSink*> sinks, WarmUp& warmUp, std::function<bool()> serviceDied,
+           Console* console);
 
     // To be run once. Failures are in the result. The object must outlive the service: a session
     // that ended badly may still call it.

@@ -1,8 +1,14 @@
 #include "Desk.h"
 
 #include <android/log.h>
+#ifdef QOZ_SERVICE_PROCESS
+#include <host/vppd/PrivateBus.h>
+#include <host/vppd/RemoteService.h>
+#endif
 
+#include <algorithm>
 #include <array>
+#include <string_view>
 #include <utility>
 
 namespace qozplay {
@@ -41,15 +47,95 @@ qoz::host::LogSink sinkTo(Console& console, bool everything) {
     };
 }
 
+class InlineService final : public Desk::Service {
+  public:
+    // An inline service dies of an injected fault only, and sessions end as they do then.
+    bool died() const override { return false; }
+    uint64_t faultsFired() const override { return 0; }
+
+  private:
+    qoz::host::VppService mService;
+};
+
+// What a fault breaks on this side; the rest is the service's.
+bool isOurs(const qoz::host::Fault& fault) {
+    constexpr std::array<std::string_view, 6> kOurs{"Configure",          "RGBToNV12",
+                                                    "MvBufferGeneration", "GetMVbufferSize",
+                                                    "allocate",           "native_handle_create"};
+    return std::ranges::find(kOurs, fault.operation) != kOurs.end();
+}
+
+#ifdef QOZ_SERVICE_PROCESS
+class ServiceProcess final : public Desk::Service {
+  public:
+    explicit ServiceProcess(const std::vector<std::string>& faults)
+        : mBus(faults), mService(mBus.address()) {}
+
+    bool died() const override { return mService.deaths() != 0; }
+    uint64_t faultsFired() const override { return mService.faultsFired(); }
+
+  private:
+    qoz::host::PrivateBus mBus;
+    qoz::host::RemoteVppService mService;
+};
+
+// The words of a fault, as parseFault() reads them.
+std::string toText(const qoz::host::Fault& fault) {
+    using qoz::host::FaultKind;
+    std::string text = fault.operation + '=';
+    switch (fault.kind) {
+        case FaultKind::Code:
+            text += std::to_string(fault.code);
+            break;
+        case FaultKind::Transport:
+            text += "transport";
+            break;
+        case FaultKind::Drop:
+            text += "drop";
+            break;
+        case FaultKind::Late:
+            text += "late:" + std::to_string(fault.code);
+            break;
+        case FaultKind::Twice:
+            text += "twice";
+            break;
+        case FaultKind::Unknown:
+            text += "unknown";
+            break;
+        case FaultKind::Die:
+            text += "die";
+            break;
+    }
+    return text + '@' + std::to_string(fault.nth) + (fault.count == 0 ? "+" : "");
+}
+
+std::unique_ptr<Desk::Service> startProcess(const Options& options) {
+    std::vector<std::string> arguments;
+    for (const qoz::host::Fault& fault : options.faults) {
+        if (isOurs(fault)) continue;
+        arguments.insert(arguments.end(), {"--fault", toText(fault)});
+    }
+    try {
+        return std::make_unique<ServiceProcess>(arguments);
+    } catch (const std::exception& error) {
+        throw BadInput(std::string("--service process: ") + error.what());
+    }
+}
+#else
+std::unique_ptr<Desk::Service> startProcess(const Options&) {
+    throw BadInput("--service process: this player was built without D-Bus");
+}
+#endif
+
 }  // namespace
 
 Desk::Desk(const Options& options, Console& console) {
     setProperties(options);
     mOldSink = qoz::host::setLogSink(sinkTo(console, options.log));
     if (!options.trace.empty()) qoz::host::startTrace();
-    mService.emplace();
+    mService = options.serviceProcess ? startProcess(options) : std::make_unique<InlineService>();
     for (const qoz::host::Fault& fault : options.faults) {
-        qoz::host::armFault(fault);
+        if (!options.serviceProcess || isOurs(fault)) qoz::host::armFault(fault);
     }
 }
 
@@ -58,6 +144,14 @@ Desk::~Desk() {
     qoz::host::clearFaults();
     qoz::host::clearProperties();
     qoz::host::setLogSink(std::move(mOldSink));
+}
+
+bool Desk::serviceDied() const {
+    return mService->died();
+}
+
+uint64_t Desk::faultsFired() const {
+    return qoz::host::faultsFired() + mService->faultsFired();
 }
 
 void Desk::saveTrace(const std::string& path) {

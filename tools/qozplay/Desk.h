@@ -7,13 +7,14 @@
 
 #include <host/control.h>
 
-#include <optional>
+#include <cstdint>
+#include <memory>
 
 namespace qozplay {
 
 class Desk {
   public:
-    // Throws BadInput for a property that makes no sense.
+    // Throws BadInput for a property that makes no sense or a service that cannot be had.
     Desk(const Options& options, Console& console);
     ~Desk();
 
@@ -23,9 +24,23 @@ class Desk {
     // Throws SessionFailed when the trace cannot be written.
     void saveTrace(const std::string& path);
 
+    // The service has died under the sessions: what it holds does not come back. Any thread.
+    bool serviceDied() const;
+
+    // Here and in the service's process.
+    uint64_t faultsFired() const;
+
+    // Inline, or a process.
+    class Service {
+      public:
+        virtual ~Service() = default;
+        virtual bool died() const = 0;
+        virtual uint64_t faultsFired() const = 0;
+    };
+
   private:
     qoz::host::LogSink mOldSink;
-    std::optional<qoz::host::VppService> mService;
+    std::unique_ptr<Service> mService;
 };
 
 }  // namespace qozplay

@@ -15,7 +15,7 @@ constexpr uint64_t kMaxSessions = 64;
 // Values as typed; what they mean is checked by our own parsers, whose messages name the option.
 struct Words {
     std::optional<std::string> size, rate, frames, sceneSize, sheetAt;
-    std::optional<std::string> interp, upscale, mv, max, sessions;
+    std::optional<std::string> interp, upscale, mv, max, sessions, service;
     std::vector<std::string> at, faults, properties;
 };
 
@@ -57,6 +57,9 @@ void addOutput(CLI::App& app, Options& options, Words& words) {
     app.add_option("--stats", options.stats, "figures of the run as JSON")->type_name("JSON");
     app.add_option("--sessions", words.sessions, "sessions on the same clip at the same time")
         ->type_name("N");
+    app.add_option("--service", words.service,
+                   "where the service runs: in this process or in one of its own (inline)")
+        ->type_name("inline|process");
     app.add_option("--fault", words.faults,
                    "break the Nth call of an operation; in place of a code: drop, late:MS, twice, "
                    "unknown, transport, die")
@@ -89,6 +92,12 @@ bool parseSwitch(const std::string& text, const std::string& what) {
     throw BadInput(what + ": " + text + " is neither on nor off");
 }
 
+bool parseService(const std::string& text) {
+    if (text == "process") return true;
+    if (text == "inline") return false;
+    throw BadInput("--service: " + text + " is neither inline nor process");
+}
+
 void readInput(const Words& words, Options* options) {
     if (words.size) options->rawSize = parseSize(*words.size, "--size");
     if (words.rate) options->rate = parseRate(*words.rate, "--rate");
@@ -110,6 +119,7 @@ void readProcessing(const Words& words, Options* options) {
         options->sessions =
             static_cast<uint32_t>(parseNumber(*words.sessions, kMaxSessions, "--sessions"));
     }
+    if (words.service) options->serviceProcess = parseService(*words.service);
     for (const std::string& text : words.at) {
         options->changes.push_back(parseChange(text));
     }

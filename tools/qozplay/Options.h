@@ -35,6 +35,7 @@ struct Options {
     std::vector<qoz::host::Fault> faults;
     std::vector<std::pair<std::string, std::string>> properties;
     bool log = false;
+    bool serviceProcess = false;  // the service runs in a process of its own
 
     bool outputIsPipe() const { return output == "-"; }
 };

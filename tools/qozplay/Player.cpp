@@ -96,7 +96,7 @@ class Player {
 
   private:
     void openSinks();
-    void runSessions(std::vector<std::unique_ptr<Client>>& clients);
+    void runSessions(std::vector<std::unique_ptr<Client>>& clients, const Desk& desk);
     void awaitDescriptors();
     template <typename Work>
     void attempt(Work work);
@@ -146,22 +146,22 @@ int Player::run() {
     // The service goes first: until then a session that ended badly may still be called back.
     std::vector<std::unique_ptr<Client>> clients;
     Desk desk(mOptions, mConsole);
-    runSessions(clients);
-    mStats.faultsFired = qoz::host::faultsFired();
+    runSessions(clients, desk);
+    mStats.faultsFired = desk.faultsFired();
     save(desk);
     return conclude();
 }
 
-void Player::runSessions(std::vector<std::unique_ptr<Client>>& clients) {
+void Player::runSessions(std::vector<std::unique_ptr<Client>>& clients, const Desk& desk) {
     WarmUp warmUp(mOptions.sessions);
     mStats.sessions.resize(mOptions.sessions);
     for (uint32_t i = 0; i < mOptions.sessions; ++i) {
         std::vector<FrameSink*> sinks;
         if (i == 0 && mWriter != nullptr) sinks.push_back(mWriter.get());
         if (i == 0 && mSheet != nullptr) sinks.push_back(mSheet.get());
-        clients.push_back(std::make_unique<Client>(mOptions, format("qozplay%u", i), *mSources[i],
-                                                   std::move(sinks), warmUp,
-                                                   i == 0 ? &mConsole : nullptr));
+        clients.push_back(std::make_unique<Client>(
+            mOptions, format("qozplay%u", i), *mSources[i], std::move(sinks), warmUp,
+            [&desk] { return desk.serviceDied(); }, i == 0 ? &mConsole : nullptr));
     }
     mStats.descriptorsBefore = qoz::host::openDescriptors();
     std::vector<std::thread> threads;

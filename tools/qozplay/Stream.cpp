@@ -18,8 +18,11 @@ constexpr std::chrono::milliseconds kRetry{50};
 }  // namespace
 
 Stream::Stream(std::shared_ptr<android::VppComponent> vpp, Mailbox& mailbox,
-               std::vector<FrameSink*> sinks)
-    : mVpp(std::move(vpp)), mMailbox(mailbox), mSinks(std::move(sinks)) {}
+               std::vector<FrameSink*> sinks, std::function<bool()> serviceDied)
+    : mVpp(std::move(vpp)),
+      mMailbox(mailbox),
+      mSinks(std::move(sinks)),
+      mServiceDied(std::move(serviceDied)) {}
 
 void Stream::follow() {
     const Size size{mVpp->expectedOutputWidth(), mVpp->expectedOutputHeight()};
@@ -44,6 +47,7 @@ void Stream::lend() {
 bool Stream::awaitThat(const std::function<bool()>& holds) {
     Clock::time_point end = Clock::now() + kPatience;
     while (!holds()) {
+        if (mServiceDied()) return false;
         const std::vector<Done> done = mMailbox.take(std::min(end, Clock::now() + kRetry));
         const bool moved = handle(done);
         const Clock::time_point now = Clock::now();

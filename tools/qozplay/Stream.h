@@ -26,7 +26,7 @@ class Stream {
     static constexpr std::chrono::seconds kPatience{3};
 
     Stream(std::shared_ptr<android::VppComponent> vpp, Mailbox& mailbox,
-           std::vector<FrameSink*> sinks);
+           std::vector<FrameSink*> sinks, std::function<bool()> serviceDied);
 
     // Takes over the output size and the number of output buffers per frame that the component has
     // now.
@@ -35,7 +35,8 @@ class Stream {
     // Keeps as many output buffers with the component as the frames under way need.
     void lend();
 
-    // Each wait handles what comes meanwhile. False: nothing moved for kPatience.
+    // Each wait handles what comes meanwhile. False: nothing moved for kPatience, or nothing will
+    // any more, as the service has died.
     bool awaitRoom();    // for another source frame
     bool awaitFrames();  // until no source frame is under way
     bool awaitHome();    // until no buffer is lent
@@ -49,6 +50,7 @@ class Stream {
     // Hands the source frame over. False: it was refused.
     bool send(int32_t slot, int64_t timestamp, const std::optional<android::ConfigParams>& config);
 
+    bool serviceDied() const { return mServiceDied(); }
     bool stopped() const { return mStopped; }  // a sink has enough
     Size outputSize() const { return mOutputs.size(); }
     FrameTracker& tracker() { return mTracker; }
@@ -68,6 +70,7 @@ class Stream {
     std::shared_ptr<android::VppComponent> mVpp;
     Mailbox& mMailbox;
     const std::vector<FrameSink*> mSinks;
+    const std::function<bool()> mServiceDied;
     FrameTracker mTracker;
     OutputRing mOutputs;
     SourceRing mSources;

@@ -1,0 +1,52 @@
+// The client's callback object, as the session's process calls it.
+#pragma once
+
+#include "host/vppd/Bus.h"
+#include "host/vppd/Lane.h"
+#include "host/vppd/Records.h"
+#include "vppd/VppAdaptor.h"
+
+#include <array>
+#include <memory>
+
+namespace qoz::host::vppd {
+
+// Exported from construction to destruction. Calls arrive on the reading thread, are carried out on
+// binder threads and answered when they have returned.
+class CallbackReceiver final : private KeepsBus,
+                               public sdbus::AdaptorInterfaces<::org::qoz::VppCallbacks1_adaptor> {
+  public:
+    CallbackReceiver(std::shared_ptr<Bus> bus, std::shared_ptr<vpp::IVppCallbacks> callbacks);
+
+    // Waits for calls under way, at most as long as a call may take and not from within one, and
+    // lets go of the client's object on the calling thread, which may destroy the client.
+    ~CallbackReceiver();
+
+    CallbackReceiver(const CallbackReceiver&) = delete;
+    CallbackReceiver& operator=(const CallbackReceiver&) = delete;
+
+    const std::string& path() const { return getObjectPath(); }
+
+  private:
+    using Answer = sdbus::Result<int32_t>;
+
+    void EventDrainDone(Answer&& answer) override;
+    void EventError(Answer&& answer, int32_t what) override;
+    void EventFlushDone(Answer&& answer, int32_t port) override;
+    void EventReconfigDone(Answer&& answer, int32_t status) override;
+    void InputBufferDone(Answer&& answer, BusBuffer buffer) override;
+    void OutputBufferDone(Answer&& answer, BusBuffer buffer) override;
+
+    template <typename Call>
+    void carryOut(Lane& lane, Answer&& answer, Call call);
+    template <typename Call>
+    void carryOutWith(Lane& lane, Answer&& answer, BusBuffer&& buffer, Call call);
+
+    const std::shared_ptr<vpp::IVppCallbacks> mCallbacks;
+    // A session calls about both ports at once; a client that is slow to take a source back holds
+    // no output up.
+    Lane mInputLane;
+    Lane mOutputLane;
+};
+
+}  // namespace qoz::host::vppd

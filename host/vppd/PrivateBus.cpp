@@ -1,0 +1,166 @@
+#include "host/vppd/PrivateBus.h"
+
+#include "host/vppd/Bus.h"
+#include "host/vppd/Names.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <android/binder_auto_utils.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+// This header does not do it itself in every C library.
+extern "C" {
+#include <sys/pidfd.h>
+}
+
+namespace qoz::host {
+namespace {
+
+namespace fs = std::filesystem;
+using Descriptor = ndk::ScopedFileDescriptor;
+
+constexpr char kProgram[] = "qoz-vppd";
+constexpr int kAddressFd = 3;       // where the bus writes its address
+constexpr int kEndPatience = 2000;  // milliseconds
+
+// Beside the running program, or in the build that it is part of, at most three folders up.
+std::string findProgram() {
+    fs::path folder = fs::read_symlink("/proc/self/exe").parent_path();
+    if (fs::exists(folder / kProgram)) return folder / kProgram;
+    for (int i = 0; i < 3; ++i) {
+        const fs::path built = folder / "host" / "vppd" / kProgram;
+        if (fs::exists(built)) return built;
+        folder = folder.parent_path();
+    }
+    throw std::runtime_error(std::string("cannot find ") + kProgram);
+}
+
+// Asks a process to end and sees to it. The descriptor names the process even after its number has
+// been given to another.
+void endProcess(const Descriptor& process) {
+    if (process.get() < 0) return;
+    pollfd ended{process.get(), POLLIN, 0};
+    for (const int signal : {SIGTERM, SIGKILL}) {
+        if (pidfd_send_signal(process.get(), signal, nullptr, 0) != 0) return;
+        while (poll(&ended, 1, kEndPatience) < 0 && errno == EINTR) {
+        }
+        if (ended.revents != 0) return;
+    }
+}
+
+// Up to the end of the line, which the bus writes when it is ready.
+std::string readLine(int fd) {
+    std::string line;
+    char byte = 0;
+    while (read(fd, &byte, 1) == 1 && byte != '\n') {
+        line += byte;
+    }
+    return line;
+}
+
+}  // namespace
+
+PrivateBus::Folder::Folder() {
+    std::string pattern = fs::temp_directory_path() / "qoz-bus-XXXXXX";
+    if (mkdtemp(pattern.data()) == nullptr) {
+        throw std::system_error(errno, std::generic_category(), pattern);
+    }
+    path = pattern;
+}
+
+PrivateBus::Folder::~Folder() {
+    std::error_code ignored;
+    fs::remove_all(path, ignored);
+}
+
+PrivateBus::PrivateBus(const std::vector<std::string>& arguments, std::string program) {
+    writeConfig(arguments, program.empty() ? findProgram() : std::move(program));
+    start();
+}
+
+PrivateBus::~PrivateBus() {
+    const std::optional<pid_t> service = servicePid();
+    if (service) endProcess(Descriptor(pidfd_open(*service, 0)));
+    endProcess(Descriptor(pidfd_open(mPid, 0)));
+    waitpid(mPid, nullptr, 0);
+}
+
+void PrivateBus::writeConfig(const std::vector<std::string>& arguments,
+                             const std::string& program) const {
+    std::ofstream(mFolder.path / "bus.conf")
+        << "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
+           " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
+           "<busconfig><type>session</type><auth>EXTERNAL</auth>\n"
+           // As many as one message can carry. Whoever sends more than the bus lets through is cut
+           // off from it, and is to have an answer instead.
+           "<limit name=\"max_message_unix_fds\">253</limit>\n"
+        << "<listen>unix:path=" << (mFolder.path / "socket").string() << "</listen>\n"
+        << "<servicedir>" << mFolder.path.string() << "</servicedir>\n"
+        << "<policy context=\"default\"><allow own=\"*\"/>\n"
+           "<allow send_destination=\"*\"/><allow receive_sender=\"*\"/></policy></busconfig>\n";
+    std::ofstream service(mFolder.path / (std::string(vppd::kBusName) + ".service"));
+    service << "[D-BUS Service]\nName=" << vppd::kBusName << "\nExec=\"" << program << '"';
+    for (const std::string& argument : arguments) {
+        service << " \"" << argument << '"';
+    }
+    service << '\n';
+}
+
+// Nothing of this process but the standard streams goes with it: a buffer that the service held on
+// to by accident would never end.
+void PrivateBus::start() {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        throw std::system_error(errno, std::generic_category(), "pipe");
+    const Descriptor ours(ends[0]);
+    Descriptor theirs(ends[1]);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    // A copy of a descriptor onto itself would stay closed on exec.
+    if (theirs.get() == kAddressFd) theirs.set(fcntl(kAddressFd, F_DUPFD_CLOEXEC, kAddressFd + 1));
+    posix_spawn_file_actions_adddup2(&actions, theirs.get(), kAddressFd);
+    posix_spawn_file_actions_addclosefrom_np(&actions, kAddressFd + 1);
+    std::vector<std::string> words{"setpriv",
+                                   "--pdeathsig=TERM",
+                                   "dbus-daemon",
+                                   "--config-file=" + (mFolder.path / "bus.conf").string(),
+                                   "--print-address=" + std::to_string(kAddressFd),
+                                   "--nofork",
+                                   "--syslog-only"};  // standard error is the service's
+    std::vector<char*> argv;
+    for (std::string& word : words) {
+        argv.push_back(word.data());
+    }
+    argv.push_back(nullptr);
+    const int error = posix_spawnp(&mPid, argv[0], &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (error != 0) throw std::system_error(error, std::generic_category(), words[0]);
+    theirs.set(-1);
+    mAddress = readLine(ours.get());
+    if (!mAddress.empty()) return;
+    waitpid(mPid, nullptr, 0);
+    throw std::runtime_error("the message bus did not start");
+}
+
+std::optional<pid_t> PrivateBus::servicePid() const {
+    try {
+        vppd::Bus bus(mAddress);
+        bus.start({});
+        return bus.pidOf(vppd::kBusName);
+    } catch (const sdbus::Error&) {
+        return std::nullopt;  // the bus itself is gone
+    }
+}
+
+}  // namespace qoz::host

@@ -1,0 +1,72 @@
+// qoz-vppd: the VPP service in a process of its own, for the clients of the session's bus. Ends on
+// SIGTERM, on SIGINT, with the bus, and when an injected fault kills the service.
+#include "host/vppd/Names.h"
+#include "host/vppd/ServiceObject.h"
+
+#include <android/binder_process.h>
+#include <host/control.h>
+
+#include <csignal>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include <unistd.h>
+
+namespace {
+
+using namespace qoz::host;
+
+// Every thread inherits this, so that the signals wait for who asks for them.
+sigset_t blockEndSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    return signals;
+}
+
+void end() {
+    kill(getpid(), SIGTERM);
+}
+
+// False: the command line is no good.
+bool armFaults(const std::vector<std::string>& args) {
+    for (size_t i = 0; i < args.size(); i += 2) {
+        std::string error = "usage: qoz-vppd [--fault OP=CODE@N]...";
+        std::optional<Fault> fault;
+        if (args[i] == "--fault" && i + 1 < args.size()) fault = parseFault(args[i + 1], &error);
+        if (!fault) {
+            fprintf(stderr, "qoz-vppd: %s\n", error.c_str());
+            return false;
+        }
+        armFault(*fault);
+    }
+    return true;
+}
+
+void serve(const sigset_t& signals) {
+    const auto bus = std::make_shared<vppd::Bus>(std::string());
+    const VppService service;
+    vppd::ServiceObject object(bus, end);
+    bus->start(end);
+    bus->connection().requestName(vppd::kBusName);
+    int signal = 0;
+    sigwait(&signals, &signal);
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+    const sigset_t signals = blockEndSignals();
+    if (!armFaults({argv + 1, argv + argc})) return 2;
+    ABinderProcess_startThreadPool();
+    try {
+        serve(signals);
+        return 0;
+    } catch (const std::exception& error) {
+        fprintf(stderr, "qoz-vppd: %s\n", error.what());
+        return 1;
+    }
+}
