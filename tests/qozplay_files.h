@@ -1,7 +1,10 @@
-// Files for the tests of the player.
+// What the tests of the player share.
 #pragma once
 
 #include "Y4mHeader.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -11,6 +14,8 @@
 #include <string>
 
 namespace qozplay {
+
+using testing::HasSubstr;
 
 // A folder for one test, gone with it.
 class Folder {
@@ -23,12 +28,10 @@ class Folder {
     ~Folder() { std::filesystem::remove_all(mPath); }
 
     std::string file(const std::string& name) const { return (mPath / name).string(); }
-
     std::string write(const std::string& name, const std::string& bytes) const {
         std::ofstream(file(name), std::ios::binary) << bytes;
         return file(name);
     }
-
     std::string read(const std::string& name) const {
         std::ifstream in(file(name), std::ios::binary);
         return {std::istreambuf_iterator<char>(in), {}};

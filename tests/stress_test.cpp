@@ -48,6 +48,7 @@ class Stress : public EvenTest {
             if (random() % 2 == 0) carried = params;
             for (uint32_t n = random() % 3; n > 0; --n) {
                 if (!client.send(width, height, now += kFrameNs, {}, std::exchange(carried, {}))) {
+                    client.stop();
                     return "stuck at change " + std::to_string(change);
                 }
             }

@@ -161,6 +161,7 @@ class Sweep : public EvenTest {
   protected:
     void SetUp() override {
         EvenTest::SetUp();
+        mFactory = ndk::SharedRefBase::make<OneSession>();
         host::addService(kName, mFactory->asBinder());
     }
     void TearDown() override {
@@ -214,7 +215,7 @@ class Sweep : public EvenTest {
 
     static constexpr const char* kName = "vendor.vuq.hardware.vpp.IVppService/default";
     LogCapture log;  // the messages are many, and expected
-    std::shared_ptr<OneSession> mFactory = ndk::SharedRefBase::make<OneSession>();
+    std::shared_ptr<OneSession> mFactory;
 };
 
 TEST_F(Sweep, Memory) {

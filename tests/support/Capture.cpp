@@ -50,6 +50,15 @@ size_t LogCapture::countPrefixed(int maxPriority) const {
     }));
 }
 
+std::vector<std::string> LogCapture::texts(int priority) const {
+    const std::lock_guard lock(mLock);
+    std::vector<std::string> result;
+    for (const auto& line : mLines) {
+        if (line.priority == priority) result.push_back(withoutPrefix(line.text));
+    }
+    return result;
+}
+
 void LogCapture::clear() {
     const std::lock_guard lock(mLock);
     mLines.clear();

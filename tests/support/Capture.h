@@ -28,6 +28,7 @@ class LogCapture {
     size_t count(const std::string& text) const;
     size_t count(int priority, const std::string& text) const;
     size_t countPrefixed(int maxPriority) const;  // with a prefix, below or at this priority
+    std::vector<std::string> texts(int priority) const;
     void clear();
 
     // Called with each text as it is logged, on the thread that logs it.

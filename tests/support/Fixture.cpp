@@ -1,6 +1,18 @@
 #include "support/Fixture.h"
 
+#include <android/binder_process.h>
+
+#include <filesystem>
+
 namespace qoz::test {
+namespace {
+
+size_t countThreads() {
+    const std::filesystem::directory_iterator threads("/proc/self/task");
+    return static_cast<size_t>(std::distance(begin(threads), end(threads)));
+}
+
+}  // namespace
 
 sp<GraphicBuffer> buffer(uint32_t width, uint32_t height, int32_t format, uint32_t usage) {
     return sp<GraphicBuffer>(new GraphicBuffer(width, height, format, usage));
@@ -9,12 +21,23 @@ sp<GraphicBuffer> buffer(uint32_t width, uint32_t height, int32_t format, uint32
 void EvenTest::SetUp() {
     host::clearProperties();
     host::clearFaults();
+    ABinderProcess_startThreadPool();  // its threads never end
     mBefore = host::counters();
     mDescriptors = host::openDescriptors();
+    mThreads = countThreads();
 }
 
 void EvenTest::TearDown() {
     host::clearFaults();
+    // Who still waits for a service that never came waits no longer.
+    std::optional<ScriptedService> come;
+    if (countThreads() != mThreads) {
+        come.emplace();
+        come->next.reset();  // its session has a thread of its own
+    }
+    const bool threadsEven = eventually([this] { return countThreads() == mThreads; });
+    come.reset();
+    EXPECT_TRUE(threadsEven) << countThreads() << " threads, " << mThreads << " before";
     const auto same = [this] {
         const host::Counters now = host::counters();
         return now.graphicBuffersLive == mBefore.graphicBuffersLive &&

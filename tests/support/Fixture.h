@@ -12,6 +12,7 @@
 #include "support/Capture.h"
 #include "support/Peer.h"
 #include "support/ScriptedService.h"
+#include "support/Watchdog.h"
 
 namespace qoz::test {
 
@@ -27,8 +28,8 @@ constexpr int32_t kRgba = host::kRgba8888;
 
 sp<GraphicBuffer> buffer(uint32_t width, uint32_t height, int32_t format, uint32_t usage = 0x300);
 
-// Every test ends with as many descriptors, buffers, handles and binder references as it began
-// with.
+// Every test ends with as many descriptors, threads, buffers, handles, sessions and binder
+// references as it began with, and ends.
 class EvenTest : public ::testing::Test {
   protected:
     void SetUp() override;
@@ -37,6 +38,8 @@ class EvenTest : public ::testing::Test {
   private:
     host::Counters mBefore;
     int mDescriptors = 0;
+    size_t mThreads = 0;
+    Watchdog mWatchdog;
 };
 
 class ComponentTest : public EvenTest {

@@ -1,0 +1,347 @@
+// Whatever goes wrong around a stream, one row each: nobody is stuck, nothing is lost that was not
+// the fault's to lose, and the component works again in a healthy world.
+//
+// With QOZ_WRITE_DOCS set to a folder, a run of the whole table writes faults.md there.
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <iomanip>
+#include <limits>
+#include <set>
+#include <sstream>
+
+#include "support/FaultPlay.h"
+#include "support/Fixture.h"
+
+namespace qoz::test {
+namespace {
+
+using host::Fault;
+using host::FaultKind;
+using Script = void (*)(FaultPlay&);
+
+constexpr std::chrono::milliseconds kSlack = kSanitized ? 3000ms : 1000ms;  // of a busy machine
+constexpr std::chrono::milliseconds kRealWait = 3000ms;
+constexpr std::chrono::milliseconds kRealSlack = kSanitized ? 1000ms : 100ms;
+
+void playOn(FaultPlay& play) {
+    play.playOn();
+}
+
+struct Row {
+    std::string name;  // as the table has it
+    std::vector<Fault> faults = {};
+    Script script = playOn;
+    ConfigParams params = {1, 0, 1, 0};
+    std::vector<std::pair<std::string, std::string>> properties = {};
+    bool realWait = false;
+    size_t doubles = 0;  // returns that the row itself makes come twice
+
+    bool has(FaultKind kind) const {
+        return std::ranges::any_of(faults, [kind](const Fault& f) { return f.kind == kind; });
+    }
+    // Returns of output buffers that the faults keep from coming.
+    size_t lossy() const {
+        if (has(FaultKind::Die)) return std::numeric_limits<size_t>::max();
+        return static_cast<size_t>(std::ranges::count_if(faults, [](const Fault& f) {
+            if (f.operation != "queueBuf" && f.operation != "outputBufferDone") return false;
+            return f.kind == FaultKind::Transport || f.kind == FaultKind::Drop ||
+                   f.kind == FaultKind::Unknown;
+        }));
+    }
+    size_t mayDouble() const { return doubles + (has(FaultKind::Twice) ? 1 : 0); }
+    // A dead service leaves both of the answers open that a change of size waits for.
+    int waits() const { return has(FaultKind::Die) ? 2 : 1; }
+    friend void PrintTo(const Row& row, std::ostream* out) { *out << row.name; }
+};
+
+// The service's operations and callbacks, by every kind of fault that fits.
+struct Operation {
+    const char* name;
+    uint64_t nth;      // call that is hit
+    const char* fits;  // C code, T transport, D drop, L late, W twice, U unknown, X die
+};
+
+constexpr Operation kOperations[] = {{"getNewVppSession", 1, "CTDLX"},
+                                     {"initSession", 1, "CTLX"},
+                                     {"setCtrlVppMode", 1, "CTLX"},
+                                     {"setCtrlFrc", 1, "CTLX"},
+                                     {"setCtrlAis", 1, "CTLX"},
+                                     {"setParameter", 2, "CTLX"},
+                                     {"open", 1, "CTLX"},
+                                     {"queueBuf", 5, "CTDLWUX"},
+                                     {"flush", 2, "CTDLWX"},
+                                     {"reconfigure", 1, "CTDLWX"},
+                                     {"drain", 1, "CTDLWX"},
+                                     {"close", 1, "CTLX"},
+                                     {"terminateSession", 1, "CTLX"},
+                                     {"inputBufferDone", 2, "CTDLWUX"},
+                                     {"outputBufferDone", 2, "CTDLWUX"},
+                                     {"eventFlushDone", 2, "CTDLWX"},
+                                     {"eventReconfigDone", 1, "CTDLWX"},
+                                     {"eventDrainDone", 1, "CTDLWX"}};
+
+constexpr std::tuple<char, FaultKind, const char*> kKinds[] = {
+    {'C', FaultKind::Code, "answers with an error"},
+    {'T', FaultKind::Transport, "is not carried"},
+    {'D', FaultKind::Drop, "is not answered"},
+    {'L', FaultKind::Late, "is late"},
+    {'W', FaultKind::Twice, "is answered twice"},
+    {'U', FaultKind::Unknown, "has an unknown cookie"},
+    {'X', FaultKind::Die, "kills the service"}};
+
+void addService(std::vector<Row>& rows) {
+    for (const auto& [operation, nth, fits] : kOperations) {
+        for (const auto& [letter, kind, word] : kKinds) {
+            if (std::string(fits).find(letter) == std::string::npos) continue;
+            const bool late = kind == FaultKind::Late;
+            const int32_t code = late ? static_cast<int32_t>(kLate.count()) : 7;
+            Row row{std::string(operation) + " " + word, {{operation, kind, code, nth, 1}}};
+            if (row.faults[0].operation == "setCtrlAis") row.params = {2, 0, 0, 0};
+            rows.push_back(row);
+        }
+    }
+    for (const char* operation : {"eventFlushDone", "eventReconfigDone"}) {
+        rows.push_back({std::string(operation) + " is not answered, full wait",
+                        {{operation, FaultKind::Drop, 0, 2, 1}}});
+        rows.back().realWait = true;
+    }
+}
+
+void withFewDescriptors(FaultPlay& play) {
+    rlimit before = {};
+    getrlimit(RLIMIT_NOFILE, &before);
+    rlimit few = before;
+    few.rlim_cur = static_cast<rlim_t>(host::openDescriptors()) + 2;
+    setrlimit(RLIMIT_NOFILE, &few);
+    play.frames(6, 64, 48);
+    setrlimit(RLIMIT_NOFILE, &before);
+    play.playOn();
+}
+
+void addPlatform(std::vector<Row>& rows) {
+    for (const char* operation : {"allocate", "native_handle_create"}) {
+        for (const uint64_t nth : {1, 2, 5, 9, 14, 30}) {
+            for (const uint64_t count : {1, 6}) {
+                rows.push_back({std::string(operation) + " fails at call " + std::to_string(nth) +
+                                    (count == 1 ? "" : " and the five after"),
+                                {{operation, FaultKind::Code, 1, nth, count}}});
+            }
+        }
+    }
+    rows.push_back({.name = "two descriptors left", .script = withFewDescriptors});
+    const std::pair<const char*, const char*> absurd[] = {{"vendor.qoz.maxw", "-5"},
+                                                          {"vendor.qoz.maxw", "99999999999"},
+                                                          {"debug.vpp.frc.game.ext.mbi", "banana"}};
+    for (const auto& [name, value] : absurd) {
+        rows.push_back({.name = std::string("property ") + name + " is " + value,
+                        .properties = {{name, value}, {"vendor.qoz.maxh", "1"}}});
+    }
+}
+
+template <int64_t... kTimes>
+void atTimes(FaultPlay& play) {
+    for (const int64_t time : {kTimes...})
+        play.frameAt(time);
+    play.playOn();
+}
+
+template <uint32_t kWidth, uint32_t kHeight>
+void ofSize(FaultPlay& play) {
+    play.frames(2, 64, 48);
+    play.frames(2, kWidth, kHeight);
+    play.playOn();
+}
+
+void addClient(std::vector<Row>& rows) {
+    constexpr int64_t kMin = std::numeric_limits<int64_t>::min();
+    constexpr int64_t kMax = std::numeric_limits<int64_t>::max();
+    const std::pair<const char*, Script> scripts[] = {
+        {"timestamps equal", atTimes<16000, 16000, 16000, 16000>},
+        {"timestamps backwards", atTimes<48000000, 32000000, 16000000>},
+        {"timestamps 0", atTimes<0, 0>},
+        {"timestamps negative", atTimes<-1, -16000000, -5>},
+        {"timestamps at the limits of their type", atTimes<kMin, kMax, kMin, 0, kMax>},
+        {"frames of 0x0", ofSize<0, 0>},
+        {"frames of 1x1", ofSize<1, 1>},
+        {"frames of 33x17", ofSize<33, 17>},
+        {"frames of 16384x8", ofSize<16384, 8>},
+        {"callback takes 10 ms",
+         [](FaultPlay& play) {
+             play.client.onReturn = [] { std::this_thread::sleep_for(10ms); };
+             play.playOn();
+         }},
+        {"callback asks the getters",
+         [](FaultPlay& play) {
+             play.client.onReturn = [vpp = play.client.vpp.get()] {
+                 int format = 0;
+                 vpp->GetFormat(1, format);
+                 EXPECT_LT(vpp->outBufReqsPerFrame(), 6);
+                 EXPECT_LE(vpp->expectedOutputWidth() + vpp->expectedOutputHeight(), 400);
+                 EXPECT_LE(vpp->state(), VppComponent::ERROR);
+             };
+             play.playOn();
+             play.disable();
+             play.client.onReturn = {};
+         }},
+        {"disable with buffers in flight", [](FaultPlay& play) { play.frames(5, 64, 48); }},
+    };
+    for (const auto& [name, script] : scripts)
+        rows.push_back({.name = name, .script = script});
+    rows.push_back({.name = "a slot lent twice",
+                    .script =
+                        [](FaultPlay& play) {
+                            play.frames(1, 64, 48);
+                            play.lendOnceMore(8);  // the last of those that wait for a frame
+                            play.playOn();
+                        },
+                    .doubles = 1});
+}
+
+std::vector<Row> allRows() {
+    std::vector<Row> rows{{.name = "nothing"}};
+    addService(rows);
+    addPlatform(rows);
+    addClient(rows);
+    return rows;
+}
+
+class Faults : public EvenTest, public testing::WithParamInterface<Row> {
+  protected:
+    static void TearDownTestSuite() {
+        const char* folder = getenv("QOZ_WRITE_DOCS");
+        if (folder == nullptr || sLines.size() != allRows().size()) return;
+        std::ofstream page(std::string(folder) + "/faults.md");
+        page << kPageHead;
+        for (const auto& line : sLines)
+            page << line;
+    }
+
+    void run(FaultPlay& play);
+    void checkTimes(const FaultPlay& play);
+    void checkBooks(const FaultPlay& play, const qozplay::Ledger& atDisable);
+    void note(const FaultPlay& play, const qozplay::Ledger& books);
+    std::string newErrors();
+
+    static const char* const kPageHead;
+    static inline std::vector<std::string> sLines;
+    static inline std::set<std::string> sUsualErrors;
+
+    LogCapture log;
+    std::optional<host::VppService> service{std::in_place};
+};
+
+const char* const Faults::kPageHead =
+    R"(# What goes wrong, and what a client sees of it
+
+Written by `tests/faults_test.cpp` (`QOZ_WRITE_DOCS=docs build/release/tests/faults_test`), one line
+for each row of its table. Every row plays frames, a new size, a new upscale ratio, a drain, a flush
+and more frames against the desk machine's service, then disables; after every row the component starts
+again with a healthy service, plays, and gives everything back; and no descriptor, thread, buffer,
+handle, session or binder reference is left.
+
+*Blocked* is the longest single operation, with a wait limit of 0.2 s in place of 3 s except where
+the row says "full wait"; "is late" means by 0.3 s. Each return of the service is handed on: what it
+returns twice, the client is told twice. "Dropped with the session" is what the service had (and the one
+source held as motion reference) at a disable that no flush preceded.
+
+| fault | what the client sees | blocked | buffers |
+|---|---|---|---|
+)";
+
+TEST_P(Faults, LoseNothingElseAndStopNobody) {
+    for (const auto& [name, value] : GetParam().properties)
+        host::setProperty(name, value);
+    FaultPlay play(GetParam().realWait ? kRealWait : kShortWait, GetParam().lossy());
+    run(play);
+    if (HasFailure()) return;
+    host::clearFaults();
+    host::clearProperties();
+    if (GetParam().has(FaultKind::Die)) {
+        service.reset();
+        service.emplace();
+    }
+    if (GetParam().properties.empty()) return play.expectHealth();
+    FaultPlay(kShortWait, 0).expectHealth();  // a component keeps what it has read
+}
+
+void Faults::run(FaultPlay& play) {
+    for (const Fault& fault : GetParam().faults)
+        host::armFault(fault);
+    play.start(GetParam().params);
+    GetParam().script(play);
+    play.disable();
+    const auto books = play.client.ledger();
+    EXPECT_GE(host::faultsFired(), GetParam().faults.size()) << "the row tests nothing";
+    checkTimes(play);
+    checkBooks(play, books);
+    note(play, books);
+}
+
+void Faults::checkTimes(const FaultPlay& play) {
+    const bool real = GetParam().realWait;
+    EXPECT_LE(play.longest,
+              GetParam().waits() * (real ? kRealWait : kLate) + (real ? kRealSlack : kSlack));
+    EXPECT_GE(play.longest, real ? kRealWait : 0ms);
+    EXPECT_LE(play.disabling, 5s);
+}
+
+// From a flush that succeeds everything has come back but what the fault itself kept. A session
+// that closes drops what is with it, and the one source that is the motion reference.
+void Faults::checkBooks(const FaultPlay& play, const qozplay::Ledger& atDisable) {
+    EXPECT_LE(play.client.doubled(), GetParam().mayDouble());
+    EXPECT_EQ(atDisable.totals().wrongPort, 0);
+    EXPECT_LE(atDisable.outstanding(kSourcePort), 1);
+    if (!play.flushed) return;
+    EXPECT_EQ(play.flushed->outstanding(kSourcePort), 0);
+    EXPECT_LE(play.flushed->outstanding(kOutputPort), GetParam().lossy());
+}
+
+// The first message that a run without a fault does not log.
+std::string Faults::newErrors() {
+    for (const auto& text : log.texts(ANDROID_LOG_ERROR)) {
+        if (GetParam().name == "nothing") {
+            sUsualErrors.insert(text);
+        } else if (!sUsualErrors.contains(text)) {
+            return text;
+        }
+    }
+    return {};
+}
+
+void Faults::note(const FaultPlay& play, const qozplay::Ledger& books) {
+    std::ostringstream line;
+    line << "| " << GetParam().name << " | ";
+    const std::string message = newErrors();
+    const char* between = "";
+    for (const auto& text : play.seen)
+        line << std::exchange(between, "; ") << text;
+    if (!message.empty()) line << between << "\"" << message << "\"";
+    if (message.empty() && play.seen.empty()) line << "nothing";
+    line << " | " << std::fixed << std::setprecision(1)
+         << std::chrono::duration<double>(play.longest).count() << " s | ";
+    if (play.client.doubled() > 0) line << "one told twice; ";
+    if (play.flushed) {
+        const bool lost = play.flushed->outstanding() > 0;
+        line << (lost ? "one lost with the fault, the others home" : "all home")
+             << " after the flush";
+    } else {
+        line << (books.outstanding() > 0 ? "dropped with the session" : "all home");
+    }
+    line << " |\n";
+    sLines.push_back(line.str());
+}
+
+std::string testName(const testing::TestParamInfo<Row>& info) {
+    std::string name = info.param.name;
+    std::ranges::replace_if(
+        name, [](unsigned char c) { return std::isalnum(c) == 0; }, '_');
+    return name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, Faults, testing::ValuesIn(allRows()), testName);
+
+}  // namespace
+}  // namespace qoz::test

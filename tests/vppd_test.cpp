@@ -1,0 +1,276 @@
+// The service in a process of its own: the same frames as inline, shared memory, and what is left
+// when that process is killed.
+#include <host/vppd/Bus.h>
+#include <host/vppd/Names.h>
+#include <host/vppd/PrivateBus.h>
+#include <host/vppd/Records.h>
+#include <host/vppd/RemoteService.h>
+
+#include <sys/mman.h>
+
+#include <csignal>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+#include "support/Fixture.h"
+#include "support/LiveClient.h"
+#include "support/VppSessionClient.h"
+
+namespace qoz::test {
+namespace {
+
+constexpr uint32_t kW = 320;
+constexpr uint32_t kH = 192;
+constexpr int64_t kFrameNs = 33333000;
+constexpr ConfigParams kDouble{1, 0, 1, 0};
+
+// No call of a client's takes longer: three seconds for an answer that never comes, and room for
+// the machine.
+constexpr auto kLongestCall = std::chrono::seconds(4);
+
+// The device and inode of each memory that a process has mapped and graphic buffers lie in.
+std::set<std::string> buffersMappedBy(const std::string& process) {
+    std::set<std::string> all;
+    std::ifstream maps("/proc/" + process + "/maps");
+    for (std::string line; std::getline(maps, line);) {
+        if (line.find("/memfd:graphic-buffer") == std::string::npos) continue;
+        std::istringstream words(line);
+        std::string range, access, offset, device, inode;
+        words >> range >> access >> offset >> device >> inode;
+        all.insert(device + ' ' + inode);
+    }
+    return all;
+}
+
+void sendFrame(LiveClient& client, int number) {
+    ASSERT_TRUE(client.send(kW, kH, number * kFrameNs, [number](uint8_t* rgba) {
+        for (uint32_t i = 0; i < kW * kH; ++i) {
+            const auto x = static_cast<int>(i % kW) - 8 * number;
+            memset(rgba + size_t{i} * 4, textured(x, static_cast<int>(i / kW)), 4);
+        }
+    }));
+}
+
+void sendAndAwait(LiveClient& client, int from, int to) {
+    for (int n = from; n < to; ++n)
+        sendFrame(client, n);
+    ASSERT_TRUE(client.waitForTimestamp(static_cast<uint64_t>((to - 1) * kFrameNs / 1000)));
+}
+
+std::vector<OutFrame> play(ConfigParams params) {
+    LiveClient client(true);
+    EXPECT_TRUE(client.start(kW, kH, params));
+    sendAndAwait(client, 0, 8);
+    client.stop();
+    EXPECT_EQ(client.account(), "");
+    return client.frames();
+}
+
+class Vppd : public EvenTest {
+  protected:
+    static std::shared_ptr<vpp::IVppService> factory() {
+        const std::string name = std::string(vpp::IVppService::descriptor) + "/default";
+        return vpp::IVppService::fromBinder(
+            ndk::SpAIBinder(AServiceManager_checkService(name.c_str())));
+    }
+    static std::shared_ptr<vpp::IVpp> newSession() {
+        std::shared_ptr<vpp::IVpp> session;
+        EXPECT_TRUE(factory()->getNewVppSession(0, &session).isOk());
+        return session;
+    }
+    static int sessionCount() {
+        int32_t count = -1;
+        factory()->getSessionCount(&count);
+        return count;
+    }
+    pid_t killService(int signal) {
+        const pid_t pid = bus.servicePid().value_or(-1);
+        EXPECT_GT(pid, 0);
+        if (pid > 0) kill(pid, signal);
+        return pid;
+    }
+
+    const host::PrivateBus bus;
+    std::optional<host::RemoteVppService> service{bus.address()};
+};
+
+TEST_F(Vppd, DeliversTheSameFramesAsInline) {
+    const ConfigParams cases[] = {kDouble, {1, 0, 2, 2}, {2, 0, 0, 0}};
+    std::vector<std::vector<OutFrame>> remote;
+    for (const ConfigParams& params : cases)
+        remote.push_back(play(params));
+    EXPECT_EQ(service->deaths(), 0U);
+    service.reset();
+    std::optional<host::VppService> inlineService{std::in_place};
+    for (size_t i = 0; i < std::size(cases); ++i) {
+        const auto expected = play(cases[i]);
+        ASSERT_EQ(remote[i].size(), expected.size()) << i;
+        for (size_t n = 0; n < expected.size(); ++n) {
+            EXPECT_EQ(remote[i][n].timestamp, expected[n].timestamp) << i << ": " << n;
+            EXPECT_TRUE(remote[i][n].luma == expected[n].luma) << i << ": " << n;
+        }
+    }
+    inlineService.reset();
+    service.emplace(bus.address());
+}
+
+TEST_F(Vppd, BothProcessesMapTheSameMemory) {
+    LiveClient client;
+    ASSERT_TRUE(client.start(kW, kH, kDouble));
+    sendAndAwait(client, 0, 4);
+    const auto ours = buffersMappedBy("self");
+    const auto theirs = buffersMappedBy(std::to_string(bus.servicePid().value_or(0)));
+    EXPECT_GE(theirs.size(), 4U);  // sources, side buffers, outputs
+    for (const std::string& memory : theirs)
+        EXPECT_TRUE(ours.contains(memory)) << memory << " is a copy";
+    client.stop();
+}
+
+TEST_F(Vppd, SurvivesTheKillingOfTheService) {
+    using Step = std::function<void(LiveClient&)>;
+    const Step nothing = [](LiveClient&) {};
+    const Step begin = [](LiveClient& c) {
+        c.vpp->config(kW, kH, kRgba, kDouble, true);
+        sendAndAwait(c, 0, 4);
+    };
+    const Step send = [](LiveClient& c) { sendFrame(c, 4); };
+    const Step flush = [](LiveClient& c) { c.vpp->flushsync(); };
+    const struct {
+        const char* moment;
+        Step before, after;
+    } cases[] = {
+        {"before the start", nothing,
+         [](LiveClient& c) { c.vpp->config(kW, kH, kRgba, kDouble, true); }},
+        {"between frames", begin, send},
+        {"with a frame under way", [&](LiveClient& c) { begin(c), send(c); }, nothing},
+        {"before a flush", begin, flush},
+        {"after a flush", [&](LiveClient& c) { begin(c), flush(c); }, send},
+    };
+    LogCapture quiet;
+    uint64_t deaths = 0;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.moment);
+        LiveClient client;
+        ASSERT_TRUE(client.enable());
+        c.before(client);
+        const pid_t killed = killService(SIGKILL);
+        for (const Step& step : {c.after, Step([](LiveClient& l) { l.disable(); })}) {
+            const auto start = std::chrono::steady_clock::now();
+            step(client);
+            EXPECT_LT(std::chrono::steady_clock::now() - start, kLongestCall);
+        }
+        ++deaths;
+        EXPECT_TRUE(eventually([&] { return service->deaths() == deaths; }));
+        // What is gone can be named, and nothing comes twice or after all.
+        const qozplay::Ledger ledger = client.ledger();
+        const auto& totals = ledger.totals();
+        EXPECT_EQ(totals.lent, totals.returned + totals.refused + ledger.missing().size());
+        EXPECT_EQ(client.doubled(), 0U);
+        client.vpp.reset();
+        play(kDouble);
+        EXPECT_NE(bus.servicePid().value_or(killed), killed);
+        EXPECT_EQ(client.ledger().missing(), ledger.missing());
+        Watchdog::feed();
+    }
+}
+
+TEST_F(Vppd, AHungServiceHoldsACallUpForTwoSeconds) {
+    LogCapture quiet;
+    const auto session = newSession();
+    killService(SIGSTOP);
+    const auto start = std::chrono::steady_clock::now();
+    VppError result = VppError::VPP_PENDING;
+    EXPECT_FALSE(session->open(&result).isOk());
+    EXPECT_EQ(result, VppError::VPP_PENDING) << "a call that failed has no result";
+    EXPECT_LT(std::chrono::steady_clock::now() - start, kLongestCall);
+    killService(SIGCONT);
+    EXPECT_TRUE(eventually([&] { return session->open(&result).isOk(); }));
+    EXPECT_EQ(result, VppError::VPP_ERR_STATE);
+}
+
+TEST_F(Vppd, AClientThatLeavesTheBusTakesItsSessionsAlong) {
+    const auto kept = newSession();
+    {
+        host::vppd::Bus other(bus.address());
+        other.start({});
+        const auto proxy =
+            sdbus::createProxy(other.connection(), host::vppd::kBusName, host::vppd::kServicePath);
+        sdbus::ObjectPath path;
+        proxy->callMethod("GetNewVppSession")
+            .onInterface("org.qoz.VppService1")
+            .withArguments(int32_t{0})
+            .storeResultsTo(path);
+        EXPECT_EQ(sessionCount(), 2);
+    }
+    EXPECT_TRUE(eventually([] { return sessionCount() == 1; }));
+}
+
+// Made so that each member has a value of its own.
+VppBuffer fullBuffer() {
+    VppBuffer b;
+    const auto addPipe = [](auto& handle) {
+        handle.fds.emplace_back(memfd_create("record", MFD_CLOEXEC));
+        handle.ints = {-1, 99};
+    };
+    addPipe(b.pixelHandle);
+    addPipe(b.auxHandle);
+    b.pixelOffset = 1, b.pixelAllocLen = 20, b.pixelFilledLen = 3, b.pixelSize = 4;
+    b.auxOffset = 5, b.auxAllocLen = 60, b.auxFilledLen = 7, b.auxSize = 8;
+    b.reserved32 = 9, b.timestamp = 1ULL << 63, b.reserved64 = 10, b.cookie = -11;
+    auto& meta = b.metaBuffers.emplace_back(vpp::VppMetaBuffer{"name", {}, 12, 13, 14, 15, 16, 17});
+    addPipe(meta.metaHandle);
+    return b;
+}
+
+TEST(VppdRecords, ComeBackAsTheyWent) {
+    const auto onBus = host::vppd::toBus(fullBuffer());
+    auto copy = onBus;
+    const auto back = host::vppd::fromBus(std::move(copy));
+    ASSERT_TRUE(back);
+    const auto again = host::vppd::toBus(*back);
+    const auto numbers = [](const host::vppd::BusBuffer& b) {
+        const auto& m = b.get<10>().at(0);
+        return std::tuple(b.get<1>(), b.get<2>(), b.get<3>(), b.get<4>(), b.get<6>(), b.get<7>(),
+                          b.get<8>(), b.get<9>(), b.get<11>(), b.get<12>(), b.get<13>(),
+                          b.get<14>(), b.get<0>().get<1>(), b.get<5>().get<1>(), m.get<0>(),
+                          m.get<1>().get<1>(), m.get<2>(), m.get<3>(), m.get<4>(), m.get<5>(),
+                          m.get<6>(), m.get<7>());
+    };
+    EXPECT_EQ(numbers(again), numbers(onBus));
+    EXPECT_EQ(back->pixelFilledLen, 3U);
+    EXPECT_EQ(back->metaBuffers[0].reserved5, 17U);
+    EXPECT_EQ(fcntl(back->auxHandle.fds.at(0).get(), F_GETFD), FD_CLOEXEC);
+}
+
+TEST_F(Vppd, RefusesMalformedRecords) {
+    using Change = std::function<void(VppBuffer&)>;
+    const std::pair<VppError, Change> cases[] = {
+        {VppError::VPP_ERR_STATE, [](VppBuffer&) {}},  // well formed, but the session is not open
+        {VppError::VPP_ERR_PARAM,
+         [](VppBuffer& b) {
+             while (b.pixelHandle.fds.size() < 17)
+                 b.pixelHandle.fds.push_back(b.pixelHandle.fds[0].dup());
+         }},
+        {VppError::VPP_ERR_PARAM, [](VppBuffer& b) { b.auxHandle.ints.resize(65); }},
+        {VppError::VPP_ERR_PARAM, [](VppBuffer& b) { b.metaBuffers.resize(17); }},
+        {VppError::VPP_ERR_PARAM, [](VppBuffer& b) { b.metaBuffers[0].metaName.resize(256, 'x'); }},
+        {VppError::VPP_ERR_PARAM, [](VppBuffer& b) { b.pixelFilledLen = b.pixelAllocLen + 1; }},
+    };
+    const auto session = newSession();
+    const auto pid = bus.servicePid();
+    for (const auto& [expected, change] : cases) {
+        VppBuffer buffer = fullBuffer();
+        change(buffer);
+        VppError result = VppError::VPP_OK;
+        EXPECT_TRUE(session->queueBuf(VppPort::INPUT, buffer, &result).isOk());
+        EXPECT_EQ(result, expected) << buffer.metaBuffers.size() << " side buffers";
+    }
+    VppError result = VppError::VPP_OK;
+    EXPECT_TRUE(session->setCtrlFrc(std::vector<vpp::VppCtrlFrcSegment>(1025), &result).isOk());
+    EXPECT_EQ(result, VppError::VPP_ERR_PARAM);
+    EXPECT_EQ(bus.servicePid(), pid) << "a bad record ended the service";
+}
+
+}  // namespace
+}  // namespace qoz::test

@@ -1,0 +1,90 @@
+// The simulated service's pictures: motion followed either way, cuts, and sharper upscaling.
+#include <numeric>
+
+#include "support/VppSessionClient.h"
+
+namespace qoz::test {
+namespace {
+
+using Sides = std::vector<std::pair<const char*, sp<GraphicBuffer>>>;
+
+class VppPicturesTest : public VppServiceTest {
+  protected:
+    // Output `index` of the interval between two sources.
+    sp<GraphicBuffer> between(const sp<GraphicBuffer>& older, const sp<GraphicBuffer>& newer,
+                              Size out, int factor, int index, const Sides& sides) {
+        openAt(factor, {newer->width, newer->height}, out);
+        std::vector<sp<GraphicBuffer>> outputs;
+        for (int i = 0; i < factor + 2; ++i)
+            EXPECT_EQ(lend(i, outputs.emplace_back(frame(out))), 0);
+        VppBuffer last = record(newer, 1, 2000);
+        for (const auto& [name, side] : sides)
+            attach(last, name, side);
+        source(0, 1000, older);
+        EXPECT_EQ(queue(VppPort::INPUT, last), 0);
+        EXPECT_TRUE(mRecorder->await("output", outputs.size()));
+        return outputs[static_cast<size_t>(index)];
+    }
+    static sp<GraphicBuffer> fieldOf(Size size, int dx, int dy, uint8_t error) {
+        auto field = makeField(size.width, size.height);
+        std::fill_n(vectorsOf(field), field->width * field->height,
+                    MotionVector{static_cast<int8_t>(dx), static_cast<int8_t>(dy), error, 20});
+        return field;
+    }
+};
+
+// The whole picture pans; sizes that blocks and nodes do not divide, and pixels that come in at the
+// edges, leave no holes. One field alone knows the way, each in turn.
+TEST_F(VppPicturesTest, FollowsAPanUpToTheEdges) {
+    const struct {
+        Size size;
+        int dx, dy;
+    } cases[] = {{{131, 99}, 8, -8}, {{128, 96}, -16, 8}, {{17, 41}, 0, 8}, {{16, 40}, 0, 12}};
+    for (const auto& c : cases) {
+        const auto after = [&c](int quarters) {
+            const auto at = [=](int x, int y) {
+                return textured(x - c.dx * quarters / 4, y - c.dy * quarters / 4);
+            };
+            return frame(c.size, at, [at](int x, int y) { return at(x, y) / 2; });
+        };
+        const auto lost = fieldOf(c.size, 0, 0, 255);
+        const Sides ways[] = {{{kForward, fieldOf(c.size, c.dx, c.dy, 0)}, {kBackward, lost}},
+                              {{kForward, lost}, {kBackward, fieldOf(c.size, -c.dx, -c.dy, 0)}}};
+        for (int i = 0; i < 6; ++i) {
+            const int quarter = 1 + i / 2;
+            auto got = bytesOf(between(after(0), after(4), c.size, 3, quarter, ways[i % 2]));
+            got.resize(nv12Layout(c.size.width, c.size.height).size);
+            const auto alike = std::transform_reduce(
+                got.begin(), got.end(), bytesOf(after(quarter)).begin(), 0, std::plus(),
+                [](int a, int b) { return int{std::abs(a - b) <= 6}; });
+            EXPECT_GT(alike, std::ssize(got) * 9 / 10) << c.size.width << " wide, round " << i;
+        }
+    }
+}
+
+TEST_F(VppPicturesTest, RepeatsTheNearerSourceAtASceneCut) {
+    const auto older = frame(kSmall, flat(20)), newer = frame(kSmall, flat(220));
+    const auto luma = [&](Size fieldsFor, int index) {
+        const auto lost = fieldOf(fieldsFor, 0, 0, 200);
+        const Sides sides{{kForward, lost}, {kBackward, lost}};
+        return int{yuvAt(between(older, newer, kSmall, 3, index, sides), 30, 20)[0]};
+    };
+    EXPECT_EQ(luma(kSmall, 1), 20);
+    EXPECT_EQ(luma(kSmall, 3), 220);
+    // Fields laid out for another size say nothing about this one: the sources are blended.
+    EXPECT_NEAR(luma({1280, 720}, 1), 70, 1);
+}
+
+TEST_F(VppPicturesTest, HalfSizeFrameRaisesDetailOfAllFramesOfAnUpscale) {
+    const auto step = frame(kSmall, [](int x, int) { return x < 32 ? 60 : 180; });
+    const auto half =
+        frame({48, 36}, [](int x, int) { return std::clamp(60 + (x - 18) * 10, 60, 180); });
+    EXPECT_NEAR(yuvAt(between(step, step, {96, 72}, 1, 2, {}), 44, 30)[0], 60, 2);
+    const auto raised = between(step, step, {96, 72}, 1, 2, {{kHalf, half}});
+    EXPECT_NEAR(yuvAt(raised, 44, 30)[0], 60 - 16, 3) << "what is dark beside the edge is darker";
+    EXPECT_NEAR(yuvAt(raised, 52, 30)[0], 180 + 16, 3);
+    EXPECT_NEAR(yuvAt(raised, 10, 30)[0], 60, 1) << "away from edges nothing changes";
+}
+
+}  // namespace
+}  // namespace qoz::test
