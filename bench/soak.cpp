@@ -1,0 +1,324 @@
+// Many small frames through four components at once: nothing lost, nothing twice, nothing out of
+// order, and no memory or descriptor more at the end than a tenth of the way in. With --misbehave:
+// 64 components, eight of which have a session that is late or silent; the others notice nothing.
+//
+//     soak [--misbehave] [frames in all, 100000]
+#include <aidl/vendor/vuq/hardware/vpp/BnVppService.h>
+#include <host/control.h>
+#include <host/platform/ServiceRegistry.h>
+#include <host/vppservice/Service.h>
+#include <qozplay/Ledger.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/NullSession.h"
+
+namespace qoz::bench {
+namespace {
+
+using namespace std::chrono_literals;
+using android::GraphicBuffer;
+using android::QOZBufferInfo;
+using android::sp;
+using Clock = std::chrono::steady_clock;
+
+constexpr uint32_t kWidth = 64;
+constexpr uint32_t kHeight = 48;
+constexpr uint32_t kFactor = 1;
+constexpr int32_t kSources = 4;
+constexpr int32_t kFirstSource = 100;  // no slot stands for a source and an output
+constexpr int32_t kOutputs = 8;
+constexpr int64_t kFrameNs = 16000000;
+constexpr uint64_t kInFlight = 4;  // frames
+constexpr long kMaxGrowth = 1 << 20;
+
+struct Findings {
+    uint64_t lost = 0;
+    uint64_t doubled = 0;
+    uint64_t disordered = 0;
+    Clock::duration longest{};  // of one operation
+};
+
+// One component with its rings. A healthy one never has more than a few frames in flight.
+class Player final : public android::IQOZCallback {
+  public:
+    explicit Player(bool patient) : mPatient(patient) {
+        for (int32_t i = 0; i < kSources; ++i)
+            mSources.emplace_back(new GraphicBuffer(kWidth, kHeight, 1, 0x333));
+        for (int32_t i = 0; i < kOutputs; ++i)
+            mOutputs.emplace_back(new GraphicBuffer(kWidth, kHeight, 0x7FA30C06, 0x333));
+    }
+
+    bool start() {
+        if (!mVpp->enable("soak", this, false)) return false;
+        mVpp->config(kWidth, kHeight, 1, {1, 0, kFactor, 0}, true);
+        return true;
+    }
+
+    // Ends with everything home that comes home.
+    void play(uint64_t frames) {
+        const uint64_t before = mFrames;  // nothing is under way
+        for (uint64_t n = 0; n < frames; ++n) {
+            lend();
+            send();
+            if (mPatient && n >= kInFlight) await(before + outputsOf(n + 1 - kInFlight));
+        }
+        if (mPatient) await(before + outputsOf(frames));
+        time([&] { mVpp->flushsync(); });
+        mExpected += outputsOf(frames);
+    }
+
+    void finish() {
+        time([&] { mVpp->disable(); });
+        const std::lock_guard lock(mLock);
+        mFindings.lost = mLedger.outstanding() + (mFrames < mExpected ? mExpected - mFrames : 0);
+        mFindings.doubled = mLedger.totals().doubled + mLedger.totals().wrongPort;
+    }
+
+    const Findings& findings() const { return mFindings; }
+
+  private:
+    static uint64_t outputsOf(uint64_t frames) {
+        return frames == 0 ? 0 : 1 + (frames - 1) * (kFactor + 1);
+    }
+
+    template <typename Act>
+    void time(const Act& act) {
+        const auto begin = Clock::now();
+        act();
+        mFindings.longest = std::max(mFindings.longest, Clock::now() - begin);
+    }
+
+    void send() {
+        const auto at = static_cast<int32_t>(mSent % kSources);
+        std::vector<QOZBufferInfo> packet{{kFirstSource + at,
+                                           mSources[static_cast<size_t>(at)],
+                                           nullptr,
+                                           static_cast<int64_t>(mSent) * kFrameNs,
+                                           {}}};
+        ++mSent;
+        {
+            const std::lock_guard lock(mLock);
+            mLedger.lend(1, packet[0].slot);
+        }
+        int32_t result = 0;
+        time([&] { result = mVpp->process(&packet, nullptr); });
+        if (result != 0) refuse(1, packet[0].slot);
+    }
+
+    void lend() {
+        for (int32_t i = 0; i < kOutputs; ++i) {
+            {
+                const std::lock_guard lock(mLock);
+                if (!mLedger.lend(0, i)) continue;
+            }
+            QOZBufferInfo output{i, mOutputs[static_cast<size_t>(i)], nullptr, 0, {}};
+            int32_t result = 0;
+            time([&] { result = mVpp->process(nullptr, &output); });
+            if (result != 0) refuse(0, i);
+        }
+    }
+
+    void refuse(uint32_t port, int32_t slot) {
+        const std::lock_guard lock(mLock);
+        mLedger.refuse(port, slot);
+    }
+
+    // Until so many frames have come out; lends what comes home meanwhile. Gives up when nothing
+    // comes at all: what is missing shows in the findings.
+    void await(uint64_t frames) {
+        std::unique_lock lock(mLock);
+        while (mFrames < frames) {
+            const uint64_t before = mFrames;
+            if (!mHome.wait_for(lock, 20s, [&] { return mFrames > before; })) return;
+            lock.unlock();
+            lend();
+            lock.lock();
+        }
+    }
+
+    void onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint64_t timestamp) override {
+        const std::lock_guard lock(mLock);
+        mLedger.giveBack(port, slot);
+        if (port == 0 && valid != 0) {
+            if (mFrames > 0 && timestamp <= mNewest) ++mFindings.disordered;
+            mNewest = timestamp;
+            ++mFrames;
+        }
+        mHome.notify_one();
+    }
+    void onConfigChanged(std::set<uint32_t>) override {}
+
+    const bool mPatient;  // waits for what is to come out
+    const std::shared_ptr<android::VppComponent> mVpp = std::make_shared<android::VppComponent>();
+    std::vector<sp<GraphicBuffer>> mSources, mOutputs;
+    std::mutex mLock;
+    std::condition_variable mHome;
+    qozplay::Ledger mLedger;
+    uint64_t mSent = 0;
+    uint64_t mExpected = 0;  // frames that are to come out
+    uint64_t mFrames = 0;
+    uint64_t mNewest = 0;
+    Findings mFindings;
+};
+
+// What the process holds; nothing may grow in a long run.
+struct Holding {
+    long resident;  // bytes
+    int descriptors;
+
+    static Holding now() {
+        long total = 0;
+        long resident = 0;
+        std::ifstream("/proc/self/statm") >> total >> resident;
+        return {resident * sysconf(_SC_PAGESIZE), host::openDescriptors()};
+    }
+};
+
+// Takes everything; each queueing takes a while, and no flush is ever answered.
+class LateSession : public NullSession {
+    Status queueBuf(Port, const vpp::VppBuffer&, Error*) override {
+        std::this_thread::sleep_for(20ms);
+        return Status::ok();
+    }
+};
+
+bool isOdd(size_t nth) {
+    return nth % 8 == 7;
+}
+
+// Gives real sessions, but every eighth is late or silent. Asked by one thread.
+class MixedService : public vpp::BnVppService {
+  public:
+    // A component that ends in ERROR leaves its session open, and the two keep each other.
+    void endOddSessions() {
+        for (const auto& session : mOdd)
+            (void)session->terminateSession();
+    }
+    ndk::ScopedAStatus getNewVppSession(int32_t flags, std::shared_ptr<vpp::IVpp>* out) override {
+        const size_t nth = mGiven++;
+        if (!isOdd(nth)) return mReal->getNewVppSession(flags, out);
+        if (nth % 16 == 7) {
+            *out = ndk::SharedRefBase::make<LateSession>();
+        } else {
+            *out = ndk::SharedRefBase::make<NullSession>();
+        }
+        mOdd.push_back(*out);
+        return ndk::ScopedAStatus::ok();
+    }
+    ndk::ScopedAStatus getSessionCount(int32_t* out) override {
+        return mReal->getSessionCount(out);
+    }
+
+  private:
+    const std::shared_ptr<host::vppservice::Service> mReal =
+        ndk::SharedRefBase::make<host::vppservice::Service>();
+    std::vector<std::shared_ptr<vpp::IVpp>> mOdd;
+    size_t mGiven = 0;
+};
+
+bool report(const char* who, const Findings& all) {
+    const double seconds = std::chrono::duration<double>(all.longest).count();
+    std::printf("%s: %lu lost, %lu doubled, %lu out of order; longest operation %.3f s\n", who,
+                all.lost, all.doubled, all.disordered, seconds);
+    return all.lost == 0 && all.doubled == 0 && all.disordered == 0;
+}
+
+using Players = std::vector<std::unique_ptr<Player>>;
+
+// All of them at once.
+template <typename Act>
+void onThreads(const Players& players, const Act& act) {
+    std::vector<std::thread> threads;
+    for (const auto& player : players)
+        threads.emplace_back([&player = *player, &act] { act(player); });
+    for (auto& thread : threads)
+        thread.join();
+}
+
+Findings sum(const Players& players, bool odd, bool mixed) {
+    Findings all;
+    for (size_t i = 0; i < players.size(); ++i) {
+        if ((mixed && isOdd(i)) != odd) continue;
+        const Findings& one = players[i]->findings();
+        all.lost += one.lost;
+        all.doubled += one.doubled;
+        all.disordered += one.disordered;
+        all.longest = std::max(all.longest, one.longest);
+    }
+    return all;
+}
+
+bool startAll(Players& players, size_t count, bool mixed) {
+    for (size_t i = 0; i < count; ++i) {
+        players.push_back(std::make_unique<Player>(!mixed || !isOdd(i)));
+        if (!players.back()->start()) return false;
+    }
+    return true;
+}
+
+bool soak(uint64_t frames) {
+    const host::VppService service;
+    Players players;
+    if (!startAll(players, 4, false)) return false;
+    const uint64_t each = frames / players.size();
+    onThreads(players, [each](Player& player) { player.play(each / 10); });
+    const Holding early = Holding::now();
+    onThreads(players, [each](Player& player) { player.play(each - each / 10); });
+    const Holding late = Holding::now();
+    onThreads(players, [](Player& player) { player.finish(); });
+    const long growth = late.resident - early.resident;
+    std::printf(
+        "%lu frames; resident %ld KiB at a tenth, %ld KiB at the end (%+ld KiB)\n"
+        "descriptors %d at a tenth, %d at the end\n",
+        each * players.size(), early.resident / 1024, late.resident / 1024, growth / 1024,
+        early.descriptors, late.descriptors);
+    const bool good = report("all", sum(players, false, false));
+    return good && growth <= kMaxGrowth && late.descriptors == early.descriptors;
+}
+
+bool misbehave(uint64_t frames) {
+    const auto service = ndk::SharedRefBase::make<MixedService>();
+    const std::string name = std::string(vpp::IVppService::descriptor) + "/default";
+    host::addService(name, service->asBinder());
+    Players players;
+    const bool started = startAll(players, 64, true);
+    if (started) {
+        onThreads(players, [each = frames / players.size()](Player& player) {
+            player.play(each);
+            player.finish();
+        });
+    }
+    host::removeService(name);
+    service->endOddSessions();
+    (void)report("the 8 that are late or silent", sum(players, true, true));
+    const Findings healthy = sum(players, false, true);
+    // Far below the wait limit of three seconds that the others run into.
+    return report("the other 56", healthy) && started && healthy.longest < 1s;
+}
+
+}  // namespace
+}  // namespace qoz::bench
+
+int main(int argc, char** argv) {
+    const bool mixed = argc > 1 && std::string(argv[1]) == "--misbehave";
+    const char* count = argc > (mixed ? 2 : 1) ? argv[mixed ? 2 : 1] : "100000";
+    const uint64_t frames = std::strtoull(count, nullptr, 10);
+    if (frames < 1000) {
+        std::fprintf(stderr, "soak: [--misbehave] [frames in all, 1000 or more]\n");
+        return 2;
+    }
+    qoz::host::setLogSink([](const qoz::host::LogLine&) {});
+    const bool good = mixed ? qoz::bench::misbehave(frames) : qoz::bench::soak(frames);
+    return good ? 0 : 1;
+}
