@@ -58,7 +58,7 @@ TEST_F(ConverterMotionTest, FollowsAShiftedPictureBothWays) {
         }
         const auto again = fieldsOf(c.width, c.height, c.format, textured, shifted);
         EXPECT_EQ(bytesOf(again.first), bytesOf(fields.first)) << "depends on what came before";
-        converter.clearOpenGLResources();
+        if (c.format == kRgba8888) converter.clearOpenGLResources();
     }
 }
 

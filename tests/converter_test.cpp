@@ -90,11 +90,12 @@ TEST_F(ConverterTest, ReadsTheSourceOnlyOnceItsFenceHasSignalled) {
     const auto source = makeBuffer(1280, 720, kRgba8888);
     const auto target = makeBuffer(1280, 720, kNv12Vemo);
     const int signal = eventfd(0, EFD_CLOEXEC);
+    const sp<Fence> fence(new Fence(signal));
     std::thread renderer([&] {
         fill(source, kRed, kRed);
         eventfd_write(signal, 1);
     });
-    EXPECT_TRUE(convert(source, target, {}, new Fence(signal)));
+    EXPECT_TRUE(convert(source, target, {}, fence));
     renderer.join();
     EXPECT_TRUE(near(yuvAt(target, 1279, 719), kRedYuv, kColourTolerance));
 

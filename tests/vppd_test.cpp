@@ -67,6 +67,15 @@ std::vector<OutFrame> play(ConfigParams params) {
     return client.frames();
 }
 
+// The kernel's letter for what a process is doing; behind its name, which ends with ") ".
+char stateOf(pid_t pid) {
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string line;
+    std::getline(stat, line);
+    const auto name = line.rfind(") ");
+    return name == std::string::npos ? '?' : line[name + 2];
+}
+
 class Vppd : public EvenTest {
   protected:
     static std::shared_ptr<vpp::IVppService> factory() {
@@ -178,7 +187,9 @@ TEST_F(Vppd, SurvivesTheKillingOfTheService) {
 TEST_F(Vppd, AHungServiceHoldsACallUpForTwoSeconds) {
     LogCapture quiet;
     const auto session = newSession();
-    killService(SIGSTOP);
+    const pid_t stopped = killService(SIGSTOP);
+    // The signal is on its way when kill() returns; a thread of the service may still answer.
+    ASSERT_TRUE(eventually([&] { return stateOf(stopped) == 'T'; }));
     const auto start = std::chrono::steady_clock::now();
     VppError result = VppError::VPP_PENDING;
     EXPECT_FALSE(session->open(&result).isOk());
