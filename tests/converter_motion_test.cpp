@@ -80,16 +80,17 @@ TEST_F(ConverterMotionTest, TellsMovingRegionsApartAndStatesErrorAndTexture) {
         Scene before;
         int dx, dy, pan;
     } cases[] = {{{208, 112, 128, 96, 1, 0}, -22, 9, 6}, {{304, 176, 48, 32, 3, 0}, -19, 14, 0}};
-    for (const auto& [before, dx, dy, pan] : cases) {
+    for (const auto& c : cases) {
+        const Scene before = c.before;
         Scene after = before;
-        after.left += dx, after.top += dy, after.pan = pan;
+        after.left += c.dx, after.top += c.dy, after.pan = c.pan;
         const auto field = fieldsOf(kWidth, kHeight, kNv12Vemo, before, after).first;
         int object = 0, ground = 0;
         count(field, kWidth, kHeight, [&](const MotionVector& v, int x, int y) {
             const int u = x - before.left, w = y - before.top;
             const bool on = u >= 0 && u < before.width && w >= 0 && w < before.height;
-            object += on && v.dx == dx && v.dy == dy;
-            ground += !on && v.dx == pan && v.dy == 0;
+            object += on && v.dx == c.dx && v.dy == c.dy;
+            ground += !on && v.dx == c.pan && v.dy == 0;
             if (v.error == 255 || x + 17 > kWidth || y + 17 > kHeight) return false;
             int difference = 0, gradient = 0;
             for (int i = 0; i < 256; ++i) {

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include <host/platform/ServiceRegistry.h>
+#include <host/vppservice/NullSession.h>
 
 #include "support/Fixture.h"
 
@@ -69,7 +70,7 @@ class CountingClient final : public android::IQOZCallback {
 };
 
 // Holds what it is given in fixed room and gives all of it back when it is asked to.
-class HoldingVpp : public host::VppSessionBase {
+class HoldingVpp : public host::NullSession {
   public:
     HoldingVpp() : mAnswerer([this] { answer(); }) {}
     ~HoldingVpp() override {
@@ -87,18 +88,10 @@ class HoldingVpp : public host::VppSessionBase {
         mHeld = 0;
     }
 
-    Status close(Error*) override { return Status::ok(); }
-    Status drain(Error*) override { return Status::ok(); }
     Status flush(Port port, Error*) override {
         if (port == Port::OUTPUT) mFlushed.release();
         return Status::ok();
     }
-    Status initSession(int32_t, const std::shared_ptr<vpp::IVppCallbacks>& object,
-                       Error*) override {
-        callbacks = object;
-        return Status::ok();
-    }
-    Status open(Error*) override { return Status::ok(); }
     Status queueBuf(Port port, const vpp::VppBuffer& buffer, Error*) override {
         mPorts[mHeld] = port;
         mBuffers[mHeld].cookie = buffer.cookie;
@@ -110,19 +103,10 @@ class HoldingVpp : public host::VppSessionBase {
         *result = Error::VPP_ERR_STATE;
         return Status::ok();
     }
-    Status setCtrlAis(const vpp::VppCtrlAis&, Error*) override { return Status::ok(); }
-    Status setCtrlFrc(const std::vector<vpp::VppCtrlFrcSegment>&, Error*) override {
-        return Status::ok();
-    }
-    Status setCtrlVppMode(int32_t, Error*) override { return Status::ok(); }
-    Status setParameter(Port, const PortParam&, Error*) override { return Status::ok(); }
     Status terminateSession() override {
-        const auto dropped = std::move(callbacks);
         mHeld = 0;
-        return Status::ok();
+        return NullSession::terminateSession();
     }
-
-    std::shared_ptr<vpp::IVppCallbacks> callbacks;
 
   private:
     void answer() {

@@ -1,9 +1,9 @@
-// A VPP service that takes everything and does nothing, and a client that owns nothing.
+// A VPP service of one session that a bench brings, and a client that owns nothing.
 #pragma once
 
 #include <aidl/vendor/vuq/hardware/vpp/BnVppService.h>
 #include <host/platform/ServiceRegistry.h>
-#include <host/vppservice/VppSessionBase.h>
+#include <host/vppservice/NullSession.h>
 #include <qoz/VppComponent.h>
 
 #include <memory>
@@ -13,32 +13,7 @@ namespace qoz::bench {
 
 namespace vpp = ::aidl::vendor::vuq::hardware::vpp;
 
-class NullSession : public host::VppSessionBase {
-  public:
-    std::shared_ptr<vpp::IVppCallbacks> callbacks;
-
-    Status close(Error*) override { return Status::ok(); }
-    Status drain(Error*) override { return Status::ok(); }
-    Status flush(Port, Error*) override { return Status::ok(); }
-    Status initSession(int32_t, const std::shared_ptr<vpp::IVppCallbacks>& object,
-                       Error*) override {
-        callbacks = object;
-        return Status::ok();
-    }
-    Status open(Error*) override { return Status::ok(); }
-    Status queueBuf(Port, const vpp::VppBuffer&, Error*) override { return Status::ok(); }
-    Status reconfigure(const PortParam&, const PortParam&, Error*) override { return Status::ok(); }
-    Status setCtrlAis(const vpp::VppCtrlAis&, Error*) override { return Status::ok(); }
-    Status setCtrlFrc(const std::vector<vpp::VppCtrlFrcSegment>&, Error*) override {
-        return Status::ok();
-    }
-    Status setCtrlVppMode(int32_t, Error*) override { return Status::ok(); }
-    Status setParameter(Port, const PortParam&, Error*) override { return Status::ok(); }
-    Status terminateSession() override {
-        const auto dropped = std::move(callbacks);
-        return Status::ok();
-    }
-};
+using host::NullSession;
 
 // Gives the one session it was made with; registered while it lives.
 class NullService {
