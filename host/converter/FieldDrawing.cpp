@@ -52,7 +52,7 @@ class Canvas {
 
     void set(int x, int y, Colour colour) {
         std::copy(colour.begin(), colour.end(),
-                  mPixels.begin() + static_cast<ptrdiff_t>(mStride) * y + x * 3);
+                  mPixels.begin() + static_cast<ptrdiff_t>(mStride) * y + ptrdiff_t{3} * x);
     }
 
     std::vector<uint8_t> take() { return std::move(mPixels); }

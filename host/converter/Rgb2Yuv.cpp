@@ -78,8 +78,10 @@ bool Rgb2Yuv::Configure(sp<GraphicBuffer>& source, uint32_t width, uint32_t heig
     return true;
 }
 
-bool Rgb2Yuv::RGBToNV12(sp<GraphicBuffer>& source, sp<GraphicBuffer>& target,
-                        sp<GraphicBuffer>& downscaled, bool /*motion*/, sp<Fence> fence) {
+bool Rgb2Yuv::RGBToNV12(
+    sp<GraphicBuffer>& source, sp<GraphicBuffer>& target,
+    // NOLINTNEXTLINE(performance-unnecessary-value-param): as the platform has it
+    sp<GraphicBuffer>& downscaled, bool /*motion*/, sp<Fence> fence) {
     constexpr char kOperation[] = "RGBToNV12";
     if (faulty(kOperation)) return false;
     const auto from = MappedBuffer::map(source, kOperation, "source");

@@ -69,13 +69,16 @@ native_handle_t* allocate(size_t bytes) {
 }
 
 void* mapping(buffer_handle_t handle) {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): a handle carries integers alone
     return reinterpret_cast<void*>(join(handle->data[1 + kMapLow], handle->data[1 + kMapHigh]));
 }
 
 }  // namespace
 
-GraphicBuffer::GraphicBuffer(uint32_t inWidth, uint32_t inHeight, PixelFormat inFormat,
-                             uint32_t inUsage, std::string /*requestorName*/) {
+GraphicBuffer::GraphicBuffer(
+    uint32_t inWidth, uint32_t inHeight, PixelFormat inFormat,
+    // NOLINTNEXTLINE(performance-unnecessary-value-param): as on the platform
+    uint32_t inUsage, std::string /*requestorName*/) {
     width = static_cast<int>(inWidth);
     height = static_cast<int>(inHeight);
     stride = qoz::host::isNv12(inFormat) ? static_cast<int>(qoz::host::evenUp(inWidth)) : width;

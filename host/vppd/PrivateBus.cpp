@@ -139,6 +139,7 @@ void PrivateBus::start() {
                                    "--nofork",
                                    "--syslog-only"};  // standard error is the service's
     std::vector<char*> argv;
+    argv.reserve(words.size() + 1);
     for (std::string& word : words) {
         argv.push_back(word.data());
     }

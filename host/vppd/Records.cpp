@@ -144,6 +144,7 @@ std::optional<vpp::VppCtrlAis> fromBus(const BusAis& c) {
 
 std::vector<BusSegment> toBus(const std::vector<vpp::VppCtrlFrcSegment>& segments) {
     std::vector<BusSegment> all;
+    all.reserve(segments.size());
     for (const vpp::VppCtrlFrcSegment& s : segments) {
         all.emplace_back(s.mode, s.interpLevel, s.interpFactor, s.startTimestamp, s.flag1, s.flag2,
                          s.param1, s.reserved1, s.reserved2, s.param2);
@@ -154,6 +155,7 @@ std::vector<BusSegment> toBus(const std::vector<vpp::VppCtrlFrcSegment>& segment
 std::optional<std::vector<vpp::VppCtrlFrcSegment>> fromBus(const std::vector<BusSegment>& from) {
     if (from.size() > kMostSegments) return std::nullopt;
     std::vector<vpp::VppCtrlFrcSegment> segments;
+    segments.reserve(from.size());
     for (const BusSegment& s : from) {
         segments.push_back({s.get<0>(), s.get<1>(), s.get<2>(), s.get<3>(), s.get<4>(), s.get<5>(),
                             s.get<6>(), s.get<7>(), s.get<8>(), s.get<9>()});

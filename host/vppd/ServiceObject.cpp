@@ -45,7 +45,7 @@ ServiceObject::~ServiceObject() {
 }
 
 template <typename Answer, typename Call>
-void ServiceObject::carryOut(Answer&& answer, Call call) {
+void ServiceObject::carryOut(Answer answer, Call call) {
     const auto owed = std::make_shared<Answer>(std::move(answer));
     mLane.post([this, owed, call = std::move(call)] {
         try {

@@ -34,7 +34,7 @@ class ServiceObject final : private KeepsBus,
     void GetFaultsFired(sdbus::Result<uint64_t>&& answer) override;
 
     template <typename Answer, typename Call>
-    void carryOut(Answer&& answer, Call call);
+    void carryOut(Answer answer, Call call);
     std::string open(const std::string& client, std::shared_ptr<vpp::IVpp> session);
     void closeAllOf(const std::string& client);
 
