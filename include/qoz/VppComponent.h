@@ -222,6 +222,11 @@ class __attribute__((visibility("default"))) VppComponent
     void publishStreamFacts();
 
     // Pipeline: pools.
+    template <typename Buffers>
+    struct PoolSpares {
+        typename Buffers::node_type entry;
+        std::vector<std::set<uint64_t>::node_type> keys;
+    };
     bool requestYuvBuffer(sp<GraphicBuffer>* out, const RequestInfo& info);
     bool requestExtradataBuffer(sp<GraphicBuffer>* fwOut, sp<GraphicBuffer>* bwOut,
                                 const RequestInfo& mvInfo, sp<GraphicBuffer>* dsOut,
@@ -252,6 +257,7 @@ class __attribute__((visibility("default"))) VppComponent
     bool requestBuffers(SourceFrame& frame);
     bool convert(SourceFrame& frame);
     void dumpFrame(SourceFrame& frame);
+    void holdSlot(int32_t slot);
     void releaseFrontSlot();
     void releaseHeldSlots();
     void giveBack(uint32_t port, int32_t slot, uint32_t valid, uint64_t timestamp);
@@ -412,6 +418,12 @@ class __attribute__((visibility("default"))) VppComponent
     // The name that messages print, and every name there has been.
     std::atomic<const char*> mLogName{"unname"};
     std::list<std::string> mLogNames;
+
+    // What is left of drawn pool entries and released slots, for those to come.
+    PoolSpares<std::unordered_map<uint64_t, SideBuffers>> mExtradataSpares
+        GUARDED_BY(mExtradataLock);
+    PoolSpares<std::unordered_map<uint64_t, sp<GraphicBuffer>>> mYuvSpares GUARDED_BY(mYuvLock);
+    std::list<int32_t> mSpareSlots;  // the client's thread
 
     // What the getters answer, so that the callbacks may ask while a frame changes the stream.
     std::atomic<uint32_t> mPublishedOutBufReqs{1};

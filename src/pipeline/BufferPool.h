@@ -5,6 +5,9 @@
 // out stands in neither. Free entries are drawn oldest first; one that does not fit the request is
 // replaced, and then every other free entry goes too: they are of the same old size. Entries still
 // in the VPP stay and are judged when they are drawn. All of it happens under the pool's own lock.
+//
+// The nodes of a drawn entry and of its key are spared for the entries to come: a pool at work asks
+// nothing of the heap.
 #pragma once
 
 #include <qoz/ClientTypes.h>
@@ -14,6 +17,7 @@
 #include <new>
 #include <set>
 #include <tuple>
+#include <utility>
 
 namespace android::pool {
 
@@ -45,21 +49,37 @@ inline bool holdsBuffer(
 // Keeps what travels under `key`. False when an entry is in flight under it already, which stays,
 // or when memory is too short: then nobody will draw it again, and it ends with its last other
 // owner.
-template <typename Map>
-bool record(Map& buffers, uint64_t key, const typename Map::mapped_type& travelling) {
+template <typename Map, typename Spares>
+bool record(Map& buffers, Spares& spares, uint64_t key, typename Map::mapped_type travelling) {
     try {
-        return buffers.emplace(key, travelling).second;
+        if (spares.entry.empty()) return buffers.emplace(key, std::move(travelling)).second;
+        auto entry = std::exchange(spares.entry, {});
+        entry.key() = key;
+        entry.mapped() = std::move(travelling);
+        return buffers.insert(std::move(entry)).inserted;
     } catch (const std::bad_alloc&) {
         return false;
     }
+}
+
+template <typename Spares>
+void insertKey(std::set<uint64_t>& freeKeys, Spares& spares, uint64_t key) {
+    if (spares.keys.empty()) {
+        freeKeys.insert(key);
+        return;
+    }
+    auto node = std::move(spares.keys.back());
+    spares.keys.pop_back();
+    node.value() = key;
+    freeKeys.insert(std::move(node));
 }
 
 enum class Freed { Absent, Empty, Done };
 
 // Makes the entry of `key` free for reuse. One without any buffer is erased instead, and so is one
 // whose key memory is too short to note.
-template <typename Map>
-Freed markFree(Map& buffers, std::set<uint64_t>& freeKeys, uint64_t key) {
+template <typename Map, typename Spares>
+Freed markFree(Map& buffers, std::set<uint64_t>& freeKeys, Spares& spares, uint64_t key) {
     const auto entry = buffers.find(key);
     if (entry == buffers.end()) return Freed::Absent;
     if (!holdsBuffer(entry->second)) {
@@ -67,7 +87,7 @@ Freed markFree(Map& buffers, std::set<uint64_t>& freeKeys, uint64_t key) {
         return Freed::Empty;
     }
     try {
-        freeKeys.insert(key);
+        insertKey(freeKeys, spares, key);
     } catch (const std::bad_alloc&) {
         buffers.erase(entry);
         return Freed::Absent;
@@ -76,10 +96,16 @@ Freed markFree(Map& buffers, std::set<uint64_t>& freeKeys, uint64_t key) {
 }
 
 // Ends a request that drew `key`; `discardFree` drops every other free entry as well.
-template <typename Map>
-void retireDrawn(Map& buffers, std::set<uint64_t>& freeKeys, uint64_t key, bool discardFree) {
-    freeKeys.erase(key);
-    buffers.erase(key);
+template <typename Map, typename Spares>
+void retireDrawn(Map& buffers, std::set<uint64_t>& freeKeys, Spares& spares, uint64_t key,
+                 bool discardFree) {
+    try {
+        spares.keys.push_back(freeKeys.extract(key));
+    } catch (const std::bad_alloc&) {
+        // Not spared, then.
+    }
+    spares.entry = buffers.extract(key);
+    spares.entry.mapped() = {};
     if (!discardFree) return;
     for (const uint64_t stale : freeKeys)
         buffers.erase(stale);

@@ -58,7 +58,7 @@ bool VppComponent::requestExtradataBuffer(sp<GraphicBuffer>* fwOut, sp<GraphicBu
     if (mismatch) {
         VPP_LOGE_BARE("%s : buffer is not compatible, clear all existing buffers", kOperation);
     }
-    pool::retireDrawn(mExtradataBufferMap, mFreeExtradataIndex, oldest, mismatch);
+    pool::retireDrawn(mExtradataBufferMap, mFreeExtradataIndex, mExtradataSpares, oldest, mismatch);
     return true;
 }
 
@@ -120,7 +120,7 @@ bool VppComponent::allocateExtradata(sp<GraphicBuffer>* fwOut, sp<GraphicBuffer>
 
 void VppComponent::freeExtradataEntry(uint64_t timestamp, const char* operation) {
     const std::lock_guard lock(mExtradataLock);
-    switch (pool::markFree(mExtradataBufferMap, mFreeExtradataIndex, timestamp)) {
+    switch (pool::markFree(mExtradataBufferMap, mFreeExtradataIndex, mExtradataSpares, timestamp)) {
         case pool::Freed::Absent:
             break;
         case pool::Freed::Empty:

@@ -99,7 +99,7 @@ void VppComponent::applyUpscaleIndex(uint32_t upscaleIndex) {
 void VppComponent::reshapeForUpscale(SourceFrame& frame) {
     processFlush_l(false);
     processReconfig_l(frame.width, frame.height, VppUtils::GetYUVFormat(mInputFormat));
-    if (mMvEnabled) mSlotList.push_back(-1);
+    if (mMvEnabled) holdSlot(-1);
     if (mRgb2Yuv != nullptr) {
         mRgb2Yuv->Configure(frame.source, mExpectedOutWidth, mExpectedOutHeight);
     }

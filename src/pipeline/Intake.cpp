@@ -126,7 +126,7 @@ int32_t VppComponent::convertAndQueue(SourceFrame& frame) {
         return 1;
     }
     VPP_LOGD("no outputbuffer ready, queue the YUV input buffer alone");
-    mSlotList.push_back(frame.slot);
+    holdSlot(frame.slot);
     queueBuffer(frame.target, mExtraBuffers, static_cast<uint32_t>(frame.queuedSlot),
                 frame.timestampUs(), true);
     mPrevSourceBuffer = frame.source;
@@ -146,7 +146,7 @@ void VppComponent::adoptSourceSize(SourceFrame& frame) {
                   "%s : source buffer size changes, call vpp processReconfig_l\n", kOperation);
     processFlush_l(true);
     processReconfig_l(frame.width, frame.height, format);
-    if (mMvEnabled) mSlotList.push_back(kNoSlot);
+    if (mMvEnabled) holdSlot(kNoSlot);
 }
 
 // The converter is set up when there is none (first frame, or the first after an enable) and again
@@ -231,11 +231,20 @@ void VppComponent::dumpFrame(SourceFrame& frame) {
     ++mDumpFrameCount;
 }
 
+void VppComponent::holdSlot(int32_t slot) {
+    if (mSpareSlots.empty()) {
+        mSlotList.push_back(slot);
+        return;
+    }
+    mSpareSlots.front() = slot;
+    mSlotList.splice(mSlotList.end(), mSpareSlots, mSpareSlots.begin());
+}
+
 // With a placeholder in the list every source is released one frame late: until then it is the
 // motion engine's reference.
 void VppComponent::releaseFrontSlot() {
     const int32_t slot = mSlotList.front();
-    mSlotList.pop_front();
+    mSpareSlots.splice(mSpareSlots.end(), mSlotList, mSlotList.begin());
     if (slot == kNoSlot) return;
     VPP_LOGD("Input buffer slot=%d could be release after RGBToNV12", slot);
     giveBack(1, slot, 1, 0);

@@ -50,10 +50,13 @@ void VppComponent::storeOBDCmd(int32_t cmd) {
 }
 
 // Deliver, from threads that must not wait for a command in progress: a request beside the command
-// word, which overwrites no Start or Exit and stays until the worker has looked.
+// word, which overwrites no Start or Exit and stays until the worker has looked. Who finds one
+// there has nothing to add; who adds one wakes the worker without holding what it wakes up to.
 void VppComponent::requestDeliver() {
-    const std::lock_guard lock(mOBDPostLock);
-    mDeliverRequested = true;
+    {
+        const std::lock_guard lock(mOBDPostLock);
+        if (std::exchange(mDeliverRequested, true)) return;
+    }
     mOBDCmdCond.notify_one();
 }
 

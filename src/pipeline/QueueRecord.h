@@ -16,6 +16,8 @@ namespace android {
 // copied.
 class VppComponent::QueueRecord {
   public:
+    static constexpr size_t kMaxMetaBuffers = 3;  // two vector fields and a half-size copy
+
     explicit QueueRecord(GraphicBufferMapper& mapper) : mMapper(mapper) {}
     ~QueueRecord() {
         for (auto& handle : mHandles)
@@ -41,11 +43,9 @@ class VppComponent::QueueRecord {
     struct HandleDeleter {
         void operator()(native_handle_t* handle) const { releaseNativeHandle(handle, false); }
     };
-    static constexpr size_t kMaxHandles = 4;  // pixels and three metabuffers
-
     GraphicBufferMapper& mMapper;
     VppBuffer mVppBuffer;
-    std::array<std::unique_ptr<native_handle_t, HandleDeleter>, kMaxHandles> mHandles;
+    std::array<std::unique_ptr<native_handle_t, HandleDeleter>, 1 + kMaxMetaBuffers> mHandles;
     size_t mHandleCount = 0;
 };
 

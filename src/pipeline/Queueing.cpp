@@ -53,7 +53,7 @@ bool VppComponent::queueInput(const sp<GraphicBuffer>& buffer, SideBuffers& extr
     bool recordedYuv = false;
     if (mNeedAdditionalBuffer) {
         const std::lock_guard lock(mYuvLock);
-        recordedYuv = pool::record(mYuvBufferMap, timestamp, buffer);
+        recordedYuv = pool::record(mYuvBufferMap, mYuvSpares, timestamp, buffer);
     }
     if (queueVppBuffer(cookie, buffer, timestamp, true)) return true;
     // No buffer-done will free what was just recorded; without this each refusal would cost a
@@ -78,9 +78,9 @@ bool VppComponent::recordExtradata(SideBuffers& extradata, uint64_t timestamp) {
         VPP_LOGI("skip to emplace empty mv buffers and downscale buffers");
         return false;
     }
-    const SideBuffers moved = std::exchange(extradata, {});
+    SideBuffers travelling = std::exchange(extradata, {});
     const std::lock_guard lock(mExtradataLock);
-    return pool::record(mExtradataBufferMap, timestamp, moved);
+    return pool::record(mExtradataBufferMap, mExtradataSpares, timestamp, std::move(travelling));
 }
 
 bool VppComponent::checkBufferCompatibility(const sp<GraphicBuffer>& buffer, bool skip) {
@@ -112,15 +112,16 @@ bool VppComponent::queueVppBuffer(uint32_t cookie, const sp<GraphicBuffer>& buff
 
 // False when descriptors have run out. A native handle that cannot be made only ends the attaching.
 bool VppComponent::attachMetaBuffers(QueueRecord& record, uint64_t timestamp) {
+    if (!mMvEnabled && !mDsEnabled) return true;
     SideBuffers side;
     {
         const std::lock_guard lock(mExtradataLock);
         const auto entry = mExtradataBufferMap.find(timestamp);
         if (entry != mExtradataBufferMap.end()) side = entry->second;
     }
-    if (!mMvEnabled && !mDsEnabled) return true;
     VPP_LOGI("Passing FW, BW and downscale buffer to vpp metabufs");
     const auto& [forward, backward, downscaled] = side;
+    record.vppBuffer().metaBuffers.reserve(QueueRecord::kMaxMetaBuffers);
     Shared shared = Shared::Ok;
     if (forward != nullptr && backward != nullptr)
         shared = attachVectors(record, forward, backward);

@@ -36,7 +36,7 @@ bool VppComponent::requestYuvBuffer(sp<GraphicBuffer>* out, const RequestInfo& i
         VPP_LOGE_BARE("%s : buffer is not compatible, clear all existing buffers",
                       "requestYuvBuffer");
     }
-    pool::retireDrawn(mYuvBufferMap, mFreeYuvIndex, oldest, !reuse);
+    pool::retireDrawn(mYuvBufferMap, mFreeYuvIndex, mYuvSpares, oldest, !reuse);
     return true;
 }
 
@@ -48,7 +48,7 @@ bool VppComponent::allocateYuv(sp<GraphicBuffer>* out, const RequestInfo& info) 
 
 void VppComponent::freeYuvEntry(uint64_t timestamp, const char* operation) {
     const std::lock_guard lock(mYuvLock);
-    switch (pool::markFree(mYuvBufferMap, mFreeYuvIndex, timestamp)) {
+    switch (pool::markFree(mYuvBufferMap, mFreeYuvIndex, mYuvSpares, timestamp)) {
         case pool::Freed::Absent:
             break;
         case pool::Freed::Empty:

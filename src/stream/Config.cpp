@@ -38,7 +38,7 @@ void VppComponent::config(uint32_t width, uint32_t height, uint32_t format, Conf
     mFormat = format;
     applyMode(params);
     try {
-        if (mMvEnabled) mSlotList.push_back(-1);
+        if (mMvEnabled) holdSlot(-1);
     } catch (const std::bad_alloc&) {
         VPP_LOGE("%s: out of memory", "config");  // sources are then released a frame early
     }
