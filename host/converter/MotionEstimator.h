@@ -8,7 +8,8 @@
 
 namespace qoz::host {
 
-// Keeps nothing between two calls but memory: the owner of a frame may have rewritten it since.
+// Keeps nothing between two calls but memory: the owner of a frame may have rewritten it since. The
+// two ways are searched at once.
 class MotionEstimator {
   public:
     // Frames of the same shape; fields of fieldWidth x fieldHeight vectors.
@@ -20,7 +21,8 @@ class MotionEstimator {
   private:
     LumaPyramid mPrevious;
     LumaPyramid mCurrent;
-    BlockSearch mSearch;
+    BlockSearch mForward;
+    BlockSearch mBackward;
 };
 
 }  // namespace qoz::host
