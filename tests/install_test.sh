@@ -43,7 +43,7 @@ diff "$work/expected" "$work/exported" >&2 || fail "exported (>) is not what was
 
 # ---- A client that finds the package with CMake
 flags=(-Wall -Wextra -Werror ${sanitize:+-fsanitize=$sanitize})
-"$cmake" -S "$example" -B "$work/example" -DCMAKE_PREFIX_PATH="$work/root" \
+"$cmake" -G Ninja -S "$example" -B "$work/example" -DCMAKE_PREFIX_PATH="$work/root" \
   -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_FLAGS="${flags[*]}" >/dev/null
 "$cmake" --build "$work/example" >/dev/null
 "$work/example/minimal" >"$work/printed" || fail "a buffer did not come back: $(cat "$work/printed")"
