@@ -46,6 +46,13 @@ TEST(Player, EndsWithTwoAndASentenceOnBadInput) {
         {"--mv maybe", "neither on nor off"},
         {"--ais-only --interp 1", "--ais-only"},
         {"--ais-only --at 3:upscale=2", "--ais-only"},
+        {"--truth 1", "no frame is held out"},
+        {"--truth 5", "more than 4"},
+        {"--truth 2 --interp 1", "--truth sets the factor"},
+        {"--truth 2 -i " + folder.write("small.y4m", "YUV4MPEG2 W8 H8\n"), "below 16"},
+        {"--vectors x.png --mv off", "--vectors needs"},
+        {"--vectors x.png -i -", "only once"},
+        {"--budget p95=8,zoom=1", "zoom is none of p50"},
         {"--fault nonsense", "--fault nonsense"},
         {"--prop novalue", "NAME=VALUE"},
         {"--sessions 2 -i -", "only once"},
@@ -84,7 +91,8 @@ TEST(Player, MakesFramesOfSessionsSideBySideAndAccountsForAll) {
     const Outcome outcome =
         run("--scene-size 96x64 --frames 16 --interp 2 --upscale 2 --sessions 3 -o " +
             folder.file("out.y4m") + " --sheet " + folder.file("sheet.png") + " --trace " +
-            folder.file("trace.json") + " --stats " + folder.file("stats.json"));
+            folder.file("trace.json") + " --stats " + folder.file("stats.json") +
+            " --verify --budget lost=0,made=30 --vectors " + folder.file("vectors.png"));
     EXPECT_EQ(outcome.code, 0) << outcome.err;
     const nlohmann::json all = nlohmann::json::parse(folder.read("stats.json"));
     EXPECT_EQ(all["sessions"].size(), 3U);
@@ -94,13 +102,15 @@ TEST(Player, MakesFramesOfSessionsSideBySideAndAccountsForAll) {
         EXPECT_EQ(session["buffers"]["lost"], 0);
         EXPECT_EQ(session["buffers"]["lent"], session["buffers"]["returned"]);
         EXPECT_EQ(session["output_size"]["last"]["width"], 192);
+        EXPECT_THAT(session["verified"].get<std::string>(), HasSubstr("16 source frames once"));
     }
     EXPECT_EQ(all["descriptors"]["before"], all["descriptors"]["after"]);
     EXPECT_TRUE(all["findings"].empty());
     const std::string written = folder.read("out.y4m");
     EXPECT_EQ(written.size(), written.find('\n') + 1 + 46 * (6 + i420Bytes({192, 128})));
     EXPECT_THAT(written, HasSubstr("W192 H128 F90:1"));
-    EXPECT_THAT(folder.read("sheet.png").substr(1, 3), "PNG");
+    for (const char* picture : {"sheet.png", "vectors.png"})
+        EXPECT_THAT(folder.read(picture).substr(1, 3), "PNG") << picture;
     EXPECT_THAT(folder.read("trace.json"), HasSubstr("queueVppBuffer"));
 }
 
@@ -108,7 +118,7 @@ TEST(Player, FollowsChangesWhileFramesFlow) {
     const Folder folder;
     const Outcome outcome =
         run("--scene-size 96x64 --frames 24 --at 4:interp=3 --at 8:upscale=1.5 --at 12:size=64x48 "
-            "--at 16:flush --at 99:flush --stats " +
+            "--at 16:flush --at 99:flush --verify --stats " +
             folder.file("stats.json"));
     EXPECT_EQ(outcome.code, 0) << outcome.err;
     const nlohmann::json session = nlohmann::json::parse(folder.read("stats.json"))["sessions"][0];
@@ -118,19 +128,48 @@ TEST(Player, FollowsChangesWhileFramesFlow) {
     EXPECT_EQ(session["output_size"]["last"], (nlohmann::json{{"width", 96}, {"height", 72}}));
     EXPECT_EQ(session["buffers"]["lent"], session["buffers"]["returned"]);
     EXPECT_EQ(session["changes"].size(), 5U);
+    EXPECT_THAT(session["verified"].get<std::string>(),
+                HasSubstr("none in 1 (flush), none in 1 (ratio change), none in 1 (size change)"));
     EXPECT_THAT(outcome.out, HasSubstr("frame 99: flush, not reached"));
+}
+
+// Each frame is 2 levels brighter than the one before.
+TEST(Player, ScoresWhatIsMadeInPlaceOfFramesHeldOut) {
+    const Folder folder;
+    std::string clip = "YUV4MPEG2 W64 H48 F30:1\n";
+    for (const char luma : {50, 52, 54, 56, 58, 60, 62, 64, 66, 68})
+        clip += "FRAME\n" + grey({64, 48}, luma);
+    const Outcome outcome = run("--truth 4 --verify -i " + folder.write("clip.y4m", clip) +
+                                " --stats " + folder.file("stats.json"));
+    EXPECT_EQ(outcome.code, 0) << outcome.err;
+    const nlohmann::json truth = nlohmann::json::parse(folder.read("stats.json"))["truth"];
+    const double repeated[] = {42.11, 36.09, 32.57};  // dB of 2, 4 and 6 levels
+    ASSERT_EQ(truth["frames"].size(), 6U);
+    for (size_t i = 0; i < 6; ++i) {
+        const nlohmann::json& frame = truth["frames"][i];
+        EXPECT_EQ(frame["frame"], 1 + i + i / 3);
+        EXPECT_NEAR(frame["repeated"]["psnr"], repeated[i % 3], 0.01);
+        EXPECT_GE(frame["blended"]["psnr"], 48);  // one level for rounding
+        EXPECT_GE(frame["made"]["psnr"], 48);
+    }
+    EXPECT_NEAR(truth["repeated"]["mean"]["psnr"], 36.92, 0.01);
+    EXPECT_NEAR(truth["repeated"]["least"]["psnr"], 32.57, 0.01);
 }
 
 TEST(Player, EndsWithOneWhenASessionFails) {
     const std::pair<std::string, const char*> cases[] = {
-        {"getNewVppSession=1", "the session could not be enabled"},
-        {"open=1", "the session did not start"},
-        {"RGBToNV12=1@4+", "9 source frames were refused"},
-        {"outputBufferDone=drop@9", "never came back: output"},
+        {"--fault getNewVppSession=1", "the session could not be enabled"},
+        {"--fault open=1", "the session did not start"},
+        {"--fault RGBToNV12=1@4+", "9 source frames were refused"},
+        {"--fault outputBufferDone=drop@9 --verify", "--verify: source frame 4 did not come out"},
+        {"--fault outputBufferDone=twice@9 --verify", "--verify: of"},
+        {"--fault setCtrlFrc=transport --verify", "--verify: 0 of 1 made frames"},
+        {"--fault setCtrlFrc=transport --truth 2", "5 frames held out were not made again"},
+        {"--budget made=12", "qozplay: made is 11, under the budget of 12"},
     };
-    for (const auto& [fault, message] : cases) {
-        const Outcome failed = run("--scene-size 64x48 --frames 12 --fault " + fault);
-        EXPECT_EQ(failed.code, 1) << fault;
+    for (const auto& [args, message] : cases) {
+        const Outcome failed = run("--scene-size 64x48 --frames 12 " + args);
+        EXPECT_EQ(failed.code, 1) << args;
         EXPECT_THAT(failed.err, HasSubstr(message));
     }
     EXPECT_EQ(run("--scene-size 64x48 --frames 12").code, 0) << "still armed";

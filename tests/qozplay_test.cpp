@@ -1,14 +1,17 @@
 // The player's parts: what it reads and refuses, what it writes, how it keeps its accounts.
+#include "Budget.h"
 #include "FrameSource.h"
 #include "FrameTracker.h"
 #include "Ledger.h"
 #include "Script.h"
 #include "Sheet.h"
+#include "Verifier.h"
 #include "Y4mWriter.h"
 #include "qozplay_files.h"
 
 #include <functional>
 #include <optional>
+#include <sstream>
 #include <vector>
 
 namespace qozplay {
@@ -159,6 +162,81 @@ TEST(FrameTracker, TellsLostFramesFromFlushedOnes) {
     EXPECT_EQ((std::vector{tally.in, tally.real, tally.missing, tally.flushed, tally.backwards}),
               (std::vector<uint64_t>{4, 2, 1, 1, 1}));
     EXPECT_EQ(tally.latencies, (std::vector<double>{0, 7}));
+}
+
+// A history: tF/K takes frame F with K made frames due before it, oT=L is a frame of time T with
+// luma L (50), i an interruption, l a buffer that stays away. Frames are 300 microseconds apart.
+std::string violationOf(const std::string& history, std::string* summary) {
+    Verifier verifier;
+    Ledger ledger;
+    std::istringstream words(history);
+    for (std::string word; words >> word;) {
+        const uint64_t number = std::strtoull(word.c_str() + 1, nullptr, 10);
+        const size_t mark = word.find_first_of("/=");
+        const double value = mark == std::string::npos ? 50 : std::stod(word.substr(mark + 1));
+        if (word[0] == 't') verifier.taken(number, number * 300, static_cast<uint32_t>(value));
+        if (word[0] == 'o') verifier.came(number, value);
+        if (word[0] == 'i') verifier.interrupted("flush");
+        if (word[0] == 'l') ledger.lend(0, 1);
+    }
+    verifier.close(ledger);
+    *summary = verifier.summary();
+    return verifier.violation();
+}
+
+TEST(Verifier, NamesTheFirstThingThatIsOff) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"t0/1 t1/1 o0 o150 o300 t2/2 o400 o500 o600", "2 intervals;"},
+        {"t0/1 t1/1 o0=90 o150=53 o300=50", "1 interval;"},
+        {"t0/1 i t1/1 o0 o300", "none in 1 (flush)"},
+        {"t0/1 t1/1 o0 o150 i t2/1 o600", "1 source frame cleared away"},
+        {"t0/1 t1/1 i o0 o300 t2/1 o600", "0 of 1 made frames came out before source frame 1"},
+        {"", "no source frame came out"},
+        {"t0/1 t1/1 o0 o300", "0 of 1 made frames came out before source frame 1"},
+        {"t0/2 t1/2 o0 o100 o300", "1 of 2 made frames"},
+        {"t0/1 i t1/1 o0 o150 o300", "comes after 0 made frames, and one more"},
+        {"t0/1 o0 t1/1 o150 o200", "comes after 1 made frames, and one more"},
+        {"t0/1 t1/1 o0 o152 o300", "has the time 0.152 ms, not 0.150 ms"},
+        {"t0/1 t1/1 o0 o150 o140 o300", "the frame of 0.140 ms came out after that of 0.150 ms"},
+        {"t0/0 t1/0 o0 o0 o300", "the frame of 0.000 ms came out twice"},
+        {"t0/0 t1/0 t2/0 o0 o600", "source frame 1 did not come out before"},
+        {"t0/0 o0 o300", "after all source frames"},
+        {"t0/0 t1/0 o0", "source frame 1 never came out"},
+        {"t0/1 t1/1 o0=50 o150=56.2 o300=53", "a mean luma of 56.2, its neighbours 50.0 and 53.0"},
+        {"t0/1 t1/1 o0=50 o150=46.8 o300=53", "a mean luma of 46.8"},
+        {"t0/0 o0 l", "1 are not home"},
+    };
+    size_t row = 0;
+    for (const auto& [history, said] : cases) {
+        std::string summary;
+        const std::string violation = violationOf(history, &summary);
+        EXPECT_EQ(violation.empty(), row++ < 4) << history << ": " << violation;
+        EXPECT_THAT(violation.empty() ? summary : violation, HasSubstr(said)) << history;
+    }
+}
+
+TEST(Budget, NamesEachFigureBeyondItsBound) {
+    SessionStats stats;
+    for (int i = 1; i <= 100; ++i)
+        stats.frames.latencies.push_back(i);
+    stats.frames.real = 3;
+    stats.frames.made = 7;
+    stats.seconds = 2;
+    stats.ledger.lend(0, 1);
+    const std::pair<const char*, std::vector<std::string>> cases[] = {
+        {"p95=95ms,max=0.1s,made=7,fps=5,missing=0,p50=50000us,lost=1", {}},
+        {"p95=94.9", {"p95 is 95 ms, over the budget of 94.9 ms"}},
+        {"p50=49999us,made=8",
+         {"p50 is 50 ms, over the budget of 49.999 ms", "made is 7, under the budget of 8"}},
+        {"lost=0", {"lost is 1, over the budget of 0"}},
+        {"fps=5.5", {"fps is 5, under the budget of 5.5"}},
+        {"blocked=1s", {"blocked has a budget, and no frame came to measure it by"}},
+    };
+    for (const auto& [text, sentences] : cases)
+        EXPECT_EQ(overBudget(parseBudget(text), stats), sentences);
+    for (const char* bad : {"", "p95", "p95=", "p95=8kg", "lost=1ms", "zoom=1", "p95=-1", "p95=nan",
+                            "max=inf", "p95=8,", "p95=1e3"})
+        EXPECT_THAT(messageOf([&] { parseBudget(bad); }), HasSubstr("--budget ")) << bad;
 }
 
 // Width and height of a sheet with `made` frames in each interval, as the head of its file has

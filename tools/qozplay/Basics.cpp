@@ -58,6 +58,14 @@ Rate parseRate(const std::string& text, const std::string& what) {
     return rate;
 }
 
+// In two steps: frames times nanoseconds would not fit.
+int64_t timestampOf(Rate rate, uint64_t frame) {
+    constexpr uint64_t kNanoseconds = 1'000'000'000;
+    const uint64_t ticks = frame * rate.den;
+    return static_cast<int64_t>(ticks / rate.num * kNanoseconds +
+                                ticks % rate.num * kNanoseconds / rate.num);
+}
+
 std::string toText(Size size) {
     return format("%ux%u", size.width, size.height);
 }

@@ -51,6 +51,9 @@ Rate parseRate(const std::string& text, const std::string& what);
 // `what`.
 uint64_t parseNumber(const std::string& text, uint64_t limit, const std::string& what);
 
+// Presentation time of a frame, nanoseconds.
+int64_t timestampOf(Rate rate, uint64_t frame);
+
 std::string toText(Size size);
 std::string toText(Rate rate);
 

@@ -100,6 +100,18 @@ void paste(const Surface& surface, int32_t x, int32_t y, const Image& image) {
     }
 }
 
+std::optional<Image> readPng(const std::string& path) {
+    png_image png{};
+    png.version = PNG_IMAGE_VERSION;
+    if (png_image_begin_read_from_file(&png, path.c_str()) == 0) return std::nullopt;
+    png.format = PNG_FORMAT_RGBA;
+    Image image({png.width, png.height});
+    const bool read = png_image_finish_read(&png, nullptr, image.pixels.data(),
+                                            static_cast<png_int_32>(image.stride()), nullptr) != 0;
+    if (!read) return std::nullopt;
+    return image;
+}
+
 bool writePng(const Image& image, const std::string& path) {
     png_image png{};
     png.version = PNG_IMAGE_VERSION;

@@ -3,6 +3,8 @@
 
 #include "Basics.h"
 
+#include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -54,6 +56,9 @@ int32_t textHeight(int32_t scale);
 
 // Places `image` with its upper left corner at x, y.
 void paste(const Surface& surface, int32_t x, int32_t y, const Image& image);
+
+// None: there is no such picture.
+std::optional<Image> readPng(const std::string& path);
 
 // False: cannot write.
 bool writePng(const Image& image, const std::string& path);

@@ -38,14 +38,6 @@ SessionFailed stalled(const Stream& stream) {
 
 }  // namespace
 
-// In two steps: frames times nanoseconds would not fit.
-int64_t timestampOf(Rate rate, uint64_t frame) {
-    constexpr uint64_t kNanoseconds = 1'000'000'000;
-    const uint64_t ticks = frame * rate.den;
-    return static_cast<int64_t>(ticks / rate.num * kNanoseconds +
-                                ticks % rate.num * kNanoseconds / rate.num);
-}
-
 Client::Client(const Options& options, std::string name, FrameSource& source,
                std::vector<FrameSink*> sinks, WarmUp& warmUp, std::function<bool()> serviceDied,
                Console* console)
@@ -58,7 +50,12 @@ Client::Client(const Options& options, std::string name, FrameSource& source,
       mSettings{options.interp, options.upscaleIndex, source.size()},
       mWanted(mSettings),
       mVpp(std::make_shared<android::VppComponent>()),
-      mStream(mVpp, mMailbox, std::move(sinks), std::move(serviceDied)) {}
+      mStream(mVpp, mMailbox, withVerifier(std::move(sinks)), std::move(serviceDied)) {}
+
+std::vector<FrameSink*> Client::withVerifier(std::vector<FrameSink*> sinks) {
+    if (mOptions.verify) sinks.push_back(&mVerifier.emplace());
+    return sinks;
+}
 
 SessionStats Client::run() {
     attempt([&] {
@@ -165,6 +162,7 @@ void Client::flush(const Change& change) {
     mStats.changes.push_back({change, milliseconds(Clock::now() - start)});
     mStream.look();
     mStream.tracker().flushed();
+    if (mVerifier) mVerifier->interrupted("flush");
     if (mVpp->state() == android::VppComponent::ERROR) {
         throw SessionFailed(format("the flush at frame %llu failed",
                                    static_cast<unsigned long long>(change.frame)));
@@ -183,11 +181,20 @@ void Client::sendSource(uint64_t frame, int32_t slot) {
 
     std::optional<android::ConfigParams> config;
     if (carries) config = paramsFor(mWanted);
-    const bool taken = mStream.send(slot, timestampOf(mSource.rate(), frame), config);
+    if (mVerifier && resized) mVerifier->interrupted("size change");
+    const int64_t timestamp = timestampOf(mSource.rate(), frame);
+    const bool taken = mStream.send(slot, timestamp, config);
     if (mMailbox.takeConfigChanged() || resized) mStream.follow();
-    if (!taken) return;  // the next frame carries the settings again
+    if (!taken) {  // the next frame carries the settings again
+        if (mVerifier) mVerifier->refused();
+        return;
+    }
+    const uint64_t microseconds = static_cast<uint64_t>(timestamp) / 1000;
+    if (mVerifier) mVerifier->taken(frame, microseconds, mSettings.interp);
     mSettings = mWanted;
-    if (rescaled) mStream.tracker().flushed();
+    if (!rescaled) return;
+    mStream.tracker().flushed();
+    if (mVerifier) mVerifier->interrupted("ratio change");
 }
 
 // Works after any failure: whatever is still lent is asked back, unless there is nobody to ask.
@@ -212,10 +219,18 @@ void Client::collect() {
     mStats.seconds = mStream.seconds();
     mStats.lastOutput = mStream.outputSize();
     mStats.ledger = mMailbox.ledger();
+    if (mVerifier) verify();
     const std::vector<Change>& left = mScript.left();
     mStats.notReached.insert(mStats.notReached.end(), left.begin(), left.end());
     mStream.clear();
     mVpp.reset();
+}
+
+void Client::verify() {
+    if (mStream.stopped()) mVerifier->interrupted("end");
+    mVerifier->close(mStats.ledger);
+    mStats.violation = mVerifier->violation();
+    if (mStats.violation.empty()) mStats.verified = mVerifier->summary();
 }
 
 }  // namespace qozplay

@@ -6,15 +6,13 @@
 #include "Options.h"
 #include "Stats.h"
 #include "Stream.h"
+#include "Verifier.h"
 #include "WarmUp.h"
 
 #include <functional>
 #include <memory>
 
 namespace qozplay {
-
-// Presentation time of a frame, nanoseconds.
-int64_t timestampOf(Rate rate, uint64_t frame);
 
 class Client {
   public:
@@ -46,6 +44,8 @@ class Client {
     void sendSource(uint64_t frame, int32_t slot);
     void finish();
     void collect();
+    void verify();
+    std::vector<FrameSink*> withVerifier(std::vector<FrameSink*> sinks);
     android::ConfigParams paramsFor(const Settings& settings) const;
 
     const Options& mOptions;
@@ -59,6 +59,7 @@ class Client {
     std::vector<uint8_t> mUnscaled;
     Mailbox mMailbox;
     std::shared_ptr<android::VppComponent> mVpp;
+    std::optional<Verifier> mVerifier;  // none: nobody asked
     Stream mStream;
     SessionStats mStats;
 };

@@ -146,6 +146,12 @@ Desk::~Desk() {
     qoz::host::setLogSink(std::move(mOldSink));
 }
 
+void Desk::dumpInto(const std::string& folder) {
+    set("debug.qoz.dump.dir", folder);
+    set("vendor.qoz.dump.enable", "true");
+    set("vendor.qoz.dump.mv.enable", "true");
+}
+
 bool Desk::serviceDied() const {
     return mService->died();
 }

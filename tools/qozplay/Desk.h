@@ -21,6 +21,9 @@ class Desk {
     Desk(const Desk&) = delete;
     Desk& operator=(const Desk&) = delete;
 
+    // Components made from now on dump what they work on, vectors as well. Throws BadInput.
+    void dumpInto(const std::string& folder);
+
     // Throws SessionFailed when the trace cannot be written.
     void saveTrace(const std::string& path);
 

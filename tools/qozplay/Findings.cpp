@@ -1,4 +1,5 @@
 // What is off in a run: anything here makes it a failed one.
+#include "Budget.h"
 #include "Stats.h"
 
 namespace qozplay {
@@ -22,6 +23,7 @@ std::string lostBuffers(const std::vector<Ledger::Entry>& missing) {
 
 std::vector<std::string> findings(const SessionStats& stats) {
     std::vector<std::string> all;
+    if (!stats.violation.empty()) all.push_back("--verify: " + stats.violation);
     if (!stats.failure.empty()) all.push_back(stats.failure);
     if (stats.ledger.outstanding() != 0) all.push_back(lostBuffers(stats.ledger.missing()));
     const Ledger::Totals& totals = stats.ledger.totals();
@@ -38,11 +40,21 @@ std::vector<std::string> findings(const SessionStats& stats) {
 std::vector<std::string> findings(const RunStats& stats) {
     std::vector<std::string> all;
     for (size_t i = 0; i < stats.sessions.size(); ++i) {
-        for (const std::string& finding : findings(stats.sessions[i])) {
+        std::vector<std::string> own = findings(stats.sessions[i]);
+        const std::vector<std::string> over = overBudget(stats.budget, stats.sessions[i]);
+        own.insert(own.end(), over.begin(), over.end());
+        for (const std::string& finding : own) {
             all.push_back(stats.sessions.size() == 1
                               ? finding
                               : format("session %zu: %s", i + 1, finding.c_str()));
         }
+    }
+    if (stats.truth && stats.truth->frames.empty()) {
+        all.emplace_back("no frame was made that could be compared with one held out");
+    }
+    if (stats.truth) {
+        note(&all, stats.truth->notMade, "frame held out was not made again",
+             "frames held out were not made again");
     }
     all.insert(all.end(), stats.failures.begin(), stats.failures.end());
     if (stats.descriptorsAfter > stats.descriptorsBefore) {

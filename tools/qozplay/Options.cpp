@@ -1,5 +1,6 @@
 #include "Options.h"
 
+#include "Budget.h"
 #include "Scene.h"
 
 #include <CLI/CLI.hpp>
@@ -15,8 +16,8 @@ constexpr uint64_t kMaxSessions = 64;
 // Values as typed; what they mean is checked by our own parsers, whose messages name the option.
 struct Words {
     std::optional<std::string> size, rate, frames, sceneSize, sheetAt;
-    std::optional<std::string> interp, upscale, mv, max, sessions, service;
-    std::vector<std::string> at, faults, properties;
+    std::optional<std::string> interp, upscale, mv, max, sessions, service, truth;
+    std::vector<std::string> at, faults, properties, budgets;
 };
 
 void addInput(CLI::App& app, Options& options, Words& words) {
@@ -69,6 +70,21 @@ void addOutput(CLI::App& app, Options& options, Words& words) {
         ->type_name("NAME=VALUE")
         ->allow_extra_args(false);
     app.add_flag("--log", options.log, "show the library's whole log");
+}
+
+void addChecks(CLI::App& app, Options& options, Words& words) {
+    app.add_flag("--verify", options.verify,
+                 "check every frame and buffer; stop and fail at the first that is wrong");
+    app.add_option("--truth", words.truth,
+                   "give every Nth frame, make the others again, and score them")
+        ->type_name("2..4");
+    app.add_option("--budget", words.budgets,
+                   "fail when a figure is beyond its bound: p95=8ms,lost=0; of " + budgetNames())
+        ->type_name("NAME=BOUND,...")
+        ->allow_extra_args(false);
+    app.add_option("--vectors", options.vectors,
+                   "PNG of the frame of --sheet-at with its motion vectors")
+        ->type_name("PNG");
 }
 
 qoz::host::Fault parseFaultOption(const std::string& text) {
@@ -131,6 +147,38 @@ void readProcessing(const Words& words, Options* options) {
     }
 }
 
+void readChecks(const Words& words, Options* options) {
+    if (words.truth) {
+        const uint64_t step = parseNumber(*words.truth, 4, "--truth");
+        if (step < 2) throw BadInput("--truth: with " + *words.truth + " no frame is held out");
+        options->truth = static_cast<uint32_t>(step);
+        options->interp = *options->truth - 1;
+        if (options->frames) options->frames = (*options->frames + step - 1) / step;
+    }
+    for (const std::string& text : words.budgets) {
+        const std::vector<Limit> limits = parseBudget(text);
+        options->budget.insert(options->budget.end(), limits.begin(), limits.end());
+    }
+}
+
+// Frames are compared as they are, and at their own times.
+void checkTruth(const Words& words, const Options& options) {
+    if (!options.truth) return;
+    const bool changed = words.interp || words.upscale || options.aisOnly || options.max ||
+                         !options.changes.empty() || options.sessions > 1;
+    if (changed) {
+        throw BadInput(
+            "--truth sets the factor itself, and goes with no other size, no --at and one session");
+    }
+}
+
+void checkVectors(const Options& options) {
+    if (options.vectors.empty()) return;
+    if (!options.motionVectors || options.interp == 0 || options.truth) {
+        throw BadInput("--vectors needs motion vectors, an interp of 1 or more, and no --truth");
+    }
+}
+
 void checkInput(const Words& words, const Options& options) {
     const bool scene = options.input.empty();
     if (scene && options.rawSize) throw BadInput("--size describes raw input, and there is none");
@@ -146,8 +194,9 @@ void checkInput(const Words& words, const Options& options) {
         throw BadInput(format("--scene-size: no side may be below %u", Scene::kMinSide));
     }
     if (options.sessions == 0) throw BadInput("--sessions 0 leaves nothing to do");
-    if (options.sessions > 1 && options.input == "-") {
-        throw BadInput("--sessions: a pipe can be read only once");
+    const bool again = options.sessions > 1 || !options.vectors.empty();
+    if (again && options.input == "-") {
+        throw BadInput("--sessions, --vectors: a pipe can be read only once");
     }
 }
 
@@ -174,6 +223,7 @@ Options parseOptions(int argc, const char* const argv[], std::string* help) {
     addInput(app, options, words);
     addProcessing(app, options, words);
     addOutput(app, options, words);
+    addChecks(app, options, words);
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {
@@ -185,8 +235,11 @@ Options parseOptions(int argc, const char* const argv[], std::string* help) {
     if (app.count("--input") > 0 && options.input.empty()) throw BadInput("-i names no file");
     readInput(words, &options);
     readProcessing(words, &options);
+    readChecks(words, &options);
     checkInput(words, options);
     checkAisOnly(words, &options);
+    checkTruth(words, options);
+    checkVectors(options);
     return options;
 }
 

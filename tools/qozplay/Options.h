@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Script.h"
+#include "Stats.h"
 
 #include <host/control.h>
 
@@ -30,6 +31,10 @@ struct Options {
     std::string sheet;
     std::optional<uint64_t> sheetAt;
     std::string trace;
+    std::string vectors;
+    bool verify = false;
+    std::optional<uint32_t> truth;  // given: one frame of so many goes in, the others are held out
+    std::vector<Limit> budget;
     std::string stats;
     uint32_t sessions = 1;
     std::vector<qoz::host::Fault> faults;

@@ -2,8 +2,10 @@
 
 #include "Client.h"
 #include "Desk.h"
+#include "HeldOut.h"
 #include "Scene.h"
 #include "Sheet.h"
+#include "VectorPicture.h"
 #include "Y4mWriter.h"
 
 #include <nlohmann/json.hpp>
@@ -25,9 +27,10 @@ constexpr std::array kUpscale{"1x", "1.5x", "2x"};
 
 std::unique_ptr<FrameSource> openSource(const Options& options) {
     const Rate rate = options.rate.value_or(Rate{});
+    const uint64_t step = options.truth.value_or(1);  // --frames counts those that are given
     if (options.input.empty()) {
         return std::make_unique<Scene>(options.sceneSize, rate,
-                                       options.frames.value_or(kSceneFrames));
+                                       options.frames ? *options.frames * step : kSceneFrames);
     }
     if (options.rawSize) return openRaw(options.input, *options.rawSize, rate);
     return openY4m(options.input);
@@ -57,6 +60,7 @@ std::string settingsText(const Options& options) {
                                                 options.motionVectors ? "on" : "off");
     if (options.max) text += ", sources of at most " + toText(*options.max);
     if (options.sessions > 1) text += format(", %u sessions", options.sessions);
+    if (options.truth) text += format(", one frame of %u given", *options.truth);
     return text;
 }
 
@@ -67,14 +71,21 @@ std::string inputText(const Options& options, const FrameSource& source) {
     return name + " " + toText(source.size()) + ", " + toText(source.rate()) + " fps";
 }
 
-// The intervals around the middle of the clip, or none when its length is not known.
-std::optional<std::pair<uint64_t, uint64_t>> sheetWindow(const Options& options,
-                                                         const FrameSource& source) {
+// The one to be shown in pictures, or none when the length of the clip is not known.
+std::optional<uint64_t> middleFrame(const Options& options, const FrameSource& source) {
+    if (options.sheetAt) return options.sheetAt;
     std::optional<uint64_t> length = source.length();
     if (options.frames) length = std::min(*options.frames, length.value_or(*options.frames));
-    if (!length && !options.sheetAt) return std::nullopt;
-    const uint64_t middle = options.sheetAt.value_or(length.value_or(0) / 2);
-    const uint64_t first = middle - std::min<uint64_t>(middle, Sheet::kIntervals / 2);
+    if (!length) return std::nullopt;
+    return *length / 2;
+}
+
+// The intervals around the middle.
+std::optional<std::pair<uint64_t, uint64_t>> sheetWindow(const Options& options,
+                                                         const FrameSource& source) {
+    const std::optional<uint64_t> middle = middleFrame(options, source);
+    if (!middle) return std::nullopt;
+    const uint64_t first = *middle - std::min<uint64_t>(*middle, Sheet::kIntervals / 2);
     const auto at = [&](uint64_t frame) {
         return static_cast<uint64_t>(timestampOf(source.rate(), frame) / 1000);
     };
@@ -95,11 +106,14 @@ class Player {
     int run();
 
   private:
+    void holdOut();
     void openSinks();
+    std::vector<FrameSink*> sinks() const;
     void runSessions(std::vector<std::unique_ptr<Client>>& clients, const Desk& desk);
     void awaitDescriptors();
     template <typename Work>
     void attempt(Work work);
+    Sheet::Psnr psnr() const;
     void save(Desk& desk);
     std::string outputText() const;
     int conclude();
@@ -108,7 +122,9 @@ class Player {
     Console& mConsole;
     std::vector<std::unique_ptr<FrameSource>> mSources;  // one a session
     std::unique_ptr<Y4mWriter> mWriter;
+    std::unique_ptr<Truth> mTruth;
     std::unique_ptr<Sheet> mSheet;
+    std::unique_ptr<VectorPicture> mVectors;
     RunStats mStats;
 };
 
@@ -118,15 +134,24 @@ Player::Player(Options options, Console& console)
         mSources.push_back(openSource(mOptions));
     }
     for (const std::string& path :
-         {mOptions.output, mOptions.sheet, mOptions.trace, mOptions.stats}) {
+         {mOptions.output, mOptions.sheet, mOptions.vectors, mOptions.trace, mOptions.stats}) {
         keepInput(mOptions.input, path);
     }
-    for (const std::string& path : {mOptions.sheet, mOptions.trace, mOptions.stats}) {
+    for (const std::string& path :
+         {mOptions.sheet, mOptions.vectors, mOptions.trace, mOptions.stats}) {
         requireWritable(path);
     }
+    if (mOptions.truth) holdOut();
     openSinks();
+    mStats.budget = mOptions.budget;
     mStats.input = inputText(mOptions, *mSources[0]);
     mStats.settings = settingsText(mOptions);
+}
+
+void Player::holdOut() {
+    std::unique_ptr<FrameSource>& clip = mSources[0];
+    mTruth = std::make_unique<Truth>(clip->size(), clip->rate(), *mOptions.truth);
+    clip = std::make_unique<HeldOut>(std::move(clip), *mOptions.truth, *mTruth);
 }
 
 void Player::openSinks() {
@@ -140,6 +165,17 @@ void Player::openSinks() {
         mSheet =
             std::make_unique<Sheet>(sheetTitle(mOptions, source), sheetWindow(mOptions, source));
     }
+    if (!mOptions.vectors.empty()) {
+        std::unique_ptr<FrameSource> clip = openSource(mOptions);
+        const uint64_t frame = middleFrame(mOptions, *clip).value_or(0);
+        mVectors = std::make_unique<VectorPicture>(mOptions, std::move(clip), frame);
+    }
+}
+
+std::vector<FrameSink*> Player::sinks() const {
+    std::vector<FrameSink*> all{mWriter.get(), mTruth.get(), mSheet.get()};
+    std::erase(all, nullptr);
+    return all;
 }
 
 int Player::run() {
@@ -148,6 +184,7 @@ int Player::run() {
     Desk desk(mOptions, mConsole);
     runSessions(clients, desk);
     mStats.faultsFired = desk.faultsFired();
+    if (mTruth != nullptr) mStats.truth = mTruth->scores();
     save(desk);
     return conclude();
 }
@@ -156,11 +193,9 @@ void Player::runSessions(std::vector<std::unique_ptr<Client>>& clients, const De
     WarmUp warmUp(mOptions.sessions);
     mStats.sessions.resize(mOptions.sessions);
     for (uint32_t i = 0; i < mOptions.sessions; ++i) {
-        std::vector<FrameSink*> sinks;
-        if (i == 0 && mWriter != nullptr) sinks.push_back(mWriter.get());
-        if (i == 0 && mSheet != nullptr) sinks.push_back(mSheet.get());
         clients.push_back(std::make_unique<Client>(
-            mOptions, format("qozplay%u", i), *mSources[i], std::move(sinks), warmUp,
+            mOptions, format("qozplay%u", i), *mSources[i],
+            i == 0 ? sinks() : std::vector<FrameSink*>(), warmUp,
             [&desk] { return desk.serviceDied(); }, i == 0 ? &mConsole : nullptr));
     }
     mStats.descriptorsBefore = qoz::host::openDescriptors();
@@ -196,13 +231,24 @@ void Player::attempt(Work work) {
     }
 }
 
+// Of the frames that have been scored.
+Sheet::Psnr Player::psnr() const {
+    Sheet::Psnr known;
+    if (!mStats.truth) return known;
+    for (const Score& score : mStats.truth->frames) {
+        known[score.timestamp] = score.made.psnr;
+    }
+    return known;
+}
+
 void Player::save(Desk& desk) {
     if (mWriter != nullptr) {
         attempt([&] { mWriter->finish(); });
         mStats.output = outputText();
     }
     if (!mOptions.trace.empty()) attempt([&] { desk.saveTrace(mOptions.trace); });
-    if (mSheet != nullptr) attempt([&] { mSheet->save(mOptions.sheet); });
+    if (mSheet != nullptr) attempt([&] { mSheet->save(mOptions.sheet, psnr()); });
+    if (mVectors != nullptr) attempt([&] { mVectors->save(desk); });
     if (mOptions.stats.empty()) return;
     if (!(std::ofstream(mOptions.stats) << toJson(mStats).dump(2) << '\n')) {
         mStats.failures.push_back("cannot write " + mOptions.stats);

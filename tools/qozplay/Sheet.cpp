@@ -36,10 +36,6 @@ Image shrink(const Nv12View& view) {
     return cell;
 }
 
-std::string label(uint64_t timestamp, const char* kind, double phase) {
-    return format("%s  PHASE %.2f  %.3f MS", kind, phase, static_cast<double>(timestamp) / 1000);
-}
-
 }  // namespace
 
 Sheet::Sheet(std::string title, std::optional<std::pair<uint64_t, uint64_t>> window)
@@ -72,30 +68,36 @@ std::vector<Sheet::Row> Sheet::rows() const {
     return rows;
 }
 
+std::string Sheet::label(const Row& row, size_t column, const Psnr& psnr) {
+    const Cell& cell = *row[column];
+    std::string text = cell.real ? "REAL" : "MADE";
+    const bool whole = row.back()->real;  // else nobody knows how many steps there are
+    if (!cell.real && whole) text += format(" %zu/%zu", column, row.size() - 1);
+    text += format("  %.3f MS", static_cast<double>(cell.timestamp) / 1000);
+    const auto known = psnr.find(cell.timestamp);
+    if (known != psnr.end()) text += format("  %.1f DB", known->second);
+    return text;
+}
+
 void Sheet::drawCell(const Surface& surface, int32_t x, int32_t y, const Cell& cell,
-                     const Row& row) const {
+                     const std::string& label) {
     const Colour colour = cell.real ? kRealColour : kMadeColour;
     const Box frame{x - kBorder, y + kLabelRoom - kBorder,
                     static_cast<int32_t>(cell.picture.size.width) + 2 * kBorder,
                     static_cast<int32_t>(cell.picture.size.height) + 2 * kBorder};
-    const uint64_t start = row.front()->timestamp;
-    const uint64_t span = row.back()->timestamp - start;
-    const double phase =
-        span == 0 ? 0 : static_cast<double>(cell.timestamp - start) / static_cast<double>(span);
     fill(surface, {x, y, 14, 14}, colour);
-    drawText(surface, x + 24, y, kLabelDot,
-             label(cell.timestamp, cell.real ? "REAL" : "MADE", phase), kInk);
+    drawText(surface, x + 24, y, kLabelDot, label, kInk);
     outline(surface, frame, kBorder, colour);
     paste(surface, x, y + kLabelRoom, cell.picture);
 }
 
-void Sheet::save(const std::string& path) const {
+void Sheet::save(const std::string& path, const Psnr& psnr) const {
     const std::vector<Row> all = rows();
     if (all.empty()) throw SessionFailed("no frame came out that " + path + " could show");
-    if (!writePng(draw(all), path)) throw SessionFailed("cannot write " + path);
+    if (!writePng(draw(all, psnr), path)) throw SessionFailed("cannot write " + path);
 }
 
-Image Sheet::draw(const std::vector<Row>& all) const {
+Image Sheet::draw(const std::vector<Row>& all, const Psnr& psnr) const {
     size_t columns = 0;
     uint32_t cellHeight = 0;
     for (const Row& row : all) {
@@ -117,7 +119,7 @@ Image Sheet::draw(const std::vector<Row>& all) const {
     for (size_t r = 0; r < all.size(); ++r) {
         for (size_t c = 0; c < all[r].size(); ++c) {
             drawCell(surface, kMargin + stepX * static_cast<int32_t>(c),
-                     head + stepY * static_cast<int32_t>(r), *all[r][c], all[r]);
+                     head + stepY * static_cast<int32_t>(r), *all[r][c], label(all[r], c, psnr));
         }
     }
     return page;

@@ -6,6 +6,7 @@
 #include "FrameSink.h"
 
 #include <deque>
+#include <map>
 #include <optional>
 #include <utility>
 
@@ -14,6 +15,7 @@ namespace qozplay {
 class Sheet final : public FrameSink {
   public:
     static constexpr uint32_t kIntervals = 2;
+    using Psnr = std::map<uint64_t, double>;  // microseconds, dB
 
     // Keeps the frames with timestamps from `window->first` to `window->second`; without a window
     // the last ones that come.
@@ -21,8 +23,9 @@ class Sheet final : public FrameSink {
 
     bool take(const FinishedFrame& frame) override;
 
-    // Throws SessionFailed: no source frame came, or the file cannot be written.
-    void save(const std::string& path) const;
+    // `psnr` of frames for which it is known, by timestamp. Throws SessionFailed: no source frame
+    // came, or the file cannot be written.
+    void save(const std::string& path, const Psnr& psnr = {}) const;
 
   private:
     struct Cell {
@@ -33,9 +36,10 @@ class Sheet final : public FrameSink {
     using Row = std::vector<const Cell*>;
 
     std::vector<Row> rows() const;
-    Image draw(const std::vector<Row>& rows) const;
-    void drawCell(const Surface& surface, int32_t x, int32_t y, const Cell& cell,
-                  const Row& row) const;
+    Image draw(const std::vector<Row>& rows, const Psnr& psnr) const;
+    static std::string label(const Row& row, size_t column, const Psnr& psnr);
+    static void drawCell(const Surface& surface, int32_t x, int32_t y, const Cell& cell,
+                         const std::string& label);
 
     const std::string mTitle;
     const std::optional<std::pair<uint64_t, uint64_t>> mWindow;

@@ -14,10 +14,6 @@ unsigned long long big(uint64_t value) {
     return value;
 }
 
-double perSecond(uint64_t count, double seconds) {
-    return seconds > 0 ? static_cast<double>(count) / seconds : 0;
-}
-
 std::string framesText(const SessionStats& stats) {
     const FrameTracker::Tally& frames = stats.frames;
     std::string text =
@@ -36,9 +32,11 @@ std::string speedText(const SessionStats& stats) {
         format("speed        %.1f frames in, %.1f out, %.1f made a second, for %.2f s\n",
                perSecond(frames.in, s), perSecond(frames.real + frames.made, s),
                perSecond(frames.made, s), s);
-    text += format("latency      p50 %.1f  p90 %.1f  p99 %.1f  max %.1f ms from in to out\n",
-                   percentile(frames.latencies, 0.5), percentile(frames.latencies, 0.9),
-                   percentile(frames.latencies, 0.99), percentile(frames.latencies, 1));
+    text +=
+        format("latency      p50 %.1f  p90 %.1f  p95 %.1f  p99 %.1f  max %.1f ms from in to out\n",
+               percentile(frames.latencies, 0.5), percentile(frames.latencies, 0.9),
+               percentile(frames.latencies, 0.95), percentile(frames.latencies, 0.99),
+               percentile(frames.latencies, 1));
     text += format("blocked      p50 %.2f  p99 %.2f  max %.2f ms for each source frame\n",
                    percentile(stats.blocked, 0.5), percentile(stats.blocked, 0.99),
                    percentile(stats.blocked, 1));
@@ -89,6 +87,7 @@ std::string hostText(const RunStats& stats) {
 json distribution(const std::vector<double>& values) {
     return {{"p50", percentile(values, 0.5)},
             {"p90", percentile(values, 0.9)},
+            {"p95", percentile(values, 0.95)},
             {"p99", percentile(values, 0.99)},
             {"max", percentile(values, 1)}};
 }
@@ -139,6 +138,7 @@ json sessionJson(const SessionStats& stats) {
             {"changes", changesJson(stats)},
             {"output_size",
              {{"first", sizeJson(stats.firstOutput)}, {"last", sizeJson(stats.lastOutput)}}},
+            {"verified", stats.verified.empty() ? json() : json(stats.verified)},
             {"findings", findings(stats)}};
 }
 
@@ -153,6 +153,10 @@ double percentile(std::vector<double> values, double share) {
     return values[index];
 }
 
+double perSecond(uint64_t count, double seconds) {
+    return seconds > 0 ? static_cast<double>(count) / seconds : 0;
+}
+
 std::string summary(const RunStats& stats) {
     std::string text = "input        " + stats.input + "\n";
     text += "settings     " + stats.settings + "\n";
@@ -162,7 +166,9 @@ std::string summary(const RunStats& stats) {
         if (stats.sessions.size() > 1) text += format("session %zu\n", i + 1);
         text +=
             framesText(session) + speedText(session) + buffersText(session) + changesText(session);
+        if (!session.verified.empty()) text += "verified     " + session.verified + "\n";
     }
+    if (stats.truth) text += toText(*stats.truth);
     return text + hostText(stats);
 }
 
@@ -183,6 +189,7 @@ json toJson(const RunStats& stats) {
         {"buffers_made_after_frame_10", late},
         {"descriptors", {{"before", stats.descriptorsBefore}, {"after", stats.descriptorsAfter}}},
         {"faults_fired", stats.faultsFired},
+        {"truth", stats.truth ? toJson(*stats.truth) : json()},
         {"findings", findings(stats)}};
 }
 

@@ -4,6 +4,7 @@
 #include "FrameTracker.h"
 #include "Ledger.h"
 #include "Script.h"
+#include "Truth.h"
 
 #include <nlohmann/json_fwd.hpp>
 
@@ -28,6 +29,8 @@ struct SessionStats {
     Size firstOutput;
     Size lastOutput;
     std::string failure;    // empty: none
+    std::string violation;  // the first that --verify found; empty: none
+    std::string verified;   // what it checked; empty: nothing, or it found one
     bool badInput = false;  // the failure is the input's
 };
 
@@ -35,6 +38,12 @@ struct SessionStats {
 struct LateBuffers {
     uint64_t component = 0;
     uint64_t player = 0;  // rings that follow a change
+};
+
+// A bound for one of the figures, milliseconds where it is a time.
+struct Limit {
+    std::string figure;
+    double value;
 };
 
 struct RunStats {
@@ -46,11 +55,16 @@ struct RunStats {
     int descriptorsBefore = 0;               // open before the first session was enabled ...
     int descriptorsAfter = 0;                // ... and after the last one was disabled
     uint64_t faultsFired = 0;
+    std::optional<Scores> truth;  // none: nobody asked
+    std::vector<Limit> budget;
     std::vector<std::string> failures;  // beside those of the sessions
 };
 
 // Nearest rank; `share` from 0 to 1. 0 for no values.
 double percentile(std::vector<double> values, double share);
+
+// 0 for no time.
+double perSecond(uint64_t count, double seconds);
 
 // One sentence for each thing that is off.
 std::vector<std::string> findings(const SessionStats& stats);
