@@ -127,7 +127,11 @@ void Truth::passed(uint64_t timestamp) {
 }
 
 std::string toText(const Scores& scores) {
-    std::string text = "truth        frame          ms    made  dB   SSIM   repeated     blended\n";
+    std::string text = format("%-12s%6s %11s", "truth", "frame", "ms");
+    for (const auto& [name, maker] : kMakers) {
+        text += format("  %13s", name);
+    }
+    text += "  (PSNR of luma in dB, SSIM)\n";
     for (const Score& score : scores.frames) {
         text += format("            %6llu %11.3f", static_cast<unsigned long long>(score.frame),
                        static_cast<double>(score.timestamp) / 1000);
