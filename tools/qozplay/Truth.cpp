@@ -63,7 +63,7 @@ void Truth::keep(uint64_t frame, const uint8_t* rgba, size_t stride) {
     const auto height = static_cast<int>(mSize.height);
     Picture picture{frame, static_cast<uint64_t>(timestampOf(mRate, frame)) / 1000, {}};
     picture.luma.resize(static_cast<size_t>(mSize.width) * mSize.height);
-    mSpare.resize(picture.luma.size() + 2 * mSize.height);
+    mSpare.resize(picture.luma.size());
     libyuv::ABGRToNV12(rgba, static_cast<int>(stride), picture.luma.data(), width, mSpare.data(),
                        (width + 1) / 2 * 2, width, height);
     mPictures.push_back(std::move(picture));

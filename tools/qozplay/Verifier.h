@@ -18,8 +18,8 @@ class Verifier final : public FrameSink {
   public:
     // Levels of luma, 0 to 255, by which the mean of a made frame may leave the range of its two
     // neighbours'. It mixes their pixels, so rounding apart only what they cover and uncover can
-    // move its mean: by 0.2 in the scene, by 1.5 in the worst of our test patterns. A frame that is
-    // black or scaled to another range goes well beyond.
+    // move its mean: by 0.2 in the scene, by 1.5 in the worst of our test patterns. A black frame
+    // goes far beyond, a small wrong patch does not.
     static constexpr double kDrift = 3;
 
     // A source frame was taken; `made` frames are asked for between the one before and it.
