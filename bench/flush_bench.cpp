@@ -1,68 +1,24 @@
 // How long flushsync() blocks the client with 8 source frames and 12 output buffers in flight, less
 // the time that the service took to answer; as a multiple of a bare hand-over between two threads,
 // there and back, in the same run.
-#include <benchmark/benchmark.h>
-#include <qoz/VppComponent.h>
-
-#include <algorithm>
-#include <chrono>
 #include <condition_variable>
 #include <mutex>
-#include <thread>
 
+#include "support/Buffers.h"
+#include "support/Hand.h"
 #include "support/NullSession.h"
+#include "support/Rounds.h"
 
 namespace qoz::bench {
 namespace {
 
-using android::ConfigParams;
 using android::GraphicBuffer;
 using android::QOZBufferInfo;
 using android::sp;
-using Clock = std::chrono::steady_clock;
 
-constexpr int kFlushes = 200;
+constexpr int kFlushes = 40;  // a round
 constexpr int kSources = 8;
 constexpr int kOutputs = 12;
-
-double microseconds(Clock::duration d) {
-    return std::chrono::duration<double, std::micro>(d).count();
-}
-
-// Carries out one job at a time on a thread of its own.
-class Hand {
-  public:
-    Hand() : mThread([this] { serve(); }) {}
-    ~Hand() {
-        give(nullptr);
-        mThread.join();
-    }
-    void give(std::function<void()> job) {
-        const std::lock_guard lock(mLock);
-        mJob = std::move(job);
-        mGiven = true;
-        mCond.notify_one();
-    }
-
-  private:
-    void serve() {
-        std::unique_lock lock(mLock);
-        for (;;) {
-            mCond.wait(lock, [this] { return mGiven; });
-            mGiven = false;
-            const auto job = std::move(mJob);
-            if (!job) return;
-            lock.unlock();
-            job();
-            lock.lock();
-        }
-    }
-    std::mutex mLock;
-    std::condition_variable mCond;
-    std::function<void()> mJob;
-    bool mGiven = false;
-    std::thread mThread;
-};
 
 // Returns what it holds when it is flushed, from its own thread, and takes the time of that.
 class HoldingSession : public NullSession {
@@ -125,19 +81,34 @@ void fill(android::VppComponent& component, std::vector<sp<GraphicBuffer>>& buff
     }
 }
 
-Clock::duration handOver(Hand& hand) {
-    std::mutex lock;
-    std::condition_variable cond;
-    bool back = false;
+class HandOver {
+  public:
+    // There and back.
+    double measure() {
+        bool back = false;
+        const auto begin = Clock::now();
+        mHand.give([&] {
+            const std::lock_guard held(mLock);
+            back = true;
+            mCond.notify_one();
+        });
+        std::unique_lock held(mLock);
+        mCond.wait(held, [&] { return back; });
+        return nanoseconds(Clock::now() - begin);
+    }
+
+  private:
+    Hand mHand;
+    std::mutex mLock;
+    std::condition_variable mCond;
+};
+
+double measureFlush(android::VppComponent& component, HoldingSession& session,
+                    std::vector<sp<GraphicBuffer>>& buffers) {
+    fill(component, buffers);
     const auto begin = Clock::now();
-    hand.give([&] {
-        const std::lock_guard held(lock);
-        back = true;
-        cond.notify_one();
-    });
-    std::unique_lock held(lock);
-    cond.wait(held, [&] { return back; });
-    return Clock::now() - begin;
+    component.flushsync();
+    return nanoseconds(Clock::now() - begin - session.answerTime);
 }
 
 void flushsync(benchmark::State& state) {
@@ -146,30 +117,22 @@ void flushsync(benchmark::State& state) {
     NullClient client;
     const auto component = std::make_shared<android::VppComponent>();
     component->enable("bench", &client, false);
-    component->config(64, 64, 1, ConfigParams{1, 0, 1, 0}, true);
+    component->config(64, 64, 1, {1, 0, 1, 0}, true);
     std::vector<sp<GraphicBuffer>> buffers;
-    for (int i = 0; i < kSources; ++i)
-        buffers.emplace_back(new GraphicBuffer(64, 64, 1, 0x300));
-    for (int i = 0; i < kOutputs; ++i) {
-        buffers.emplace_back(new GraphicBuffer(64, 64, 0x7FA30C06, 0x300));
-    }
-    Hand hand;
+    for (int i = 0; i < kSources + kOutputs; ++i)
+        buffers.push_back(makeBuffer(64, 64, i < kSources ? kRgba : kNv12));
+    HandOver bare;
     for (auto _ : state) {
-        std::vector<double> blocked, bare;
-        for (int n = 0; n < kFlushes; ++n) {
-            fill(*component, buffers);
-            const auto begin = Clock::now();
-            component->flushsync();
-            blocked.push_back(microseconds(Clock::now() - begin - session->answerTime));
-            bare.push_back(microseconds(handOver(hand)));
+        Rounds all;
+        for (int round = 0; round < rounds(); ++round) {
+            std::vector<double> ours, peer;
+            for (int n = 0; n < reduced(kFlushes); ++n) {
+                ours.push_back(measureFlush(*component, *session, buffers));
+                peer.push_back(bare.measure());
+            }
+            all.add(median(ours), median(peer));
         }
-        for (auto* values : {&blocked, &bare})
-            std::sort(values->begin(), values->end());
-        state.counters["p50_us"] = blocked[kFlushes / 2];
-        state.counters["p99_us"] = blocked[kFlushes * 99 / 100];
-        state.counters["hand_over_p50_us"] = bare[kFlushes / 2];
-        state.counters["hand_over_p99_us"] = bare[kFlushes * 99 / 100];
-        state.counters["ratio_p50"] = blocked[kFlushes / 2] / bare[kFlushes / 2];
+        report(state, "flushsync: 8 sources and 12 outputs in flight", all, kNoAim);
     }
     component->disable();
 }
@@ -177,5 +140,3 @@ BENCHMARK(flushsync)->Iterations(1);
 
 }  // namespace
 }  // namespace qoz::bench
-
-BENCHMARK_MAIN();

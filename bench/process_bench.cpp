@@ -1,181 +1,118 @@
-// The component's own share of a frame: process() of one source packet, with a converter and a
-// service that do nothing, as a multiple of straight code that duplicates and closes the same
-// descriptors, makes the same records and keeps the same maps. Both sides in turn within one run,
-// medians of rounds.
-#include <aidlcommonsupport/NativeHandle.h>
-#include <benchmark/benchmark.h>
-#include <fcntl.h>
-#include <host/control.h>
-#include <qoz/VppComponent.h>
-#include <ui/GraphicBufferMapper.h>
-
+// The component's own share of a frame: process() of one source packet and of one output buffer,
+// with a converter and a service that do nothing, against plain statements that do what any
+// component must (support/Floor.h). And how often each side asks the heap, and what for.
 #include <algorithm>
-#include <chrono>
-#include <set>
-#include <unordered_map>
 
-#include "support/NullSession.h"
+#include "support/Allocations.h"
+#include "support/Feed.h"
+#include "support/Floor.h"
+#include "support/Rounds.h"
 
 namespace qoz::bench {
 namespace {
 
-using android::ConfigParams;
-using android::GraphicBuffer;
-using android::QOZBufferInfo;
-using android::sp;
-using Clock = std::chrono::steady_clock;
+constexpr int kFrames = 2000;  // a round
+constexpr double kAim = 1.3;
 
-constexpr uint32_t kW = 1280;
-constexpr uint32_t kH = 720;
-constexpr int kRounds = 15;
-constexpr int kFramesPerRound = 2000;
-
-// Nanoseconds a frame.
-template <typename Frame>
-double timeFrames(Frame frame) {
-    Clock::duration spent{};
-    for (int n = 0; n < kFramesPerRound; ++n)
-        spent += frame();
-    return std::chrono::duration<double, std::nano>(spent).count() / kFramesPerRound;
+// What asks for so many bytes on this path. Sizes that two of them share say so.
+const char* reasonFor(size_t bytes) {
+    constexpr size_t kNode = 2 * sizeof(void*);  // of a list; of a hash map, with its key
+    constexpr size_t kMeta = sizeof(vpp::VppMetaBuffer);
+    switch (bytes) {
+        case sizeof(ndk::ScopedFileDescriptor):
+            return "descriptor_vector";
+        case kNode + sizeof(void*):
+            return "held_slot_or_target_node";
+        case kNode + 3 * sizeof(void*):
+            return "side_buffers_node";
+        case 31:  // the smallest that a string of more than 15 characters grows to
+            return "metabuffer_name";
+        case kMeta:
+        case 2 * kMeta:
+        case 3 * kMeta:
+        case 4 * kMeta:
+            return "metabuffer_vector";
+        default:
+            return "other";
+    }
 }
 
-// Feeds frames through a component and gives each back to its pool outside the measured time.
-class ProcessSide {
+template <typename Side>
+void countAllocations(benchmark::State& state, const std::string& who, Side& side) {
+    constexpr int kCounted = 8;
+    Allocations allocations;
+    for (int n = 0; n < kCounted; ++n)
+        side.send();
+    const auto found = allocations.stop();
+    for (int n = 0; n < kCounted; ++n)
+        side.returnInput();
+    for (const auto& [bytes, calls] : found) {
+        const double each = static_cast<double>(calls) / kCounted;
+        state.counters[who + "_allocs_per_frame"] += each;
+        state.counters[who + "_" + reasonFor(bytes)] += each;
+    }
+}
+
+// Sees the native handles that its caller has made for one record.
+class HandleSession : public NullSession {
   public:
-    explicit ProcessSide(bool sideBuffers) : mService(mSession) {
-        host::setProperty("debug.vpp.frc.game.ext.mbi", sideBuffers ? "true" : "false");
-        mComponent->enable("bench", &mClient, false);
-        mComponent->config(kW, kH, 1, ConfigParams{1, 0, 1, 0}, true);
-        for (auto& source : mSources)
-            source = new GraphicBuffer(kW, kH, 1, 0x300);
-        for (int i = 0; i < 8; ++i)
-            (void)frame();
+    uint64_t most = 0;
+    Status queueBuf(Port, const vpp::VppBuffer&, Error*) override {
+        most = std::max(most, host::counters().nativeHandlesLive);
+        return Status::ok();
     }
-    ~ProcessSide() { mComponent->disable(); }
-
-    Clock::duration frame() {
-        mTimestamp += 16000000;
-        std::vector<QOZBufferInfo> packet{
-            {static_cast<int32_t>(mNext), mSources[mNext], nullptr, mTimestamp, {}}};
-        mNext = (mNext + 1) % mSources.size();
-        const auto begin = Clock::now();
-        mComponent->process(&packet, nullptr);
-        const auto spent = Clock::now() - begin;
-        vpp::VppBuffer returned;
-        returned.timestamp = static_cast<uint64_t>(mTimestamp / 1000);
-        returned.cookie = 0x10000;
-        vpp::VppError result = vpp::VppError::VPP_OK;
-        (void)mSession->callbacks->inputBufferDone(returned, &result);
-        return spent;
-    }
-
-  private:
-    std::shared_ptr<NullSession> mSession = ndk::SharedRefBase::make<NullSession>();
-    NullService mService;
-    NullClient mClient;
-    std::shared_ptr<android::VppComponent> mComponent = std::make_shared<android::VppComponent>();
-    std::array<sp<GraphicBuffer>, 3> mSources;
-    size_t mNext = 0;
-    int64_t mTimestamp = 0;
 };
 
-// The same work as plain statements.
-class FloorSide {
-  public:
-    explicit FloorSide(bool sideBuffers) {
-        mBuffers.emplace_back(new GraphicBuffer(kW, kH, 0x7FA30C06, 0x300));
-        if (!sideBuffers) return;
-        for (int i = 0; i < 2; ++i)
-            mBuffers.emplace_back(new GraphicBuffer(80, 45, 1, 0x300));
-        mBuffers.emplace_back(new GraphicBuffer(kW / 2, kH / 2, 0x7FA30C06, 0x300));
-    }
+// They come from calloc(), so that operator new does not see them.
+void countHandles(benchmark::State& state, bool sideBuffers) {
+    const auto session = ndk::SharedRefBase::make<HandleSession>();
+    Feed feed({.sideBuffers = sideBuffers, .session = session});
+    const uint64_t before = host::counters().nativeHandlesLive;
+    session->most = 0;
+    feed.send();
+    state.counters["ours_native_handles"] = static_cast<double>(session->most - before);
+}
 
-    Clock::duration frame() {
-        ++mTimestamp;
-        const auto begin = Clock::now();
-        takeAndKeep();
-        queue();
-        const auto spent = Clock::now() - begin;
-        mFree.insert(mTimestamp);
-        return spent;
-    }
+template <typename Side>
+double sourceRound(Side& side) {
+    return timeCalls(
+        reduced(kFrames), [&] { side.send(); }, [&] { side.returnInput(); });
+}
 
-  private:
-    // The pool's maps: the oldest free entry goes, this frame's comes; one for each pool.
-    void takeAndKeep() {
-        if (!mFree.empty()) {
-            mInFlight.erase(*mFree.begin());
-            mSideInFlight.erase(*mFree.begin());
-            mFree.erase(mFree.begin());
-        }
-        mInFlight.emplace(mTimestamp, mBuffers[0]);
-        if (mBuffers.size() == 4) {
-            mSideInFlight.emplace(mTimestamp, std::tuple(mBuffers[1], mBuffers[2], mBuffers[3]));
-        }
-    }
-
-    void share(const sp<GraphicBuffer>& buffer, aidl::android::hardware::common::NativeHandle* to,
-               uint32_t* size) {
-        native_handle_t* handle = native_handle_create(1, 0);
-        uint64_t bytes = 0;
-        mMapper.getAllocationSize(buffer->handle, &bytes);
-        *size = static_cast<uint32_t>(bytes);
-        handle->data[0] = fcntl(buffer->handle->data[0], F_DUPFD_CLOEXEC, 0);
-        *to = android::makeToAidl(handle);
-        native_handle_delete(handle);
-    }
-
-    void queue() {
-        static constexpr std::array kNames{"vpp.metabuf.mv.fw", "vpp.metabuf.mv.bw",
-                                           "vpp.metabuf.scale.0p5"};
-        vpp::VppBuffer record;
-        record.metaBuffers.resize(mBuffers.size() - 1);
-        for (size_t i = 0; i < record.metaBuffers.size(); ++i) {
-            record.metaBuffers[i].metaName = kNames[i];
-            share(mBuffers[i + 1], &record.metaBuffers[i].metaHandle,
-                  &record.metaBuffers[i].metaAllocLen);
-        }
-        share(mBuffers[0], &record.pixelHandle, &record.pixelAllocLen);
-        record.timestamp = mTimestamp;
-        vpp::VppError result = vpp::VppError::VPP_OK;
-        (void)mSession->queueBuf(vpp::VppPort::INPUT, record, &result);
-    }
-
-    std::shared_ptr<vpp::IVpp> mSession = ndk::SharedRefBase::make<NullSession>();
-    android::GraphicBufferMapper& mMapper = android::GraphicBufferMapper::getInstance();
-    std::vector<sp<GraphicBuffer>> mBuffers;
-    std::unordered_map<uint64_t, sp<GraphicBuffer>> mInFlight;
-    std::unordered_map<uint64_t,
-                       std::tuple<sp<GraphicBuffer>, sp<GraphicBuffer>, sp<GraphicBuffer>>>
-        mSideInFlight;
-    std::set<uint64_t> mFree;
-    uint64_t mTimestamp = 0;
-};
+template <typename Side>
+double outputRound(Side& side) {
+    // None is returned: that would wake the worker, which would run beside what is measured.
+    return timeCalls(
+        reduced(kFrames), [&] { side.lend(); }, [] {});
+}
 
 // Argument: whether frames carry side buffers.
 void sourcePacket(benchmark::State& state) {
     const bool sideBuffers = state.range(0) != 0;
-    ProcessSide process(sideBuffers);
-    FloorSide floor(sideBuffers);
+    Feed feed({.sideBuffers = sideBuffers});
+    Floor floor(sideBuffers);
     for (auto _ : state) {
-        std::vector<double> ratios, ours, bare;
-        for (int round = 0; round < kRounds; ++round) {
-            ours.push_back(timeFrames([&] { return process.frame(); }));
-            bare.push_back(timeFrames([&] { return floor.frame(); }));
-            ratios.push_back(ours.back() / bare.back());
-        }
-        for (auto* values : {&ratios, &ours, &bare})
-            std::sort(values->begin(), values->end());
-        state.counters["process_ns"] = ours[kRounds / 2];
-        state.counters["floor_ns"] = bare[kRounds / 2];
-        state.counters["ratio"] = ratios[kRounds / 2];
-        state.counters["ratio_min"] = ratios.front();
-        state.counters["ratio_max"] = ratios.back();
+        const Rounds all =
+            inTurn([&] { return sourceRound(feed); }, [&] { return sourceRound(floor); });
+        report(state, sideBuffers ? "process: source with side buffers" : "process: source, plain",
+               all, kAim);
+        countAllocations(state, "ours", feed);
+        countAllocations(state, "floor", floor);
+        countHandles(state, sideBuffers);
     }
 }
-BENCHMARK(sourcePacket)->ArgName("side_buffers")->Arg(0)->Arg(1)->Iterations(1);
+BENCHMARK(sourcePacket)->Arg(0)->Arg(1)->Iterations(1);
+
+void outputBuffer(benchmark::State& state) {
+    Feed feed({.sideBuffers = false});
+    Floor floor(false);
+    for (auto _ : state) {
+        const Rounds all =
+            inTurn([&] { return outputRound(feed); }, [&] { return outputRound(floor); });
+        report(state, "process: output buffer", all, kAim);
+    }
+}
+BENCHMARK(outputBuffer)->Iterations(1);
 
 }  // namespace
 }  // namespace qoz::bench
-
-BENCHMARK_MAIN();

@@ -1,0 +1,190 @@
+// From the service's outputBufferDone to the client's onBufferDone, against a bare hand-over of the
+// same record between two threads; and how long outputBufferDone holds its binder thread while the
+// client's callback takes its time.
+#include <pthread.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <semaphore>
+#include <thread>
+
+#include "support/Feed.h"
+#include "support/Rounds.h"
+
+namespace qoz::bench {
+namespace {
+
+using namespace std::chrono_literals;
+
+// Notes when it is called.
+class Arrival final : public android::IQOZCallback {
+  public:
+    Clock::time_point await() {
+        mCame.acquire();
+        return mAt;
+    }
+    void onBufferDone(uint32_t, int32_t, uint32_t, uint64_t) override {
+        mAt = Clock::now();
+        mCame.release();
+    }
+    void onConfigChanged(std::set<uint32_t>) override {}
+
+  private:
+    Clock::time_point mAt;
+    std::binary_semaphore mCame{0};
+};
+
+// One lock, one condition, one queue: a thread of the worker's scheduling class calls the client
+// with what it is handed. It wakes once for each.
+class BareHandOver {
+  public:
+    explicit BareHandOver(android::IQOZCallback& client) : mClient(client) {
+        const sched_param priority{.sched_priority = 2};
+        (void)pthread_setschedparam(mThread.native_handle(), SCHED_FIFO, &priority);
+    }
+    ~BareHandOver() {
+        give({.slot = -1});
+        mThread.join();
+    }
+    BareHandOver(const BareHandOver&) = delete;
+    BareHandOver& operator=(const BareHandOver&) = delete;
+
+    struct Record {
+        int32_t slot = 0;
+        uint32_t valid = 1;
+        uint64_t timestamp = 0;
+    };
+    void give(const Record& record) {
+        const std::lock_guard lock(mLock);
+        mQueue.push_back(record);
+        mCond.notify_one();
+    }
+
+  private:
+    void serve() {
+        for (;;) {
+            std::unique_lock lock(mLock);
+            mCond.wait(lock, [this] { return !mQueue.empty(); });
+            const Record next = mQueue.front();
+            mQueue.pop_front();
+            lock.unlock();
+            if (next.slot < 0) return;
+            mClient.onBufferDone(0, next.slot, next.valid, next.timestamp);
+        }
+    }
+
+    android::IQOZCallback& mClient;
+    std::mutex mLock;
+    std::condition_variable mCond;
+    std::deque<Record> mQueue;
+    std::thread mThread{[this] { serve(); }};
+};
+
+// Nanoseconds from the call to the client's. The receiving thread has gone to sleep before.
+template <typename Give>
+double timeArrival(Arrival& client, Give give) {
+    std::this_thread::sleep_for(50us);
+    const auto begin = Clock::now();
+    give();
+    return nanoseconds(client.await() - begin);
+}
+
+// Argument: the percentile.
+void delivery(benchmark::State& state) {
+    constexpr int kSamples = 1000;  // a round, in turn
+    const auto percent = static_cast<int>(state.range(0));
+    Arrival client;
+    Feed feed({.sideBuffers = false, .entries = 0, .client = &client});
+    BareHandOver bare(client);
+    for (auto _ : state) {
+        Rounds all;
+        for (int round = 0; round < rounds(); ++round) {
+            std::vector<double> ours, peer;
+            for (int n = 0; n < reduced(kSamples); ++n) {
+                feed.lend();
+                ours.push_back(timeArrival(client, [&] { feed.returnOutput(0); }));
+                peer.push_back(timeArrival(client, [&] { bare.give({}); }));
+            }
+            all.add(percentile(ours, percent / 100.0), percentile(peer, percent / 100.0));
+        }
+        report(state, "delivery: outputBufferDone to onBufferDone, p" + std::to_string(percent),
+               all, percent == 50 ? 1.2 : 1.5);
+    }
+}
+BENCHMARK(delivery)->Arg(50)->Arg(99)->Iterations(1);
+
+// Takes ten milliseconds over slot 0, and none over the others.
+class BusyClient final : public android::IQOZCallback {
+  public:
+    bool busy() const { return mBusy; }
+    void awaitBusy() { mEntered.acquire(); }
+    void await(int deliveries) {
+        for (int n = 0; n < deliveries; ++n)
+            mDelivered.acquire();
+    }
+    void onBufferDone(uint32_t, int32_t slot, uint32_t, uint64_t) override {
+        if (slot == 0) {
+            mBusy = true;
+            mEntered.release();
+            std::this_thread::sleep_for(10ms);
+            mBusy = false;
+        }
+        mDelivered.release();
+    }
+    void onConfigChanged(std::set<uint32_t>) override {}
+
+  private:
+    std::atomic<bool> mBusy = false;
+    std::binary_semaphore mEntered{0};
+    std::counting_semaphore<> mDelivered{0};
+};
+
+// One callback of ten milliseconds, and as many calls from a binder thread while it lasts; only
+// those that began and ended within it count.
+void sampleHeld(Feed& feed, BusyClient& client, std::vector<double>& held) {
+    constexpr int32_t kCalls = 48;
+    for (int32_t slot = 0; slot <= kCalls; ++slot)
+        feed.lend(slot);
+    feed.returnOutput(0);
+    client.awaitBusy();
+    for (int32_t slot = 1; slot <= kCalls; ++slot) {
+        std::this_thread::sleep_for(50us);
+        const bool before = client.busy();
+        const auto begin = Clock::now();
+        feed.returnOutput(slot);
+        const double spent = nanoseconds(Clock::now() - begin);
+        if (before && client.busy()) held.push_back(spent);
+    }
+    client.await(kCalls + 1);
+}
+
+void heldBinderThread(benchmark::State& state) {
+    constexpr int kCallbacks = 80;  // a round
+    constexpr double kLimitNs = 100000;
+    BusyClient client;
+    Feed feed({.sideBuffers = false, .entries = 0, .client = &client});
+    for (auto _ : state) {
+        std::vector<double> all, ofRounds;
+        for (int round = 0; round < rounds(); ++round) {
+            std::vector<double> held;
+            for (int n = 0; n < reduced(kCallbacks); ++n)
+                sampleHeld(feed, client, held);
+            all.insert(all.end(), held.begin(), held.end());
+            ofRounds.push_back(percentile(held, 0.999));
+        }
+        state.SetLabel("delivery: binder thread held while the client takes 10 ms, p99.9");
+        state.counters["ours_ns"] = percentile(all, 0.999);
+        state.counters["ours_min_ns"] = percentile(ofRounds, 0);
+        state.counters["ours_max_ns"] = percentile(ofRounds, 1);
+        state.counters["limit_ns"] = kLimitNs;
+        state.counters["p50_ns"] = median(all);
+        state.counters["p99_ns"] = percentile(all, 0.99);
+        state.counters["samples"] = static_cast<double>(all.size());
+    }
+}
+BENCHMARK(heldBinderThread)->Iterations(1);
+
+}  // namespace
+}  // namespace qoz::bench

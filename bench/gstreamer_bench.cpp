@@ -1,0 +1,237 @@
+// A buffer's way through the component against the same pass-through in GStreamer, eight buffers in
+// flight on both sides.
+//
+// GStreamer: `appsrc ! queue ! appsink`. For each buffer one duplicated descriptor, wrapped by its
+// allocator for such memory, one buffer around it, two hand-overs between threads (the source's,
+// the queue's), and the sink's callback, which pulls the buffer and lets it go: the descriptor is
+// closed.
+//
+// Ours, passed through: process() of an NV12 source, for which one descriptor is duplicated and
+// closed, two hand-overs (the service's thread, the component's worker), and the client's
+// onBufferDone(). Ours, a whole frame: process() of an RGBA source, converted by nothing, and of an
+// output buffer, two descriptors, the return of both, the same hand-overs.
+//
+// No pixel is touched. The component's worker has its real-time priority, where it may.
+#include <fcntl.h>
+#include <gst/allocators/gstfdmemory.h>
+#include <gst/app/gstappsink.h>
+#include <gst/app/gstappsrc.h>
+
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <semaphore>
+#include <thread>
+
+#include "support/Feed.h"
+#include "support/Rounds.h"
+
+namespace qoz::bench {
+namespace {
+
+constexpr int kBuffers = 5000;  // a round
+constexpr int kInFlight = 8;
+constexpr double kAim = 1.0;
+
+// Places for buffers in flight: taken by who feeds, given back by who receives.
+class Places {
+  public:
+    void take() { mFree.acquire(); }
+    void giveBack() { mFree.release(); }
+    void awaitAll() {
+        for (int n = 0; n < kInFlight; ++n)
+            take();
+        mFree.release(kInFlight);
+    }
+
+  private:
+    std::counting_semaphore<kInFlight> mFree{kInFlight};
+};
+
+template <typename Feeding>
+double throughputRound(Places& places, Feeding feed) {
+    const int buffers = reduced(kBuffers);
+    const auto begin = Clock::now();
+    for (int n = 0; n < buffers; ++n) {
+        places.take();
+        feed();
+    }
+    places.awaitAll();
+    return nanoseconds(Clock::now() - begin) / buffers;
+}
+
+// Hands every frame back from a thread of its own: the source itself when nothing else is lent
+// (that is a pass-through), else the oldest output buffer.
+class ReturningSession : public NullSession {
+  public:
+    explicit ReturningSession(bool passes) : mPasses(passes) {}
+    ~ReturningSession() override {
+        {
+            const std::lock_guard lock(mLock);
+            mEnd = true;
+            mCond.notify_one();
+        }
+        mThread.join();
+    }
+
+    Status queueBuf(Port port, const vpp::VppBuffer& buffer, Error*) override {
+        const std::lock_guard lock(mLock);
+        if (port == Port::OUTPUT) {
+            mLent.push_back(buffer.cookie);
+            return Status::ok();
+        }
+        mSources.push_back({buffer.timestamp, buffer.cookie});
+        mCond.notify_one();
+        return Status::ok();
+    }
+
+  private:
+    struct Source {
+        uint64_t timestamp;
+        int64_t cookie;
+    };
+
+    void serve() {
+        std::unique_lock lock(mLock);
+        for (;;) {
+            mCond.wait(lock, [this] { return mEnd || !mSources.empty(); });
+            if (mEnd) return;
+            const Source source = mSources.front();
+            mSources.pop_front();
+            int64_t filled = source.cookie;
+            if (!mPasses) {
+                filled = mLent.front();
+                mLent.pop_front();
+            }
+            lock.unlock();
+            giveBack(source, filled);
+            lock.lock();
+        }
+    }
+
+    void giveBack(const Source& source, int64_t filled) {
+        vpp::VppError result = vpp::VppError::VPP_OK;
+        vpp::VppBuffer record;
+        record.timestamp = source.timestamp;
+        record.cookie = source.cookie;
+        if (!mPasses) (void)callbacks->inputBufferDone(record, &result);
+        record.cookie = filled;
+        record.pixelFilledLen = 1;
+        (void)callbacks->outputBufferDone(record, &result);
+    }
+
+    const bool mPasses;
+    std::mutex mLock;
+    std::condition_variable mCond;
+    std::deque<Source> mSources;
+    std::deque<int64_t> mLent;
+    bool mEnd = false;
+    std::thread mThread{[this] { serve(); }};
+};
+
+class ReceivingClient final : public android::IQOZCallback {
+  public:
+    explicit ReceivingClient(Places& places) : mPlaces(places) {}
+    void onBufferDone(uint32_t port, int32_t, uint32_t, uint64_t) override {
+        if (port == 0) mPlaces.giveBack();
+    }
+    void onConfigChanged(std::set<uint32_t>) override {}
+
+  private:
+    Places& mPlaces;
+};
+
+class Component {
+  public:
+    explicit Component(bool passes) : mPasses(passes) {}
+
+    double round() {
+        return throughputRound(mPlaces, [this] {
+            if (!mPasses) mFeed.lend(mSlot = (mSlot + 1) % kInFlight);
+            mFeed.send();
+        });
+    }
+
+  private:
+    const bool mPasses;
+    int32_t mSlot = 0;
+    Places mPlaces;
+    ReceivingClient mClient{mPlaces};
+    Feed mFeed{{.sideBuffers = false,
+                .entries = 0,
+                .session = ndk::SharedRefBase::make<ReturningSession>(mPasses),
+                .client = &mClient,
+                .format = mPasses ? kNv12 : kRgba}};
+};
+
+struct Unref {
+    void operator()(void* object) const { gst_object_unref(object); }
+};
+template <typename Type>
+using Owned = std::unique_ptr<Type, Unref>;
+
+class Pipeline {
+  public:
+    Pipeline() {
+        // Limits off: the places are the limit. Nothing waits for a clock or a first buffer.
+        mPipeline.reset(
+            gst_parse_launch("appsrc name=in format=time emit-signals=false max-bytes=0 ! "
+                             "queue max-size-buffers=0 max-size-bytes=0 max-size-time=0 ! "
+                             "appsink name=out sync=false async=false",
+                             nullptr));
+        mIn.reset(gst_bin_get_by_name(GST_BIN(mPipeline.get()), "in"));
+        mOut.reset(gst_bin_get_by_name(GST_BIN(mPipeline.get()), "out"));
+        GstAppSinkCallbacks callbacks{};
+        callbacks.new_sample = &Pipeline::onSample;
+        gst_app_sink_set_callbacks(GST_APP_SINK(mOut.get()), &callbacks, &mPlaces, nullptr);
+        gst_element_set_state(mPipeline.get(), GST_STATE_PLAYING);
+    }
+    ~Pipeline() { gst_element_set_state(mPipeline.get(), GST_STATE_NULL); }
+
+    double round() {
+        return throughputRound(mPlaces, [this] { push(); });
+    }
+
+  private:
+    void push() {
+        const int fd = fcntl(mMemory->handle->data[0], F_DUPFD_CLOEXEC, 0);
+        GstBuffer* buffer = gst_buffer_new();
+        gst_buffer_append_memory(
+            buffer, gst_fd_allocator_alloc(mAllocator.get(), fd, mBytes, GST_FD_MEMORY_FLAG_NONE));
+        GST_BUFFER_PTS(buffer) = mTimestamp += 16000000;
+        gst_app_src_push_buffer(GST_APP_SRC(mIn.get()), buffer);
+    }
+
+    static GstFlowReturn onSample(GstAppSink* sink, gpointer places) {
+        gst_sample_unref(gst_app_sink_pull_sample(sink));
+        static_cast<Places*>(places)->giveBack();
+        return GST_FLOW_OK;
+    }
+
+    static constexpr gsize mBytes = gsize{kWidth} * kHeight * 3 / 2;
+    Places mPlaces;
+    const android::sp<android::GraphicBuffer> mMemory = makeBuffer(kWidth, kHeight, kNv12);
+    const Owned<GstAllocator> mAllocator{gst_fd_allocator_new()};
+    Owned<GstElement> mPipeline, mIn, mOut;
+    GstClockTime mTimestamp = 0;
+};
+
+// Argument: whether the source itself is passed through.
+void passThrough(benchmark::State& state) {
+    const bool passes = state.range(0) != 0;
+    gst_init(nullptr, nullptr);
+    Component component(passes);
+    Pipeline pipeline;
+    for (auto _ : state) {
+        const Rounds all =
+            inTurn([&] { return component.round(); }, [&] { return pipeline.round(); });
+        report(state,
+               passes ? "GStreamer: a buffer passed through"
+                      : "GStreamer: source and output buffer against one passed through",
+               all, kAim);
+    }
+}
+BENCHMARK(passThrough)->Arg(1)->Arg(0)->Iterations(1);
+
+}  // namespace
+}  // namespace qoz::bench

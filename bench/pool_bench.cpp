@@ -1,0 +1,37 @@
+// Reuse in the pools of internal buffers: a frame draws the oldest free target and side buffers and
+// gives them back, with 16 and with 256 entries free against 1.
+#include "support/Feed.h"
+#include "support/Rounds.h"
+
+namespace qoz::bench {
+namespace {
+
+constexpr int kFrames = 2000;  // a round
+
+// process() of a source packet and the return of its buffers.
+double reuseRound(Feed& feed) {
+    return timeCalls(
+        reduced(kFrames),
+        [&] {
+            feed.send();
+            feed.returnInput();
+        },
+        [] {});
+}
+
+// Argument: free entries.
+void reuse(benchmark::State& state) {
+    const auto entries = static_cast<int>(state.range(0));
+    Feed many({.entries = entries});
+    Feed one({.entries = 1});
+    for (auto _ : state) {
+        const Rounds all =
+            inTurn([&] { return reuseRound(many); }, [&] { return reuseRound(one); });
+        report(state, "pools: reuse with " + std::to_string(entries) + " free against 1", all,
+               kNoAim);
+    }
+}
+BENCHMARK(reuse)->Arg(16)->Arg(256)->Iterations(1);
+
+}  // namespace
+}  // namespace qoz::bench

@@ -1,0 +1,55 @@
+#include "support/Allocations.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+constexpr size_t kSizes = 4096;  // larger ones are counted under the last
+
+struct Counter {
+    bool on = false;
+    std::array<uint64_t, kSizes> calls{};
+};
+thread_local Counter tCounter;
+
+void* take(size_t bytes) noexcept {
+    if (tCounter.on) ++tCounter.calls[std::min(bytes, kSizes - 1)];
+    return std::malloc(bytes == 0 ? 1 : bytes);
+}
+
+}  // namespace
+
+void* operator new(size_t bytes) {
+    if (void* memory = take(bytes)) return memory;
+    throw std::bad_alloc();
+}
+void* operator new(size_t bytes, const std::nothrow_t&) noexcept {
+    return take(bytes);
+}
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, size_t) noexcept {
+    std::free(memory);
+}
+
+namespace qoz::bench {
+
+Allocations::Allocations() {
+    tCounter.calls.fill(0);
+    tCounter.on = true;
+}
+
+std::map<size_t, uint64_t> Allocations::stop() {
+    tCounter.on = false;
+    std::map<size_t, uint64_t> found;
+    for (size_t size = 0; size < kSizes; ++size) {
+        if (tCounter.calls[size] != 0) found[size] = tCounter.calls[size];
+    }
+    return found;
+}
+
+}  // namespace qoz::bench

@@ -1,0 +1,31 @@
+// Every bench's main(): the log's diagnostics would only stand between the figures.
+#include <android/log.h>
+#include <benchmark/benchmark.h>
+#include <host/control.h>
+#include <sys/resource.h>
+
+#include <cstdio>
+
+namespace {
+
+// More buffers than the usual limit of descriptors allows for.
+void raiseDescriptorLimit() {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+    limit.rlim_cur = limit.rlim_max;
+    (void)setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    raiseDescriptorLimit();
+    qoz::host::setLogSink([](const qoz::host::LogLine& line) {
+        if (line.priority >= ANDROID_LOG_ERROR) std::fprintf(stderr, "%s\n", line.text.c_str());
+    });
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
