@@ -14,8 +14,9 @@ namespace {
 
 using Feeds = std::vector<std::unique_ptr<Feed>>;
 
-constexpr int kFrames = 8000;  // a round, over all components
-constexpr double kAim = 1.2;   // for 16 of them
+constexpr int kSamples = 20;  // a round
+constexpr int kFrames = 640;  // a sample, over all components
+constexpr double kAim = 1.2;  // for 16 of them
 
 struct Cost {
     double wall = 0;  // nanoseconds a frame
@@ -31,22 +32,21 @@ double threadCpu() {
 // Every `step`th component from `first` on, a frame each in turn.
 Cost feedShare(const Feeds& feeds, size_t first, size_t step, int frames) {
     const double cpu = threadCpu();
-    const auto begin = Clock::now();
     size_t at = first;
-    for (int n = 0; n < frames; ++n) {
+    const double wall = timeCalls(frames, [&] {
         Feed& feed = *feeds[at];
         feed.send();
         feed.lend();
         feed.returnInput();
         at = at + step < feeds.size() ? at + step : first;
-    }
-    return {nanoseconds(Clock::now() - begin) / frames, (threadCpu() - cpu) / frames};
+    });
+    return {wall, (threadCpu() - cpu) / frames};
 }
 
 // What a frame costs the thread that feeds it, in the mean over the threads.
 Cost feedAll(const Feeds& feeds) {
     const size_t threads = std::min<size_t>(2, feeds.size());
-    const int frames = reduced(kFrames) / static_cast<int>(threads);
+    const int frames = kFrames / static_cast<int>(threads);
     std::vector<Cost> costs(threads);
     std::latch start(static_cast<std::ptrdiff_t>(threads));
     std::vector<std::thread> running;
@@ -80,6 +80,7 @@ void components(benchmark::State& state) {
     for (auto _ : state) {
         Rounds cpu;
         const Rounds wall = inTurn(
+            kSamples,
             [&] {
                 const Cost cost = feedAll(several);
                 cpu.ours.push_back(cost.cpu);

@@ -65,15 +65,6 @@ struct Straight {
     uint8_t *source, *target, *half;
 };
 
-template <typename Frame>
-double convertRound(Frame frame) {
-    const int frames = reduced(kFrames);
-    const auto begin = Clock::now();
-    for (int n = 0; n < frames; ++n)
-        frame();
-    return nanoseconds(Clock::now() - begin) / frames;
-}
-
 // Arguments: width and height.
 void converter(benchmark::State& state) {
     const auto width = static_cast<uint32_t>(state.range(0));
@@ -88,8 +79,9 @@ void converter(benchmark::State& state) {
     };
     convert();  // the pages come with the first touch
     for (auto _ : state) {
-        const Rounds all = inTurn([&] { return convertRound(convert); },
-                                  [&] { return convertRound([&] { straight.frame(); }); });
+        const Rounds all = inTurn(
+            kFrames, [&] { return timeCalls(1, convert); },
+            [&] { return timeCalls(1, [&] { straight.frame(); }); });
         report(state, "converter: NV12 and half-size copy, " + std::to_string(height) + "p", all,
                kAim);
     }

@@ -93,22 +93,19 @@ double timeArrival(Arrival& client, Give give) {
 
 // Argument: the percentile.
 void delivery(benchmark::State& state) {
-    constexpr int kSamples = 1000;  // a round, in turn
+    constexpr int kSamples = 1000;  // a round
     const auto percent = static_cast<int>(state.range(0));
     Arrival client;
     Feed feed({.sideBuffers = false, .entries = 0, .client = &client});
     BareHandOver bare(client);
     for (auto _ : state) {
-        Rounds all;
-        for (int round = 0; round < rounds(); ++round) {
-            std::vector<double> ours, peer;
-            for (int n = 0; n < reduced(kSamples); ++n) {
+        const Rounds all = inTurn(
+            kSamples,
+            [&] {
                 feed.lend();
-                ours.push_back(timeArrival(client, [&] { feed.returnOutput(0); }));
-                peer.push_back(timeArrival(client, [&] { bare.give({}); }));
-            }
-            all.add(percentile(ours, percent / 100.0), percentile(peer, percent / 100.0));
-        }
+                return timeArrival(client, [&] { feed.returnOutput(0); });
+            },
+            [&] { return timeArrival(client, [&] { bare.give({}); }); }, percent / 100.0);
         report(state, "delivery: outputBufferDone to onBufferDone, p" + std::to_string(percent),
                all, percent == 50 ? 1.2 : 1.5);
     }

@@ -1,6 +1,6 @@
 // How long flushsync() blocks the client with 8 source frames and 12 output buffers in flight, less
-// the time that the service took to answer; as a multiple of a bare hand-over between two threads,
-// there and back, in the same run.
+// the time that the service took to answer; against a bare hand-over between two threads, there and
+// back, and the end of as many internal buffers.
 #include <condition_variable>
 #include <mutex>
 
@@ -81,10 +81,11 @@ void fill(android::VppComponent& component, std::vector<sp<GraphicBuffer>>& buff
     }
 }
 
-class HandOver {
+// There and back between two threads; then the buffers of the pools end, as a flush has them do.
+class Bare {
   public:
-    // There and back.
     double measure() {
+        std::vector<sp<GraphicBuffer>> pooled = makePooled();
         bool back = false;
         const auto begin = Clock::now();
         mHand.give([&] {
@@ -92,12 +93,28 @@ class HandOver {
             back = true;
             mCond.notify_one();
         });
-        std::unique_lock held(mLock);
-        mCond.wait(held, [&] { return back; });
+        {
+            std::unique_lock held(mLock);
+            mCond.wait(held, [&] { return back; });
+        }
+        pooled.clear();
         return nanoseconds(Clock::now() - begin);
     }
 
   private:
+    // A target and a half-size copy for each source; vectors for all but the first.
+    static std::vector<sp<GraphicBuffer>> makePooled() {
+        std::vector<sp<GraphicBuffer>> pooled;
+        for (int i = 0; i < kSources; ++i) {
+            pooled.push_back(makeBuffer(64, 64, kNv12));
+            pooled.push_back(makeBuffer(32, 32, kNv12));
+            if (i == 0) continue;
+            pooled.push_back(makeBuffer(4, 4, kRgba));
+            pooled.push_back(makeBuffer(4, 4, kRgba));
+        }
+        return pooled;
+    }
+
     Hand mHand;
     std::mutex mLock;
     std::condition_variable mCond;
@@ -121,17 +138,11 @@ void flushsync(benchmark::State& state) {
     std::vector<sp<GraphicBuffer>> buffers;
     for (int i = 0; i < kSources + kOutputs; ++i)
         buffers.push_back(makeBuffer(64, 64, i < kSources ? kRgba : kNv12));
-    HandOver bare;
+    Bare bare;
     for (auto _ : state) {
-        Rounds all;
-        for (int round = 0; round < rounds(); ++round) {
-            std::vector<double> ours, peer;
-            for (int n = 0; n < reduced(kFlushes); ++n) {
-                ours.push_back(measureFlush(*component, *session, buffers));
-                peer.push_back(bare.measure());
-            }
-            all.add(median(ours), median(peer));
-        }
+        const Rounds all = inTurn(
+            kFlushes, [&] { return measureFlush(*component, *session, buffers); },
+            [&] { return bare.measure(); });
         report(state, "flushsync: 8 sources and 12 outputs in flight", all, kNoAim);
     }
     component->disable();

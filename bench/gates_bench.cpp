@@ -1,15 +1,14 @@
 // What the log statements and trace points of one frame cost while both are off, as a share of
-// process(). How many a frame passes is counted, with both on, by what comes out: one message for
-// each log statement, one event for each test of a trace point (a marker makes two but tests once
-// while it is off, so that this counts one too many). What one that is off costs is measured with
-// the library's own macros, in the same run.
-#include <android/log.h>
+// process(). How many a frame passes is counted, with both on, by the messages and the events that
+// come out. What passing one costs that is off is measured with the library's own macros, in the
+// same run; the loop around it counts as its cost.
+#include <unistd.h>
 
 #include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <optional>
+#include <string_view>
 
 #include "pipeline/TraceMarker.h"
 #include "session/Log.h"
@@ -19,22 +18,30 @@
 namespace qoz::bench {
 namespace {
 
-constexpr int kFrames = 2000;     // a round
-constexpr int kPasses = 1000000;  // of one gate, a round
+constexpr int kSamples = 100;   // a round
+constexpr int kFrames = 8;      // a sample
+constexpr int kPasses = 10000;  // of one gate, a sample
 constexpr double kAim = 0.01;
 
 struct Gates {
-    int messages = 0;
-    int events = 0;
+    int logs = 0;
+    int traces = 0;
 };
 
-int eventsIn(const std::filesystem::path& trace) {
+// Tests that the recorded events stand for. A section tests at its begin and at its end; a marker,
+// which ends as soon as it has begun, tests once before both.
+int traceGatesIn(const std::filesystem::path& trace) {
+    constexpr std::string_view kPhase = "\"ph\":\"";
     std::ifstream file(trace);
     const std::string text{std::istreambuf_iterator<char>(file), {}};
-    int events = 0;
-    for (size_t at = text.find("\"ph\""); at != std::string::npos; at = text.find("\"ph\"", at + 1))
-        ++events;
-    return events;
+    int tests = 0;
+    char last = 'E';
+    for (size_t at = text.find(kPhase); at != std::string::npos; at = text.find(kPhase, at + 1)) {
+        const char phase = text[at + kPhase.size()];
+        if (phase == 'B' || last == 'E') ++tests;
+        last = phase;
+    }
+    return tests;
 }
 
 // Those of one source packet, by a component whose diagnostics are on.
@@ -51,9 +58,9 @@ Gates countGates(bool sideBuffers) {
         host::startTrace();
         messages = 0;
         feed.send();
-        found.messages = messages;
+        found.logs = messages;
         host::stopTrace(file);
-        found.events = eventsIn(file);
+        found.traces = traceGatesIn(file);
         std::filesystem::remove(file);
     }
     host::setProperty("vendor.qoz.log.msg", "0");
@@ -76,15 +83,6 @@ class Gated {
     std::atomic<const char*> mLogName = "bench";
 };
 
-template <typename Pass>
-double passRound(Pass pass) {
-    const int passes = reduced(kPasses);
-    const auto begin = Clock::now();
-    for (int n = 0; n < passes; ++n)
-        pass();
-    return nanoseconds(Clock::now() - begin) / passes;
-}
-
 // Argument: whether the frame carries side buffers.
 void gates(benchmark::State& state) {
     const bool sideBuffers = state.range(0) != 0;
@@ -95,21 +93,22 @@ void gates(benchmark::State& state) {
     for (auto _ : state) {
         std::vector<double> logs, traces;
         const Rounds all = inTurn(
+            kSamples,
             [&] {
-                logs.push_back(passRound([&] { gated.log(); }));
-                traces.push_back(passRound([] { Gated::trace(); }));
-                return passed.messages * logs.back() + passed.events * traces.back();
+                logs.push_back(timeCalls(kPasses, [&] { gated.log(); }));
+                traces.push_back(timeCalls(kPasses, [] { Gated::trace(); }));
+                return passed.logs * logs.back() + passed.traces * traces.back();
             },
             [&] {
                 return timeCalls(
-                    reduced(kFrames), [&] { feed.send(); }, [&] { feed.returnInput(); });
+                    kFrames, [&] { feed.send(); }, [&] { feed.returnInput(); });
             });
         report(state,
                sideBuffers ? "log and trace off: share of a source with side buffers"
                            : "log and trace off: share of a plain source",
                all, kAim);
-        state.counters["log_gates"] = passed.messages;
-        state.counters["trace_gates"] = passed.events;
+        state.counters["log_gates"] = passed.logs;
+        state.counters["trace_gates"] = passed.traces;
         state.counters["log_gate_ns"] = median(logs);
         state.counters["trace_gate_ns"] = median(traces);
     }

@@ -29,7 +29,8 @@
 namespace qoz::bench {
 namespace {
 
-constexpr int kBuffers = 5000;  // a round
+constexpr int kSamples = 10;   // a round
+constexpr int kBuffers = 500;  // a sample
 constexpr int kInFlight = 8;
 constexpr double kAim = 1.0;
 
@@ -49,15 +50,14 @@ class Places {
 };
 
 template <typename Feeding>
-double throughputRound(Places& places, Feeding feed) {
-    const int buffers = reduced(kBuffers);
+double throughput(Places& places, Feeding feed) {
     const auto begin = Clock::now();
-    for (int n = 0; n < buffers; ++n) {
+    for (int n = 0; n < kBuffers; ++n) {
         places.take();
         feed();
     }
     places.awaitAll();
-    return nanoseconds(Clock::now() - begin) / buffers;
+    return nanoseconds(Clock::now() - begin) / kBuffers;
 }
 
 // Hands every frame back from a thread of its own: the source itself when nothing else is lent
@@ -145,8 +145,8 @@ class Component {
   public:
     explicit Component(bool passes) : mPasses(passes) {}
 
-    double round() {
-        return throughputRound(mPlaces, [this] {
+    double sample() {
+        return throughput(mPlaces, [this] {
             if (!mPasses) mFeed.lend(mSlot = (mSlot + 1) % kInFlight);
             mFeed.send();
         });
@@ -188,8 +188,8 @@ class Pipeline {
     }
     ~Pipeline() { gst_element_set_state(mPipeline.get(), GST_STATE_NULL); }
 
-    double round() {
-        return throughputRound(mPlaces, [this] { push(); });
+    double sample() {
+        return throughput(mPlaces, [this] { push(); });
     }
 
   private:
@@ -223,8 +223,8 @@ void passThrough(benchmark::State& state) {
     Component component(passes);
     Pipeline pipeline;
     for (auto _ : state) {
-        const Rounds all =
-            inTurn([&] { return component.round(); }, [&] { return pipeline.round(); });
+        const Rounds all = inTurn(
+            kSamples, [&] { return component.sample(); }, [&] { return pipeline.sample(); });
         report(state,
                passes ? "GStreamer: a buffer passed through"
                       : "GStreamer: source and output buffer against one passed through",

@@ -6,17 +6,15 @@
 namespace qoz::bench {
 namespace {
 
-constexpr int kFrames = 2000;  // a round
+constexpr int kBatches = 250;  // a round
+constexpr int kBatch = 8;      // frames, one after the other
 
 // process() of a source packet and the return of its buffers.
-double reuseRound(Feed& feed) {
-    return timeCalls(
-        reduced(kFrames),
-        [&] {
-            feed.send();
-            feed.returnInput();
-        },
-        [] {});
+double reuseBatch(Feed& feed) {
+    return timeCalls(kBatch, [&] {
+        feed.send();
+        feed.returnInput();
+    });
 }
 
 // Argument: free entries.
@@ -25,8 +23,8 @@ void reuse(benchmark::State& state) {
     Feed many({.entries = entries});
     Feed one({.entries = 1});
     for (auto _ : state) {
-        const Rounds all =
-            inTurn([&] { return reuseRound(many); }, [&] { return reuseRound(one); });
+        const Rounds all = inTurn(
+            kBatches, [&] { return reuseBatch(many); }, [&] { return reuseBatch(one); });
         report(state, "pools: reuse with " + std::to_string(entries) + " free against 1", all,
                kNoAim);
     }

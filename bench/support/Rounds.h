@@ -43,22 +43,22 @@ inline double median(const std::vector<double>& values) {
     return percentile(values, 0.5);
 }
 
-// Nanoseconds for one of `calls`, in batches: `undo` brings back what one call of `act` has used
-// up, outside the measured time.
+// Nanoseconds for each of so many calls of `act`; `undo` brings back what a call has used up,
+// outside the measured time.
 template <typename Act, typename Undo>
 double timeCalls(int calls, Act act, Undo undo) {
-    constexpr int kBatch = 8;
-    Clock::duration spent{};
-    const int batches = std::max(1, calls / kBatch);
-    for (int batch = 0; batch < batches; ++batch) {
-        const auto begin = Clock::now();
-        for (int n = 0; n < kBatch; ++n)
-            act();
-        spent += Clock::now() - begin;
-        for (int n = 0; n < kBatch; ++n)
-            undo();
-    }
-    return nanoseconds(spent) / (batches * kBatch);
+    const auto begin = Clock::now();
+    for (int n = 0; n < calls; ++n)
+        act();
+    const auto spent = Clock::now() - begin;
+    for (int n = 0; n < calls; ++n)
+        undo();
+    return nanoseconds(spent) / calls;
+}
+
+template <typename Act>
+double timeCalls(int calls, Act act) {
+    return timeCalls(calls, act, [] {});
 }
 
 // One value a round; the ratios are of neighbours in time.
@@ -72,18 +72,22 @@ struct Rounds {
     }
 };
 
-// Each side takes one round and returns its nanoseconds. Who begins changes from round to round.
+// Both sides in turn, one sample of each, who begins changing with every pair: what else the
+// machine does falls on both. A round is `samples` pairs, and its values are the percentiles
+// `share` of them. Each side returns the nanoseconds of one sample.
 template <typename Ours, typename Peer>
-Rounds inTurn(Ours ours, Peer peer) {
+Rounds inTurn(int samples, Ours ours, Peer peer, double share = 0.5) {
     Rounds all;
+    std::vector<double> ofOurs, ofPeer;
     for (int round = 0; round < rounds(); ++round) {
-        if (round % 2 == 0) {
-            const double first = ours();
-            all.add(first, peer());
-        } else {
-            const double first = peer();
-            all.add(ours(), first);
+        ofOurs.clear();
+        ofPeer.clear();
+        for (int n = 0; n < reduced(samples); ++n) {
+            if ((round + n) % 2 == 0) ofOurs.push_back(ours());
+            ofPeer.push_back(peer());
+            if ((round + n) % 2 != 0) ofOurs.push_back(ours());
         }
+        all.add(percentile(ofOurs, share), percentile(ofPeer, share));
     }
     return all;
 }
