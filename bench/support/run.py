@@ -1,0 +1,95 @@
+"""Runs the benches and makes the table: the larger part of bench/run. Works from the top folder."""
+
+import argparse
+import json
+import os
+import pathlib
+import subprocess
+import sys
+
+import player
+import table
+
+BUILD = pathlib.Path("build/release")
+BENCHES = ["process", "delivery", "flush", "components", "pool", "gates", "converter", "gstreamer"]
+
+
+def say(text):
+    print(f"== {text}", file=sys.stderr, flush=True)
+
+
+def options():
+    parser = argparse.ArgumentParser(prog="bench/run", description="Runs the benches.")
+    parser.add_argument("--only", metavar="NAME", choices=BENCHES + ["player"],
+                        help="one of: " + ", ".join(BENCHES + ["player"]))
+    parser.add_argument("--quick", action="store_true",
+                        help="one short round of everything: shows that it runs, no more")
+    parser.add_argument("--json", metavar="FILE", default="build/bench.json", type=pathlib.Path,
+                        help="raw results (build/bench.json)")
+    parser.add_argument("--write", metavar="FILE", type=pathlib.Path,
+                        help="also put the table between the marks in this file")
+    return parser.parse_args()
+
+
+def build():
+    subprocess.run(["cmake", "--preset", "release"], check=True, stdout=subprocess.DEVNULL)
+    subprocess.run(["cmake", "--build", "--preset", "release", "--target", "benches"],
+                   check=True, stdout=sys.stderr)
+
+
+def run_bench(name, quick):
+    """The bench's own JSON; None when it has not been built."""
+    binary = BUILD / "bench" / f"{name}_bench"
+    if not binary.exists():
+        say(f"{name}: left out, what it needs is not installed (scripts/setup --bench)")
+        return None
+    environment = dict(os.environ, **({"QOZ_BENCH_QUICK": "1"} if quick else {}))
+    done = subprocess.run([binary, "--benchmark_format=json"], check=True, env=environment,
+                          stdout=subprocess.PIPE)
+    return json.loads(done.stdout)["benchmarks"]
+
+
+def run_all(names, quick):
+    """Rows for the table, and the names of those that failed."""
+    rows, failed = [], []
+    for name in names:
+        say(name)
+        try:
+            if name == "player":
+                rows += player.rows(BUILD / "tools/qozplay/qozplay", quick)
+            else:
+                rows += [table.row(name, found) for found in run_bench(name, quick) or []]
+        except (subprocess.CalledProcessError, ValueError, KeyError) as error:
+            say(f"{name}: failed: {error}")
+            failed.append(name)
+    return rows, failed
+
+
+def machine():
+    compiler = subprocess.run(["g++", "-dumpfullversion"], check=True, capture_output=True,
+                              text=True).stdout.strip()
+    return {"cores": os.cpu_count(), "compiler": f"g++ {compiler}"}
+
+
+def main():
+    chosen = options()
+    if chosen.write and not table.has_marks(chosen.write):
+        say(f"{chosen.write}: no such file, or no marks in it")
+        return 2
+    if os.getloadavg()[0] > 0.5 * os.cpu_count():
+        say("the machine is busy; the figures will show it")
+    build()
+    names = [chosen.only] if chosen.only else BENCHES + ["player"]
+    rows, failed = run_all(names, chosen.quick)
+    where = machine()
+    chosen.json.parent.mkdir(parents=True, exist_ok=True)
+    chosen.json.write_text(json.dumps({"machine": where, "rows": rows}, indent=1) + "\n")
+    text = table.text(rows, where)
+    print(text)
+    if chosen.write and not failed:
+        table.write(chosen.write, text)
+    return 1 if failed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
