@@ -57,9 +57,11 @@ class BareHandOver {
         uint64_t timestamp = 0;
     };
     void give(const Record& record) {
-        const std::lock_guard lock(mLock);
-        mQueue.push_back(record);
-        mCond.notify_one();
+        {
+            const std::lock_guard lock(mLock);
+            mQueue.push_back(record);
+        }
+        mCond.notify_one();  // the thread that wakes finds the lock free
     }
 
   private:

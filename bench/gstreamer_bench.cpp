@@ -75,12 +75,14 @@ class ReturningSession : public NullSession {
     }
 
     Status queueBuf(Port port, const vpp::VppBuffer& buffer, Error*) override {
-        const std::lock_guard lock(mLock);
-        if (port == Port::OUTPUT) {
-            mLent.push_back(buffer.cookie);
-            return Status::ok();
+        {
+            const std::lock_guard lock(mLock);
+            if (port == Port::OUTPUT) {
+                mLent.push_back(buffer.cookie);
+                return Status::ok();
+            }
+            mSources.push_back({buffer.timestamp, buffer.cookie});
         }
-        mSources.push_back({buffer.timestamp, buffer.cookie});
         mCond.notify_one();
         return Status::ok();
     }
