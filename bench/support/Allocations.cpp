@@ -20,6 +20,11 @@ void* take(size_t bytes) noexcept {
     return std::malloc(bytes == 0 ? 1 : bytes);
 }
 
+// Not inline: gcc would take free() for a mismatch where it sees the caller's operator new.
+[[gnu::noinline]] void release(void* memory) noexcept {
+    std::free(memory);
+}
+
 }  // namespace
 
 void* operator new(size_t bytes) {
@@ -30,10 +35,10 @@ void* operator new(size_t bytes, const std::nothrow_t&) noexcept {
     return take(bytes);
 }
 void operator delete(void* memory) noexcept {
-    std::free(memory);
+    release(memory);
 }
 void operator delete(void* memory, size_t) noexcept {
-    std::free(memory);
+    release(memory);
 }
 
 namespace qoz::bench {
