@@ -104,6 +104,8 @@ inline void report(benchmark::State& state, const std::string& label, const Roun
     state.counters["ratio_min"] = percentile(all.ratio, 0);
     state.counters["ratio_max"] = percentile(all.ratio, 1);
     state.counters["rounds"] = static_cast<double>(all.ratio.size());
+    for (size_t n = 0; n < all.ratio.size(); ++n)
+        state.counters["ratio_of_round_" + std::to_string(n)] = all.ratio[n];
     if (aim != kNoAim) state.counters["aim"] = aim;
 }
 

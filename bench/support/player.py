@@ -46,7 +46,8 @@ def compare(name, mine, theirs, frames, rounds):
     return {"bench": "player", "name": name, "rounds": rounds,
             "ours_ns": statistics.median(one for one, _ in pairs) * scale,
             "peer_ns": statistics.median(other for _, other in pairs) * scale,
-            "ratio": statistics.median(ratios), "ratio_min": min(ratios), "ratio_max": max(ratios)}
+            "ratio": statistics.median(ratios), "ratio_min": min(ratios), "ratio_max": max(ratios),
+            "ratios": ratios}
 
 
 def rows(qozplay, quick):

@@ -5,17 +5,21 @@ END = "<!-- figures of bench/run: end -->"
 
 HEAD = ["", "ours", "against", "ratio", "spread", "aim", "met"]
 SHOWN = {"ours_ns", "peer_ns", "ratio", "ratio_min", "ratio_max", "rounds", "aim", "limit_ns",
-         "ours_min_ns", "ours_max_ns", "components"}
+         "ours_min_ns", "ours_max_ns", "components", "bench", "name", "ratios"}
 OF_LIBRARY = {"name", "run_name", "run_type", "family_index", "per_family_instance_index",
               "repetitions", "repetition_index", "threads", "iterations", "real_time", "cpu_time",
               "time_unit", "label"}
+OF_ROUND = "ratio_of_round_"
 
 
 def row(bench, found):
     """From what Google Benchmark says of one run."""
     if found.get("error_occurred"):
         raise ValueError(found.get("error_message"))
-    values = {key: value for key, value in found.items() if key not in OF_LIBRARY}
+    values = {key: value for key, value in found.items()
+              if key not in OF_LIBRARY and not key.startswith(OF_ROUND)}
+    if "ratio" in found:
+        values["ratios"] = [found[f"{OF_ROUND}{n}"] for n in range(int(found["rounds"]))]
     return {"bench": bench, "name": found["label"], **values}
 
 
@@ -49,7 +53,7 @@ def besides(one):
     """What a bench counts or measures beside its row."""
     found = []
     for key, value in one.items():
-        if key in SHOWN or key in ("bench", "name"):
+        if key in SHOWN:
             continue
         word = key.removesuffix("_ns").replace("_", " ")
         found.append(f"{word} {duration(value) if key.endswith('_ns') else f'{value:g}'}")
