@@ -38,24 +38,27 @@ class Floor {
             source = makeBuffer(kWidth, kHeight, kRgba);
         mConverter.Configure(mSources[0], kWidth, kHeight);
         for (uint64_t key = 1; key <= kEntries; ++key) {
-            mTargets.emplace(key, makeBuffer(kWidth, kHeight, kNv12));
-            if (sideBuffers) mSides.emplace(key, sides());
+            mTargets.entries.emplace(key, makeBuffer(kWidth, kHeight, kNv12));
+            mTargets.free.insert(key);
+            if (!sideBuffers) continue;
+            mSides.entries.emplace(key, makeSides());
+            mSides.free.insert(key);
         }
-        while (mReturned < kEntries)
-            returnInput();
+        mReturned = kEntries;
         mSent = kEntries;
     }
 
     void send() {
         const uint64_t key = ++mSent;
         Buffer& source = mSources[key % mSources.size()];
-        Buffer target = draw(mTargetLock, mTargets, mFreeTargets);
-        Sides side;
-        if (mSideBuffers) side = draw(mSideLock, mSides, mFreeSides);
-        convert(source, target, side);
-        if (mSideBuffers) keep(mSideLock, mSides, key, side);
-        keep(mTargetLock, mTargets, key, target);
-        queueSource(target, side, key);
+        auto target = mTargets.draw();
+        auto sides = mSideBuffers ? mSides.draw() : Pool<Sides>::Entry();
+        Buffer pixels = target.mapped();
+        Sides side = sides ? sides.mapped() : Sides();
+        convert(source, pixels, side);
+        if (sides) mSides.keep(key, std::move(sides));
+        mTargets.keep(key, std::move(target));
+        queueSource(pixels, side, key);
         mReference = source;
         const int32_t released = std::exchange(mHeldSlot, static_cast<int32_t>(key % 3));
         mClient->onBufferDone(1, released, 1, 0);
@@ -71,8 +74,8 @@ class Floor {
 
     void returnInput() {
         const uint64_t key = ++mReturned;
-        mFreeTargets.insert(key);
-        if (mSideBuffers) mFreeSides.insert(key);
+        mTargets.giveBack(key);
+        if (mSideBuffers) mSides.giveBack(key);
     }
 
   private:
@@ -80,28 +83,41 @@ class Floor {
     using Sides = std::tuple<Buffer, Buffer, Buffer>;
     static constexpr uint64_t kEntries = 16;  // as many as Feed warms up
 
-    static Sides sides() {
+    static Sides makeSides() {
         return {makeBuffer(80, 45, kRgba), makeBuffer(80, 45, kRgba),
                 makeBuffer(kWidth / 2, kHeight / 2, kNv12)};
     }
 
-    template <typename Map>
-    static typename Map::mapped_type draw(std::mutex& mutex, Map& entries,
-                                          std::set<uint64_t>& free) {
-        const std::lock_guard lock(mutex);
-        const auto entry = entries.find(*free.begin());
-        auto drawn = std::move(entry->second);
-        entries.erase(entry);
-        free.erase(free.begin());
-        return drawn;
-    }
+    // What travelled, by the frame's timestamp, and which of it is free. An entry's node serves the
+    // next frame: keeping takes no memory.
+    template <typename Travelling>
+    struct Pool {
+        using Map = std::unordered_map<uint64_t, Travelling>;
+        using Entry = typename Map::node_type;
 
-    template <typename Map>
-    static void keep(std::mutex& mutex, Map& entries, uint64_t key,
-                     const typename Map::mapped_type& what) {
-        const std::lock_guard lock(mutex);
-        entries.emplace(key, what);
-    }
+        Entry draw() {
+            const std::lock_guard hold(lock);
+            Entry drawn = entries.extract(*free.begin());
+            spare.push_back(free.extract(free.begin()));
+            return drawn;
+        }
+        void keep(uint64_t key, Entry entry) {
+            const std::lock_guard hold(lock);
+            entry.key() = key;
+            entries.insert(std::move(entry));
+        }
+        void giveBack(uint64_t key) {
+            auto node = std::move(spare.back());
+            spare.pop_back();
+            node.value() = key;
+            free.insert(std::move(node));
+        }
+
+        std::mutex lock;
+        Map entries;
+        std::set<uint64_t> free;
+        std::vector<std::set<uint64_t>::node_type> spare;
+    };
 
     void convert(Buffer& source, Buffer& target, Sides& side) {
         auto& [forward, backward, downscaled] = side;
@@ -162,10 +178,9 @@ class Floor {
     std::array<Buffer, 3> mSources;
     Buffer mReference;
     Buffer mOutput = makeBuffer(kWidth, kHeight, kNv12);
-    std::mutex mStateLock, mCountLock, mTargetLock, mSideLock;
-    std::unordered_map<uint64_t, Buffer> mTargets;
-    std::unordered_map<uint64_t, Sides> mSides;
-    std::set<uint64_t> mFreeTargets, mFreeSides;
+    std::mutex mStateLock, mCountLock;
+    Pool<Buffer> mTargets;
+    Pool<Sides> mSides;
     uint64_t mInVpp = 0;
     uint64_t mSent = 0;
     uint64_t mReturned = 0;
