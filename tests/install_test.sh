@@ -22,6 +22,7 @@ VppComponent
 calculateOutBufferReqsPerFrame
 config
 disable
+dump
 enable
 expectedOutputHeight
 expectedOutputWidth

@@ -39,8 +39,8 @@ struct QOZBufferInfo {
 /// Implemented by the client. Its two operations are called on the client's own thread (from within
 /// process() or flushsync()), on binder threads and on the component's output worker, also at the
 /// same time: they return without waiting for the component and call none of its operations but the
-/// getters, since those may be waiting for the callback themselves. The object outlives the
-/// component.
+/// getters and dump(), since the others may be waiting for the callback themselves. The object
+/// outlives the component.
 class IQOZCallback {
   public:
     /// A buffer is the client's again. `port`: 1 for a source, 0 for an output buffer or a

@@ -14,8 +14,8 @@
 ///     vpp->flushsync();
 ///     vpp->disable();
 ///
-/// Threading: all operations are called by one thread at a time, the getters and GetFormat by any
-/// thread at any time. Whatever process() takes (result 0) comes back once through
+/// Threading: all operations are called by one thread at a time, the getters, GetFormat and dump by
+/// any thread at any time. Whatever process() takes (result 0) comes back once through
 /// IQOZCallback::onBufferDone(), save what disable() finds still with the service or held as the
 /// motion engine's reference: flushsync() first. The component throws nothing of its own after
 /// construction. Every wait for an answer of the service or of the worker ends after three seconds;
@@ -138,10 +138,18 @@ class __attribute__((visibility("default"))) VppComponent
     uint32_t expectedOutputWidth() const;
     uint32_t expectedOutputHeight() const;  ///< see expectedOutputWidth()
 
+    /// Writes what the component is doing to `fd` as lines of text: state, sizes, where the buffers
+    /// are, what is awaited. For people; programs should not take it apart. Any thread, at any
+    /// moment, also from within the callbacks and while the stream hangs. Blocks: never for the
+    /// client, the service or the worker; for `fd` as long as a write to it does. What is in use at
+    /// this moment is reported so, and an error of the descriptor ends the text.
+    void dump(int fd) const;
+
   private:
     friend class VppComponentPeer;  // defined by the tests
 
     class IVppCallbacks;  // receives the service's notifications
+    class Dump;           // the text of dump()
 
     using FlushDone = ::aidl::vendor::vuq::hardware::vpp::FlushDone;
     using IVpp = ::aidl::vendor::vuq::hardware::vpp::IVpp;
@@ -371,26 +379,26 @@ class __attribute__((visibility("default"))) VppComponent
 
     // Locks. mLock serialises state changes and session calls of enable, flushsync and queueing.
     std::mutex mLock;
-    std::mutex mEventLock;
+    mutable std::mutex mEventLock;
     std::condition_variable mEventCond;
-    std::mutex mBufferDoneLock;
+    mutable std::mutex mBufferDoneLock;
     uint32_t mInputBuffersInVpp GUARDED_BY(mBufferDoneLock) = 0;
     uint32_t mOutputBuffersInVpp GUARDED_BY(mBufferDoneLock) = 0;
 
     // The pools: buffers by the timestamp (microseconds) they were queued under, and the keys of
     // those that have come back.
     std::unordered_map<uint64_t, SideBuffers> mExtradataBufferMap GUARDED_BY(mExtradataLock);
-    std::mutex mExtradataLock;
+    mutable std::mutex mExtradataLock;
     std::set<uint64_t> mFreeExtradataIndex GUARDED_BY(mExtradataLock);
     std::unordered_map<uint64_t, sp<GraphicBuffer>> mYuvBufferMap GUARDED_BY(mYuvLock);
-    std::mutex mYuvLock;
+    mutable std::mutex mYuvLock;
     std::set<uint64_t> mFreeYuvIndex GUARDED_BY(mYuvLock);
 
     VppStatus mStatus{UNINIT};
 
     // Delivery: one record for each client slot, and those waiting for the worker.
     std::array<VppBuffer, kOutputSlots> mOBDBuffers GUARDED_BY(mVppOBDQueueLock);
-    std::mutex mVppOBDQueueLock;
+    mutable std::mutex mVppOBDQueueLock;
     VppBuffer* mCurrentOBD GUARDED_BY(mVppOBDQueueLock) = nullptr;
     std::deque<VppBuffer*> mVppOBDQueue GUARDED_BY(mVppOBDQueueLock);
 
@@ -401,12 +409,12 @@ class __attribute__((visibility("default"))) VppComponent
     int32_t mOBDCmd GUARDED_BY(mOBDPostLock) = OBD_CMD_NONE;
     std::mutex mOBDCmdLock;
     std::condition_variable mOBDCmdCond;  // with mOBDPostLock
-    std::mutex mOBDStateLock;
+    mutable std::mutex mOBDStateLock;
     std::condition_variable mOBDStateCond;
     std::thread mOBDThread;
     bool mOBDLoop = false;  // the worker's own
 
-    std::mutex mOBDPostLock;
+    mutable std::mutex mOBDPostLock;
     bool mDeliverRequested GUARDED_BY(mOBDPostLock) = false;
     std::condition_variable mVppOBDQueueCond;  // with mVppOBDQueueLock: everything is delivered
 
@@ -428,6 +436,15 @@ class __attribute__((visibility("default"))) VppComponent
     // What the getters answer, so that the callbacks may ask while a frame changes the stream.
     std::atomic<uint32_t> mPublishedOutBufReqs{1};
     std::atomic<uint64_t> mPublishedOutSize{0};  // width in the upper half: one consistent pair
+
+    // What dump() tells besides: the client's thread and the worker's Start write, any reads.
+    std::atomic<uint64_t> mPublishedInSize{0};  // of the input port, as above
+    std::atomic<uint32_t> mPublishedFormat{0};
+    std::atomic<uint32_t> mPublishedInterp{0};
+    std::atomic<bool> mPublishedMv{false};
+    std::atomic<bool> mPublishedDs{false};
+    std::atomic<size_t> mPublishedHeld{0};         // places in mSlotList
+    std::atomic<const char*> mAwaited{"nothing"};  // the command whose answer is waited for
 };
 
 }  // namespace android

@@ -245,12 +245,14 @@ void VppComponent::holdSlot(int32_t slot) {
 void VppComponent::releaseFrontSlot() {
     const int32_t slot = mSlotList.front();
     mSpareSlots.splice(mSpareSlots.end(), mSlotList, mSlotList.begin());
+    mPublishedHeld.store(mSlotList.size(), std::memory_order_relaxed);
     if (slot == kNoSlot) return;
     VPP_LOGD("Input buffer slot=%d could be release after RGBToNV12", slot);
     giveBack(1, slot, 1, 0);
 }
 
 void VppComponent::releaseHeldSlots() {
+    mPublishedHeld.store(0, std::memory_order_relaxed);
     for (const int32_t slot : std::exchange(mSlotList, {})) {
         if (slot == kNoSlot) continue;
         VPP_LOGD("Valid buffer slot=%d could be released", slot);

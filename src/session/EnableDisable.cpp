@@ -135,6 +135,7 @@ void VppComponent::shutDown() {
         mVpp.reset();
     }
     mSlotList.clear();
+    mPublishedHeld.store(0, std::memory_order_relaxed);
     delete std::exchange(mRgb2Yuv, nullptr);
     clearExtradataPool();
     clearYuvPool();

@@ -62,6 +62,12 @@ void VppComponent::publishStreamFacts() {
     mPublishedOutBufReqs.store(mOutBufReqsPerFrame, std::memory_order_relaxed);
     mPublishedOutSize.store(static_cast<uint64_t>(mExpectedOutWidth) << 32 | mExpectedOutHeight,
                             std::memory_order_relaxed);
+    mPublishedInSize.store(static_cast<uint64_t>(mInPortWidth) << 32 | mInPortHeight,
+                           std::memory_order_relaxed);
+    mPublishedFormat.store(mFormat, std::memory_order_relaxed);
+    mPublishedInterp.store(mInterpFactor, std::memory_order_relaxed);
+    mPublishedMv.store(mMvEnabled, std::memory_order_relaxed);
+    mPublishedDs.store(mDsEnabled, std::memory_order_relaxed);
 }
 
 bool VppComponent::isEnabled(const char* operation) const {

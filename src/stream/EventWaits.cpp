@@ -10,6 +10,25 @@ namespace android {
 using ::aidl::vendor::vuq::hardware::vpp::VppError;
 using ::aidl::vendor::vuq::hardware::vpp::VppPort;
 
+namespace {
+
+// Says for as long as a command runs, its call into the service included, that it does.
+class Awaiting {
+  public:
+    Awaiting(std::atomic<const char*>& awaited, const char* command) : mAwaited(awaited) {
+        mAwaited.store(command, std::memory_order_relaxed);
+    }
+    ~Awaiting() { mAwaited.store("nothing", std::memory_order_relaxed); }
+
+    Awaiting(const Awaiting&) = delete;
+    Awaiting& operator=(const Awaiting&) = delete;
+
+  private:
+    std::atomic<const char*>& mAwaited;
+};
+
+}  // namespace
+
 // Waits, bounded, until `done` holds. The flags are cleared under mEventLock before the service is
 // asked and set under it by the handlers, so an answer that comes before the wait is not lost.
 template <typename Done>
@@ -27,6 +46,7 @@ bool VppComponent::processFlush_l(bool withYuvPool) {
     {
         std::unique_lock lock(mEventLock);
         const base::ScopedLockAssertion held(mEventLock);
+        const Awaiting awaiting(mAwaited, "flush");
         VPP_LOGI("%s", "processFlush_l");
         mInputFlushDone = false;
         mOutputFlushDone = false;
@@ -57,6 +77,7 @@ bool VppComponent::processReconfig_l(uint32_t width, uint32_t height, uint32_t f
     if (!isEnabled("processReconfig_l")) return false;
     std::unique_lock lock(mEventLock);
     const base::ScopedLockAssertion held(mEventLock);
+    const Awaiting awaiting(mAwaited, "reconfigure");
     VPP_LOGI("%s: %u, %u, %u", "processReconfig_l", width, height, format);
     mWidth = width;
     mHeight = height;
@@ -86,6 +107,7 @@ bool VppComponent::processDrainDone_l() {
     if (!isEnabled("processDrainDone_l")) return false;
     std::unique_lock lock(mEventLock);
     const base::ScopedLockAssertion held(mEventLock);
+    const Awaiting awaiting(mAwaited, "drain");
     VPP_LOGI("%s", "processDrainDone_l");
     mDrainDone = false;
     VppError err = VppError::VPP_OK;
