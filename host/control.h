@@ -40,8 +40,36 @@ LogSink setLogSink(LogSink sink);
 
 // Records trace points from now on, while bit 1 (graphics) of the property
 // debug.atrace.tags.enableflags is set; stopTrace() writes Chrome trace JSON. False: cannot write.
+// A thread has room for 131,072 events; what comes after is left out, and counted in the file.
 void startTrace();
 bool stopTrace(const std::string& path);
+
+// Beside the library's own trace points, a client's and a tool's. While no trace runs each costs
+// one relaxed load.
+bool tracing();
+
+// From construction to destruction, on one thread. Names have 79 characters at most.
+class TraceSlice {
+  public:
+    explicit TraceSlice(const char* name);
+    ~TraceSlice();
+
+    TraceSlice(const TraceSlice&) = delete;
+    TraceSlice& operator=(const TraceSlice&) = delete;
+
+  private:
+    const bool mOn;
+};
+
+void traceCounter(const std::string& name, int64_t value);
+
+// An arrow from the slice that a point was taken in to the slice in which traceArrow() is called.
+struct TracePoint {
+    int32_t tid = 0;
+    int64_t at = 0;  // nanoseconds
+};
+TracePoint tracePoint();
+void traceArrow(const char* name, const TracePoint& from);
 
 // ---- What exists ------------------------------------------------------------------------------
 

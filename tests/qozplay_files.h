@@ -1,6 +1,7 @@
 // What the tests of the player share.
 #pragma once
 
+#include "Player.h"
 #include "Y4mHeader.h"
 
 #include <gmock/gmock.h>
@@ -10,8 +11,10 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace qozplay {
 
@@ -45,6 +48,24 @@ class Folder {
 inline std::string grey(Size size, char luma) {
     const size_t pixels = static_cast<size_t>(size.width) * size.height;
     return std::string(pixels, luma) + std::string(i420Bytes(size) - pixels, '\x80');
+}
+
+struct Outcome {
+    int code;
+    std::string out, err;
+};
+
+// A whole run of the player.
+inline Outcome run(const std::string& line) {
+    std::istringstream words("qozplay " + line);
+    const std::vector<std::string> typed(std::istream_iterator<std::string>(words), {});
+    std::vector<const char*> args;
+    for (const std::string& word : typed)
+        args.push_back(word.c_str());
+    std::ostringstream out, err;
+    Console console(out, err, false);
+    const int code = play(static_cast<int>(args.size()), args.data(), console);
+    return {code, out.str(), err.str()};
 }
 
 }  // namespace qozplay

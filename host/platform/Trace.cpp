@@ -1,61 +1,90 @@
+// Recording: each thread writes into its own share under a lock that nobody else wants while the
+// trace runs.
 #include <cutils/properties.h>
 #include <host/control.h>
+#include <host/platform/TraceRecording.h>
+#include <pthread.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 #include <utils/Timers.h>
 #include <utils/Trace.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
-#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <utility>
 
 namespace qoz::host {
 namespace {
 
-struct Event {
-    char phase;  // 'B' or 'E', as the file format has them
-    long tid;
-    nsecs_t at;
-    std::string name;
-};
-
-struct Recording {
-    std::mutex lock;
-    std::vector<Event> events;
-};
-
-Recording& recording() {
-    static Recording instance;
-    return instance;
-}
+constexpr size_t kShare = 1 << 17;  // events of one thread; 13 MB
 
 // Relaxed: a point that reads a stale value is traced or left out, nothing else hangs on it.
 std::atomic<uint64_t> gEnabledTags{0};
 
-void record(char phase, const char* name) {
-    Recording& r = recording();
+struct Share {
+    std::mutex lock;
+    TraceThread thread;
+};
+
+struct Recording {
+    std::mutex lock;
+    std::vector<std::shared_ptr<Share>> shares;  // of this trace
+    std::atomic<uint64_t> number{0};             // which trace it is
+};
+
+Recording& recording() {
+    static auto* instance = new Recording;  // threads that never end use it
+    return *instance;
+}
+
+std::shared_ptr<Share> newShare(Recording& r) {
+    auto share = std::make_shared<Share>();
+    share->thread.tid = static_cast<int32_t>(syscall(SYS_gettid));
+    std::array<char, 16> name{};
+    pthread_getname_np(pthread_self(), name.data(), name.size());
+    share->thread.name = name.data();
     const std::lock_guard lock(r.lock);
-    r.events.push_back({phase, syscall(SYS_gettid), systemTime(), name});
+    r.shares.push_back(share);
+    return share;
 }
 
-std::string escaped(const std::string& text) {
-    std::string result;
-    for (const char c : text) {
-        if (c == '"' || c == '\\') result += '\\';
-        if (static_cast<unsigned char>(c) >= ' ') result += c;
+// Made at the thread's first event of a trace.
+Share& ownShare() {
+    thread_local std::shared_ptr<Share> share;
+    thread_local uint64_t number = 0;
+    Recording& r = recording();
+    const uint64_t current = r.number.load(std::memory_order_relaxed);
+    if (share == nullptr || number != current) {
+        share = newShare(r);
+        number = current;
     }
-    return result;
+    return *share;
 }
 
-void writeEvent(FILE* file, const Event& event, bool first) {
-    fprintf(file, "%s\n{\"ph\":\"%c\",\"pid\":%d,\"tid\":%ld,\"ts\":%.3f", first ? "" : ",",
-            event.phase, getpid(), event.tid, static_cast<double>(event.at) / 1000.0);
-    if (event.phase == 'B') fprintf(file, ",\"name\":\"%s\"", escaped(event.name).c_str());
-    fprintf(file, "}");
+TraceEvent event(TraceEvent::Kind kind, const char* name) {
+    TraceEvent made{};
+    made.kind = kind;
+    made.at = systemTime();
+    std::strncpy(made.name.data(), name, made.name.size() - 1);
+    return made;
+}
+
+// A trace that memory is too short for has gaps; the program goes on.
+void record(const TraceEvent& made) try {
+    Share& share = ownShare();
+    const std::lock_guard lock(share.lock);
+    if (share.thread.events.size() < kShare) {
+        share.thread.events.push_back(made);
+    } else {
+        ++share.thread.dropped;
+    }
+} catch (const std::bad_alloc&) {
 }
 
 }  // namespace
@@ -66,23 +95,57 @@ void startTrace() {
     {
         Recording& r = recording();
         const std::lock_guard lock(r.lock);
-        r.events.clear();
+        r.shares.clear();
+        r.number.fetch_add(1, std::memory_order_relaxed);
     }
     gEnabledTags.store(strtoull(flags.data(), nullptr, 0), std::memory_order_relaxed);
 }
 
 bool stopTrace(const std::string& path) {
     gEnabledTags.store(0, std::memory_order_relaxed);
-    Recording& r = recording();
-    const std::lock_guard lock(r.lock);
-    const std::vector<Event> events = std::exchange(r.events, {});
-    const std::unique_ptr<FILE, int (*)(FILE*)> file(fopen(path.c_str(), "we"), fclose);
-    if (file == nullptr) return false;
-    fprintf(file.get(), "{\"traceEvents\":[");
-    for (size_t i = 0; i < events.size(); ++i)
-        writeEvent(file.get(), events[i], i == 0);
-    fprintf(file.get(), "\n]}\n");
-    return fflush(file.get()) == 0 && ferror(file.get()) == 0;
+    std::vector<std::shared_ptr<Share>> shares;
+    {
+        Recording& r = recording();
+        const std::lock_guard lock(r.lock);
+        shares.swap(r.shares);
+    }
+    std::vector<TraceThread> threads;
+    for (const std::shared_ptr<Share>& share : shares) {
+        const std::lock_guard lock(share->lock);
+        threads.push_back(std::move(share->thread));
+    }
+    return writeTrace(path, threads, systemTime());
+}
+
+bool tracing() {
+    return (gEnabledTags.load(std::memory_order_relaxed) & ATRACE_TAG_GRAPHICS) != 0;
+}
+
+TraceSlice::TraceSlice(const char* name) : mOn(tracing()) {
+    if (mOn) record(event(TraceEvent::Kind::Begin, name));
+}
+
+TraceSlice::~TraceSlice() {
+    if (mOn) record(event(TraceEvent::Kind::End, ""));
+}
+
+void traceCounter(const std::string& name, int64_t value) {
+    if (!tracing()) return;
+    TraceEvent made = event(TraceEvent::Kind::Counter, name.c_str());
+    made.value = value;
+    record(made);
+}
+
+TracePoint tracePoint() {
+    return {static_cast<int32_t>(syscall(SYS_gettid)), systemTime()};
+}
+
+void traceArrow(const char* name, const TracePoint& from) {
+    if (!tracing()) return;
+    TraceEvent made = event(TraceEvent::Kind::Arrow, name);
+    made.from.at = from.at;
+    made.from.tid = from.tid;
+    record(made);
 }
 
 }  // namespace qoz::host
@@ -92,9 +155,11 @@ uint64_t atrace_get_enabled_tags() {
 }
 
 void atrace_begin_body(const char* name) {
-    qoz::host::record('B', name);
+    using qoz::host::TraceEvent;
+    qoz::host::record(qoz::host::event(TraceEvent::Kind::Begin, name));
 }
 
 void atrace_end_body() {
-    qoz::host::record('E', "");
+    using qoz::host::TraceEvent;
+    qoz::host::record(qoz::host::event(TraceEvent::Kind::End, ""));
 }

@@ -49,6 +49,7 @@ Client::Client(const Options& options, std::string name, FrameSource& source,
       mScript(options.changes),
       mSettings{options.interp, options.upscaleIndex, source.size()},
       mWanted(mSettings),
+      mMailbox(mName),
       mVpp(std::make_shared<android::VppComponent>()),
       mStream(mVpp, mMailbox, withVerifier(std::move(sinks)), std::move(serviceDied)) {}
 

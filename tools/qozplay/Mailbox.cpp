@@ -6,10 +6,18 @@ namespace qozplay {
 
 void Mailbox::onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint64_t timestamp) {
     const Clock::time_point now = Clock::now();
+    const qoz::host::TraceSlice slice("onBufferDone");
+    if (port == kSourcePort || valid != 0) mTrace.came(port == kSourcePort, slot, timestamp);
     const std::lock_guard lock(mLock);
     if (mLedger.giveBack(port, slot) != Ledger::Verdict::Good) return;
     mDone.push_back({port, slot, valid != 0, timestamp, now});
     mCame.notify_one();
+    traceLent(port);
+}
+
+// Once a buffer is lent or home; mLock is held.
+void Mailbox::traceLent(uint32_t port) {
+    if (qoz::host::tracing()) mTrace.lent(port == kSourcePort, mLedger.outstanding(port));
 }
 
 void Mailbox::onConfigChanged(std::set<uint32_t>) {
@@ -20,6 +28,7 @@ void Mailbox::onConfigChanged(std::set<uint32_t>) {
 void Mailbox::lend(uint32_t port, int32_t slot) {
     const std::lock_guard lock(mLock);
     mLedger.lend(port, slot);
+    traceLent(port);
 }
 
 bool Mailbox::refuse(uint32_t port, int32_t slot) {

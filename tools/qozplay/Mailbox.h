@@ -3,6 +3,7 @@
 #pragma once
 
 #include "Basics.h"
+#include "FrameTrace.h"
 #include "Ledger.h"
 
 #include <qoz/ClientTypes.h>
@@ -26,6 +27,8 @@ struct Done {
 
 class Mailbox final : public android::IQOZCallback {
   public:
+    explicit Mailbox(const std::string& session) : mTrace(session) {}
+
     // Any thread; only for a moment under our own lock, which nobody holds while calling out.
     void onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint64_t timestamp) override;
     void onConfigChanged(std::set<uint32_t> changes) override;
@@ -43,8 +46,12 @@ class Mailbox final : public android::IQOZCallback {
     size_t outstanding() const;
     size_t outstanding(uint32_t port) const;
     Ledger ledger() const;
+    FrameTrace& trace() { return mTrace; }
 
   private:
+    void traceLent(uint32_t port);
+
+    FrameTrace mTrace;
     mutable std::mutex mLock;
     std::condition_variable mCame;
     Ledger mLedger;

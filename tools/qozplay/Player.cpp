@@ -19,6 +19,8 @@
 #include <thread>
 #include <utility>
 
+#include <pthread.h>
+
 namespace qozplay {
 namespace {
 
@@ -96,6 +98,10 @@ std::string sheetTitle(const Options& options, const FrameSource& source) {
     return format("QOZPLAY   %s   %s > %s FPS   UPSCALE %s", toText(source.size()).c_str(),
                   toText(source.rate()).c_str(), toText(outputRate(options, source.rate())).c_str(),
                   options.aisOnly ? "2x" : kUpscale.at(options.upscaleIndex));
+}
+
+std::string sessionName(uint32_t session) {
+    return format("qozplay%u", session);
 }
 
 class Player {
@@ -194,14 +200,17 @@ void Player::runSessions(std::vector<std::unique_ptr<Client>>& clients, const De
     mStats.sessions.resize(mOptions.sessions);
     for (uint32_t i = 0; i < mOptions.sessions; ++i) {
         clients.push_back(std::make_unique<Client>(
-            mOptions, format("qozplay%u", i), *mSources[i],
-            i == 0 ? sinks() : std::vector<FrameSink*>(), warmUp,
+            mOptions, sessionName(i), *mSources[i], i == 0 ? sinks() : std::vector<FrameSink*>(),
+            warmUp,
             [&desk] { return desk.serviceDied(); }, i == 0 ? &mConsole : nullptr));
     }
     mStats.descriptorsBefore = qoz::host::openDescriptors();
     std::vector<std::thread> threads;
     for (uint32_t i = 0; i < mOptions.sessions; ++i) {
-        threads.emplace_back([&, i] { mStats.sessions[i] = clients[i]->run(); });
+        threads.emplace_back([&, i] {
+            pthread_setname_np(pthread_self(), sessionName(i).c_str());  // in the trace, too
+            mStats.sessions[i] = clients[i]->run();
+        });
     }
     for (std::thread& thread : threads) {
         thread.join();

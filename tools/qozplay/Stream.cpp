@@ -38,6 +38,7 @@ void Stream::lend() {
         output.slot = *slot;
         output.buffer = mOutputs.buffer(*slot);
         mMailbox.lend(kOutputPort, *slot);
+        const qoz::host::TraceSlice slice("process (output)");
         if (mVpp->process(nullptr, &output) == 0) continue;
         if (mMailbox.refuse(kOutputPort, *slot)) mOutputs.putBack(*slot);
         return;
@@ -84,6 +85,8 @@ bool Stream::send(int32_t slot, int64_t timestamp,
     if (!mFirstIn) mFirstIn = start;
     mTracker.sent(microseconds, start);
     mMailbox.lend(kSourcePort, slot);
+    const qoz::host::TraceSlice slice("process");
+    mMailbox.trace().sent(slot, microseconds);
     const bool taken = mVpp->process(&packet, nullptr) == 0;
     mBlocked.push_back(milliseconds(Clock::now() - start));
     if (taken) return true;

@@ -1,0 +1,135 @@
+// The file of a trace: Chrome trace JSON, as chrome://tracing and ui.perfetto.dev read it.
+#include <host/platform/TraceRecording.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <map>
+#include <memory>
+
+namespace qoz::host {
+namespace {
+
+std::string escaped(const char* text) {
+    std::string result;
+    for (; *text != '\0'; ++text) {
+        if (*text == '"' || *text == '\\') result += '\\';
+        if (static_cast<unsigned char>(*text) >= ' ') result += *text;
+    }
+    return result;
+}
+
+class TraceFile {
+  public:
+    explicit TraceFile(const std::string& path) : mFile(fopen(path.c_str(), "we"), fclose) {}
+
+    bool write(const std::vector<TraceThread>& threads, int64_t end) {
+        if (mFile == nullptr) return false;
+        fprintf(mFile.get(), "{\"traceEvents\":[");
+        name("process_name", getpid(), program_invocation_short_name);
+        uint64_t dropped = 0;
+        for (const TraceThread& thread : threads) {
+            if (thread.dropped != 0) mFullSince[thread.tid] = thread.events.back().at;
+        }
+        for (const TraceThread& thread : threads) {
+            name("thread_name", thread.tid, thread.name.c_str());
+            write(thread, end);
+            dropped += thread.dropped;
+        }
+        fprintf(mFile.get(), "\n],\"displayTimeUnit\":\"ms\",\"otherData\":{\"dropped\":%llu}}\n",
+                static_cast<unsigned long long>(dropped));
+        return fflush(mFile.get()) == 0 && ferror(mFile.get()) == 0;
+    }
+
+  private:
+    void write(const TraceThread& thread, int64_t end) {
+        size_t open = 0;
+        for (const TraceEvent& event : thread.events) {
+            switch (event.kind) {
+                case TraceEvent::Kind::Begin:
+                    ++open;
+                    begin(thread, event);
+                    break;
+                case TraceEvent::Kind::End:
+                    if (open == 0) break;  // begun before the trace
+                    --open;
+                    put("E", thread.tid, event.at, "");
+                    break;
+                case TraceEvent::Kind::Counter:
+                    counter(thread.tid, event.at, event.name.data(), event.value);
+                    break;
+                case TraceEvent::Kind::Arrow:
+                    arrow(thread.tid, event);
+                    break;
+            }
+        }
+        for (; open > 0; --open)
+            put("E", thread.tid, end, "");
+    }
+
+    void begin(const TraceThread& thread, const TraceEvent& event) {
+        put("B", thread.tid, event.at, named(event.name.data()));
+        countersOf(thread, event);
+    }
+
+    // The library's two markers carry numbers. Each thread that sets them does so for one stream:
+    // the client's for the buffers that it has queued, the worker for what it delivers.
+    void countersOf(const TraceThread& thread, const TraceEvent& event) {
+        const std::string whose = " (" + thread.name + ")";
+        int inputs = 0;
+        int outputs = 0;
+        const int read =
+            sscanf(event.name.data(), "VPP input port buffer: %d , VPP output port buffer: %d",
+                   &inputs, &outputs);
+        if (read == 2) {
+            counter(thread.tid, event.at, "VPP input port" + whose, inputs);
+            counter(thread.tid, event.at, "VPP output port" + whose, outputs);
+        }
+        int waiting = 0;
+        if (sscanf(event.name.data(), "%*[a-zA-Z]: %d buffer in Queue", &waiting) == 1) {
+            counter(thread.tid, event.at, "waiting for delivery" + whose, waiting);
+        }
+    }
+
+    void counter(int32_t tid, int64_t at, const std::string& counted, int64_t value) {
+        put("C", tid, at,
+            named(counted.c_str()) + ",\"args\":{\"value\":" + std::to_string(value) + "}");
+    }
+
+    // Both ends at once, so that none is without the other; not from where a slice was left out.
+    // "bp":"e": the end is the slice around.
+    void arrow(int32_t tid, const TraceEvent& event) {
+        const auto full = mFullSince.find(event.from.tid);
+        if (full != mFullSince.end() && event.from.at > full->second) return;
+        const std::string id =
+            named(event.name.data()) + ",\"cat\":\"frame\",\"id\":" + std::to_string(++mArrows);
+        put("s", event.from.tid, event.from.at, id);
+        put("f", tid, event.at, id + R"(,"bp":"e")");
+    }
+
+    void name(const char* what, int32_t tid, const char* text) {
+        put("M", tid, 0, named(what) + ",\"args\":{\"name\":\"" + escaped(text) + "\"}");
+    }
+
+    static std::string named(const char* name) { return ",\"name\":\"" + escaped(name) + '"'; }
+
+    void put(const char* phase, int32_t tid, int64_t at, const std::string& rest) {
+        fprintf(mFile.get(), "%s\n{\"ph\":\"%s\",\"pid\":%d,\"tid\":%d,\"ts\":%.3f%s}",
+                mFirst ? "" : ",", phase, getpid(), tid, static_cast<double>(at) / 1000.0,
+                rest.c_str());
+        mFirst = false;
+    }
+
+    const std::unique_ptr<FILE, int (*)(FILE*)> mFile;
+    bool mFirst = true;
+    std::map<int32_t, int64_t> mFullSince;  // threads whose share was too small
+    uint64_t mArrows = 0;
+};
+
+}  // namespace
+
+bool writeTrace(const std::string& path, const std::vector<TraceThread>& threads, int64_t end) {
+    return TraceFile(path).write(threads, end);
+}
+
+}  // namespace qoz::host

@@ -1,0 +1,121 @@
+// Looking inside a run: the trace file, the log's filter, the dashboard's lines.
+#include "qozplay_files.h"
+
+#include <host/control.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <map>
+#include <set>
+#include <thread>
+#include <utility>
+
+namespace qozplay {
+namespace {
+
+struct Slice {
+    std::string name;
+    double begin, end;
+};
+
+// A trace file as a viewer reads it; whatever does not fit together fails the test.
+struct Trace {
+    explicit Trace(const std::string& text) : file(nlohmann::json::parse(text)) {
+        std::map<int, std::vector<Slice>> open;
+        std::set<int> named;
+        for (const nlohmann::json& event : file["traceEvents"]) {
+            const std::string phase = event["ph"];
+            const int tid = event["tid"];
+            if (phase == "M") {
+                if (event["name"] == "thread_name") named.insert(tid);
+                EXPECT_NE(event["args"]["name"], "");
+                continue;
+            }
+            EXPECT_TRUE(named.contains(tid)) << event;
+            if (phase == "B") open[tid].push_back({event["name"], event["ts"], 0});
+            if (phase == "C") counters[event["name"]].push_back(event["args"]["value"]);
+            if (phase == "s") starts[event["id"]] = {tid, event["ts"]};
+            if (phase == "f") ends[event["id"]] = {tid, event["ts"]};
+            if (phase != "E") continue;
+            EXPECT_FALSE(open[tid].empty()) << event;
+            if (open[tid].empty()) continue;
+            slices[tid].push_back(open[tid].back());
+            slices[tid].back().end = event["ts"];
+            open[tid].pop_back();
+        }
+        for (const auto& [tid, left] : open)
+            EXPECT_TRUE(left.empty()) << left.size() << " slices never end in thread " << tid;
+    }
+
+    // The innermost slice around a point; "" outside of any.
+    std::string around(const std::pair<int, double>& point) {
+        const Slice* inner = nullptr;
+        for (const Slice& slice : slices[point.first]) {
+            if (slice.begin > point.second || point.second > slice.end) continue;
+            if (inner == nullptr || slice.begin > inner->begin) inner = &slice;
+        }
+        return inner == nullptr ? "" : inner->name;
+    }
+
+    nlohmann::json file;
+    std::map<int, std::vector<Slice>> slices;
+    std::map<int, std::pair<int, double>> starts, ends;  // arrows by id
+    std::map<std::string, std::vector<int>> counters;
+};
+
+TEST(Trace, LeadsFromEachFrameToAllThatComesBackForIt) {
+    const Folder folder;
+    ASSERT_EQ(
+        run("--scene-size 96x64 --frames 8 --sessions 2 --trace " + folder.file("t.json")).code, 0);
+    Trace trace(folder.read("t.json"));
+    EXPECT_EQ(trace.starts.size(), 2 * (8 + 8 + 7)) << "sources, their frames, and those between";
+    EXPECT_EQ(trace.starts.size(), trace.ends.size());
+    for (const auto& [id, end] : trace.ends) {
+        EXPECT_EQ(trace.around(trace.starts[id]), "process");
+        EXPECT_EQ(trace.around(end), "onBufferDone");
+        EXPECT_LT(trace.starts[id].second, end.second);
+    }
+    std::set<std::string> seen;
+    for (const auto& [tid, slices] : trace.slices) {
+        for (const Slice& slice : slices)
+            seen.insert(slice.name);
+    }
+    for (const char* section : {"queueVppBuffer", "onVppOBD", "queueOBD"})
+        EXPECT_TRUE(seen.contains(section)) << section;
+    for (const char* counter : {"sources lent (qozplay0)", "outputs lent (qozplay1)"}) {
+        ASSERT_FALSE(trace.counters[counter].empty()) << counter;
+        EXPECT_EQ(trace.counters[counter].back(), 0) << "all home in the end";
+    }
+    const std::vector<int>& outputs = trace.counters["VPP output port (qozplay0)"];
+    EXPECT_GT(*std::max_element(outputs.begin(), outputs.end()), 1);
+    EXPECT_TRUE(std::any_of(trace.counters.begin(), trace.counters.end(), [](const auto& counter) {
+        return counter.first.starts_with("waiting for delivery (VPPOBDWorker");
+    }));
+}
+
+TEST(Trace, IsWholeAlsoWhenAThreadHasSaidTooMuch) {
+    using namespace qoz::host;
+    const Folder folder;
+    setProperty("debug.atrace.tags.enableflags", "2");
+    startTrace();
+    const TraceSlice open("until after the end");
+    TracePoint late;
+    for (int i = 0; i < 70000; ++i) {
+        const TraceSlice slice("one \"of\\many");
+        late = tracePoint();
+    }
+    std::thread other([&late] {
+        const TraceSlice slice("other thread");
+        traceArrow("from what was left out", late);
+    });
+    other.join();
+    ASSERT_TRUE(stopTrace(folder.file("t.json")));
+    clearProperties();
+    const Trace trace(folder.read("t.json"));
+    EXPECT_EQ(trace.file["otherData"]["dropped"], 2 * 70000 + 1 - (1 << 17));
+    EXPECT_EQ(trace.slices.size(), 2U);
+    EXPECT_TRUE(trace.starts.empty() && trace.ends.empty());
+}
+
+}  // namespace
+}  // namespace qozplay
