@@ -1,4 +1,6 @@
 // Looking inside a run: the trace file, the log's filter, the dashboard's lines.
+#include "Dashboard.h"
+#include "LogFilter.h"
 #include "qozplay_files.h"
 
 #include <host/control.h>
@@ -115,6 +117,72 @@ TEST(Trace, IsWholeAlsoWhenAThreadHasSaidTooMuch) {
     EXPECT_EQ(trace.file["otherData"]["dropped"], 2 * 70000 + 1 - (1 << 17));
     EXPECT_EQ(trace.slices.size(), 2U);
     EXPECT_TRUE(trace.starts.empty() && trace.ends.empty());
+}
+
+TEST(LogFilter, LetsThroughWhatItsWordsSay) {
+    struct Row {
+        const char* filter;
+        const char* shown;      // priorities of VppComponent, as letters
+        const char* elsewhere;  // of another tag
+        bool diagnostics;
+    };
+    for (const Row& row : {
+             Row{"", "VDIWEF", "VDIWEF", true},
+             Row{"VppComponent:I *:S", "IWEF", "", true},
+             Row{"*:S VppComponent", "VDIWEF", "", true},
+             Row{"VppComponent:E", "EF", "VDIWEF", false},
+             Row{"*:W", "WEF", "WEF", true},
+             Row{"*:F  vppd:V ", "F", "F", false},
+             Row{"VppComponent:S VppComponent:W *:S", "WEF", "", true},
+             Row{"*:S", "", "", false},
+         }) {
+        const LogFilter filter = LogFilter::parse(row.filter);
+        std::string shown, elsewhere;
+        for (const auto& [priority, letter] : {std::pair{ANDROID_LOG_VERBOSE, 'V'},
+                                               {ANDROID_LOG_DEBUG, 'D'},
+                                               {ANDROID_LOG_INFO, 'I'},
+                                               {ANDROID_LOG_WARN, 'W'},
+                                               {ANDROID_LOG_ERROR, 'E'},
+                                               {ANDROID_LOG_FATAL, 'F'}}) {
+            if (filter.shows(priority, "VppComponent")) shown += letter;
+            if (filter.shows(priority, "VppUtils")) elsewhere += letter;
+        }
+        EXPECT_EQ(shown, row.shown) << row.filter;
+        EXPECT_EQ(elsewhere, row.elsewhere) << row.filter;
+        EXPECT_EQ(filter.wantsDiagnostics(), row.diagnostics) << row.filter;
+    }
+    EXPECT_FALSE(LogFilter().wantsDiagnostics());
+    for (const char* bad : {":I", "tag:", "tag:i", "tag:II", "tag:X", "*:S a:b:"})
+        EXPECT_THROW(LogFilter::parse(bad), BadInput) << bad;
+}
+
+TEST(Dashboard, KeepsToThePageAndLeavesRoomForTheLog) {
+    EXPECT_EQ(sparkline({9, 0, 2, 4}, 3, false), "_=#");
+    EXPECT_EQ(sparkline({0, 0}, 5, true), "▁▁");
+    RunView run;
+    run.faultsFired = 3;
+    run.sessions.resize(2);
+    for (SessionView& session : run.sessions) {
+        session.name = "qozplay0";
+        session.state = "ACTIVE";
+        session.gauges = {12, 11, 10, 1, std::vector<double>(50, 5.0)};
+        session.sourcesLent = 2;
+        session.component = {"of the component"};
+    }
+    run.log = {"oldest", "older", "newer", "newest"};
+    const std::vector<std::string> lines = drawDashboard(run, {100, 30, true});
+    EXPECT_THAT(lines, testing::Contains(HasSubstr("faults fired 3")));
+    EXPECT_THAT(lines, testing::Contains(HasSubstr("in 12 (0.0 fps)   out 21")).Times(2));
+    EXPECT_THAT(lines, testing::Contains(HasSubstr("2 sources, 0 outputs   1 frames")).Times(2));
+    EXPECT_THAT(lines, testing::Contains(HasSubstr("p50 5.0  p99 5.0 ms  ████")).Times(2));
+    EXPECT_EQ(lines.size(), 2 + 2 * 5 + 1 + 4);
+    const std::vector<std::string> few = drawDashboard(run, {32, 9, true});
+    EXPECT_EQ(few.size(), 9U);
+    EXPECT_EQ(std::vector(few.end() - 4, few.end()),
+              (std::vector<std::string>{"log", "older", "newer", "newest"}));
+    EXPECT_EQ(drawDashboard(run, {32, 30, true})[5], "  latency  p50 5.0  p99 5.0 ms  ");
+    EXPECT_EQ(drawDashboard(run, {35, 30, true})[5], "  latency  p50 5.0  p99 5.0 ms  ███");
+    EXPECT_EQ(drawDashboard(run, {35, 2, true}).size(), 2U);
 }
 
 }  // namespace

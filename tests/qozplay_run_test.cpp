@@ -36,6 +36,7 @@ TEST(Player, EndsWithTwoAndASentenceOnBadInput) {
         {"--budget p95=8,zoom=1", "zoom is none of p50"},
         {"--fault nonsense", "--fault nonsense"},
         {"--prop novalue", "NAME=VALUE"},
+        {"--log VppComponent:X", "V D I W E F S"},
         {"--sessions 2 -i -", "only once"},
         {"--no-such-option", "--no-such-option"},
     };

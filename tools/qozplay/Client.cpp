@@ -1,5 +1,7 @@
 #include "Client.h"
 
+#include "ComponentDump.h"
+
 #include <libyuv.h>
 
 #include <utility>
@@ -9,6 +11,16 @@ namespace {
 
 constexpr uint32_t kModeFrc = 1;
 constexpr uint32_t kModeAisOnly = 2;
+
+SessionFailed stalled(const Stream& stream) {
+    if (stream.serviceDied()) {
+        return SessionFailed(format("the service died, buffers still lent: %zu", stream.lent()));
+    }
+    return SessionFailed(format("nothing moved for %lld s, buffers still lent: %zu",
+                                static_cast<long long>(Stream::kPatience.count()), stream.lent()));
+}
+
+}  // namespace
 
 const char* nameOf(android::VppComponent::status state) {
     switch (state) {
@@ -28,16 +40,6 @@ const char* nameOf(android::VppComponent::status state) {
     return "unknown";
 }
 
-SessionFailed stalled(const Stream& stream) {
-    if (stream.serviceDied()) {
-        return SessionFailed(format("the service died, buffers still lent: %zu", stream.lent()));
-    }
-    return SessionFailed(format("nothing moved for %lld s, buffers still lent: %zu",
-                                static_cast<long long>(Stream::kPatience.count()), stream.lent()));
-}
-
-}  // namespace
-
 Client::Client(const Options& options, std::string name, FrameSource& source,
                std::vector<FrameSink*> sinks, WarmUp& warmUp, std::function<bool()> serviceDied,
                Console* console)
@@ -51,7 +53,7 @@ Client::Client(const Options& options, std::string name, FrameSource& source,
       mWanted(mSettings),
       mMailbox(mName),
       mVpp(std::make_shared<android::VppComponent>()),
-      mStream(mVpp, mMailbox, withVerifier(std::move(sinks)), std::move(serviceDied)) {}
+      mStream(mVpp, mMailbox, mGauges, withVerifier(std::move(sinks)), std::move(serviceDied)) {}
 
 std::vector<FrameSink*> Client::withVerifier(std::vector<FrameSink*> sinks) {
     if (mOptions.verify) sinks.push_back(&mVerifier.emplace());
@@ -79,8 +81,14 @@ void Client::attempt(Work work) {
         if (mStats.failure.empty()) mStats.badInput = true;
         if (mStats.failure.empty()) mStats.failure = error.what();
     } catch (const SessionFailed& error) {
+        logState();
         if (mStats.failure.empty()) mStats.failure = error.what();
     }
+}
+
+// What the component was doing when things went wrong first; whoever turns the log on sees it.
+void Client::logState() {
+    if (!std::exchange(mStateLogged, true)) logDump(*mVpp);
 }
 
 android::ConfigParams Client::paramsFor(const Settings& settings) const {
@@ -88,7 +96,7 @@ android::ConfigParams Client::paramsFor(const Settings& settings) const {
 }
 
 void Client::start() {
-    if (!mVpp->enable(mName, &mMailbox, mOptions.log)) {
+    if (!mVpp->enable(mName, &mMailbox, mOptions.log.wantsDiagnostics())) {
         throw SessionFailed("the session could not be enabled");
     }
     mVpp->config(mSettings.size.width, mSettings.size.height, kRgba, paramsFor(mSettings), true);
@@ -115,7 +123,7 @@ void Client::drain() {
 
 bool Client::feedFrame(uint64_t frame) {
     if (!mStream.awaitRoom()) throw stalled(mStream);
-    if (mStream.stopped()) return false;
+    if (mStream.stopped() || mGauges.stopRequested()) return false;
     std::vector<Change> due = mScript.due(frame);
     for (const Change& change : due) {
         if (change.kind == Change::Kind::Size) mWanted.size = change.size;
@@ -202,12 +210,14 @@ void Client::sendSource(uint64_t frame, int32_t slot) {
 void Client::finish() {
     if (mStream.serviceDied()) {
         mStream.look();
+        logState();
         mVpp->disable();
         throw stalled(mStream);
     }
     mVpp->flushsync();
     const bool flushed = mVpp->state() != android::VppComponent::ERROR;
     const bool home = mStream.awaitHome();
+    if (!flushed || !home) logState();
     mVpp->disable();
     if (!flushed) throw SessionFailed("the flush at the end failed");
     if (!home) throw stalled(mStream);

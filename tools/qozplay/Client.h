@@ -3,6 +3,7 @@
 
 #include "Console.h"
 #include "FrameSource.h"
+#include "Gauges.h"
 #include "Options.h"
 #include "Stats.h"
 #include "Stream.h"
@@ -14,6 +15,8 @@
 
 namespace qozplay {
 
+const char* nameOf(android::VppComponent::status state);
+
 class Client {
   public:
     // `console` shows the progress of this session; null: none.
@@ -24,6 +27,13 @@ class Client {
     // To be run once. Failures are in the result. The object must outlive the service: a session
     // that ended badly may still call it.
     SessionStats run();
+
+    // For who watches it run, from another thread.
+    const std::string& name() const { return mName; }
+    Gauges& gauges() { return mGauges; }
+    const Mailbox& mailbox() const { return mMailbox; }
+    // To be asked for before run().
+    std::shared_ptr<const android::VppComponent> component() const { return mVpp; }
 
   private:
     struct Settings {
@@ -46,6 +56,7 @@ class Client {
     void collect();
     void verify();
     std::vector<FrameSink*> withVerifier(std::vector<FrameSink*> sinks);
+    void logState();
     android::ConfigParams paramsFor(const Settings& settings) const;
 
     const Options& mOptions;
@@ -57,11 +68,13 @@ class Client {
     Settings mSettings;  // in force
     Settings mWanted;    // from the next frame on
     std::vector<uint8_t> mUnscaled;
+    Gauges mGauges;
     Mailbox mMailbox;
     std::shared_ptr<android::VppComponent> mVpp;
     std::optional<Verifier> mVerifier;  // none: nobody asked
     Stream mStream;
     SessionStats mStats;
+    bool mStateLogged = false;
 };
 
 }  // namespace qozplay

@@ -3,8 +3,10 @@
 
 #include "Basics.h"
 
+#include <deque>
 #include <iosfwd>
 #include <mutex>
+#include <vector>
 
 namespace qozplay {
 
@@ -20,14 +22,24 @@ class Console {
     void progress(uint64_t framesIn, uint64_t framesOut, size_t inFlight);
     void endProgress();
 
+    // While something else has the terminal, lines are kept, the last thousand, and printed at the
+    // end.
+    void hold();
+    void release();
+    std::vector<std::string> lastHeld(size_t count) const;
+
   private:
     void wipe();
+    void keep(const std::string& line);
 
-    std::mutex mLock;
+    mutable std::mutex mLock;
     std::ostream& mOut;
     std::ostream& mErr;
     const bool mLive;
     bool mShown = false;
+    bool mHolding = false;
+    std::deque<std::string> mHeld;
+    uint64_t mForgotten = 0;
     Clock::time_point mStart;
     Clock::time_point mNext;
 };

@@ -25,7 +25,7 @@ void set(const std::string& name, const std::string& value) {
 
 // What the options stand for comes first, so that --prop has the last word.
 void setProperties(const Options& options) {
-    if (options.log) set("vendor.qoz.log.msg", "21");
+    if (options.log.wantsDiagnostics()) set("vendor.qoz.log.msg", "21");
     if (!options.trace.empty()) set("debug.atrace.tags.enableflags", "2");
     if (!options.motionVectors) set("debug.vpp.frc.game.ext.mbi", "false");
     if (options.max) {
@@ -37,9 +37,9 @@ void setProperties(const Options& options) {
     }
 }
 
-qoz::host::LogSink sinkTo(Console& console, bool everything) {
-    return [&console, everything](const LogLine& line) {
-        if (!everything && line.priority < ANDROID_LOG_ERROR) return;
+qoz::host::LogSink sinkTo(Console& console, const LogFilter& filter) {
+    return [&console, filter](const LogLine& line) {
+        if (!filter.shows(line.priority, line.tag)) return;
         constexpr std::array kLetters{'?', '?', 'V', 'D', 'I', 'W', 'E', 'F', 'S'};
         const auto priority = static_cast<size_t>(line.priority);
         const char letter = priority < kLetters.size() ? kLetters[priority] : '?';

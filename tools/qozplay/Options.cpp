@@ -16,7 +16,7 @@ constexpr uint64_t kMaxSessions = 64;
 // Values as typed; what they mean is checked by our own parsers, whose messages name the option.
 struct Words {
     std::optional<std::string> size, rate, frames, sceneSize, sheetAt;
-    std::optional<std::string> interp, upscale, mv, max, sessions, service, truth;
+    std::optional<std::string> interp, upscale, mv, max, sessions, service, truth, log;
     std::vector<std::string> at, faults, properties, budgets;
 };
 
@@ -69,7 +69,11 @@ void addOutput(CLI::App& app, Options& options, Words& words) {
     app.add_option("--prop", words.properties, "set a system property")
         ->type_name("NAME=VALUE")
         ->allow_extra_args(false);
-    app.add_flag("--log", options.log, "show the library's whole log");
+    app.add_option("--log", words.log,
+                   "show the log: all of it, or what a filter as logcat's lets through")
+        ->type_name("[\"TAG:PRIORITY ...\"]")
+        ->expected(0, 1);
+    app.add_flag("--watch", options.watch, "show the running sessions on the terminal");
 }
 
 void addChecks(CLI::App& app, Options& options, Words& words) {
@@ -135,6 +139,7 @@ void readProcessing(const Words& words, Options* options) {
         options->sessions =
             static_cast<uint32_t>(parseNumber(*words.sessions, kMaxSessions, "--sessions"));
     }
+    if (words.log) options->log = LogFilter::parse(*words.log);
     if (words.service) options->serviceProcess = parseService(*words.service);
     for (const std::string& text : words.at) {
         options->changes.push_back(parseChange(text));

@@ -1,6 +1,7 @@
 // The command line.
 #pragma once
 
+#include "LogFilter.h"
 #include "Script.h"
 #include "Stats.h"
 
@@ -39,7 +40,8 @@ struct Options {
     uint32_t sessions = 1;
     std::vector<qoz::host::Fault> faults;
     std::vector<std::pair<std::string, std::string>> properties;
-    bool log = false;
+    LogFilter log;
+    bool watch = false;
     bool serviceProcess = false;  // the service runs in a process of its own
 
     bool outputIsPipe() const { return output == "-"; }

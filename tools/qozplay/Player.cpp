@@ -6,6 +6,7 @@
 #include "Scene.h"
 #include "Sheet.h"
 #include "VectorPicture.h"
+#include "Watch.h"
 #include "Y4mWriter.h"
 
 #include <nlohmann/json.hpp>
@@ -131,6 +132,7 @@ class Player {
     std::unique_ptr<Truth> mTruth;
     std::unique_ptr<Sheet> mSheet;
     std::unique_ptr<VectorPicture> mVectors;
+    std::unique_ptr<Screen> mScreen;  // with --watch
     RunStats mStats;
 };
 
@@ -148,6 +150,7 @@ Player::Player(Options options, Console& console)
         requireWritable(path);
     }
     if (mOptions.truth) holdOut();
+    if (mOptions.watch) mScreen = std::make_unique<Screen>();
     openSinks();
     mStats.budget = mOptions.budget;
     mStats.input = inputText(mOptions, *mSources[0]);
@@ -201,10 +204,11 @@ void Player::runSessions(std::vector<std::unique_ptr<Client>>& clients, const De
     for (uint32_t i = 0; i < mOptions.sessions; ++i) {
         clients.push_back(std::make_unique<Client>(
             mOptions, sessionName(i), *mSources[i], i == 0 ? sinks() : std::vector<FrameSink*>(),
-            warmUp,
-            [&desk] { return desk.serviceDied(); }, i == 0 ? &mConsole : nullptr));
+            warmUp, [&desk] { return desk.serviceDied(); }, i == 0 ? &mConsole : nullptr));
     }
     mStats.descriptorsBefore = qoz::host::openDescriptors();
+    std::optional<Watch> watch;
+    if (mScreen != nullptr) watch.emplace(*mScreen, clients, mConsole);
     std::vector<std::thread> threads;
     for (uint32_t i = 0; i < mOptions.sessions; ++i) {
         threads.emplace_back([&, i] {
@@ -215,6 +219,7 @@ void Player::runSessions(std::vector<std::unique_ptr<Client>>& clients, const De
     for (std::thread& thread : threads) {
         thread.join();
     }
+    watch.reset();
     mConsole.endProgress();
     mStats.lateBuffers = warmUp.since();
     awaitDescriptors();

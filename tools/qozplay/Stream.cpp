@@ -17,10 +17,11 @@ constexpr std::chrono::milliseconds kRetry{50};
 
 }  // namespace
 
-Stream::Stream(std::shared_ptr<android::VppComponent> vpp, Mailbox& mailbox,
+Stream::Stream(std::shared_ptr<android::VppComponent> vpp, Mailbox& mailbox, Gauges& gauges,
                std::vector<FrameSink*> sinks, std::function<bool()> serviceDied)
     : mVpp(std::move(vpp)),
       mMailbox(mailbox),
+      mGauges(gauges),
       mSinks(std::move(sinks)),
       mServiceDied(std::move(serviceDied)) {}
 
@@ -89,10 +90,10 @@ bool Stream::send(int32_t slot, int64_t timestamp,
     mMailbox.trace().sent(slot, microseconds);
     const bool taken = mVpp->process(&packet, nullptr) == 0;
     mBlocked.push_back(milliseconds(Clock::now() - start));
-    if (taken) return true;
-    mTracker.refused(microseconds);
-    if (mMailbox.refuse(kSourcePort, slot)) mSources.putBack(slot);
-    return false;
+    if (!taken) mTracker.refused(microseconds);
+    mGauges.follow(mTracker);
+    if (!taken && mMailbox.refuse(kSourcePort, slot)) mSources.putBack(slot);
+    return taken;
 }
 
 // True when something moved: an output without a frame is no sign of life.
@@ -110,6 +111,7 @@ bool Stream::handle(const std::vector<Done>& done) {
         }
         mOutputs.putBack(one.slot);
     }
+    if (moved) mGauges.follow(mTracker);
     return moved;
 }
 

@@ -4,6 +4,7 @@
 
 #include "FrameSink.h"
 #include "FrameTracker.h"
+#include "Gauges.h"
 #include "Mailbox.h"
 #include "Ring.h"
 
@@ -25,7 +26,7 @@ class Stream {
     // No wait goes on when nothing has moved for so long.
     static constexpr std::chrono::seconds kPatience{3};
 
-    Stream(std::shared_ptr<android::VppComponent> vpp, Mailbox& mailbox,
+    Stream(std::shared_ptr<android::VppComponent> vpp, Mailbox& mailbox, Gauges& gauges,
            std::vector<FrameSink*> sinks, std::function<bool()> serviceDied);
 
     // Takes over the output size and the number of output buffers per frame that the component has
@@ -69,6 +70,7 @@ class Stream {
 
     std::shared_ptr<android::VppComponent> mVpp;
     Mailbox& mMailbox;
+    Gauges& mGauges;
     const std::vector<FrameSink*> mSinks;
     const std::function<bool()> mServiceDied;
     FrameTracker mTracker;
