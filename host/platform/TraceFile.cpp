@@ -43,17 +43,18 @@ class TraceFile {
 
   private:
     void write(const TraceThread& thread, int64_t end) {
-        size_t open = 0;
+        std::vector<const TraceEvent*> open;
         for (const TraceEvent& event : thread.events) {
             switch (event.kind) {
                 case TraceEvent::Kind::Begin:
-                    ++open;
-                    begin(thread, event);
+                    open.push_back(&event);
+                    put("B", thread.tid, event.at, event.name.data());
+                    countersOf(thread, event);
                     break;
                 case TraceEvent::Kind::End:
-                    if (open == 0) break;  // begun before the trace
-                    --open;
-                    put("E", thread.tid, event.at, "");
+                    if (open.empty()) break;  // begun before the trace
+                    put("E", thread.tid, event.at, open.back()->name.data());
+                    open.pop_back();
                     break;
                 case TraceEvent::Kind::Counter:
                     counter(thread.tid, event.at, event.name.data(), event.value);
@@ -63,13 +64,8 @@ class TraceFile {
                     break;
             }
         }
-        for (; open > 0; --open)
-            put("E", thread.tid, end, "");
-    }
-
-    void begin(const TraceThread& thread, const TraceEvent& event) {
-        put("B", thread.tid, event.at, named(event.name.data()));
-        countersOf(thread, event);
+        for (; !open.empty(); open.pop_back())
+            put("E", thread.tid, end, open.back()->name.data());
     }
 
     // The library's two markers carry numbers. Each thread that sets them does so for one stream:
@@ -92,8 +88,7 @@ class TraceFile {
     }
 
     void counter(int32_t tid, int64_t at, const std::string& counted, int64_t value) {
-        put("C", tid, at,
-            named(counted.c_str()) + ",\"args\":{\"value\":" + std::to_string(value) + "}");
+        put("C", tid, at, counted.c_str(), ",\"args\":{\"value\":" + std::to_string(value) + "}");
     }
 
     // Both ends at once, so that none is without the other; not from where a slice was left out.
@@ -101,22 +96,23 @@ class TraceFile {
     void arrow(int32_t tid, const TraceEvent& event) {
         const auto full = mFullSince.find(event.from.tid);
         if (full != mFullSince.end() && event.from.at > full->second) return;
-        const std::string id =
-            named(event.name.data()) + ",\"cat\":\"frame\",\"id\":" + std::to_string(++mArrows);
-        put("s", event.from.tid, event.from.at, id);
-        put("f", tid, event.at, id + R"(,"bp":"e")");
+        const std::string id = ",\"id\":" + std::to_string(++mArrows);
+        put("s", event.from.tid, event.from.at, event.name.data(), id);
+        put("f", tid, event.at, event.name.data(), id + R"(,"bp":"e")");
     }
 
     void name(const char* what, int32_t tid, const char* text) {
-        put("M", tid, 0, named(what) + ",\"args\":{\"name\":\"" + escaped(text) + "\"}");
+        put("M", tid, 0, what, ",\"args\":{\"name\":\"" + escaped(text) + "\"}");
     }
 
-    static std::string named(const char* name) { return ",\"name\":\"" + escaped(name) + '"'; }
-
-    void put(const char* phase, int32_t tid, int64_t at, const std::string& rest) {
-        fprintf(mFile.get(), "%s\n{\"ph\":\"%s\",\"pid\":%d,\"tid\":%d,\"ts\":%.3f%s}",
+    // Name and category everywhere: not every reader does without.
+    void put(const char* phase, int32_t tid, int64_t at, const char* what,
+             const std::string& rest = "") {
+        fprintf(mFile.get(),
+                "%s\n{\"ph\":\"%s\",\"pid\":%d,\"tid\":%d,\"ts\":%.3f,\"cat\":\"qoz\","
+                "\"name\":\"%s\"%s}",
                 mFirst ? "" : ",", phase, getpid(), tid, static_cast<double>(at) / 1000.0,
-                rest.c_str());
+                escaped(what).c_str(), rest.c_str());
         mFirst = false;
     }
 
