@@ -82,7 +82,8 @@ TEST(Trace, LeadsFromEachFrameToAllThatComesBackForIt) {
         for (const Slice& slice : slices)
             seen.insert(slice.name);
     }
-    for (const char* section : {"queueVppBuffer", "onVppOBD", "queueOBD"})
+    for (const char* section :
+         {"queueVppBuffer", "onVppOBD", "queueOBD", "RGBToNV12", "write between"})
         EXPECT_TRUE(seen.contains(section)) << section;
     for (const char* counter : {"sources lent (qozplay0)", "outputs lent (qozplay1)"}) {
         ASSERT_FALSE(trace.counters[counter].empty()) << counter;
@@ -169,7 +170,7 @@ TEST(Dashboard, KeepsToThePageAndLeavesRoomForTheLog) {
         session.sourcesLent = 2;
         session.component = {"of the component"};
     }
-    run.log = {"oldest", "older", "newer", "newest"};
+    run.log = {"oldest", "older", "newer", "newest\n"};
     const std::vector<std::string> lines = drawDashboard(run, {100, 30, true});
     EXPECT_THAT(lines, testing::Contains(HasSubstr("faults fired 3")));
     EXPECT_THAT(lines, testing::Contains(HasSubstr("in 12 (0.0 fps)   out 21")).Times(2));

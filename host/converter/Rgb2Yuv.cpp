@@ -1,5 +1,6 @@
 #include <Rgb2Yuv.h>
 #include <android/log.h>
+#include <host/control.h>
 #include <host/converter/Dump.h>
 #include <host/converter/FrameConverter.h>
 #include <host/converter/MappedBuffer.h>
@@ -83,6 +84,7 @@ bool Rgb2Yuv::RGBToNV12(
     // NOLINTNEXTLINE(performance-unnecessary-value-param): as the platform has it
     sp<GraphicBuffer>& downscaled, bool /*motion*/, sp<Fence> fence) {
     constexpr char kOperation[] = "RGBToNV12";
+    const qoz::host::TraceSlice slice(kOperation);
     if (faulty(kOperation)) return false;
     const auto from = MappedBuffer::map(source, kOperation, "source");
     if (!from) return false;
@@ -109,6 +111,7 @@ bool Rgb2Yuv::RGBToNV12(
 bool Rgb2Yuv::MvBufferGeneration(sp<GraphicBuffer>& previous, sp<GraphicBuffer>& current,
                                  sp<GraphicBuffer>& forward, sp<GraphicBuffer>& backward) {
     constexpr char kOperation[] = "MvBufferGeneration";
+    const qoz::host::TraceSlice slice(kOperation);
     if (faulty(kOperation)) return false;
     const auto before = MappedBuffer::map(previous, kOperation, "previous");
     if (!before) return false;

@@ -45,6 +45,7 @@ Recording& recording() {
 
 std::shared_ptr<Share> newShare(Recording& r) {
     auto share = std::make_shared<Share>();
+    share->thread.events.reserve(kShare);  // never moved; memory that is not used is not touched
     share->thread.tid = static_cast<int32_t>(syscall(SYS_gettid));
     std::array<char, 16> name{};
     pthread_getname_np(pthread_self(), name.data(), name.size());

@@ -1,5 +1,8 @@
 #include "host/vppservice/Engine.h"
 
+#include <host/control.h>
+#include <pthread.h>
+
 #include <utility>
 
 namespace qoz::host::vppservice {
@@ -103,6 +106,7 @@ void Engine::give(Command command) {
 }
 
 void Engine::run() {
+    pthread_setname_np(pthread_self(), "vpp engine");
     std::unique_lock lock(mLock);
     for (;;) {
         switch (awaitStep(lock)) {
@@ -181,6 +185,7 @@ void Engine::announce(const Command& command) {
 }
 
 void Engine::begin(Received input) {
+    const TraceSlice slice("begin interval");
     Job job;
     job.source = mRenderer.open(std::move(input));
     const bool follows = mReference && mReference->timestamp < job.source.timestamp &&
@@ -192,6 +197,7 @@ void Engine::begin(Received input) {
 
 void Engine::write(Received output) {
     Job& job = *mJob;
+    const TraceSlice slice(job.next < job.factor ? "write between" : "write source");
     const Nv12Canvas canvas = output.outputCanvas();
     output.record.timestamp = job.source.timestamp;
     if (job.next < job.factor) {

@@ -20,8 +20,10 @@ unsigned long long big(uint64_t value) {
     return value;
 }
 
-// Characters, not bytes: what continues one in UTF-8 begins with the bits 10.
-std::string clipped(const std::string& line, size_t columns) {
+// The first line of a text. Characters, not bytes: what continues one in UTF-8 begins with the bits
+// 10.
+std::string clipped(const std::string& text, size_t columns) {
+    std::string line = text.substr(0, text.find('\n'));
     size_t characters = 0;
     for (size_t i = 0; i < line.size(); ++i) {
         const bool begins = (static_cast<unsigned char>(line[i]) & 0xC0U) != 0x80U;
