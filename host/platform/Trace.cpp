@@ -24,8 +24,9 @@ namespace {
 
 constexpr size_t kShare = 1 << 17;  // events of one thread; 13 MB
 
-// Relaxed: a point that reads a stale value is traced or left out, nothing else hangs on it.
-std::atomic<uint64_t> gEnabledTags{0};
+void setEnabledTags(uint64_t tags) {
+    __atomic_store_n(&atrace_enabled_tags, tags, __ATOMIC_RELAXED);
+}
 
 struct Share {
     std::mutex lock;
@@ -99,11 +100,11 @@ void startTrace() {
         r.shares.clear();
         r.number.fetch_add(1, std::memory_order_relaxed);
     }
-    gEnabledTags.store(strtoull(flags.data(), nullptr, 0), std::memory_order_relaxed);
+    setEnabledTags(strtoull(flags.data(), nullptr, 0));
 }
 
 bool stopTrace(const std::string& path) {
-    gEnabledTags.store(0, std::memory_order_relaxed);
+    setEnabledTags(0);
     std::vector<std::shared_ptr<Share>> shares;
     {
         Recording& r = recording();
@@ -119,7 +120,7 @@ bool stopTrace(const std::string& path) {
 }
 
 bool tracing() {
-    return (gEnabledTags.load(std::memory_order_relaxed) & ATRACE_TAG_GRAPHICS) != 0;
+    return (atrace_get_enabled_tags() & ATRACE_TAG_GRAPHICS) != 0;
 }
 
 TraceSlice::TraceSlice(const char* name) : mOn(tracing()) {
@@ -151,9 +152,7 @@ void traceArrow(const char* name, const TracePoint& from) {
 
 }  // namespace qoz::host
 
-uint64_t atrace_get_enabled_tags() {
-    return qoz::host::gEnabledTags.load(std::memory_order_relaxed);
-}
+uint64_t atrace_enabled_tags = 0;
 
 void atrace_begin_body(const char* name) {
     using qoz::host::TraceEvent;

@@ -10,9 +10,14 @@
 #define ATRACE_TAG ATRACE_TAG_NEVER
 #endif
 
-uint64_t atrace_get_enabled_tags();
+extern uint64_t atrace_enabled_tags;
 void atrace_begin_body(const char* name);
 void atrace_end_body();
+
+// A point that reads a stale value is traced or left out; nothing else hangs on it.
+static inline uint64_t atrace_get_enabled_tags() {
+    return __atomic_load_n(&atrace_enabled_tags, __ATOMIC_RELAXED);
+}
 
 static inline uint64_t atrace_is_tag_enabled(uint64_t tag) {
     return atrace_get_enabled_tags() & tag;
