@@ -25,7 +25,7 @@ struct Lane::Queue {
 };
 
 Lane::Lane() : mQueue(std::make_shared<Queue>()) {
-    mWorker.start([queue = mQueue] {
+    mWorker.start("vpp lane", [queue = mQueue] {
         while (const std::function<void()> job = queue->next()) {
             job();
         }

@@ -57,7 +57,7 @@ void call(vpp::IVppCallbacks& callbacks, const Notice& notice, VppError status) 
 }  // namespace
 
 void Courier::start() {
-    mWorker.start([self = shared_from_this()] { self->run(); });
+    mWorker.start("vpp courier", [self = shared_from_this()] { self->run(); });
 }
 
 void Courier::post(Notice notice) {

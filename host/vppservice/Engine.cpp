@@ -1,7 +1,6 @@
 #include "host/vppservice/Engine.h"
 
 #include <host/control.h>
-#include <pthread.h>
 
 #include <utility>
 
@@ -28,7 +27,7 @@ Engine::Engine(const std::shared_ptr<vpp::IVppCallbacks>& callbacks,
 void Engine::start() {
     mInputCourier->start();
     mOutputCourier->start();
-    mWorker.start([self = shared_from_this()] { self->run(); });
+    mWorker.start("vpp engine", [self = shared_from_this()] { self->run(); });
 }
 
 void Engine::stop() {
@@ -106,7 +105,6 @@ void Engine::give(Command command) {
 }
 
 void Engine::run() {
-    pthread_setname_np(pthread_self(), "vpp engine");
     std::unique_lock lock(mLock);
     for (;;) {
         switch (awaitStep(lock)) {

@@ -1,14 +1,29 @@
 #include "host/vppservice/Worker.h"
 
+#include <pthread.h>
+
 #include <utility>
 
 namespace qoz::host::vppservice {
 
-void Worker::start(std::function<void()> body) {
+namespace {
+
+// A session is opened from the real-time worker of a client in the same process. That class is not
+// the service's: it would take the processor from the client whose frame has just come.
+void becomeOrdinary(const char* name) {
+    const sched_param none{};
+    pthread_setschedparam(pthread_self(), SCHED_OTHER, &none);
+    pthread_setname_np(pthread_self(), name);
+}
+
+}  // namespace
+
+void Worker::start(const char* name, std::function<void()> body) {
     if (mThread.joinable()) return;
     std::promise<void> done;
     mDone = done.get_future();
-    mThread = std::thread([body = std::move(body), done = std::move(done)]() mutable {
+    mThread = std::thread([name, body = std::move(body), done = std::move(done)]() mutable {
+        becomeOrdinary(name);
         body();
         body = nullptr;  // what it owned may own this worker
         done.set_value();

@@ -18,8 +18,9 @@ class Worker {
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
 
-    // No effect while it runs. Throws std::system_error when there is no thread to be had.
-    void start(std::function<void()> body);
+    // `name` is the thread's: a literal of at most 15 characters. No effect while it runs. Throws
+    // std::system_error when there is no thread to be had.
+    void start(const char* name, std::function<void()> body);
 
     // Waits for the body, which has been told to return; past `limit`, or on the thread itself, it
     // does not.
