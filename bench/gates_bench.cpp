@@ -38,6 +38,7 @@ int traceGatesIn(const std::filesystem::path& trace) {
     char last = 'E';
     for (size_t at = text.find(kPhase); at != std::string::npos; at = text.find(kPhase, at + 1)) {
         const char phase = text[at + kPhase.size()];
+        if (phase != 'B' && phase != 'E') continue;  // names and counters
         if (phase == 'B' || last == 'E') ++tests;
         last = phase;
     }
