@@ -102,6 +102,8 @@ enum class FaultKind {
     Late,       // answer `code` milliseconds later
     Twice,      // answer twice
     Unknown,    // answer with a cookie nobody gave
+    Keep,       // answer with `code`, and do it all the same
+    Swap,       // answer after the answer that follows
     Die,        // the service dies
 };
 
@@ -118,8 +120,11 @@ struct Fault {
 };
 
 // "queueBuf=7", "queueBuf=7@3" (third call), "flush=drop@2+" (second call and all after),
-// "drain=late:500". Words: drop, late:MS, twice, unknown, transport, die.
+// "drain=late:500". Words: drop, late:MS, twice, unknown, keep:CODE, swap, transport, die.
 std::optional<Fault> parseFault(const std::string& text, std::string* error);
+
+// The text that parseFault() reads as this; of the counts it knows 1 and 0.
+std::string toText(const Fault& fault);
 
 void armFault(const Fault& fault);
 void clearFaults();

@@ -2,12 +2,14 @@
 // the fault's to lose, and the component works again in a healthy world.
 //
 // With QOZ_WRITE_DOCS set to a folder, a run of the whole table writes faults.md there.
+#include <pthread.h>
 #include <sys/resource.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <iomanip>
+#include <latch>
 #include <limits>
 #include <set>
 #include <sstream>
@@ -38,6 +40,7 @@ struct Row {
     std::vector<std::pair<std::string, std::string>> properties = {};
     bool realWait = false;
     size_t doubles = 0;  // returns that the row itself makes come twice
+    bool throws = false;
 
     bool has(FaultKind kind) const {
         return std::ranges::any_of(faults, [kind](const Fault& f) { return f.kind == kind; });
@@ -51,7 +54,9 @@ struct Row {
                    f.kind == FaultKind::Unknown;
         }));
     }
-    size_t mayDouble() const { return doubles + (has(FaultKind::Twice) ? 1 : 0); }
+    size_t mayDouble() const {
+        return doubles + (has(FaultKind::Twice) || has(FaultKind::Keep) ? 1 : 0);
+    }
     // A dead service leaves both of the answers open that a change of size waits for.
     int waits() const { return has(FaultKind::Die) ? 2 : 1; }
     friend void PrintTo(const Row& row, std::ostream* out) { *out << row.name; }
@@ -60,36 +65,39 @@ struct Row {
 // The service's operations and callbacks, by every kind of fault that fits.
 struct Operation {
     const char* name;
-    uint64_t nth;      // call that is hit
-    const char* fits;  // C code, T transport, D drop, L late, W twice, U unknown, X die
+    uint64_t nth;  // call that is hit
+    const char*
+        fits;  // C code, K keep, T transport, D drop, L late, W twice, U unknown, S swap, X die
 };
 
 constexpr Operation kOperations[] = {{"getNewVppSession", 1, "CTDLX"},
-                                     {"initSession", 1, "CTLX"},
+                                     {"initSession", 1, "CKTLX"},
                                      {"setCtrlVppMode", 1, "CTLX"},
-                                     {"setCtrlFrc", 1, "CTLX"},
+                                     {"setCtrlFrc", 1, "CKTLX"},
                                      {"setCtrlAis", 1, "CTLX"},
                                      {"setParameter", 2, "CTLX"},
-                                     {"open", 1, "CTLX"},
-                                     {"queueBuf", 5, "CTDLWUX"},
-                                     {"flush", 2, "CTDLWX"},
-                                     {"reconfigure", 1, "CTDLWX"},
-                                     {"drain", 1, "CTDLWX"},
+                                     {"open", 1, "CKTLX"},
+                                     {"queueBuf", 5, "CKTDLWUSX"},
+                                     {"flush", 2, "CKTDLWX"},
+                                     {"reconfigure", 1, "CKTDLWX"},
+                                     {"drain", 1, "CKTDLWX"},
                                      {"close", 1, "CTLX"},
                                      {"terminateSession", 1, "CTLX"},
-                                     {"inputBufferDone", 2, "CTDLWUX"},
-                                     {"outputBufferDone", 2, "CTDLWUX"},
-                                     {"eventFlushDone", 2, "CTDLWX"},
-                                     {"eventReconfigDone", 1, "CTDLWX"},
-                                     {"eventDrainDone", 1, "CTDLWX"}};
+                                     {"inputBufferDone", 2, "CTDLWUSX"},
+                                     {"outputBufferDone", 2, "CTDLWUSX"},
+                                     {"eventFlushDone", 2, "CTDLWSX"},
+                                     {"eventReconfigDone", 1, "CTDLWSX"},
+                                     {"eventDrainDone", 1, "CTDLWSX"}};
 
 constexpr std::tuple<char, FaultKind, const char*> kKinds[] = {
     {'C', FaultKind::Code, "answers with an error"},
+    {'K', FaultKind::Keep, "answers with an error, and is done"},
     {'T', FaultKind::Transport, "is not carried"},
     {'D', FaultKind::Drop, "is not answered"},
     {'L', FaultKind::Late, "is late"},
     {'W', FaultKind::Twice, "is answered twice"},
     {'U', FaultKind::Unknown, "has an unknown cookie"},
+    {'S', FaultKind::Swap, "comes after the next"},
     {'X', FaultKind::Die, "kills the service"}};
 
 void addService(std::vector<Row>& rows) {
@@ -108,6 +116,8 @@ void addService(std::vector<Row>& rows) {
                         {{operation, FaultKind::Drop, 0, 2, 1}}});
         rows.back().realWait = true;
     }
+    rows.push_back({"queueBuf of a source answers with an error, and is done",
+                    {{"queueBuf", FaultKind::Keep, 7, 1, 1}}});
 }
 
 void withFewDescriptors(FaultPlay& play) {
@@ -118,6 +128,20 @@ void withFewDescriptors(FaultPlay& play) {
     setrlimit(RLIMIT_NOFILE, &few);
     play.frames(6, 64, 48);
     setrlimit(RLIMIT_NOFILE, &before);
+    play.playOn();
+}
+
+// A stack that no address space holds: no thread can be made.
+void withoutThreads(FaultPlay& play) {
+    play.disable();
+    pthread_attr_t before;
+    pthread_attr_t none;
+    pthread_getattr_default_np(&before);
+    pthread_getattr_default_np(&none);
+    pthread_attr_setstacksize(&none, size_t{1} << 60);
+    pthread_setattr_default_np(&none);
+    play.start({1, 0, 1, 0});
+    pthread_setattr_default_np(&before);
     play.playOn();
 }
 
@@ -132,6 +156,14 @@ void addPlatform(std::vector<Row>& rows) {
         }
     }
     rows.push_back({.name = "two descriptors left", .script = withFewDescriptors});
+    rows.push_back({.name = "no thread for the worker", .script = withoutThreads});
+    for (const char* name : {"vendor.qoz.log.msg", "vendor.qoz.maxw"}) {
+        for (const char* value : {"xyz", "99999999999999999999"}) {
+            rows.push_back({.name = std::string("property ") + name + " is " + value,
+                            .properties = {{name, value}},
+                            .throws = true});
+        }
+    }
     const std::pair<const char*, const char*> absurd[] = {{"vendor.qoz.maxw", "-5"},
                                                           {"vendor.qoz.maxw", "99999999999"},
                                                           {"debug.vpp.frc.game.ext.mbi", "banana"}};
@@ -148,11 +180,40 @@ void atTimes(FaultPlay& play) {
     play.playOn();
 }
 
+template <int32_t kSlot>
+void lendTwice(FaultPlay& play) {
+    play.frames(1, 64, 48);
+    play.lendOnceMore(kSlot);
+    play.playOn();
+}
+
 template <uint32_t kWidth, uint32_t kHeight>
 void ofSize(FaultPlay& play) {
     play.frames(2, 64, 48);
     play.frames(2, kWidth, kHeight);
     play.playOn();
+}
+
+// Blocks the worker in the client's code until the session is gone and only disable() waits for it.
+void withBlockedCallback(FaultPlay& play) {
+    std::latch release(1);
+    std::atomic<bool> released{false};
+    play.client.onReturn = [&, driver = std::this_thread::get_id()] {
+        if (std::this_thread::get_id() != driver) release.wait();
+    };
+    play.frames(6, 64, 48);
+    play.flush(false);
+    std::thread releaser([&] {
+        EXPECT_TRUE(eventually([] { return host::counters().sessionsLive == 0; }));
+        released = true;
+        release.count_down();
+    });
+    play.disable();
+    EXPECT_TRUE(released) << "disabled while the client was in a callback";
+    releaser.join();
+    play.client.onReturn = {};
+    EXPECT_EQ(play.client.ledger().outstanding(), 0U);
+    play.saw("process goes on, disable waits for the callback");
 }
 
 void addClient(std::vector<Row>& rows) {
@@ -168,6 +229,8 @@ void addClient(std::vector<Row>& rows) {
         {"frames of 1x1", ofSize<1, 1>},
         {"frames of 33x17", ofSize<33, 17>},
         {"frames of 16384x8", ofSize<16384, 8>},
+        {"frames of 2147483647x2147483647", ofSize<0x7FFFFFFF, 0x7FFFFFFF>},
+        {"callback blocks", withBlockedCallback},
         {"callback takes 10 ms",
          [](FaultPlay& play) {
              play.client.onReturn = [] { std::this_thread::sleep_for(10ms); };
@@ -190,14 +253,12 @@ void addClient(std::vector<Row>& rows) {
     };
     for (const auto& [name, script] : scripts)
         rows.push_back({.name = name, .script = script});
-    rows.push_back({.name = "a slot lent twice",
-                    .script =
-                        [](FaultPlay& play) {
-                            play.frames(1, 64, 48);
-                            play.lendOnceMore(8);  // the last of those that wait for a frame
-                            play.playOn();
-                        },
-                    .doubles = 1});
+    // The last of the outputs that wait for a frame, and the source that is the motion reference.
+    const std::pair<const char*, Script> twice[] = {
+        {"a slot lent twice", lendTwice<8>},
+        {"a source sent twice", lendTwice<LiveClient::kFirstSource>}};
+    for (const auto& [name, script] : twice)
+        rows.push_back({.name = name, .script = script, .doubles = 1});
 }
 
 std::vector<Row> allRows() {
@@ -254,6 +315,12 @@ source held as motion reference) at a disable that no flush preceded.
 TEST_P(Faults, LoseNothingElseAndStopNobody) {
     for (const auto& [name, value] : GetParam().properties)
         host::setProperty(name, value);
+    if (GetParam().throws) {
+        EXPECT_THROW(FaultPlay(kShortWait, 0), std::logic_error);
+        sLines.push_back("| " + GetParam().name +
+                         " | the constructor throws | 0.0 s | none lent |\n");
+        return;
+    }
     FaultPlay play(GetParam().realWait ? kRealWait : kShortWait, GetParam().lossy());
     run(play);
     if (HasFailure()) return;

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <atomic>
 #include <charconv>
-#include <map>
 #include <mutex>
 #include <string_view>
+#include <utility>
 
 namespace qoz::host {
 namespace {
@@ -34,12 +34,15 @@ bool firesNow(const Armed& row) {
     return row.fault.count == 0 || row.calls < row.fault.nth + row.fault.count;
 }
 
-const std::map<std::string_view, FaultKind>& words() {
-    static const std::map<std::string_view, FaultKind> kWords{
-        {"drop", FaultKind::Drop},           {"late", FaultKind::Late},
-        {"twice", FaultKind::Twice},         {"unknown", FaultKind::Unknown},
-        {"transport", FaultKind::Transport}, {"die", FaultKind::Die}};
-    return kWords;
+using Word = std::pair<std::string_view, FaultKind>;
+
+constexpr Word kWords[] = {{"drop", FaultKind::Drop},           {"late", FaultKind::Late},
+                           {"twice", FaultKind::Twice},         {"unknown", FaultKind::Unknown},
+                           {"keep", FaultKind::Keep},           {"swap", FaultKind::Swap},
+                           {"transport", FaultKind::Transport}, {"die", FaultKind::Die}};
+
+bool hasNumber(FaultKind kind) {
+    return kind == FaultKind::Late || kind == FaultKind::Keep;
 }
 
 template <typename Number>
@@ -51,12 +54,12 @@ bool parseNumber(std::string_view text, Number* number) {
 // "7", "drop", "late:500"
 bool parseAnswer(std::string_view text, Fault* fault) {
     const auto colon = text.find(':');
-    const auto word = words().find(text.substr(0, colon));
-    if (word == words().end()) return parseNumber(text, &fault->code);
+    const auto* word = std::ranges::find(kWords, text.substr(0, colon), &Word::first);
+    if (word == std::end(kWords)) return parseNumber(text, &fault->code);
     fault->kind = word->second;
-    if (fault->kind != FaultKind::Late) return colon == std::string_view::npos;
+    if (!hasNumber(fault->kind)) return colon == std::string_view::npos;
     return colon != std::string_view::npos && parseNumber(text.substr(colon + 1), &fault->code) &&
-           fault->code >= 0;
+           (fault->code >= 0 || fault->kind != FaultKind::Late);
 }
 
 // "3", "3+"
@@ -74,14 +77,15 @@ std::optional<Fault> takeFault(const char* operation) {
     if (!gAnyArmed.load(std::memory_order_relaxed)) return std::nullopt;
     Table& t = table();
     const std::lock_guard lock(t.lock);
-    std::optional<Fault> result;
+    const Fault* hit = nullptr;
     for (Armed& row : t.rows) {
         if (row.fault.operation != operation) continue;
         ++row.calls;
-        if (!result && firesNow(row)) result = row.fault;
+        if (hit == nullptr && firesNow(row)) hit = &row.fault;
     }
-    if (result) ++t.fired;
-    return result;
+    if (hit == nullptr) return std::nullopt;
+    ++t.fired;
+    return *hit;
 }
 
 std::optional<Fault> parseFault(const std::string& text, std::string* error) {
@@ -98,6 +102,16 @@ std::optional<Fault> parseFault(const std::string& text, std::string* error) {
     if (good) return fault;
     *error = "not a fault: " + text + " (operation=code, or operation=word, then @n or @n+)";
     return std::nullopt;
+}
+
+std::string toText(const Fault& fault) {
+    std::string text = fault.operation + '=';
+    for (const auto& [word, kind] : kWords) {
+        if (kind == fault.kind) text += word;
+    }
+    if (hasNumber(fault.kind)) text += ':';
+    if (hasNumber(fault.kind) || fault.kind == FaultKind::Code) text += std::to_string(fault.code);
+    return text + '@' + std::to_string(fault.nth) + (fault.count == 0 ? "+" : "");
 }
 
 void armFault(const Fault& fault) {

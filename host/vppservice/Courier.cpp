@@ -84,8 +84,19 @@ void Courier::stop() {
 }
 
 void Courier::run() {
+    std::optional<Parcel> swapped;  // with the one that follows
     for (Parcel parcel; next(&parcel); parcel = {}) {
-        if (judge(&parcel)) deliver(&parcel);
+        if (!judge(&parcel)) continue;
+        if (parcel.verdict->manner == Manner::Swap && !swapped) {
+            parcel.to.reset();  // stop() lets go of the client's object
+            swapped = std::move(parcel);
+            continue;
+        }
+        deliver(&parcel);
+        if (!swapped) continue;
+        swapped->to = parcel.to;
+        deliver(&*swapped);
+        swapped.reset();
     }
 }
 

@@ -39,6 +39,13 @@ Verdict FaultGate::judge(const char* operation) const {
         case FaultKind::Unknown:
             verdict.manner = Manner::Unknown;
             break;
+        case FaultKind::Keep:
+            verdict.answer = static_cast<VppError>(fault->code);
+            verdict.done = true;
+            break;
+        case FaultKind::Swap:
+            verdict.manner = Manner::Swap;
+            break;
         case FaultKind::Die:
             verdict.lost = true;
             mDie();

@@ -14,11 +14,12 @@
 namespace qoz::host::vppservice {
 
 // How an answer that comes later, as a callback, is to come.
-enum class Manner { Plain, Drop, Twice, Unknown };
+enum class Manner { Plain, Drop, Twice, Unknown, Swap };
 
 struct Verdict {
     bool lost = false;               // fails below its result; nothing is done
     std::optional<VppError> answer;  // given in place of doing anything
+    bool done = false;               // or after it has been done
     Manner manner = Manner::Plain;
     std::chrono::milliseconds delay{0};
 };

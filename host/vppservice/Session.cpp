@@ -56,10 +56,11 @@ ndk::ScopedAStatus Session::serve(const char* operation, Error* result, const Ac
     if (result == nullptr) return Status::fromStatus(STATUS_UNKNOWN_TRANSACTION);
     const Verdict verdict = mGate->judge(operation);
     if (verdict.lost) return deadObject();
-    const Error answer = verdict.answer ? *verdict.answer : act(verdict.manner);
+    Error answer = Error::VPP_OK;
+    if (!verdict.answer || verdict.done) answer = act(verdict.manner);
     mPause.sleepFor(verdict.delay);
     if (isDead()) return deadObject();
-    *result = answer;
+    *result = verdict.answer.value_or(answer);
     return Status::ok();
 }
 

@@ -69,10 +69,14 @@ void FaultPlay::frameAt(int64_t nanoseconds, uint32_t width, uint32_t height) {
 }
 
 void FaultPlay::lendOnceMore(int32_t slot) {
-    android::QOZBufferInfo output{slot, nullptr, nullptr, 0, {}};
-    output.buffer = new android::GraphicBuffer(
-        client.vpp->expectedOutputWidth(), client.vpp->expectedOutputHeight(), 0x7FA30C06, 0x333);
-    time([&] { client.vpp->process(nullptr, &output); });
+    std::vector<android::QOZBufferInfo> packet{{slot, nullptr, nullptr, mNow, {}}};
+    const bool isSource = slot >= LiveClient::kFirstSource;
+    packet[0].buffer = new android::GraphicBuffer(
+        isSource ? 64 : client.vpp->expectedOutputWidth(),
+        isSource ? 48 : client.vpp->expectedOutputHeight(), isSource ? kRgba : 0x7FA30C06, 0x333);
+    time([&] {
+        client.vpp->process(isSource ? &packet : nullptr, isSource ? nullptr : packet.data());
+    });
 }
 
 void FaultPlay::drain() {
@@ -81,10 +85,11 @@ void FaultPlay::drain() {
     if (!drained) saw("drain fails");
 }
 
-void FaultPlay::flush() {
+void FaultPlay::flush(bool awaitHome) {
     time([&] { client.vpp->flushsync(); });
     const auto state = client.vpp->state();
     if (state == VppComponent::IDLE) {
+        if (!awaitHome) return;
         // A return that is late on purpose comes after the flush.
         eventually([this] { return client.ledger().outstanding() <= mMayLose; });
         flushed = client.ledger();

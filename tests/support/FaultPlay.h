@@ -28,10 +28,12 @@ class FaultPlay {
     void frames(int count, uint32_t width, uint32_t height,
                 std::optional<android::ConfigParams> carried = {});
     void frameAt(int64_t nanoseconds, uint32_t width = 64, uint32_t height = 48);
-    void lendOnceMore(int32_t slot);  // whether it is out or not
+    void lendOnceMore(int32_t slot);  // output or source, whether it is out or not
     void drain();
-    void flush();
+    void flush(bool awaitHome = true);
     void disable();
+
+    void saw(const std::string& text);
 
     // Frames, a new size, a new ratio, drain, flush, frames; all of it, whatever fails.
     void playOn();
@@ -48,7 +50,6 @@ class FaultPlay {
   private:
     template <typename Act>
     std::chrono::milliseconds time(const Act& act);
-    void saw(const std::string& text);
 
     const size_t mMayLose;
     int64_t mNow = 0;

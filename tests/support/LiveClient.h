@@ -31,6 +31,8 @@ constexpr uint32_t kSourcePort = 1;
 
 class LiveClient final : public android::IQOZCallback {
   public:
+    static constexpr int32_t kFirstSource = 100;  // no slot stands for a source and an output
+
     explicit LiveClient(bool keepPixels = false) : mKeepPixels(keepPixels) {}
 
     // False when the component cannot be enabled or started.
@@ -78,7 +80,6 @@ class LiveClient final : public android::IQOZCallback {
     // Each config() with motion vectors has one more source stay until a flush: room for many.
     static constexpr size_t kSources = 40;
     static constexpr size_t kOutputs = 24;
-    static constexpr int32_t kFirstSource = 100;  // no slot stands for a source and an output
 
     const bool mKeepPixels;
     mutable std::mutex mLock;

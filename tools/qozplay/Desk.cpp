@@ -79,41 +79,11 @@ class ServiceProcess final : public Desk::Service {
     qoz::host::RemoteVppService mService;
 };
 
-// The words of a fault, as parseFault() reads them.
-std::string toText(const qoz::host::Fault& fault) {
-    using qoz::host::FaultKind;
-    std::string text = fault.operation + '=';
-    switch (fault.kind) {
-        case FaultKind::Code:
-            text += std::to_string(fault.code);
-            break;
-        case FaultKind::Transport:
-            text += "transport";
-            break;
-        case FaultKind::Drop:
-            text += "drop";
-            break;
-        case FaultKind::Late:
-            text += "late:" + std::to_string(fault.code);
-            break;
-        case FaultKind::Twice:
-            text += "twice";
-            break;
-        case FaultKind::Unknown:
-            text += "unknown";
-            break;
-        case FaultKind::Die:
-            text += "die";
-            break;
-    }
-    return text + '@' + std::to_string(fault.nth) + (fault.count == 0 ? "+" : "");
-}
-
 std::unique_ptr<Desk::Service> startProcess(const Options& options) {
     std::vector<std::string> arguments;
     for (const qoz::host::Fault& fault : options.faults) {
         if (isOurs(fault)) continue;
-        arguments.insert(arguments.end(), {"--fault", toText(fault)});
+        arguments.insert(arguments.end(), {"--fault", qoz::host::toText(fault)});
     }
     try {
         return std::make_unique<ServiceProcess>(arguments);
