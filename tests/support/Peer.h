@@ -79,8 +79,11 @@ class VppComponentPeer {
     uint32_t inputsInVpp() const { return c.mInputBuffersInVpp; }
     uint32_t outputsInVpp() const { return c.mOutputBuffersInVpp; }
     void post(int32_t cmd) { c.postOBDCmd(cmd); }
+    void storeCommand(int32_t cmd) { c.storeOBDCmd(cmd); }  // waits for nobody
+    // The worker looks for work, and goes to sleep, under this.
+    std::unique_lock<std::mutex> holdLook() { return std::unique_lock(c.mOBDPostLock); }
     void requestDeliver() { c.requestDeliver(); }
-    void enqueue(uint32_t id, const VppBuffer& buffer) { c.enqueueOBD(id, buffer); }
+    bool store(uint32_t id, const VppBuffer& buffer) { return c.storeOBD(id, buffer); }
     size_t queued() {
         const std::lock_guard lock(c.mVppOBDQueueLock);
         return c.mVppOBDQueue.size();
