@@ -18,6 +18,16 @@ void parseChange(const std::string& text) {
     }
 }
 
+// What is read can be written, and reads the same again.
+void parseFault(const std::string& text) {
+    std::string error;
+    const auto fault = qoz::host::parseFault(text, &error);
+    if (!fault) return;
+    const std::string written = qoz::host::toText(*fault);
+    const auto again = qoz::host::parseFault(written, &error);
+    if (!again || qoz::host::toText(*again) != written) abort();
+}
+
 // A component reads the numeric properties, or cannot be constructed.
 void construct() {
     qoz::host::setLogSink([](const qoz::host::LogLine&) {});
@@ -33,15 +43,15 @@ void construct() {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 1) return 0;
     const std::string text(reinterpret_cast<const char*>(data) + 1, size - 1);
-    std::string error;
     switch (data[0] % 4) {
         case 0:
-            (void)qoz::host::parseFault(text, &error);
+            parseFault(text);
             break;
         case 1:
             parseChange(text);
             break;
         case 2: {
+            std::string error;
             const qoz::fuzz::MemoryFile file(data + 1, size - 1);
             (void)qoz::host::loadProperties(file.path(), &error);
             construct();

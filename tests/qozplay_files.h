@@ -55,7 +55,7 @@ struct Outcome {
     std::string out, err;
 };
 
-// A whole run of the player.
+// A run of the player, in this process.
 inline Outcome run(const std::string& line) {
     std::istringstream words("qozplay " + line);
     const std::vector<std::string> typed(std::istream_iterator<std::string>(words), {});

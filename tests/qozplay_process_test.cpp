@@ -1,0 +1,146 @@
+// The player with the service in a process of its own: the same frames, and the end of that process
+// at any moment.
+#include "qozplay_files.h"
+
+#include <host/vppd/Bus.h>
+#include <host/vppd/Names.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <iostream>
+#include <map>
+#include <optional>
+#include <random>
+#include <thread>
+
+namespace qozplay {
+namespace {
+
+using namespace std::chrono_literals;
+using qoz::host::vppd::Bus;
+using qoz::host::vppd::kBusName;
+
+TEST(PlayerProcess, MakesTheSameFramesAsInline) {
+    const Folder folder;
+    for (const std::string settings : {"--interp 2 --upscale 1.5", "--ais-only", "--mv off"}) {
+        const std::string line = "--scene-size 96x64 --frames 12 " + settings;
+        const Outcome inside = run(line + " -o " + folder.file("in.y4m"));
+        const Outcome outside = run(line + " --service process -o " + folder.file("out.y4m"));
+        EXPECT_EQ(inside.code, 0) << inside.err;
+        EXPECT_EQ(outside.code, 0) << outside.err;
+        const std::string frames = folder.read("in.y4m");
+        EXPECT_GT(frames.size(), 12 * i420Bytes({96, 64}));
+        EXPECT_TRUE(frames == folder.read("out.y4m")) << settings;
+    }
+}
+
+// The service of the player that runs, whose bus lies in a folder under this one. The connection
+// goes at once: the player counts its descriptors.
+std::optional<pid_t> servicePid(const std::string& folder) {
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        if (!entry.path().filename().string().starts_with("qoz-bus-")) continue;
+        try {
+            Bus bus("unix:path=" + (entry.path() / "socket").string());
+            bus.start({});
+            return bus.pidOf(kBusName);
+        } catch (const sdbus::Error&) {
+            // It is about to come, or to go.
+        }
+    }
+    return std::nullopt;
+}
+
+// A clip in whose course the service is killed: when it has been there for this long.
+struct Killed {
+    Outcome outcome = {};
+    bool landed = false;
+    std::chrono::steady_clock::time_point at, end;
+    nlohmann::json stats = {};
+};
+
+Killed playAndKill(const Folder& folder, const std::string& line,
+                   std::chrono::duration<double> age) {
+    Killed killed;
+    std::atomic<bool> over{false};
+    std::thread killer([&] {
+        const std::string place = folder.file("");
+        while (!over && !servicePid(place)) {
+        }
+        std::this_thread::sleep_for(age);
+        const auto service = servicePid(place);
+        killed.at = std::chrono::steady_clock::now();
+        killed.landed = service && kill(*service, SIGKILL) == 0;
+    });
+    killed.outcome = run(line);
+    killed.end = std::chrono::steady_clock::now();
+    over = true;
+    killer.join();
+    killed.stats = nlohmann::json::parse(folder.read("stats.json"));
+    return killed;
+}
+
+// The one message of an end as it should be; "no harm" when the kill came too late to be noticed.
+std::string plainEnd(const Killed& killed) {
+    const std::string& err = killed.outcome.err;
+    const auto& buffers = killed.stats["sessions"][0]["buffers"];
+    EXPECT_EQ(buffers["lent"].get<int>(), buffers["returned"].get<int>() +
+                                              buffers["refused"].get<int>() +
+                                              buffers["lost"].get<int>());
+    EXPECT_EQ(err.find("descriptors"), std::string::npos) << err;
+    EXPECT_LT(killed.end - killed.at, 4s) << err;
+    std::vector<std::string> said;
+    for (const char* message : {"the service died", "could not be enabled", "did not start",
+                                "the flush at the end failed"}) {
+        if (err.find(message) != std::string::npos) said.emplace_back(message);
+    }
+    if (killed.outcome.code == 0) said.emplace_back("no harm");
+    EXPECT_EQ(said.size(), 1U) << err;
+    EXPECT_TRUE(killed.outcome.code == 0 || (killed.outcome.code == 1 && killed.landed)) << err;
+    return said.empty() ? "" : said[0];
+}
+
+// QOZ_KILLS: how many that meet a service. Every second clip has its last flush answered late, so
+// that the service also dies with the component waiting for that.
+TEST(PlayerProcess, EndsWithOneWheneverTheServiceIsKilled) {
+    const char* const wanted = getenv("QOZ_KILLS");
+    const size_t kills = wanted != nullptr ? std::stoul(wanted) : 6;
+    const uint32_t seed = std::random_device{}();
+    std::mt19937 random(seed);
+    const Folder folder;
+    setenv("TMPDIR", folder.file("").c_str(), 1);
+    const std::string plain =
+        "--service process --scene-size 96x64 --stats " + folder.file("stats.json");
+    const std::string lines[] = {plain, plain + " --fault eventFlushDone=late:300@1+"};
+    std::chrono::duration<double> lives[2];  // of a service that nobody kills, and a little more
+    for (int kind = 0; kind < 2; ++kind) {
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(run(lines[kind]).code, 0);
+        lives[kind] = std::chrono::steady_clock::now() - start;
+    }
+    std::vector<double> seconds;
+    std::map<std::string, int> ends;
+    size_t clips = 0;
+    for (; seconds.size() < kills; ++clips) {
+        SCOPED_TRACE("seed " + std::to_string(seed) + ", clip " + std::to_string(clips));
+        const double share = std::uniform_real_distribution(0.0, 0.9)(random);
+        const Killed killed = playAndKill(folder, lines[clips % 2], share * lives[clips % 2]);
+        const std::string end = plainEnd(killed);
+        if (!killed.landed) continue;
+        seconds.push_back(std::chrono::duration<double>(killed.end - killed.at).count());
+        ++ends[end];
+    }
+    unsetenv("TMPDIR");
+    std::ranges::sort(seconds);
+    std::cout << "seed " << seed << ": " << seconds.size() << " kills in " << clips
+              << " clips; seconds to the end: min " << seconds.front() << ", median "
+              << seconds[seconds.size() / 2] << ", max " << seconds.back();
+    for (const auto& [end, count] : ends)
+        std::cout << "; " << end << ": " << count;
+    std::cout << '\n';
+}
+
+}  // namespace
+}  // namespace qozplay
