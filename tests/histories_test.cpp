@@ -74,6 +74,9 @@ const Fault kFaults[] = {{"queueBuf", FaultKind::Code, 7, 3},
                          {"allocate", FaultKind::Code, 1, 2},
                          {"native_handle_create", FaultKind::Code, 1, 3},
                          {"RGBToNV12", FaultKind::Code, 1, 1},
+                         {"queueBuf", FaultKind::Keep, 7, 2},
+                         {"outputBufferDone", FaultKind::Swap, 0, 2},
+                         {"inputBufferDone", FaultKind::Swap, 0, 1},
                          {"queueBuf", FaultKind::Die, 0, 3},
                          {"eventFlushDone", FaultKind::Die, 0, 1}};
 
@@ -126,7 +129,7 @@ struct Allowance {
             if (step.act != Act::Arm) continue;
             const FaultKind kind = kFaults[step.value % std::size(kFaults)].kind;
             faults = true;
-            if (kind == FaultKind::Twice) ++doubled;
+            if (kind == FaultKind::Twice || kind == FaultKind::Keep) ++doubled;
             lost += kind == FaultKind::Die ? 1000 : kind == FaultKind::Code ? 0 : 1;
         }
     }

@@ -16,6 +16,10 @@ std::string onPort(const char* operation, VppPort port) {
     return operation + std::to_string(static_cast<int32_t>(port));
 }
 
+// Set on a session's own thread when the session ended there, with the component that an event's
+// callback object had kept.
+thread_local bool tSessionGone = false;
+
 uint64_t inodeOf(int fd) {
     struct stat info {};
     return fstat(fd, &info) == 0 ? info.st_ino : 0;
@@ -47,7 +51,8 @@ ScriptedVpp::~ScriptedVpp() {
         mEnding = true;
         mPosted.notify_one();
     }
-    mThread.join();
+    tSessionGone = mThread.get_id() == std::this_thread::get_id();
+    tSessionGone ? mThread.detach() : mThread.join();
 }
 
 ndk::ScopedAStatus ScriptedVpp::note(const std::string& call, VppError* result) {
@@ -82,6 +87,7 @@ void ScriptedVpp::serve() {
         lock.unlock();
         if (target != nullptr) event(*target);
         target.reset();
+        if (tSessionGone) return;
         lock.lock();
     }
 }
