@@ -109,10 +109,7 @@ TEST_F(Dump, WaitsNeitherForTheClientNorForTheService) {
         return dumped(*vpp).find("flush input done, output not done") != std::string::npos;
     }));
     expectLines({"  state: PENDING", "  awaited: flush"});
-    session().send([](vpp::IVppCallbacks& callbacks) {
-        vpp::VppError ignored{};
-        callbacks.eventFlushDone({1}, &ignored);
-    });
+    session().send([](vpp::IVppCallbacks& to, vpp::VppError* r) { to.eventFlushDone({1}, r); });
     flusher.join();
     expectLines({"  state: IDLE", "  awaited: nothing"});
 }

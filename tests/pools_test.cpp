@@ -7,6 +7,13 @@
 namespace qoz::test {
 namespace {
 
+constexpr auto kNoFit = "requestYuvBuffer : buffer is not compatible, clear all existing buffers";
+
+using android::align;
+static_assert(align(541, 2) == 542 && align(540, 2) == 540 && align(1, 16) == 16);
+static_assert(align(0, 8) == 0 && align(7, 1) == 7 && align(7, 0) == 7);
+static_assert(align(0xFFFFFFFF, 2) == 0);
+
 class Pools : public ComponentTest {
   protected:
     void SetUp() override {
@@ -55,8 +62,8 @@ TEST_F(Pools, AnEmptyPoolAllocates) {
     EXPECT_EQ(log.count("requestYuvBuffer : allocate yuv buffer:64x64"), 1);
     EXPECT_FALSE(request(nullptr));
     EXPECT_FALSE(peer().requestYuv(&out, {}));
-    EXPECT_EQ(log.count(ANDROID_LOG_ERROR, "requestYuvBuffer : invalid buffer args"), 1);
-    EXPECT_EQ(log.count(ANDROID_LOG_ERROR, "No need to request buffer, should not happen"), 1);
+    EXPECT_EQ(log.errors("requestYuvBuffer : invalid buffer args"), 1);
+    EXPECT_EQ(log.errors("No need to request buffer, should not happen"), 1);
 }
 
 TEST_F(Pools, TheOldestFreeBufferIsReused) {
@@ -75,28 +82,20 @@ TEST_F(Pools, TheOldestFreeBufferIsReused) {
 }
 
 TEST_F(Pools, ABufferThatDoesNotFitDiscardsAllFreeOnes) {
-    struct Row {
-        const char* what;
-        sp<GraphicBuffer> drawn;
-    };
-    for (const Row& row :
-         {Row{"width", buffer(32, 64, kNv12)}, Row{"height", buffer(64, 32, kNv12)},
-          Row{"format", buffer(64, 64, kRgba)}, Row{"usage", buffer(64, 64, kNv12, 0x100)},
-          Row{"absent", nullptr}}) {
-        log.clear();
-        freeYuv(100, row.drawn);
+    int misfit = 0;
+    for (const auto& drawn : {buffer(32, 64, kNv12), buffer(64, 32, kNv12), buffer(64, 64, kRgba),
+                              buffer(64, 64, kNv12, 0x100), sp<GraphicBuffer>()}) {
+        SCOPED_TRACE(++misfit);
+        freeYuv(100, drawn);
         freeYuv(200, buffer(64, 64, kNv12));
         peer().yuvMap()[300] = buffer(32, 32, kNv12);  // in the VPP: stays
         sp<GraphicBuffer> out;
-        ASSERT_TRUE(request(&out)) << row.what;
-        EXPECT_NE(out, row.drawn) << row.what;
-        EXPECT_TRUE(peer().freeYuv().empty()) << row.what;
-        EXPECT_EQ(peer().yuvMap().size(), 1) << row.what;
-        EXPECT_TRUE(peer().yuvMap().contains(300)) << row.what;
-        EXPECT_EQ(log.count(ANDROID_LOG_ERROR,
-                            "requestYuvBuffer : buffer is not compatible, clear all existing "
-                            "buffers"),
-                  1);
+        ASSERT_TRUE(request(&out));
+        EXPECT_NE(out, drawn);
+        EXPECT_TRUE(peer().freeYuv().empty());
+        EXPECT_EQ(peer().yuvMap().size(), 1);
+        EXPECT_TRUE(peer().yuvMap().contains(300));
+        EXPECT_EQ(log.errors(kNoFit), misfit);
     }
 }
 
@@ -109,13 +108,12 @@ TEST_F(Pools, SideBuffersAreRequestedByKind) {
     EXPECT_TRUE(fwOut != nullptr && bwOut != nullptr && dsOut == nullptr);
     log.clear();
     EXPECT_TRUE(requestSide(false, false));
-    EXPECT_EQ(log.count(ANDROID_LOG_ERROR, "no extradata needs to be requested"), 1);
+    EXPECT_EQ(log.errors("no extradata needs to be requested"), 1);
     EXPECT_FALSE(peer().requestExtradata(&fwOut, nullptr, {}, &dsOut, {}));
 }
 
 TEST_F(Pools, AMissingSideBufferIsMadeAndTheRestReused) {
-    const auto fw = vectors();
-    const auto bw = vectors();
+    const auto fw = vectors(), bw = vectors();
     freeSide(100, fw, bw, nullptr);
     freeSide(200, vectors(), vectors(), half());
     ASSERT_TRUE(requestSide(true, true));
@@ -132,6 +130,8 @@ TEST_F(Pools, AMissingSideBufferIsMadeAndTheRestReused) {
 }
 
 TEST_F(Pools, ASideBufferThatDoesNotFitDiscardsAllFreeEntries) {
+    const std::string prefix = "requestExtradataBuffer : ";
+    const std::string misfit = " not compatible, reallocate new buffer";
     freeSide(100, vectors(), vectors(), half());
     freeSide(200, vectors(), vectors(), half());
     peer().extradataMap()[300] = {vectors(), vectors(), nullptr};
@@ -139,36 +139,18 @@ TEST_F(Pools, ASideBufferThatDoesNotFitDiscardsAllFreeEntries) {
     EXPECT_EQ(dsOut->getHeight(), 64);
     EXPECT_TRUE(peer().freeExtradata().empty());
     EXPECT_EQ(peer().extradataMap().size(), 1);
-    EXPECT_EQ(log.count(ANDROID_LOG_ERROR,
-                        "requestExtradataBuffer : downscale buffer is not compatible, reallocate "
-                        "new buffer"),
-              1);
+    EXPECT_EQ(log.errors(prefix + "downscale buffer is" + misfit), 1);
     freeSide(100, buffer(8, 8, kRgba), vectors(), half());
     ASSERT_TRUE(requestSide(true, false));
-    EXPECT_EQ(log.count(ANDROID_LOG_ERROR,
-                        "requestExtradataBuffer : mv buffers are not compatible, reallocate new "
-                        "buffer"),
-              1);
+    EXPECT_EQ(log.errors(prefix + "mv buffers are" + misfit), 1);
 }
 
 TEST_F(Pools, AnEntryWithoutItsBackwardVectorsFailsAndStays) {
     freeSide(100, vectors(), nullptr, half());
     EXPECT_FALSE(requestSide(true, true));
-    EXPECT_EQ(log.count(ANDROID_LOG_ERROR, "failed to allocate fwBuffer or bwBuffer"), 1);
+    EXPECT_EQ(log.errors("failed to allocate fwBuffer or bwBuffer"), 1);
     EXPECT_EQ(peer().freeExtradata(), (std::set<uint64_t>{100}));
     EXPECT_TRUE(peer().extradataMap().contains(100));
-}
-
-TEST_F(Pools, AlignRoundsUp) {
-    for (const auto& [value, alignment, expected] : {std::tuple{541U, 2U, 542U},
-                                                     {540U, 2U, 540U},
-                                                     {0U, 8U, 0U},
-                                                     {7U, 1U, 7U},
-                                                     {7U, 0U, 7U},
-                                                     {1U, 16U, 16U},
-                                                     {0xFFFFFFFFU, 2U, 0U}}) {
-        EXPECT_EQ(android::align(value, alignment), expected) << value << " " << alignment;
-    }
 }
 
 }  // namespace

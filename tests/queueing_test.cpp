@@ -1,5 +1,4 @@
-// Buffers on their way to the service: records, cookies, metabuffers, counters, and every way to
-// fail.
+// Buffers on their way to the service: records, cookies, metabuffers, counters; every way to fail.
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -12,6 +11,11 @@ namespace {
 using vpp::VppError;
 using vpp::VppPort;
 using SideBuffers = VppComponentPeer::SideBuffers;
+
+using Names = std::vector<std::string>;
+
+const std::string kFw = "vpp.metabuf.mv.fw", kBw = "vpp.metabuf.mv.bw";
+const std::string kHalf = "vpp.metabuf.scale.0p5";
 
 uint64_t inodeOf(const sp<GraphicBuffer>& b) {
     struct stat info {};
@@ -74,10 +78,9 @@ TEST_F(Queueing, AnInputRecordDescribesTheFrame) {
     peer().setNeedAdditionalBuffer(true);
     const Queued pooled = queueInput({}, 77);
     EXPECT_EQ(pooled.cookie, 0x10003);
-    EXPECT_EQ(std::tuple(pooled.allocLen, pooled.filledLen, pooled.size),
-              std::tuple(8192U, 8192U, 8192U))
-        << "64x64 NV12 in whole pages";
-    EXPECT_EQ(pooled.descriptors, 1);
+    constexpr uint32_t kSize = 8192;  // of 64x64 NV12 in whole pages
+    EXPECT_EQ(std::tuple(pooled.allocLen, pooled.filledLen, pooled.size, pooled.descriptors),
+              std::tuple(kSize, kSize, kSize, 1U));
     EXPECT_EQ(pooled.inode, inodeOf(frame));
     EXPECT_EQ(pooled.timestamp, 77);
     EXPECT_EQ(peer().yuvMap().at(77), frame);
@@ -85,24 +88,22 @@ TEST_F(Queueing, AnInputRecordDescribesTheFrame) {
     peer().setNeedAdditionalBuffer(false);
     EXPECT_EQ(queueInput({}, 78).cookie, 3);
     EXPECT_FALSE(peer().yuvMap().contains(78));
-    EXPECT_EQ(peer().inputsInVpp(), 2);
+    EXPECT_EQ(peer().inVpp(), std::pair(2U, 0U));
 }
 
 TEST_F(Queueing, MetabuffersFollowWhatExists) {
     struct Row {
         SideBuffers side;
         bool mv, ds;
-        std::vector<std::string> metas;
+        Names metas;
     };
-    const std::string fw = "vpp.metabuf.mv.fw", bw = "vpp.metabuf.mv.bw";
-    const std::string half = "vpp.metabuf.scale.0p5";
     uint64_t timestamp = 100;
     for (const Row& row : {
-             Row{{small(), small(), small()}, true, true, {fw, bw, half}},
-             Row{{small(), small(), nullptr}, true, false, {fw, bw}},
-             Row{{small(), nullptr, small()}, true, true, {half}},
+             Row{{small(), small(), small()}, true, true, {kFw, kBw, kHalf}},
+             Row{{small(), small(), nullptr}, true, false, {kFw, kBw}},
+             Row{{small(), nullptr, small()}, true, true, {kHalf}},
              Row{{nullptr, small(), nullptr}, true, true, {}},
-             Row{{nullptr, nullptr, small()}, false, true, {half}},
+             Row{{nullptr, nullptr, small()}, false, true, {kHalf}},
              Row{{small(), small(), small()}, false, false, {}},
          }) {
         peer().setSideBuffersEnabled(row.mv, row.ds);
@@ -125,39 +126,38 @@ TEST_F(Queueing, AnOutputRecordIsEmptyAndActivates) {
     EXPECT_EQ(vpp->state(), VppComponent::ACTIVE);
     const Queued output = queuedOn(VppPort::OUTPUT).back();
     EXPECT_EQ(static_cast<uint64_t>(output.cookie), 0xFFFFFFFF8000003F);
-    EXPECT_EQ(std::tuple(output.allocLen, output.filledLen, output.metas.size()),
-              std::tuple(8192U, 0U, size_t{0}));
-    EXPECT_EQ(peer().outputsInVpp(), 1);
+    EXPECT_EQ(std::tuple(output.allocLen, output.filledLen, output.metas),
+              std::tuple(8192U, 0U, Names{}));
+    EXPECT_EQ(peer().inVpp(), std::pair(0U, 1U));
 }
 
 // Result 0 says taken: so what cannot be queued comes straight back, once, and costs nothing.
 TEST_F(Queueing, AnOutputBufferThatIsRefusedComesBackInvalid) {
     struct Row {
-        const char* what;
         int32_t slot;
         sp<GraphicBuffer> lent;
-        std::function<void()> breakIt;
         const char* message;
+        std::function<void()> breakIt;
     };
     const auto nothing = [] {};
+    const auto refuse = [this] { session().results["queueBuf1"] = VppError::VPP_ERR_NO_MEM; };
+    const auto noHandle = [] { host::armFault({"native_handle_create"}); };
     for (const Row& row : {
-             Row{"slot 64", 64, frame, nothing, "output buffer refused: slot 64 is out of range"},
-             Row{"slot -5", -5, frame, nothing, "output buffer refused: slot -5 is out of range"},
-             Row{"size", 1, buffer(64, 32, kNv12), nothing,
-                 "Queued output buffer size=64x32 doesn't match expected buffer size=64x64"},
-             Row{"no memory", 2, buffer(64, 64, 99), nothing, "invalid graphic buffer"},
-             Row{"service", 3, frame,
-                 [this] { session().results["queueBuf1"] = VppError::VPP_ERR_NO_MEM; },
-                 "failed to queue vpp buffer"},
-             Row{"handle", 4, frame, [] { host::armFault({"native_handle_create"}); },
-                 "native_handle_create failed"},
+             Row{64, frame, "output buffer refused: slot 64 is out of range", nothing},
+             Row{-5, frame, "output buffer refused: slot -5 is out of range", nothing},
+             Row{1, buffer(64, 32, kNv12),
+                 "Queued output buffer size=64x32 doesn't match expected buffer size=64x64",
+                 nothing},
+             Row{2, buffer(64, 64, 99), "invalid graphic buffer", nothing},
+             Row{3, frame, "failed to queue vpp buffer", refuse},
+             Row{4, frame, "native_handle_create failed", noHandle},
          }) {
         client.clear();
         row.breakIt();
-        EXPECT_EQ(processOutput(row.slot, row.lent), 0) << row.what;
-        EXPECT_EQ(client.done(), (std::vector<Done>{{0, row.slot, 0, 0}})) << row.what;
-        EXPECT_EQ(log.count(row.message), 1) << row.what;
-        EXPECT_EQ(peer().outputsInVpp(), 0) << row.what;
+        EXPECT_EQ(processOutput(row.slot, row.lent), 0) << row.message;
+        EXPECT_EQ(client.done(), (std::vector<Done>{{0, row.slot, 0, 0}})) << row.message;
+        EXPECT_EQ(log.count(row.message), 1) << row.message;
+        EXPECT_EQ(peer().inVpp().second, 0) << row.message;
     }
     client.clear();
     {
@@ -175,7 +175,7 @@ TEST_F(Queueing, AFrameThatIsRefusedLeavesItsBuffersToTheNext) {
     SideBuffers side{small(), small(), small()};
     EXPECT_FALSE(peer().queueBuffer(frame, side, 3, 500, true));
     EXPECT_EQ(std::get<0>(side), nullptr) << "moved into the pool";
-    EXPECT_EQ(peer().inputsInVpp(), 0);
+    EXPECT_EQ(peer().inVpp(), std::pair(0U, 0U));
     EXPECT_EQ(peer().freeYuv(), (std::set<uint64_t>{500}));
     EXPECT_EQ(peer().freeExtradata(), (std::set<uint64_t>{500}));
     EXPECT_TRUE(client.done().empty()) << "nothing of the client's was in it";
@@ -191,21 +191,13 @@ TEST_F(Queueing, AFrameThatIsRefusedLeavesItsBuffersToTheNext) {
 }
 
 TEST_F(Queueing, AFailedMetabufferLeavesTheFrame) {
-    struct Row {
-        uint64_t nth;
-        std::vector<std::string> metas;
-        const char* message;
-    };
-    const std::string fw = "vpp.metabuf.mv.fw", bw = "vpp.metabuf.mv.bw";
-    uint64_t timestamp = 100;
-    for (const Row& row : {Row{1, {"", ""}, "nhMeta1 native_handle_create failed"},
-                           Row{2, {fw, ""}, "nhMeta2 native_handle_create failed"},
-                           Row{3, {fw, bw, ""}, "nhMeta3 native_handle_create failed"}}) {
+    uint64_t nth = 0;
+    for (const Names& metas : {Names{"", ""}, Names{kFw, ""}, Names{kFw, kBw, ""}}) {
         SideBuffers side{small(), small(), small()};
         host::clearFaults();
-        host::armFault({.operation = "native_handle_create", .nth = row.nth});
-        EXPECT_EQ(queueInput(std::move(side), ++timestamp).metas, row.metas);
-        EXPECT_EQ(log.count(ANDROID_LOG_ERROR, row.message), 1);
+        host::armFault({.operation = "native_handle_create", .nth = ++nth});
+        EXPECT_EQ(queueInput(std::move(side), nth).metas, metas);
+        EXPECT_EQ(log.errors("nhMeta" + std::to_string(nth) + " native_handle_create failed"), 1);
     }
     const size_t before = queuedOn(VppPort::INPUT).size();
     SideBuffers side{small(), small(), small()};
@@ -221,15 +213,12 @@ TEST_F(Queueing, NativeHandlesAreReleased) {
     native_handle_t* handle = native_handle_create(1, 0);
     handle->data[0] = dup(0);
     peer().releaseHandle(handle, true);  // the fixture counts handles and descriptors
-    log.clear();
     native_handle_t* broken = native_handle_create(0, 0);
     broken->version = 1;
     peer().releaseHandle(broken, true);
-    EXPECT_EQ(log.count(ANDROID_LOG_ERROR, "ERROR : native_handle_close returned err = 4294967274"),
-              1);
+    EXPECT_EQ(log.errors("ERROR : native_handle_close returned err = 4294967274"), 1);
     peer().releaseHandle(broken, false);
-    EXPECT_EQ(
-        log.count(ANDROID_LOG_ERROR, "ERROR : native_handle_delete returned err = 4294967274"), 1);
+    EXPECT_EQ(log.errors("ERROR : native_handle_delete returned err = 4294967274"), 1);
     broken->version = sizeof(native_handle_t);
     native_handle_delete(broken);
 }

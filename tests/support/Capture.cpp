@@ -30,17 +30,8 @@ LogCapture::~LogCapture() {
     host::setLogSink(mBefore);
 }
 
-size_t LogCapture::count(const std::string& text) const {
-    const std::lock_guard lock(mLock);
-    return static_cast<size_t>(std::ranges::count_if(
-        mLines, [&](const host::LogLine& line) { return withoutPrefix(line.text) == text; }));
-}
-
-size_t LogCapture::count(int priority, const std::string& text) const {
-    const std::lock_guard lock(mLock);
-    return static_cast<size_t>(std::ranges::count_if(mLines, [&](const host::LogLine& line) {
-        return line.priority == priority && withoutPrefix(line.text) == text;
-    }));
+size_t LogCapture::count(const std::string& text, std::optional<int> priority) const {
+    return static_cast<size_t>(std::ranges::count(texts(priority), text));
 }
 
 size_t LogCapture::countPrefixed(int maxPriority) const {
@@ -50,11 +41,12 @@ size_t LogCapture::countPrefixed(int maxPriority) const {
     }));
 }
 
-std::vector<std::string> LogCapture::texts(int priority) const {
+std::vector<std::string> LogCapture::texts(std::optional<int> priority) const {
     const std::lock_guard lock(mLock);
     std::vector<std::string> result;
     for (const auto& line : mLines) {
-        if (line.priority == priority) result.push_back(withoutPrefix(line.text));
+        if (line.priority == priority.value_or(line.priority))
+            result.push_back(withoutPrefix(line.text));
     }
     return result;
 }
@@ -82,14 +74,10 @@ void Recorder::onConfigChanged(std::set<uint32_t> changes) {
     mChanges.push_back(std::move(changes));
 }
 
-std::vector<Done> Recorder::done() const {
+std::vector<Done> Recorder::done(std::optional<uint32_t> port) const {
     const std::lock_guard lock(mLock);
-    return mDone;
-}
-
-std::vector<Done> Recorder::done(uint32_t port) const {
-    std::vector<Done> result = done();
-    std::erase_if(result, [port](const Done& d) { return d.port != port; });
+    std::vector<Done> result = mDone;
+    if (port) std::erase_if(result, [port](const Done& d) { return d.port != *port; });
     return result;
 }
 

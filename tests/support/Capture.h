@@ -9,6 +9,7 @@
 #include <condition_variable>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -25,10 +26,10 @@ class LogCapture {
     ~LogCapture();
 
     // Lines whose text, without the "[name](address) " in front, is just this.
-    size_t count(const std::string& text) const;
-    size_t count(int priority, const std::string& text) const;
+    size_t count(const std::string& text, std::optional<int> priority = {}) const;
+    size_t errors(const std::string& text) const { return count(text, ANDROID_LOG_ERROR); }
     size_t countPrefixed(int maxPriority) const;  // with a prefix, below or at this priority
-    std::vector<std::string> texts(int priority) const;
+    std::vector<std::string> texts(std::optional<int> priority) const;
     void clear();
 
     // Called with each text as it is logged, on the thread that logs it.
@@ -55,8 +56,7 @@ class Recorder final : public android::IQOZCallback {
     void onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint64_t timestamp) override;
     void onConfigChanged(std::set<uint32_t> changes) override;
 
-    std::vector<Done> done() const;
-    std::vector<Done> done(uint32_t port) const;
+    std::vector<Done> done(std::optional<uint32_t> port = {}) const;
     std::vector<std::set<uint32_t>> changes() const;
     void clear();
 

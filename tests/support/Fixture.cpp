@@ -12,6 +12,17 @@ size_t countThreads() {
     return static_cast<size_t>(std::distance(begin(threads), end(threads)));
 }
 
+// What must be even in the end.
+std::map<std::string, uint64_t> living() {
+    const host::Counters now = host::counters();
+    return {{"threads", countThreads()},
+            {"graphic buffers", now.graphicBuffersLive},
+            {"native handles", now.nativeHandlesLive},
+            {"binders", now.bindersLive},
+            {"sessions", now.sessionsLive},
+            {"descriptors", host::openDescriptors()}};
+}
+
 }  // namespace
 
 sp<GraphicBuffer> buffer(uint32_t width, uint32_t height, int32_t format, uint32_t usage) {
@@ -22,36 +33,19 @@ void EvenTest::SetUp() {
     host::clearProperties();
     host::clearFaults();
     ABinderProcess_startThreadPool();  // its threads never end
-    mBefore = host::counters();
-    mDescriptors = host::openDescriptors();
-    mThreads = countThreads();
+    mBefore = living();
 }
 
 void EvenTest::TearDown() {
     host::clearFaults();
-    // Who still waits for a service that never came waits no longer.
-    std::optional<ScriptedService> come;
-    if (countThreads() != mThreads) {
-        come.emplace();
-        come->next.reset();  // its session has a thread of its own
+    {
+        // Who still waits for a service that never came waits no longer.
+        std::optional<ScriptedService> come;
+        if (countThreads() != mBefore["threads"]) come.emplace(nullptr);
+        eventually([this] { return countThreads() == mBefore["threads"]; });
     }
-    const bool threadsEven = eventually([this] { return countThreads() == mThreads; });
-    come.reset();
-    EXPECT_TRUE(threadsEven) << countThreads() << " threads, " << mThreads << " before";
-    const auto same = [this] {
-        const host::Counters now = host::counters();
-        return now.graphicBuffersLive == mBefore.graphicBuffersLive &&
-               now.nativeHandlesLive == mBefore.nativeHandlesLive &&
-               now.bindersLive == mBefore.bindersLive && now.sessionsLive == mBefore.sessionsLive &&
-               host::openDescriptors() == mDescriptors;
-    };
-    if (eventually(same)) return;
-    const host::Counters now = host::counters();
-    EXPECT_EQ(now.graphicBuffersLive, mBefore.graphicBuffersLive);
-    EXPECT_EQ(now.nativeHandlesLive, mBefore.nativeHandlesLive);
-    EXPECT_EQ(now.bindersLive, mBefore.bindersLive);
-    EXPECT_EQ(now.sessionsLive, mBefore.sessionsLive);
-    EXPECT_EQ(host::openDescriptors(), mDescriptors);
+    eventually([this] { return living() == mBefore; });
+    EXPECT_EQ(living(), mBefore);
 }
 
 void ComponentTest::SetUp() {
@@ -60,11 +54,19 @@ void ComponentTest::SetUp() {
 }
 
 void ComponentTest::TearDown() {
+    renew();
+    service.reset();
+    EvenTest::TearDown();
+}
+
+void ComponentTest::renew() {
     if (vpp != nullptr) vpp->disable();
     vpp.reset();
     if (service->next != nullptr) (void)service->next->terminateSession();
-    service.reset();
-    EvenTest::TearDown();
+    service->next = ndk::SharedRefBase::make<ScriptedVpp>();
+    host::clearFaults();
+    log.clear();
+    client.clear();
 }
 
 void ComponentTest::make(const char* logFlags) {

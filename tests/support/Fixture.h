@@ -5,6 +5,7 @@
 #include <host/platform/BufferLayout.h>
 #include <qoz/VppComponent.h>
 
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -36,9 +37,7 @@ class EvenTest : public ::testing::Test {
     void TearDown() override;
 
   private:
-    host::Counters mBefore;
-    int mDescriptors = 0;
-    size_t mThreads = 0;
+    std::map<std::string, uint64_t> mBefore;
     Watchdog mWatchdog;
 };
 
@@ -46,6 +45,9 @@ class ComponentTest : public EvenTest {
   protected:
     void SetUp() override;
     void TearDown() override;
+
+    // As a test begins: no component, a session without a script, nothing said yet.
+    void renew();
 
     // With all diagnostics on, unless `logFlags` says otherwise.
     void make(const char* logFlags = "21");

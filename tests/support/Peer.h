@@ -3,14 +3,16 @@
 
 #include <qoz/VppComponent.h>
 
+#include <array>
+#include <tuple>
+#include <utility>
+
 namespace android {
 
 class VppComponentPeer {
   public:
-    using Segment = VppComponent::VppCtrlFrcSegment;
     using SideBuffers = VppComponent::SideBuffers;
     using VppBuffer = VppComponent::VppBuffer;
-    using VppPortParam = VppComponent::VppPortParam;
 
     explicit VppComponentPeer(VppComponent& component) : c(component) {}
 
@@ -28,43 +30,39 @@ class VppComponentPeer {
     }
 
     // Stream.
-    void setSource(uint32_t width, uint32_t height) {
-        c.mWidth = width;
-        c.mHeight = height;
+    struct Shape {
+        uint32_t width, height, maxWidth, maxHeight, upscaleIndex;
+        float upscaleRatio;
+        bool doubled;
+    };
+    // Width and height of the input port, then of the output.
+    std::array<uint32_t, 4> resolve(const Shape& shape) {
+        std::tie(c.mWidth, c.mHeight) = std::tie(shape.width, shape.height);
+        std::tie(c.mMaxWidth, c.mMaxHeight) = std::tie(shape.maxWidth, shape.maxHeight);
+        std::tie(c.mUpscaleIndex, c.mUpscaleRatio, c.mDoubleOutput) =
+            std::tie(shape.upscaleIndex, shape.upscaleRatio, shape.doubled);
+        c.checkDownscaleAndSetExpectedResolution();
+        return {c.mInPortWidth, c.mInPortHeight, c.mExpectedOutWidth, c.mExpectedOutHeight};
     }
-    void setMax(uint32_t width, uint32_t height) {
-        c.mMaxWidth = width;
-        c.mMaxHeight = height;
-    }
-    void setUpscale(uint32_t index, float ratio, bool doubled) {
-        c.mUpscaleIndex = index;
-        c.mUpscaleRatio = ratio;
-        c.mDoubleOutput = doubled;
-    }
-    void resolve() { c.checkDownscaleAndSetExpectedResolution(); }
     bool needDownscale(uint32_t w, uint32_t h) {
         return c.mNeedDownscale(w, h, c.mMaxWidth, c.mMaxHeight);
     }
-    uint32_t inWidth() const { return c.mInPortWidth; }
-    uint32_t inHeight() const { return c.mInPortHeight; }
-    uint32_t outWidth() const { return c.mExpectedOutWidth; }
-    uint32_t outHeight() const { return c.mExpectedOutHeight; }
-    bool mvEnabled() const { return c.mMvEnabled; }
-    bool dsEnabled() const { return c.mDsEnabled; }
+    // Factor, AIS, doubled output, motion vectors, half-size copies, upscale ratio.
+    using Settings = std::tuple<uint32_t, bool, bool, bool, bool, float>;
+    Settings settings() const {
+        return {c.mInterpFactor, c.mAisEnabled, c.mDoubleOutput,
+                c.mMvEnabled,    c.mDsEnabled,  c.mUpscaleRatio};
+    }
     void setSideBuffersEnabled(bool mv, bool ds) {
         c.mMvEnabled = mv;
         c.mDsEnabled = ds;
     }
-    bool aisEnabled() const { return c.mAisEnabled; }
-    bool doubleOutput() const { return c.mDoubleOutput; }
-    uint32_t interpFactor() const { return c.mInterpFactor; }
-    void setInterpFactor(uint32_t factor) { c.mInterpFactor = factor; }
-    uint32_t upscaleIndex() const { return c.mUpscaleIndex; }
-    float upscaleRatio() const { return c.mUpscaleRatio; }
     std::list<int32_t>& slotList() { return c.mSlotList; }
-    std::vector<Segment>& segments() { return c.mFrcSegments; }
-    void setLastOutput(uint64_t timestamp) { c.mLastOutputTimestamp = timestamp; }
-    bool configFrc(uint64_t timestamp) { return c.configVppFrc(timestamp); }
+    bool configFrc(uint64_t timestamp, uint64_t lastOutput, uint32_t factor) {
+        c.mLastOutputTimestamp = lastOutput;
+        c.mInterpFactor = factor;
+        return c.configVppFrc(timestamp);
+    }
     bool drain() { return c.processDrainDone_l(); }
     bool reconfig(uint32_t w, uint32_t h, uint32_t format) {
         return c.processReconfig_l(w, h, format);
@@ -76,13 +74,14 @@ class VppComponentPeer {
         return c.queueBuffer(buffer, side, id, ts, isInput);
     }
     void setNeedAdditionalBuffer(bool needed) { c.mNeedAdditionalBuffer = needed; }
-    uint32_t inputsInVpp() const { return c.mInputBuffersInVpp; }
-    uint32_t outputsInVpp() const { return c.mOutputBuffersInVpp; }
+    // Inputs and outputs.
+    std::pair<uint32_t, uint32_t> inVpp() const {
+        return {c.mInputBuffersInVpp, c.mOutputBuffersInVpp};
+    }
     void post(int32_t cmd) { c.postOBDCmd(cmd); }
     void storeCommand(int32_t cmd) { c.storeOBDCmd(cmd); }  // waits for nobody
     // The worker looks for work, and goes to sleep, under this.
     std::unique_lock<std::mutex> holdLook() { return std::unique_lock(c.mOBDPostLock); }
-    void requestDeliver() { c.requestDeliver(); }
     bool store(uint32_t id, const VppBuffer& buffer) { return c.storeOBD(id, buffer); }
     size_t queued() {
         const std::lock_guard lock(c.mVppOBDQueueLock);

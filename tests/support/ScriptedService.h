@@ -1,7 +1,7 @@
 // A VPP service that does what a test tells it and writes down what it was sent.
 #pragma once
 
-#include <aidl/vendor/vuq/hardware/vpp/BnVppService.h>
+#include <host/vppservice/SessionGiver.h>
 #include <host/vppservice/VppSessionBase.h>
 
 #include <condition_variable>
@@ -33,7 +33,10 @@ struct Queued {
 
 class ScriptedVpp : public host::VppSessionBase {
   public:
-    ScriptedVpp();
+    // Called with a result to write to.
+    using Event = std::function<void(vpp::IVppCallbacks&, vpp::VppError*)>;
+
+    ScriptedVpp() : mThread([this] { serve(); }) {}
     ~ScriptedVpp() override;
 
     // The script, set before the component is let loose.
@@ -42,43 +45,48 @@ class ScriptedVpp : public host::VppSessionBase {
     vpp::VppError reconfigStatus = vpp::VppError::VPP_OK;
     std::function<void(const std::string&)> onCall;  // at the beginning of an operation
 
-    std::vector<std::string> calls() const;
-    std::vector<Queued> queued() const;
-    std::vector<vpp::VppPortParam> ports() const;  // of setParameter and reconfigure, in order
-    std::vector<vpp::VppCtrlFrcSegment> segments() const;  // the list last sent
-    std::vector<vpp::VppCtrlAis> aisControls() const;
+    std::vector<std::string> calls() const { return read(mCalls); }
+    std::vector<Queued> queued() const { return read(mQueued); }
+    // Of setParameter and reconfigure, in order.
+    std::vector<vpp::VppPortParam> ports() const { return read(mPorts); }
+    std::vector<vpp::VppCtrlFrcSegment> segments() const { return read(mSegments); }  // last sent
+    std::vector<vpp::VppCtrlAis> aisControls() const { return read(mAis); }
 
     // Give buffers back on the calling thread, as a binder thread would.
     void returnInput(int64_t cookie, uint64_t timestamp);
     void returnOutput(int64_t cookie, uint64_t timestamp, uint32_t filledLen);
 
     // Any event, on this session's own thread.
-    void send(std::function<void(vpp::IVppCallbacks&)> event);
-    vpp::IVppCallbacks* callbacks() const;
+    void send(Event event);
+    vpp::IVppCallbacks* callbacks() const { return read(mCallbacks).get(); }
 
-    ndk::ScopedAStatus close(vpp::VppError* result) override;
-    ndk::ScopedAStatus drain(vpp::VppError* result) override;
-    ndk::ScopedAStatus flush(vpp::VppPort port, vpp::VppError* result) override;
-    ndk::ScopedAStatus initSession(int32_t flags, const std::shared_ptr<vpp::IVppCallbacks>& object,
-                                   vpp::VppError* result) override;
-    ndk::ScopedAStatus open(vpp::VppError* result) override;
-    ndk::ScopedAStatus queueBuf(vpp::VppPort port, const vpp::VppBuffer& buffer,
-                                vpp::VppError* result) override;
-    ndk::ScopedAStatus reconfigure(const vpp::VppPortParam& input, const vpp::VppPortParam& output,
-                                   vpp::VppError* result) override;
-    ndk::ScopedAStatus setCtrlAis(const vpp::VppCtrlAis& ctrl, vpp::VppError* result) override;
-    ndk::ScopedAStatus setCtrlFrc(const std::vector<vpp::VppCtrlFrcSegment>& segments,
-                                  vpp::VppError* result) override;
-    ndk::ScopedAStatus setCtrlVppMode(int32_t mode, vpp::VppError* result) override;
-    ndk::ScopedAStatus setParameter(vpp::VppPort port, const vpp::VppPortParam& param,
-                                    vpp::VppError* result) override;
-    ndk::ScopedAStatus terminateSession() override;
+    Status close(Error* result) override { return note("close", result); }
+    Status drain(Error* result) override;
+    Status flush(Port port, Error* result) override;
+    Status initSession(int32_t flags, const std::shared_ptr<vpp::IVppCallbacks>& object,
+                       Error* result) override;
+    Status open(Error* result) override { return note("open", result); }
+    Status queueBuf(Port port, const vpp::VppBuffer& buffer, Error* result) override;
+    Status reconfigure(const PortParam& input, const PortParam& output, Error* result) override;
+    Status setCtrlAis(const vpp::VppCtrlAis& ctrl, Error* result) override;
+    Status setCtrlFrc(const std::vector<vpp::VppCtrlFrcSegment>& list, Error* result) override;
+    Status setCtrlVppMode(int32_t, Error* result) override {
+        return note("setCtrlVppMode", result);
+    }
+    Status setParameter(Port port, const PortParam& param, Error* result) override;
+    Status terminateSession() override;
 
   private:
-    ndk::ScopedAStatus note(const std::string& call, vpp::VppError* result);
-    void answer(const std::string& event, std::function<void(vpp::IVppCallbacks&)> action);
+    // `record` writes down what the call carried; `answer` follows a call that is not refused.
+    Status note(const std::string& call, Error* result, const std::function<void()>& record = {},
+                Event answer = {});
     void serve();
-    void dropCallbacks();
+
+    template <typename T>
+    T read(const T& kept) const {
+        const std::lock_guard lock(mLock);
+        return kept;
+    }
 
     mutable std::mutex mLock;
     std::condition_variable mPosted;
@@ -88,26 +96,11 @@ class ScriptedVpp : public host::VppSessionBase {
     std::vector<vpp::VppPortParam> mPorts;
     std::vector<vpp::VppCtrlFrcSegment> mSegments;
     std::vector<vpp::VppCtrlAis> mAis;
-    std::deque<std::function<void(vpp::IVppCallbacks&)>> mEvents;
+    std::deque<Event> mEvents;
     bool mEnding = false;
     std::thread mThread;
 };
 
-// Registered under the service's instance name while it lives.
-class ScriptedService {
-  public:
-    ScriptedService();
-    ~ScriptedService();
-
-    // The session that the next enable gets; null makes the service give none.
-    std::shared_ptr<ScriptedVpp> next;
-
-    void unregister();
-    void registerAgain();
-
-  private:
-    class Factory;
-    std::shared_ptr<Factory> mFactory;
-};
+using ScriptedService = host::SessionGiver<ScriptedVpp>;
 
 }  // namespace qoz::test

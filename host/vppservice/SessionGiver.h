@@ -1,0 +1,58 @@
+// A VPP service of one session that a test or a bench brings.
+#pragma once
+
+#include <aidl/vendor/vuq/hardware/vpp/BnVppService.h>
+#include <host/platform/ServiceRegistry.h>
+
+#include <memory>
+#include <string>
+#include <utility>
+
+namespace qoz::host {
+
+// Registered under the service's instance name while it lives.
+template <typename Session>
+class SessionGiver {
+  public:
+    explicit SessionGiver(std::shared_ptr<Session> session = ndk::SharedRefBase::make<Session>())
+        : next(std::move(session)), mFactory(ndk::SharedRefBase::make<Factory>(*this)) {
+        registerAgain();
+    }
+    ~SessionGiver() { unregister(); }
+
+    SessionGiver(const SessionGiver&) = delete;
+    SessionGiver& operator=(const SessionGiver&) = delete;
+
+    void unregister() { removeService(instance()); }
+    void registerAgain() { addService(instance(), mFactory->asBinder()); }
+
+    static std::string instance() { return std::string(Vpp::descriptor) + "/default"; }
+
+    // The session that the next caller gets; null: none.
+    std::shared_ptr<Session> next;
+
+  private:
+    using Vpp = aidl::vendor::vuq::hardware::vpp::IVppService;
+
+    class Factory : public aidl::vendor::vuq::hardware::vpp::BnVppService {
+      public:
+        explicit Factory(SessionGiver& giver) : mGiver(giver) {}
+
+        ndk::ScopedAStatus getNewVppSession(
+            int32_t, std::shared_ptr<aidl::vendor::vuq::hardware::vpp::IVpp>* out) override {
+            *out = mGiver.next;
+            return ndk::ScopedAStatus::ok();
+        }
+        ndk::ScopedAStatus getSessionCount(int32_t* out) override {
+            *out = 1;
+            return ndk::ScopedAStatus::ok();
+        }
+
+      private:
+        SessionGiver& mGiver;
+    };
+
+    const std::shared_ptr<Factory> mFactory;
+};
+
+}  // namespace qoz::host
