@@ -1,6 +1,5 @@
 // What the service gives back, and the worker that hands it to the client.
 #include <atomic>
-#include <latch>
 #include <thread>
 
 #include "pipeline/Cookie.h"
@@ -27,19 +26,6 @@ class Delivery : public ComponentTest {
     void returnOutput(uint32_t slot, uint64_t timestamp, uint32_t filled = 1) {
         session().returnOutput(cookie::forOutput(slot), timestamp, filled);
     }
-};
-
-// Holds the worker inside the client's callback for one slot until it is let go.
-struct HeldWorker {
-    HeldWorker(Recorder& client, int32_t slot) {
-        client.onDone = [this, slot](const Done& done) {
-            if (done.slot != slot) return;
-            inside.count_down();
-            release.wait();
-        };
-    }
-    std::latch inside{1};
-    std::latch release{1};
 };
 
 TEST_F(Delivery, EachReturnGoesWhereItBelongs) {
@@ -96,15 +82,16 @@ TEST_F(Delivery, EmptyEntriesAreErased) {
     session().returnInput(cookie::forInput(1, true), 7);
     EXPECT_TRUE(peer().yuvMap().empty() && peer().extradataMap().empty());
     EXPECT_TRUE(peer().freeYuv().empty() && peer().freeExtradata().empty());
-    EXPECT_EQ(log.errors("Should NOT enter here, we should NOT push any empty buffer"), 1);
-    EXPECT_EQ(log.errors("Should NOT enter here, we should NOT push all empty extradata buffers!!"),
-              1);
+    const std::string never = "Should NOT enter here, we should NOT push ";
+    EXPECT_EQ(log.errors(never + "any empty buffer"), 1);
+    EXPECT_EQ(log.errors(never + "all empty extradata buffers!!"), 1);
 }
 
 // While the client holds the worker in a callback, returns neither wait nor get lost, and keep
 // their order.
 TEST_F(Delivery, ReturnsDoNotWaitForTheClient) {
-    HeldWorker held(client, 0);
+    Gate held;
+    holdDelivery(0, held);
     returnOutput(0, 1);
     held.inside.wait();
     for (const uint32_t slot : {1, 2, 3})
@@ -119,7 +106,8 @@ TEST_F(Delivery, ReturnsDoNotWaitForTheClient) {
 
 // Neither the command that is posted nor the request that comes after it is lost.
 TEST_F(Delivery, ARequestOverwritesNoCommand) {
-    HeldWorker held(client, 0);
+    Gate held;
+    holdDelivery(0, held);
     returnOutput(0, 1);
     held.inside.wait();
     peer().storeCommand(4);
@@ -128,9 +116,9 @@ TEST_F(Delivery, ARequestOverwritesNoCommand) {
     ASSERT_TRUE(
         eventually([this] { return log.errors("VppOBDworkerThread: Unrecognized cmd 4") == 1; }));
     EXPECT_TRUE(client.waitFor(2));
-    peer().post(4);  // answered, known or not
-    peer().post(3);  // with an empty queue: calls nobody
-    EXPECT_EQ(client.done().size(), 2);
+    peer().storeCommand(3);  // with an empty queue: calls nobody
+    returnOutput(2, 3);
+    EXPECT_TRUE(client.waitFor(3));
 }
 
 // Also what has been written down but not yet been asked for.

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <latch>
 #include <thread>
 
 #include "pipeline/Cookie.h"
@@ -24,19 +23,9 @@ std::string dumped(const VppComponent& component) {
     return text;
 }
 
-// Holds whoever comes by until it is let go.
-struct Gate {
-    void hold() {
-        inside.count_down();
-        release.wait();
-    }
-    std::latch inside{1};
-    std::latch release{1};
-};
-
 class Dump : public ComponentTest {
   protected:
-    void expectLines(const std::vector<std::string>& lines) {
+    void expectLines(const Strings& lines) {
         const std::string text = dumped(*vpp);
         for (const std::string& line : lines)
             EXPECT_NE(text.find(line + '\n'), std::string::npos) << line << "\nin\n" << text;
@@ -44,7 +33,7 @@ class Dump : public ComponentTest {
 
     // What the dump says while the service does not return from this call.
     void whileCallHangs(const std::string& call, const std::function<void()>& work,
-                        const std::vector<std::string>& lines) {
+                        const Strings& lines) {
         SCOPED_TRACE(call);
         Gate gate;
         session().onCall = [&](const std::string& made) {
@@ -85,9 +74,7 @@ TEST_F(Dump, TellsOfTheStreamAndItsBuffers) {
 TEST_F(Dump, WaitsNeitherForTheClientNorForTheService) {
     enableAndConfig(64, 64, {1, 0, 1, 0});
     Gate gate;
-    client.onDone = [&gate](const Done& done) {
-        if (done.slot == 0) gate.hold();
-    };
+    holdDelivery(0, gate);
     session().returnOutput(android::cookie::forOutput(0), 1, 1);
     gate.inside.wait();
     session().returnOutput(android::cookie::forOutput(1), 2, 1);

@@ -11,7 +11,6 @@ namespace {
 
 using vpp::VppError;
 using vpp::VppPort;
-using Names = std::vector<std::string>;
 
 constexpr uint32_t kW = 64;
 constexpr uint32_t kH = 48;
@@ -29,8 +28,8 @@ class Intake : public ComponentTest {
     static sp<GraphicBuffer> nv12() { return buffer(kW, kH, kNv12); }
 
     // What the service has been given on the input port, once for each frame.
-    std::vector<Names> metas() const {
-        std::vector<Names> result;
+    std::vector<Strings> metas() const {
+        std::vector<Strings> result;
         for (const auto& queued : queuedOn(VppPort::INPUT))
             result.push_back(queued.metas);
         return result;
@@ -48,15 +47,15 @@ class Intake : public ComponentTest {
     size_t mReturned = 0;
 };
 
-const Names kAllThree{"vpp.metabuf.mv.fw", "vpp.metabuf.mv.bw", "vpp.metabuf.scale.0p5"};
-const Names kHalfOnly{"vpp.metabuf.scale.0p5"};
+const Strings kAllThree{"vpp.metabuf.mv.fw", "vpp.metabuf.mv.bw", "vpp.metabuf.scale.0p5"};
+const Strings kHalfOnly{"vpp.metabuf.scale.0p5"};
 
 TEST_F(Intake, APlainFrameIsConvertedAndReleased) {
     startPlain();
     ASSERT_EQ(processSource(7, frame(), 1234567), 0);
     EXPECT_EQ(queuedOn(VppPort::INPUT).at(0).timestamp, 1234) << "microseconds";
     EXPECT_EQ(queuedOn(VppPort::INPUT)[0].cookie, 0x10007);
-    EXPECT_EQ(metas(), std::vector<Names>{{}});
+    EXPECT_EQ(metas(), std::vector<Strings>{{}});
     EXPECT_EQ(client.done(), (std::vector<Done>{{1, 7, 1, 0}}));
     ASSERT_EQ(processSource(8, frame(), -1999), 0);
     EXPECT_EQ(queuedOn(VppPort::INPUT)[1].timestamp, static_cast<uint64_t>(-1)) << "toward zero";
@@ -81,15 +80,14 @@ TEST_F(Intake, WithMotionVectorsASourceIsReleasedOneFrameLate) {
     ASSERT_EQ(processSource(1, frame(), 2000), 0);
     ASSERT_EQ(processSource(2, frame(), 3000), 0);
     EXPECT_EQ(client.done(), (std::vector<Done>{{1, 0, 1, 0}, {1, 1, 1, 0}}));
-    EXPECT_EQ(metas(), (std::vector<Names>{kHalfOnly, kAllThree, kAllThree}))
+    EXPECT_EQ(metas(), (std::vector<Strings>{kHalfOnly, kAllThree, kAllThree}))
         << "the first is fresh";
     vpp->flushsync();
     EXPECT_EQ(client.done().back(), (Done{1, 2, 1, 0}));
 }
 
 TEST_F(Intake, BadPacketsAreRefusedAndStayTheClients) {
-    make();
-    ASSERT_TRUE(enable());
+    makeEnabled();
     EXPECT_EQ(processSource(0, frame(), 0), 1) << "nothing started";
     vpp->config(kW, kH, kRgba, {1, 0, 1, 0}, true);
     EXPECT_EQ(processSource(0, nullptr, 0), 1);
@@ -104,8 +102,7 @@ TEST_F(Intake, BadPacketsAreRefusedAndStayTheClients) {
 }
 
 TEST_F(Intake, AnOutputBufferStartsASessionInInit) {
-    make();
-    ASSERT_TRUE(enable());
+    makeEnabled();
     session().results["open"] = VppError::VPP_ERR_RESOURCES;
     EXPECT_EQ(processOutput(4, nv12()), 1);
     EXPECT_EQ(client.done(), (std::vector<Done>{{0, 4, 0, 0}}));
@@ -127,7 +124,7 @@ TEST_F(Intake, ADummySetsTheConverterUpAndNeverComesBack) {
     EXPECT_EQ(processSource(0, frame(), 1000), 0);
     EXPECT_EQ(log.count("processBuffer: Setup MotionEngine, isFirstFrame=1, isBufferSizeChanged=0"),
               0);
-    EXPECT_EQ(metas(), std::vector<Names>{kHalfOnly});
+    EXPECT_EQ(metas(), std::vector<Strings>{kHalfOnly});
     EXPECT_TRUE(client.done().empty());
 }
 
@@ -149,8 +146,7 @@ TEST_F(Intake, ConvertedSourcesAreQueuedAsTheyAre) {
 
 TEST_F(Intake, AClientsTargetTravelsUnderItsOwnSlot) {
     startPlain();
-    const auto target = nv12();
-    std::vector<QOZBufferInfo> packet{{1, frame(), {}, 9000, {}}, {40, target, {}, 0, {}}};
+    std::vector<QOZBufferInfo> packet{{1, frame(), {}, 9000, {}}, {40, nv12(), {}, 0, {}}};
     EXPECT_EQ(vpp->process(&packet, nullptr), 0);
     EXPECT_EQ(queuedOn(VppPort::INPUT).at(0).cookie, 40);
     returnInputs();
@@ -227,8 +223,8 @@ TEST_F(Intake, NoFrameIsRefusedForItsReference) {
     for (const auto& source : {frame(), frame(), nv12(), nv12(), frame(), frame()}) {
         ASSERT_EQ(processSource(0, source, ts += 1000), 0) << ts;
     }
-    EXPECT_EQ(metas(), (std::vector<Names>{kHalfOnly, kAllThree, kHalfOnly, kAllThree, kHalfOnly,
-                                           kAllThree}));
+    EXPECT_EQ(metas(), (std::vector<Strings>{kHalfOnly, kAllThree, kHalfOnly, kAllThree, kHalfOnly,
+                                             kAllThree}));
 }
 
 // The next frame of that size has no reference of its own size.

@@ -1,6 +1,5 @@
 // Buffers on their way to the service: records, cookies, metabuffers, counters; every way to fail.
 #include <sys/resource.h>
-#include <sys/stat.h>
 
 #include "pipeline/Cookie.h"
 #include "support/Fixture.h"
@@ -12,15 +11,8 @@ using vpp::VppError;
 using vpp::VppPort;
 using SideBuffers = VppComponentPeer::SideBuffers;
 
-using Names = std::vector<std::string>;
-
 const std::string kFw = "vpp.metabuf.mv.fw", kBw = "vpp.metabuf.mv.bw";
 const std::string kHalf = "vpp.metabuf.scale.0p5";
-
-uint64_t inodeOf(const sp<GraphicBuffer>& b) {
-    struct stat info {};
-    return fstat(b->handle->data[0], &info) == 0 ? info.st_ino : 0;
-}
 
 class Queueing : public ComponentTest {
   protected:
@@ -47,8 +39,7 @@ class Queueing : public ComponentTest {
     struct NoDescriptors {
         NoDescriptors() {
             getrlimit(RLIMIT_NOFILE, &before);
-            rlimit none = before;
-            none.rlim_cur = 0;
+            const rlimit none{0, before.rlim_max};
             setrlimit(RLIMIT_NOFILE, &none);
         }
         ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &before); }
@@ -81,7 +72,7 @@ TEST_F(Queueing, AnInputRecordDescribesTheFrame) {
     constexpr uint32_t kSize = 8192;  // of 64x64 NV12 in whole pages
     EXPECT_EQ(std::tuple(pooled.allocLen, pooled.filledLen, pooled.size, pooled.descriptors),
               std::tuple(kSize, kSize, kSize, 1U));
-    EXPECT_EQ(pooled.inode, inodeOf(frame));
+    EXPECT_EQ(pooled.inode, inodeOf(frame->handle->data[0]));
     EXPECT_EQ(pooled.timestamp, 77);
     EXPECT_EQ(peer().yuvMap().at(77), frame);
     EXPECT_EQ(log.count("skip to emplace empty mv buffers and downscale buffers"), 1);
@@ -95,7 +86,7 @@ TEST_F(Queueing, MetabuffersFollowWhatExists) {
     struct Row {
         SideBuffers side;
         bool mv, ds;
-        Names metas;
+        Strings metas;
     };
     uint64_t timestamp = 100;
     for (const Row& row : {
@@ -127,7 +118,7 @@ TEST_F(Queueing, AnOutputRecordIsEmptyAndActivates) {
     const Queued output = queuedOn(VppPort::OUTPUT).back();
     EXPECT_EQ(static_cast<uint64_t>(output.cookie), 0xFFFFFFFF8000003F);
     EXPECT_EQ(std::tuple(output.allocLen, output.filledLen, output.metas),
-              std::tuple(8192U, 0U, Names{}));
+              std::tuple(8192U, 0U, Strings{}));
     EXPECT_EQ(peer().inVpp(), std::pair(0U, 1U));
 }
 
@@ -192,7 +183,7 @@ TEST_F(Queueing, AFrameThatIsRefusedLeavesItsBuffersToTheNext) {
 
 TEST_F(Queueing, AFailedMetabufferLeavesTheFrame) {
     uint64_t nth = 0;
-    for (const Names& metas : {Names{"", ""}, Names{kFw, ""}, Names{kFw, kBw, ""}}) {
+    for (const Strings& metas : {Strings{"", ""}, Strings{kFw, ""}, Strings{kFw, kBw, ""}}) {
         SideBuffers side{small(), small(), small()};
         host::clearFaults();
         host::armFault({.operation = "native_handle_create", .nth = ++nth});

@@ -9,11 +9,14 @@ namespace qoz::test {
 namespace {
 
 using vpp::VppError;
-using Calls = std::vector<std::string>;
 
 constexpr uint32_t kYuv = android::kVendorYuv;
 
 class Stream : public ComponentTest {};
+
+auto described(const vpp::VppPortParam& p) {
+    return std::tuple(p.width, p.height, p.stride, p.scanlines, p.colorFormat);
+}
 
 TEST_F(Stream, FormatsAreClassified) {
     struct Row {
@@ -22,15 +25,13 @@ TEST_F(Stream, FormatsAreClassified) {
         uint32_t yuv;
         bool rgb;
         int getFormat, port;
-        const char* verdict;
+        bool supported;
     };
     make("0");
     for (const Row& row :
-         {Row{1, 2, kNv12, true, 0, 8, "supported"}, Row{2, 3, kNv12, true, 0, 8, "supported"},
-          Row{277, 4, kNv12, true, 0, 8, "supported"},
-          Row{kYuv, 0, kYuv, false, 3, 0, "not supported"},
-          Row{kNv12, 1, kNv12, false, 3, 3, "supported"},
-          Row{3, -1, 3, false, 3, 8, "not supported"}}) {
+         {Row{1, 2, kNv12, true, 0, 8, true}, Row{2, 3, kNv12, true, 0, 8, true},
+          Row{277, 4, kNv12, true, 0, 8, true}, Row{kYuv, 0, kYuv, false, 3, 0, false},
+          Row{kNv12, 1, kNv12, false, 3, 3, true}, Row{3, -1, 3, false, 3, 8, false}}) {
         SCOPED_TRACE(row.format);
         log.clear();
         EXPECT_EQ(android::VppUtils::GetSupportedColor(row.format), row.color);
@@ -42,9 +43,9 @@ TEST_F(Stream, FormatsAreClassified) {
         EXPECT_EQ(vpp->GetFormat(static_cast<int>(row.format), yuv), row.getFormat);
         EXPECT_EQ(static_cast<uint32_t>(yuv), row.yuv);
         char text[64];
-        snprintf(text, sizeof text, "GetFormat: format 0x%x is %s", row.format, row.verdict);
-        const bool good = row.verdict[0] == 's';
-        EXPECT_EQ(log.count(text, good ? ANDROID_LOG_INFO : ANDROID_LOG_WARN), 1) << text;
+        snprintf(text, sizeof text, "GetFormat: format 0x%x is %s", row.format,
+                 row.supported ? "supported" : "not supported");
+        EXPECT_EQ(log.count(text, row.supported ? ANDROID_LOG_INFO : ANDROID_LOG_WARN), 1) << text;
         EXPECT_EQ(log.count("GetFormat:  input format is NV12 VEMO, need to go bypass mode"),
                   row.format == kNv12 ? 1 : 0);
     }
@@ -112,16 +113,12 @@ TEST_F(Stream, ResolutionsFollowLimitsAndRatio) {
 
 TEST_F(Stream, StartTalksToTheServiceInOrder) {
     enableAndConfig(1280, 720, {1, 0, 2, 1});
-    EXPECT_EQ(session().calls(), (Calls{"initSession", "setCtrlVppMode", "setCtrlFrc",
-                                        "setParameter0", "setParameter1", "open"}));
+    EXPECT_EQ(session().calls(), (Strings{"initSession", "setCtrlVppMode", "setCtrlFrc",
+                                          "setParameter0", "setParameter1", "open"}));
     const auto ports = session().ports();
     ASSERT_EQ(ports.size(), 2);
-    for (const auto& [port, width, height] :
-         {std::tuple{ports[0], 1280, 720}, std::tuple{ports[1], 1920, 1080}}) {
-        EXPECT_EQ(
-            std::tuple(port.width, port.height, port.stride, port.scanlines, port.colorFormat),
-            std::tuple(width, height, width, height, 3));
-    }
+    EXPECT_EQ(described(ports[0]), std::tuple(1280, 720, 1280, 720, 3));
+    EXPECT_EQ(described(ports[1]), std::tuple(1920, 1080, 1920, 1080, 3));
     const auto segments = session().segments();
     ASSERT_EQ(segments.size(), 1);
     EXPECT_EQ(std::tuple(segments[0].mode, segments[0].interpLevel, segments[0].interpFactor,
@@ -164,8 +161,7 @@ TEST_F(Stream, AFailedStartSaysWhere) {
         SCOPED_TRACE(row.fails);
         renew();
         session().results[row.fails] = VppError::VPP_ERR_PARAM;
-        make();
-        ASSERT_TRUE(enable());
+        makeEnabled();
         vpp->config(64, 64, row.format, row.params, true);
         EXPECT_EQ(vpp->state(), row.state);
         EXPECT_EQ(session().calls().back(), row.last);
@@ -256,15 +252,12 @@ TEST_F(Stream, AFailedFlushStillCleansUp) {
 }
 
 TEST_F(Stream, ReconfigureSetsBothPorts) {
-    const auto described = [](const vpp::VppPortParam& port) {
-        return std::tuple(port.width, port.height, port.colorFormat);
-    };
     enableAndConfig(1280, 720, {1, 0, 1, 1});
     for (const auto& [format, code] : {std::pair<uint32_t, int>{kNv12, 3}, {kYuv, 0}, {kRgba, 8}}) {
         EXPECT_TRUE(peer().reconfig(1920, 1080, format));
         const auto ports = session().ports();
-        EXPECT_EQ(described(ports[ports.size() - 2]), std::tuple(1920, 1080, code));
-        EXPECT_EQ(described(ports.back()), std::tuple(2880, 1620, code));
+        EXPECT_EQ(described(ports[ports.size() - 2]), std::tuple(1920, 1080, 1920, 1080, code));
+        EXPECT_EQ(described(ports.back()), std::tuple(2880, 1620, 2880, 1620, code));
     }
     const auto before = session().calls().size();
     EXPECT_FALSE(peer().reconfig(640, 360, 3));
@@ -324,8 +317,7 @@ TEST_F(Stream, AFlushNeedsBothPortsAndSurvivesStrayEvents) {
 }
 
 TEST_F(Stream, AFlushLetsAPendingStartFinish) {
-    make();
-    ASSERT_TRUE(enable());
+    makeEnabled();
     session().onCall = [this](const std::string& call) {
         // The client is in flushsync by now, or will be; either way it must not meet the start.
         EXPECT_TRUE(call != "open" || log.count("flushsync") == 0);
@@ -333,8 +325,7 @@ TEST_F(Stream, AFlushLetsAPendingStartFinish) {
     vpp->config(64, 64, kRgba, {1, 0, 1, 0}, false);
     vpp->flushsync();
     EXPECT_EQ(vpp->state(), VppComponent::IDLE);
-    const auto calls = session().calls();
-    EXPECT_EQ(Calls(calls.end() - 3, calls.end()), (Calls{"open", "flush0", "flush1"}));
+    EXPECT_EQ(lastCalls(3), (Strings{"open", "flush0", "flush1"}));
 }
 
 }  // namespace

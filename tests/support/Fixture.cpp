@@ -74,9 +74,13 @@ void ComponentTest::make(const char* logFlags) {
     vpp = std::make_shared<VppComponent>();
 }
 
-void ComponentTest::enableAndConfig(uint32_t width, uint32_t height, ConfigParams params) {
+void ComponentTest::makeEnabled() {
     make();
     ASSERT_TRUE(enable());
+}
+
+void ComponentTest::enableAndConfig(uint32_t width, uint32_t height, ConfigParams params) {
+    makeEnabled();
     vpp->config(width, height, kRgba, params, true);
     ASSERT_EQ(vpp->state(), VppComponent::ACTIVE);
 }
@@ -96,6 +100,18 @@ std::vector<Queued> ComponentTest::queuedOn(vpp::VppPort port) const {
     std::vector<Queued> all = service->next->queued();
     std::erase_if(all, [port](const Queued& q) { return q.port != port; });
     return all;
+}
+
+Strings ComponentTest::lastCalls(size_t count) const {
+    Strings calls = service->next->calls();
+    calls.erase(calls.begin(), calls.end() - static_cast<long>(std::min(count, calls.size())));
+    return calls;
+}
+
+void ComponentTest::holdDelivery(int32_t slot, Gate& gate) {
+    client.onDone = [slot, &gate](const Done& done) {
+        if (done.slot == slot) gate.hold();
+    };
 }
 
 }  // namespace qoz::test

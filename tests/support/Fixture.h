@@ -5,6 +5,7 @@
 #include <host/platform/BufferLayout.h>
 #include <qoz/VppComponent.h>
 
+#include <latch>
 #include <map>
 #include <memory>
 #include <string>
@@ -16,6 +17,8 @@
 #include "support/Watchdog.h"
 
 namespace qoz::test {
+
+using Strings = std::vector<std::string>;
 
 using android::ConfigParams;
 using android::GraphicBuffer;
@@ -41,6 +44,16 @@ class EvenTest : public ::testing::Test {
     Watchdog mWatchdog;
 };
 
+// Holds whoever comes by until it is let go.
+struct Gate {
+    void hold() {
+        inside.count_down();
+        release.wait();
+    }
+    std::latch inside{1};
+    std::latch release{1};
+};
+
 class ComponentTest : public EvenTest {
   protected:
     void SetUp() override;
@@ -51,6 +64,7 @@ class ComponentTest : public EvenTest {
 
     // With all diagnostics on, unless `logFlags` says otherwise.
     void make(const char* logFlags = "21");
+    void makeEnabled();
     bool enable(bool debug = false) { return vpp->enable("test", &client, debug); }
     void enableAndConfig(uint32_t width, uint32_t height, ConfigParams params);
     VppComponentPeer peer() { return VppComponentPeer(*vpp); }
@@ -62,6 +76,10 @@ class ComponentTest : public EvenTest {
 
     // What the service was given on a port.
     std::vector<Queued> queuedOn(vpp::VppPort port) const;
+    Strings lastCalls(size_t count) const;
+
+    // The worker stays at the gate, inside the client's callback for this slot.
+    void holdDelivery(int32_t slot, Gate& gate);
 
     LogCapture log;
     Recorder client;

@@ -54,8 +54,7 @@ class VppComponentPeer {
                 c.mMvEnabled,    c.mDsEnabled,  c.mUpscaleRatio};
     }
     void setSideBuffersEnabled(bool mv, bool ds) {
-        c.mMvEnabled = mv;
-        c.mDsEnabled = ds;
+        std::tie(c.mMvEnabled, c.mDsEnabled) = std::tie(mv, ds);
     }
     std::list<int32_t>& slotList() { return c.mSlotList; }
     bool configFrc(uint64_t timestamp, uint64_t lastOutput, uint32_t factor) {
@@ -78,7 +77,6 @@ class VppComponentPeer {
     std::pair<uint32_t, uint32_t> inVpp() const {
         return {c.mInputBuffersInVpp, c.mOutputBuffersInVpp};
     }
-    void post(int32_t cmd) { c.postOBDCmd(cmd); }
     void storeCommand(int32_t cmd) { c.storeOBDCmd(cmd); }  // waits for nobody
     // The worker looks for work, and goes to sleep, under this.
     std::unique_lock<std::mutex> holdLook() { return std::unique_lock(c.mOBDPostLock); }

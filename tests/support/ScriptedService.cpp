@@ -15,11 +15,6 @@ std::string onPort(const char* operation, vpp::VppPort port) {
 // callback object had kept.
 thread_local bool tSessionGone = false;
 
-uint64_t inodeOf(int fd) {
-    struct stat info {};
-    return fstat(fd, &info) == 0 ? info.st_ino : 0;
-}
-
 Queued describe(vpp::VppPort port, const vpp::VppBuffer& buffer) {
     const auto& fds = buffer.pixelHandle.fds;
     Queued result{port,
@@ -29,8 +24,7 @@ Queued describe(vpp::VppPort port, const vpp::VppBuffer& buffer) {
                   buffer.pixelFilledLen,
                   buffer.pixelSize,
                   fds.size(),
-                  fds.empty() ? 0 : inodeOf(fds[0].get()),
-                  {}};
+                  fds.empty() ? 0 : inodeOf(fds[0].get())};
     for (const auto& meta : buffer.metaBuffers)
         result.metas.push_back(meta.metaHandle.fds.size() == 1 ? meta.metaName : "");
     return result;
@@ -45,6 +39,11 @@ vpp::VppBuffer returned(int64_t cookie, uint64_t timestamp, uint32_t filledLen) 
 }
 
 }  // namespace
+
+uint64_t inodeOf(int fd) {
+    struct stat info {};
+    return fstat(fd, &info) == 0 ? info.st_ino : 0;
+}
 
 ScriptedVpp::~ScriptedVpp() {
     {

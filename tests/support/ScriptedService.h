@@ -27,9 +27,11 @@ struct Queued {
     uint32_t filledLen;
     uint32_t size;
     size_t descriptors;
-    uint64_t inode;                  // of the pixels: which buffer it was
-    std::vector<std::string> metas;  // names; "" for an entry that was left empty
+    uint64_t inode;                       // of the pixels: which buffer it was
+    std::vector<std::string> metas = {};  // names; "" for an entry that was left empty
 };
+
+uint64_t inodeOf(int fd);
 
 class ScriptedVpp : public host::VppSessionBase {
   public:
