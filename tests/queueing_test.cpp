@@ -127,21 +127,20 @@ TEST_F(Queueing, AnOutputBufferThatIsRefusedComesBackInvalid) {
     struct Row {
         int32_t slot;
         sp<GraphicBuffer> lent;
-        const char* message;
         std::function<void()> breakIt;
+        const char* message;
     };
     const auto nothing = [] {};
     const auto refuse = [this] { session().results["queueBuf1"] = VppError::VPP_ERR_NO_MEM; };
     const auto noHandle = [] { host::armFault({"native_handle_create"}); };
     for (const Row& row : {
-             Row{64, frame, "output buffer refused: slot 64 is out of range", nothing},
-             Row{-5, frame, "output buffer refused: slot -5 is out of range", nothing},
-             Row{1, buffer(64, 32, kNv12),
-                 "Queued output buffer size=64x32 doesn't match expected buffer size=64x64",
-                 nothing},
-             Row{2, buffer(64, 64, 99), "invalid graphic buffer", nothing},
-             Row{3, frame, "failed to queue vpp buffer", refuse},
-             Row{4, frame, "native_handle_create failed", noHandle},
+             Row{64, frame, nothing, "output buffer refused: slot 64 is out of range"},
+             Row{-5, frame, nothing, "output buffer refused: slot -5 is out of range"},
+             Row{1, buffer(64, 32, kNv12), nothing,
+                 "Queued output buffer size=64x32 doesn't match expected buffer size=64x64"},
+             Row{2, buffer(64, 64, 99), nothing, "invalid graphic buffer"},
+             Row{3, frame, refuse, "failed to queue vpp buffer"},
+             Row{4, frame, noHandle, "native_handle_create failed"},
          }) {
         client.clear();
         row.breakIt();

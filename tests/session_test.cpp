@@ -87,25 +87,18 @@ TEST_F(Session, OperationsBeforeEnableFailAndHangNobody) {
     EXPECT_EQ(session().calls(), (Strings{"initSession", "close", "terminateSession"}));
 }
 
-TEST_F(Session, StateChangesAreLoggedOnceAskedFor) {
-    make();
-    ASSERT_TRUE(enable(false));
-    vpp->disable();
-    EXPECT_EQ(log.count("status: UNINIT->INIT"), 0);
-    ASSERT_TRUE(enable(true));
-    vpp->disable();
-    EXPECT_EQ(log.count("status: UNINIT->INIT", ANDROID_LOG_DEBUG), 1);
-    EXPECT_EQ(log.count("status: INIT->UNINIT", ANDROID_LOG_DEBUG), 1);
-}
-
 TEST_F(Session, ASecondEnableLeavesTheFirstSession) {
     makeEnabled();
     Recorder other;
     EXPECT_FALSE(vpp->enable("other", &other, false));
     EXPECT_EQ(log.errors("previous cmp in not uninit"), 1);
-    EXPECT_EQ(session().calls(), (Strings{"initSession"}));
+    EXPECT_EQ(session().calls(), Strings{"initSession"});
     vpp->disable();
-    EXPECT_TRUE(enable()) << "again after disable";
+    EXPECT_EQ(log.count("status: UNINIT->INIT"), 0) << "not asked for";
+    ASSERT_TRUE(enable(true)) << "again after disable";
+    vpp->disable();
+    EXPECT_EQ(log.count("status: UNINIT->INIT", ANDROID_LOG_DEBUG), 1);
+    EXPECT_EQ(log.count("status: INIT->UNINIT", ANDROID_LOG_DEBUG), 1);
 }
 
 TEST_F(Session, AnAbsentServiceIsLookedUp36Times) {
@@ -140,7 +133,7 @@ TEST_F(Session, ABinderOfAnotherKindIsRetriedWithoutSleep) {
     host::removeService(name);
 }
 
-TEST_F(Session, WithoutASessionEnableFails) {
+TEST_F(Session, WithoutASessionOrAnOwnerEnableFails) {
     make();
     const auto held = std::exchange(service->next, nullptr);
     EXPECT_FALSE(enable());
@@ -148,6 +141,9 @@ TEST_F(Session, WithoutASessionEnableFails) {
     EXPECT_EQ(vpp->state(), VppComponent::UNINIT);
     service->next = held;
     EXPECT_TRUE(enable());
+    VppComponent unowned;
+    EXPECT_FALSE(unowned.enable("unowned", &client, false));
+    EXPECT_EQ(log.errors("Cannot allocate IVppCallbacks"), 1);
 }
 
 TEST_F(Session, ARefusedSessionLeavesErrorUntilDisable) {
@@ -161,17 +157,10 @@ TEST_F(Session, ARefusedSessionLeavesErrorUntilDisable) {
     EXPECT_EQ(processOutput(0, buffer(64, 64, kNv12)), 1) << "nobody would bring it back";
     vpp->disable();
     EXPECT_EQ(vpp->state(), VppComponent::UNINIT);
-    EXPECT_EQ(session().calls(), (Strings{"initSession"})) << "not closed";
+    EXPECT_EQ(session().calls(), Strings{"initSession"}) << "not closed";
     EXPECT_EQ(processSource(0, buffer(64, 64, kRgba), 0), 1);
     session().results.clear();
     EXPECT_TRUE(enable());
-}
-
-TEST_F(Session, AComponentThatNobodyOwnsCannotBeEnabled) {
-    make();
-    VppComponent unowned;
-    EXPECT_FALSE(unowned.enable("unowned", &client, false));
-    EXPECT_EQ(log.errors("Cannot allocate IVppCallbacks"), 1);
 }
 
 TEST_F(Session, TheWorkerIsScheduledAndAnswers) {

@@ -145,18 +145,16 @@ TEST_F(Stream, AFailedStartSaysWhere) {
         const char* message;
     };
     constexpr ConfigParams kFrc{1, 0, 1, 0};
-    constexpr auto kInit = VppComponent::INIT, kError = VppComponent::ERROR;
+    using enum VppComponent::status;
+    constexpr auto kIn = "setParameter0", kOut = "setParameter1";
     for (const Row& row : {
-             Row{"setCtrlFrc", kFrc, kRgba, kError, "setCtrlFrc", "failed to config vpp"},
-             Row{"setCtrlAis", {2, 0, 0, 0}, kRgba, kError, "setCtrlAis", "failed to config vpp"},
-             Row{"", kFrc, 3, kInit, "setCtrlFrc", "vpp didn't support format:3"},
-             Row{"setParameter0", kFrc, kRgba, kInit, "setParameter0",
-                 "vpp set parameter input err: 5 output err: 0"},
-             Row{"setParameter1", kFrc, kRgba, kInit, "setParameter1",
-                 "vpp set parameter input err: 0 output err: 5"},
-             Row{"open", kFrc, kRgba, kInit, "open", "vpp open ret: 5"},
-             Row{"setCtrlVppMode", kFrc, kRgba, VppComponent::ACTIVE, "open",
-                 "VPP processStart_l success"},
+             Row{"setCtrlFrc", kFrc, kRgba, ERROR, "setCtrlFrc", "failed to config vpp"},
+             Row{"setCtrlAis", {2, 0, 0, 0}, kRgba, ERROR, "setCtrlAis", "failed to config vpp"},
+             Row{"", kFrc, 3, INIT, "setCtrlFrc", "vpp didn't support format:3"},
+             Row{kIn, kFrc, kRgba, INIT, kIn, "vpp set parameter input err: 5 output err: 0"},
+             Row{kOut, kFrc, kRgba, INIT, kOut, "vpp set parameter input err: 0 output err: 5"},
+             Row{"open", kFrc, kRgba, INIT, "open", "vpp open ret: 5"},
+             Row{"setCtrlVppMode", kFrc, kRgba, ACTIVE, "open", "VPP processStart_l success"},
          }) {
         SCOPED_TRACE(row.fails);
         renew();
@@ -167,9 +165,9 @@ TEST_F(Stream, AFailedStartSaysWhere) {
         EXPECT_EQ(session().calls().back(), row.last);
         EXPECT_EQ(log.count(row.message), 1);
         EXPECT_EQ(log.errors("VPP processStart_l failure, cancel the output buffer buffer"),
-                  row.state == VppComponent::ACTIVE ? 0 : 1);
+                  row.state == ACTIVE ? 0 : 1);
         vpp->disable();
-        if (row.state == kError) {
+        if (row.state == ERROR) {
             EXPECT_EQ(session().calls().back(), row.last) << "an ERROR session is not closed";
         }
     }
@@ -225,8 +223,8 @@ TEST_F(Stream, FlushGivesBackWhatItHolds) {
     EXPECT_EQ(client.done(1), (std::vector<Done>{{1, 4, 1, 0}, {1, 7, 1, 0}}));
     EXPECT_EQ(client.done(0), (std::vector<Done>{{0, 2, 0, 0}}));
     EXPECT_TRUE(peer().slotList().empty());
-    EXPECT_TRUE(peer().yuvMap().empty() && peer().freeYuv().empty());
-    EXPECT_TRUE(peer().extradataMap().empty());
+    EXPECT_TRUE(peer().yuvMap().empty() && peer().freeYuv().empty() &&
+                peer().extradataMap().empty());
     const auto calls = session().calls().size();
     vpp->flushsync();  // IDLE: nothing to flush
     EXPECT_EQ(session().calls().size(), calls);
@@ -275,12 +273,11 @@ TEST_F(Stream, WaitsEndWithTheAnswerOrTheLimit) {
     };
     const auto reconfig = [](VppComponentPeer p) { return p.reconfig(64, 64, kNv12); };
     const auto drain = [](VppComponentPeer p) { return p.drain(); };
-    constexpr auto kOk = VppError::VPP_OK;
+    constexpr auto kOk = VppError::VPP_OK, kBad = VppError::VPP_ERR_PARAM;
     for (const Row& row : {
              Row{"", "reconfigure", kOk, reconfig, "failed to reconfig vpp"},
              Row{"", "drain", kOk, drain, "failed to drain vpp"},
-             Row{"", "", VppError::VPP_ERR_PARAM, reconfig,
-                 "processReconfig_l: vpp answered with an error"},
+             Row{"", "", kBad, reconfig, "processReconfig_l: vpp answered with an error"},
              Row{"reconfigure", "", kOk, reconfig, "processReconfig_l: no answer from vpp"},
              Row{"drain", "", kOk, drain, "processDrainDone_l: no answer from vpp"},
          }) {

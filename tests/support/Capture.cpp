@@ -26,10 +26,6 @@ LogCapture::LogCapture() {
     });
 }
 
-LogCapture::~LogCapture() {
-    host::setLogSink(mBefore);
-}
-
 size_t LogCapture::count(const std::string& text, std::optional<int> priority) const {
     return static_cast<size_t>(std::ranges::count(texts(priority), text));
 }

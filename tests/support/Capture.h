@@ -23,7 +23,7 @@ constexpr auto kSoon = std::chrono::seconds(20);
 class LogCapture {
   public:
     LogCapture();
-    ~LogCapture();
+    ~LogCapture() { host::setLogSink(mBefore); }
 
     // Lines whose text, without the "[name](address) " in front, is just this.
     size_t count(const std::string& text, std::optional<int> priority = {}) const;

@@ -87,8 +87,7 @@ void ComponentTest::enableAndConfig(uint32_t width, uint32_t height, ConfigParam
 
 int32_t ComponentTest::processSource(int32_t slot, const sp<GraphicBuffer>& source,
                                      int64_t nanoseconds, std::optional<ConfigParams> carried) {
-    std::vector<QOZBufferInfo> packet{{slot, source, nullptr, nanoseconds, carried}};
-    return vpp->process(&packet, nullptr);
+    return process({{slot, source, nullptr, nanoseconds, carried}});
 }
 
 int32_t ComponentTest::processOutput(int32_t slot, const sp<GraphicBuffer>& output) {

@@ -70,6 +70,7 @@ class ComponentTest : public EvenTest {
     VppComponentPeer peer() { return VppComponentPeer(*vpp); }
     ScriptedVpp& session() { return *service->next; }
 
+    int32_t process(std::vector<QOZBufferInfo> packet) { return vpp->process(&packet, nullptr); }
     int32_t processSource(int32_t slot, const sp<GraphicBuffer>& source, int64_t nanoseconds,
                           std::optional<ConfigParams> carried = {});
     int32_t processOutput(int32_t slot, const sp<GraphicBuffer>& output);

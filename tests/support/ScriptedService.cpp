@@ -7,10 +7,6 @@
 namespace qoz::test {
 namespace {
 
-std::string onPort(const char* operation, vpp::VppPort port) {
-    return operation + std::to_string(static_cast<int32_t>(port));
-}
-
 // Set on a session's own thread when the session ended there, with the component that an event's
 // callback object had kept.
 thread_local bool tSessionGone = false;
@@ -114,12 +110,6 @@ ndk::ScopedAStatus ScriptedVpp::flush(Port port, Error* result) {
     });
 }
 
-ndk::ScopedAStatus ScriptedVpp::initSession(int32_t,
-                                            const std::shared_ptr<vpp::IVppCallbacks>& object,
-                                            Error* result) {
-    return note("initSession", result, [&] { mCallbacks = object; });
-}
-
 ndk::ScopedAStatus ScriptedVpp::queueBuf(Port port, const vpp::VppBuffer& buffer, Error* result) {
     return note(onPort("queueBuf", port), result,
                 [&] { mQueued.push_back(describe(port, buffer)); });
@@ -135,19 +125,6 @@ ndk::ScopedAStatus ScriptedVpp::reconfigure(const PortParam& input, const PortPa
         [status = reconfigStatus](vpp::IVppCallbacks& to, Error* r) {
             return to.eventReconfigDone({static_cast<int32_t>(status)}, r);
         });
-}
-
-ndk::ScopedAStatus ScriptedVpp::setCtrlAis(const vpp::VppCtrlAis& ctrl, Error* result) {
-    return note("setCtrlAis", result, [&] { mAis.push_back(ctrl); });
-}
-
-ndk::ScopedAStatus ScriptedVpp::setCtrlFrc(const std::vector<vpp::VppCtrlFrcSegment>& list,
-                                           Error* result) {
-    return note("setCtrlFrc", result, [&] { mSegments = list; });
-}
-
-ndk::ScopedAStatus ScriptedVpp::setParameter(Port port, const PortParam& param, Error* result) {
-    return note(onPort("setParameter", port), result, [&] { mPorts.push_back(param); });
 }
 
 ndk::ScopedAStatus ScriptedVpp::terminateSession() {

@@ -65,20 +65,32 @@ class ScriptedVpp : public host::VppSessionBase {
     Status close(Error* result) override { return note("close", result); }
     Status drain(Error* result) override;
     Status flush(Port port, Error* result) override;
-    Status initSession(int32_t flags, const std::shared_ptr<vpp::IVppCallbacks>& object,
-                       Error* result) override;
+    Status initSession(int32_t, const std::shared_ptr<vpp::IVppCallbacks>& object,
+                       Error* result) override {
+        return note("initSession", result, [&] { mCallbacks = object; });
+    }
     Status open(Error* result) override { return note("open", result); }
     Status queueBuf(Port port, const vpp::VppBuffer& buffer, Error* result) override;
     Status reconfigure(const PortParam& input, const PortParam& output, Error* result) override;
-    Status setCtrlAis(const vpp::VppCtrlAis& ctrl, Error* result) override;
-    Status setCtrlFrc(const std::vector<vpp::VppCtrlFrcSegment>& list, Error* result) override;
+    Status setCtrlAis(const vpp::VppCtrlAis& ctrl, Error* result) override {
+        return note("setCtrlAis", result, [&] { mAis.push_back(ctrl); });
+    }
+    Status setCtrlFrc(const std::vector<vpp::VppCtrlFrcSegment>& list, Error* result) override {
+        return note("setCtrlFrc", result, [&] { mSegments = list; });
+    }
     Status setCtrlVppMode(int32_t, Error* result) override {
         return note("setCtrlVppMode", result);
     }
-    Status setParameter(Port port, const PortParam& param, Error* result) override;
+    Status setParameter(Port port, const PortParam& param, Error* result) override {
+        return note(onPort("setParameter", port), result, [&] { mPorts.push_back(param); });
+    }
     Status terminateSession() override;
 
   private:
+    static std::string onPort(const char* operation, Port port) {
+        return operation + std::to_string(static_cast<int32_t>(port));
+    }
+
     // `record` writes down what the call carried; `answer` follows a call that is not refused.
     Status note(const std::string& call, Error* result, const std::function<void()>& record = {},
                 Event answer = {});
