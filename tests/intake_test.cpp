@@ -250,17 +250,14 @@ TEST_F(Intake, CarriedSettingsTakeEffectAndAreReported) {
         VppComponentPeer::Settings settings;
         bool reshaped, segment;
     };
-    const auto upscaled = [](uint32_t factor, bool ds, float ratio) {
-        return VppComponentPeer::Settings{factor, ratio != 1.0F, false, true, ds, ratio};
-    };
     for (const Row& row : {
-             Row{"the same", {1, 0, 1, 0}, {}, 3, upscaled(1, true, 1.0F), false, false},
-             Row{"factor", {1, 0, 2, 0}, {{0}}, 4, upscaled(2, true, 1.0F), false, true},
+             Row{"same", {1, 0, 1, 0}, {}, 3, {1, false, false, true, true, 1.0F}, false, false},
+             Row{"3x", {1, 0, 2, 0}, {{0}}, 4, {2, false, false, true, true, 1.0F}, false, true},
              Row{"off", {1, 0, 0, 0}, {{0}}, 1, {0, false, false, false, true, 1.0F}, false, true},
-             Row{"not clamped", {1, 0, 5, 0}, {{}}, 3, upscaled(5, true, 1.0F), false, true},
-             Row{"2x", {1, 0, 1, 2}, {{0, 4}}, 2, upscaled(1, false, 2.0F), true, false},
-             Row{"1.5x", {1, 0, 2, 1}, {{4}}, 3, upscaled(2, true, 1.5F), true, true},
-             Row{"no such ratio", {1, 0, 1, 7}, {{4}}, 3, upscaled(1, true, 1.0F), true, false},
+             Row{"beyond", {1, 0, 5, 0}, {{}}, 3, {5, false, false, true, true, 1.0F}, false, true},
+             Row{"2x", {1, 0, 1, 2}, {{0, 4}}, 2, {1, true, false, true, false, 2.0F}, true, false},
+             Row{"1.5x", {1, 0, 2, 1}, {{4}}, 3, {2, true, false, true, true, 1.5F}, true, true},
+             Row{"none", {1, 0, 1, 7}, {{4}}, 3, {1, false, false, true, true, 1.0F}, true, false},
          }) {
         SCOPED_TRACE(row.what);
         renew();

@@ -174,9 +174,8 @@ TEST_F(Queueing, AFrameThatIsRefusedLeavesItsBuffersToTheNext) {
     EXPECT_FALSE(peer().queueBuffer(frame, side, 8, 501, true));
     EXPECT_FALSE(peer().queueBuffer(frame, side, 0x10001, 502, true)) << "collides with a flag";
     EXPECT_EQ(client.done(), (std::vector<Done>{{0, 8, 0, 0}, {0, 0x10001, 0, 0}}));
-    sp<GraphicBuffer> none;
     SideBuffers kept{small(), nullptr, nullptr};
-    EXPECT_FALSE(peer().queueBuffer(none, kept, 9, 503, true));
+    EXPECT_FALSE(peer().queueBuffer(nullptr, kept, 9, 503, true));
     EXPECT_NE(std::get<0>(kept), nullptr) << "untouched";
 }
 

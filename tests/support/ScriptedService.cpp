@@ -91,12 +91,12 @@ void ScriptedVpp::serve() {
 
 void ScriptedVpp::returnInput(int64_t cookie, uint64_t timestamp) {
     Error result = Error::VPP_ERR;
-    (void)callbacks()->inputBufferDone(returned(cookie, timestamp, 0), &result);
+    (void)read(mCallbacks)->inputBufferDone(returned(cookie, timestamp, 0), &result);
 }
 
 void ScriptedVpp::returnOutput(int64_t cookie, uint64_t timestamp, uint32_t filledLen) {
     Error result = Error::VPP_ERR;
-    (void)callbacks()->outputBufferDone(returned(cookie, timestamp, filledLen), &result);
+    (void)read(mCallbacks)->outputBufferDone(returned(cookie, timestamp, filledLen), &result);
 }
 
 ndk::ScopedAStatus ScriptedVpp::drain(Error* result) {
