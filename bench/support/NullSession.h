@@ -1,4 +1,4 @@
-// A VPP service of one session that a bench brings, and a client that owns nothing.
+// The session and the service that a bench brings, and a client that owns nothing.
 #pragma once
 
 #include <host/vppservice/NullSession.h>
@@ -12,7 +12,6 @@ namespace qoz::bench {
 namespace vpp = ::aidl::vendor::vuq::hardware::vpp;
 
 using host::NullSession;
-
 using NullService = host::SessionGiver<NullSession>;
 
 class NullClient final : public android::IQOZCallback {
