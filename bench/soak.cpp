@@ -4,19 +4,17 @@
 //
 //     soak [--misbehave] [frames in all, 100000]
 #include <aidl/vendor/vuq/hardware/vpp/BnVppService.h>
+#include <client/LiveClient.h>
 #include <host/control.h>
 #include <host/platform/ServiceRegistry.h>
 #include <host/vppservice/Service.h>
-#include <qozplay/Ledger.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -28,70 +26,64 @@ namespace {
 
 using namespace std::chrono_literals;
 using android::GraphicBuffer;
-using android::QOZBufferInfo;
-using android::sp;
 using Clock = std::chrono::steady_clock;
 
 constexpr uint32_t kWidth = 64;
 constexpr uint32_t kHeight = 48;
 constexpr uint32_t kFactor = 1;
-constexpr int32_t kSources = 4;
-constexpr int32_t kFirstSource = 100;  // no slot stands for a source and an output
-constexpr int32_t kOutputs = 8;
 constexpr int64_t kFrameNs = 16000000;
-constexpr uint64_t kInFlight = 4;  // frames
+constexpr size_t kSources = 4;  // of a healthy component: as many frames may be in flight
 constexpr long kMaxGrowth = 1 << 20;
 
 struct Findings {
     uint64_t lost = 0;
     uint64_t doubled = 0;
     uint64_t disordered = 0;
-    Clock::duration longest{};  // of one operation
+    Clock::duration longest{};  // of a flush, or of a frame sent and its outputs lent
 };
 
-// One component with its rings. A healthy one never has more than a few frames in flight.
-class Player final : public android::IQOZCallback {
+// One component with its client. Of one that gives nothing back each source can be sent once.
+class Player {
   public:
-    explicit Player(bool patient) : mPatient(patient) {
-        for (int32_t i = 0; i < kSources; ++i)
-            mSources.emplace_back(new GraphicBuffer(kWidth, kHeight, 1, 0x333));
-        for (int32_t i = 0; i < kOutputs; ++i)
-            mOutputs.emplace_back(new GraphicBuffer(kWidth, kHeight, 0x7FA30C06, 0x333));
+    explicit Player(bool patient)
+        : mPatient(patient), mClient(patient ? kSources : LiveClient::kSources) {
+        mClient.onFrame = [this](GraphicBuffer&, uint64_t timestamp) {
+            if (mFrames > 0 && timestamp <= mNewest) ++mFindings.disordered;
+            mNewest = timestamp;
+            ++mFrames;
+        };
     }
 
     bool start() {
-        if (!mVpp->enable("soak", this, false)) return false;
-        mVpp->config(kWidth, kHeight, 1, {1, 0, kFactor, 0}, true);
+        if (!mClient.enable()) return false;
+        mClient.vpp->config(kWidth, kHeight, 1, {1, 0, kFactor, 0}, true);
         return true;
     }
 
     // Ends with everything home that comes home.
     void play(uint64_t frames) {
-        const uint64_t before = mFrames;  // nothing is under way
+        if (!mPatient) frames = std::min(frames, uint64_t{LiveClient::kSources});
         for (uint64_t n = 0; n < frames; ++n) {
-            lend();
-            send();
-            if (mPatient && n >= kInFlight) await(before + outputsOf(n + 1 - kInFlight));
+            mNow += kFrameNs;
+            (void)mClient.waitForSource();
+            time([&] { (void)mClient.send(kWidth, kHeight, mNow); });
         }
-        if (mPatient) await(before + outputsOf(frames));
-        time([&] { mVpp->flushsync(); });
-        mExpected += outputsOf(frames);
+        // Gives up when nothing comes at all: what is missing shows in the findings.
+        if (mPatient) (void)mClient.waitForTimestamp(static_cast<uint64_t>(mNow) / 1000);
+        time([&] { mClient.vpp->flushsync(); });
+        if (frames > 0) mExpected += 1 + (frames - 1) * (kFactor + 1);
     }
 
     void finish() {
-        time([&] { mVpp->disable(); });
-        const std::lock_guard lock(mLock);
-        mFindings.lost = mLedger.outstanding() + (mFrames < mExpected ? mExpected - mFrames : 0);
-        mFindings.doubled = mLedger.totals().doubled + mLedger.totals().wrongPort;
+        time([&] { mClient.disable(); });
+        const qozplay::Ledger ledger = mClient.ledger();
+        mFindings.lost = ledger.outstanding() + (mFrames < mExpected ? mExpected - mFrames : 0);
+        mFindings.doubled = ledger.totals().doubled + ledger.totals().wrongPort;
     }
 
     const Findings& findings() const { return mFindings; }
 
   private:
-    static uint64_t outputsOf(uint64_t frames) {
-        return frames == 0 ? 0 : 1 + (frames - 1) * (kFactor + 1);
-    }
-
     template <typename Act>
     void time(const Act& act) {
         const auto begin = Clock::now();
@@ -99,73 +91,9 @@ class Player final : public android::IQOZCallback {
         mFindings.longest = std::max(mFindings.longest, Clock::now() - begin);
     }
 
-    void send() {
-        const auto at = static_cast<int32_t>(mSent % kSources);
-        std::vector<QOZBufferInfo> packet{{kFirstSource + at,
-                                           mSources[static_cast<size_t>(at)],
-                                           nullptr,
-                                           static_cast<int64_t>(mSent) * kFrameNs,
-                                           {}}};
-        ++mSent;
-        {
-            const std::lock_guard lock(mLock);
-            mLedger.lend(1, packet[0].slot);
-        }
-        int32_t result = 0;
-        time([&] { result = mVpp->process(&packet, nullptr); });
-        if (result != 0) refuse(1, packet[0].slot);
-    }
-
-    void lend() {
-        for (int32_t i = 0; i < kOutputs; ++i) {
-            {
-                const std::lock_guard lock(mLock);
-                if (!mLedger.lend(0, i)) continue;
-            }
-            QOZBufferInfo output{i, mOutputs[static_cast<size_t>(i)], nullptr, 0, {}};
-            int32_t result = 0;
-            time([&] { result = mVpp->process(nullptr, &output); });
-            if (result != 0) refuse(0, i);
-        }
-    }
-
-    void refuse(uint32_t port, int32_t slot) {
-        const std::lock_guard lock(mLock);
-        mLedger.refuse(port, slot);
-    }
-
-    // Until so many frames have come out; lends what comes home meanwhile. Gives up when nothing
-    // comes at all: what is missing shows in the findings.
-    void await(uint64_t frames) {
-        std::unique_lock lock(mLock);
-        while (mFrames < frames) {
-            const uint64_t before = mFrames;
-            if (!mHome.wait_for(lock, 20s, [&] { return mFrames > before; })) return;
-            lock.unlock();
-            lend();
-            lock.lock();
-        }
-    }
-
-    void onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint64_t timestamp) override {
-        const std::lock_guard lock(mLock);
-        mLedger.giveBack(port, slot);
-        if (port == 0 && valid != 0) {
-            if (mFrames > 0 && timestamp <= mNewest) ++mFindings.disordered;
-            mNewest = timestamp;
-            ++mFrames;
-        }
-        mHome.notify_one();
-    }
-    void onConfigChanged(std::set<uint32_t>) override {}
-
     const bool mPatient;  // waits for what is to come out
-    const std::shared_ptr<android::VppComponent> mVpp = std::make_shared<android::VppComponent>();
-    std::vector<sp<GraphicBuffer>> mSources, mOutputs;
-    std::mutex mLock;
-    std::condition_variable mHome;
-    qozplay::Ledger mLedger;
-    uint64_t mSent = 0;
+    LiveClient mClient;
+    int64_t mNow = 0;
     uint64_t mExpected = 0;  // frames that are to come out
     uint64_t mFrames = 0;
     uint64_t mNewest = 0;
@@ -188,7 +116,7 @@ struct Holding {
 // Takes everything; each queueing takes a while, and no flush is ever answered.
 class LateSession : public NullSession {
     Status queueBuf(Port, const vpp::VppBuffer&, Error*) override {
-        std::this_thread::sleep_for(20ms);
+        std::this_thread::sleep_for(200ms);
         return Status::ok();
     }
 };

@@ -1,5 +1,6 @@
 // The text of a component's state: right at any moment, and never waited for. A dump that did wait
 // would wait for what the test lets go only afterwards.
+#include <client/LiveClient.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -8,7 +9,6 @@
 
 #include "pipeline/Cookie.h"
 #include "support/Fixture.h"
-#include "support/LiveClient.h"
 
 namespace qoz::test {
 namespace {

@@ -2,15 +2,16 @@
 // with and without faults. RapidCheck makes them, prints its seed, and shrinks one that fails.
 //
 // QOZ_HISTORIES is how many (150 when unset); RC_PARAMS="seed=..." plays the same ones again.
-#include <android/binder_manager.h>
+#include <client/LiveClient.h>
 #include <rapidcheck.h>
 
 #include <cstdlib>
 #include <iostream>
+#include <iterator>
+#include <sstream>
 #include <thread>
 
 #include "support/Fixture.h"
-#include "support/LiveClient.h"
 #include "support/Sanitized.h"
 
 namespace qoz::test {
@@ -21,7 +22,6 @@ using host::Fault;
 using host::FaultKind;
 
 constexpr uint32_t kComponents = 3;
-constexpr size_t kSourceRing = 40;  // a LiveClient's
 constexpr int64_t kFrameNs = 16000000;
 constexpr auto kPatience = 10s;  // where nothing is to go unanswered
 constexpr auto kShortWait = kSanitized ? 150ms : 50ms;
@@ -39,64 +39,39 @@ struct Step {
 using History = std::vector<Step>;
 
 std::ostream& operator<<(std::ostream& out, const Step& step) {
-    return out << '{' << step.who << ", Act::" << kActNames[static_cast<int>(step.act)] << ", "
+    return out << "Step{" << step.who << ", Act::" << kActNames[static_cast<int>(step.act)] << ", "
                << step.value << '}';
 }
 
 constexpr uint32_t kSizes[][2] = {{64, 48}, {96, 64}, {35, 18}};
 
-const Fault kFaults[] = {{"queueBuf", FaultKind::Code, 7, 3},
-                         {"queueBuf", FaultKind::Transport, 0, 2},
-                         {"queueBuf", FaultKind::Twice, 0, 4},
-                         {"queueBuf", FaultKind::Late, 20, 1},
-                         {"outputBufferDone", FaultKind::Drop, 0, 1},
-                         {"outputBufferDone", FaultKind::Twice, 0, 2},
-                         {"outputBufferDone", FaultKind::Unknown, 0, 1},
-                         {"outputBufferDone", FaultKind::Late, 80, 1},
-                         {"outputBufferDone", FaultKind::Code, 7, 1},
-                         {"inputBufferDone", FaultKind::Drop, 0, 1},
-                         {"inputBufferDone", FaultKind::Twice, 0, 1},
-                         {"flush", FaultKind::Code, 7, 1},
-                         {"flush", FaultKind::Late, 80, 2},
-                         {"eventFlushDone", FaultKind::Drop, 0, 1},
-                         {"eventFlushDone", FaultKind::Twice, 0, 1},
-                         {"reconfigure", FaultKind::Code, 7, 1},
-                         {"eventReconfigDone", FaultKind::Code, 7, 1},
-                         {"eventReconfigDone", FaultKind::Late, 80, 1},
-                         {"setCtrlFrc", FaultKind::Code, 7, 1},
-                         {"setParameter", FaultKind::Code, 7, 2},
-                         {"open", FaultKind::Code, 7, 1},
-                         {"open", FaultKind::Late, 80, 1},
-                         {"initSession", FaultKind::Code, 7, 1},
-                         {"getNewVppSession", FaultKind::Code, 7, 1},
-                         {"close", FaultKind::Transport, 0, 1},
-                         {"terminateSession", FaultKind::Code, 7, 1},
-                         {"allocate", FaultKind::Code, 1, 2},
-                         {"native_handle_create", FaultKind::Code, 1, 3},
-                         {"RGBToNV12", FaultKind::Code, 1, 1},
-                         {"queueBuf", FaultKind::Keep, 7, 2},
-                         {"outputBufferDone", FaultKind::Swap, 0, 2},
-                         {"inputBufferDone", FaultKind::Swap, 0, 1},
-                         {"queueBuf", FaultKind::Die, 0, 3},
-                         {"eventFlushDone", FaultKind::Die, 0, 1}};
+// As the player's --fault has them.
+constexpr const char* kFaultTexts =
+    "queueBuf=7@3 queueBuf=transport@2 queueBuf=twice@4 queueBuf=late:20 "
+    "outputBufferDone=drop outputBufferDone=twice@2 outputBufferDone=unknown "
+    "outputBufferDone=late:80 outputBufferDone=7 inputBufferDone=drop inputBufferDone=twice "
+    "flush=7 flush=late:80@2 eventFlushDone=drop eventFlushDone=twice "
+    "reconfigure=7 eventReconfigDone=7 eventReconfigDone=late:80 setCtrlFrc=7 setParameter=7@2 "
+    "open=7 open=late:80 initSession=7 getNewVppSession=7 close=transport terminateSession=7 "
+    "allocate=1@2 native_handle_create=1@3 RGBToNV12=1 queueBuf=keep:7@2 "
+    "outputBufferDone=swap@2 inputBufferDone=swap queueBuf=die@3 eventFlushDone=die";
+
+Fault faultOf(const Step& step) {
+    std::istringstream words(kFaultTexts);
+    static const std::vector<std::string> all(std::istream_iterator<std::string>(words), {});
+    std::string error;
+    return host::parseFault(all[step.value % all.size()], &error).value();
+}
 
 // Histories that were once not as they should be.
 const std::vector<History> kKnown = {
     // Disabled in ERROR, the session gives back an output after the worker has gone.
-    {{1, Act::Enable, 0},
-     {1, Act::CarryFrame, 0},
-     {1, Act::Arm, 18},
-     {1, Act::Config, 259},
-     {1, Act::Frame, 350}},
+    {Step{1, Act::Enable, 0}, Step{1, Act::CarryFrame, 0}, Step{1, Act::Arm, 18},
+     Step{1, Act::Config, 259}, Step{1, Act::Frame, 350}},
     // The same on a component that is started anew, beside one with faults of its own.
-    {{1, Act::Enable, 322},
-     {0, Act::Enable, 288},
-     {0, Act::Arm, 27},
-     {0, Act::CarryFrame, 348},
-     {0, Act::Config, 168},
-     {0, Act::Frame, 420},
-     {1, Act::Disable, 0},
-     {1, Act::Frame, 553}}};
+    {Step{1, Act::Enable, 322}, Step{0, Act::Enable, 288}, Step{0, Act::Arm, 27},
+     Step{0, Act::CarryFrame, 348}, Step{0, Act::Config, 168}, Step{0, Act::Frame, 420},
+     Step{1, Act::Disable, 0}, Step{1, Act::Frame, 553}}};
 
 ConfigParams paramsOf(uint32_t value) {
     return {value % 7 == 6 ? 2U : 1U, 0, value % 4, value / 4 % 3};
@@ -107,8 +82,7 @@ class Desk {
   public:
     void revive() {
         const std::lock_guard lock(mLock);
-        const std::string name = std::string(vpp::IVppService::descriptor) + "/default";
-        if (ndk::SpAIBinder(AServiceManager_checkService(name.c_str())).get() != nullptr) return;
+        if (LiveClient::serviceLives()) return;
         mService.reset();
         mService.emplace();
     }
@@ -127,7 +101,7 @@ struct Allowance {
     explicit Allowance(const History& history) {
         for (const Step& step : history) {
             if (step.act != Act::Arm) continue;
-            const FaultKind kind = kFaults[step.value % std::size(kFaults)].kind;
+            const FaultKind kind = faultOf(step).kind;
             faults = true;
             if (kind == FaultKind::Twice || kind == FaultKind::Keep) ++doubled;
             lost += kind == FaultKind::Die ? 1000 : kind == FaultKind::Code ? 0 : 1;
@@ -166,7 +140,7 @@ class Player {
             case Act::Disable:
                 return disable();
             case Act::Arm:
-                return host::armFault(kFaults[step.value % std::size(kFaults)]);
+                return host::armFault(faultOf(step));
         }
     }
 
@@ -200,22 +174,18 @@ class Player {
         const auto& size = kSizes[value % std::size(kSizes)];
         mClient.vpp->config(size[0], size[1], kRgba, paramsOf(value), value % 2 == 0);
         (void)mClient.vpp->isInputPortEnabled(size[0], size[1], kRgba);  // waits for the start
-        if (mState != VppComponent::UNINIT && !mAllowed.faults)
-            return expect({VppComponent::ACTIVE});
-        expectAny();
+        expectActive();
     }
 
     void frame(uint32_t value, std::optional<ConfigParams> carried) {
         const auto full = [this] {
-            return mClient.ledger().outstanding(kSourcePort) == kSourceRing;
+            return mClient.ledger().outstanding(kSourcePort) == LiveClient::kSources;
         };
         if (full()) flush();  // each config() makes one more source stay
         if (full()) return;
         const auto& size = kSizes[value % std::size(kSizes)];
         check(mClient.send(size[0], size[1], mNow += kFrameNs, {}, carried), "no source");
-        if (mState != VppComponent::UNINIT && !mAllowed.faults)
-            return expect({VppComponent::ACTIVE});
-        expectAny();
+        expectActive();
     }
 
     void flush() {
@@ -243,6 +213,10 @@ class Player {
         const auto now = mClient.vpp->state();
         check(allowed.contains(now), "state " + std::to_string(now));
         mState = now;
+    }
+    void expectActive() {
+        if (mState == VppComponent::UNINIT || mAllowed.faults) return expectAny();
+        expect({VppComponent::ACTIVE});
     }
     // Off stays off, and on stays on.
     void expectAny() {
@@ -302,16 +276,13 @@ class Histories : public EvenTest {
 };
 
 rc::Gen<Step> anyStep(bool withFaults) {
+    using Of = std::pair<size_t, Act>;
     return rc::gen::build<Step>(
         rc::gen::set(&Step::who, rc::gen::inRange(0U, kComponents)),
-        rc::gen::set(&Step::act, rc::gen::weightedElement<Act>({{4, Act::Enable},
-                                                                {4, Act::Config},
-                                                                {12, Act::Frame},
-                                                                {4, Act::CarryFrame},
-                                                                {3, Act::Lend},
-                                                                {4, Act::Flush},
-                                                                {2, Act::Disable},
-                                                                {withFaults ? 4U : 0U, Act::Arm}})),
+        rc::gen::set(&Step::act, rc::gen::weightedElement<Act>(
+                                     {Of{4, Act::Enable}, Of{4, Act::Config}, Of{12, Act::Frame},
+                                      Of{4, Act::CarryFrame}, Of{3, Act::Lend}, Of{4, Act::Flush},
+                                      Of{2, Act::Disable}, Of{withFaults ? 4U : 0U, Act::Arm}})),
         rc::gen::set(&Step::value, rc::gen::inRange(0U, 1000U)));
 }
 

@@ -1,5 +1,6 @@
 // The service in a process of its own: shared memory, records, and what is left when that process
 // is killed. That its frames are those of an inline service is for qozplay_process_test to show.
+#include <client/LiveClient.h>
 #include <host/vppd/Bus.h>
 #include <host/vppd/Names.h>
 #include <host/vppd/PrivateBus.h>
@@ -14,7 +15,6 @@
 #include <sstream>
 
 #include "support/Fixture.h"
-#include "support/LiveClient.h"
 #include "support/VppSessionClient.h"
 
 namespace qoz::test {

@@ -1,14 +1,16 @@
 // One stream with something wrong about it: plays it, and keeps what its client saw.
 #pragma once
 
-#include <host/control.h>
+#include <client/LiveClient.h>
 
+#include <algorithm>
+#include <array>
 #include <chrono>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "support/LiveClient.h"
+#include "support/Fixture.h"
 #include "support/Sanitized.h"
 
 namespace qoz::test {
@@ -18,28 +20,103 @@ using namespace std::chrono_literals;
 constexpr std::chrono::milliseconds kShortWait = kSanitized ? 600ms : 200ms;
 constexpr std::chrono::milliseconds kLate = kShortWait * 3 / 2;  // after the wait has ended
 
+inline std::string nameOf(VppComponent::status state) {
+    static constexpr std::array kNames{"UNINIT", "INIT", "IDLE", "ACTIVE", "PENDING", "ERROR"};
+    return kNames[static_cast<size_t>(state)];
+}
+
 class FaultPlay {
   public:
     // `mayLose`: buffers that never come back from a flush, by the fault's doing.
-    FaultPlay(std::chrono::milliseconds waitLimit, size_t mayLose);
+    FaultPlay(std::chrono::milliseconds waitLimit, size_t mayLose) : mMayLose(mayLose) {
+        client.vpp = std::make_shared<VppComponent>();
+        VppComponentPeer(*client.vpp).setWaitLimit(waitLimit);
+    }
 
     // Each of these is timed.
-    void start(android::ConfigParams params);
+    void start(ConfigParams params) {
+        bool enabled = false;
+        time([&] { enabled = client.enable(); });
+        if (!enabled) saw("enable refused, state " + nameOf(client.vpp->state()));
+        time([&] { client.vpp->config(64, 48, kRgba, params, true); });
+        // A component that has started before does not wait in config(); the look at the port does.
+        time([&] { client.vpp->isInputPortEnabled(64, 48, kRgba); });
+        const auto state = client.vpp->state();
+        if (enabled && state != VppComponent::ACTIVE) saw("start leaves " + nameOf(state));
+    }
     void frames(int count, uint32_t width, uint32_t height,
-                std::optional<android::ConfigParams> carried = {});
-    void frameAt(int64_t nanoseconds, uint32_t width = 64, uint32_t height = 48);
-    void lendOnceMore(int32_t slot);  // output or source, whether it is out or not
-    void drain();
-    void flush(bool awaitHome = true);
-    void disable();
+                std::optional<ConfigParams> carried = {}) {
+        for (int i = 0; i < count; ++i) {
+            bool sent = false;
+            time([&] { sent = client.send(width, height, mNow += kFrameNs, {}, carried); });
+            EXPECT_TRUE(sent) << "no source comes home";
+        }
+        if (client.ledger().totals().refused > 0) saw("buffers refused");
+    }
+    void frameAt(int64_t nanoseconds) {
+        time([&] { EXPECT_TRUE(client.send(64, 48, nanoseconds)); });
+    }
+    // Output or source, whether it is out or not.
+    void lendOnceMore(int32_t slot) {
+        std::vector<android::QOZBufferInfo> packet{{slot, nullptr, nullptr, mNow, {}}};
+        const bool isSource = slot >= LiveClient::kFirstSource;
+        packet[0].buffer = new android::GraphicBuffer(
+            isSource ? 64 : client.vpp->expectedOutputWidth(),
+            isSource ? 48 : client.vpp->expectedOutputHeight(), isSource ? kRgba : kNv12, 0x333);
+        time([&] {
+            client.vpp->process(isSource ? &packet : nullptr, isSource ? nullptr : packet.data());
+        });
+    }
+    void drain() {
+        bool drained = false;
+        time([&] { drained = VppComponentPeer(*client.vpp).drain(); });
+        if (!drained) saw("drain fails");
+    }
+    void flush(bool awaitHome = true) {
+        time([&] { client.vpp->flushsync(); });
+        const auto state = client.vpp->state();
+        if (state == VppComponent::IDLE) {
+            if (!awaitHome) return;
+            // A return that is late on purpose comes after the flush.
+            eventually([this] { return client.ledger().outstanding() <= mMayLose; });
+            flushed = client.ledger();
+        } else {
+            saw("flush leaves " + nameOf(state));
+        }
+    }
+    void disable() {
+        disabling = std::max(disabling, time([&] { client.disable(); }));
+        EXPECT_EQ(client.vpp->state(), VppComponent::UNINIT);
+    }
 
-    void saw(const std::string& text);
+    void saw(const std::string& text) {
+        if (std::ranges::find(seen, text) == seen.end()) seen.push_back(text);
+    }
 
     // Frames, a new size, a new ratio, drain, flush, frames; all of it, whatever fails.
-    void playOn();
+    void playOn() {
+        frames(4, 64, 48);
+        frames(3, 96, 64);
+        frames(1, 96, 64, ConfigParams{1, 0, 1, 2});
+        frames(3, 96, 64);
+        drain();
+        flush();
+        frames(2, 96, 64);
+    }
 
     // The component in a healthy world: it starts, plays, and gives everything back.
-    void expectHealth();
+    void expectHealth() {
+        seen.clear();
+        flushed.reset();
+        VppComponentPeer(*client.vpp).setWaitLimit(10s);  // nothing is to run out of time here
+        start({1, 0, 1, 0});
+        frames(4, 64, 48);
+        flush();
+        const std::string account = client.account();
+        disable();
+        EXPECT_EQ(seen, std::vector<std::string>{});
+        EXPECT_EQ(account, "") << "of a healthy stream after";
+    }
 
     LiveClient client;
     std::vector<std::string> seen;  // in order, each once
@@ -49,8 +126,16 @@ class FaultPlay {
 
   private:
     template <typename Act>
-    std::chrono::milliseconds time(const Act& act);
+    std::chrono::milliseconds time(const Act& act) {
+        const auto begin = std::chrono::steady_clock::now();
+        act();
+        const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(
+            std::chrono::steady_clock::now() - begin);
+        longest = std::max(longest, took);
+        return took;
+    }
 
+    static constexpr int64_t kFrameNs = 16000000;
     const size_t mMayLose;
     int64_t mNow = 0;
 };

@@ -1,14 +1,11 @@
-#include "support/LiveClient.h"
+#include "LiveClient.h"
 
-#include <aidl/vendor/vuq/hardware/vpp/IVppService.h>
 #include <android/binder_manager.h>
 
 #include <algorithm>
 #include <chrono>
 
-#include "support/Capture.h"
-
-namespace qoz::test {
+namespace qoz {
 
 using android::ConfigParams;
 using android::GraphicBuffer;
@@ -20,15 +17,10 @@ namespace {
 
 constexpr int32_t kRgba = 1;
 constexpr int32_t kNv12 = 0x7FA30C06;
+constexpr auto kPatience = std::chrono::seconds(20);  // with what is expected soon
 
 std::string nameOf(uint32_t port, int32_t slot) {
     return (port == kOutputPort ? "output " : "source ") + std::to_string(slot);
-}
-
-bool serviceLives() {
-    using Service = aidl::vendor::vuq::hardware::vpp::IVppService;
-    const std::string name = std::string(Service::descriptor) + "/default";
-    return ndk::SpAIBinder(AServiceManager_checkService(name.c_str())).get() != nullptr;
 }
 
 // `buffer` itself when it has this size, else a new one.
@@ -41,9 +33,9 @@ sp<GraphicBuffer> sized(const sp<GraphicBuffer>& buffer, uint32_t w, uint32_t h,
 
 bool LiveClient::start(uint32_t width, uint32_t height, ConfigParams params) {
     if (!enable()) return false;
-    vpp->config(width, height, kRgba, params, false);
-    // The first operation waits for the start; an output buffer also wants the size it sets.
-    return eventually([this] { return vpp->state() == VppComponent::ACTIVE; });
+    vpp->config(width, height, kRgba, params, true);
+    // A component that has started before does not wait in config(); the look at the port does.
+    return vpp->isInputPortEnabled(width, height, kRgba);
 }
 
 bool LiveClient::enable() {
@@ -78,18 +70,19 @@ bool LiveClient::send(uint32_t width, uint32_t height, int64_t nanoseconds,
     return true;
 }
 
+bool LiveClient::waitForSource() {
+    std::unique_lock lock(mLock);
+    return mHome.wait_for(lock, kPatience,
+                          [this] { return mLedger.outstanding(kSourcePort) < mSources.size(); });
+}
+
 // -1 when no source comes home in time.
 int32_t LiveClient::takeSource(uint32_t width, uint32_t height) {
-    std::unique_lock lock(mLock);
-    int32_t free = -1;
-    mHome.wait_for(lock, kSoon, [&] {
-        const int32_t end = kFirstSource + static_cast<int32_t>(kSources);
-        for (int32_t slot = kFirstSource; slot < end && free < 0; ++slot) {
-            if (mLedger.lend(kSourcePort, slot)) free = slot;
-        }
-        return free >= 0;
-    });
-    if (free < 0) return -1;
+    if (!waitForSource()) return -1;
+    const std::lock_guard lock(mLock);
+    int32_t free = kFirstSource;
+    while (!mLedger.lend(kSourcePort, free))
+        ++free;
     auto& buffer = mSources[static_cast<size_t>(free - kFirstSource)];
     buffer = sized(buffer, width, height, kRgba);
     mWidth = width;
@@ -98,7 +91,7 @@ int32_t LiveClient::takeSource(uint32_t width, uint32_t height) {
 }
 
 void LiveClient::lend(size_t target) {
-    for (size_t i = 0; i < mOutputs.size(); ++i) {
+    for (size_t i = 0; i < std::min(target, mOutputs.size()); ++i) {
         const auto slot = static_cast<int32_t>(i);
         QOZBufferInfo output{slot, takeOutput(i, target), nullptr, 0, {}};
         if (output.buffer == nullptr || vpp->process(nullptr, &output) == 0) continue;
@@ -121,8 +114,13 @@ sp<GraphicBuffer> LiveClient::takeOutput(size_t slot, size_t target) {
     return buffer;
 }
 
+bool LiveClient::serviceLives() {
+    const char* name = "vendor.vuq.hardware.vpp.IVppService/default";
+    return ndk::SpAIBinder(AServiceManager_checkService(name)).get() != nullptr;
+}
+
 bool LiveClient::waitForTimestamp(uint64_t microseconds) {
-    const auto end = std::chrono::steady_clock::now() + kSoon;
+    const auto end = std::chrono::steady_clock::now() + kPatience;
     while (std::chrono::steady_clock::now() < end) {
         lendForOneMore();
         std::unique_lock lock(mLock);
@@ -158,11 +156,6 @@ std::string LiveClient::account() const {
     return wrong;
 }
 
-std::vector<OutFrame> LiveClient::frames() const {
-    const std::lock_guard lock(mLock);
-    return mFrames;
-}
-
 qozplay::Ledger LiveClient::ledger() const {
     const std::lock_guard lock(mLock);
     return mLedger;
@@ -171,11 +164,6 @@ qozplay::Ledger LiveClient::ledger() const {
 size_t LiveClient::doubled() const {
     const std::lock_guard lock(mLock);
     return mLedger.totals().doubled - mCameLate;
-}
-
-size_t LiveClient::configChanges() const {
-    const std::lock_guard lock(mLock);
-    return mConfigChanges;
 }
 
 void LiveClient::onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint64_t timestamp) {
@@ -197,29 +185,11 @@ void LiveClient::onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint6
             mWrong.push_back(nameOf(port, slot) + " came back to the wrong port");
             return;
     }
-    if (port == kOutputPort && valid != 0) keep(slot, timestamp);
+    if (port == kOutputPort && valid != 0) {
+        mNewest = std::max(mNewest, timestamp);
+        if (onFrame) onFrame(*mOutputs[static_cast<size_t>(slot)], timestamp);
+    }
     mHome.notify_all();
 }
 
-void LiveClient::keep(int32_t slot, uint64_t timestamp) {
-    mNewest = std::max(mNewest, timestamp);
-    const sp<GraphicBuffer>& buffer = mOutputs[static_cast<size_t>(slot)];
-    OutFrame frame{timestamp, buffer->getWidth(), buffer->getHeight(), {}};
-    if (mKeepPixels) {
-        void* pixels = nullptr;
-        buffer->lock(GraphicBuffer::USAGE_SW_READ_OFTEN, &pixels);
-        for (uint32_t y = 0; y < frame.height; ++y) {
-            const auto* row = static_cast<uint8_t*>(pixels) + size_t{y} * buffer->getStride();
-            frame.luma.insert(frame.luma.end(), row, row + frame.width);
-        }
-        buffer->unlock();
-    }
-    mFrames.push_back(std::move(frame));
-}
-
-void LiveClient::onConfigChanged(std::set<uint32_t>) {
-    const std::lock_guard lock(mLock);
-    ++mConfigChanges;
-}
-
-}  // namespace qoz::test
+}  // namespace qoz

@@ -1,8 +1,7 @@
-// A small client with rings of its own against the desk machine's real service: it lends, counts
-// every buffer out and home in a ledger, and follows the stream's size. One thread drives it.
+// A small client with rings of its own, for long runs and for tests: it lends, counts every buffer
+// out and home in a ledger, and follows the stream's size. One thread drives it.
 #pragma once
 
-#include <gtest/gtest.h>
 #include <qoz/VppComponent.h>
 #include <qozplay/Ledger.h>
 
@@ -16,15 +15,7 @@
 #include <string>
 #include <vector>
 
-namespace qoz::test {
-
-// One frame as it came out. Luma only, rows without padding.
-struct OutFrame {
-    uint64_t timestamp;
-    uint32_t width;
-    uint32_t height;
-    std::vector<uint8_t> luma;
-};
+namespace qoz {
 
 constexpr uint32_t kOutputPort = 0;  // as a client is told of them
 constexpr uint32_t kSourcePort = 1;
@@ -32,8 +23,10 @@ constexpr uint32_t kSourcePort = 1;
 class LiveClient final : public android::IQOZCallback {
   public:
     static constexpr int32_t kFirstSource = 100;  // no slot stands for a source and an output
+    // Each config() with motion vectors has one more source stay until a flush: room for many.
+    static constexpr size_t kSources = 40;
 
-    explicit LiveClient(bool keepPixels = false) : mKeepPixels(keepPixels) {}
+    explicit LiveClient(size_t sources = kSources) : mSources(sources) {}
 
     // False when the component cannot be enabled or started.
     bool start(uint32_t width, uint32_t height, android::ConfigParams params);
@@ -53,6 +46,7 @@ class LiveClient final : public android::IQOZCallback {
     void lend(size_t target);
     void lendForOneMore() { lend(size_t{vpp->outBufReqsPerFrame()} * 3); }
 
+    bool waitForSource();  // that send() would find no source to wait for
     bool waitForTimestamp(uint64_t microseconds);
     void disable();
     void stop();  // flush and disable
@@ -62,29 +56,28 @@ class LiveClient final : public android::IQOZCallback {
 
     qozplay::Ledger ledger() const;
     size_t doubled() const;  // returns of what was not out
-    std::vector<OutFrame> frames() const;
-    size_t configChanges() const;
 
     // Called on the thread that gives a buffer back, before it is written down.
     std::function<void()> onReturn;
+
+    // Called with each frame that comes out, one at a time, before its buffer is lent again.
+    std::function<void(android::GraphicBuffer& frame, uint64_t microseconds)> onFrame;
+
+    static bool serviceLives();
 
     std::shared_ptr<android::VppComponent> vpp;
 
   private:
     void onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint64_t timestamp) override;
-    void onConfigChanged(std::set<uint32_t> changes) override;
+    void onConfigChanged(std::set<uint32_t>) override {}
     int32_t takeSource(uint32_t width, uint32_t height);
     android::sp<android::GraphicBuffer> takeOutput(size_t slot, size_t target);
-    void keep(int32_t slot, uint64_t timestamp);
 
-    // Each config() with motion vectors has one more source stay until a flush: room for many.
-    static constexpr size_t kSources = 40;
     static constexpr size_t kOutputs = 24;
 
-    const bool mKeepPixels;
     mutable std::mutex mLock;
     std::condition_variable mHome;
-    std::array<android::sp<android::GraphicBuffer>, kSources> mSources;
+    std::vector<android::sp<android::GraphicBuffer>> mSources;
     std::array<android::sp<android::GraphicBuffer>, kOutputs> mOutputs;
     uint32_t mWidth = 0;  // of the newest source
     uint32_t mHeight = 0;
@@ -94,9 +87,7 @@ class LiveClient final : public android::IQOZCallback {
     std::multiset<qozplay::Ledger::Entry> mMayComeLate;
     size_t mCameLate = 0;
     uint64_t mNewest = 0;  // timestamp of a valid output
-    std::vector<OutFrame> mFrames;
     std::vector<std::string> mWrong;
-    size_t mConfigChanges = 0;
 };
 
-}  // namespace qoz::test
+}  // namespace qoz
