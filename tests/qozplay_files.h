@@ -20,6 +20,11 @@ namespace qozplay {
 
 using testing::HasSubstr;
 
+inline std::string contentOf(const std::filesystem::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
 // A folder for one test, gone with it.
 class Folder {
   public:
@@ -35,10 +40,7 @@ class Folder {
         std::ofstream(file(name), std::ios::binary) << bytes;
         return file(name);
     }
-    std::string read(const std::string& name) const {
-        std::ifstream in(file(name), std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
+    std::string read(const std::string& name) const { return contentOf(file(name)); }
 
   private:
     std::filesystem::path mPath;

@@ -37,11 +37,6 @@ TEST(PlayerProcess, MakesTheSameFramesAsInline) {
     }
 }
 
-std::string contentOf(const std::filesystem::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
 // The service of the player that runs: its bus has handed it this folder for temporary files. No
 // question to the bus, which the player may be starting or ending.
 std::optional<pid_t> servicePid(const std::string& folder) {

@@ -77,19 +77,9 @@ char stateOf(pid_t pid) {
 
 class Vppd : public EvenTest {
   protected:
-    static std::shared_ptr<vpp::IVppService> factory() {
-        const std::string name = std::string(vpp::IVppService::descriptor) + "/default";
-        return vpp::IVppService::fromBinder(
-            ndk::SpAIBinder(AServiceManager_checkService(name.c_str())));
-    }
-    static std::shared_ptr<vpp::IVpp> newSession() {
-        std::shared_ptr<vpp::IVpp> session;
-        EXPECT_TRUE(factory()->getNewVppSession(0, &session).isOk());
-        return session;
-    }
     static int sessionCount() {
         int32_t count = -1;
-        factory()->getSessionCount(&count);
+        registeredService()->getSessionCount(&count);
         return count;
     }
     pid_t killService(int signal) {
@@ -215,8 +205,7 @@ VppBuffer fullBuffer() {
 
 TEST(VppdRecords, ComeBackAsTheyWent) {
     const auto onBus = host::vppd::toBus(fullBuffer());
-    auto copy = onBus;
-    const auto back = host::vppd::fromBus(std::move(copy));
+    const auto back = host::vppd::fromBus(host::vppd::BusBuffer(onBus));
     ASSERT_TRUE(back);
     const auto again = host::vppd::toBus(*back);
     const auto numbers = [](const host::vppd::BusBuffer& b) {
@@ -234,18 +223,18 @@ TEST(VppdRecords, ComeBackAsTheyWent) {
 }
 
 TEST_F(Vppd, RefusesMalformedRecords) {
-    using Change = std::function<void(VppBuffer&)>;
-    const std::pair<VppError, Change> cases[] = {
+    const auto bad = VppError::VPP_ERR_PARAM;
+    const std::pair<VppError, std::function<void(VppBuffer&)>> cases[] = {
         {VppError::VPP_ERR_STATE, [](VppBuffer&) {}},  // well formed, but the session is not open
-        {VppError::VPP_ERR_PARAM,
+        {bad,
          [](VppBuffer& b) {
-             while (b.pixelHandle.fds.size() < 17)
-                 b.pixelHandle.fds.push_back(b.pixelHandle.fds[0].dup());
+             std::generate_n(std::back_inserter(b.pixelHandle.fds), 16,
+                             [&] { return b.auxHandle.fds[0].dup(); });
          }},
-        {VppError::VPP_ERR_PARAM, [](VppBuffer& b) { b.auxHandle.ints.resize(65); }},
-        {VppError::VPP_ERR_PARAM, [](VppBuffer& b) { b.metaBuffers.resize(17); }},
-        {VppError::VPP_ERR_PARAM, [](VppBuffer& b) { b.metaBuffers[0].metaName.resize(256, 'x'); }},
-        {VppError::VPP_ERR_PARAM, [](VppBuffer& b) { b.pixelFilledLen = b.pixelAllocLen + 1; }},
+        {bad, [](VppBuffer& b) { b.auxHandle.ints.resize(65); }},
+        {bad, [](VppBuffer& b) { b.metaBuffers.resize(17); }},
+        {bad, [](VppBuffer& b) { b.metaBuffers[0].metaName.resize(256, 'x'); }},
+        {bad, [](VppBuffer& b) { b.pixelFilledLen = b.pixelAllocLen + 1; }},
     };
     const auto session = newSession();
     const auto pid = bus.servicePid();
@@ -258,7 +247,7 @@ TEST_F(Vppd, RefusesMalformedRecords) {
     }
     VppError result = VppError::VPP_OK;
     EXPECT_TRUE(session->setCtrlFrc(std::vector<vpp::VppCtrlFrcSegment>(1025), &result).isOk());
-    EXPECT_EQ(result, VppError::VPP_ERR_PARAM);
+    EXPECT_EQ(result, bad);
     EXPECT_EQ(bus.servicePid(), pid) << "a bad record ended the service";
 }
 

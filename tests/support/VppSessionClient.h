@@ -4,7 +4,6 @@
 #include <aidl/vendor/vuq/hardware/vpp/BnVppCallbacks.h>
 #include <aidl/vendor/vuq/hardware/vpp/IVppService.h>
 #include <android/binder_manager.h>
-#include <android/binder_process.h>
 #include <fcntl.h>
 #include <host/control.h>
 
@@ -12,7 +11,7 @@
 #include <optional>
 #include <thread>
 
-#include "support/Capture.h"
+#include "support/Fixture.h"
 #include "support/Pixels.h"
 
 namespace qoz::test {
@@ -124,29 +123,28 @@ constexpr char kForward[] = "vpp.metabuf.mv.fw";
 constexpr char kBackward[] = "vpp.metabuf.mv.bw";
 constexpr char kHalf[] = "vpp.metabuf.scale.0p5";
 
-// Every test ends with no session and with as many descriptors as it began with.
-class VppServiceTest : public ::testing::Test {
+inline std::shared_ptr<vpp::IVppService> registeredService() {
+    const std::string name = std::string(vpp::IVppService::descriptor) + "/default";
+    return vpp::IVppService::fromBinder(
+        ndk::SpAIBinder(AServiceManager_checkService(name.c_str())));
+}
+inline std::shared_ptr<IVpp> newSession() {
+    std::shared_ptr<IVpp> session;
+    if (const auto service = registeredService()) service->getNewVppSession(0, &session);
+    return session;
+}
+
+class VppServiceTest : public EvenTest {
   protected:
     void SetUp() override {
-        ABinderProcess_startThreadPool();
-        mDescriptors = openDescriptors();
+        EvenTest::SetUp();
         mService.emplace();
     }
     void TearDown() override {
-        clearFaults();
         mSession = nullptr;
         mRecorder = nullptr;
         mService.reset();
-        EXPECT_EQ(openDescriptors(), mDescriptors);
-        EXPECT_EQ(counters().sessionsLive, 0U);
-    }
-    static std::shared_ptr<IVpp> newSession() {
-        const std::string name = std::string(vpp::IVppService::descriptor) + "/default";
-        const ndk::SpAIBinder binder(AServiceManager_checkService(name.c_str()));
-        const auto factory = vpp::IVppService::fromBinder(binder);
-        std::shared_ptr<IVpp> session;
-        if (factory != nullptr) factory->getNewVppSession(0, &session);
-        return session;
+        EvenTest::TearDown();
     }
 
     // Calls an operation of the session; its result, or -1 when it failed below that.
@@ -194,9 +192,6 @@ class VppServiceTest : public ::testing::Test {
     std::optional<VppService> mService;
     std::shared_ptr<IVpp> mSession;
     std::shared_ptr<SessionRecorder> mRecorder;
-
-  private:
-    int mDescriptors = 0;
 };
 
 }  // namespace qoz::test
