@@ -33,6 +33,7 @@ constexpr uint32_t kHeight = 48;
 constexpr uint32_t kFactor = 1;
 constexpr int64_t kFrameNs = 16000000;
 constexpr size_t kSources = 4;  // of a healthy component: as many frames may be in flight
+constexpr size_t kOutputs = 8;
 constexpr long kMaxGrowth = 1 << 20;
 
 struct Findings {
@@ -46,7 +47,7 @@ struct Findings {
 class Player {
   public:
     explicit Player(bool patient)
-        : mPatient(patient), mClient(patient ? kSources : LiveClient::kSources) {
+        : mPatient(patient), mClient(patient ? kSources : LiveClient::kSources, kOutputs) {
         mClient.onFrame = [this](GraphicBuffer&, uint64_t timestamp) {
             if (mFrames > 0 && timestamp <= mNewest) ++mFindings.disordered;
             mNewest = timestamp;

@@ -91,7 +91,7 @@ int32_t LiveClient::takeSource(uint32_t width, uint32_t height) {
 }
 
 void LiveClient::lend(size_t target) {
-    for (size_t i = 0; i < std::min(target, mOutputs.size()); ++i) {
+    for (size_t i = 0; i < mOutputs.size(); ++i) {
         const auto slot = static_cast<int32_t>(i);
         QOZBufferInfo output{slot, takeOutput(i, target), nullptr, 0, {}};
         if (output.buffer == nullptr || vpp->process(nullptr, &output) == 0) continue;

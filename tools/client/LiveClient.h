@@ -5,7 +5,6 @@
 #include <qoz/VppComponent.h>
 #include <qozplay/Ledger.h>
 
-#include <array>
 #include <condition_variable>
 #include <functional>
 #include <memory>
@@ -26,7 +25,8 @@ class LiveClient final : public android::IQOZCallback {
     // Each config() with motion vectors has one more source stay until a flush: room for many.
     static constexpr size_t kSources = 40;
 
-    explicit LiveClient(size_t sources = kSources) : mSources(sources) {}
+    explicit LiveClient(size_t sources = kSources, size_t outputs = 24)
+        : mSources(sources), mOutputs(outputs) {}
 
     // False when the component cannot be enabled or started.
     bool start(uint32_t width, uint32_t height, android::ConfigParams params);
@@ -73,12 +73,9 @@ class LiveClient final : public android::IQOZCallback {
     int32_t takeSource(uint32_t width, uint32_t height);
     android::sp<android::GraphicBuffer> takeOutput(size_t slot, size_t target);
 
-    static constexpr size_t kOutputs = 24;
-
     mutable std::mutex mLock;
     std::condition_variable mHome;
-    std::vector<android::sp<android::GraphicBuffer>> mSources;
-    std::array<android::sp<android::GraphicBuffer>, kOutputs> mOutputs;
+    std::vector<android::sp<android::GraphicBuffer>> mSources, mOutputs;
     uint32_t mWidth = 0;  // of the newest source
     uint32_t mHeight = 0;
     qozplay::Ledger mLedger;
