@@ -20,9 +20,11 @@ namespace qozplay {
 
 using testing::HasSubstr;
 
+// Also of a file under /proc, whose process may end while it is read: then what there was of it.
 inline std::string contentOf(const std::filesystem::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
+    std::ostringstream text;
+    text << std::ifstream(file, std::ios::binary).rdbuf();
+    return text.str();
 }
 
 // A folder for one test, gone with it.
