@@ -1,5 +1,4 @@
 #include <host/converter/FieldSmoothing.h>
-#include <host/converter/InParallel.h>
 #include <host/converter/MotionEstimator.h>
 
 #include <algorithm>
@@ -35,16 +34,16 @@ void estimateOne(const LumaPyramid& from, const LumaPyramid& to, BlockSearch* se
 
 void MotionEstimator::estimate(const MappedBuffer& previous, const MappedBuffer& current,
                                MotionVector* forward, MotionVector* backward) {
-    inParallel([&] { mPrevious.build(previous); }, [&] { mCurrent.build(current); });
-    inParallel([&] { estimateOne(mPrevious, mCurrent, &mForward, forward); },
-               [&] { estimateOne(mCurrent, mPrevious, &mBackward, backward); });
+    mPrevious.build(previous);
+    mCurrent.build(current);
+    estimateOne(mPrevious, mCurrent, &mSearch, forward);
+    estimateOne(mCurrent, mPrevious, &mSearch, backward);
 }
 
 void MotionEstimator::release() {
     mPrevious.release();
     mCurrent.release();
-    mForward.release();
-    mBackward.release();
+    mSearch.release();
 }
 
 }  // namespace qoz::host

@@ -8,8 +8,7 @@
 
 namespace qoz::host {
 
-// Keeps nothing between two calls but memory: the owner of a frame may have rewritten it since. The
-// two ways are searched at once.
+// Keeps nothing between two calls but memory: the owner of a frame may have rewritten it since.
 class MotionEstimator {
   public:
     // Frames of the same shape; fields of fieldWidth x fieldHeight vectors.
@@ -21,8 +20,7 @@ class MotionEstimator {
   private:
     LumaPyramid mPrevious;
     LumaPyramid mCurrent;
-    BlockSearch mForward;
-    BlockSearch mBackward;
+    BlockSearch mSearch;
 };
 
 }  // namespace qoz::host
