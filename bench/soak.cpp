@@ -32,8 +32,9 @@ constexpr uint32_t kWidth = 64;
 constexpr uint32_t kHeight = 48;
 constexpr uint32_t kFactor = 1;
 constexpr int64_t kFrameNs = 16000000;
-constexpr size_t kSources = 4;  // of a healthy component: as many frames may be in flight
+constexpr size_t kSources = 4;
 constexpr size_t kOutputs = 8;
+constexpr int64_t kAhead = 4;  // frames in flight of a healthy component: all its outputs
 constexpr long kMaxGrowth = 1 << 20;
 
 struct Findings {
@@ -65,12 +66,14 @@ class Player {
     void play(uint64_t frames) {
         if (!mPatient) frames = std::min(frames, uint64_t{LiveClient::kSources});
         for (uint64_t n = 0; n < frames; ++n) {
+            if (mPatient && !mClient.waitForTimestamp(microseconds(mNow - kAhead * kFrameNs)))
+                break;
             mNow += kFrameNs;
             (void)mClient.waitForSource();
             time([&] { (void)mClient.send(kWidth, kHeight, mNow); });
         }
         // Gives up when nothing comes at all: what is missing shows in the findings.
-        if (mPatient) (void)mClient.waitForTimestamp(static_cast<uint64_t>(mNow) / 1000);
+        if (mPatient) (void)mClient.waitForTimestamp(microseconds(mNow));
         time([&] { mClient.vpp->flushsync(); });
         if (frames > 0) mExpected += 1 + (frames - 1) * (kFactor + 1);
     }
@@ -85,6 +88,10 @@ class Player {
     const Findings& findings() const { return mFindings; }
 
   private:
+    static uint64_t microseconds(int64_t nanoseconds) {
+        return static_cast<uint64_t>(std::max<int64_t>(nanoseconds, 0)) / 1000;
+    }
+
     template <typename Act>
     void time(const Act& act) {
         const auto begin = Clock::now();
