@@ -65,9 +65,8 @@ struct Row {
 // The service's operations and callbacks, by every kind of fault that fits.
 struct Operation {
     const char* name;
-    uint64_t nth;  // call that is hit
-    const char*
-        fits;  // C code, K keep, T transport, D drop, L late, W twice, U unknown, S swap, X die
+    uint64_t nth;      // call that is hit
+    const char* fits;  // letters of kKinds
 };
 
 constexpr Operation kOperations[] = {{"getNewVppSession", 1, "CTDLX"},
@@ -77,17 +76,17 @@ constexpr Operation kOperations[] = {{"getNewVppSession", 1, "CTDLX"},
                                      {"setCtrlAis", 1, "CTLX"},
                                      {"setParameter", 2, "CTLX"},
                                      {"open", 1, "CKTLX"},
-                                     {"queueBuf", 5, "CKTDLWUSX"},
+                                     {"queueBuf", 5, "CKTDLWUSYX"},
                                      {"flush", 2, "CKTDLWX"},
                                      {"reconfigure", 1, "CKTDLWX"},
                                      {"drain", 1, "CKTDLWX"},
                                      {"close", 1, "CTLX"},
                                      {"terminateSession", 1, "CTLX"},
-                                     {"inputBufferDone", 2, "CTDLWUSX"},
-                                     {"outputBufferDone", 2, "CTDLWUSX"},
-                                     {"eventFlushDone", 2, "CTDLWSX"},
-                                     {"eventReconfigDone", 1, "CTDLWSX"},
-                                     {"eventDrainDone", 1, "CTDLWSX"}};
+                                     {"inputBufferDone", 2, "CTDLWUSYX"},
+                                     {"outputBufferDone", 2, "CTDLWUSYX"},
+                                     {"eventFlushDone", 2, "CTDLWSYX"},
+                                     {"eventReconfigDone", 1, "CTDLWSYX"},
+                                     {"eventDrainDone", 1, "CTDLWSYX"}};
 
 constexpr std::tuple<char, FaultKind, const char*> kKinds[] = {
     {'C', FaultKind::Code, "answers with an error"},
@@ -98,6 +97,7 @@ constexpr std::tuple<char, FaultKind, const char*> kKinds[] = {
     {'W', FaultKind::Twice, "is answered twice"},
     {'U', FaultKind::Unknown, "has an unknown cookie"},
     {'S', FaultKind::Swap, "comes after the next"},
+    {'Y', FaultKind::Stray, "comes after one of absurd values that nobody asked for"},
     {'X', FaultKind::Die, "kills the service"}};
 
 void addService(std::vector<Row>& rows) {

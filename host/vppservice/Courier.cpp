@@ -54,6 +54,18 @@ void call(vpp::IVppCallbacks& callbacks, const Notice& notice, VppError status) 
     }
 }
 
+// Of the same kind, and nothing that the client could know.
+Notice strayLike(const Notice& notice) {
+    Notice stray;
+    stray.kind = notice.kind;
+    stray.port = static_cast<VppPort>(INT32_MIN);
+    stray.buffer.cookie = -1;
+    stray.buffer.timestamp = UINT64_MAX;
+    stray.buffer.pixelFilledLen = UINT32_MAX;
+    stray.buffer.pixelAllocLen = UINT32_MAX;
+    return stray;
+}
+
 }  // namespace
 
 void Courier::start() {
@@ -148,14 +160,21 @@ void Courier::deliver(Parcel* parcel) const {
         buffer.pixelFilledLen = 0;
     }
     if (verdict.manner == Manner::Unknown) buffer.cookie = (buffer.cookie & ~kIdBits) | kUnknownId;
+    if (verdict.manner == Manner::Stray) {
+        bring(*parcel->to, strayLike(parcel->notice), static_cast<VppError>(INT32_MIN));
+    }
     const int times = verdict.manner == Manner::Twice ? 2 : 1;
     for (int i = 0; i < times; ++i) {
-        callOnBinderThread([&] {
-            tCarriedFor = this;
-            call(*parcel->to, parcel->notice, verdict.answer.value_or(VppError::VPP_OK));
-            tCarriedFor = nullptr;
-        });
+        bring(*parcel->to, parcel->notice, verdict.answer.value_or(VppError::VPP_OK));
     }
+}
+
+void Courier::bring(vpp::IVppCallbacks& to, const Notice& notice, VppError status) const {
+    callOnBinderThread([&] {
+        tCarriedFor = this;
+        call(to, notice, status);
+        tCarriedFor = nullptr;
+    });
 }
 
 }  // namespace qoz::host::vppservice

@@ -56,6 +56,7 @@ class Courier : public std::enable_shared_from_this<Courier> {
     bool next(Parcel* out);
     bool judge(Parcel* parcel);
     void deliver(Parcel* parcel) const;
+    void bring(vpp::IVppCallbacks& to, const Notice& notice, VppError status) const;
 
     const std::shared_ptr<FaultGate> mGate;
 

@@ -46,6 +46,9 @@ Verdict FaultGate::judge(const char* operation) const {
         case FaultKind::Swap:
             verdict.manner = Manner::Swap;
             break;
+        case FaultKind::Stray:
+            verdict.manner = Manner::Stray;
+            break;
         case FaultKind::Die:
             verdict.lost = true;
             mDie();

@@ -14,7 +14,7 @@
 namespace qoz::host::vppservice {
 
 // How an answer that comes later, as a callback, is to come.
-enum class Manner { Plain, Drop, Twice, Unknown, Swap };
+enum class Manner { Plain, Drop, Twice, Unknown, Swap, Stray };
 
 struct Verdict {
     bool lost = false;               // fails below its result; nothing is done

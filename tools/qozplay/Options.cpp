@@ -63,7 +63,7 @@ void addOutput(CLI::App& app, Options& options, Words& words) {
         ->type_name("inline|process");
     app.add_option("--fault", words.faults,
                    "break the Nth call of an operation; in place of a code: drop, late:MS, twice, "
-                   "unknown, keep:CODE, swap, transport, die")
+                   "unknown, keep:CODE, swap, stray, transport, die")
         ->type_name("OP=CODE@N")
         ->allow_extra_args(false);
     app.add_option("--prop", words.properties, "set a system property")
