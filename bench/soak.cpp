@@ -1,6 +1,7 @@
 // Many small frames through four components at once: nothing lost, nothing twice, nothing out of
-// order, and no memory or descriptor more at the end than a tenth of the way in. With --misbehave:
-// 64 components, eight of which have a session that is late or silent; the others notice nothing.
+// order, and at the end 1 MiB more than a tenth of the way in at most, and no descriptor. With
+// --misbehave: 64 components, eight of which have a session that is late or silent; the others
+// notice nothing.
 //
 //     soak [--misbehave] [frames in all, 100000]
 #include <aidl/vendor/vuq/hardware/vpp/BnVppService.h>

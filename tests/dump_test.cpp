@@ -53,6 +53,7 @@ TEST_F(Dump, TellsOfTheStreamAndItsBuffers) {
     expectLines({"  state: UNINIT", "  worker: none, posted command none"});
     ASSERT_TRUE(enable());
     vpp->config(64, 48, kRgba, {1, 0, 1, 2}, true);
+    expectLines({"  held back: 1"});  // the place that lets the first source wait
     ASSERT_EQ(processSource(7, buffer(64, 48, kRgba), 1000), 0);
     ASSERT_EQ(processSource(8, buffer(64, 48, kRgba), 2'000'000), 0);
     session().returnInput(android::cookie::forInput(7, true), 1);

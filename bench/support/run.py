@@ -24,11 +24,16 @@ def options():
                         help="one of: " + ", ".join(BENCHES + ["player"]))
     parser.add_argument("--quick", action="store_true",
                         help="one short round of everything: shows that it runs, no more")
-    parser.add_argument("--json", metavar="FILE", default="build/bench.json", type=pathlib.Path,
-                        help="raw results (build/bench.json)")
+    parser.add_argument("--json", metavar="FILE", type=pathlib.Path,
+                        help="raw results (build/bench.json; with --only build/bench-NAME.json)")
     parser.add_argument("--write", metavar="FILE", type=pathlib.Path,
                         help="also put the table between the marks in this file")
-    return parser.parse_args()
+    chosen = parser.parse_args()
+    if chosen.write and (chosen.only or chosen.quick):
+        parser.error("--write is for a whole run: not with --only or --quick")
+    if not chosen.json:
+        chosen.json = pathlib.Path(f"build/bench-{chosen.only}.json" if chosen.only else "build/bench.json")
+    return chosen
 
 
 def build():

@@ -22,7 +22,7 @@
 namespace qoz::host {
 namespace {
 
-constexpr size_t kShare = 1 << 17;  // events of one thread; 13 MB
+constexpr size_t kShare = 1 << 17;  // events of one thread; 14 MiB
 
 void setEnabledTags(uint64_t tags) {
     __atomic_store_n(&atrace_enabled_tags, tags, __ATOMIC_RELAXED);

@@ -234,10 +234,11 @@ void VppComponent::dumpFrame(SourceFrame& frame) {
 void VppComponent::holdSlot(int32_t slot) {
     if (mSpareSlots.empty()) {
         mSlotList.push_back(slot);
-        return;
+    } else {
+        mSpareSlots.front() = slot;
+        mSlotList.splice(mSlotList.end(), mSpareSlots, mSpareSlots.begin());
     }
-    mSpareSlots.front() = slot;
-    mSlotList.splice(mSlotList.end(), mSpareSlots, mSpareSlots.begin());
+    mPublishedHeld.store(mSlotList.size(), std::memory_order_relaxed);
 }
 
 // With a placeholder in the list every source is released one frame late: until then it is the

@@ -57,9 +57,10 @@ bool LiveClient::send(uint32_t width, uint32_t height, int64_t nanoseconds,
     sp<GraphicBuffer> source = mSources[static_cast<size_t>(slot - kFirstSource)];
     if (paint) {
         void* pixels = nullptr;
-        source->lock(GraphicBuffer::USAGE_SW_WRITE_OFTEN, &pixels);
-        paint(static_cast<uint8_t*>(pixels));
-        source->unlock();
+        if (source->lock(GraphicBuffer::USAGE_SW_WRITE_OFTEN, &pixels) == android::OK) {
+            paint(static_cast<uint8_t*>(pixels));
+            source->unlock();
+        }
     }
     std::vector<QOZBufferInfo> packet{{slot, source, nullptr, nanoseconds, carried}};
     if (vpp->process(&packet, nullptr) != 0) {

@@ -41,6 +41,11 @@ constexpr uint32_t kMaxSide = 16384;  // beyond that a header is taken for nonse
 
 std::string format(const char* pattern, ...) __attribute__((__format__(printf, 1, 2)));
 
+// As %llu wants it.
+constexpr unsigned long long big(uint64_t value) {
+    return value;
+}
+
 // "1280x720"; throws BadInput that begins with `what`.
 Size parseSize(const std::string& text, const std::string& what);
 

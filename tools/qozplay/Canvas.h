@@ -17,6 +17,10 @@ struct Colour {
     uint8_t a = 255;
 };
 
+// Of the pictures' margins, and of the words on them.
+constexpr Colour kGround{22, 24, 29};
+constexpr Colour kInk{232, 234, 240};
+
 // Pixels that belong to somebody else.
 struct Surface {
     uint8_t* rgba = nullptr;

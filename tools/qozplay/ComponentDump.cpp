@@ -13,13 +13,16 @@ namespace qozplay {
 
 std::vector<std::string> dumpLines(const android::VppComponent& component) {
     const int fd = memfd_create("dump", MFD_CLOEXEC);
-    if (fd < 0) return {};
+    const std::unique_ptr<FILE, int (*)(FILE*)> text(fd < 0 ? nullptr : fdopen(fd, "r"), fclose);
+    if (text == nullptr) {
+        if (fd >= 0) close(fd);
+        return {};
+    }
     component.dump(fd);
     lseek(fd, 0, SEEK_SET);
-    const std::unique_ptr<FILE, int (*)(FILE*)> text(fdopen(fd, "r"), fclose);
     std::vector<std::string> lines;
     std::array<char, 512> line{};
-    while (text != nullptr && fgets(line.data(), line.size(), text.get()) != nullptr) {
+    while (fgets(line.data(), line.size(), text.get()) != nullptr) {
         lines.emplace_back(line.data());
         if (lines.back().ends_with('\n')) lines.back().pop_back();
     }

@@ -16,10 +16,6 @@ constexpr std::array<const char*, 8> kAscii{"_", ".", "-", "~", "=", "+", "*", "
 
 using Lines = std::vector<std::string>;
 
-unsigned long long big(uint64_t value) {
-    return value;
-}
-
 // The first line of a text. Characters, not bytes: what continues one in UTF-8 begins with the bits
 // 10.
 std::string clipped(const std::string& text, size_t columns) {

@@ -150,7 +150,7 @@ Player::Player(Options options, Console& console)
         requireWritable(path);
     }
     if (mOptions.truth) holdOut();
-    if (mOptions.watch) mScreen = std::make_unique<Screen>();
+    if (mOptions.watch) mScreen = std::make_unique<Screen>(mConsole);
     openSinks();
     mStats.budget = mOptions.budget;
     mStats.input = inputText(mOptions, *mSources[0]);

@@ -20,7 +20,7 @@ struct Screen::Terminal {
     bool blocks = false;
 };
 
-Screen::Screen() : mTerminal(std::make_unique<Terminal>()) {
+Screen::Screen(Console& console) : mConsole(console), mTerminal(std::make_unique<Terminal>()) {
     FILE* file = mTerminal->file.get();
     if (file == nullptr) throw BadInput("--watch: there is no terminal to show it on");
     std::setlocale(LC_CTYPE, "");
@@ -31,6 +31,7 @@ Screen::Screen() : mTerminal(std::make_unique<Terminal>()) {
         throw BadInput(std::string("--watch: nothing is known of this terminal, TERM is ") +
                        (name == nullptr ? "not set" : name));
     }
+    mConsole.hold();
     set_term(mTerminal->screen);
     cbreak();
     noecho();
@@ -44,7 +45,9 @@ Screen::~Screen() {
 }
 
 void Screen::leave() {
-    if (isendwin() == FALSE) endwin();
+    if (isendwin() != FALSE) return;
+    endwin();
+    mConsole.release();
 }
 
 Page Screen::page() const {

@@ -1,6 +1,7 @@
 // The controlling terminal as a page of text and a keyboard.
 #pragma once
 
+#include "Console.h"
 #include "Dashboard.h"
 
 #include <chrono>
@@ -14,8 +15,9 @@ namespace qozplay {
 // One at a time, and one thread at a time.
 class Screen {
   public:
-    // Throws BadInput when there is no terminal or nothing is known of it.
-    Screen();
+    // Throws BadInput when there is no terminal or nothing is known of it. The console keeps what
+    // it is told until the terminal is given back.
+    explicit Screen(Console& console);
     ~Screen();
 
     Screen(const Screen&) = delete;
@@ -33,6 +35,7 @@ class Screen {
 
   private:
     struct Terminal;
+    Console& mConsole;
     std::unique_ptr<Terminal> mTerminal;
 };
 

@@ -15,8 +15,6 @@ constexpr int32_t kTitleDot = 3;
 constexpr int32_t kLabelDot = 2;
 constexpr int32_t kLabelRoom = 34;
 constexpr int32_t kBorder = 3;
-constexpr Colour kGround{22, 24, 29};
-constexpr Colour kInk{232, 234, 240};
 constexpr Colour kFaint{138, 144, 156};
 constexpr Colour kRealColour{92, 200, 130};
 constexpr Colour kMadeColour{242, 176, 72};

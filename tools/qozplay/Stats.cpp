@@ -10,10 +10,6 @@ namespace {
 
 using nlohmann::json;
 
-unsigned long long big(uint64_t value) {
-    return value;
-}
-
 std::string framesText(const SessionStats& stats) {
     const FrameTracker::Tally& frames = stats.frames;
     std::string text =

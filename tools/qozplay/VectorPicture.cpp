@@ -2,6 +2,8 @@
 
 #include "Canvas.h"
 
+#include <cutils/properties.h>
+
 #include <cstdlib>
 #include <system_error>
 #include <utility>
@@ -14,8 +16,6 @@ namespace fs = std::filesystem;
 
 constexpr int32_t kTitleDot = 2;
 constexpr int32_t kTitleRoom = 34;
-constexpr Colour kGround{22, 24, 29};
-constexpr Colour kInk{232, 234, 240};
 
 // As many frames as a vector needs, and nothing that would come in between.
 Options forTwoFrames(Options options) {
@@ -51,6 +51,9 @@ void layOver(const Surface& frame, const Image& field) {
 VectorPicture::Folder::Folder() {
     std::error_code error;
     std::string pattern = (fs::temp_directory_path(error) / "qozplay-XXXXXX").string();
+    if (pattern.size() >= PROPERTY_VALUE_MAX) {  // the converter is told of it by a property
+        throw BadInput("--vectors: the folder for temporary files has too long a name");
+    }
     if (error || mkdtemp(pattern.data()) == nullptr) {
         throw BadInput("--vectors: no folder for temporary files");
     }

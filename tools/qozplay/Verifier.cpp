@@ -7,10 +7,6 @@
 namespace qozplay {
 namespace {
 
-unsigned long long big(uint64_t value) {
-    return value;
-}
-
 std::string counted(uint64_t count, const char* noun) {
     return format("%llu %s%s", big(count), noun, count == 1 ? "" : "s");
 }

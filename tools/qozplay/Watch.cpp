@@ -15,7 +15,6 @@ Watch::Watch(Screen& screen, const std::vector<std::unique_ptr<Client>>& clients
     : mScreen(screen), mConsole(console), mShowComponents(clients.size() == 1) {
     for (const std::unique_ptr<Client>& client : clients)
         mSessions.push_back({client.get(), client->component()});
-    mConsole.hold();
     mThread = std::thread([this] { run(); });
 }
 
@@ -23,7 +22,6 @@ Watch::~Watch() {
     mOver.store(true, std::memory_order_relaxed);
     mThread.join();
     mScreen.leave();
-    mConsole.release();
 }
 
 void Watch::run() {
