@@ -226,7 +226,7 @@ bool soak(uint64_t frames) {
 
 bool misbehave(uint64_t frames) {
     const auto service = ndk::SharedRefBase::make<MixedService>();
-    const std::string name = std::string(vpp::IVppService::descriptor) + "/default";
+    const std::string name = host::defaultInstance<vpp::IVppService>();
     host::addService(name, service->asBinder());
     Players players;
     const bool started = startAll(players, 64, true);

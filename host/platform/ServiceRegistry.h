@@ -7,6 +7,12 @@
 
 namespace qoz::host {
 
+// Under which a client looks for the one service of an interface.
+template <typename Interface>
+std::string defaultInstance() {
+    return std::string(Interface::descriptor) + "/default";
+}
+
 // Registers `binder` under `instance`, in place of what was there; waiters wake.
 void addService(const std::string& instance, const ndk::SpAIBinder& binder);
 void removeService(const std::string& instance);

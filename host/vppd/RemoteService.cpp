@@ -18,10 +18,6 @@ namespace qoz::host {
 namespace vppd {
 namespace {
 
-std::string instance() {
-    return std::string(vpp::IVppService::descriptor) + "/default";
-}
-
 class ServiceProxy final : public sdbus::ProxyInterfaces<::org::qoz::VppService1_proxy> {
   public:
     ServiceProxy(sdbus::IConnection& connection, const std::string& owner)
@@ -157,10 +153,10 @@ struct RemoteVppService::Impl {
             if (!before.empty()) factory->died(before);
         });
         bus->start([this] { factory->died({}); });
-        addService(vppd::instance(), factory->asBinder());
+        addService(defaultInstance<vppd::vpp::IVppService>(), factory->asBinder());
     }
     ~Impl() {
-        removeService(vppd::instance());
+        removeService(defaultInstance<vppd::vpp::IVppService>());
         bus->stopTelling();
         factory->end();
     }

@@ -4,6 +4,7 @@
 
 #include <android/binder_manager.h>
 #include <host/control.h>
+#include <host/platform/ServiceRegistry.h>
 
 #include <utility>
 
@@ -11,7 +12,7 @@ namespace qoz::host::vppd {
 namespace {
 
 ndk::SpAIBinder lookUp() {
-    const std::string instance = std::string(vpp::IVppService::descriptor) + "/default";
+    const std::string instance = defaultInstance<vpp::IVppService>();
     return ndk::SpAIBinder(AServiceManager_checkService(instance.c_str()));
 }
 

@@ -9,7 +9,7 @@
 namespace qoz::host::vppservice {
 
 std::string Service::instance() {
-    return std::string(descriptor) + "/default";
+    return defaultInstance<vpp::IVppService>();
 }
 
 ndk::ScopedAStatus Service::getNewVppSession(int32_t flags, std::shared_ptr<vpp::IVpp>* result) {

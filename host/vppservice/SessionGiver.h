@@ -26,7 +26,7 @@ class SessionGiver {
     void unregister() { removeService(instance()); }
     void registerAgain() { addService(instance(), mFactory->asBinder()); }
 
-    static std::string instance() { return std::string(Vpp::descriptor) + "/default"; }
+    static std::string instance() { return defaultInstance<Vpp>(); }
 
     // The session that the next caller gets; null: none.
     std::shared_ptr<Session> next;

@@ -6,6 +6,7 @@
 #include <android/binder_manager.h>
 #include <fcntl.h>
 #include <host/control.h>
+#include <host/platform/ServiceRegistry.h>
 
 #include <algorithm>
 #include <optional>
@@ -124,7 +125,7 @@ constexpr char kBackward[] = "vpp.metabuf.mv.bw";
 constexpr char kHalf[] = "vpp.metabuf.scale.0p5";
 
 inline std::shared_ptr<vpp::IVppService> registeredService() {
-    const std::string name = std::string(vpp::IVppService::descriptor) + "/default";
+    const std::string name = host::defaultInstance<vpp::IVppService>();
     return vpp::IVppService::fromBinder(
         ndk::SpAIBinder(AServiceManager_checkService(name.c_str())));
 }
