@@ -65,6 +65,16 @@ TEST_F(Delivery, EachReturnGoesWhereItBelongs) {
     EXPECT_EQ(peer().inVpp(), std::pair(0U, 0U)) << "never below zero";
 }
 
+// A record declared with signed members holds negative numbers here.
+TEST_F(Delivery, LengthsAndTimestampsUseTheirWholeRange) {
+    constexpr uint64_t kLate = (1ULL << 63) + 5;
+    inFlight(kLate);
+    returnOutput(9, kLate, 1U << 31);
+    EXPECT_TRUE(client.waitFor(1));
+    EXPECT_EQ(client.done(), (std::vector<Done>{{0, 9, 1, kLate}}));
+    EXPECT_EQ(peer().freeExtradata(), (std::set<uint64_t>{kLate}));
+}
+
 TEST_F(Delivery, CountersFollowThePortABufferWasQueuedOn) {
     const auto lent = buffer(64, 64, kNv12);
     VppComponentPeer::SideBuffers none;

@@ -7,6 +7,7 @@
 #include "pipeline/Cookie.h"
 #include "pipeline/TraceMarker.h"
 #include "session/Log.h"
+#include "vpp/RecordFields.h"
 
 namespace android {
 
@@ -19,8 +20,9 @@ void VppComponent::countDone(bool isInput) {
 
 void VppComponent::onVppIBD(const VppBuffer& buffer) {
     const bool internal = cookie::isInternal(buffer.cookie);
-    freeExtradataEntry(buffer.timestamp, "onVppIBD");
-    if (internal) freeYuvEntry(buffer.timestamp, "onVppIBD");
+    const uint64_t timestamp = unsignedOf(buffer.timestamp);
+    freeExtradataEntry(timestamp, "onVppIBD");
+    if (internal) freeYuvEntry(timestamp, "onVppIBD");
     countDone(true);
     if (!internal) giveBack(0, static_cast<int32_t>(buffer.cookie), 0, 0);
     VPP_LOGI("%s: receive %s, buffer cookie %u", "onVppIBD",
@@ -36,8 +38,9 @@ void VppComponent::onVppOBD(const VppBuffer& buffer) {
     if (bypassed) VPP_LOGD("Vpp works in bypass mode");
     countDone(bypassed);
     const bool internal = cookie::isInternal(buffer.cookie);
-    if (internal) freeYuvEntry(buffer.timestamp, "onVppOBD");
-    freeExtradataEntry(buffer.timestamp, "onVppOBD");
+    const uint64_t timestamp = unsignedOf(buffer.timestamp);
+    if (internal) freeYuvEntry(timestamp, "onVppOBD");
+    freeExtradataEntry(timestamp, "onVppOBD");
     if (internal) {
         VPP_LOGD(
             "%s: receives temp allocated buffer cookie=%u, this should only happen when VPP "
@@ -58,8 +61,9 @@ void VppComponent::enqueueOBD(uint32_t id, const VppBuffer& buffer) {
         if (!cookie::isOutput(buffer.cookie)) giveBack(0, static_cast<int32_t>(id), 0, 0);
         return;
     }
-    VPP_LOGI("push the VPP OBD buffer , cookie=%u buffer timestamp = %lu ", id, buffer.timestamp);
-    mLastOutputTimestamp.store(buffer.timestamp);
+    const uint64_t timestamp = unsignedOf(buffer.timestamp);
+    VPP_LOGI("push the VPP OBD buffer , cookie=%u buffer timestamp = %lu ", id, timestamp);
+    mLastOutputTimestamp.store(timestamp);
     if (storeOBD(id, buffer)) {
         requestDeliver();
     } else {

@@ -9,6 +9,7 @@
 
 #include "pipeline/TraceMarker.h"
 #include "session/Log.h"
+#include "vpp/RecordFields.h"
 
 namespace android {
 namespace {
@@ -176,7 +177,7 @@ bool VppComponent::takeOBD(Delivery* delivery) {
     mVppOBDQueue.pop_front();
     *delivery = {.slot = static_cast<int32_t>(mCurrentOBD->cookie),
                  .valid = mCurrentOBD->pixelFilledLen != 0 ? 1U : 0U,
-                 .timestamp = mCurrentOBD->timestamp,
+                 .timestamp = unsignedOf(mCurrentOBD->timestamp),
                  .left = mVppOBDQueue.size()};
     return true;
 }

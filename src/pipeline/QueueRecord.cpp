@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "session/Log.h"
+#include "vpp/RecordFields.h"
 
 namespace android {
 
@@ -41,7 +42,9 @@ VppComponent::Shared VppComponent::QueueRecord::share(
 VppComponent::Shared VppComponent::QueueRecord::shareMeta(size_t index, const char* name,
                                                           const sp<GraphicBuffer>& buffer) {
     auto& meta = mVppBuffer.metaBuffers[index];
-    const Shared result = share(buffer, &meta.metaHandle, &meta.metaAllocLen);
+    uint32_t allocLen = 0;
+    const Shared result = share(buffer, &meta.metaHandle, &allocLen);
+    setUnsigned(meta.metaAllocLen, allocLen);
     if (result == Shared::Ok) meta.metaName = name;
     return result;
 }

@@ -8,6 +8,7 @@
 #include "pipeline/QueueRecord.h"
 #include "pipeline/TraceMarker.h"
 #include "session/Log.h"
+#include "vpp/RecordFields.h"
 
 namespace android {
 
@@ -170,17 +171,19 @@ VppComponent::Shared VppComponent::attachDownscaled(QueueRecord& record,
 bool VppComponent::attachPixels(QueueRecord& record, uint32_t cookie,
                                 const sp<GraphicBuffer>& buffer, uint64_t timestamp, bool isInput) {
     VppBuffer& out = record.vppBuffer();
-    const auto shared = record.share(buffer, &out.pixelHandle, &out.pixelAllocLen);
+    uint32_t allocLen = 0;
+    const auto shared = record.share(buffer, &out.pixelHandle, &allocLen);
     if (shared == Shared::NoHandle) VPP_LOGE_BARE("native_handle_create failed");
     if (shared != Shared::Ok) return false;
     const int fd = buffer->getNativeBuffer()->handle->data[0];
-    const int size = static_cast<int>(out.pixelAllocLen);
+    const int size = static_cast<int>(allocLen);
     VPP_LOGI("queueBuffer(%s): cookie: %u, fd:%d, size:%d ts:%lu ", isInput ? "input" : "output",
              cookie, fd, size, timestamp);
     VPP_LOGI("Pixel buffer fd=%d, allocsize=%d", fd, size);
-    out.pixelFilledLen = isInput ? out.pixelAllocLen : 0;
-    out.pixelSize = out.pixelAllocLen;
-    out.timestamp = timestamp;
+    setUnsigned(out.pixelAllocLen, allocLen);
+    setUnsigned(out.pixelFilledLen, isInput ? allocLen : 0);
+    setUnsigned(out.pixelSize, allocLen);
+    setUnsigned(out.timestamp, timestamp);
     out.cookie =
         isInput ? cookie::forInput(cookie, mNeedAdditionalBuffer) : cookie::forOutput(cookie);
     return true;
