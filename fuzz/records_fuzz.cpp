@@ -2,7 +2,7 @@
 // become ours whole, and one that the service takes in lies in memory that is there.
 #include <host/platform/BufferLayout.h>
 #include <host/vppd/Records.h>
-#include <host/vppservice/Received.h>
+#include <host/vppservice/ImportedBuffer.h>
 
 #include <fuzzer/FuzzedDataProvider.h>
 #include <sys/stat.h>
@@ -139,8 +139,8 @@ void touch(const Planes& planes) {
 }
 
 void serve(Reader& in, const vpp::VppBuffer& buffer) {
-    vppservice::Receiver receiver;
-    vppservice::Received received;
+    vppservice::BufferImporter receiver;
+    vppservice::ImportedBuffer received;
     const bool isOutput = in.flag();
     const auto port = isOutput ? vpp::VppPort::OUTPUT : vpp::VppPort::INPUT;
     if (receiver.receive(port, kSizes, buffer, &received) != vpp::VppError::VPP_OK) return;

@@ -11,7 +11,7 @@
 #include <thread>
 
 #include <host/vppservice/NullSession.h>
-#include <host/vppservice/SessionGiver.h>
+#include <host/vppservice/SingleSessionService.h>
 
 #include "support/Fixture.h"
 
@@ -134,7 +134,7 @@ class Sweep : public EvenTest {
     template <typename Arm, typename Disarm>
     static std::string play(Arm arm, Disarm disarm) {
         const auto session = ndk::SharedRefBase::make<HoldingVpp>();
-        const host::SessionGiver service(session);
+        const host::SingleSessionService service(session);
         CountingClient client;
         auto component = std::make_shared<VppComponent>();
         std::array<sp<GraphicBuffer>, kSlots> sources, outputs;

@@ -2,7 +2,7 @@
 #pragma once
 
 #include <host/vppservice/NullSession.h>
-#include <host/vppservice/SessionGiver.h>
+#include <host/vppservice/SingleSessionService.h>
 #include <qoz/VppComponent.h>
 
 #include <set>
@@ -12,7 +12,7 @@ namespace qoz::bench {
 namespace vpp = ::aidl::vendor::vuq::hardware::vpp;
 
 using host::NullSession;
-using NullService = host::SessionGiver<NullSession>;
+using NullService = host::SingleSessionService<NullSession>;
 
 class NullClient final : public android::IQOZCallback {
   public:

@@ -2,7 +2,7 @@
 #include <android/binder_interface_utils.h>
 #include <android/binder_manager.h>
 #include <fcntl.h>
-#include <host/platform/Census.h>
+#include <host/platform/ResourceCounters.h>
 #include <host/platform/ServiceRegistry.h>
 #include <unistd.h>
 
@@ -11,7 +11,7 @@
 #include <map>
 #include <mutex>
 
-using qoz::host::census;
+using qoz::host::resourceCounters;
 
 // A binder of this process: the object, and how many references to the binder are held.
 struct AIBinder {
@@ -23,17 +23,17 @@ struct AIBinder {
 };
 
 AIBinder* AIBinder_fromLocalInterface(const std::shared_ptr<ndk::ICInterface>& object) {
-    census().bindersLive.fetch_add(1, std::memory_order_relaxed);
+    resourceCounters().bindersLive.fetch_add(1, std::memory_order_relaxed);
     return new AIBinder(object);
 }
 
 void AIBinder_incStrong(AIBinder* binder) {
     binder->strong.fetch_add(1, std::memory_order_relaxed);
-    census().bindersLive.fetch_add(1, std::memory_order_relaxed);
+    resourceCounters().bindersLive.fetch_add(1, std::memory_order_relaxed);
 }
 
 void AIBinder_decStrong(AIBinder* binder) {
-    census().bindersLive.fetch_sub(1, std::memory_order_relaxed);
+    resourceCounters().bindersLive.fetch_sub(1, std::memory_order_relaxed);
     if (binder->strong.fetch_sub(1, std::memory_order_acq_rel) == 1) delete binder;
 }
 

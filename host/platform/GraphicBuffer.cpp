@@ -1,6 +1,6 @@
 #include <host/platform/BufferLayout.h>
-#include <host/platform/Census.h>
 #include <host/platform/Faults.h>
+#include <host/platform/ResourceCounters.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <ui/GraphicBuffer.h>
@@ -12,7 +12,7 @@
 namespace android {
 namespace {
 
-using qoz::host::census;
+using qoz::host::resourceCounters;
 
 // What the handle's integers say, behind the one descriptor.
 enum HandleInt { kSizeLow, kSizeHigh, kMapLow, kMapHigh, kHandleInts };
@@ -92,9 +92,9 @@ GraphicBuffer::GraphicBuffer(
         return;
     }
     mInitCheck = OK;
-    census().graphicBuffersMade.fetch_add(1, std::memory_order_relaxed);
-    census().graphicBuffersLive.fetch_add(1, std::memory_order_relaxed);
-    census().graphicBytesLive.fetch_add(bytes, std::memory_order_relaxed);
+    resourceCounters().graphicBuffersMade.fetch_add(1, std::memory_order_relaxed);
+    resourceCounters().graphicBuffersLive.fetch_add(1, std::memory_order_relaxed);
+    resourceCounters().graphicBytesLive.fetch_add(bytes, std::memory_order_relaxed);
 }
 
 GraphicBuffer::~GraphicBuffer() {
@@ -103,8 +103,8 @@ GraphicBuffer::~GraphicBuffer() {
     munmap(mapping(handle), bytes);
     native_handle_close(handle);
     native_handle_delete(const_cast<native_handle_t*>(handle));
-    census().graphicBuffersLive.fetch_sub(1, std::memory_order_relaxed);
-    census().graphicBytesLive.fetch_sub(bytes, std::memory_order_relaxed);
+    resourceCounters().graphicBuffersLive.fetch_sub(1, std::memory_order_relaxed);
+    resourceCounters().graphicBytesLive.fetch_sub(bytes, std::memory_order_relaxed);
 }
 
 status_t GraphicBuffer::lock(uint32_t /*inUsage*/, void** vaddr) {

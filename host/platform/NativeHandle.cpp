@@ -1,13 +1,13 @@
 #include <aidlcommonsupport/NativeHandle.h>
 #include <cutils/native_handle.h>
-#include <host/platform/Census.h>
 #include <host/platform/Faults.h>
+#include <host/platform/ResourceCounters.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 
-using qoz::host::census;
+using qoz::host::resourceCounters;
 
 namespace {
 constexpr int kMaxEntries = 1024;  // of descriptors, and of integers
@@ -23,7 +23,7 @@ native_handle_t* native_handle_create(int numFds, int numInts) {
     handle->version = sizeof(native_handle_t);
     handle->numFds = numFds;
     handle->numInts = numInts;
-    census().nativeHandlesLive.fetch_add(1, std::memory_order_relaxed);
+    resourceCounters().nativeHandlesLive.fetch_add(1, std::memory_order_relaxed);
     return handle;
 }
 
@@ -31,7 +31,7 @@ int native_handle_delete(native_handle_t* handle) {
     if (handle == nullptr) return 0;
     if (handle->version != sizeof(native_handle_t)) return -EINVAL;
     free(handle);
-    census().nativeHandlesLive.fetch_sub(1, std::memory_order_relaxed);
+    resourceCounters().nativeHandlesLive.fetch_sub(1, std::memory_order_relaxed);
     return 0;
 }
 

@@ -49,14 +49,14 @@ CallbackReceiver::CallbackReceiver(std::shared_ptr<Bus> connection,
 CallbackReceiver::~CallbackReceiver() {
     unregisterAdaptor();
     const auto limit = tCarriedFor == this ? std::chrono::milliseconds(0) : kCallLimit;
-    mInputLane.stop(limit);
-    mOutputLane.stop(limit);
+    mInputExecutor.stop(limit);
+    mOutputExecutor.stop(limit);
 }
 
 template <typename Call>
-void CallbackReceiver::carryOut(Lane& lane, Answer&& answer, Call call) {
+void CallbackReceiver::carryOut(vppservice::SerialExecutor& executor, Answer&& answer, Call call) {
     const auto debt = std::make_shared<Debt>(Debt{bus, std::move(answer)});
-    lane.post([callbacks = mCallbacks, debt, call = std::move(call), me = this] {
+    executor.post([callbacks = mCallbacks, debt, call = std::move(call), me = this] {
         VppError error = VppError::VPP_OK;
         callOnBinderThread([&] {
             tCarriedFor = me;
@@ -68,7 +68,8 @@ void CallbackReceiver::carryOut(Lane& lane, Answer&& answer, Call call) {
 }
 
 template <typename Call>
-void CallbackReceiver::carryOutWith(Lane& lane, Answer&& answer, BusBuffer&& sent, Call call) {
+void CallbackReceiver::carryOutWith(vppservice::SerialExecutor& executor, Answer&& answer,
+                                    BusBuffer&& sent, Call call) {
     std::optional<vpp::VppBuffer> buffer = fromBus(std::move(sent));
     if (!buffer) {
         __android_log_print(ANDROID_LOG_ERROR, "vppd", "dropped a buffer that makes no sense");
@@ -76,41 +77,42 @@ void CallbackReceiver::carryOutWith(Lane& lane, Answer&& answer, BusBuffer&& sen
         return;
     }
     const auto shared = std::make_shared<vpp::VppBuffer>(std::move(*buffer));
-    carryOut(lane, std::move(answer), [shared, call](IVppCallbacks& callbacks, VppError* error) {
-        call(callbacks, *shared, error);
-    });
+    carryOut(executor, std::move(answer),
+             [shared, call](IVppCallbacks& callbacks, VppError* error) {
+                 call(callbacks, *shared, error);
+             });
 }
 
 void CallbackReceiver::EventDrainDone(Answer&& answer) {
-    carryOut(mOutputLane, std::move(answer),
+    carryOut(mOutputExecutor, std::move(answer),
              [](IVppCallbacks& c, VppError* error) { c.eventDrainDone(error); });
 }
 
 void CallbackReceiver::EventError(Answer&& answer, int32_t what) {
-    carryOut(mOutputLane, std::move(answer), [what](IVppCallbacks& c, VppError* error) {
+    carryOut(mOutputExecutor, std::move(answer), [what](IVppCallbacks& c, VppError* error) {
         c.eventError(static_cast<VppError>(what), error);
     });
 }
 
 void CallbackReceiver::EventFlushDone(Answer&& answer, int32_t port) {
-    carryOut(mOutputLane, std::move(answer),
+    carryOut(mOutputExecutor, std::move(answer),
              [port](IVppCallbacks& c, VppError* error) { c.eventFlushDone({port}, error); });
 }
 
 void CallbackReceiver::EventReconfigDone(Answer&& answer, int32_t status) {
-    carryOut(mOutputLane, std::move(answer),
+    carryOut(mOutputExecutor, std::move(answer),
              [status](IVppCallbacks& c, VppError* error) { c.eventReconfigDone({status}, error); });
 }
 
 void CallbackReceiver::InputBufferDone(Answer&& answer, BusBuffer buffer) {
-    carryOutWith(mInputLane, std::move(answer), std::move(buffer),
+    carryOutWith(mInputExecutor, std::move(answer), std::move(buffer),
                  [](IVppCallbacks& c, const vpp::VppBuffer& b, VppError* error) {
                      c.inputBufferDone(b, error);
                  });
 }
 
 void CallbackReceiver::OutputBufferDone(Answer&& answer, BusBuffer buffer) {
-    carryOutWith(mOutputLane, std::move(answer), std::move(buffer),
+    carryOutWith(mOutputExecutor, std::move(answer), std::move(buffer),
                  [](IVppCallbacks& c, const vpp::VppBuffer& b, VppError* error) {
                      c.outputBufferDone(b, error);
                  });

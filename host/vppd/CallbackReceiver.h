@@ -2,8 +2,8 @@
 #pragma once
 
 #include "host/vppd/Bus.h"
-#include "host/vppd/Lane.h"
 #include "host/vppd/Records.h"
+#include "host/vppservice/SerialExecutor.h"
 #include "vppd/VppAdaptor.h"
 
 #include <array>
@@ -38,15 +38,16 @@ class CallbackReceiver final : private KeepsBus,
     void OutputBufferDone(Answer&& answer, BusBuffer buffer) override;
 
     template <typename Call>
-    void carryOut(Lane& lane, Answer&& answer, Call call);
+    void carryOut(vppservice::SerialExecutor& executor, Answer&& answer, Call call);
     template <typename Call>
-    void carryOutWith(Lane& lane, Answer&& answer, BusBuffer&& buffer, Call call);
+    void carryOutWith(vppservice::SerialExecutor& executor, Answer&& answer, BusBuffer&& buffer,
+                      Call call);
 
     const std::shared_ptr<vpp::IVppCallbacks> mCallbacks;
     // A session calls about both ports at once; a client that is slow to take a source back holds
     // no output up.
-    Lane mInputLane;
-    Lane mOutputLane;
+    vppservice::SerialExecutor mInputExecutor;
+    vppservice::SerialExecutor mOutputExecutor;
 };
 
 }  // namespace qoz::host::vppd

@@ -1,8 +1,8 @@
 #include "host/vppd/RemoteService.h"
 
-#include "host/vppd/Lane.h"
 #include "host/vppd/Names.h"
 #include "host/vppd/RemoteSession.h"
+#include "host/vppservice/SerialExecutor.h"
 #include "vppd/VppProxy.h"
 
 #include <aidl/vendor/vuq/hardware/vpp/BnVppService.h>
@@ -72,7 +72,7 @@ class RemoteFactory : public vpp::BnVppService {
     std::set<std::string> mDead;  // unique names are never given again
     std::vector<std::weak_ptr<RemoteSession>> mSessions;
 
-    Lane mBurials;
+    vppservice::SerialExecutor mReleases;
 };
 
 ndk::ScopedAStatus RemoteFactory::getNewVppSession(int32_t flags,
@@ -110,7 +110,7 @@ void RemoteFactory::adopt(const std::shared_ptr<RemoteSession>& session) {
 // The client's objects may go with the sessions, and must not go on a thread that holds their locks
 // or that they wait for; nor may a session's last reference end on the reading thread.
 void RemoteFactory::died(const std::string& owner) {
-    std::vector<std::shared_ptr<RemoteSession>> struck;
+    std::vector<std::shared_ptr<RemoteSession>> affected;
     {
         const std::lock_guard lock(mLock);
         ++mDeaths;
@@ -119,12 +119,12 @@ void RemoteFactory::died(const std::string& owner) {
             auto session = known.lock();
             if (session == nullptr) continue;
             if (owner.empty() || session->owner() == owner) session->declareDead();
-            struck.push_back(std::move(session));
+            affected.push_back(std::move(session));
         }
     }
-    mBurials.post([struck = std::move(struck), owner]() mutable {
-        for (auto& session : struck) {
-            if (owner.empty() || session->owner() == owner) session->bury();
+    mReleases.post([affected = std::move(affected), owner]() mutable {
+        for (auto& session : affected) {
+            if (owner.empty() || session->owner() == owner) session->release();
             session.reset();
         }
     });
@@ -136,10 +136,10 @@ void RemoteFactory::end() {
         mEnded = true;
     }
     died({});
-    const auto buried = std::make_shared<std::promise<void>>();
-    mBurials.post([buried] { buried->set_value(); });
-    buried->get_future().wait();
-    mBurials.stop(kCallLimit);
+    const auto released = std::make_shared<std::promise<void>>();
+    mReleases.post([released] { released->set_value(); });
+    released->get_future().wait();
+    mReleases.stop(kCallLimit);
 }
 
 }  // namespace

@@ -40,7 +40,7 @@ class RemoteSession : public VppSessionBase {
     // thread and with locks of the client held.
     void declareDead() { mDead.store(true, std::memory_order_release); }
     // Then the client's object goes; this may destroy the client.
-    void bury() { letGo(); }
+    void release() { letGo(); }
 
   private:
     class Proxy;

@@ -28,27 +28,27 @@ ServiceObject::ServiceObject(std::shared_ptr<Bus> connection, std::function<void
       mService(vpp::IVppService::fromBinder(lookUp())) {
     registerAdaptor();
     bus->watchOwners({}, [this](const auto& name, const auto&, const auto& after) {
-        if (after.empty()) mLane.post([this, name] { closeAllOf(name); });
+        if (after.empty()) mExecutor.post([this, name] { closeAllOf(name); });
     });
 }
 
 ServiceObject::~ServiceObject() {
     unregisterAdaptor();
     bus->stopTelling();
-    // What sessions post while they go is dropped; until then the lane is needed.
+    // What sessions post while they go is dropped; until then the executor is needed.
     const auto emptied = std::make_shared<std::promise<void>>();
-    mLane.post([this, emptied] {
+    mExecutor.post([this, emptied] {
         mSessions.clear();
         emptied->set_value();
     });
     emptied->get_future().wait();
-    mLane.stop(kCallLimit);
+    mExecutor.stop(kCallLimit);
 }
 
 template <typename Answer, typename Call>
 void ServiceObject::carryOut(Answer answer, Call call) {
     const auto owed = std::make_shared<Answer>(std::move(answer));
-    mLane.post([this, owed, call = std::move(call)] {
+    mExecutor.post([this, owed, call = std::move(call)] {
         try {
             const auto result = call();
             if (result) {
@@ -88,7 +88,7 @@ void ServiceObject::GetFaultsFired(sdbus::Result<uint64_t>&& answer) {
 std::string ServiceObject::open(const std::string& client, std::shared_ptr<vpp::IVpp> session) {
     std::string path = kSessionFolder + std::to_string(++mMade);
     SessionObject::Hooks hooks{
-        [this, path] { mLane.post([this, path] { mSessions.erase(path); }); }, mLook};
+        [this, path] { mExecutor.post([this, path] { mSessions.erase(path); }); }, mLook};
     mSessions.emplace(path, std::make_unique<SessionObject>(bus, path, client, std::move(session),
                                                             std::move(hooks)));
     return path;

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "host/vppd/Bus.h"
-#include "host/vppd/Lane.h"
 #include "host/vppd/SessionObject.h"
+#include "host/vppservice/SerialExecutor.h"
 #include "vppd/VppAdaptor.h"
 
 #include <aidl/vendor/vuq/hardware/vpp/IVppService.h>
@@ -16,7 +16,7 @@
 namespace qoz::host::vppd {
 
 // Exported from construction to destruction, with the sessions that it hands out; those of a client
-// that leaves the bus go. What is here is the lane's, once the object is made.
+// that leaves the bus go. What is here is the executor's, once the object is made.
 class ServiceObject final : private KeepsBus,
                             public sdbus::AdaptorInterfaces<::org::qoz::VppService1_adaptor> {
   public:
@@ -42,7 +42,7 @@ class ServiceObject final : private KeepsBus,
     const std::shared_ptr<vpp::IVppService> mService;
     std::map<std::string, std::unique_ptr<SessionObject>> mSessions;  // by path
     uint64_t mMade = 0;
-    Lane mLane;
+    vppservice::SerialExecutor mExecutor;
 };
 
 }  // namespace qoz::host::vppd

@@ -44,7 +44,7 @@ SessionObject::SessionObject(std::shared_ptr<Bus> connection, std::string path, 
 
 SessionObject::~SessionObject() {
     unregisterAdaptor();
-    mLane.stop(kCallLimit);
+    mExecutor.stop(kCallLimit);
     VppError ignored = VppError::VPP_OK;
     (void)mSession->close(&ignored);
     (void)mSession->terminateSession();
@@ -53,7 +53,7 @@ SessionObject::~SessionObject() {
 template <typename Call>
 void SessionObject::carryOut(Answer&& answer, Call call) {
     const auto owed = std::make_shared<Answer>(std::move(answer));
-    mLane.post([session = mSession, look = mHooks.look, owed, call = std::move(call)] {
+    mExecutor.post([session = mSession, look = mHooks.look, owed, call = std::move(call)] {
         VppError error = VppError::VPP_OK;
         const ndk::ScopedAStatus status = call(*session, &error);
         give(*owed, status, error);

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "host/vppd/Bus.h"
-#include "host/vppd/Lane.h"
 #include "host/vppd/Records.h"
+#include "host/vppservice/SerialExecutor.h"
 #include "vppd/VppAdaptor.h"
 
 #include <functional>
@@ -60,7 +60,7 @@ class SessionObject final : private KeepsBus,
     const std::string mClient;
     const std::shared_ptr<vpp::IVpp> mSession;
     const Hooks mHooks;
-    Lane mLane;
+    vppservice::SerialExecutor mExecutor;
 };
 
 }  // namespace qoz::host::vppd

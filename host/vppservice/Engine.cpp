@@ -21,18 +21,18 @@ uint64_t timeBetween(uint64_t from, uint64_t to, uint32_t index, uint32_t factor
 
 Engine::Engine(const std::shared_ptr<vpp::IVppCallbacks>& callbacks,
                const std::shared_ptr<FaultGate>& gate)
-    : mInputCourier(std::make_shared<Courier>(callbacks, gate)),
-      mOutputCourier(std::make_shared<Courier>(callbacks, gate)) {}
+    : mInputDispatcher(std::make_shared<CallbackDispatcher>(callbacks, gate)),
+      mOutputDispatcher(std::make_shared<CallbackDispatcher>(callbacks, gate)) {}
 
 void Engine::start() {
-    mInputCourier->start();
-    mOutputCourier->start();
+    mInputDispatcher->start();
+    mOutputDispatcher->start();
     mWorker.start("vpp engine", [self = shared_from_this()] { self->run(); });
 }
 
 void Engine::stop() {
-    std::deque<Received> inputs;
-    std::deque<Received> outputs;
+    std::deque<ImportedBuffer> inputs;
+    std::deque<ImportedBuffer> outputs;
     std::deque<Command> commands;
     {
         const std::lock_guard lock(mLock);
@@ -43,8 +43,8 @@ void Engine::stop() {
         mCond.notify_one();
     }
     mWorker.finish(kLongestFrame);
-    mInputCourier->stop();
-    mOutputCourier->stop();
+    mInputDispatcher->stop();
+    mOutputDispatcher->stop();
 }
 
 VppError Engine::setFrc(const std::vector<vpp::VppCtrlFrcSegment>& segments) {
@@ -57,7 +57,7 @@ void Engine::clearFrc() {
     mFrc.clear();
 }
 
-void Engine::queueInput(Received buffer) {
+void Engine::queueInput(ImportedBuffer buffer) {
     const std::lock_guard lock(mLock);
     if (mStopped) return;
     mInputs.push_back(std::move(buffer));
@@ -65,7 +65,7 @@ void Engine::queueInput(Received buffer) {
     mCond.notify_one();
 }
 
-void Engine::queueOutput(Received buffer) {
+void Engine::queueOutput(ImportedBuffer buffer) {
     const std::lock_guard lock(mLock);
     if (mStopped) return;
     mOutputs.push_back(std::move(buffer));
@@ -73,7 +73,7 @@ void Engine::queueOutput(Received buffer) {
 }
 
 void Engine::flush(VppPort port, Manner manner) {
-    give({.event = Notice::Kind::FlushDone,
+    give({.event = Callback::Kind::FlushDone,
           .manner = manner,
           .port = port,
           .clearsInput = port == VppPort::INPUT,
@@ -81,14 +81,14 @@ void Engine::flush(VppPort port, Manner manner) {
 }
 
 void Engine::reconfigure(Manner manner) {
-    give({.event = Notice::Kind::ReconfigDone,
+    give({.event = Callback::Kind::ReconfigDone,
           .manner = manner,
           .clearsInput = true,
           .clearsOutput = true});
 }
 
 void Engine::drain(Manner manner) {
-    give({.event = Notice::Kind::DrainDone, .manner = manner});
+    give({.event = Callback::Kind::DrainDone, .manner = manner});
 }
 
 void Engine::give(Command command) {
@@ -121,7 +121,7 @@ void Engine::run() {
                 break;
             }
             case Step::Begin: {
-                Received input = std::move(mInputs.front());
+                ImportedBuffer input = std::move(mInputs.front());
                 mInputs.pop_front();
                 ++mTaken;
                 lock.unlock();
@@ -129,7 +129,7 @@ void Engine::run() {
                 break;
             }
             case Step::Write: {
-                Received output = std::move(mOutputs.front());
+                ImportedBuffer output = std::move(mOutputs.front());
                 mOutputs.pop_front();
                 lock.unlock();
                 write(std::move(output));
@@ -151,16 +151,16 @@ Engine::Step Engine::awaitStep(std::unique_lock<std::mutex>& lock) {
 }
 
 bool Engine::isDue(const Command& command) const {
-    if (command.event != Notice::Kind::DrainDone) return true;
+    if (command.event != Callback::Kind::DrainDone) return true;
     return mJob ? mOutputs.empty() : mTaken >= command.until;
 }
 
 void Engine::obey(Command command) {
     if (command.clearsInput) abandon();
-    for (Received& input : command.inputs) {
+    for (ImportedBuffer& input : command.inputs) {
         postInput(std::move(input));
     }
-    for (Received& output : command.outputs) {
+    for (ImportedBuffer& output : command.outputs) {
         postOutput(std::move(output));
     }
     announce(command);
@@ -168,21 +168,21 @@ void Engine::obey(Command command) {
 
 // Events of one port follow what is posted for that port; the others follow both.
 void Engine::announce(const Command& command) {
-    const bool both = command.event != Notice::Kind::FlushDone;
+    const bool both = command.event != Callback::Kind::FlushDone;
     const auto barrier = both ? std::make_shared<std::atomic<int>>(2) : nullptr;
-    const auto notice = [&] {
-        Notice made;
+    const auto callback = [&] {
+        Callback made;
         made.kind = command.event;
         made.manner = command.manner;
         made.port = command.port;
         made.barrier = barrier;
         return made;
     };
-    if (both || command.port == VppPort::INPUT) mInputCourier->post(notice());
-    if (both || command.port == VppPort::OUTPUT) mOutputCourier->post(notice());
+    if (both || command.port == VppPort::INPUT) mInputDispatcher->post(callback());
+    if (both || command.port == VppPort::OUTPUT) mOutputDispatcher->post(callback());
 }
 
-void Engine::begin(Received input) {
+void Engine::begin(ImportedBuffer input) {
     const TraceSlice slice("begin interval");
     Job job;
     job.source = mRenderer.open(std::move(input));
@@ -193,7 +193,7 @@ void Engine::begin(Received input) {
     mJob = std::move(job);
 }
 
-void Engine::write(Received output) {
+void Engine::write(ImportedBuffer output) {
     Job& job = *mJob;
     const TraceSlice slice(job.next < job.factor ? "write between" : "write source");
     const Nv12Canvas canvas = output.outputCanvas();
@@ -242,12 +242,12 @@ void Engine::giveBack(Source& source) {
     source.lent.reset();
 }
 
-void Engine::postInput(Received buffer) {
-    mInputCourier->post({Notice::Kind::InputDone, buffer.manner, std::move(buffer.record)});
+void Engine::postInput(ImportedBuffer buffer) {
+    mInputDispatcher->post({Callback::Kind::InputDone, buffer.manner, std::move(buffer.record)});
 }
 
-void Engine::postOutput(Received buffer) {
-    mOutputCourier->post({Notice::Kind::OutputDone, buffer.manner, std::move(buffer.record)});
+void Engine::postOutput(ImportedBuffer buffer) {
+    mOutputDispatcher->post({Callback::Kind::OutputDone, buffer.manner, std::move(buffer.record)});
 }
 
 uint32_t Engine::factorAt(uint64_t timestamp) {

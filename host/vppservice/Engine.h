@@ -1,17 +1,17 @@
 // One open session at work: the queues of both ports, and the thread that turns sources into
 // outputs.
 //
-//   queueInput ──> mInputs ──┐                       ┌──> output courier ──> client
+//   queueInput ──> mInputs ──┐                       ┌──> output dispatcher ──> client
 //   queueOutput ─> mOutputs ─┼─> engine thread ──────┤
-//   flush, ... ──> mCommands ┘                       └──> input courier ───> client
+//   flush, ... ──> mCommands ┘                       └──> input dispatcher ───> client
 //
 // Commands overtake frames but never interrupt one that is being written. What a command returns
 // is taken out of the queues when the command is given, so that buffers queued after it stay.
 #pragma once
 
-#include "host/vppservice/Courier.h"
+#include "host/vppservice/CallbackDispatcher.h"
 #include "host/vppservice/FrcControl.h"
-#include "host/vppservice/Received.h"
+#include "host/vppservice/ImportedBuffer.h"
 #include "host/vppservice/Renderer.h"
 
 #include <condition_variable>
@@ -31,14 +31,15 @@ class Engine : public std::enable_shared_from_this<Engine> {
     // Throws std::system_error when there is no thread to be had; may be tried again.
     void start();
 
-    // Drops everything, ends the threads and lets go of the client's object, as Courier::stop().
+    // Drops everything, ends the threads and lets go of the client's object, as
+    // CallbackDispatcher::stop().
     void stop();
 
     VppError setFrc(const std::vector<vpp::VppCtrlFrcSegment>& segments);
     void clearFrc();
 
-    void queueInput(Received buffer);
-    void queueOutput(Received buffer);
+    void queueInput(ImportedBuffer buffer);
+    void queueOutput(ImportedBuffer buffer);
 
     // Each is answered by its event. A flush or a reconfiguration first sends back, unfilled, all
     // that is held of its ports, and the next source starts afresh.
@@ -49,13 +50,13 @@ class Engine : public std::enable_shared_from_this<Engine> {
 
   private:
     struct Command {
-        Notice::Kind event;
+        Callback::Kind event;
         Manner manner;
         VppPort port = {};
         bool clearsInput = false;
         bool clearsOutput = false;
-        std::deque<Received> inputs = {};  // held when the command was given
-        std::deque<Received> outputs = {};
+        std::deque<ImportedBuffer> inputs = {};  // held when the command was given
+        std::deque<ImportedBuffer> outputs = {};
         uint64_t until = 0;  // sources taken up, for a drain
     };
 
@@ -73,24 +74,24 @@ class Engine : public std::enable_shared_from_this<Engine> {
     Step awaitStep(std::unique_lock<std::mutex>& lock);
     bool isDue(const Command& command) const;
     void obey(Command command);
-    void begin(Received input);
-    void write(Received output);
+    void begin(ImportedBuffer input);
+    void write(ImportedBuffer output);
     void retire();
     void abandon();
     void giveBack(Source& source);
-    void postInput(Received buffer);
-    void postOutput(Received buffer);
+    void postInput(ImportedBuffer buffer);
+    void postOutput(ImportedBuffer buffer);
     void announce(const Command& command);
     uint32_t factorAt(uint64_t timestamp);
 
-    const std::shared_ptr<Courier> mInputCourier;
-    const std::shared_ptr<Courier> mOutputCourier;
+    const std::shared_ptr<CallbackDispatcher> mInputDispatcher;
+    const std::shared_ptr<CallbackDispatcher> mOutputDispatcher;
 
     std::mutex mLock;
     std::condition_variable mCond;
     // Guarded by mLock.
-    std::deque<Received> mInputs;
-    std::deque<Received> mOutputs;
+    std::deque<ImportedBuffer> mInputs;
+    std::deque<ImportedBuffer> mOutputs;
     std::deque<Command> mCommands;
     FrcControl mFrc;
     uint64_t mQueued = 0;  // sources, ever

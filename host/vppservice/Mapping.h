@@ -1,4 +1,4 @@
-// Received memory, mapped.
+// ImportedBuffer memory, mapped.
 #pragma once
 
 #include <sys/stat.h>

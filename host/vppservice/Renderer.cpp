@@ -44,7 +44,7 @@ void raiseRow(const uint8_t* from, const uint8_t* smooth, uint8_t* to, uint32_t 
 
 }  // namespace
 
-Source Renderer::open(Received input) {
+Source Renderer::open(ImportedBuffer input) {
     Source source;
     source.timestamp = input.record.timestamp;
     source.view = input.inputView();

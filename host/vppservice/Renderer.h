@@ -1,8 +1,8 @@
 // From sources to pixels in a lent output buffer: detail, interpolation, scaling.
 #pragma once
 
+#include "host/vppservice/ImportedBuffer.h"
 #include "host/vppservice/Interpolator.h"
-#include "host/vppservice/Received.h"
 
 #include <cstdint>
 #include <optional>
@@ -13,7 +13,7 @@ namespace qoz::host::vppservice {
 // A source frame. Its pixels are those of the lent buffer or, once they had to be changed or to
 // outlast it, its own.
 struct Source {
-    std::optional<Received> lent;
+    std::optional<ImportedBuffer> lent;
     std::vector<uint8_t> own;
     Nv12View view;
     uint64_t timestamp = 0;  // microseconds
@@ -25,7 +25,7 @@ class Renderer {
     // When the output is larger than the input and a frame of half the output's size came along,
     // luma detail is raised: half of what the source has over that frame, at most 16 steps, is
     // added. It happens before interpolation, so that frames in between look like their sources.
-    Source open(Received input);
+    Source open(ImportedBuffer input);
 
     void beginInterval(const Source& older, const Source& newer);
     void writeBetween(const Source& older, const Source& newer, Phase phase, const Nv12Canvas& to);

@@ -56,16 +56,16 @@ void Service::die() {
         }
         // The client's objects may go with the sessions, and must not go on a thread that holds
         // their locks or that they wait for.
-        mBurial = std::thread([all = std::move(all)] {
+        mRelease = std::thread([all = std::move(all)] {
             for (const auto& session : all) {
-                session->bury();
+                session->release();
             }
         });
     });
 }
 
 void Service::awaitEnd() {
-    if (mBurial.joinable()) mBurial.join();
+    if (mRelease.joinable()) mRelease.join();
 }
 
 std::shared_ptr<FaultGate> Service::gate() {

@@ -71,7 +71,7 @@ class Service : public vpp::BnVppService {
     std::vector<std::weak_ptr<Session>> mSessions;
 
     std::once_flag mDeath;
-    std::thread mBurial;  // from the death on
+    std::thread mRelease;  // from the death on
 };
 
 }  // namespace qoz::host::vppservice

@@ -1,6 +1,6 @@
 #include "host/vppservice/Session.h"
 
-#include <host/platform/Census.h>
+#include <host/platform/ResourceCounters.h>
 
 #include <system_error>
 #include <utility>
@@ -41,8 +41,8 @@ ndk::ScopedAStatus deadObject() {
 }  // namespace
 
 Session::Session(std::shared_ptr<FaultGate> gate) : mGate(std::move(gate)) {
-    census().sessionsMade.fetch_add(1, std::memory_order_relaxed);
-    census().sessionsLive.fetch_add(1, std::memory_order_relaxed);
+    resourceCounters().sessionsMade.fetch_add(1, std::memory_order_relaxed);
+    resourceCounters().sessionsLive.fetch_add(1, std::memory_order_relaxed);
 }
 
 Session::~Session() {
@@ -168,8 +168,8 @@ ndk::ScopedAStatus Session::queueBuf(Port port, const VppBuffer& buffer, Error* 
 VppError Session::queueHeld(Port port, const VppBuffer& buffer, Manner manner) {
     if (mState != State::Open) return Error::VPP_ERR_STATE;
     if (!isPort(port)) return Error::VPP_ERR_PARAM;
-    Received received;
-    const Error error = mReceiver.receive(port, mSizes, buffer, &received);
+    ImportedBuffer received;
+    const Error error = mImporter.receive(port, mSizes, buffer, &received);
     if (error != Error::VPP_OK) return error;
     received.manner = manner;
     if (port == Port::INPUT) {
@@ -185,7 +185,7 @@ ndk::ScopedAStatus Session::flush(Port port, Error* result) {
         const std::lock_guard lock(mLock);
         if (mState != State::Open) return Error::VPP_ERR_STATE;
         if (!isPort(port)) return Error::VPP_ERR_PARAM;
-        mReceiver.forget();
+        mImporter.forget();
         mEngine->flush(port, manner);
         return Error::VPP_OK;
     });
@@ -206,7 +206,7 @@ VppError Session::reconfigureHeld(const PortParam& input, const PortParam& outpu
         if (error != Error::VPP_OK) return error;
     }
     mSizes = {sizeOf(input), sizeOf(output)};
-    mReceiver.forget();
+    mImporter.forget();
     mEngine->reconfigure(manner);
     return Error::VPP_OK;
 }
@@ -228,7 +228,7 @@ void Session::declareDead() {
     mPause.end();
 }
 
-void Session::bury() {
+void Session::release() {
     end(State::Dead);
 }
 
@@ -242,10 +242,10 @@ bool Session::isDead() const {
     return mState == State::Dead;
 }
 
-// A session that has ended stays ended; the census counts it down once.
+// A session that has ended stays ended; the counters count it down once.
 void Session::moveTo(State state) {
     if (mState < State::Closed && state >= State::Closed) {
-        census().sessionsLive.fetch_sub(1, std::memory_order_relaxed);
+        resourceCounters().sessionsLive.fetch_sub(1, std::memory_order_relaxed);
     }
     if (mState != State::Dead) mState = state;
 }
@@ -256,7 +256,7 @@ void Session::end(State state) {
         const std::lock_guard lock(mLock);
         moveTo(state);
         engine.swap(mEngine);
-        mReceiver.forget();
+        mImporter.forget();
     }
     mPause.end();
     if (engine != nullptr) engine->stop();

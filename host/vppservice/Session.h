@@ -3,7 +3,7 @@
 
 #include "host/vppservice/Engine.h"
 #include "host/vppservice/FaultGate.h"
-#include "host/vppservice/Received.h"
+#include "host/vppservice/ImportedBuffer.h"
 #include "host/vppservice/VppSessionBase.h"
 
 #include <memory>
@@ -36,7 +36,7 @@ class Session : public VppSessionBase {
     // the client held.
     void declareDead();
     // Then everything goes; this may destroy the client.
-    void bury();
+    void release();
 
     bool isLive() const;
 
@@ -66,7 +66,7 @@ class Session : public VppSessionBase {
     mutable std::mutex mLock;
     State mState = State::Fresh;
     PortSizes mSizes;
-    Receiver mReceiver;
+    BufferImporter mImporter;
     std::shared_ptr<Engine> mEngine;
 };
 

@@ -1,7 +1,7 @@
 // A VPP service that does what a test tells it and writes down what it was sent.
 #pragma once
 
-#include <host/vppservice/SessionGiver.h>
+#include <host/vppservice/SingleSessionService.h>
 #include <host/vppservice/VppSessionBase.h>
 
 #include <condition_variable>
@@ -115,6 +115,6 @@ class ScriptedVpp : public host::VppSessionBase {
     std::thread mThread;
 };
 
-using ScriptedService = host::SessionGiver<ScriptedVpp>;
+using ScriptedService = host::SingleSessionService<ScriptedVpp>;
 
 }  // namespace qoz::test

@@ -1,18 +1,18 @@
 #include <dirent.h>
 #include <host/control.h>
-#include <host/platform/Census.h>
+#include <host/platform/ResourceCounters.h>
 
 #include <memory>
 
 namespace qoz::host {
 
-Census& census() {
-    static Census instance;
+ResourceCounters& resourceCounters() {
+    static ResourceCounters instance;
     return instance;
 }
 
 Counters counters() {
-    const Census& c = census();
+    const ResourceCounters& c = resourceCounters();
     return {
         .graphicBuffersMade = c.graphicBuffersMade.load(std::memory_order_relaxed),
         .graphicBuffersLive = c.graphicBuffersLive.load(std::memory_order_relaxed),

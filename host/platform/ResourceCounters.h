@@ -7,7 +7,7 @@
 namespace qoz::host {
 
 // Plain tallies: relaxed order is enough, nothing is published through them.
-struct Census {
+struct ResourceCounters {
     std::atomic<uint64_t> graphicBuffersMade{0};
     std::atomic<uint64_t> graphicBuffersLive{0};
     std::atomic<uint64_t> graphicBytesLive{0};
@@ -16,6 +16,6 @@ struct Census {
     std::atomic<uint64_t> sessionsMade{0};
     std::atomic<uint64_t> sessionsLive{0};
 };
-Census& census();
+ResourceCounters& resourceCounters();
 
 }  // namespace qoz::host

@@ -12,16 +12,17 @@ namespace qoz::host {
 
 // Registered under the service's instance name while it lives.
 template <typename Session>
-class SessionGiver {
+class SingleSessionService {
   public:
-    explicit SessionGiver(std::shared_ptr<Session> session = ndk::SharedRefBase::make<Session>())
+    explicit SingleSessionService(
+        std::shared_ptr<Session> session = ndk::SharedRefBase::make<Session>())
         : next(std::move(session)), mFactory(ndk::SharedRefBase::make<Factory>(*this)) {
         registerAgain();
     }
-    ~SessionGiver() { unregister(); }
+    ~SingleSessionService() { unregister(); }
 
-    SessionGiver(const SessionGiver&) = delete;
-    SessionGiver& operator=(const SessionGiver&) = delete;
+    SingleSessionService(const SingleSessionService&) = delete;
+    SingleSessionService& operator=(const SingleSessionService&) = delete;
 
     void unregister() { removeService(instance()); }
     void registerAgain() { addService(instance(), mFactory->asBinder()); }
@@ -36,11 +37,11 @@ class SessionGiver {
 
     class Factory : public aidl::vendor::vuq::hardware::vpp::BnVppService {
       public:
-        explicit Factory(SessionGiver& giver) : mGiver(giver) {}
+        explicit Factory(SingleSessionService& owner) : mOwner(owner) {}
 
         ndk::ScopedAStatus getNewVppSession(
             int32_t, std::shared_ptr<aidl::vendor::vuq::hardware::vpp::IVpp>* out) override {
-            *out = mGiver.next;
+            *out = mOwner.next;
             return ndk::ScopedAStatus::ok();
         }
         ndk::ScopedAStatus getSessionCount(int32_t* out) override {
@@ -49,7 +50,7 @@ class SessionGiver {
         }
 
       private:
-        SessionGiver& mGiver;
+        SingleSessionService& mOwner;
     };
 
     const std::shared_ptr<Factory> mFactory;

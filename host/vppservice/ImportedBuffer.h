@@ -17,7 +17,7 @@ struct PortSizes {
 };
 
 // A lent buffer. It owns the descriptors of its record, and takes them along when it goes back.
-struct Received {
+struct ImportedBuffer {
     VppBuffer record;
     Manner manner = Manner::Plain;
     PortSizes sizes;
@@ -37,17 +37,18 @@ struct Received {
 
 // Takes records in. Nothing in one is trusted: not its counts, its lengths or its descriptors.
 // Memory that its sender shrinks after it was taken in is not guarded against.
-class Receiver {
+class BufferImporter {
   public:
     // Anything but VPP_OK leaves nothing behind.
-    VppError receive(VppPort port, const PortSizes& sizes, const VppBuffer& sent, Received* out);
+    VppError receive(VppPort port, const PortSizes& sizes, const VppBuffer& sent,
+                     ImportedBuffer* out);
 
     // Lets go of the memory of rings that have ended.
     void forget() { mMappings.clear(); }
 
   private:
-    VppError mapPixels(VppPort port, Received* out);
-    VppError mapSideBuffers(Received* out);
+    VppError mapPixels(VppPort port, ImportedBuffer* out);
+    VppError mapSideBuffers(ImportedBuffer* out);
     VppError mapWhole(int fd, uint64_t need, uint64_t allocated, bool writable,
                       std::shared_ptr<Mapping>* out);
 

@@ -1,13 +1,13 @@
-#include "host/vppd/Lane.h"
+#include "host/vppservice/SerialExecutor.h"
 
 #include <condition_variable>
 #include <deque>
 #include <mutex>
 #include <utility>
 
-namespace qoz::host::vppd {
+namespace qoz::host::vppservice {
 
-struct Lane::Queue {
+struct SerialExecutor::Queue {
     std::mutex lock;
     std::condition_variable changed;
     std::deque<std::function<void()>> jobs;
@@ -24,22 +24,22 @@ struct Lane::Queue {
     }
 };
 
-Lane::Lane() : mQueue(std::make_shared<Queue>()) {
-    mWorker.start("vpp lane", [queue = mQueue] {
+SerialExecutor::SerialExecutor() : mQueue(std::make_shared<Queue>()) {
+    mWorker.start("vpp executor", [queue = mQueue] {
         while (const std::function<void()> job = queue->next()) {
             job();
         }
     });
 }
 
-void Lane::post(std::function<void()> job) {
+void SerialExecutor::post(std::function<void()> job) {
     const std::lock_guard held(mQueue->lock);
     if (mQueue->stopped) return;
     mQueue->jobs.push_back(std::move(job));
     mQueue->changed.notify_one();
 }
 
-void Lane::stop(std::chrono::milliseconds limit) {
+void SerialExecutor::stop(std::chrono::milliseconds limit) {
     std::deque<std::function<void()>> dropped;  // ends without the lock: jobs own clients
     {
         const std::lock_guard held(mQueue->lock);
@@ -50,4 +50,4 @@ void Lane::stop(std::chrono::milliseconds limit) {
     mWorker.finish(limit);
 }
 
-}  // namespace qoz::host::vppd
+}  // namespace qoz::host::vppservice

@@ -1,4 +1,4 @@
-#include "host/vppservice/Received.h"
+#include "host/vppservice/ImportedBuffer.h"
 
 #include <aidl/android/hardware/common/NativeHandle.h>
 #include <fcntl.h>
@@ -122,19 +122,19 @@ VppError copyRecord(const VppBuffer& from, VppBuffer* to) {
 
 }  // namespace
 
-Nv12View Received::halfView() const {
+Nv12View ImportedBuffer::halfView() const {
     if (half == nullptr) return {};
     return planesAt<const uint8_t>(half->data(), halfOf(sizes.output));
 }
 
-MotionFields Received::motion() const {
+MotionFields ImportedBuffer::motion() const {
     if (forward == nullptr || backward == nullptr) return {};
     return {reinterpret_cast<const MotionVector*>(forward->data()),
             reinterpret_cast<const MotionVector*>(backward->data())};
 }
 
-VppError Receiver::receive(VppPort port, const PortSizes& sizes, const VppBuffer& sent,
-                           Received* out) {
+VppError BufferImporter::receive(VppPort port, const PortSizes& sizes, const VppBuffer& sent,
+                                 ImportedBuffer* out) {
     if (!shapeFits(port, sent)) return VppError::VPP_ERR_PARAM;
     out->sizes = sizes;
     VppError error = copyRecord(sent, &out->record);
@@ -143,7 +143,7 @@ VppError Receiver::receive(VppPort port, const PortSizes& sizes, const VppBuffer
     return error;
 }
 
-VppError Receiver::mapPixels(VppPort port, Received* out) {
+VppError BufferImporter::mapPixels(VppPort port, ImportedBuffer* out) {
     const VppBuffer& record = out->record;
     const bool isOutput = port == VppPort::OUTPUT;
     const uint64_t bytes = frameBytes(isOutput ? out->sizes.output : out->sizes.input);
@@ -152,7 +152,7 @@ VppError Receiver::mapPixels(VppPort port, Received* out) {
                     record.pixelAllocLen, isOutput, &out->pixels);
 }
 
-VppError Receiver::mapSideBuffers(Received* out) {
+VppError BufferImporter::mapSideBuffers(ImportedBuffer* out) {
     for (const vpp::VppMetaBuffer& side : out->record.metaBuffers) {
         if (isBlank(side)) continue;
         const bool isHalf = side.metaName == kHalfName;
@@ -171,8 +171,8 @@ VppError Receiver::mapSideBuffers(Received* out) {
     return VppError::VPP_OK;
 }
 
-VppError Receiver::mapWhole(int fd, uint64_t need, uint64_t allocated, bool writable,
-                            std::shared_ptr<Mapping>* out) {
+VppError BufferImporter::mapWhole(int fd, uint64_t need, uint64_t allocated, bool writable,
+                                  std::shared_ptr<Mapping>* out) {
     struct stat file = {};
     if (fstat(fd, &file) != 0 || !S_ISREG(file.st_mode)) return VppError::VPP_ERR_PARAM;
     const auto length = static_cast<uint64_t>(std::max<off_t>(file.st_size, 0));

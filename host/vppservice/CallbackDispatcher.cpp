@@ -1,0 +1,183 @@
+#include "host/vppservice/CallbackDispatcher.h"
+
+#include <host/platform/BinderThreads.h>
+
+#include <utility>
+
+namespace qoz::host::vppservice {
+namespace {
+
+constexpr std::chrono::seconds kLongestCallback{2};
+constexpr int64_t kIdBits = 0x7FFEFFFF;  // of a cookie; the others tell what the buffer is
+constexpr int64_t kUnknownId = 4711;
+
+// The dispatcher whose callback this binder thread is carrying out.
+thread_local const CallbackDispatcher* tDispatching = nullptr;
+
+const char* nameOf(Callback::Kind kind) {
+    switch (kind) {
+        case Callback::Kind::InputDone:
+            return "inputBufferDone";
+        case Callback::Kind::OutputDone:
+            return "outputBufferDone";
+        case Callback::Kind::FlushDone:
+            return "eventFlushDone";
+        case Callback::Kind::ReconfigDone:
+            return "eventReconfigDone";
+        case Callback::Kind::DrainDone:
+            break;
+    }
+    return "eventDrainDone";
+}
+
+void callOn(vpp::IVppCallbacks& client, const Callback& callback, VppError status) {
+    VppError ignored = VppError::VPP_OK;
+    if (status != VppError::VPP_OK && callback.kind != Callback::Kind::ReconfigDone) {
+        client.eventError(status, &ignored);
+    }
+    switch (callback.kind) {
+        case Callback::Kind::InputDone:
+            client.inputBufferDone(callback.buffer, &ignored);
+            break;
+        case Callback::Kind::OutputDone:
+            client.outputBufferDone(callback.buffer, &ignored);
+            break;
+        case Callback::Kind::FlushDone:
+            client.eventFlushDone({static_cast<int32_t>(callback.port)}, &ignored);
+            break;
+        case Callback::Kind::ReconfigDone:
+            client.eventReconfigDone({static_cast<int32_t>(status)}, &ignored);
+            break;
+        case Callback::Kind::DrainDone:
+            client.eventDrainDone(&ignored);
+            break;
+    }
+}
+
+// Of the same kind, and nothing that the client could know.
+Callback strayLike(const Callback& callback) {
+    Callback stray;
+    stray.kind = callback.kind;
+    stray.port = static_cast<VppPort>(INT32_MIN);
+    stray.buffer.cookie = -1;
+    stray.buffer.timestamp = UINT64_MAX;
+    stray.buffer.pixelFilledLen = UINT32_MAX;
+    stray.buffer.pixelAllocLen = UINT32_MAX;
+    return stray;
+}
+
+}  // namespace
+
+void CallbackDispatcher::start() {
+    mWorker.start("vpp dispatcher", [self = shared_from_this()] { self->run(); });
+}
+
+void CallbackDispatcher::post(Callback callback) {
+    const std::lock_guard lock(mLock);
+    if (mStopped) return;
+    mPosted.push_back(std::move(callback));
+    mCond.notify_one();
+}
+
+void CallbackDispatcher::stop() {
+    // These end without the lock: they own the client's object.
+    std::deque<Callback> posted;
+    std::multimap<Clock::time_point, Delivery> delayed;
+    std::shared_ptr<vpp::IVppCallbacks> client;
+    {
+        const std::lock_guard lock(mLock);
+        mStopped = true;
+        posted.swap(mPosted);
+        delayed.swap(mDelayed);
+        client.swap(mClient);
+        mCond.notify_one();
+    }
+    const bool within = tDispatching == this;
+    mWorker.finish(within ? std::chrono::milliseconds(0) : kLongestCallback);
+}
+
+void CallbackDispatcher::run() {
+    std::optional<Delivery> swapped;  // with the one that follows
+    for (Delivery delivery; next(&delivery); delivery = {}) {
+        if (!isDue(&delivery)) continue;
+        if (delivery.verdict->manner == Manner::Swap && !swapped) {
+            delivery.to.reset();  // stop() lets go of the client's object
+            swapped = std::move(delivery);
+            continue;
+        }
+        deliver(&delivery);
+        if (!swapped) continue;
+        swapped->to = delivery.to;
+        deliver(&*swapped);
+        swapped.reset();
+    }
+}
+
+bool CallbackDispatcher::next(Delivery* out) {
+    std::unique_lock lock(mLock);
+    const android::base::ScopedLockAssertion held(mLock);
+    for (;;) {
+        if (mStopped) return false;
+        if (!mDelayed.empty() && mDelayed.begin()->first <= Clock::now()) {
+            *out = std::move(mDelayed.extract(mDelayed.begin()).mapped());
+            break;
+        }
+        if (!mPosted.empty()) {
+            out->callback = std::move(mPosted.front());
+            mPosted.pop_front();
+            break;
+        }
+        if (mDelayed.empty()) {
+            mCond.wait(lock);
+        } else {
+            mCond.wait_until(lock, mDelayed.begin()->first);
+        }
+    }
+    out->to = mClient;
+    return true;
+}
+
+// True when it is this dispatcher's turn to bring it, now.
+bool CallbackDispatcher::isDue(Delivery* delivery) {
+    if (delivery->verdict) return true;
+    Callback& callback = delivery->callback;
+    if (callback.barrier != nullptr && callback.barrier->fetch_sub(1) > 1) return false;
+    if (callback.manner != Manner::Plain) {
+        delivery->verdict.emplace().manner = callback.manner;
+        return true;
+    }
+    const Verdict verdict = mGate->judge(nameOf(callback.kind));
+    delivery->verdict = verdict;
+    if (verdict.delay.count() <= 0) return true;
+    const std::lock_guard lock(mLock);
+    if (!mStopped) mDelayed.emplace(Clock::now() + verdict.delay, std::move(*delivery));
+    return false;
+}
+
+void CallbackDispatcher::deliver(Delivery* delivery) const {
+    const Verdict& verdict = *delivery->verdict;
+    if (verdict.lost || verdict.manner == Manner::Drop) return;
+    VppBuffer& buffer = delivery->callback.buffer;
+    if (verdict.answer && delivery->callback.kind == Callback::Kind::OutputDone) {
+        buffer.pixelFilledLen = 0;
+    }
+    if (verdict.manner == Manner::Unknown) buffer.cookie = (buffer.cookie & ~kIdBits) | kUnknownId;
+    if (verdict.manner == Manner::Stray) {
+        call(*delivery->to, strayLike(delivery->callback), static_cast<VppError>(INT32_MIN));
+    }
+    const int times = verdict.manner == Manner::Twice ? 2 : 1;
+    for (int i = 0; i < times; ++i) {
+        call(*delivery->to, delivery->callback, verdict.answer.value_or(VppError::VPP_OK));
+    }
+}
+
+void CallbackDispatcher::call(vpp::IVppCallbacks& to, const Callback& callback,
+                              VppError status) const {
+    callOnBinderThread([&] {
+        tDispatching = this;
+        callOn(to, callback, status);
+        tDispatching = nullptr;
+    });
+}
+
+}  // namespace qoz::host::vppservice

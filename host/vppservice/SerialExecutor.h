@@ -1,0 +1,35 @@
+// One thread that does what it is given, in order.
+#pragma once
+
+#include "host/vppservice/Worker.h"
+
+#include <chrono>
+#include <functional>
+#include <memory>
+
+namespace qoz::host::vppservice {
+
+// Whoever must not wait, such as the thread that reads a bus, hands its work over to one. Jobs run
+// in the order posted; the owner stops it.
+class SerialExecutor {
+  public:
+    SerialExecutor();
+    ~SerialExecutor() { stop(std::chrono::milliseconds(0)); }
+
+    SerialExecutor(const SerialExecutor&) = delete;
+    SerialExecutor& operator=(const SerialExecutor&) = delete;
+
+    // Dropped when the executor has been stopped. Jobs own what they work on.
+    void post(std::function<void()> job);
+
+    // Drops what waits and waits for what runs; past the limit, or on the executor itself, it does
+    // not. Not for use from two threads at once.
+    void stop(std::chrono::milliseconds limit);
+
+  private:
+    struct Queue;
+    const std::shared_ptr<Queue> mQueue;
+    Worker mWorker;
+};
+
+}  // namespace qoz::host::vppservice
