@@ -27,6 +27,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using android::GraphicBuffer;
+using client::LiveClient;
 using Clock = std::chrono::steady_clock;
 
 constexpr uint32_t kWidth = 64;
@@ -81,7 +82,7 @@ class Player {
 
     void finish() {
         time([&] { mClient.disable(); });
-        const qozplay::Ledger ledger = mClient.ledger();
+        const client::Ledger ledger = mClient.ledger();
         mFindings.lost = ledger.outstanding() + (mFrames < mExpected ? mExpected - mFrames : 0);
         mFindings.doubled = ledger.totals().doubled + ledger.totals().wrongPort;
     }

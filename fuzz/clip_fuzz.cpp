@@ -1,6 +1,6 @@
 // The player's readers: whatever is in a clip, they give frames or throw BadInput.
-#include <tools/qozplay/Basics.h>
-#include <tools/qozplay/FrameSource.h>
+#include <qozplay/media/FrameSource.h>
+#include <qozplay/media/Types.h>
 
 #include <vector>
 

@@ -1,8 +1,8 @@
 // Texts from outside: properties files, faults, changes of a running stream.
 #include <host/control.h>
 #include <qoz/VppComponent.h>
-#include <tools/qozplay/Basics.h>
-#include <tools/qozplay/Script.h>
+#include <qozplay/media/Types.h>
+#include <qozplay/stream/ChangeSchedule.h>
 
 #include <stdexcept>
 #include <string>

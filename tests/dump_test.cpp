@@ -106,7 +106,7 @@ TEST_F(Dump, WaitsNeitherForTheClientNorForTheService) {
 TEST_F(EvenTest, DumpsWhileAStreamLivesAndChanges) {
     const LogCapture log;
     const host::VppService service;
-    LiveClient client;
+    client::LiveClient client;
     ASSERT_TRUE(client.start(96, 64, {1, 0, 1, 0}));
     std::atomic<bool> over{false};
     std::thread watcher([&over, component = client.vpp] {

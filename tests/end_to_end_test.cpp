@@ -56,7 +56,7 @@ class EndToEnd : public EvenTest {
     // Plays `count` frames of a box that moves by 8 pixels a frame.
     std::vector<OutFrame> play(int count, ConfigParams params) {
         std::vector<OutFrame> frames;
-        LiveClient client;
+        client::LiveClient client;
         client.onFrame = [&frames](GraphicBuffer& out, uint64_t timestamp) {
             auto& luma = frames.emplace_back(OutFrame{timestamp, out.getWidth(), {}}).luma;
             void* pixels = nullptr;

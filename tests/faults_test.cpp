@@ -256,7 +256,7 @@ void addClient(std::vector<Row>& rows) {
     // The last of the outputs that wait for a frame, and the source that is the motion reference.
     const std::pair<const char*, Script> twice[] = {
         {"a slot lent twice", lendTwice<8>},
-        {"a source sent twice", lendTwice<LiveClient::kFirstSource>}};
+        {"a source sent twice", lendTwice<client::LiveClient::kFirstSource>}};
     for (const auto& [name, script] : twice)
         rows.push_back({.name = name, .script = script, .doubles = 1});
 }
@@ -282,8 +282,8 @@ class Faults : public EvenTest, public testing::WithParamInterface<Row> {
 
     void run(FaultPlay& play);
     void checkTimes(const FaultPlay& play);
-    void checkBooks(const FaultPlay& play, const qozplay::Ledger& atDisable);
-    void note(const FaultPlay& play, const qozplay::Ledger& books);
+    void checkBooks(const FaultPlay& play, const client::Ledger& atDisable);
+    void note(const FaultPlay& play, const client::Ledger& books);
     std::string newErrors();
 
     static const char* const kPageHead;
@@ -357,13 +357,13 @@ void Faults::checkTimes(const FaultPlay& play) {
 
 // From a flush that succeeds everything has come back but what the fault itself kept. A session
 // that closes drops what is with it, and the one source that is the motion reference.
-void Faults::checkBooks(const FaultPlay& play, const qozplay::Ledger& atDisable) {
+void Faults::checkBooks(const FaultPlay& play, const client::Ledger& atDisable) {
     EXPECT_LE(play.client.doubled(), GetParam().mayDouble());
     EXPECT_EQ(atDisable.totals().wrongPort, 0);
-    EXPECT_LE(atDisable.outstanding(kSourcePort), 1);
+    EXPECT_LE(atDisable.outstanding(client::kSourcePort), 1);
     if (!play.flushed) return;
-    EXPECT_EQ(play.flushed->outstanding(kSourcePort), 0);
-    EXPECT_LE(play.flushed->outstanding(kOutputPort), GetParam().lossy());
+    EXPECT_EQ(play.flushed->outstanding(client::kSourcePort), 0);
+    EXPECT_LE(play.flushed->outstanding(client::kOutputPort), GetParam().lossy());
 }
 
 // The first message that a run without a fault does not log.
@@ -378,7 +378,7 @@ std::string Faults::newErrors() {
     return {};
 }
 
-void Faults::note(const FaultPlay& play, const qozplay::Ledger& books) {
+void Faults::note(const FaultPlay& play, const client::Ledger& books) {
     std::ostringstream line;
     line << "| " << GetParam().name << " | ";
     const std::string message = newErrors();

@@ -89,7 +89,7 @@ class Desk {
   public:
     void revive() {
         const std::lock_guard lock(mLock);
-        if (LiveClient::serviceLives()) return;
+        if (client::LiveClient::serviceLives()) return;
         mService.reset();
         mService.emplace();
     }
@@ -150,7 +150,7 @@ class Player {
                 return frame(step.value, paramsOf(step.value / 3));
             case Act::Lend:
                 if (mState == VppComponent::IDLE) return;  // that would wake the session
-                return mClient.lend(step.value % 24);
+                return mClient.queueOutputs(step.value % 24);
             case Act::Flush:
                 return flush();
             case Act::Disable:
@@ -195,7 +195,8 @@ class Player {
 
     void frame(uint32_t value, std::optional<ConfigParams> carried) {
         const auto full = [this] {
-            return mClient.ledger().outstanding(kSourcePort) == LiveClient::kSources;
+            return mClient.ledger().outstanding(client::kSourcePort) ==
+                   client::LiveClient::kSources;
         };
         if (full()) flush();  // each config() makes one more source stay
         if (full()) return;
@@ -249,7 +250,7 @@ class Player {
 
     Desk& mDesk;
     Allowance mAllowed;
-    LiveClient mClient;
+    client::LiveClient mClient;
     VppComponent::status mState = VppComponent::UNINIT;
     int64_t mNow = 0;
 };

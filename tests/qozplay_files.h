@@ -1,8 +1,8 @@
 // What the tests of the player share.
 #pragma once
 
-#include "Player.h"
-#include "Y4mHeader.h"
+#include "qozplay/media/Y4mHeader.h"
+#include "qozplay/run/Player.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

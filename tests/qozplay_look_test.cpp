@@ -1,6 +1,5 @@
 // Looking inside a run: the trace file, the log's filter, the dashboard's lines.
-#include "Dashboard.h"
-#include "LogFilter.h"
+#include "qozplay/cli/LogFilter.h"
 #include "qozplay_files.h"
 
 #include <host/control.h>
@@ -85,9 +84,10 @@ TEST(Trace, LeadsFromEachFrameToAllThatComesBackForIt) {
     for (const char* section :
          {"queueVppBuffer", "onVppOBD", "queueOBD", "RGBToNV12", "write between"})
         EXPECT_TRUE(seen.contains(section)) << section;
-    for (const char* counter : {"sources lent (qozplay0)", "outputs lent (qozplay1)"}) {
+    for (const char* counter :
+         {"sources outstanding (qozplay0)", "outputs outstanding (qozplay1)"}) {
         ASSERT_FALSE(trace.counters[counter].empty()) << counter;
-        EXPECT_EQ(trace.counters[counter].back(), 0) << "all home in the end";
+        EXPECT_EQ(trace.counters[counter].back(), 0) << "all returned in the end";
     }
     const std::vector<int>& outputs = trace.counters["VPP output port (qozplay0)"];
     EXPECT_GT(*std::max_element(outputs.begin(), outputs.end()), 1);
@@ -151,35 +151,6 @@ TEST(LogFilter, LetsThroughWhatItsWordsSay) {
     EXPECT_FALSE(LogFilter().wantsDiagnostics());
     for (const char* bad : {":I", "tag:", "tag:i", "tag:II", "tag:X", "*:S a:b:"})
         EXPECT_THROW(LogFilter::parse(bad), BadInput) << bad;
-}
-
-TEST(Dashboard, KeepsToThePageAndLeavesRoomForTheLog) {
-    EXPECT_EQ(sparkline({9, 0, 2, 4}, 3, false), "_=#");
-    EXPECT_EQ(sparkline({0, 0}, 5, true), "▁▁");
-    RunView run;
-    run.faultsFired = 3;
-    run.sessions.resize(2);
-    for (SessionView& session : run.sessions) {
-        session.name = "qozplay0";
-        session.state = "ACTIVE";
-        session.gauges = {12, 11, 10, 1, std::vector<double>(50, 5.0)};
-        session.sourcesLent = 2;
-        session.component = {"of the component"};
-    }
-    run.log = {"oldest", "older", "newer", "newest\n"};
-    const std::vector<std::string> lines = drawDashboard(run, {100, 30, true});
-    EXPECT_THAT(lines, testing::Contains(HasSubstr("faults fired 3")));
-    EXPECT_THAT(lines, testing::Contains(HasSubstr("in 12 (0.0 fps)   out 21")).Times(2));
-    EXPECT_THAT(lines, testing::Contains(HasSubstr("2 sources, 0 outputs   1 frames")).Times(2));
-    EXPECT_THAT(lines, testing::Contains(HasSubstr("p50 5.0  p99 5.0 ms  ████")).Times(2));
-    EXPECT_EQ(lines.size(), 2 + 2 * 5 + 1 + 4);
-    const std::vector<std::string> few = drawDashboard(run, {32, 9, true});
-    EXPECT_EQ(few.size(), 9U);
-    EXPECT_EQ(std::vector(few.end() - 4, few.end()),
-              (std::vector<std::string>{"log", "older", "newer", "newest"}));
-    EXPECT_EQ(drawDashboard(run, {32, 30, true})[5], "  latency  p50 5.0  p99 5.0 ms  ");
-    EXPECT_EQ(drawDashboard(run, {35, 30, true})[5], "  latency  p50 5.0  p99 5.0 ms  ███");
-    EXPECT_EQ(drawDashboard(run, {35, 2, true}).size(), 2U);
 }
 
 }  // namespace

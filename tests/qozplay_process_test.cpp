@@ -82,9 +82,9 @@ Killed playAndKill(const Folder& folder, const std::string& line,
 std::string plainEnd(const Killed& killed) {
     const std::string& err = killed.outcome.err;
     const auto& buffers = killed.stats["sessions"][0]["buffers"];
-    EXPECT_EQ(buffers["lent"].get<int>(), buffers["returned"].get<int>() +
-                                              buffers["refused"].get<int>() +
-                                              buffers["lost"].get<int>());
+    EXPECT_EQ(buffers["queued"].get<int>(), buffers["returned"].get<int>() +
+                                                buffers["refused"].get<int>() +
+                                                buffers["lost"].get<int>());
     EXPECT_EQ(err.find("descriptors"), std::string::npos) << err;
     EXPECT_LT(killed.end - killed.at, kLongestEnd) << err;
     std::vector<std::string> said;

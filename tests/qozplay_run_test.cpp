@@ -73,16 +73,16 @@ TEST(Player, MakesFramesOfSessionsSideBySideAndAccountsForAll) {
     const Outcome outcome =
         run("--scene-size 96x64 --frames 16 --interp 2 --upscale 2 --sessions 3 -o " +
             folder.file("out.y4m") + " --sheet " + folder.file("sheet.png") + " --stats " +
-            folder.file("stats.json") + " --verify --budget lost=0,made=30 --vectors " +
+            folder.file("stats.json") + " --verify --budget lost=0,interpolated=30 --vectors " +
             folder.file("vectors.png"));
     EXPECT_EQ(outcome.code, 0) << outcome.err;
     const nlohmann::json all = nlohmann::json::parse(folder.read("stats.json"));
     EXPECT_EQ(all["sessions"].size(), 3U);
     for (const nlohmann::json& session : all["sessions"]) {
-        EXPECT_EQ(session["frames"]["own"], 16);
-        EXPECT_EQ(session["frames"]["made"], 15 * 2);
+        EXPECT_EQ(session["frames"]["source"], 16);
+        EXPECT_EQ(session["frames"]["interpolated"], 15 * 2);
         EXPECT_EQ(session["buffers"]["lost"], 0);
-        EXPECT_EQ(session["buffers"]["lent"], session["buffers"]["returned"]);
+        EXPECT_EQ(session["buffers"]["queued"], session["buffers"]["returned"]);
         EXPECT_EQ(session["output_size"]["last"]["width"], 192);
         EXPECT_THAT(session["verified"].get<std::string>(), HasSubstr("16 source frames once"));
     }
@@ -104,10 +104,10 @@ TEST(Player, FollowsChangesWhileFramesFlow) {
     EXPECT_EQ(outcome.code, 0) << outcome.err;
     const nlohmann::json session = nlohmann::json::parse(folder.read("stats.json"))["sessions"][0];
     const nlohmann::json& frames = session["frames"];
-    EXPECT_EQ(frames["own"].get<int>() + frames["flushed"].get<int>(), 24);
-    EXPECT_GT(frames["made"], 40);  // with one frame in each interval it would be 23
+    EXPECT_EQ(frames["source"].get<int>() + frames["flushed"].get<int>(), 24);
+    EXPECT_GT(frames["interpolated"], 40);  // with one frame in each interval it would be 23
     EXPECT_EQ(session["output_size"]["last"], (nlohmann::json{{"width", 96}, {"height", 72}}));
-    EXPECT_EQ(session["buffers"]["lent"], session["buffers"]["returned"]);
+    EXPECT_EQ(session["buffers"]["queued"], session["buffers"]["returned"]);
     EXPECT_EQ(session["changes"].size(), 5U);
     EXPECT_THAT(session["verified"].get<std::string>(),
                 HasSubstr("none in 1 (flush), none in 1 (ratio change), none in 1 (size change)"));
@@ -131,7 +131,7 @@ TEST(Player, ScoresWhatIsMadeInPlaceOfFramesHeldOut) {
         EXPECT_EQ(frame["frame"], 1 + i + i / 3);
         EXPECT_NEAR(frame["repeated"]["psnr"], repeated[i % 3], 0.01);
         EXPECT_GE(frame["blended"]["psnr"], 48);  // one level for rounding
-        EXPECT_GE(frame["made"]["psnr"], 48);
+        EXPECT_GE(frame["interpolated"]["psnr"], 48);
     }
     EXPECT_NEAR(truth["repeated"]["mean"]["psnr"], 36.92, 0.01);
     EXPECT_NEAR(truth["repeated"]["least"]["psnr"], 32.57, 0.01);
@@ -144,9 +144,9 @@ TEST(Player, EndsWithOneWhenASessionFails) {
         {"--fault RGBToNV12=1@4+", "9 source frames were refused"},
         {"--fault outputBufferDone=drop@9 --verify", "--verify: source frame 4 did not come out"},
         {"--fault outputBufferDone=twice@9 --verify", "--verify: of"},
-        {"--fault setCtrlFrc=transport --verify", "--verify: 0 of 1 made frames"},
-        {"--fault setCtrlFrc=transport --truth 2", "5 frames held out were not made again"},
-        {"--budget made=12", "qozplay: made is 11, under the budget of 12"},
+        {"--fault setCtrlFrc=transport --verify", "--verify: 0 of 1 interpolated frames"},
+        {"--fault setCtrlFrc=transport --truth 2", "5 frames held out were not interpolated"},
+        {"--budget interpolated=12", "qozplay: interpolated is 11, under the budget of 12"},
     };
     for (const auto& [args, message] : cases) {
         const Outcome failed = run("--scene-size 64x48 --frames 12 " + args);

@@ -1,12 +1,12 @@
 // The player's parts: what it reads and refuses, what it writes, how it keeps its accounts.
-#include "Budget.h"
-#include "FrameSource.h"
-#include "FrameTracker.h"
-#include "Ledger.h"
-#include "Script.h"
-#include "Sheet.h"
-#include "Verifier.h"
-#include "Y4mWriter.h"
+#include "client/Ledger.h"
+#include "qozplay/media/FrameSource.h"
+#include "qozplay/media/Y4mWriter.h"
+#include "qozplay/report/Budget.h"
+#include "qozplay/report/Sheet.h"
+#include "qozplay/report/Verifier.h"
+#include "qozplay/stream/ChangeSchedule.h"
+#include "qozplay/stream/FrameTracker.h"
 #include "qozplay_files.h"
 
 #include <functional>
@@ -106,7 +106,7 @@ TEST(Y4mWriter, WritesEverySampleOfTheFirstSizeUnderALineThatReadsBack) {
               "FRAME\nabcABC123uUxXvVyYFRAME\nmmmmmmmmmmmmmmmmm");
 }
 
-TEST(Script, ReadsChangesAndHandsOutWhatIsDueOnceAndInOrder) {
+TEST(ChangeSchedule, ReadsChangesAndHandsOutWhatIsDueOnceAndInOrder) {
     EXPECT_EQ(parseChange("60:upscale=1.5").value, 1U);
     EXPECT_EQ(parseChange("90:size=960x540").size, (Size{960, 540}));
     for (const char* bad :
@@ -117,7 +117,8 @@ TEST(Script, ReadsChangesAndHandsOutWhatIsDueOnceAndInOrder) {
                     testing::StartsWith("--at " + std::string(bad) + ":"))
             << bad;
     }
-    Script script({parseChange("9:flush"), parseChange("3:interp=2"), parseChange("3:flush")});
+    ChangeSchedule script(
+        {parseChange("9:flush"), parseChange("3:interp=2"), parseChange("3:flush")});
     EXPECT_TRUE(script.due(2).empty());
     const std::vector<Change> due = script.due(3);
     ASSERT_EQ(due.size(), 2U);
@@ -129,8 +130,9 @@ TEST(Script, ReadsChangesAndHandsOutWhatIsDueOnceAndInOrder) {
 
 TEST(Ledger, FindsWhatIsOff) {
     Ledger ledger;
-    EXPECT_TRUE(ledger.lend(0, 1) && ledger.lend(1, 1) && ledger.lend(0, 2));
-    EXPECT_FALSE(ledger.lend(0, 2));
+    EXPECT_TRUE(ledger.queue(0, 1) && ledger.queue(1, 1) &&
+                ledger.queue(0, 2));
+    EXPECT_FALSE(ledger.queue(0, 2));
     EXPECT_EQ(ledger.giveBack(0, 1), Ledger::Verdict::Good);
     EXPECT_FALSE(ledger.settled());
     EXPECT_EQ(ledger.giveBack(0, 1), Ledger::Verdict::WrongPort);  // 1 is out on port 1
@@ -139,9 +141,9 @@ TEST(Ledger, FindsWhatIsOff) {
     EXPECT_TRUE(ledger.refuse(0, 2));
     EXPECT_FALSE(ledger.refuse(0, 2));
     EXPECT_EQ(ledger.outstanding(), 0U);
-    EXPECT_FALSE(ledger.settled());  // all home, but not by the right ways
+    EXPECT_FALSE(ledger.settled());  // all returned, but not by the right ways
     const Ledger::Totals totals = ledger.totals();
-    EXPECT_EQ((std::vector{totals.lent, totals.returned, totals.doubled, totals.wrongPort,
+    EXPECT_EQ((std::vector{totals.queued, totals.returned, totals.doubled, totals.wrongPort,
                            totals.refused}),
               (std::vector<uint64_t>{2, 2, 1, 1, 1}));
 }
@@ -152,20 +154,22 @@ TEST(FrameTracker, TellsLostFramesFromFlushedOnes) {
     for (const uint64_t timestamp : {0, 10, 20, 30})
         tracker.sent(timestamp, start);
     EXPECT_TRUE(tracker.came(0, start));
-    EXPECT_FALSE(tracker.came(15, start));  // made between 10 and 20: nobody waits for 10 now
+    EXPECT_FALSE(
+        tracker.came(15, start));  // interpolated between 10 and 20: nobody waits for 10 now
     EXPECT_EQ(tracker.underWay(), 2U);
     EXPECT_TRUE(tracker.came(20, start + std::chrono::milliseconds(7)));
     EXPECT_FALSE(tracker.came(20, start));  // the same again
     tracker.flushed();
     EXPECT_EQ(tracker.underWay(), 0U);
     const FrameTracker::Tally tally = tracker.finish();
-    EXPECT_EQ((std::vector{tally.in, tally.real, tally.missing, tally.flushed, tally.backwards}),
+    EXPECT_EQ((std::vector{tally.in, tally.source, tally.missing, tally.flushed, tally.backwards}),
               (std::vector<uint64_t>{4, 2, 1, 1, 1}));
     EXPECT_EQ(tally.latencies, (std::vector<double>{0, 7}));
 }
 
-// A history: tF/K takes frame F with K made frames due before it, oT=L is a frame of time T with
-// luma L (50), i an interruption, l a buffer that stays away. Frames are 300 microseconds apart.
+// A history: tF/K takes frame F with K interpolated frames due before it, oT=L is a frame of time T
+// with luma L (50), i an interruption, l a buffer that stays away. Frames are 300 microseconds
+// apart.
 std::string violationOf(const std::string& history, std::string* summary) {
     Verifier verifier;
     Ledger ledger;
@@ -177,7 +181,7 @@ std::string violationOf(const std::string& history, std::string* summary) {
         if (word[0] == 't') verifier.taken(number, number * 300, static_cast<uint32_t>(value));
         if (word[0] == 'o') verifier.came(number, value);
         if (word[0] == 'i') verifier.interrupted("flush");
-        if (word[0] == 'l') ledger.lend(0, 1);
+        if (word[0] == 'l') ledger.queue(0, 1);
     }
     verifier.close(ledger);
     *summary = verifier.summary();
@@ -190,12 +194,13 @@ TEST(Verifier, NamesTheFirstThingThatIsOff) {
         {"t0/1 t1/1 o0=90 o150=53 o300=50", "1 interval;"},
         {"t0/1 i t1/1 o0 o300", "none in 1 (flush)"},
         {"t0/1 t1/1 o0 o150 i t2/1 o600", "1 source frame cleared away"},
-        {"t0/1 t1/1 i o0 o300 t2/1 o600", "0 of 1 made frames came out before source frame 1"},
+        {"t0/1 t1/1 i o0 o300 t2/1 o600",
+         "0 of 1 interpolated frames came out before source frame 1"},
         {"", "no source frame came out"},
-        {"t0/1 t1/1 o0 o300", "0 of 1 made frames came out before source frame 1"},
-        {"t0/2 t1/2 o0 o100 o300", "1 of 2 made frames"},
-        {"t0/1 i t1/1 o0 o150 o300", "comes after 0 made frames, and one more"},
-        {"t0/1 o0 t1/1 o150 o200", "comes after 1 made frames, and one more"},
+        {"t0/1 t1/1 o0 o300", "0 of 1 interpolated frames came out before source frame 1"},
+        {"t0/2 t1/2 o0 o100 o300", "1 of 2 interpolated frames"},
+        {"t0/1 i t1/1 o0 o150 o300", "comes after 0 interpolated frames, and one more"},
+        {"t0/1 o0 t1/1 o150 o200", "comes after 1 interpolated frames, and one more"},
         {"t0/1 t1/1 o0 o152 o300", "has the time 0.152 ms, not 0.150 ms"},
         {"t0/1 t1/1 o0 o150 o140 o300", "the frame of 0.140 ms came out after that of 0.150 ms"},
         {"t0/0 t1/0 o0 o0 o300", "the frame of 0.000 ms came out twice"},
@@ -204,7 +209,7 @@ TEST(Verifier, NamesTheFirstThingThatIsOff) {
         {"t0/0 t1/0 o0", "source frame 1 never came out"},
         {"t0/1 t1/1 o0=50 o150=56.2 o300=53", "a mean luma of 56.2, its neighbours 50.0 and 53.0"},
         {"t0/1 t1/1 o0=50 o150=46.8 o300=53", "a mean luma of 46.8"},
-        {"t0/0 o0 l", "1 are not home"},
+        {"t0/0 o0 l", "1 are outstanding"},
     };
     size_t row = 0;
     for (const auto& [history, said] : cases) {
@@ -219,15 +224,16 @@ TEST(Budget, NamesEachFigureBeyondItsBound) {
     SessionStats stats;
     for (int i = 1; i <= 100; ++i)
         stats.frames.latencies.push_back(i);
-    stats.frames.real = 3;
-    stats.frames.made = 7;
+    stats.frames.source = 3;
+    stats.frames.interpolated = 7;
     stats.seconds = 2;
-    stats.ledger.lend(0, 1);
+    stats.ledger.queue(0, 1);
     const std::pair<const char*, std::vector<std::string>> cases[] = {
-        {"p95=95ms,max=0.1s,made=7,fps=5,missing=0,p50=50000us,lost=1", {}},
+        {"p95=95ms,max=0.1s,interpolated=7,fps=5,missing=0,p50=50000us,lost=1", {}},
         {"p95=94.9", {"p95 is 95 ms, over the budget of 94.9 ms"}},
-        {"p50=49999us,made=8",
-         {"p50 is 50 ms, over the budget of 49.999 ms", "made is 7, under the budget of 8"}},
+        {"p50=49999us,interpolated=8",
+         {"p50 is 50 ms, over the budget of 49.999 ms",
+          "interpolated is 7, under the budget of 8"}},
         {"lost=0", {"lost is 1, over the budget of 0"}},
         {"fps=5.5", {"fps is 5, under the budget of 5.5"}},
         {"blocked=1s", {"blocked has a budget, and no frame came to measure it by"}},
@@ -239,18 +245,18 @@ TEST(Budget, NamesEachFigureBeyondItsBound) {
         EXPECT_THAT(messageOf([&] { parseBudget(bad); }), HasSubstr("--budget ")) << bad;
 }
 
-// Width and height of a sheet with `made` frames in each interval, as the head of its file has
-// them.
+// Width and height of a sheet with `interpolated` frames in each interval, as the head of its file
+// has them.
 using Window = std::optional<std::pair<uint64_t, uint64_t>>;
-std::pair<std::string, std::string> sheetSize(uint64_t intervals, uint64_t made,
+std::pair<std::string, std::string> sheetSize(uint64_t intervals, uint64_t interpolated,
                                               Window window = {}) {
     const Folder folder;
     const std::vector<uint8_t> pixels(8 * 12, 128);
     Sheet sheet("t", window);
     EXPECT_THROW(sheet.save(folder.file("x.png")), SessionFailed) << "no frame to show";
-    for (uint64_t time = 0; time <= intervals * (made + 1); ++time) {
-        const bool real = time % (made + 1) == 0;
-        sheet.take({time, real, {pixels.data(), pixels.data() + 64, 8, {8, 8}}});
+    for (uint64_t time = 0; time <= intervals * (interpolated + 1); ++time) {
+        const bool source = time % (interpolated + 1) == 0;
+        sheet.take({time, source, {pixels.data(), pixels.data() + 64, 8, {8, 8}}});
     }
     sheet.save(folder.file("x.png"));
     const std::string png = folder.read("x.png");

@@ -21,7 +21,7 @@ class Stress : public EvenTest {
             const std::array all{values...};
             return all[random() % all.size()];
         };
-        LiveClient client;
+        client::LiveClient client;
         uint32_t width = 96;
         uint32_t height = 64;
         ConfigParams params{1, 0, 1, 0};

@@ -43,7 +43,7 @@ std::set<std::string> buffersMappedBy(const std::string& process) {
     return all;
 }
 
-void sendFrame(LiveClient& client, int number) {
+void sendFrame(client::LiveClient& client, int number) {
     ASSERT_TRUE(client.send(kW, kH, number * kFrameNs, [number](uint8_t* rgba) {
         for (uint32_t i = 0; i < kW * kH; ++i) {
             const auto x = static_cast<int>(i % kW) - 8 * number;
@@ -52,14 +52,14 @@ void sendFrame(LiveClient& client, int number) {
     }));
 }
 
-void sendAndAwait(LiveClient& client, int from, int to) {
+void sendAndAwait(client::LiveClient& client, int from, int to) {
     for (int n = from; n < to; ++n)
         sendFrame(client, n);
     ASSERT_TRUE(client.waitForTimestamp(static_cast<uint64_t>((to - 1) * kFrameNs / 1000)));
 }
 
 void playWell() {
-    LiveClient client;
+    client::LiveClient client;
     EXPECT_TRUE(client.start(kW, kH, kDouble));
     sendAndAwait(client, 0, 8);
     client.stop();
@@ -94,7 +94,7 @@ class Vppd : public EvenTest {
 };
 
 TEST_F(Vppd, BothProcessesMapTheSameMemory) {
-    LiveClient client;
+    client::LiveClient client;
     ASSERT_TRUE(client.start(kW, kH, kDouble));
     sendAndAwait(client, 0, 4);
     const auto ours = buffersMappedBy("self");
@@ -106,34 +106,34 @@ TEST_F(Vppd, BothProcessesMapTheSameMemory) {
 }
 
 TEST_F(Vppd, SurvivesTheKillingOfTheService) {
-    using Step = std::function<void(LiveClient&)>;
-    const Step nothing = [](LiveClient&) {};
-    const Step begin = [](LiveClient& c) {
+    using Step = std::function<void(client::LiveClient&)>;
+    const Step nothing = [](client::LiveClient&) {};
+    const Step begin = [](client::LiveClient& c) {
         c.vpp->config(kW, kH, kRgba, kDouble, true);
         sendAndAwait(c, 0, 4);
     };
-    const Step send = [](LiveClient& c) { sendFrame(c, 4); };
-    const Step flush = [](LiveClient& c) { c.vpp->flushsync(); };
+    const Step send = [](client::LiveClient& c) { sendFrame(c, 4); };
+    const Step flush = [](client::LiveClient& c) { c.vpp->flushsync(); };
     const struct {
         const char* moment;
         Step before, after;
     } cases[] = {
         {"before the start", nothing,
-         [](LiveClient& c) { c.vpp->config(kW, kH, kRgba, kDouble, true); }},
+         [](client::LiveClient& c) { c.vpp->config(kW, kH, kRgba, kDouble, true); }},
         {"between frames", begin, send},
-        {"with a frame under way", [&](LiveClient& c) { begin(c), send(c); }, nothing},
+        {"with a frame under way", [&](client::LiveClient& c) { begin(c), send(c); }, nothing},
         {"before a flush", begin, flush},
-        {"after a flush", [&](LiveClient& c) { begin(c), flush(c); }, send},
+        {"after a flush", [&](client::LiveClient& c) { begin(c), flush(c); }, send},
     };
     LogCapture quiet;
     uint64_t deaths = 0;
     for (const auto& c : cases) {
         SCOPED_TRACE(c.moment);
-        LiveClient client;
+        client::LiveClient client;
         ASSERT_TRUE(client.enable());
         c.before(client);
         const pid_t killed = killService(SIGKILL);
-        for (const Step& step : {c.after, Step([](LiveClient& l) { l.disable(); })}) {
+        for (const Step& step : {c.after, Step([](client::LiveClient& l) { l.disable(); })}) {
             const auto start = std::chrono::steady_clock::now();
             step(client);
             EXPECT_LT(std::chrono::steady_clock::now() - start, kLongestCall);
@@ -141,9 +141,9 @@ TEST_F(Vppd, SurvivesTheKillingOfTheService) {
         ++deaths;
         EXPECT_TRUE(eventually([&] { return service.deaths() == deaths; }));
         // What is gone can be named, and nothing comes twice or after all.
-        const qozplay::Ledger ledger = client.ledger();
+        const client::Ledger ledger = client.ledger();
         const auto& totals = ledger.totals();
-        EXPECT_EQ(totals.lent, totals.returned + totals.refused + ledger.missing().size());
+        EXPECT_EQ(totals.queued, totals.returned + totals.refused + ledger.missing().size());
         EXPECT_EQ(client.doubled(), 0U);
         client.vpp.reset();
         playWell();

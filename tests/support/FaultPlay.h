@@ -59,7 +59,7 @@ class FaultPlay {
     // Output or source, whether it is out or not.
     void lendOnceMore(int32_t slot) {
         std::vector<android::QOZBufferInfo> packet{{slot, nullptr, nullptr, mNow, {}}};
-        const bool isSource = slot >= LiveClient::kFirstSource;
+        const bool isSource = slot >= client::LiveClient::kFirstSource;
         packet[0].buffer = new android::GraphicBuffer(
             isSource ? 64 : client.vpp->expectedOutputWidth(),
             isSource ? 48 : client.vpp->expectedOutputHeight(), isSource ? kRgba : kNv12, 0x333);
@@ -118,11 +118,11 @@ class FaultPlay {
         EXPECT_EQ(account, "") << "of a healthy stream after";
     }
 
-    LiveClient client;
+    client::LiveClient client;
     std::vector<std::string> seen;  // in order, each once
     std::chrono::milliseconds longest{0};
     std::chrono::milliseconds disabling{0};
-    std::optional<qozplay::Ledger> flushed;  // the books after a flush that ended in IDLE
+    std::optional<client::Ledger> flushed;  // the books after a flush that ended in IDLE
 
   private:
     template <typename Act>

@@ -1,33 +1,23 @@
-#include "LiveClient.h"
+#include "client/LiveClient.h"
+
+#include "client/BufferRing.h"
 
 #include <android/binder_manager.h>
 
 #include <algorithm>
 #include <chrono>
 
-namespace qoz {
+namespace qoz::client {
 
 using android::ConfigParams;
 using android::GraphicBuffer;
 using android::QOZBufferInfo;
-using android::sp;
 using android::VppComponent;
 
 namespace {
 
-constexpr int32_t kRgba = 1;
-constexpr int32_t kNv12 = 0x7FA30C06;
+constexpr uint32_t kUsage = 0x333;                    // read and written by anyone
 constexpr auto kPatience = std::chrono::seconds(20);  // with what is expected soon
-
-std::string nameOf(uint32_t port, int32_t slot) {
-    return (port == kOutputPort ? "output " : "source ") + std::to_string(slot);
-}
-
-// `buffer` itself when it has this size, else a new one.
-sp<GraphicBuffer> sized(const sp<GraphicBuffer>& buffer, uint32_t w, uint32_t h, int32_t format) {
-    if (buffer != nullptr && buffer->getWidth() == w && buffer->getHeight() == h) return buffer;
-    return sp<GraphicBuffer>(new GraphicBuffer(w, h, format, 0x333));
-}
 
 }  // namespace
 
@@ -52,9 +42,9 @@ bool LiveClient::enable() {
 bool LiveClient::send(uint32_t width, uint32_t height, int64_t nanoseconds,
                       const std::function<void(uint8_t*)>& paint,
                       std::optional<ConfigParams> carried) {
-    const int32_t slot = takeSource(width, height);
+    const int32_t slot = takeSource({width, height});
     if (slot < 0) return false;
-    sp<GraphicBuffer> source = mSources[static_cast<size_t>(slot - kFirstSource)];
+    BufferRef source = mSources[static_cast<size_t>(slot - kFirstSource)];
     if (paint) {
         void* pixels = nullptr;
         if (source->lock(GraphicBuffer::USAGE_SW_WRITE_OFTEN, &pixels) == android::OK) {
@@ -67,31 +57,30 @@ bool LiveClient::send(uint32_t width, uint32_t height, int64_t nanoseconds,
         const std::lock_guard lock(mLock);
         mLedger.refuse(kSourcePort, slot);
     }
-    lendForOneMore();
+    queueOutputs();
     return true;
 }
 
 bool LiveClient::waitForSource() {
     std::unique_lock lock(mLock);
-    return mHome.wait_for(lock, kPatience,
-                          [this] { return mLedger.outstanding(kSourcePort) < mSources.size(); });
+    return mReturned.wait_for(
+        lock, kPatience, [this] { return mLedger.outstanding(kSourcePort) < mSources.size(); });
 }
 
-// -1 when no source comes home in time.
-int32_t LiveClient::takeSource(uint32_t width, uint32_t height) {
+// -1 when no source is returned in time.
+int32_t LiveClient::takeSource(Size size) {
     if (!waitForSource()) return -1;
     const std::lock_guard lock(mLock);
     int32_t free = kFirstSource;
-    while (!mLedger.lend(kSourcePort, free))
+    while (!mLedger.queue(kSourcePort, free))
         ++free;
     auto& buffer = mSources[static_cast<size_t>(free - kFirstSource)];
-    buffer = sized(buffer, width, height, kRgba);
-    mWidth = width;
-    mHeight = height;
+    buffer = resized(buffer, size, kRgba, kUsage);
+    mSize = size;
     return free;
 }
 
-void LiveClient::lend(size_t target) {
+void LiveClient::queueOutputs(size_t target) {
     for (size_t i = 0; i < mOutputs.size(); ++i) {
         const auto slot = static_cast<int32_t>(i);
         QOZBufferInfo output{slot, takeOutput(i, target), nullptr, 0, {}};
@@ -101,17 +90,15 @@ void LiveClient::lend(size_t target) {
     }
 }
 
-// Null when enough are out, or this one is.
-sp<GraphicBuffer> LiveClient::takeOutput(size_t slot, size_t target) {
+// Null when enough are outstanding, or this one is.
+BufferRef LiveClient::takeOutput(size_t slot, size_t target) {
     const std::lock_guard lock(mLock);
     if (mLedger.outstanding(kOutputPort) >= target) return {};
-    if (!mLedger.lend(kOutputPort, static_cast<int32_t>(slot))) return {};
-    const uint32_t width = vpp->expectedOutputWidth();
-    const uint32_t height = vpp->expectedOutputHeight();
-    sp<GraphicBuffer>& buffer = mOutputs[slot];
-    buffer = width != 0
-                 ? sized(buffer, width, height, kNv12)
-                 : sized(buffer, mWidth, mHeight, kNv12);  // a start failed: as large as the source
+    if (!mLedger.queue(kOutputPort, static_cast<int32_t>(slot))) return {};
+    const Size expected{vpp->expectedOutputWidth(), vpp->expectedOutputHeight()};
+    BufferRef& buffer = mOutputs[slot];
+    // After a start that failed there is no expected size: as large as the source.
+    buffer = resized(buffer, expected.width != 0 ? expected : mSize, kNv12Vemo, kUsage);
     return buffer;
 }
 
@@ -123,10 +110,10 @@ bool LiveClient::serviceLives() {
 bool LiveClient::waitForTimestamp(uint64_t microseconds) {
     const auto end = std::chrono::steady_clock::now() + kPatience;
     while (std::chrono::steady_clock::now() < end) {
-        lendForOneMore();
+        queueOutputs();
         std::unique_lock lock(mLock);
-        if (mHome.wait_for(lock, std::chrono::milliseconds(20),
-                           [&] { return mNewest >= microseconds; })) {
+        if (mReturned.wait_for(lock, std::chrono::milliseconds(20),
+                               [&] { return mNewest >= microseconds; })) {
             return true;
         }
     }
@@ -153,11 +140,11 @@ std::string LiveClient::account() const {
     for (const auto& text : mWrong)
         wrong += text + "; ";
     for (const auto& [port, slot] : mLedger.missing())
-        wrong += nameOf(port, slot) + " never came back; ";
+        wrong += bufferName(port, slot) + " was never returned; ";
     return wrong;
 }
 
-qozplay::Ledger LiveClient::ledger() const {
+Ledger LiveClient::ledger() const {
     const std::lock_guard lock(mLock);
     return mLedger;
 }
@@ -170,7 +157,7 @@ size_t LiveClient::doubled() const {
 void LiveClient::onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint64_t timestamp) {
     if (onReturn) onReturn();
     const std::lock_guard lock(mLock);
-    using Verdict = qozplay::Ledger::Verdict;
+    using Verdict = Ledger::Verdict;
     switch (mLedger.giveBack(port, slot)) {
         case Verdict::Good:
             break;
@@ -180,17 +167,17 @@ void LiveClient::onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint6
                 ++mCameLate;
                 return;
             }
-            mWrong.push_back(nameOf(port, slot) + " came back without being out");
+            mWrong.push_back(bufferName(port, slot) + " was returned without being outstanding");
             return;
         case Verdict::WrongPort:
-            mWrong.push_back(nameOf(port, slot) + " came back to the wrong port");
+            mWrong.push_back(bufferName(port, slot) + " was returned on the wrong port");
             return;
     }
     if (port == kOutputPort && valid != 0) {
         mNewest = std::max(mNewest, timestamp);
         if (onFrame) onFrame(*mOutputs[static_cast<size_t>(slot)], timestamp);
     }
-    mHome.notify_all();
+    mReturned.notify_all();
 }
 
-}  // namespace qoz
+}  // namespace qoz::client

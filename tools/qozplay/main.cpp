@@ -1,4 +1,4 @@
-#include "Player.h"
+#include "qozplay/run/Player.h"
 
 #include <csignal>
 #include <iostream>

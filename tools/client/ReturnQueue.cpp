@@ -1,0 +1,70 @@
+#include "client/ReturnQueue.h"
+
+#include <utility>
+
+namespace qoz::client {
+
+void ReturnQueue::onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint64_t timestamp) {
+    const Clock::time_point now = Clock::now();
+    const qoz::host::TraceSlice slice("onBufferDone");
+    if (port == kSourcePort || valid != 0) mTrace.returned(port == kSourcePort, slot, timestamp);
+    const std::lock_guard lock(mLock);
+    if (mLedger.giveBack(port, slot) != Ledger::Verdict::Good) return;
+    mDone.push_back({port, slot, valid != 0, timestamp, now});
+    mReturned.notify_one();
+    traceOutstanding(port);
+}
+
+// After every change of the ledger; mLock is held.
+void ReturnQueue::traceOutstanding(uint32_t port) {
+    if (qoz::host::tracing()) mTrace.outstanding(port == kSourcePort, mLedger.outstanding(port));
+}
+
+void ReturnQueue::onConfigChanged(std::set<uint32_t>) {
+    const std::lock_guard lock(mLock);
+    mConfigChanged = true;
+}
+
+void ReturnQueue::queue(uint32_t port, int32_t slot) {
+    const std::lock_guard lock(mLock);
+    mLedger.queue(port, slot);
+    traceOutstanding(port);
+}
+
+bool ReturnQueue::refuse(uint32_t port, int32_t slot) {
+    const std::lock_guard lock(mLock);
+    return mLedger.refuse(port, slot);
+}
+
+std::vector<ReturnedBuffer> ReturnQueue::take(Clock::time_point end) {
+    std::unique_lock lock(mLock);
+    mReturned.wait_until(lock, end, [&] { return !mDone.empty(); });
+    return std::exchange(mDone, {});
+}
+
+std::vector<ReturnedBuffer> ReturnQueue::take() {
+    const std::lock_guard lock(mLock);
+    return std::exchange(mDone, {});
+}
+
+bool ReturnQueue::takeConfigChanged() {
+    const std::lock_guard lock(mLock);
+    return std::exchange(mConfigChanged, false);
+}
+
+size_t ReturnQueue::outstanding() const {
+    const std::lock_guard lock(mLock);
+    return mLedger.outstanding();
+}
+
+size_t ReturnQueue::outstanding(uint32_t port) const {
+    const std::lock_guard lock(mLock);
+    return mLedger.outstanding(port);
+}
+
+Ledger ReturnQueue::ledger() const {
+    const std::lock_guard lock(mLock);
+    return mLedger;
+}
+
+}  // namespace qoz::client

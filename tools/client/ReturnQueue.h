@@ -1,0 +1,57 @@
+// The callback object of a client with a thread of its own: what the component returns, on whatever
+// thread, waits here until the client's thread takes it. The object keeps the ledger as well.
+#pragma once
+
+#include "client/FrameTrace.h"
+#include "client/Ledger.h"
+#include "client/Types.h"
+
+#include <condition_variable>
+#include <mutex>
+#include <vector>
+
+namespace qoz::client {
+
+struct ReturnedBuffer {
+    uint32_t port;
+    int32_t slot;
+    bool valid;
+    uint64_t timestamp;  // microseconds
+    Clock::time_point at;
+};
+
+class ReturnQueue final : public android::IQOZCallback {
+  public:
+    explicit ReturnQueue(const std::string& session) : mTrace(session) {}
+
+    // Any thread. The lock is held for a moment only, and never while calling out.
+    void onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint64_t timestamp) override;
+    void onConfigChanged(std::set<uint32_t> changes) override;
+
+    void queue(uint32_t port, int32_t slot);
+    bool refuse(uint32_t port, int32_t slot);  // false: it has been returned already
+
+    // Everything that was returned in good order since the last call; waits until `end` for it.
+    std::vector<ReturnedBuffer> take(Clock::time_point end);
+    std::vector<ReturnedBuffer> take();
+
+    // Whether onConfigChanged() has been called since the last call.
+    bool takeConfigChanged();
+
+    size_t outstanding() const;
+    size_t outstanding(uint32_t port) const;
+    Ledger ledger() const;
+    FrameTrace& trace() { return mTrace; }
+
+  private:
+    void traceOutstanding(uint32_t port);
+
+    FrameTrace mTrace;
+    mutable std::mutex mLock;
+    std::condition_variable mReturned;
+    Ledger mLedger;
+    std::vector<ReturnedBuffer> mDone;
+    bool mConfigChanged = false;
+};
+
+}  // namespace qoz::client

@@ -1,0 +1,52 @@
+// The command line.
+#pragma once
+
+#include "qozplay/cli/LogFilter.h"
+#include "qozplay/report/Stats.h"
+#include "qozplay/stream/ChangeSchedule.h"
+
+#include <host/control.h>
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace qozplay {
+
+struct Options {
+    std::string input;            // empty: the built-in scene
+    std::optional<Size> rawSize;  // given: the input is raw RGBA
+    std::optional<Rate> rate;     // of raw input and of the scene
+    std::optional<uint64_t> frames;
+    Size sceneSize{1280, 720};
+
+    uint32_t interp = 1;
+    uint32_t upscaleIndex = 0;
+    bool aisOnly = false;
+    bool motionVectors = true;
+    std::optional<Size> max;
+    std::vector<Change> changes;
+
+    std::string output;
+    std::string sheet;
+    std::optional<uint64_t> sheetAt;
+    std::string trace;
+    std::string vectors;
+    bool verify = false;
+    std::optional<uint32_t> truth;  // given: one frame of so many goes in, the others are held out
+    std::vector<Limit> budget;
+    std::string stats;
+    uint32_t sessions = 1;
+    std::vector<qoz::host::Fault> faults;
+    std::vector<std::pair<std::string, std::string>> properties;
+    LogFilter log;
+    bool serviceProcess = false;  // the service runs in a process of its own
+
+    bool outputIsPipe() const { return output == "-"; }
+};
+
+// Throws BadInput. When help was asked for, its text is in `help` and nothing else counts.
+Options parseOptions(int argc, const char* const argv[], std::string* help);
+
+}  // namespace qozplay

@@ -1,0 +1,22 @@
+// Where finished frames go.
+#pragma once
+
+#include "qozplay/media/Types.h"
+
+namespace qozplay {
+
+struct FinishedFrame {
+    uint64_t timestamp;  // microseconds
+    bool source;         // a source frame itself, not an interpolated one
+    Nv12View picture;
+};
+
+class FrameSink {
+  public:
+    virtual ~FrameSink() = default;
+
+    // Uses the picture within the call. False: no more frames are wanted. Throws SessionFailed.
+    virtual bool take(const FinishedFrame& frame) = 0;
+};
+
+}  // namespace qozplay

@@ -1,0 +1,60 @@
+#include "qozplay/media/Types.h"
+
+#include <charconv>
+
+namespace qozplay {
+
+uint64_t parseNumber(const std::string& text, uint64_t limit, const std::string& what) {
+    uint64_t value = 0;
+    const char* end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, value);
+    if (text.empty() || stop != end || error == std::errc::invalid_argument) {
+        throw BadInput(what + ": \"" + text + "\" is not a whole number");
+    }
+    if (error != std::errc() || value > limit) {
+        throw BadInput(what + ": " + text + " is more than " + std::to_string(limit));
+    }
+    return value;
+}
+
+Size parseSize(const std::string& text, const std::string& what) {
+    const size_t cross = text.find('x');
+    if (cross == std::string::npos) {
+        throw BadInput(what + ": \"" + text + "\" is not a size like 1280x720");
+    }
+    const auto side = [&](const std::string& part) {
+        return static_cast<uint32_t>(parseNumber(part, kMaxSide, what));
+    };
+    const Size size{side(text.substr(0, cross)), side(text.substr(cross + 1))};
+    if (size.width == 0 || size.height == 0) {
+        throw BadInput(what + ": a size of 0 holds no picture");
+    }
+    return size;
+}
+
+Rate parseRate(const std::string& text, const std::string& what) {
+    constexpr uint64_t kLimit = 1'000'000;
+    const size_t slash = text.find('/');
+    Rate rate;
+    rate.num = static_cast<uint32_t>(parseNumber(text.substr(0, slash), kLimit, what));
+    if (slash != std::string::npos) {
+        rate.den = static_cast<uint32_t>(parseNumber(text.substr(slash + 1), kLimit, what));
+    }
+    if (rate.num == 0 || rate.den == 0) throw BadInput(what + ": a rate of 0 shows no frames");
+    return rate;
+}
+
+// In two steps: frames times nanoseconds would not fit.
+int64_t timestampOf(Rate rate, uint64_t frame) {
+    constexpr uint64_t kNanoseconds = 1'000'000'000;
+    const uint64_t ticks = frame * rate.den;
+    return static_cast<int64_t>(ticks / rate.num * kNanoseconds +
+                                ticks % rate.num * kNanoseconds / rate.num);
+}
+
+std::string toText(Rate rate) {
+    if (rate.num % rate.den == 0) return std::to_string(rate.num / rate.den);
+    return format("%.3f", static_cast<double>(rate.num) / rate.den);
+}
+
+}  // namespace qozplay

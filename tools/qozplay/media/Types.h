@@ -1,0 +1,49 @@
+// Words that every part of the player uses.
+#pragma once
+
+#include "client/Pixels.h"
+#include "client/Types.h"
+
+namespace qozplay {
+
+using qoz::client::big;
+using qoz::client::Clock;
+using qoz::client::format;
+using qoz::client::milliseconds;
+using qoz::client::Nv12View;
+using qoz::client::SessionFailed;
+using qoz::client::Size;
+using qoz::client::toText;
+
+// Frames a second, as a fraction: 30000/1001 has no finite decimal form.
+struct Rate {
+    uint32_t num = 30;
+    uint32_t den = 1;
+
+    bool operator==(const Rate&) const = default;
+};
+
+// What the user gave cannot be used: exit code 2.
+class BadInput : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+constexpr uint32_t kMaxSide = 16384;  // beyond that a header is taken for nonsense
+
+// "1280x720"; throws BadInput that begins with `what`.
+Size parseSize(const std::string& text, const std::string& what);
+
+// "30", "29.97" is refused, "30000/1001" is taken; throws BadInput that begins with `what`.
+Rate parseRate(const std::string& text, const std::string& what);
+
+// A whole decimal number of at most `limit`, nothing around it; throws BadInput that begins with
+// `what`.
+uint64_t parseNumber(const std::string& text, uint64_t limit, const std::string& what);
+
+// Presentation time of a frame, nanoseconds.
+int64_t timestampOf(Rate rate, uint64_t frame);
+
+std::string toText(Rate rate);
+
+}  // namespace qozplay

@@ -1,0 +1,20 @@
+// Bounds for the figures of a run, as --budget gives them.
+#pragma once
+
+#include "qozplay/report/Stats.h"
+
+#include <string>
+#include <vector>
+
+namespace qozplay {
+
+// "p95=8ms,lost=0,interpolated=100". Throws BadInput.
+std::vector<Limit> parseBudget(const std::string& text);
+
+// The names of all figures, for the help.
+std::string budgetNames();
+
+// One sentence for each figure beyond its bound.
+std::vector<std::string> overBudget(const std::vector<Limit>& budget, const SessionStats& stats);
+
+}  // namespace qozplay

@@ -1,0 +1,76 @@
+// What the interpolated frames ought to look like: the frames of the clip that were held back, and
+// a score for each made one against them. The peers to beat are scored the same way.
+#pragma once
+
+#include "qozplay/media/FrameSink.h"
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <cstdint>
+#include <deque>
+#include <string>
+#include <vector>
+
+namespace qozplay {
+
+// How like the truth a picture is, in luma.
+struct Likeness {
+    double psnr = 0;  // dB; 128 for the same picture
+    double ssim = 0;
+};
+
+struct Score {
+    uint64_t frame;      // of the clip
+    uint64_t timestamp;  // of the interpolated frame, microseconds
+    Likeness interpolated;
+    Likeness repeated;  // the given frame before it, once more
+    Likeness blended;   // the given frames around it, mixed by distance
+};
+
+struct Scores {
+    std::vector<Score> frames;
+    uint64_t notInterpolated = 0;  // frames held out whose place stayed empty
+};
+
+class ReferenceScore final : public FrameSink {
+  public:
+    static constexpr uint32_t kMinSide = 16;  // pixels; SSIM needs a few windows
+
+    // Every `step`-th frame of the clip is given away, from the first on.
+    ReferenceScore(Size size, Rate rate, uint32_t step);
+
+    // A frame of the clip, in order; given frames are kept as well.
+    void keep(uint64_t frame, const uint8_t* rgba, size_t stride);
+
+    // A frame that came out, of the clip's size.
+    bool take(const FinishedFrame& frame) override;
+
+    const Scores& scores() const { return mScores; }
+
+  private:
+    using Luma = std::vector<uint8_t>;  // rows without padding
+    struct Picture {
+        uint64_t frame;
+        uint64_t timestamp;  // microseconds
+        Luma luma;
+        bool scored = false;
+    };
+
+    Likeness compare(const uint8_t* luma, int stride, const Luma& truth) const;
+    const Luma& lumaOf(uint64_t frame) const;
+    void score(const FinishedFrame& frame, Picture& truth);
+    void passed(uint64_t timestamp);
+
+    const Size mSize;
+    const Rate mRate;
+    const uint32_t mStep;
+    std::deque<Picture> mPictures;  // of the last frame that came out and later
+    Luma mSpare;                    // chroma that nobody looks at, and blends
+    Scores mScores;
+};
+
+// A table, a line a frame, and mean and least of each column.
+std::string toText(const Scores& scores);
+nlohmann::json toJson(const Scores& scores);
+
+}  // namespace qozplay

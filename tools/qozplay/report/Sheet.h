@@ -1,0 +1,49 @@
+// A picture of what the processing does: source frames and the frames made between them, side by
+// side in time order. One row an interval.
+#pragma once
+
+#include "qozplay/media/Canvas.h"
+#include "qozplay/media/FrameSink.h"
+
+#include <deque>
+#include <map>
+#include <optional>
+#include <utility>
+
+namespace qozplay {
+
+class Sheet final : public FrameSink {
+  public:
+    static constexpr uint32_t kIntervals = 2;
+    using Psnr = std::map<uint64_t, double>;  // microseconds, dB
+
+    // Keeps the frames with timestamps from `window->first` to `window->second`; without a window
+    // the last ones that come.
+    Sheet(std::string title, std::optional<std::pair<uint64_t, uint64_t>> window);
+
+    bool take(const FinishedFrame& frame) override;
+
+    // `psnr` of frames for which it is known, by timestamp. Throws SessionFailed: no source frame
+    // came, or the file cannot be written.
+    void save(const std::string& path, const Psnr& psnr = {}) const;
+
+  private:
+    struct Cell {
+        uint64_t timestamp;
+        bool source;
+        Image picture;
+    };
+    using Row = std::vector<const Cell*>;
+
+    std::vector<Row> rows() const;
+    Image draw(const std::vector<Row>& rows, const Psnr& psnr) const;
+    static std::string label(const Row& row, size_t column, const Psnr& psnr);
+    static void drawCell(const Surface& surface, int32_t x, int32_t y, const Cell& cell,
+                         const std::string& label);
+
+    const std::string mTitle;
+    const std::optional<std::pair<uint64_t, uint64_t>> mWindow;
+    std::deque<Cell> mCells;
+};
+
+}  // namespace qozplay

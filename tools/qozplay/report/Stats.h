@@ -1,0 +1,78 @@
+// The figures of a run, for people and for programs.
+#pragma once
+
+#include "client/Ledger.h"
+#include "qozplay/report/ReferenceScore.h"
+#include "qozplay/stream/ChangeSchedule.h"
+#include "qozplay/stream/FrameTracker.h"
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace qozplay {
+
+using qoz::client::Ledger;
+
+struct ChangeNote {
+    Change change;
+    double blocked;  // milliseconds that the client could not go on
+};
+
+struct SessionStats {
+    FrameTracker::Tally frames;
+    std::vector<double> blocked;  // milliseconds in process(), of each source frame
+    Ledger ledger;
+    std::vector<ChangeNote> changes;
+    std::vector<Change> notReached;
+    double seconds = 0;  // from the first frame's going in to the last one's coming out
+    Size firstOutput;
+    Size lastOutput;
+    std::string failure;    // empty: none
+    std::string violation;  // the first that --verify found; empty: none
+    std::string verified;   // what it checked; empty: nothing, or it found one
+    bool badInput = false;  // the failure is the input's
+};
+
+// Graphic buffers made once every session had sent its first ten frames.
+struct LateBuffers {
+    uint64_t component = 0;
+    uint64_t player = 0;  // rings that follow a change
+};
+
+// A bound for one of the figures, milliseconds where it is a time.
+struct Limit {
+    std::string figure;
+    double value;
+};
+
+struct RunStats {
+    std::string input;
+    std::string settings;
+    std::string output;
+    std::vector<SessionStats> sessions;
+    std::optional<LateBuffers> lateBuffers;  // none: the clip was too short
+    int descriptorsBefore = 0;               // open before the first session was enabled ...
+    int descriptorsAfter = 0;                // ... and after the last one was disabled
+    uint64_t faultsFired = 0;
+    std::optional<Scores> truth;  // none: nobody asked
+    std::vector<Limit> budget;
+    std::vector<std::string> failures;  // beside those of the sessions
+};
+
+// Nearest rank; `share` from 0 to 1. 0 for no values.
+double percentile(std::vector<double> values, double share);
+
+// 0 for no time.
+double perSecond(uint64_t count, double seconds);
+
+// One sentence for each thing that is off.
+std::vector<std::string> failures(const SessionStats& stats);
+std::vector<std::string> failures(const RunStats& stats);
+
+std::string summary(const RunStats& stats);
+nlohmann::json toJson(const RunStats& stats);
+
+}  // namespace qozplay

@@ -1,0 +1,47 @@
+// Changes while frames flow, as --at names them.
+#pragma once
+
+#include "qozplay/media/Types.h"
+
+#include <optional>
+#include <vector>
+
+namespace qozplay {
+
+struct Change {
+    enum class Kind {
+        Interp,   // `value` interpolated frames for each source frame
+        Upscale,  // `value` is the code: 0 = 1x, 1 = 1.5x, 2 = 2x
+        Size,     // source frames are scaled to `size`
+        Flush,
+    };
+
+    uint64_t frame = 0;  // takes place with this source frame; the first is 0
+    Kind kind = Kind::Flush;
+    uint32_t value = 0;
+    Size size;
+    std::string text;  // as given, without the frame
+};
+
+uint32_t parseInterp(const std::string& text, const std::string& what);
+uint32_t parseUpscale(const std::string& text, const std::string& what);
+
+// "30:interp=2", "60:upscale=1.5", "90:size=960x540", "120:flush". Throws BadInput.
+Change parseChange(const std::string& text);
+
+// What happens with each frame, in the order of the frames.
+class ChangeSchedule {
+  public:
+    ChangeSchedule() = default;
+    explicit ChangeSchedule(std::vector<Change> changes);
+
+    // Takes out what is due with `frame`.
+    std::vector<Change> due(uint64_t frame);
+
+    const std::vector<Change>& left() const { return mChanges; }
+
+  private:
+    std::vector<Change> mChanges;
+};
+
+}  // namespace qozplay

@@ -1,0 +1,234 @@
+#include "qozplay/stream/Session.h"
+
+#include "qozplay/report/ComponentDump.h"
+
+#include <libyuv.h>
+
+#include <utility>
+
+namespace qozplay {
+namespace {
+
+constexpr uint32_t kModeFrc = 1;
+constexpr uint32_t kModeAisOnly = 2;
+
+SessionFailed stalled(const Stream& stream) {
+    if (stream.serviceDied()) {
+        return SessionFailed(
+            format("the service died, buffers still outstanding: %zu", stream.outstanding()));
+    }
+    return SessionFailed(format("nothing moved for %lld s, buffers still outstanding: %zu",
+                                static_cast<long long>(Stream::kPatience.count()),
+                                stream.outstanding()));
+}
+
+}  // namespace
+
+Session::Session(const Options& options, std::string name, FrameSource& source,
+                 std::vector<FrameSink*> sinks, WarmUp& warmUp, std::function<bool()> serviceDied,
+                 Console* console)
+    : mOptions(options),
+      mName(std::move(name)),
+      mSource(source),
+      mWarmUp(warmUp),
+      mConsole(console),
+      mSchedule(options.changes),
+      mSettings{options.interp, options.upscaleIndex, source.size()},
+      mWanted(mSettings),
+      mReturns(mName),
+      mVpp(std::make_shared<android::VppComponent>()),
+      mStream(mVpp, mReturns, withVerifier(std::move(sinks)), std::move(serviceDied)) {}
+
+std::vector<FrameSink*> Session::withVerifier(std::vector<FrameSink*> sinks) {
+    if (mOptions.verify) sinks.push_back(&mVerifier.emplace());
+    return sinks;
+}
+
+SessionStats Session::run() {
+    attempt([&] {
+        start();
+        feed();
+    });
+    // A damaged clip is no reason to throw away the frames before the damage.
+    if (mStats.failure.empty() || mStats.badInput) attempt([&] { drain(); });
+    attempt([&] { finish(); });
+    collect();
+    return mStats;
+}
+
+// Keeps the first failure: what follows is most often its consequence.
+template <typename Work>
+void Session::attempt(Work work) {
+    try {
+        work();
+    } catch (const BadInput& error) {
+        if (mStats.failure.empty()) mStats.badInput = true;
+        if (mStats.failure.empty()) mStats.failure = error.what();
+    } catch (const SessionFailed& error) {
+        logState();
+        if (mStats.failure.empty()) mStats.failure = error.what();
+    }
+}
+
+// What the component was doing when things went wrong first; whoever turns the log on sees it.
+void Session::logState() {
+    if (!std::exchange(mStateLogged, true)) logDump(*mVpp);
+}
+
+android::ConfigParams Session::paramsFor(const Settings& settings) const {
+    return {mOptions.aisOnly ? kModeAisOnly : kModeFrc, 0, settings.interp, settings.upscaleIndex};
+}
+
+void Session::start() {
+    if (!mVpp->enable(mName, &mReturns, mOptions.log.wantsDiagnostics())) {
+        throw SessionFailed("the session could not be enabled");
+    }
+    mVpp->config(mSettings.size.width, mSettings.size.height, qoz::client::kRgba,
+                 paramsFor(mSettings), true);
+    if (mVpp->state() != android::VppComponent::ACTIVE) {
+        throw SessionFailed(format("the session did not start, its state is %s",
+                                   qoz::client::nameOf(mVpp->state())));
+    }
+    mStream.follow();
+    mStats.firstOutput = mStream.outputSize();
+}
+
+void Session::feed() {
+    for (uint64_t frame = 0; frame != mOptions.frames; ++frame) {
+        if (!feedFrame(frame)) break;
+        if (frame + 1 == WarmUp::kFrames) mWarmUp.passed();
+        if (mConsole == nullptr) continue;
+        mConsole->progress(frame + 1, mStream.framesOut(), mStream.outstanding());
+    }
+}
+
+void Session::drain() {
+    if (!mStream.awaitFrames()) throw stalled(mStream);
+}
+
+bool Session::feedFrame(uint64_t frame) {
+    if (!mStream.awaitRoom()) throw stalled(mStream);
+    if (mStream.stopped()) return false;
+    std::vector<Change> due = mSchedule.due(frame);
+    for (const Change& change : due) {
+        if (change.kind == Change::Kind::Size) mWanted.size = change.size;
+        if (change.kind == Change::Kind::Interp) mWanted.interp = change.value;
+        if (change.kind == Change::Kind::Upscale) mWanted.upscaleIndex = change.value;
+    }
+    const int32_t slot = mStream.takeSource(mWanted.size);
+    if (!fill(slot)) {
+        mStream.putBackSource(slot);
+        mStats.notReached = std::move(due);
+        return false;
+    }
+    for (const Change& change : due) {
+        if (change.kind == Change::Kind::Flush) flush(change);
+    }
+    sendSource(frame, slot);
+    for (const Change& change : due) {
+        if (change.kind == Change::Kind::Flush) continue;
+        mStats.changes.push_back({change, mStream.blocked().back()});
+    }
+    mStream.look();
+    mStream.queueOutputs();
+    return true;
+}
+
+// False: the clip is at its end.
+bool Session::fill(int32_t slot) {
+    const qoz::client::LockedPixels pixels(mStream.source(slot),
+                                           android::GraphicBuffer::USAGE_SW_WRITE_OFTEN);
+    const size_t stride = pixels.stride() * 4;
+    const Size clip = mSource.size();
+    if (pixels.size() == clip) return mSource.next(pixels.data(), stride);
+    const size_t clipStride = size_t{4} * clip.width;
+    mUnscaled.resize(clipStride * clip.height);
+    if (!mSource.next(mUnscaled.data(), clipStride)) return false;
+    libyuv::ARGBScale(mUnscaled.data(), static_cast<int>(clipStride), static_cast<int>(clip.width),
+                      static_cast<int>(clip.height), pixels.data(), static_cast<int>(stride),
+                      static_cast<int>(pixels.size().width), static_cast<int>(pixels.size().height),
+                      libyuv::kFilterBox);
+    return true;
+}
+
+void Session::flush(const Change& change) {
+    const Clock::time_point start = Clock::now();
+    mVpp->flushsync();
+    mStats.changes.push_back({change, milliseconds(Clock::now() - start)});
+    mStream.look();
+    mStream.tracker().flushed();
+    if (mVerifier) mVerifier->interrupted("flush");
+    if (mVpp->state() == android::VppComponent::ERROR) {
+        throw SessionFailed(format("the flush at frame %llu failed",
+                                   static_cast<unsigned long long>(change.frame)));
+    }
+}
+
+// A new size or ratio makes the component flush the service, so what is under way comes out first.
+// A new ratio does so after the frame that carries it has been queued: that one may be cleared
+// away.
+void Session::sendSource(uint64_t frame, int32_t slot) {
+    const bool resized = mWanted.size != mSettings.size;
+    const bool rescaled = mWanted.upscaleIndex != mSettings.upscaleIndex;
+    const bool carries = rescaled || mWanted.interp != mSettings.interp;
+    if (resized || rescaled) drain();
+    mStream.queueOutputs();
+
+    std::optional<android::ConfigParams> config;
+    if (carries) config = paramsFor(mWanted);
+    if (mVerifier && resized) mVerifier->interrupted("size change");
+    const int64_t timestamp = timestampOf(mSource.rate(), frame);
+    const bool taken = mStream.send(slot, timestamp, config);
+    if (mReturns.takeConfigChanged() || resized) mStream.follow();
+    if (!taken) {  // the next frame carries the settings again
+        if (mVerifier) mVerifier->refused();
+        return;
+    }
+    const uint64_t microseconds = static_cast<uint64_t>(timestamp) / 1000;
+    if (mVerifier) mVerifier->taken(frame, microseconds, mSettings.interp);
+    mSettings = mWanted;
+    if (!rescaled) return;
+    mStream.tracker().flushed();
+    if (mVerifier) mVerifier->interrupted("ratio change");
+}
+
+// Works after any failure: whatever is still outstanding is asked back, unless there is nobody to
+// ask.
+void Session::finish() {
+    if (mStream.serviceDied()) {
+        mStream.look();
+        logState();
+        mVpp->disable();
+        throw stalled(mStream);
+    }
+    mVpp->flushsync();
+    const bool flushed = mVpp->state() != android::VppComponent::ERROR;
+    const bool returned = mStream.awaitReturns();
+    if (!flushed || !returned) logState();
+    mVpp->disable();
+    if (!flushed) throw SessionFailed("the flush at the end failed");
+    if (!returned) throw stalled(mStream);
+}
+
+void Session::collect() {
+    if (mStream.stopped()) mStream.tracker().flushed();
+    mStats.frames = mStream.tracker().finish();
+    mStats.blocked = mStream.blocked();
+    mStats.seconds = mStream.seconds();
+    mStats.lastOutput = mStream.outputSize();
+    mStats.ledger = mReturns.ledger();
+    if (mVerifier) verify();
+    const std::vector<Change>& left = mSchedule.left();
+    mStats.notReached.insert(mStats.notReached.end(), left.begin(), left.end());
+    mStream.clear();
+    mVpp.reset();
+}
+
+void Session::verify() {
+    if (mStream.stopped()) mVerifier->interrupted("end");
+    mVerifier->close(mStats.ledger);
+    mStats.violation = mVerifier->violation();
+    if (mStats.violation.empty()) mStats.verified = mVerifier->summary();
+}
+
+}  // namespace qozplay

@@ -1,0 +1,26 @@
+// Tells the buffers that a run needs to get going from those made later. The host simulator counts
+// for the whole process, so the line is drawn when the last session has sent its first frames.
+#pragma once
+
+#include "qozplay/report/Stats.h"
+
+#include <mutex>
+
+namespace qozplay {
+
+class WarmUp {
+  public:
+    static constexpr uint64_t kFrames = 10;
+
+    explicit WarmUp(uint32_t sessions) : mWaitingFor(sessions) {}
+
+    void passed();  // by each session once; any thread
+    std::optional<LateBuffers> since();
+
+  private:
+    std::mutex mLock;
+    uint32_t mWaitingFor;
+    LateBuffers mBase;
+};
+
+}  // namespace qozplay
