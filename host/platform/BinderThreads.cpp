@@ -1,10 +1,12 @@
 #include <android/binder_process.h>
 #include <host/platform/BinderThreads.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -14,6 +16,7 @@ namespace qoz::host {
 namespace {
 
 constexpr int kThreads = 8;
+constexpr std::chrono::milliseconds kGrowthPause{10};  // while there is not a single thread
 
 struct Call {
     const std::function<void()>& work;
@@ -22,16 +25,15 @@ struct Call {
 };
 
 // Never destroyed, and its threads never end: like the platform's, the pool lives as long as the
-// process.
+// process. Where no thread is to be had it makes do with those it has, and grows with a later call.
 class Pool {
   public:
     void start() {
         const std::lock_guard lock(mLock);
-        if (mStarted) return;
         mStarted = true;
-        for (int i = 1; i <= kThreads; ++i) {
-            std::thread([this, i] { serve(i); }).detach();
-        }
+        if (grow()) return;
+        for (Call* call : mWaiting)
+            call->finished.notify_one();
     }
 
     void run(const std::function<void()>& work) {
@@ -39,10 +41,29 @@ class Pool {
         std::unique_lock lock(mLock);
         mWaiting.push_back(&call);
         mPosted.notify_one();
-        call.finished.wait(lock, [&call] { return call.done; });
+        while (!call.done) {
+            if (mStarted && !grow()) {
+                call.finished.wait_for(lock, kGrowthPause);
+            } else {
+                call.finished.wait(lock, [&] { return call.done || (mStarted && mThreads == 0); });
+            }
+        }
     }
 
   private:
+    // Makes the threads that are still missing, as far as they are to be had; false: there is none.
+    // mLock is held.
+    bool grow() {
+        try {
+            for (; mThreads < kThreads; ++mThreads) {
+                std::thread([this, number = mThreads + 1] { serve(number); }).detach();
+            }
+        } catch (const std::system_error&) {
+            return mThreads > 0;
+        }
+        return true;
+    }
+
     void serve(int number) {
         pthread_setname_np(pthread_self(), ("binder:" + std::to_string(number)).c_str());
         std::unique_lock lock(mLock);
@@ -62,6 +83,7 @@ class Pool {
     std::condition_variable mPosted;
     std::deque<Call*> mWaiting;
     bool mStarted = false;
+    int mThreads = 0;
 };
 
 Pool& pool() {
