@@ -105,6 +105,7 @@ enum class FaultKind {
     Keep,       // answer with `code`, and do it all the same
     Swap,       // answer after the answer that follows
     Stray,      // before the answer one that nobody waits for, of values out of all range
+    Within,     // answer from within the call, on the thread that makes it
     Die,        // the service dies
 };
 
@@ -122,7 +123,7 @@ struct Fault {
 
 // "queueBuf=7", "queueBuf=7@3" (third call), "flush=drop@2+" (second call and all after),
 // "drain=late:500". Words: drop, late:MS, twice, unknown, keep:CODE, swap, stray,
-// transport, die.
+// transport, within, die.
 std::optional<Fault> parseFault(const std::string& text, std::string* error);
 
 // The text that parseFault() reads as this; of the counts it knows 1 and 0.

@@ -103,7 +103,7 @@ TEST_F(Dump, WaitsNeitherForTheClientNorForTheService) {
 }
 
 // For the sanitizers: another thread looks all the while.
-TEST_F(EvenTest, DumpsWhileAStreamLivesAndChanges) {
+TEST_F(ResourceTest, DumpsWhileAStreamLivesAndChanges) {
     const LogCapture log;
     const host::VppService service;
     client::LiveClient client;

@@ -13,7 +13,7 @@ constexpr uint32_t kH = 192;
 constexpr uint32_t kBox = 48;
 constexpr int64_t kFrameNs = 33333000;
 
-class EndToEnd : public EvenTest {
+class EndToEnd : public ResourceTest {
   protected:
     // One frame as it came out. Luma only, rows without padding.
     struct OutFrame {

@@ -14,7 +14,7 @@
 #include <set>
 #include <sstream>
 
-#include "support/FaultPlay.h"
+#include "support/FaultScenario.h"
 #include "support/Fixture.h"
 
 namespace qoz::test {
@@ -22,13 +22,13 @@ namespace {
 
 using host::Fault;
 using host::FaultKind;
-using Script = void (*)(FaultPlay&);
+using Script = void (*)(FaultScenario&);
 
 constexpr std::chrono::milliseconds kSlack = kSanitized ? 3000ms : 1000ms;  // of a busy machine
 constexpr std::chrono::milliseconds kRealWait = 3000ms;
 constexpr std::chrono::milliseconds kRealSlack = kSanitized ? 1000ms : 100ms;
 
-void playOn(FaultPlay& play) {
+void playOn(FaultScenario& play) {
     play.playOn();
 }
 
@@ -120,7 +120,7 @@ void addService(std::vector<Row>& rows) {
                     {{"queueBuf", FaultKind::Keep, 7, 1, 1}}});
 }
 
-void withFewDescriptors(FaultPlay& play) {
+void withFewDescriptors(FaultScenario& play) {
     rlimit before = {};
     getrlimit(RLIMIT_NOFILE, &before);
     rlimit few = before;
@@ -132,7 +132,7 @@ void withFewDescriptors(FaultPlay& play) {
 }
 
 // A stack that no address space holds: no thread can be made.
-void withoutThreads(FaultPlay& play) {
+void withoutThreads(FaultScenario& play) {
     play.disable();
     pthread_attr_t before;
     pthread_attr_t none;
@@ -174,28 +174,28 @@ void addPlatform(std::vector<Row>& rows) {
 }
 
 template <int64_t... kTimes>
-void atTimes(FaultPlay& play) {
+void atTimes(FaultScenario& play) {
     for (const int64_t time : {kTimes...})
         play.frameAt(time);
     play.playOn();
 }
 
 template <int32_t kSlot>
-void lendTwice(FaultPlay& play) {
+void lendTwice(FaultScenario& play) {
     play.frames(1, 64, 48);
     play.lendOnceMore(kSlot);
     play.playOn();
 }
 
 template <uint32_t kWidth, uint32_t kHeight>
-void ofSize(FaultPlay& play) {
+void ofSize(FaultScenario& play) {
     play.frames(2, 64, 48);
     play.frames(2, kWidth, kHeight);
     play.playOn();
 }
 
 // Blocks the worker in the client's code until the session is gone and only disable() waits for it.
-void withBlockedCallback(FaultPlay& play) {
+void withBlockedCallback(FaultScenario& play) {
     std::latch release(1);
     std::atomic<bool> released{false};
     play.client.onReturn = [&, driver = std::this_thread::get_id()] {
@@ -232,12 +232,12 @@ void addClient(std::vector<Row>& rows) {
         {"frames of 2147483647x2147483647", ofSize<0x7FFFFFFF, 0x7FFFFFFF>},
         {"callback blocks", withBlockedCallback},
         {"callback takes 10 ms",
-         [](FaultPlay& play) {
+         [](FaultScenario& play) {
              play.client.onReturn = [] { std::this_thread::sleep_for(10ms); };
              play.playOn();
          }},
         {"callback asks the getters",
-         [](FaultPlay& play) {
+         [](FaultScenario& play) {
              play.client.onReturn = [vpp = play.client.vpp.get()] {
                  int format = 0;
                  vpp->GetFormat(1, format);
@@ -249,7 +249,7 @@ void addClient(std::vector<Row>& rows) {
              play.disable();
              play.client.onReturn = {};
          }},
-        {"disable with buffers in flight", [](FaultPlay& play) { play.frames(5, 64, 48); }},
+        {"disable with buffers in flight", [](FaultScenario& play) { play.frames(5, 64, 48); }},
     };
     for (const auto& [name, script] : scripts)
         rows.push_back({.name = name, .script = script});
@@ -269,7 +269,7 @@ std::vector<Row> allRows() {
     return rows;
 }
 
-class Faults : public EvenTest, public testing::WithParamInterface<Row> {
+class Faults : public ResourceTest, public testing::WithParamInterface<Row> {
   protected:
     static void TearDownTestSuite() {
         const char* folder = getenv("QOZ_WRITE_DOCS");
@@ -280,10 +280,10 @@ class Faults : public EvenTest, public testing::WithParamInterface<Row> {
             page << line;
     }
 
-    void run(FaultPlay& play);
-    void checkTimes(const FaultPlay& play);
-    void checkBooks(const FaultPlay& play, const client::Ledger& atDisable);
-    void note(const FaultPlay& play, const client::Ledger& books);
+    void run(FaultScenario& play);
+    void checkTimes(const FaultScenario& play);
+    void checkBooks(const FaultScenario& play, const client::Ledger& atDisable);
+    void note(const FaultScenario& play, const client::Ledger& books);
     std::string newErrors();
 
     static const char* const kPageHead;
@@ -316,12 +316,12 @@ TEST_P(Faults, LoseNothingElseAndStopNobody) {
     for (const auto& [name, value] : GetParam().properties)
         host::setProperty(name, value);
     if (GetParam().throws) {
-        EXPECT_THROW(FaultPlay(kShortWait, 0), std::logic_error);
+        EXPECT_THROW(FaultScenario(kShortWait, 0), std::logic_error);
         sLines.push_back("| " + GetParam().name +
                          " | the constructor throws | 0.0 s | none lent |\n");
         return;
     }
-    FaultPlay play(GetParam().realWait ? kRealWait : kShortWait, GetParam().lossy());
+    FaultScenario play(GetParam().realWait ? kRealWait : kShortWait, GetParam().lossy());
     run(play);
     if (HasFailure()) return;
     host::clearFaults();
@@ -331,10 +331,10 @@ TEST_P(Faults, LoseNothingElseAndStopNobody) {
         service.emplace();
     }
     if (GetParam().properties.empty()) return play.expectHealth();
-    FaultPlay(kShortWait, 0).expectHealth();  // a component keeps what it has read
+    FaultScenario(kShortWait, 0).expectHealth();  // a component keeps what it has read
 }
 
-void Faults::run(FaultPlay& play) {
+void Faults::run(FaultScenario& play) {
     for (const Fault& fault : GetParam().faults)
         host::armFault(fault);
     play.start(GetParam().params);
@@ -347,7 +347,7 @@ void Faults::run(FaultPlay& play) {
     note(play, books);
 }
 
-void Faults::checkTimes(const FaultPlay& play) {
+void Faults::checkTimes(const FaultScenario& play) {
     const bool real = GetParam().realWait;
     EXPECT_LE(play.longest,
               GetParam().waits() * (real ? kRealWait : kLate) + (real ? kRealSlack : kSlack));
@@ -357,7 +357,7 @@ void Faults::checkTimes(const FaultPlay& play) {
 
 // From a flush that succeeds everything has come back but what the fault itself kept. A session
 // that closes drops what is with it, and the one source that is the motion reference.
-void Faults::checkBooks(const FaultPlay& play, const client::Ledger& atDisable) {
+void Faults::checkBooks(const FaultScenario& play, const client::Ledger& atDisable) {
     EXPECT_LE(play.client.doubled(), GetParam().mayDouble());
     EXPECT_EQ(atDisable.totals().wrongPort, 0);
     EXPECT_LE(atDisable.outstanding(client::kSourcePort), 1);
@@ -378,7 +378,7 @@ std::string Faults::newErrors() {
     return {};
 }
 
-void Faults::note(const FaultPlay& play, const client::Ledger& books) {
+void Faults::note(const FaultScenario& play, const client::Ledger& books) {
     std::ostringstream line;
     line << "| " << GetParam().name << " | ";
     const std::string message = newErrors();

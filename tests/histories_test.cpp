@@ -255,7 +255,7 @@ class Player {
     int64_t mNow = 0;
 };
 
-class Histories : public EvenTest {
+class Histories : public ResourceTest {
   protected:
     // What is wrong after this history; empty when nothing is.
     std::string play(const History& history) {

@@ -12,7 +12,7 @@ namespace {
 
 constexpr int64_t kFrameNs = 16000000;
 
-class Stress : public EvenTest {
+class Stress : public ResourceTest {
   protected:
     // One stream with `changes` random changes; what is wrong with it afterwards.
     static std::string play(uint32_t seed, int changes) {

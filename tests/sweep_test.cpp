@@ -127,7 +127,7 @@ class HoldingVpp : public host::NullSession {
     std::thread mAnswerer;
 };
 
-class Sweep : public EvenTest {
+class Sweep : public ResourceTest {
   protected:
     // One stream of 20 frames, with `arm` in force inside the component; "" when all is accounted
     // for.

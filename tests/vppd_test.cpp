@@ -75,7 +75,7 @@ char stateOf(pid_t pid) {
     return name == std::string::npos ? '?' : line[name + 2];
 }
 
-class Vppd : public EvenTest {
+class Vppd : public ResourceTest {
   protected:
     static int sessionCount() {
         int32_t count = -1;

@@ -57,13 +57,23 @@ TEST_F(VppServiceTest, FactorGivenAfterAFrameHoldsFromThatFrame) {
     EXPECT_EQ(mRecorder->seen("output 1"), Lines{output(1, 2500)});
     EXPECT_NEAR(yuvAt(between, 20, 20)[0], 100, 1);
 
+    // Control never reaches back: an interval that a queued source has closed keeps its factor,
+    // though nothing of it has been written yet.
+    source(4, 5000);
+    source(5, 6000);
+    ASSERT_EQ(steer({{1000, 3}}), 0);
+    for (int id = 4; id < 8; ++id)
+        lend(id);
+    ASSERT_TRUE(mRecorder->await(output(7, 6000)));
+    EXPECT_EQ(mRecorder->seen("output 6"), Lines{output(6, 5500)});
+
     // The AIS control alone: frames are only scaled.
     vpp::VppCtrlAis ais;
     ais.mode = 2;
     ASSERT_EQ(ask(&IVpp::setCtrlAis, ais), 0);
     lend(3);
-    source(2, 5000);
-    ASSERT_TRUE(mRecorder->await(output(3, 5000)));
+    source(2, 7000);
+    ASSERT_TRUE(mRecorder->await(output(3, 7000)));
 }
 
 TEST_F(VppServiceTest, WaitsForLentOutputsAndDrainsAsFarAsTheyGo) {
@@ -95,8 +105,8 @@ TEST_F(VppServiceTest, FlushReturnsWhatItHoldsBeforeItsEventAndStartsAfresh) {
     ASSERT_TRUE(mRecorder->await("flush", 2));
     EXPECT_EQ(mRecorder->seen(),
               (Lines{output(9, 1000), "input 0 at 1000, 8192 bytes", "input 1 at 2000, 8192 bytes",
-                     "input 2 at 3000, 8192 bytes", "flush 0", "unfilled 0 at 1, 0 bytes",
-                     "unfilled 1 at 1, 0 bytes", "flush 1"}));
+                     "input 2 at 3000, 8192 bytes", "flush 0", "unfilled 0 at 0, 0 bytes",
+                     "unfilled 1 at 0, 0 bytes", "flush 1"}));
     lend(4);
     source(4, 9000);
     ASSERT_TRUE(mRecorder->await(output(4, 9000))) << "no interval across a flush";
@@ -108,8 +118,9 @@ TEST_F(VppServiceTest, ReconfigureEmptiesBothPortsThenUsesTheNewSizes) {
     ASSERT_EQ(ask(&IVpp::reconfigure, port({32, 32}), port({96, 64})), 0);
     ASSERT_TRUE(mRecorder->await("reconfig 0"));
     EXPECT_EQ(mRecorder->seen(),
-              (Lines{"unfilled 0 at 1, 0 bytes", "unfilled 1 at 1, 0 bytes", "reconfig 0"}));
+              (Lines{"unfilled 0 at 0, 0 bytes", "unfilled 1 at 0, 0 bytes", "reconfig 0"}));
     EXPECT_NE(lend(2), 0) << "an output of the old size is too small now";
+    EXPECT_NE(lend(2, frame({96, 96})), 0) << "one too large is laid out for another size";
     const auto to = frame({96, 64});
     EXPECT_EQ(lend(2, to), 0);
     const Picture ramp = [](int x, int) { return 100 + x; };
@@ -239,6 +250,23 @@ TEST_F(VppServiceTest, ArmedFaultsDoWhatTheySay) {
         EXPECT_EQ(got, wanted) << fault;
         clearFaults();
     }
+}
+
+TEST_F(VppServiceTest, AnswersFromWithinTheCallWhenAFaultSaysSo) {
+    openAt(0);
+    mRecorder->mayComeWithin = true;
+    const auto here = std::this_thread::get_id();
+    Lines within;
+    mRecorder->onSeen = [&](const std::string& what) {
+        if (std::this_thread::get_id() == here) within.push_back(what);
+    };
+    for (const char* operation : {"flush", "drain", "reconfigure"})
+        armFault({.operation = operation, .kind = FaultKind::Within});
+    feed(2, 2);
+    EXPECT_EQ(flush(VppPort::OUTPUT), 0);
+    EXPECT_EQ(ask(&IVpp::drain), 0);
+    EXPECT_EQ(ask(&IVpp::reconfigure, port(kSmall), port(kSmall)), 0);
+    EXPECT_EQ(within, (Lines{"flush 1", "drain", "reconfig 0"}));
 }
 
 TEST_F(VppServiceTest, DeathEndsEveryCallAndLetsGoOfEverything) {

@@ -36,11 +36,11 @@ bool firesNow(const Armed& row) {
 
 using Word = std::pair<std::string_view, FaultKind>;
 
-constexpr Word kWords[] = {{"drop", FaultKind::Drop},   {"late", FaultKind::Late},
-                           {"twice", FaultKind::Twice}, {"unknown", FaultKind::Unknown},
-                           {"keep", FaultKind::Keep},   {"swap", FaultKind::Swap},
-                           {"stray", FaultKind::Stray}, {"transport", FaultKind::Transport},
-                           {"die", FaultKind::Die}};
+constexpr Word kWords[] = {{"drop", FaultKind::Drop},     {"late", FaultKind::Late},
+                           {"twice", FaultKind::Twice},   {"unknown", FaultKind::Unknown},
+                           {"keep", FaultKind::Keep},     {"swap", FaultKind::Swap},
+                           {"stray", FaultKind::Stray},   {"transport", FaultKind::Transport},
+                           {"within", FaultKind::Within}, {"die", FaultKind::Die}};
 
 bool hasNumber(FaultKind kind) {
     return kind == FaultKind::Late || kind == FaultKind::Keep;

@@ -100,7 +100,7 @@ void CallbackDispatcher::run() {
     std::optional<Delivery> swapped;  // with the one that follows
     for (Delivery delivery; next(&delivery); delivery = {}) {
         if (!isDue(&delivery)) continue;
-        if (delivery.verdict->manner == Manner::Swap && !swapped) {
+        if (delivery.effect->manner == Manner::Swap && !swapped) {
             delivery.to.reset();  // stop() lets go of the client's object
             swapped = std::move(delivery);
             continue;
@@ -139,45 +139,51 @@ bool CallbackDispatcher::next(Delivery* out) {
 
 // True when it is this dispatcher's turn to bring it, now.
 bool CallbackDispatcher::isDue(Delivery* delivery) {
-    if (delivery->verdict) return true;
+    if (delivery->effect) return true;
     Callback& callback = delivery->callback;
     if (callback.barrier != nullptr && callback.barrier->fetch_sub(1) > 1) return false;
     if (callback.manner != Manner::Plain) {
-        delivery->verdict.emplace().manner = callback.manner;
+        delivery->effect.emplace().manner = callback.manner;
         return true;
     }
-    const Verdict verdict = mGate->judge(nameOf(callback.kind));
-    delivery->verdict = verdict;
-    if (verdict.delay.count() <= 0) return true;
+    const FaultEffect effect = mFaults->effectOn(nameOf(callback.kind));
+    delivery->effect = effect;
+    if (effect.delay.count() <= 0) return true;
     const std::lock_guard lock(mLock);
-    if (!mStopped) mDelayed.emplace(Clock::now() + verdict.delay, std::move(*delivery));
+    if (!mStopped) mDelayed.emplace(Clock::now() + effect.delay, std::move(*delivery));
     return false;
 }
 
 void CallbackDispatcher::deliver(Delivery* delivery) const {
-    const Verdict& verdict = *delivery->verdict;
-    if (verdict.lost || verdict.manner == Manner::Drop) return;
+    const FaultEffect& effect = *delivery->effect;
+    if (effect.lost || effect.manner == Manner::Drop) return;
     VppBuffer& buffer = delivery->callback.buffer;
-    if (verdict.answer && delivery->callback.kind == Callback::Kind::OutputDone) {
+    if (effect.answer && delivery->callback.kind == Callback::Kind::OutputDone) {
         buffer.pixelFilledLen = 0;
+        buffer.timestamp = 0;
     }
-    if (verdict.manner == Manner::Unknown) buffer.cookie = (buffer.cookie & ~kIdBits) | kUnknownId;
-    if (verdict.manner == Manner::Stray) {
+    if (effect.manner == Manner::Unknown) buffer.cookie = (buffer.cookie & ~kIdBits) | kUnknownId;
+    if (effect.manner == Manner::Stray) {
         call(*delivery->to, strayLike(delivery->callback), static_cast<VppError>(INT32_MIN));
     }
-    const int times = verdict.manner == Manner::Twice ? 2 : 1;
+    const int times = effect.manner == Manner::Twice ? 2 : 1;
     for (int i = 0; i < times; ++i) {
-        call(*delivery->to, delivery->callback, verdict.answer.value_or(VppError::VPP_OK));
+        call(*delivery->to, delivery->callback, effect.answer.value_or(VppError::VPP_OK));
     }
 }
 
 void CallbackDispatcher::call(vpp::IVppCallbacks& to, const Callback& callback,
                               VppError status) const {
-    callOnBinderThread([&] {
+    const auto work = [&] {
         tDispatching = this;
         callOn(to, callback, status);
         tDispatching = nullptr;
-    });
+    };
+    if (callback.within == nullptr) return callOnBinderThread(work);
+    std::packaged_task<void()> nested(work);
+    const auto made = nested.get_future();
+    callback.within->set_value(std::move(nested));
+    made.wait();
 }
 
 }  // namespace qoz::host::vppservice

@@ -1,7 +1,7 @@
 // Brings what one port has for the client to it, in the order posted.
 #pragma once
 
-#include "host/vppservice/FaultGate.h"
+#include "host/vppservice/FaultInjector.h"
 #include "host/vppservice/Types.h"
 #include "host/vppservice/Worker.h"
 
@@ -29,14 +29,17 @@ struct Callback {
     VppPort port = {};      // of a flush
     // An event of both ports is posted to both dispatchers; the last one to reach it brings it.
     std::shared_ptr<std::atomic<int>> barrier = nullptr;
+    // Who makes the call in place of a binder thread; null: a binder thread does.
+    std::shared_ptr<NestedCall> within = nullptr;
 };
 
 // Owned by the engine of a session. It has one thread, which makes each call on a binder thread
 // with no lock held. Callbacks that a fault delays wait aside and hold no other up.
 class CallbackDispatcher : public std::enable_shared_from_this<CallbackDispatcher> {
   public:
-    CallbackDispatcher(std::shared_ptr<vpp::IVppCallbacks> client, std::shared_ptr<FaultGate> gate)
-        : mGate(std::move(gate)), mClient(std::move(client)) {}
+    CallbackDispatcher(std::shared_ptr<vpp::IVppCallbacks> client,
+                       std::shared_ptr<FaultInjector> faults)
+        : mFaults(std::move(faults)), mClient(std::move(client)) {}
 
     // Throws std::system_error when there is no thread to be had; may be tried again.
     void start();
@@ -53,7 +56,7 @@ class CallbackDispatcher : public std::enable_shared_from_this<CallbackDispatche
     // A callback on its way, with the object that it goes to.
     struct Delivery {
         Callback callback;
-        std::optional<Verdict> verdict;  // once a fault has been looked for
+        std::optional<FaultEffect> effect;  // once a fault has been looked for
         std::shared_ptr<vpp::IVppCallbacks> to;
     };
 
@@ -63,7 +66,7 @@ class CallbackDispatcher : public std::enable_shared_from_this<CallbackDispatche
     void deliver(Delivery* delivery) const;
     void call(vpp::IVppCallbacks& to, const Callback& callback, VppError status) const;
 
-    const std::shared_ptr<FaultGate> mGate;
+    const std::shared_ptr<FaultInjector> mFaults;
 
     std::mutex mLock;
     std::condition_variable mCond;

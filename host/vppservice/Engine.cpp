@@ -20,9 +20,9 @@ uint64_t timeBetween(uint64_t from, uint64_t to, uint32_t index, uint32_t factor
 }  // namespace
 
 Engine::Engine(const std::shared_ptr<vpp::IVppCallbacks>& callbacks,
-               const std::shared_ptr<FaultGate>& gate)
-    : mInputDispatcher(std::make_shared<CallbackDispatcher>(callbacks, gate)),
-      mOutputDispatcher(std::make_shared<CallbackDispatcher>(callbacks, gate)) {}
+               const std::shared_ptr<FaultInjector>& faults)
+    : mInputDispatcher(std::make_shared<CallbackDispatcher>(callbacks, faults)),
+      mOutputDispatcher(std::make_shared<CallbackDispatcher>(callbacks, faults)) {}
 
 void Engine::start() {
     mInputDispatcher->start();
@@ -31,7 +31,7 @@ void Engine::start() {
 }
 
 void Engine::stop() {
-    std::deque<ImportedBuffer> inputs;
+    std::deque<QueuedSource> inputs;
     std::deque<ImportedBuffer> outputs;
     std::deque<Command> commands;
     {
@@ -60,9 +60,20 @@ void Engine::clearFrc() {
 void Engine::queueInput(ImportedBuffer buffer) {
     const std::lock_guard lock(mLock);
     if (mStopped) return;
-    mInputs.push_back(std::move(buffer));
+    const uint32_t between = framesBefore(buffer);
+    mNewest = {buffer.record.timestamp, buffer.sizes.input};
+    mInputs.push_back({std::move(buffer), between});
     ++mQueued;
     mCond.notify_one();
+}
+
+// How many frames go between the source queued last and this one; none when it begins afresh.
+// mLock is held.
+uint32_t Engine::framesBefore(const ImportedBuffer& source) {
+    if (!mNewest) return 0;
+    const auto& [timestamp, size] = *mNewest;
+    const bool follows = timestamp < source.record.timestamp && size == source.sizes.input;
+    return follows ? mFrc.factorAt(timestamp) : 0;
 }
 
 void Engine::queueOutput(ImportedBuffer buffer) {
@@ -72,23 +83,23 @@ void Engine::queueOutput(ImportedBuffer buffer) {
     mCond.notify_one();
 }
 
-void Engine::flush(VppPort port, Manner manner) {
+void Engine::flush(VppPort port, Answer answer) {
     give({.event = Callback::Kind::FlushDone,
-          .manner = manner,
+          .answer = std::move(answer),
           .port = port,
           .clearsInput = port == VppPort::INPUT,
           .clearsOutput = port == VppPort::OUTPUT});
 }
 
-void Engine::reconfigure(Manner manner) {
+void Engine::reconfigure(Answer answer) {
     give({.event = Callback::Kind::ReconfigDone,
-          .manner = manner,
+          .answer = std::move(answer),
           .clearsInput = true,
           .clearsOutput = true});
 }
 
-void Engine::drain(Manner manner) {
-    give({.event = Callback::Kind::DrainDone, .manner = manner});
+void Engine::drain(Answer answer) {
+    give({.event = Callback::Kind::DrainDone, .answer = std::move(answer)});
 }
 
 void Engine::give(Command command) {
@@ -98,6 +109,7 @@ void Engine::give(Command command) {
     if (command.clearsInput) {
         command.inputs.swap(mInputs);
         mTaken = mQueued;
+        mNewest.reset();
     }
     if (command.clearsOutput) command.outputs.swap(mOutputs);
     mCommands.push_back(std::move(command));
@@ -121,7 +133,7 @@ void Engine::run() {
                 break;
             }
             case Step::Begin: {
-                ImportedBuffer input = std::move(mInputs.front());
+                QueuedSource input = std::move(mInputs.front());
                 mInputs.pop_front();
                 ++mTaken;
                 lock.unlock();
@@ -157,10 +169,11 @@ bool Engine::isDue(const Command& command) const {
 
 void Engine::obey(Command command) {
     if (command.clearsInput) abandon();
-    for (ImportedBuffer& input : command.inputs) {
-        postInput(std::move(input));
+    for (QueuedSource& input : command.inputs) {
+        postInput(std::move(input.buffer));
     }
     for (ImportedBuffer& output : command.outputs) {
+        output.record.timestamp = 0;  // it holds no frame, of whatever time
         postOutput(std::move(output));
     }
     announce(command);
@@ -173,22 +186,21 @@ void Engine::announce(const Command& command) {
     const auto callback = [&] {
         Callback made;
         made.kind = command.event;
-        made.manner = command.manner;
+        made.manner = command.answer.manner;
         made.port = command.port;
         made.barrier = barrier;
+        made.within = command.answer.within;
         return made;
     };
     if (both || command.port == VppPort::INPUT) mInputDispatcher->post(callback());
     if (both || command.port == VppPort::OUTPUT) mOutputDispatcher->post(callback());
 }
 
-void Engine::begin(ImportedBuffer input) {
+void Engine::begin(QueuedSource input) {
     const TraceSlice slice("begin interval");
     Job job;
-    job.source = mRenderer.open(std::move(input));
-    const bool follows = mReference && mReference->timestamp < job.source.timestamp &&
-                         mReference->view.size == job.source.view.size;
-    if (follows) job.factor = factorAt(mReference->timestamp);
+    job.source = mRenderer.open(std::move(input.buffer));
+    job.factor = input.between;
     if (job.factor > 0) mRenderer.beginInterval(*mReference, job.source);
     mJob = std::move(job);
 }

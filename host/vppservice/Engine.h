@@ -6,7 +6,9 @@
 //   flush, ... ──> mCommands ┘                       └──> input dispatcher ───> client
 //
 // Commands overtake frames but never interrupt one that is being written. What a command returns
-// is taken out of the queues when the command is given, so that buffers queued after it stay.
+// is taken out of the queues when the command is given, so that buffers queued after it stay. The
+// factor of an interval is decided when the source that closes it is queued: control that comes
+// later never reaches back.
 #pragma once
 
 #include "host/vppservice/CallbackDispatcher.h"
@@ -19,6 +21,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace qoz::host::vppservice {
@@ -26,7 +29,7 @@ namespace qoz::host::vppservice {
 class Engine : public std::enable_shared_from_this<Engine> {
   public:
     Engine(const std::shared_ptr<vpp::IVppCallbacks>& callbacks,
-           const std::shared_ptr<FaultGate>& gate);
+           const std::shared_ptr<FaultInjector>& faults);
 
     // Throws std::system_error when there is no thread to be had; may be tried again.
     void start();
@@ -43,19 +46,25 @@ class Engine : public std::enable_shared_from_this<Engine> {
 
     // Each is answered by its event. A flush or a reconfiguration first sends back, unfilled, all
     // that is held of its ports, and the next source starts afresh.
-    void flush(VppPort port, Manner manner);
-    void reconfigure(Manner manner);
+    void flush(VppPort port, Answer answer);
+    void reconfigure(Answer answer);
     // Finishes the sources queued so far, or as many as the lent outputs allow.
-    void drain(Manner manner);
+    void drain(Answer answer);
 
   private:
+    // A queued source, and how many frames go between it and the source queued before it.
+    struct QueuedSource {
+        ImportedBuffer buffer;
+        uint32_t between = 0;
+    };
+
     struct Command {
         Callback::Kind event;
-        Manner manner;
+        Answer answer;
         VppPort port = {};
         bool clearsInput = false;
         bool clearsOutput = false;
-        std::deque<ImportedBuffer> inputs = {};  // held when the command was given
+        std::deque<QueuedSource> inputs = {};  // held when the command was given
         std::deque<ImportedBuffer> outputs = {};
         uint64_t until = 0;  // sources taken up, for a drain
     };
@@ -74,7 +83,7 @@ class Engine : public std::enable_shared_from_this<Engine> {
     Step awaitStep(std::unique_lock<std::mutex>& lock);
     bool isDue(const Command& command) const;
     void obey(Command command);
-    void begin(ImportedBuffer input);
+    void begin(QueuedSource input);
     void write(ImportedBuffer output);
     void retire();
     void abandon();
@@ -82,6 +91,7 @@ class Engine : public std::enable_shared_from_this<Engine> {
     void postInput(ImportedBuffer buffer);
     void postOutput(ImportedBuffer buffer);
     void announce(const Command& command);
+    uint32_t framesBefore(const ImportedBuffer& source);
     uint32_t factorAt(uint64_t timestamp);
 
     const std::shared_ptr<CallbackDispatcher> mInputDispatcher;
@@ -90,10 +100,12 @@ class Engine : public std::enable_shared_from_this<Engine> {
     std::mutex mLock;
     std::condition_variable mCond;
     // Guarded by mLock.
-    std::deque<ImportedBuffer> mInputs;
+    std::deque<QueuedSource> mInputs;
     std::deque<ImportedBuffer> mOutputs;
     std::deque<Command> mCommands;
     FrcControl mFrc;
+    // Time and size of the source queued last; none after what begins afresh.
+    std::optional<std::pair<uint64_t, FrameSize>> mNewest;
     uint64_t mQueued = 0;  // sources, ever
     uint64_t mTaken = 0;   // of these, no longer in mInputs
     bool mStopped = false;

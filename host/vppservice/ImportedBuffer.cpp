@@ -148,8 +148,11 @@ VppError BufferImporter::mapPixels(VppPort port, ImportedBuffer* out) {
     const bool isOutput = port == VppPort::OUTPUT;
     const uint64_t bytes = frameBytes(isOutput ? out->sizes.output : out->sizes.input);
     if (!isOutput && record.pixelFilledLen < bytes) return VppError::VPP_ERR_PARAM;
-    return mapWhole(record.pixelHandle.fds[0].get(), record.pixelOffset + bytes,
-                    record.pixelAllocLen, isOutput, &out->pixels);
+    const uint64_t need = record.pixelOffset + bytes;
+    // Memory laid out for another size would be read and written at the wrong places.
+    if (pageUp(record.pixelAllocLen) != pageUp(need)) return VppError::VPP_ERR_PARAM;
+    return mapWhole(record.pixelHandle.fds[0].get(), need, record.pixelAllocLen, isOutput,
+                    &out->pixels);
 }
 
 VppError BufferImporter::mapSideBuffers(ImportedBuffer* out) {

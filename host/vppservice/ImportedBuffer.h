@@ -1,7 +1,7 @@
 // What crossed the queue operation: checked, duplicated, mapped.
 #pragma once
 
-#include "host/vppservice/FaultGate.h"
+#include "host/vppservice/FaultInjector.h"
 #include "host/vppservice/Frames.h"
 #include "host/vppservice/Mapping.h"
 #include "host/vppservice/Types.h"

@@ -15,17 +15,17 @@ std::string Service::instance() {
 ndk::ScopedAStatus Service::getNewVppSession(int32_t flags, std::shared_ptr<vpp::IVpp>* result) {
     const auto dead = [] { return ndk::ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT); };
     if (isDead()) return dead();
-    const auto faults = gate();
-    const Verdict verdict = faults->judge("getNewVppSession");
-    if (verdict.lost || result == nullptr) return dead();
-    mPause.sleepFor(verdict.delay);
+    const auto injector = faults();
+    const FaultEffect effect = injector->effectOn("getNewVppSession");
+    if (effect.lost || result == nullptr) return dead();
+    mPause.sleepFor(effect.delay);
     *result = nullptr;
-    if (flags != 0 || verdict.answer || verdict.manner == Manner::Drop) {
+    if (flags != 0 || effect.answer || effect.manner == Manner::Drop) {
         return ndk::ScopedAStatus::ok();
     }
     const std::lock_guard lock(mLock);
     if (mDead) return dead();
-    auto session = make<Session>(faults);
+    auto session = make<Session>(injector);
     std::erase_if(mSessions, [](const auto& known) { return known.expired(); });
     mSessions.push_back(session);
     *result = std::move(session);
@@ -68,17 +68,17 @@ void Service::awaitEnd() {
     if (mRelease.joinable()) mRelease.join();
 }
 
-std::shared_ptr<FaultGate> Service::gate() {
+std::shared_ptr<FaultInjector> Service::faults() {
     const std::lock_guard lock(mLock);
-    if (mGate == nullptr) {
+    if (mFaults == nullptr) {
         const std::weak_ptr<SharedRefBase> self = weak_from_this();
-        mGate = std::make_shared<FaultGate>([self] {
+        mFaults = std::make_shared<FaultInjector>([self] {
             const auto alive = std::static_pointer_cast<Service>(
                 std::static_pointer_cast<ndk::ICInterface>(self.lock()));
             if (alive != nullptr) alive->die();
         });
     }
-    return mGate;
+    return mFaults;
 }
 
 std::vector<std::shared_ptr<Session>> Service::sessions() {

@@ -3,7 +3,8 @@
 // What it decides where nothing tells it:
 //
 // Control. The factor of an interval is that of the FRC segment with the latest start at or before
-// the interval's older source; of equal starts the later in the list. Mode 0, level 0 or factor 0
+// the interval's older source, as the control stands when the interval's newer source is queued; of
+// equal starts the later in the list. Mode 0, level 0 or factor 0
 // mean none; factors above 16 are refused. The AIS control takes frame-rate control out of force
 // until the next FRC control. A session that is open may be set up and opened again: sizes hold
 // for buffers queued afterwards, and nothing is lost.
@@ -15,25 +16,28 @@
 // Pictures. Without vectors, frames in between are blends. With vectors they follow the motion. At
 // a scene cut (mean match error of the fields above 32) the nearer source is repeated. The
 // half-size frame raises detail when the output is larger than the input (see Renderer.h). A side
-// buffer too small for its port is refused; one laid out for another size is not used.
+// buffer too small for its port is refused; one laid out for another size is not used. Pixels laid
+// out for another size than their port's are refused: nobody could tell what they show.
 //
-// Returns. Outputs come in the order of their sources. A flush or a reconfiguration sends back,
-// unfilled and before its event, what was held when it was called; a frame being written is
-// finished first. A drain ends when the sources queued before it are finished or no output is lent.
+// Returns. Outputs come in the order of their sources; unfilled ones have timestamp 0. A flush or a
+// reconfiguration sends back, unfilled and before its event, what was held when it was called; a
+// frame being written is finished first. A drain ends when the sources queued before it are
+// finished or no output is lent.
 //
 // Ends. close() and terminateSession() drop what is held, wait for a callback under way (at most
 // two seconds, and not when called from within it) and let go of the client's object on the calling
 // thread. When the service dies, calls fail at once and what was held goes on a thread of its own.
 //
 // Faults. On an operation that is answered later by a callback (queueBuf, flush, reconfigure,
-// drain), drop, twice and unknown apply to that callback; on others they change nothing. A code on
-// a callback goes with it when it has a status (eventReconfigDone); else eventError(code) goes
-// before it, and an output buffer comes back unfilled. An operation answered with a code is not
-// carried out, nor is terminateSession(), which has no answer. Operations that no client here
+// drain), drop, twice and unknown apply to that callback; on others they change nothing. Within
+// has the call of a flush, reconfiguration or drain make that callback itself, before it returns. A
+// code on a callback goes with it when it has a status (eventReconfigDone); else eventError(code)
+// goes before it, and an output buffer comes back unfilled. An operation answered with a code is
+// not carried out, nor is terminateSession(), which has no answer. Operations that no client here
 // calls, and getSessionCount(), have no faults.
 #pragma once
 
-#include "host/vppservice/FaultGate.h"
+#include "host/vppservice/FaultInjector.h"
 #include "host/vppservice/Session.h"
 
 #include <aidl/vendor/vuq/hardware/vpp/BnVppService.h>
@@ -60,14 +64,14 @@ class Service : public vpp::BnVppService {
     void awaitEnd();
 
   private:
-    std::shared_ptr<FaultGate> gate();
+    std::shared_ptr<FaultInjector> faults();
     std::vector<std::shared_ptr<Session>> sessions();
     bool isDead();
 
     Pause mPause;
     std::mutex mLock;
     bool mDead = false;
-    std::shared_ptr<FaultGate> mGate;
+    std::shared_ptr<FaultInjector> mFaults;
     std::vector<std::weak_ptr<Session>> mSessions;
 
     std::once_flag mDeath;

@@ -40,7 +40,7 @@ ndk::ScopedAStatus deadObject() {
 
 }  // namespace
 
-Session::Session(std::shared_ptr<FaultGate> gate) : mGate(std::move(gate)) {
+Session::Session(std::shared_ptr<FaultInjector> faults) : mFaults(std::move(faults)) {
     resourceCounters().sessionsMade.fetch_add(1, std::memory_order_relaxed);
     resourceCounters().sessionsLive.fetch_add(1, std::memory_order_relaxed);
 }
@@ -54,14 +54,40 @@ template <typename Act>
 ndk::ScopedAStatus Session::serve(const char* operation, Error* result, const Act& act) {
     if (isDead()) return deadObject();
     if (result == nullptr) return Status::fromStatus(STATUS_UNKNOWN_TRANSACTION);
-    const Verdict verdict = mGate->judge(operation);
-    if (verdict.lost) return deadObject();
+    const FaultEffect effect = mFaults->effectOn(operation);
+    if (effect.lost) return deadObject();
     Error answer = Error::VPP_OK;
-    if (!verdict.answer || verdict.done) answer = act(verdict.manner);
-    mPause.sleepFor(verdict.delay);
+    if (!effect.answer || effect.done) answer = act(effect.manner);
+    mPause.sleepFor(effect.delay);
     if (isDead()) return deadObject();
-    *result = verdict.answer.value_or(answer);
+    *result = effect.answer.value_or(answer);
     return Status::ok();
+}
+
+// A command that a callback answers: given in the open state alone, and answered on this very
+// thread when a fault says so.
+template <typename Give>
+ndk::ScopedAStatus Session::command(const char* operation, Error* result, const Give& give) {
+    return serve(operation, result, [&](Manner manner) {
+        Answer answer{manner};
+        std::future<std::packaged_task<void()>> nested;
+        if (manner == Manner::Within) {
+            answer.within = std::make_shared<NestedCall>();
+            nested = answer.within->get_future();
+        }
+        {
+            const std::lock_guard lock(mLock);
+            if (mState != State::Open) return Error::VPP_ERR_STATE;
+            const Error error = give(std::move(answer));
+            if (error != Error::VPP_OK) return error;
+        }
+        try {
+            if (nested.valid()) nested.get()();
+        } catch (const std::future_error&) {
+            return Error::VPP_OK;  // the session ended before its answer
+        }
+        return Error::VPP_OK;
+    });
 }
 
 ndk::ScopedAStatus Session::close(Error* result) {
@@ -90,7 +116,7 @@ ndk::ScopedAStatus Session::initSession(int32_t flags,
         const std::lock_guard lock(mLock);
         if (mState != State::Fresh) return Error::VPP_ERR_STATE;
         if (flags != 0 || callbacks == nullptr) return Error::VPP_ERR_PARAM;
-        mEngine = std::make_shared<Engine>(callbacks, mGate);
+        mEngine = std::make_shared<Engine>(callbacks, mFaults);
         moveTo(State::Initialised);
         return Error::VPP_OK;
     });
@@ -181,41 +207,35 @@ VppError Session::queueHeld(Port port, const VppBuffer& buffer, Manner manner) {
 }
 
 ndk::ScopedAStatus Session::flush(Port port, Error* result) {
-    return serve("flush", result, [&](Manner manner) {
-        const std::lock_guard lock(mLock);
-        if (mState != State::Open) return Error::VPP_ERR_STATE;
+    return command("flush", result, [&](Answer answer) {
         if (!isPort(port)) return Error::VPP_ERR_PARAM;
         mImporter.forget();
-        mEngine->flush(port, manner);
+        mEngine->flush(port, std::move(answer));
         return Error::VPP_OK;
     });
 }
 
 ndk::ScopedAStatus Session::reconfigure(const PortParam& input, const PortParam& output,
                                         Error* result) {
-    return serve("reconfigure", result, [&](Manner manner) {
-        const std::lock_guard lock(mLock);
-        return reconfigureHeld(input, output, manner);
+    return command("reconfigure", result, [&](Answer answer) {
+        return reconfigureHeld(input, output, std::move(answer));
     });
 }
 
-VppError Session::reconfigureHeld(const PortParam& input, const PortParam& output, Manner manner) {
-    if (mState != State::Open) return Error::VPP_ERR_STATE;
+VppError Session::reconfigureHeld(const PortParam& input, const PortParam& output, Answer answer) {
     for (const PortParam* param : {&input, &output}) {
         const Error error = check(*param);
         if (error != Error::VPP_OK) return error;
     }
     mSizes = {sizeOf(input), sizeOf(output)};
     mImporter.forget();
-    mEngine->reconfigure(manner);
+    mEngine->reconfigure(std::move(answer));
     return Error::VPP_OK;
 }
 
 ndk::ScopedAStatus Session::drain(Error* result) {
-    return serve("drain", result, [this](Manner manner) {
-        const std::lock_guard lock(mLock);
-        if (mState != State::Open) return Error::VPP_ERR_STATE;
-        mEngine->drain(manner);
+    return command("drain", result, [this](Answer answer) {
+        mEngine->drain(std::move(answer));
         return Error::VPP_OK;
     });
 }

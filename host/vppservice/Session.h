@@ -2,7 +2,7 @@
 #pragma once
 
 #include "host/vppservice/Engine.h"
-#include "host/vppservice/FaultGate.h"
+#include "host/vppservice/FaultInjector.h"
 #include "host/vppservice/ImportedBuffer.h"
 #include "host/vppservice/VppSessionBase.h"
 
@@ -15,7 +15,7 @@ namespace qoz::host::vppservice {
 
 class Session : public VppSessionBase {
   public:
-    explicit Session(std::shared_ptr<FaultGate> gate);
+    explicit Session(std::shared_ptr<FaultInjector> faults);
     ~Session() override;
 
     Status close(Error* result) override;
@@ -45,14 +45,13 @@ class Session : public VppSessionBase {
 
     template <typename Act>
     Status serve(const char* operation, Error* result, const Act& act);
+    template <typename Give>
+    Status command(const char* operation, Error* result, const Give& give);
 
     // What each operation does once no fault stands in its way; mLock is held.
-    Error initHeld(int32_t flags, const std::shared_ptr<vpp::IVppCallbacks>& callbacks);
     Error openHeld();
     Error queueHeld(Port port, const VppBuffer& buffer, Manner manner);
-    Error flushHeld(Port port, Manner manner);
-    Error reconfigureHeld(const PortParam& input, const PortParam& output, Manner manner);
-    Error setParameterHeld(Port port, const PortParam& param);
+    Error reconfigureHeld(const PortParam& input, const PortParam& output, Answer answer);
 
     bool isDead() const;
     bool isRunning() const { return mState == State::Initialised || mState == State::Open; }
@@ -60,7 +59,7 @@ class Session : public VppSessionBase {
     // Ends the engine, with mLock not held: the client's object goes with it.
     void end(State state);
 
-    const std::shared_ptr<FaultGate> mGate;
+    const std::shared_ptr<FaultInjector> mFaults;
     Pause mPause;
 
     mutable std::mutex mLock;

@@ -29,14 +29,14 @@ sp<GraphicBuffer> buffer(uint32_t width, uint32_t height, int32_t format, uint32
     return sp<GraphicBuffer>(new GraphicBuffer(width, height, format, usage));
 }
 
-void EvenTest::SetUp() {
+void ResourceTest::SetUp() {
     host::clearProperties();
     host::clearFaults();
     ABinderProcess_startThreadPool();  // its threads never end
     mBefore = living();
 }
 
-void EvenTest::TearDown() {
+void ResourceTest::TearDown() {
     host::clearFaults();
     {
         // Who still waits for a service that never came waits no longer.
@@ -49,14 +49,14 @@ void EvenTest::TearDown() {
 }
 
 void ComponentTest::SetUp() {
-    EvenTest::SetUp();
+    ResourceTest::SetUp();
     service = std::make_unique<ScriptedService>();
 }
 
 void ComponentTest::TearDown() {
     renew();
     service.reset();
-    EvenTest::TearDown();
+    ResourceTest::TearDown();
 }
 
 void ComponentTest::renew() {

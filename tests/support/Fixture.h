@@ -34,7 +34,7 @@ sp<GraphicBuffer> buffer(uint32_t width, uint32_t height, int32_t format, uint32
 
 // Every test ends with as many descriptors, threads, buffers, handles, sessions and binder
 // references as it began with, and ends.
-class EvenTest : public ::testing::Test {
+class ResourceTest : public ::testing::Test {
   protected:
     void SetUp() override;
     void TearDown() override;
@@ -54,7 +54,7 @@ struct Gate {
     std::latch release{1};
 };
 
-class ComponentTest : public EvenTest {
+class ComponentTest : public ResourceTest {
   protected:
     void SetUp() override;
     void TearDown() override;

@@ -25,10 +25,10 @@ inline std::string nameOf(VppComponent::status state) {
     return kNames[static_cast<size_t>(state)];
 }
 
-class FaultPlay {
+class FaultScenario {
   public:
     // `mayLose`: buffers that never come back from a flush, by the fault's doing.
-    FaultPlay(std::chrono::milliseconds waitLimit, size_t mayLose) : mMayLose(mayLose) {
+    FaultScenario(std::chrono::milliseconds waitLimit, size_t mayLose) : mMayLose(mayLose) {
         client.vpp = std::make_shared<VppComponent>();
         VppComponentPeer(*client.vpp).setWaitLimit(waitLimit);
     }

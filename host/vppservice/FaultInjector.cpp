@@ -1,4 +1,4 @@
-#include "host/vppservice/FaultGate.h"
+#include "host/vppservice/FaultInjector.h"
 
 #include <host/platform/Faults.h>
 
@@ -16,45 +16,48 @@ void Pause::end() {
     mCond.notify_all();
 }
 
-Verdict FaultGate::judge(const char* operation) const {
+FaultEffect FaultInjector::effectOn(const char* operation) const {
     const std::optional<Fault> fault = takeFault(operation);
     if (!fault) return {};
-    Verdict verdict;
+    FaultEffect effect;
     switch (fault->kind) {
         case FaultKind::Code:
-            verdict.answer = static_cast<VppError>(fault->code);
+            effect.answer = static_cast<VppError>(fault->code);
             break;
         case FaultKind::Transport:
-            verdict.lost = true;
+            effect.lost = true;
             break;
         case FaultKind::Drop:
-            verdict.manner = Manner::Drop;
+            effect.manner = Manner::Drop;
             break;
         case FaultKind::Late:
-            verdict.delay = std::chrono::milliseconds(fault->code);
+            effect.delay = std::chrono::milliseconds(fault->code);
             break;
         case FaultKind::Twice:
-            verdict.manner = Manner::Twice;
+            effect.manner = Manner::Twice;
             break;
         case FaultKind::Unknown:
-            verdict.manner = Manner::Unknown;
+            effect.manner = Manner::Unknown;
             break;
         case FaultKind::Keep:
-            verdict.answer = static_cast<VppError>(fault->code);
-            verdict.done = true;
+            effect.answer = static_cast<VppError>(fault->code);
+            effect.done = true;
             break;
         case FaultKind::Swap:
-            verdict.manner = Manner::Swap;
+            effect.manner = Manner::Swap;
             break;
         case FaultKind::Stray:
-            verdict.manner = Manner::Stray;
+            effect.manner = Manner::Stray;
+            break;
+        case FaultKind::Within:
+            effect.manner = Manner::Within;
             break;
         case FaultKind::Die:
-            verdict.lost = true;
+            effect.lost = true;
             mDie();
             break;
     }
-    return verdict;
+    return effect;
 }
 
 }  // namespace qoz::host::vppservice

@@ -1,4 +1,4 @@
-// Where armed faults meet the service: one judgement for each call, whichever the call.
+// Where armed faults meet the service: what each call, and each callback, is to suffer.
 #pragma once
 
 #include "host/vppservice/Types.h"
@@ -8,15 +8,28 @@
 #include <chrono>
 #include <condition_variable>
 #include <functional>
+#include <future>
+#include <memory>
 #include <mutex>
 #include <optional>
 
 namespace qoz::host::vppservice {
 
 // How an answer that comes later, as a callback, is to come.
-enum class Manner { Plain, Drop, Twice, Unknown, Swap, Stray };
+enum class Manner { Plain, Drop, Twice, Unknown, Swap, Stray, Within };
 
-struct Verdict {
+// The callback that answers a command, handed to the thread whose call gave the command: it makes
+// the callback before the call returns, as binder has the waiting thread serve a nested call. The
+// promise is broken when the session ends first.
+using NestedCall = std::promise<std::packaged_task<void()>>;
+
+// How the answer to a command is to come; `within` is set for that manner alone.
+struct Answer {
+    Manner manner = Manner::Plain;
+    std::shared_ptr<NestedCall> within = nullptr;
+};
+
+struct FaultEffect {
     bool lost = false;               // fails below its result; nothing is done
     std::optional<VppError> answer;  // given in place of doing anything
     bool done = false;               // or after it has been done
@@ -36,13 +49,13 @@ class Pause {
     bool mEnded = false;
 };
 
-class FaultGate {
+class FaultInjector {
   public:
     // `die` ends the service; called on the thread of the call that was to die, which may hold
     // locks of the client, so it must not wait.
-    explicit FaultGate(std::function<void()> die) : mDie(std::move(die)) {}
+    explicit FaultInjector(std::function<void()> die) : mDie(std::move(die)) {}
 
-    Verdict judge(const char* operation) const;
+    FaultEffect effectOn(const char* operation) const;
 
   private:
     std::function<void()> mDie;
