@@ -1,6 +1,9 @@
 // The simulated service: what its client may do when, what comes back, and in which order.
 #include "support/VppSessionClient.h"
 
+#include <android/binder_ibinder.h>
+
+#include <atomic>
 #include <future>
 
 namespace qoz::test {
@@ -272,6 +275,14 @@ TEST_F(VppServiceTest, AnswersFromWithinTheCallWhenAFaultSaysSo) {
 TEST_F(VppServiceTest, DeathEndsEveryCallAndLetsGoOfEverything) {
     openAt(1);
     feed(0, 3);
+    static std::atomic<int> told;
+    told = 0;
+    AIBinder_DeathRecipient* const recipient =
+        AIBinder_DeathRecipient_new([](void* by) { told += *static_cast<int*>(by); });
+    int once = 1, never = 100;
+    for (int* cookie : {&once, &never})
+        ASSERT_EQ(AIBinder_linkToDeath(mSession->asBinder().get(), recipient, cookie), STATUS_OK);
+    AIBinder_unlinkToDeath(mSession->asBinder().get(), recipient, &never);
     const std::weak_ptr<SessionRecorder> callbacks = std::exchange(mRecorder, nullptr);
     armFault({.operation = "drain", .kind = FaultKind::Late, .code = 3600 * 1000});
     std::thread sleeper([this] { EXPECT_EQ(ask(&IVpp::drain), -1) << "woken by the death"; });
@@ -282,6 +293,10 @@ TEST_F(VppServiceTest, DeathEndsEveryCallAndLetsGoOfEverything) {
     EXPECT_EQ(newSession(), nullptr) << "no longer registered";
     sleeper.join();
     mService.reset();
+    EXPECT_EQ(told, 1);
+    EXPECT_EQ(AIBinder_linkToDeath(mSession->asBinder().get(), recipient, &once),
+              STATUS_DEAD_OBJECT);
+    AIBinder_DeathRecipient_delete(recipient);
     EXPECT_TRUE(callbacks.expired());
     EXPECT_EQ(ask(&IVpp::close), -1);
     EXPECT_EQ(counters().sessionsLive, 0U);

@@ -1,6 +1,7 @@
 #include "host/vppservice/Service.h"
 
 #include <host/control.h>
+#include <host/platform/BinderDeath.h>
 #include <host/platform/ServiceRegistry.h>
 
 #include <algorithm>
@@ -54,9 +55,12 @@ void Service::die() {
         for (const auto& session : all) {
             session->declareDead();
         }
-        // The client's objects may go with the sessions, and must not go on a thread that holds
-        // their locks or that they wait for.
+        // The clients hear of the death first. Their objects may go with the sessions, and must not
+        // go on a thread that holds their locks or that they wait for.
         mRelease = std::thread([all = std::move(all)] {
+            for (const auto& session : all) {
+                announceDeath(*session);
+            }
             for (const auto& session : all) {
                 session->release();
             }

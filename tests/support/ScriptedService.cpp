@@ -1,5 +1,6 @@
 #include "support/ScriptedService.h"
 
+#include <host/platform/BinderDeath.h>
 #include <sys/stat.h>
 
 #include <utility>
@@ -53,6 +54,7 @@ ScriptedVpp::~ScriptedVpp() {
 
 ndk::ScopedAStatus ScriptedVpp::note(const std::string& call, Error* result,
                                      const std::function<void()>& record, Event answer) {
+    if (read(mDead)) return ndk::ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT);
     const auto scripted = results.find(call);
     const Error code = scripted != results.end() ? scripted->second : Error::VPP_OK;
     if (scripted != results.end() && result != nullptr) *result = code;
@@ -64,6 +66,16 @@ ndk::ScopedAStatus ScriptedVpp::note(const std::string& call, Error* result,
     }
     if (answer && code == Error::VPP_OK && !silent.contains(call)) send(std::move(answer));
     return ndk::ScopedAStatus::ok();
+}
+
+void ScriptedVpp::die() {
+    std::shared_ptr<vpp::IVppCallbacks> dropped;  // its end may reach back here: not under the lock
+    {
+        const std::lock_guard lock(mLock);
+        mDead = true;
+        dropped = std::move(mCallbacks);
+    }
+    host::announceDeath(*this);
 }
 
 void ScriptedVpp::send(Event event) {

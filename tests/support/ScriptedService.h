@@ -58,6 +58,9 @@ class ScriptedVpp : public host::VppSessionBase {
     void returnInput(int64_t cookie, uint64_t timestamp);
     void returnOutput(int64_t cookie, uint64_t timestamp, uint32_t filledLen);
 
+    // From now on no call gets through; returns when those linked to this death have been told.
+    void die();
+
     // Any event, on this session's own thread.
     void send(Event event);
     vpp::IVppCallbacks* callbacks() const { return read(mCallbacks).get(); }
@@ -112,6 +115,7 @@ class ScriptedVpp : public host::VppSessionBase {
     std::vector<vpp::VppCtrlAis> mAis;
     std::deque<Event> mEvents;
     bool mEnding = false;
+    bool mDead = false;
     std::thread mThread;
 };
 
