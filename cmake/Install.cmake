@@ -7,20 +7,20 @@ set(QOZ_DESK_DIR ${CMAKE_INSTALL_INCLUDEDIR}/qoz-desk)
 set(QOZ_CONFIG_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/qoz_vppsession)
 
 install(DIRECTORY include/qoz DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-install(DIRECTORY src/platform/ src/vpp/aidl DESTINATION ${QOZ_DESK_DIR} FILES_MATCHING PATTERN *.h)
+install(DIRECTORY src/platform/ ${QOZ_PACKAGE_DIR}/aidl DESTINATION ${QOZ_DESK_DIR} FILES_MATCHING PATTERN *.h)
 install(FILES host/control.h DESTINATION ${QOZ_DESK_DIR}/host)
 
 # All that a client on a desk machine links besides the library.
 add_library(qoz_desk INTERFACE)
 target_link_libraries(qoz_desk INTERFACE qoz_vppservice qoz_rgb2yuv qoz_platform)
 
-foreach(name IN ITEMS vppsession platform rgb2yuv vppservice seam desk)
+foreach(name IN ITEMS vppsession vpppackage platform rgb2yuv vppservice seam desk)
   list(APPEND QOZ_INSTALLED qoz_${name})
   set_target_properties(qoz_${name} PROPERTIES EXPORT_NAME ${name})
 endforeach()
 # The libraries find each other where they lie.
-set_target_properties(qoz_vppsession qoz_platform qoz_rgb2yuv PROPERTIES INSTALL_RPATH $ORIGIN)
-set_target_properties(qoz_platform qoz_rgb2yuv PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 0)
+set_target_properties(qoz_vppsession qoz_vpppackage qoz_platform qoz_rgb2yuv PROPERTIES INSTALL_RPATH $ORIGIN)
+set_target_properties(qoz_vpppackage qoz_platform qoz_rgb2yuv PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 0)
 
 install(TARGETS ${QOZ_INSTALLED} EXPORT qoz_vppsessionTargets
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} ${QOZ_DESK_DIR})
@@ -51,6 +51,7 @@ set(CPACK_DEBIAN_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS libyuv-dev)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS
-  ${CMAKE_CURRENT_BINARY_DIR}/host/platform ${CMAKE_CURRENT_BINARY_DIR}/host/converter
+  ${CMAKE_CURRENT_BINARY_DIR}/host/platform ${CMAKE_CURRENT_BINARY_DIR}/host/vpppackage
+  ${CMAKE_CURRENT_BINARY_DIR}/host/converter
   ${CMAKE_CURRENT_BINARY_DIR}/src)
 include(CPack)

@@ -36,10 +36,10 @@ void* operator new(size_t size) {
     if (void* memory = malloc(size)) return memory;
     throw std::bad_alloc();
 }
-void* operator new(size_t size, const std::nothrow_t&) noexcept {
+// Not inlined, or the compiler sees free() meet new, or malloc() meet delete, and warns.
+__attribute__((noinline)) void* operator new(size_t size, const std::nothrow_t&) noexcept {
     return failsNow() ? nullptr : malloc(size);
 }
-// Not inlined, or the compiler sees free() meet new and warns.
 __attribute__((noinline)) void operator delete(void* memory) noexcept {
     free(memory);
 }

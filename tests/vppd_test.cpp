@@ -228,8 +228,9 @@ TEST_F(Vppd, RefusesMalformedRecords) {
         {VppError::VPP_ERR_STATE, [](VppBuffer&) {}},  // well formed, but the session is not open
         {bad,
          [](VppBuffer& b) {
-             std::generate_n(std::back_inserter(b.pixelHandle.fds), 16,
-                             [&] { return b.auxHandle.fds[0].dup(); });
+             for (int i = 0; i < 16; ++i) {
+                 b.pixelHandle.fds.emplace_back(dup(b.auxHandle.fds[0].get()));
+             }
          }},
         {bad, [](VppBuffer& b) { b.auxHandle.ints.resize(65); }},
         {bad, [](VppBuffer& b) { b.metaBuffers.resize(17); }},

@@ -1,40 +1,72 @@
 #include <android/binder_auto_utils.h>
 #include <android/binder_interface_utils.h>
 #include <android/binder_manager.h>
-#include <fcntl.h>
+#include <host/platform/LocalBinder.h>
 #include <host/platform/ResourceCounters.h>
 #include <host/platform/ServiceRegistry.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <condition_variable>
 #include <map>
 #include <mutex>
+#include <string>
+#include <utility>
 
 using qoz::host::resourceCounters;
 
-// A binder of this process: the object, and how many references to the binder are held.
-struct AIBinder {
-    explicit AIBinder(std::shared_ptr<ndk::ICInterface> implementation)
-        : object(std::move(implementation)) {}
+namespace {
 
-    std::atomic<int32_t> strong{1};
-    const std::shared_ptr<ndk::ICInterface> object;
+// What the strong and the weak references to one binder share. The lock guards the count: a weak
+// reference must not be promoted while the last strong one goes.
+struct References {
+    std::mutex lock;
+    int32_t strong = 1;
+    AIBinder* binder = nullptr;
 };
 
-AIBinder* AIBinder_fromLocalInterface(const std::shared_ptr<ndk::ICInterface>& object) {
-    resourceCounters().bindersLive.fetch_add(1, std::memory_order_relaxed);
-    return new AIBinder(object);
-}
+}  // namespace
+
+// A binder of this process. It keeps its object alive for as long as strong references to it exist.
+struct AIBinder {
+    const std::shared_ptr<ndk::SharedRefBase> object;
+    const std::string descriptor;
+    const std::shared_ptr<References> references;
+};
+
+struct AIBinder_Weak {
+    const std::shared_ptr<References> references;
+};
 
 void AIBinder_incStrong(AIBinder* binder) {
-    binder->strong.fetch_add(1, std::memory_order_relaxed);
     resourceCounters().bindersLive.fetch_add(1, std::memory_order_relaxed);
+    const std::lock_guard lock(binder->references->lock);
+    ++binder->references->strong;
 }
 
 void AIBinder_decStrong(AIBinder* binder) {
     resourceCounters().bindersLive.fetch_sub(1, std::memory_order_relaxed);
-    if (binder->strong.fetch_sub(1, std::memory_order_acq_rel) == 1) delete binder;
+    {
+        const std::lock_guard lock(binder->references->lock);
+        if (--binder->references->strong > 0) return;
+    }
+    delete binder;  // not under the lock: the object's own end may reach back here
+}
+
+AIBinder_Weak* AIBinder_Weak_new(AIBinder* binder) {
+    return new AIBinder_Weak{binder->references};
+}
+
+void AIBinder_Weak_delete(AIBinder_Weak* weakBinder) {
+    delete weakBinder;
+}
+
+AIBinder* AIBinder_Weak_promote(AIBinder_Weak* weakBinder) {
+    References& references = *weakBinder->references;
+    const std::lock_guard lock(references.lock);
+    if (references.strong == 0) return nullptr;
+    ++references.strong;
+    resourceCounters().bindersLive.fetch_add(1, std::memory_order_relaxed);
+    return references.binder;
 }
 
 namespace ndk {
@@ -47,17 +79,9 @@ binder_status_t ICInterface::handleShellCommand(int, int, int, const char**, uin
     return STATUS_UNKNOWN_TRANSACTION;
 }
 
-std::shared_ptr<ICInterface> ICInterface::asInterface(AIBinder* binder) {
-    return binder == nullptr ? nullptr : binder->object;
-}
-
 void ScopedFileDescriptor::set(int fd) {
     const int old = std::exchange(mFd, fd);
     if (old >= 0) close(old);
-}
-
-ScopedFileDescriptor ScopedFileDescriptor::dup() const {
-    return ScopedFileDescriptor(fcntl(mFd, F_DUPFD_CLOEXEC, 0));
 }
 
 }  // namespace ndk
@@ -86,6 +110,24 @@ AIBinder* find(Registry& all, const std::string& instance) {
 }
 
 }  // namespace
+
+ndk::SpAIBinder newLocalBinder(std::shared_ptr<ndk::SharedRefBase> object, const char* descriptor) {
+    auto references = std::make_shared<References>();
+    auto* binder = new AIBinder{std::move(object), descriptor, references};
+    references->binder = binder;
+    resourceCounters().bindersLive.fetch_add(1, std::memory_order_relaxed);
+    return ndk::SpAIBinder(binder);
+}
+
+std::shared_ptr<ndk::SharedRefBase> objectOf(const AIBinder* binder) {
+    return binder != nullptr ? binder->object : nullptr;
+}
+
+std::shared_ptr<ndk::SharedRefBase> localObject(const ndk::SpAIBinder& binder,
+                                                const char* descriptor) {
+    const bool matches = binder.get() != nullptr && binder.get()->descriptor == descriptor;
+    return matches ? objectOf(binder.get()) : nullptr;
+}
 
 void addService(const std::string& instance, const ndk::SpAIBinder& binder) {
     Registry& all = registry();

@@ -2,6 +2,7 @@
 #include <android/binder_ibinder.h>
 #include <host/platform/BinderDeath.h>
 #include <host/platform/BinderThreads.h>
+#include <host/platform/LocalBinder.h>
 
 #include <algorithm>
 #include <map>
@@ -34,7 +35,7 @@ struct Mortal {
 // binder threads run to the very end of the process.
 struct Register {
     std::mutex lock;
-    std::map<const ndk::ICInterface*, Mortal> mortals GUARDED_BY(lock);
+    std::map<const ndk::SharedRefBase*, Mortal> mortals GUARDED_BY(lock);
 };
 
 Register& deaths() {
@@ -43,16 +44,16 @@ Register& deaths() {
 }
 
 // The entry of `object`, made if need be.
-Mortal& entryOf(Register& all, ndk::ICInterface& object) REQUIRES(all.lock) {
+Mortal& entryOf(Register& all, ndk::SharedRefBase& object) REQUIRES(all.lock) {
     std::erase_if(all.mortals, [](const auto& entry) { return entry.second.object.expired(); });
     Mortal& entry = all.mortals[&object];
-    entry.object = object.weak_from_this();
+    entry.object = object.ref();
     return entry;
 }
 
 }  // namespace
 
-void announceDeath(ndk::ICInterface& object) {
+void announceDeath(ndk::SharedRefBase& object) {
     std::vector<Link> links;
     {
         Register& all = deaths();
@@ -80,7 +81,7 @@ void AIBinder_DeathRecipient_delete(AIBinder_DeathRecipient* recipient) {
 
 binder_status_t AIBinder_linkToDeath(AIBinder* binder, AIBinder_DeathRecipient* recipient,
                                      void* cookie) {
-    const auto object = ndk::ICInterface::asInterface(binder);
+    const auto object = qoz::host::objectOf(binder);
     if (object == nullptr || recipient == nullptr) return STATUS_UNEXPECTED_NULL;
     auto& all = qoz::host::deaths();
     const std::lock_guard lock(all.lock);
@@ -92,7 +93,7 @@ binder_status_t AIBinder_linkToDeath(AIBinder* binder, AIBinder_DeathRecipient* 
 
 binder_status_t AIBinder_unlinkToDeath(AIBinder* binder, AIBinder_DeathRecipient* recipient,
                                        void* cookie) {
-    const auto object = ndk::ICInterface::asInterface(binder);
+    const auto object = qoz::host::objectOf(binder);
     if (object == nullptr || recipient == nullptr) return STATUS_UNEXPECTED_NULL;
     auto& all = qoz::host::deaths();
     const std::lock_guard lock(all.lock);

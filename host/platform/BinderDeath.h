@@ -8,6 +8,6 @@ namespace qoz::host {
 // Calls every recipient that is linked to a binder of this object, each once and on a binder
 // thread, and returns when they have returned. Later links find the object dead. A second
 // announcement does nothing.
-void announceDeath(ndk::ICInterface& object);
+void announceDeath(ndk::SharedRefBase& object);
 
 }  // namespace qoz::host

@@ -20,7 +20,7 @@ status_t Fence::wait(int timeout) {
         ready = poll(&waited, 1, timeout);
     } while (ready < 0 && errno == EINTR);
     if (ready < 0) return -errno;
-    return ready == 0 ? TIMED_OUT : NO_ERROR;
+    return ready == 0 ? -ETIME : NO_ERROR;
 }
 
 }  // namespace android

@@ -79,11 +79,6 @@ GraphicBuffer::GraphicBuffer(
     uint32_t inWidth, uint32_t inHeight, PixelFormat inFormat,
     // NOLINTNEXTLINE(performance-unnecessary-value-param): as on the platform
     uint32_t inUsage, std::string /*requestorName*/) {
-    width = static_cast<int>(inWidth);
-    height = static_cast<int>(inHeight);
-    stride = qoz::host::isNv12(inFormat) ? static_cast<int>(qoz::host::evenUp(inWidth)) : width;
-    format = inFormat;
-    usage = inUsage;
     const size_t pixels = qoz::host::pixelBytes(inWidth, inHeight, inFormat);
     const size_t bytes = pageRounded(pixels);
     handle = allocate(bytes);
@@ -91,6 +86,11 @@ GraphicBuffer::GraphicBuffer(
         mInitCheck = pixels == 0 ? BAD_VALUE : NO_MEMORY;
         return;
     }
+    width = static_cast<int>(inWidth);
+    height = static_cast<int>(inHeight);
+    stride = qoz::host::isNv12(inFormat) ? static_cast<int>(qoz::host::evenUp(inWidth)) : width;
+    format = inFormat;
+    usage = inUsage;
     mInitCheck = OK;
     resourceCounters().graphicBuffersMade.fetch_add(1, std::memory_order_relaxed);
     resourceCounters().graphicBuffersLive.fetch_add(1, std::memory_order_relaxed);

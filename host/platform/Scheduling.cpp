@@ -39,11 +39,11 @@ std::vector<SchedCall> schedCalls() {
 
 }  // namespace qoz::host
 
-int set_sched_policy(int tid, SchedPolicy policy) {
+int set_sched_policy(pid_t tid, SchedPolicy policy) {
     return qoz::host::note("set_sched_policy", tid, policy);
 }
 
-int set_cpuset_policy(int tid, SchedPolicy policy) {
+int set_cpuset_policy(pid_t tid, SchedPolicy policy) {
     return qoz::host::note("set_cpuset_policy", tid, policy);
 }
 

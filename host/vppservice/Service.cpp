@@ -75,10 +75,9 @@ void Service::awaitEnd() {
 std::shared_ptr<FaultInjector> Service::faults() {
     const std::lock_guard lock(mLock);
     if (mFaults == nullptr) {
-        const std::weak_ptr<SharedRefBase> self = weak_from_this();
+        const std::weak_ptr<SharedRefBase> self = ref();
         mFaults = std::make_shared<FaultInjector>([self] {
-            const auto alive = std::static_pointer_cast<Service>(
-                std::static_pointer_cast<ndk::ICInterface>(self.lock()));
+            const auto alive = std::static_pointer_cast<Service>(self.lock());
             if (alive != nullptr) alive->die();
         });
     }

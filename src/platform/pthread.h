@@ -5,7 +5,5 @@
 #include <sys/types.h>
 
 #ifdef __cplusplus
-extern "C"
+extern "C" pid_t pthread_gettid_np(pthread_t thread);
 #endif
-    pid_t
-    pthread_gettid_np(pthread_t thread);

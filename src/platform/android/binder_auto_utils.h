@@ -1,21 +1,9 @@
 #pragma once
 
-#include <cstdint>
+#include <android/binder_ibinder.h>
+#include <android/binder_status.h>
+
 #include <utility>
-
-struct AIBinder;
-
-void AIBinder_incStrong(AIBinder* binder);
-void AIBinder_decStrong(AIBinder* binder);
-
-using binder_status_t = int32_t;
-enum {
-    STATUS_OK = 0,
-    STATUS_UNKNOWN_TRANSACTION = -74,
-    STATUS_DEAD_OBJECT = -32,
-    STATUS_NAME_NOT_FOUND = -2,
-    STATUS_UNEXPECTED_NULL = -2147483640,
-};
 
 namespace ndk {
 
@@ -45,7 +33,30 @@ class SpAIBinder {
     AIBinder* mBinder = nullptr;
 };
 
-// Outcome of a binder call.
+// Owns one weak reference to a binder.
+class ScopedAIBinder_Weak {
+  public:
+    ScopedAIBinder_Weak() = default;
+    ~ScopedAIBinder_Weak() { set(nullptr); }
+
+    ScopedAIBinder_Weak(const ScopedAIBinder_Weak&) = delete;
+    ScopedAIBinder_Weak& operator=(const ScopedAIBinder_Weak&) = delete;
+
+    void set(AIBinder_Weak* weak) {
+        AIBinder_Weak* old = std::exchange(mWeak, weak);
+        if (old != nullptr) AIBinder_Weak_delete(old);
+    }
+
+    // Null when there is no binder, or when it has ended.
+    SpAIBinder promote() const {
+        return SpAIBinder(mWeak == nullptr ? nullptr : AIBinder_Weak_promote(mWeak));
+    }
+
+  private:
+    AIBinder_Weak* mWeak = nullptr;
+};
+
+// Outcome of a binder call. Without one it is not OK.
 class ScopedAStatus {
   public:
     ScopedAStatus() = default;
@@ -53,9 +64,8 @@ class ScopedAStatus {
     ScopedAStatus& operator=(ScopedAStatus&&) noexcept = default;
 
     bool isOk() const { return mStatus == STATUS_OK; }
-    binder_status_t getStatus() const { return mStatus; }
 
-    static ScopedAStatus ok() { return {}; }
+    static ScopedAStatus ok() { return fromStatus(STATUS_OK); }
     static ScopedAStatus fromStatus(binder_status_t status) {
         ScopedAStatus result;
         result.mStatus = status;
@@ -63,7 +73,7 @@ class ScopedAStatus {
     }
 
   private:
-    binder_status_t mStatus = STATUS_OK;
+    binder_status_t mStatus = STATUS_UNKNOWN_ERROR;
 };
 
 // Owns one file descriptor.
@@ -80,7 +90,6 @@ class ScopedFileDescriptor {
 
     int get() const { return mFd; }
     void set(int fd);
-    ScopedFileDescriptor dup() const;
 
   private:
     int mFd;

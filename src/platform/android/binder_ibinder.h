@@ -1,11 +1,26 @@
 #pragma once
 
-#include <android/binder_auto_utils.h>
+#include <android/binder_status.h>
+
+extern "C" {
+
+typedef struct AIBinder AIBinder;
+typedef struct AIBinder_Weak AIBinder_Weak;
+
+void AIBinder_incStrong(AIBinder* binder);
+void AIBinder_decStrong(AIBinder* binder);
+
+// A weak reference that the caller owns.
+AIBinder_Weak* AIBinder_Weak_new(AIBinder* binder);
+void AIBinder_Weak_delete(AIBinder_Weak* weakBinder);
+
+// A strong reference that the caller owns; null when the binder has ended.
+AIBinder* AIBinder_Weak_promote(AIBinder_Weak* weakBinder);
 
 // Who is told that a process that offers a binder has died.
-struct AIBinder_DeathRecipient;
+typedef struct AIBinder_DeathRecipient AIBinder_DeathRecipient;
 
-using AIBinder_DeathRecipient_onBinderDied = void (*)(void* cookie);
+typedef void (*AIBinder_DeathRecipient_onBinderDied)(void* cookie);
 
 [[nodiscard]] AIBinder_DeathRecipient* AIBinder_DeathRecipient_new(
     AIBinder_DeathRecipient_onBinderDied onBinderDied);
@@ -18,3 +33,5 @@ binder_status_t AIBinder_linkToDeath(AIBinder* binder, AIBinder_DeathRecipient* 
 // A call that is under way is not waited for. STATUS_NAME_NOT_FOUND: there is no such link.
 binder_status_t AIBinder_unlinkToDeath(AIBinder* binder, AIBinder_DeathRecipient* recipient,
                                        void* cookie);
+
+}  // extern "C"

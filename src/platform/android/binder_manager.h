@@ -1,6 +1,8 @@
 #pragma once
 
-#include <android/binder_auto_utils.h>
+#include <android/binder_ibinder.h>
+
+extern "C" {
 
 // The binder registered under `instance`, with a strong reference that the caller owns; null at
 // once when there is none.
@@ -8,3 +10,5 @@
 
 // The same, but blocks until the instance is registered.
 [[nodiscard]] AIBinder* AServiceManager_waitForService(const char* instance);
+
+}  // extern "C"

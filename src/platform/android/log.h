@@ -12,5 +12,5 @@ typedef enum android_LogPriority {
     ANDROID_LOG_SILENT,
 } android_LogPriority;
 
-int __android_log_print(int prio, const char* tag, const char* fmt, ...)
+extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, ...)
     __attribute__((__format__(printf, 3, 4)));

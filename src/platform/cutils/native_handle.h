@@ -1,5 +1,7 @@
 #pragma once
 
+extern "C" {
+
 // numFds descriptors, then numInts integers, in `data`.
 typedef struct native_handle {
     int version;  // sizeof(native_handle_t)
@@ -18,3 +20,5 @@ int native_handle_delete(native_handle_t* handle);
 
 // Closes the descriptors and frees nothing. 0, or a negative errno.
 int native_handle_close(const native_handle_t* handle);
+
+}  // extern "C"

@@ -9,7 +9,6 @@ namespace android {
 // A descriptor that becomes readable when the work it stands for is done.
 class Fence : public LightRefBase<Fence> {
   public:
-    static constexpr int TIMEOUT_NEVER = -1;
     static const sp<Fence> NO_FENCE;
 
     Fence() = default;
@@ -17,8 +16,8 @@ class Fence : public LightRefBase<Fence> {
 
     bool isValid() const { return mFenceFd != -1; }
 
-    // `timeout` in milliseconds. NO_ERROR at once when there is no fence; TIMED_OUT when the time
-    // has passed first.
+    // `timeout` in milliseconds. NO_ERROR at once when there is no fence; -ETIME when the time has
+    // passed first.
     status_t wait(int timeout);
 
     int get() const { return mFenceFd; }

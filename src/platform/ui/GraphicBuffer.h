@@ -32,7 +32,8 @@ class GraphicBuffer : public ANativeWindowBuffer, public RefBase {
         USAGE_HW_RENDER = 0x200,
     };
 
-    // Allocates. A buffer that got no memory has a null handle and an initCheck() other than OK.
+    // Allocates. A buffer that got no memory has a null handle, an initCheck() other than OK, and
+    // size, format and usage 0.
     GraphicBuffer(uint32_t inWidth, uint32_t inHeight, PixelFormat inFormat, uint32_t inUsage,
                   std::string requestorName = "<Unknown>");
 

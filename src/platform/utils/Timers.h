@@ -10,4 +10,4 @@ enum {
 };
 
 // Nanoseconds on the given clock.
-nsecs_t systemTime(int clock = SYSTEM_TIME_MONOTONIC);
+extern "C" nsecs_t systemTime(int clock = SYSTEM_TIME_MONOTONIC);

@@ -10,9 +10,11 @@
 #define ATRACE_TAG ATRACE_TAG_NEVER
 #endif
 
+extern "C" {
 extern uint64_t atrace_enabled_tags;
 void atrace_begin_body(const char* name);
 void atrace_end_body();
+}  // extern "C"
 
 // A point that reads a stale value is traced or left out; nothing else hangs on it.
 static inline uint64_t atrace_get_enabled_tags() {
@@ -52,4 +54,3 @@ class ScopedTrace {
 #define ATRACE_CONCAT(a, b) ATRACE_CONCAT_(a, b)
 #define ATRACE_NAME(name) \
     ::android::ScopedTrace ATRACE_CONCAT(scopedTrace, __LINE__)(ATRACE_TAG, name)
-#define ATRACE_CALL() ATRACE_NAME(__FUNCTION__)

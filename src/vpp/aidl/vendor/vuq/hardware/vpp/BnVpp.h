@@ -1,27 +1,21 @@
 #pragma once
 
 #include <aidl/vendor/vuq/hardware/vpp/IVpp.h>
-#include <memory>
+#include <cstdint>
 #include <string>
 
 namespace aidl::vendor::vuq::hardware::vpp {
 
 class BnVpp : public ::ndk::BnCInterface<IVpp> {
   public:
-    ::ndk::ScopedAStatus getInterfaceVersion(int32_t* _aidl_return) final {
-        *_aidl_return = version;
-        return ::ndk::ScopedAStatus::ok();
-    }
-    ::ndk::ScopedAStatus getInterfaceHash(std::string* _aidl_return) final {
-        *_aidl_return = hash;
-        return ::ndk::ScopedAStatus::ok();
-    }
+    BnVpp();
+    ~BnVpp() override;
+
+    ::ndk::ScopedAStatus getInterfaceVersion(int32_t* _aidl_return) final;
+    ::ndk::ScopedAStatus getInterfaceHash(std::string* _aidl_return) final;
 
   protected:
-    ::ndk::SpAIBinder createBinder() override {
-        return ::ndk::SpAIBinder(AIBinder_fromLocalInterface(
-            std::static_pointer_cast<::ndk::ICInterface>(this->shared_from_this())));
-    }
+    ::ndk::SpAIBinder createBinder() override;
 };
 
 }  // namespace aidl::vendor::vuq::hardware::vpp

@@ -18,14 +18,15 @@ namespace aidl::vendor::vuq::hardware::vpp {
 // One post-processing session.
 class IVpp : public ::ndk::ICInterface {
   public:
-    static constexpr const char* descriptor = "vendor.vuq.hardware.vpp.IVpp";
-    static constexpr int32_t version = 1;
-    static constexpr const char* hash = "5b1f0c9e7d24a86f3e90b7c158d2a4463f7be1c0";
+    static const char* descriptor;
+    static inline const int32_t version = 1;
+    static inline const std::string hash = "3a7b54438275496adb8572f88e80b98b71f9801b";
+
+    IVpp();
+    ~IVpp() override;
 
     // Null when the binder is null or is not this interface.
-    static std::shared_ptr<IVpp> fromBinder(const ::ndk::SpAIBinder& binder) {
-        return std::dynamic_pointer_cast<IVpp>(::ndk::ICInterface::asInterface(binder.get()));
-    }
+    static std::shared_ptr<IVpp> fromBinder(const ::ndk::SpAIBinder& binder);
 
     virtual ::ndk::ScopedAStatus close(VppError* _aidl_return) = 0;
     virtual ::ndk::ScopedAStatus drain(VppError* _aidl_return) = 0;

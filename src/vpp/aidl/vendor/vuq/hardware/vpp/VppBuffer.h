@@ -7,13 +7,14 @@
 
 namespace aidl::vendor::vuq::hardware::vpp {
 
-// One buffer exchanged on either port. Lengths, offsets and sizes in bytes.
+// One buffer exchanged on either port. Lengths, offsets and sizes in bytes. A pixelFilledLen of 0
+// says that the buffer holds no frame.
 class VppBuffer {
   public:
     ::aidl::android::hardware::common::NativeHandle pixelHandle;
     uint32_t pixelOffset = 0;
     uint32_t pixelAllocLen = 0;
-    uint32_t pixelFilledLen = 0;  // 0: holds no frame
+    uint32_t pixelFilledLen = 0;
     uint32_t pixelSize = 0;
     ::aidl::android::hardware::common::NativeHandle auxHandle;
     uint32_t auxOffset = 0;

@@ -6,12 +6,12 @@
 
 namespace aidl::vendor::vuq::hardware::vpp {
 
-// One extradata buffer attached to an input frame.
+// One extradata buffer attached to an input frame. Lengths in bytes.
 class VppMetaBuffer {
   public:
     std::string metaName;
     ::aidl::android::hardware::common::NativeHandle metaHandle;
-    uint32_t metaAllocLen = 0;  // bytes
+    uint32_t metaAllocLen = 0;
     uint32_t reserved1 = 0;
     uint32_t reserved2 = 0;
     uint32_t reserved3 = 0;

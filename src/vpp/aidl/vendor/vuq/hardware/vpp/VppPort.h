@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 namespace aidl::vendor::vuq::hardware::vpp {
 
@@ -8,5 +9,15 @@ enum class VppPort : int32_t {
     INPUT = 0,   // frames going into the VPP
     OUTPUT = 1,  // buffers the VPP fills
 };
+
+[[nodiscard]] inline std::string toString(VppPort value) {
+    switch (value) {
+        case VppPort::INPUT:
+            return "INPUT";
+        case VppPort::OUTPUT:
+            return "OUTPUT";
+    }
+    return std::to_string(static_cast<int32_t>(value));
+}
 
 }  // namespace aidl::vendor::vuq::hardware::vpp

@@ -1,0 +1,6 @@
+package vendor.vuq.hardware.vpp;
+
+@VintfStability
+parcelable FlushDone {
+    int port;  // a VppPort
+}

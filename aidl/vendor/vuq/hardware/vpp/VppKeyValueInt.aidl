@@ -1,0 +1,7 @@
+package vendor.vuq.hardware.vpp;
+
+@VintfStability
+parcelable VppKeyValueInt {
+    String key;
+    int value;
+}

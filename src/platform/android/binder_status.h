@@ -1,0 +1,13 @@
+#pragma once
+
+#include <cstdint>
+
+enum {
+    STATUS_OK = 0,
+    STATUS_UNKNOWN_ERROR = INT32_MIN,
+    STATUS_UNKNOWN_TRANSACTION = -74,
+    STATUS_DEAD_OBJECT = -32,
+    STATUS_NAME_NOT_FOUND = -2,
+    STATUS_UNEXPECTED_NULL = -2147483640,
+};
+typedef int32_t binder_status_t;
