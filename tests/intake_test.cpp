@@ -147,6 +147,13 @@ TEST_F(Intake, AClientsTargetTravelsUnderItsOwnSlot) {
     EXPECT_EQ(queuedOn(VppPort::INPUT).at(0).cookie, 40);
     returnInputs();
     EXPECT_EQ(client.done(), (std::vector<Done>{{1, 1, 1, 0}, {0, 40, 0, 0}}));
+    // Packets with and without a target mix: each target comes back.
+    client.clear();
+    EXPECT_EQ(processSource(2, frame(), 10000), 0);
+    EXPECT_EQ(process({{3, frame(), {}, 11000, {}}, {41, nv12(), {}, 0, {}}}), 0);
+    EXPECT_EQ(processSource(4, frame(), 12000), 0);
+    returnInputs();
+    EXPECT_EQ(client.done(0), (std::vector<Done>{{0, 41, 0, 0}}));
 }
 
 // Each kind of failure costs its own frame: the source stays the client's, the next goes through.
@@ -239,6 +246,35 @@ TEST_F(Intake, AReenabledComponentMakesItsConverterAgain) {
     EXPECT_EQ(metas().back(), kHalfOnly) << "fresh";
     EXPECT_EQ(log.count("processBuffer: Setup MotionEngine, isFirstFrame=0, isBufferSizeChanged=0"),
               1);
+}
+
+// What travels with the two frames that follow the one which carried the settings.
+TEST_F(Intake, CarriedSettingsHoldFromTheNextFrameOn) {
+    struct Row {
+        ConfigParams before, carried;
+        Strings next, afterNext;
+    };
+    const Strings vectors{kAllThree[0], kAllThree[1]};
+    for (const Row& row : {
+             Row{{1, 0, 1, 0}, {1, 0, 1, 2}, {}, vectors},  // no vectors across a ratio change
+             Row{{1, 0, 1, 2}, {1, 0, 1, 0}, kHalfOnly, kAllThree},
+             Row{{1, 0, 1, 0}, {1, 0, 1, 1}, kHalfOnly, kAllThree},
+             Row{{1, 0, 1, 0}, {1, 0, 0, 0}, kHalfOnly, kHalfOnly},
+             Row{{1, 0, 0, 0}, {1, 0, 1, 0}, kAllThree, kAllThree},
+         }) {
+        SCOPED_TRACE(testing::Message()
+                     << "factor " << row.before.interpFactor << " to " << row.carried.interpFactor
+                     << ", ratio " << row.before.upscaleIndex << " to "
+                     << row.carried.upscaleIndex);
+        renew();
+        enableAndConfig(kW, kH, row.before);
+        ASSERT_EQ(processSource(0, frame(), 1000), 0);
+        ASSERT_EQ(processSource(1, frame(), 2000, row.carried), 0);
+        ASSERT_EQ(processSource(2, frame(), 3000), 0);
+        EXPECT_EQ(metas().back(), row.next);
+        ASSERT_EQ(processSource(3, frame(), 4000), 0);
+        EXPECT_EQ(metas().back(), row.afterNext);
+    }
 }
 
 TEST_F(Intake, CarriedSettingsTakeEffectAndAreReported) {

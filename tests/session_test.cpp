@@ -87,6 +87,79 @@ TEST_F(Session, OperationsBeforeEnableFailAndHangNobody) {
     EXPECT_EQ(session().calls(), (Strings{"initSession", "close", "terminateSession"}));
 }
 
+// Every operation in every state: its result, and the state that it leaves.
+TEST_F(Session, EachOperationInEachState) {
+    using enum VppComponent::status;
+    using State = VppComponent::status;
+    constexpr uint32_t kW = 64, kH = 48;
+    const std::map<char, std::function<int()>> operations{
+        {'e', [&] { return enable(); }},
+        {'c',
+         [&] {
+             vpp->config(kW, kH, kRgba, {1, 0, 1, 0}, true);
+             (void)vpp->isInputPortEnabled(kW, kH, kRgba);  // only the first config waits
+             return 0;
+         }},
+        {'o', [&] { return processOutput(1, buffer(kW, kH, kNv12)); }},
+        {'s', [&] { return processSource(1, buffer(kW, kH, kRgba), 1000); }},
+        {'f', [&] { return vpp->flushsync(), 0; }},
+        {'p', [&] { return vpp->isInputPortEnabled(kW, kH, kRgba); }},
+        {'d', [&] { return vpp->disable(), 0; }},
+    };
+    struct Row {
+        const char* fails;   // call of the service
+        const char* before;  // operations that lead to `state`
+        State state;
+        std::vector<std::pair<int, State>> after;  // enable, config, output, source, flush, port
+    };
+    const Row rows[] = {
+        {"",
+         "",
+         UNINIT,
+         {{1, INIT}, {0, UNINIT}, {1, UNINIT}, {1, UNINIT}, {0, UNINIT}, {0, UNINIT}}},
+        {"", "e", INIT, {{0, INIT}, {0, ACTIVE}, {0, ACTIVE}, {1, INIT}, {0, INIT}, {0, INIT}}},
+        {"",
+         "ec",
+         ACTIVE,
+         {{0, ACTIVE}, {0, ACTIVE}, {0, ACTIVE}, {0, ACTIVE}, {0, IDLE}, {1, ACTIVE}}},
+        {"", "ecf", IDLE, {{0, IDLE}, {0, ACTIVE}, {0, ACTIVE}, {0, IDLE}, {0, IDLE}, {0, IDLE}}},
+        {"",
+         "ecd",
+         UNINIT,
+         {{1, INIT}, {0, UNINIT}, {1, UNINIT}, {1, UNINIT}, {0, UNINIT}, {0, UNINIT}}},
+        {"initSession",
+         "e",
+         ERROR,
+         {{0, ERROR}, {0, ERROR}, {1, ERROR}, {1, ERROR}, {0, ERROR}, {0, ERROR}}},
+        {"setCtrlFrc",
+         "ec",
+         ERROR,
+         {{0, ERROR}, {0, ACTIVE}, {0, ERROR}, {1, ERROR}, {0, ERROR}, {0, ERROR}}},
+        {"flush0",
+         "ecf",
+         ERROR,
+         {{0, ERROR}, {0, ACTIVE}, {0, ERROR}, {0, ERROR}, {0, ERROR}, {0, ERROR}}},
+    };
+    for (const Row& row : rows) {
+        for (size_t i = 0; i < row.after.size(); ++i) {
+            const char operation = "ecosfp"[i];
+            SCOPED_TRACE(testing::Message() << operation << " after \"" << row.before
+                                            << "\" where \"" << row.fails << "\" fails");
+            renew();
+            make();
+            session().results[row.fails] = VppError::VPP_ERR_HW;
+            for (const char* before = row.before; *before != 0; ++before)
+                operations.at (*before)();
+            session().results.clear();
+            ASSERT_EQ(vpp->state(), row.state);
+            EXPECT_EQ(operations.at(operation)(), row.after[i].first);
+            EXPECT_EQ(vpp->state(), row.after[i].second);
+            operations.at('d')();
+            EXPECT_EQ(vpp->state(), UNINIT);
+        }
+    }
+}
+
 TEST_F(Session, ASecondEnableLeavesTheFirstSession) {
     makeEnabled();
     Recorder other;

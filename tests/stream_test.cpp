@@ -154,6 +154,7 @@ TEST_F(Stream, AFailedStartSaysWhere) {
              Row{kOut, kFrc, kRgba, INIT, kOut, "vpp set parameter input err: 0 output err: 5"},
              Row{"open", kFrc, kRgba, INIT, "open", "vpp open ret: 5"},
              Row{"setCtrlVppMode", kFrc, kRgba, ACTIVE, "open", "VPP processStart_l success"},
+             Row{"", kFrc, kYuv, ACTIVE, "open", "VPP processStart_l success"},
          }) {
         SCOPED_TRACE(row.fails);
         renew();
