@@ -1,6 +1,8 @@
 // How long flushsync() blocks the client with 8 source frames and 12 output buffers in flight, less
 // the time that the service took to answer; against a bare hand-over between two threads, there and
 // back, and the end of as many internal buffers.
+#include <src/vpp/RecordFields.h>
+
 #include <condition_variable>
 #include <mutex>
 
@@ -27,7 +29,7 @@ class HoldingSession : public NullSession {
 
     Status queueBuf(Port port, const vpp::VppBuffer& buffer, Error*) override {
         auto& held = port == Port::INPUT ? mInputs : mOutputs;
-        held.push_back({buffer.timestamp, buffer.cookie});
+        held.push_back({android::unsignedOf(buffer.timestamp), buffer.cookie});
         return Status::ok();
     }
     Status flush(Port port, Error*) override {

@@ -16,6 +16,7 @@
 #include <gst/allocators/gstfdmemory.h>
 #include <gst/app/gstappsink.h>
 #include <gst/app/gstappsrc.h>
+#include <src/vpp/RecordFields.h>
 
 #include <condition_variable>
 #include <deque>
@@ -81,7 +82,7 @@ class ReturningSession : public NullSession {
                 mLent.push_back(buffer.cookie);
                 return Status::ok();
             }
-            mSources.push_back({buffer.timestamp, buffer.cookie});
+            mSources.push_back({android::unsignedOf(buffer.timestamp), buffer.cookie});
         }
         mCond.notify_one();
         return Status::ok();

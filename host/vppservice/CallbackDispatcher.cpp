@@ -60,9 +60,9 @@ Callback strayLike(const Callback& callback) {
     stray.kind = callback.kind;
     stray.port = static_cast<VppPort>(INT32_MIN);
     stray.buffer.cookie = -1;
-    stray.buffer.timestamp = UINT64_MAX;
-    stray.buffer.pixelFilledLen = UINT32_MAX;
-    stray.buffer.pixelAllocLen = UINT32_MAX;
+    setUnsigned(stray.buffer.timestamp, UINT64_MAX);
+    setUnsigned(stray.buffer.pixelFilledLen, UINT32_MAX);
+    setUnsigned(stray.buffer.pixelAllocLen, UINT32_MAX);
     return stray;
 }
 

@@ -61,7 +61,7 @@ void Engine::queueInput(ImportedBuffer buffer) {
     const std::lock_guard lock(mLock);
     if (mStopped) return;
     const uint32_t between = framesBefore(buffer);
-    mNewest = {buffer.record.timestamp, buffer.sizes.input};
+    mNewest = {unsignedOf(buffer.record.timestamp), buffer.sizes.input};
     mInputs.push_back({std::move(buffer), between});
     ++mQueued;
     mCond.notify_one();
@@ -72,7 +72,8 @@ void Engine::queueInput(ImportedBuffer buffer) {
 uint32_t Engine::framesBefore(const ImportedBuffer& source) {
     if (!mNewest) return 0;
     const auto& [timestamp, size] = *mNewest;
-    const bool follows = timestamp < source.record.timestamp && size == source.sizes.input;
+    const bool follows =
+        timestamp < unsignedOf(source.record.timestamp) && size == source.sizes.input;
     return follows ? mFrc.factorAt(timestamp) : 0;
 }
 
@@ -209,17 +210,18 @@ void Engine::write(ImportedBuffer output) {
     Job& job = *mJob;
     const TraceSlice slice(job.next < job.factor ? "write between" : "write source");
     const Nv12Canvas canvas = output.outputCanvas();
-    output.record.timestamp = job.source.timestamp;
+    setUnsigned(output.record.timestamp, job.source.timestamp);
     if (job.next < job.factor) {
         const uint32_t index = job.next + 1;
         mRenderer.writeBetween(*mReference, job.source, {index, job.factor + 1}, canvas);
-        output.record.timestamp =
-            timeBetween(mReference->timestamp, job.source.timestamp, index, job.factor);
+        setUnsigned(output.record.timestamp,
+                    timeBetween(mReference->timestamp, job.source.timestamp, index, job.factor));
     } else {
         mRenderer.write(job.source, canvas);
     }
     const FrameSize size = canvas.size;
-    output.record.pixelFilledLen = static_cast<uint32_t>(nv12Layout(size.width, size.height).size);
+    setUnsigned(output.record.pixelFilledLen,
+                static_cast<uint32_t>(nv12Layout(size.width, size.height).size));
     postOutput(std::move(output));
     if (++job.next > job.factor) retire();
 }

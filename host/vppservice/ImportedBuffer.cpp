@@ -66,7 +66,7 @@ bool sideBuffersFit(const VppBuffer& sent) {
 
 bool shapeFits(VppPort port, const VppBuffer& sent) {
     if (!holdsOne(sent.pixelHandle) || !isEmpty(sent.auxHandle)) return false;
-    if (sent.pixelFilledLen > sent.pixelAllocLen) return false;
+    if (unsignedOf(sent.pixelFilledLen) > unsignedOf(sent.pixelAllocLen)) return false;
     if (port == VppPort::OUTPUT) return sent.metaBuffers.empty() && sent.pixelFilledLen == 0;
     return sideBuffersFit(sent);
 }
@@ -147,12 +147,12 @@ VppError BufferImporter::mapPixels(VppPort port, ImportedBuffer* out) {
     const VppBuffer& record = out->record;
     const bool isOutput = port == VppPort::OUTPUT;
     const uint64_t bytes = frameBytes(isOutput ? out->sizes.output : out->sizes.input);
-    if (!isOutput && record.pixelFilledLen < bytes) return VppError::VPP_ERR_PARAM;
-    const uint64_t need = record.pixelOffset + bytes;
+    if (!isOutput && unsignedOf(record.pixelFilledLen) < bytes) return VppError::VPP_ERR_PARAM;
+    const uint64_t need = unsignedOf(record.pixelOffset) + bytes;
     // Memory laid out for another size would be read and written at the wrong places.
-    if (pageUp(record.pixelAllocLen) != pageUp(need)) return VppError::VPP_ERR_PARAM;
-    return mapWhole(record.pixelHandle.fds[0].get(), need, record.pixelAllocLen, isOutput,
-                    &out->pixels);
+    if (pageUp(unsignedOf(record.pixelAllocLen)) != pageUp(need)) return VppError::VPP_ERR_PARAM;
+    return mapWhole(record.pixelHandle.fds[0].get(), need, unsignedOf(record.pixelAllocLen),
+                    isOutput, &out->pixels);
 }
 
 VppError BufferImporter::mapSideBuffers(ImportedBuffer* out) {
@@ -162,11 +162,11 @@ VppError BufferImporter::mapSideBuffers(ImportedBuffer* out) {
         const uint64_t need =
             isHalf ? frameBytes(halfOf(out->sizes.output)) : fieldBytes(out->sizes.input);
         std::shared_ptr<Mapping> mapping;
-        const VppError error =
-            mapWhole(side.metaHandle.fds[0].get(), need, side.metaAllocLen, false, &mapping);
+        const VppError error = mapWhole(side.metaHandle.fds[0].get(), need,
+                                        unsignedOf(side.metaAllocLen), false, &mapping);
         if (error != VppError::VPP_OK) return error;
         // More memory than this size takes is laid out for another size: of no use here.
-        if (pageUp(side.metaAllocLen) != pageUp(need)) continue;
+        if (pageUp(unsignedOf(side.metaAllocLen)) != pageUp(need)) continue;
         (isHalf                          ? out->half
          : side.metaName == kForwardName ? out->forward
                                          : out->backward) = std::move(mapping);

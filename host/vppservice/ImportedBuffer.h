@@ -32,7 +32,7 @@ struct ImportedBuffer {
     MotionFields motion() const;
 
   private:
-    uint8_t* start() const { return pixels->data() + record.pixelOffset; }
+    uint8_t* start() const { return pixels->data() + unsignedOf(record.pixelOffset); }
 };
 
 // Takes records in. Nothing in one is trusted: not its counts, its lengths or its descriptors.

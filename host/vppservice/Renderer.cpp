@@ -46,7 +46,7 @@ void raiseRow(const uint8_t* from, const uint8_t* smooth, uint8_t* to, uint32_t 
 
 Source Renderer::open(ImportedBuffer input) {
     Source source;
-    source.timestamp = input.record.timestamp;
+    source.timestamp = unsignedOf(input.record.timestamp);
     source.view = input.inputView();
     source.lent = std::move(input);
     const PortSizes& sizes = source.lent->sizes;

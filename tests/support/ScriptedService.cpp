@@ -5,7 +5,13 @@
 
 #include <utility>
 
+#include "vpp/RecordFields.h"
+
 namespace qoz::test {
+
+using android::setUnsigned;
+using android::unsignedOf;
+
 namespace {
 
 // Set on a session's own thread when the session ended there, with the component that an event's
@@ -15,11 +21,11 @@ thread_local bool tSessionGone = false;
 Queued describe(vpp::VppPort port, const vpp::VppBuffer& buffer) {
     const auto& fds = buffer.pixelHandle.fds;
     Queued result{port,
-                  buffer.timestamp,
+                  unsignedOf(buffer.timestamp),
                   buffer.cookie,
-                  buffer.pixelAllocLen,
-                  buffer.pixelFilledLen,
-                  buffer.pixelSize,
+                  unsignedOf(buffer.pixelAllocLen),
+                  unsignedOf(buffer.pixelFilledLen),
+                  unsignedOf(buffer.pixelSize),
                   fds.size(),
                   fds.empty() ? 0 : inodeOf(fds[0].get())};
     for (const auto& meta : buffer.metaBuffers)
@@ -30,8 +36,8 @@ Queued describe(vpp::VppPort port, const vpp::VppBuffer& buffer) {
 vpp::VppBuffer returned(int64_t cookie, uint64_t timestamp, uint32_t filledLen) {
     vpp::VppBuffer buffer;
     buffer.cookie = cookie;
-    buffer.timestamp = timestamp;
-    buffer.pixelFilledLen = filledLen;
+    setUnsigned(buffer.timestamp, timestamp);
+    setUnsigned(buffer.pixelFilledLen, filledLen);
     return buffer;
 }
 

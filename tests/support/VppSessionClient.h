@@ -14,10 +14,13 @@
 
 #include "support/Fixture.h"
 #include "support/Pixels.h"
+#include "vpp/RecordFields.h"
 
 namespace qoz::test {
 
 namespace vpp = ::aidl::vendor::vuq::hardware::vpp;
+using android::setUnsigned;
+using android::unsignedOf;
 using vpp::IVpp;
 using vpp::VppBuffer;
 using vpp::VppError;
@@ -59,13 +62,13 @@ class SessionRecorder : public vpp::BnVppCallbacks {
         return note("input " + textOf(b, 0), r);
     }
     Status outputBufferDone(const VppBuffer& b, VppError* r) override {
-        return note((b.pixelFilledLen > 0 ? "output " : "unfilled ") + textOf(b, kOutputBit), r);
+        return note((b.pixelFilledLen != 0 ? "output " : "unfilled ") + textOf(b, kOutputBit), r);
     }
 
   private:
     static std::string textOf(const VppBuffer& b, int64_t bit) {
-        return std::to_string(b.cookie - bit) + " at " + std::to_string(b.timestamp) + ", " +
-               std::to_string(b.pixelFilledLen) + " bytes";
+        return std::to_string(b.cookie - bit) + " at " + std::to_string(unsignedOf(b.timestamp)) +
+               ", " + std::to_string(unsignedOf(b.pixelFilledLen)) + " bytes";
     }
     Lines held(const std::string& what) const {
         Lines lines = mSeen;
@@ -112,7 +115,7 @@ inline VppBuffer record(const sp<GraphicBuffer>& pixels, int64_t cookie, uint64_
     buffer.pixelAllocLen = buffer.pixelSize = share(pixels, &buffer.pixelHandle);
     buffer.pixelFilledLen = cookie < 0 ? 0 : buffer.pixelAllocLen;  // a source holds a frame
     buffer.cookie = cookie;
-    buffer.timestamp = timestamp;
+    setUnsigned(buffer.timestamp, timestamp);
     return buffer;
 }
 inline vpp::VppMetaBuffer& attach(VppBuffer& buffer, const char* name,
