@@ -119,7 +119,7 @@ TEST_F(ConverterTest, RefusesWhatItCannotDoAndSaysWhyOnce) {
     ASSERT_TRUE(converter.Configure(rgba, 64, 64));
     ASSERT_TRUE(converter.Configure(wide, 64, 64));
     ASSERT_TRUE(converter.GetMVbufferSize(width, height));
-    EXPECT_EQ(std::pair(width, height), std::pair(16U, 11U));
+    EXPECT_EQ(std::pair(width, height), std::pair(32U, 11U));
 
     const std::function<bool()> cases[] = {
         [&] { return converter.Configure(none, 64, 64); },
@@ -170,8 +170,8 @@ TEST_F(ConverterTest, DumpsPicturesAndFieldsThatCanBeRead) {
     auto field = makeField(64, 32);
     fill(source, kRed, kRed);
     ASSERT_TRUE(convert(source, target));
-    vectorsOf(field)[0] = {-30, 0, 0, 0};
-    vectorsOf(field)[1] = {30, 0, 0, 0};
+    vectorsOf(field)[0] = {-30 * kMotionUnit, 0, 0, 0, 0, 0};
+    vectorsOf(field)[1] = {30 * kMotionUnit, 0, 0, 0, 0, 0};
     converter.DumpBuffer(source, "QOZ_Source", 7, "VEMO_RGBA8888");
     converter.DumpBuffer(target, "QOZ_Converted", 12, "VEMO_NV12");
     converter.DumpBuffer(field, "FW_MV", 123456, "RGBA8888");

@@ -27,8 +27,9 @@ class VppPicturesTest : public VppServiceTest {
     }
     static sp<GraphicBuffer> fieldOf(Size size, int dx, int dy, uint8_t error) {
         auto field = makeField(size.width, size.height);
-        std::fill_n(vectorsOf(field), field->width * field->height,
-                    MotionVector{static_cast<int8_t>(dx), static_cast<int8_t>(dy), error, 20});
+        std::fill_n(vectorsOf(field), field->width / 2 * field->height,
+                    MotionVector{static_cast<int16_t>(dx * kMotionUnit),
+                                 static_cast<int16_t>(dy * kMotionUnit), error, 20, 0, 0});
         return field;
     }
 };

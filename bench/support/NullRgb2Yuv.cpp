@@ -33,7 +33,7 @@ bool Rgb2Yuv::MvBufferGeneration(sp<GraphicBuffer>&, sp<GraphicBuffer>&, sp<Grap
 }
 
 bool Rgb2Yuv::GetMVbufferSize(uint32_t& width, uint32_t& height) {
-    width = qoz::host::fieldWidth(mEngine->width);
+    width = qoz::host::fieldPixels(mEngine->width);
     height = qoz::host::fieldHeight(mEngine->height);
     return true;
 }

@@ -1,16 +1,13 @@
 #include <host/converter/BlockDifference.h>
+#include <host/converter/BlockKernels.h>
 
 #include <algorithm>
 #include <cstdlib>
 
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
-
 namespace qoz::host {
 namespace {
 
-// Any size; what the compiler makes of it is an order of magnitude slower than the two below.
+// Any size, for blocks at the edges.
 uint32_t sumAny(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b, ptrdiff_t bStride, int width,
                 int height) {
     uint32_t sum = 0;
@@ -20,48 +17,6 @@ uint32_t sumAny(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b, ptrdiff_t
     }
     return sum;
 }
-
-#ifdef __SSE2__
-
-uint32_t total(__m128i sums) {
-    return static_cast<uint32_t>(_mm_cvtsi128_si32(sums) +
-                                 _mm_cvtsi128_si32(_mm_srli_si128(sums, 8)));
-}
-
-uint32_t sum16(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b, ptrdiff_t bStride) {
-    const auto row = [](const uint8_t* p) {
-        return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    };
-    __m128i sums = _mm_setzero_si128();
-    for (int y = 0; y < 16; ++y, a += aStride, b += bStride) {
-        sums = _mm_add_epi64(sums, _mm_sad_epu8(row(a), row(b)));
-    }
-    return total(sums);
-}
-
-uint32_t sum8(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b, ptrdiff_t bStride) {
-    const auto twoRows = [](const uint8_t* p, ptrdiff_t stride) {
-        return _mm_unpacklo_epi64(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)),
-                                  _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p + stride)));
-    };
-    __m128i sums = _mm_setzero_si128();
-    for (int y = 0; y < 8; y += 2, a += 2 * aStride, b += 2 * bStride) {
-        sums = _mm_add_epi64(sums, _mm_sad_epu8(twoRows(a, aStride), twoRows(b, bStride)));
-    }
-    return total(sums);
-}
-
-#else
-
-uint32_t sum16(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b, ptrdiff_t bStride) {
-    return sumAny(a, aStride, b, bStride, 16, 16);
-}
-
-uint32_t sum8(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b, ptrdiff_t bStride) {
-    return sumAny(a, aStride, b, bStride, 8, 8);
-}
-
-#endif
 
 bool within(const LumaPlane& plane, int x, int y, int size) {
     return x >= 0 && y >= 0 && x + size <= plane.width && y + size <= plane.height;
@@ -94,7 +49,8 @@ uint32_t blockDifference(const LumaPlane& from, const LumaPlane& to, const Block
     }
     const uint8_t* a = from.at(block.x, block.y);
     const uint8_t* b = to.at(toX, toY);
-    return block.size == 16 ? sum16(a, from.width, b, to.width) : sum8(a, from.width, b, to.width);
+    return block.size == 16 ? difference16(a, from.width, b, to.width)
+                            : difference8(a, from.width, b, to.width);
 }
 
 uint8_t blockTexture(const LumaPlane& plane, const Block& block) {

@@ -22,8 +22,9 @@ struct Picture {
 
 Picture drawn(const MappedBuffer& vectors) {
     const auto* field = reinterpret_cast<const MotionVector*>(vectors.pixels());
-    return {vectors.width() * kMotionBlock, vectors.height() * kMotionBlock,
-            drawField(field, vectors.width(), vectors.height())};
+    const uint32_t columns = vectors.width() * 4 / sizeof(MotionVector);
+    return {columns * kMotionBlock, vectors.height() * kMotionBlock,
+            drawField(field, columns, vectors.height())};
 }
 
 // Without alpha: a frame that was rendered with none in it would show as nothing.

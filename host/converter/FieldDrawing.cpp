@@ -27,8 +27,8 @@ float channel(float hue, float brightness, float offset) {
 
 // Right is red; turning clockwise, as the picture's y does, goes on to green and blue.
 Colour colourOf(const MotionVector& vector) {
-    const float dx = vector.dx;
-    const float dy = vector.dy;
+    const float dx = static_cast<float>(vector.dx) / kMotionUnit;
+    const float dy = static_cast<float>(vector.dy) / kMotionUnit;
     const float length = std::hypot(dx, dy);
     const float strength = std::min(1.0F, std::sqrt(length / kBrightLength));
     const auto grey = static_cast<uint8_t>(255 * kDarkest);
@@ -73,11 +73,13 @@ void drawCell(int left, int top, Colour colour, Canvas* canvas) {
 void drawArrow(int left, int top, const MotionVector& vector, Canvas* canvas) {
     constexpr Colour kLine{255, 255, 255};
     constexpr Colour kHead{255, 255, 0};
-    const float length = std::hypot(static_cast<float>(vector.dx), static_cast<float>(vector.dy));
+    const float dx = static_cast<float>(vector.dx) / kMotionUnit;
+    const float dy = static_cast<float>(vector.dy) / kMotionUnit;
+    const float length = std::hypot(dx, dy);
     if (length == 0) return;
     const float half = kHalfArrow * std::min(1.0F, 0.25F + length / kBrightLength);
-    const float stepX = static_cast<float>(vector.dx) / length;
-    const float stepY = static_cast<float>(vector.dy) / length;
+    const float stepX = dx / length;
+    const float stepY = dy / length;
     for (float along = -half; along <= half; along += 0.5F) {
         const int x = left + kCell / 2 + static_cast<int>(std::lround(stepX * along));
         const int y = top + kCell / 2 + static_cast<int>(std::lround(stepY * along));

@@ -1,3 +1,4 @@
+#include <host/converter/BlockKernels.h>
 #include <host/converter/LumaPyramid.h>
 #include <libyuv/convert_from_argb.h>
 #include <libyuv/planar_functions.h>
@@ -45,6 +46,13 @@ void LumaPyramid::build(const MappedBuffer& frame) {
         const LumaPlane& below = level(mLevels - 1);
         if (below.width / 2 < kMinSide || below.height / 2 < kMinSide) return;
         halve(below, &mPlanes[static_cast<size_t>(mLevels++)]);
+    }
+}
+
+void LumaPyramid::change(int gain, int offset) {
+    for (int i = 0; i < mLevels; ++i) {
+        std::vector<uint8_t>& pixels = mPlanes[static_cast<size_t>(i)].pixels;
+        changeBrightness(pixels.data(), pixels.data(), pixels.size(), gain, offset);
     }
 }
 

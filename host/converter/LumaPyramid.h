@@ -25,10 +25,13 @@ class LumaPyramid {
     static constexpr int kMaxLevels = 4;
 
     void build(const MappedBuffer& frame);
+    // All levels become brighter or darker: see changeBrightness().
+    void change(int gain, int offset);
     void release() { *this = LumaPyramid(); }
 
     // At least one; a level has half the pixels of the one below, both ways, rounded down.
     int levels() const { return mLevels; }
+    const LumaPlane& smallest() const { return level(mLevels - 1); }
     const LumaPlane& level(int index) const { return mPlanes[static_cast<size_t>(index)]; }
 
   private:

@@ -2,6 +2,7 @@
 #include <host/converter/MotionEstimator.h>
 
 #include <algorithm>
+#include <cmath>
 
 namespace qoz::host {
 namespace {
@@ -11,33 +12,50 @@ uint8_t meanError(const BlockMatch& match, uint32_t area) {
     return static_cast<uint8_t>(std::min(254U, (match.difference + area / 2) / area));
 }
 
-void write(const LumaPlane& from, const BlockGrid& grid, MotionVector* field) {
+int16_t steps(float pixels) {
+    return static_cast<int16_t>(std::lround(pixels * kMotionUnit));
+}
+
+void write(const LumaPlane& from, const BlockGrid& grid, const std::vector<Motion>& motion,
+           const BrightnessChange& change, MotionVector* field) {
+    const Motion* fine = motion.data();
     for (int row = 0; row < grid.rows(); ++row) {
-        for (int column = 0; column < grid.columns(); ++column) {
-            const BlockMatch& match = grid.at(column, row);
+        for (int column = 0; column < grid.columns(); ++column, ++fine) {
             const Block block = grid.block(column, row);
-            *field++ = {static_cast<int8_t>(match.displacement.dx),
-                        static_cast<int8_t>(match.displacement.dy), meanError(match, block.area()),
-                        blockTexture(from, block)};
+            *field++ = {steps(fine->dx),
+                        steps(fine->dy),
+                        meanError(grid.at(column, row), block.area()),
+                        blockTexture(from, block),
+                        static_cast<int8_t>(change.gain),
+                        static_cast<int8_t>(change.offset)};
         }
     }
 }
 
-void estimateOne(const LumaPyramid& from, const LumaPyramid& to, BlockSearch* search,
-                 MotionVector* field) {
-    BlockGrid& grid = search->search(from, to);
-    smoothField(from.level(0), to.level(0), &grid);
-    write(from.level(0), grid, field);
+// What leads from the newer frame's brightness to the older one's.
+BrightnessChange inverse(const BrightnessChange& change) {
+    const float gain = static_cast<float>(change.gain) / kGainUnit;
+    return {static_cast<int>(std::lround((1 / (1 + gain) - 1) * kGainUnit)),
+            static_cast<int>(std::lround(static_cast<float>(-change.offset) / (1 + gain)))};
 }
 
 }  // namespace
+
+void MotionEstimator::estimateOne(const LumaPyramid& from, const LumaPyramid& to,
+                                  const BrightnessChange& change, MotionVector* field) {
+    BlockGrid& grid = mSearch.search(from, to);
+    smoothField(from.level(0), to.level(0), &grid);
+    write(from.level(0), grid, mSubpixel.refine(from.level(0), to.level(0), grid), change, field);
+}
 
 void MotionEstimator::estimate(const MappedBuffer& previous, const MappedBuffer& current,
                                MotionVector* forward, MotionVector* backward) {
     mPrevious.build(previous);
     mCurrent.build(current);
-    estimateOne(mPrevious, mCurrent, &mSearch, forward);
-    estimateOne(mCurrent, mPrevious, &mSearch, backward);
+    const BrightnessChange change = brightnessChange(mPrevious.smallest(), mCurrent.smallest());
+    if (change) mPrevious.change(change.gain, change.offset);
+    estimateOne(mPrevious, mCurrent, change, forward);
+    estimateOne(mCurrent, mPrevious, inverse(change), backward);
 }
 
 void MotionEstimator::release() {

@@ -2,25 +2,33 @@
 #pragma once
 
 #include <host/converter/BlockSearch.h>
+#include <host/converter/BrightnessChange.h>
 #include <host/converter/LumaPyramid.h>
 #include <host/converter/MappedBuffer.h>
 #include <host/converter/MotionField.h>
+#include <host/converter/SubpixelField.h>
 
 namespace qoz::host {
 
 // Keeps nothing between two calls but memory: the owner of a frame may have rewritten it since.
 class MotionEstimator {
   public:
-    // Frames of the same shape; fields of fieldWidth x fieldHeight vectors.
+    // Frames of the same shape; fields of fieldWidth x fieldHeight vectors. A change of brightness
+    // is undone on the older frame before anything is compared.
     void estimate(const MappedBuffer& previous, const MappedBuffer& current, MotionVector* forward,
                   MotionVector* backward);
 
     void release();
 
   private:
+    // The field over `from`; `change` is told in it.
+    void estimateOne(const LumaPyramid& from, const LumaPyramid& to, const BrightnessChange& change,
+                     MotionVector* field);
+
     LumaPyramid mPrevious;
     LumaPyramid mCurrent;
     BlockSearch mSearch;
+    SubpixelField mSubpixel;
 };
 
 }  // namespace qoz::host

@@ -29,7 +29,7 @@ bool faulty(const char* operation) {
 }
 
 bool holdsFieldOf(const MappedBuffer& source, const MappedBuffer& vectors) {
-    return !vectors.nv12() && vectors.width() == qoz::host::fieldWidth(source.width()) &&
+    return !vectors.nv12() && vectors.width() == qoz::host::fieldPixels(source.width()) &&
            vectors.height() == qoz::host::fieldHeight(source.height());
 }
 
@@ -133,7 +133,7 @@ bool Rgb2Yuv::GetMVbufferSize(uint32_t& width, uint32_t& height) {
     constexpr char kOperation[] = "GetMVbufferSize";
     if (faulty(kOperation)) return false;
     if (mEngine->sourceWidth == 0) return refuse(kOperation, "not configured");
-    width = qoz::host::fieldWidth(mEngine->sourceWidth);
+    width = qoz::host::fieldPixels(mEngine->sourceWidth);
     height = qoz::host::fieldHeight(mEngine->sourceHeight);
     return true;
 }

@@ -1,228 +1,258 @@
 #include "host/vppservice/Interpolator.h"
 
+#include "host/vppservice/PixelKernels.h"
+
 #include <libyuv/planar_functions.h>
 
 #include <algorithm>
 #include <array>
-#include <cstring>
+#include <cstdlib>
+#include <utility>
 
 namespace qoz::host::vppservice {
 namespace {
 
-// Mean error of all blocks beyond which the two sources are different scenes. Footage that moves
-// stays below 10.
-constexpr uint64_t kCutError = 32;
+// Shares of the blocks with texture that nothing in the other source is like.
+constexpr uint32_t kCutPercent = 40;
 
-// Eight samples at a time: the compilers' vector types say so on every target.
-using Bytes = uint8_t __attribute__((vector_size(8)));
-using Words = uint16_t __attribute__((vector_size(16)));
-constexpr int kLanes = 8;
+// A block is unlike everything when its best match differs by more than this share of its texture.
+constexpr uint32_t kUnlikeFloor = 6;
 
-Words load(const uint8_t* from) {
-    Bytes bytes;
-    std::memcpy(&bytes, from, sizeof bytes);
-    return __builtin_convertvector(bytes, Words);
-}
+// Quarters of a pixel: nodes further apart move as different things.
+constexpr int kApart = 4;
 
-void store(uint8_t* to, Words words) {
-    const Bytes bytes = __builtin_convertvector(words, Bytes);
-    std::memcpy(to, &bytes, sizeof bytes);
-}
-
-uint16_t word(int value) {
-    return static_cast<uint16_t>(value);
-}
-
-constexpr int kWhole = 64;  // both sources' shares of a pixel
-
-// Both luma and chroma are planes of bytes here; a chroma sample is a pair of them.
-struct Plane {
-    const uint8_t* older;
-    const uint8_t* newer;
-    uint8_t* to;
-    size_t stride;
-    size_t toStride;
-    int bytes;  // of a row
-    int rows;
-    int shift;       // offsets are divided by two to this power
-    int sample;      // bytes of one
-    int tall;        // rows between two nodes
-    int newerShare;  // of kWhole
-
-    int offsetX(int pixels) const { return (pixels >> shift) * sample; }
-};
-
-// One source's pixels at a node's motion, ready to be read row by row.
-struct Prediction {
-    const uint8_t* older;
-    const uint8_t* newer;
-    uint16_t olderShare;
-    uint16_t newerShare;
-
-    Words row(size_t offset) const {
-        const Words mixed = load(older + offset) * olderShare + load(newer + offset) * newerShare;
-        return (mixed + word(kWhole / 2)) / word(kWhole);
-    }
-};
-
-// Where the motion leads out of one source, the other alone is used.
-Prediction predict(const Plane& plane, const NodeMotion& node, int x, int y, int rows) {
-    const int lastX = plane.bytes - kLanes;
-    const int lastY = plane.rows - rows;
-    const auto place = [&](int dx, int dy, bool* inside) {
-        const int wantX = x + plane.offsetX(dx);
-        const int wantY = y + (dy >> plane.shift);
-        const int atX = std::clamp(wantX, 0, lastX);
-        const int atY = std::clamp(wantY, 0, lastY);
-        *inside = atX == wantX && atY == wantY;
-        return static_cast<size_t>(atY) * plane.stride + static_cast<size_t>(atX);
+void blend(const Nv12View& older, const Nv12View& newer, Phase phase, const Nv12Canvas& to) {
+    const auto fraction = static_cast<int>(256 * phase.index / phase.steps);
+    const auto one = [&](const uint8_t* a, const uint8_t* b, uint8_t* out, uint32_t bytes,
+                         uint32_t rows) {
+        libyuv::InterpolatePlane(a, static_cast<int>(older.stride), b,
+                                 static_cast<int>(newer.stride), out, static_cast<int>(to.stride),
+                                 static_cast<int>(bytes), static_cast<int>(rows), fraction);
     };
-    bool inOlder = false;
-    bool inNewer = false;
-    const size_t older = place(node.olderX, node.olderY, &inOlder);
-    const size_t newer = place(node.newerX, node.newerY, &inNewer);
-    const int share = inOlder == inNewer ? plane.newerShare : inNewer ? kWhole : 0;
-    return {plane.older + older, plane.newer + newer, word(kWhole - share), word(share)};
+    one(older.luma, newer.luma, to.luma, to.size.width, to.size.height);
+    one(older.chroma, newer.chroma, to.chroma, to.chromaBytes(), to.chromaRows());
 }
 
-// Shares of the right-hand node, of 16, at the centres of the samples between two nodes.
-constexpr Words kLumaRight = {1, 3, 5, 7, 9, 11, 13, 15};
-constexpr Words kChromaRight = {2, 2, 6, 6, 10, 10, 14, 14};
-
-struct Corners {
-    NodeMotion topLeft;
-    NodeMotion topRight;
-    NodeMotion bottomLeft;
-    NodeMotion bottomRight;
-
-    bool alike() const {
-        return topLeft == topRight && topLeft == bottomLeft && topLeft == bottomRight;
+// Share of the field's blocks with texture that it found nothing like, in percent.
+uint32_t unlikePercent(const MotionVector* field, size_t blocks) {
+    uint32_t unlike = 0;
+    uint32_t compared = 0;
+    for (size_t i = 0; i < blocks; ++i) {
+        const MotionVector& v = field[i];
+        if (v.error == UINT8_MAX || v.texture < 3) continue;  // led out of the picture, or is flat
+        ++compared;
+        if (v.error > kUnlikeFloor && v.error > v.texture * 3 / 4) ++unlike;
     }
-};
-
-void writeAlike(const Plane& plane, const NodeMotion& node, int x, int y, int rows) {
-    const Prediction prediction = predict(plane, node, x, y, rows);
-    uint8_t* to = plane.to + static_cast<size_t>(y) * plane.toStride + static_cast<size_t>(x);
-    for (int i = 0; i < rows; ++i) {
-        store(to, prediction.row(static_cast<size_t>(i) * plane.stride));
-        to += plane.toStride;
-    }
-}
-
-void writeMixed(const Plane& plane, const Corners& corners, int x, int y, int rows) {
-    const Prediction topLeft = predict(plane, corners.topLeft, x, y, rows);
-    const Prediction topRight = predict(plane, corners.topRight, x, y, rows);
-    const Prediction bottomLeft = predict(plane, corners.bottomLeft, x, y, rows);
-    const Prediction bottomRight = predict(plane, corners.bottomRight, x, y, rows);
-    const Words right = plane.sample == 1 ? kLumaRight : kChromaRight;
-    const Words left = word(16) - right;
-    uint8_t* to = plane.to + static_cast<size_t>(y) * plane.toStride + static_cast<size_t>(x);
-    for (int i = 0; i < rows; ++i) {
-        const size_t offset = static_cast<size_t>(i) * plane.stride;
-        const Words top = topLeft.row(offset) * left + topRight.row(offset) * right;
-        const Words bottom = bottomLeft.row(offset) * left + bottomRight.row(offset) * right;
-        const int below = (2 * i + 1) * 8 / plane.tall;  // share of the lower nodes, of 16
-        store(to, (top * word(16 - below) + bottom * word(below) + word(128)) / word(256));
-        to += plane.toStride;
-    }
-}
-
-void follow(const Plane& plane, const MotionPlan& plan) {
-    for (int row = 0; row * plane.tall < plane.rows; ++row) {
-        const int y = row * plane.tall;
-        const int rows = std::min(plane.tall, plane.rows - y);
-        for (int column = 0; column * kLanes < plane.bytes; ++column) {
-            // The last stretch of a row that eight does not divide overlaps the one before.
-            const int x = std::min(column * kLanes, plane.bytes - kLanes);
-            const Corners corners = {plan.at(column, row), plan.at(column + 1, row),
-                                     plan.at(column, row + 1), plan.at(column + 1, row + 1)};
-            if (corners.alike()) {
-                writeAlike(plane, corners.topLeft, x, y, rows);
-            } else {
-                writeMixed(plane, corners, x, y, rows);
-            }
-        }
-    }
-}
-
-Plane lumaOf(const Nv12View& older, const Nv12View& newer, const Nv12Canvas& to) {
-    Plane plane = {};
-    plane.older = older.luma;
-    plane.newer = newer.luma;
-    plane.to = to.luma;
-    plane.stride = newer.stride;
-    plane.toStride = to.stride;
-    plane.bytes = static_cast<int>(to.size.width);
-    plane.rows = static_cast<int>(to.size.height);
-    plane.sample = 1;
-    plane.tall = kNodeStep;
-    return plane;
-}
-
-Plane chromaOf(const Nv12View& older, const Nv12View& newer, const Nv12Canvas& to) {
-    Plane plane = lumaOf(older, newer, to);
-    plane.older = older.chroma;
-    plane.newer = newer.chroma;
-    plane.to = to.chroma;
-    plane.bytes = static_cast<int>(to.chromaBytes());
-    plane.rows = static_cast<int>(to.chromaRows());
-    plane.shift = 1;
-    plane.sample = 2;
-    plane.tall = kNodeStep / 2;
-    return plane;
-}
-
-void blend(const Plane& plane, Phase phase) {
-    libyuv::InterpolatePlane(plane.older, static_cast<int>(plane.stride), plane.newer,
-                             static_cast<int>(plane.stride), plane.to,
-                             static_cast<int>(plane.toStride), plane.bytes, plane.rows,
-                             static_cast<int>(256 * phase.index / phase.steps));
+    return compared < 8 ? 0 : unlike * 100 / compared;
 }
 
 bool isCut(const MotionFields& fields, FrameSize size) {
     const size_t blocks = size_t{fieldWidth(size.width)} * fieldHeight(size.height);
-    uint64_t error = 0;
-    uint64_t compared = 0;
-    for (const MotionVector* field : {fields.forward, fields.backward}) {
-        for (size_t i = 0; i < blocks; ++i) {
-            if (field[i].error == UINT8_MAX) continue;  // led out of the picture
-            error += field[i].error;
-            ++compared;
-        }
+    return unlikePercent(fields.forward, blocks) > kCutPercent &&
+           unlikePercent(fields.backward, blocks) > kCutPercent;
+}
+
+// The nodes around a tile, and what they predict for it.
+struct Tile {
+    std::array<NodeMotion, 4> nodes;
+
+    bool alike() const {
+        return nodes[0] == nodes[1] && nodes[0] == nodes[2] && nodes[0] == nodes[3];
     }
-    return error > kCutError * compared;
+    bool apart() const {
+        const auto far = [&](const NodeMotion& a, const NodeMotion& b) {
+            const int dx = (a.newerX - a.olderX) - (b.newerX - b.olderX);
+            const int dy = (a.newerY - a.olderY) - (b.newerY - b.olderY);
+            return std::max(std::abs(dx), std::abs(dy)) > kApart;
+        };
+        return far(nodes[0], nodes[3]) || far(nodes[1], nodes[2]) || far(nodes[0], nodes[1]);
+    }
+};
+
+Tile tileAt(const MotionPlan& plan, int column, int row) {
+    return {{plan.at(column, row), plan.at(column + 1, row), plan.at(column, row + 1),
+             plan.at(column + 1, row + 1)}};
+}
+
+// Reads both sources where a node's motion leads from a tile.
+class Reader {
+  public:
+    Reader(const SubpixelPlanes& older, const SubpixelPlanes& newer)
+        : mOlder(older), mNewer(newer) {}
+
+    // All of both places lies well within the rim for a tile, so no place has to be moved.
+    TileSource luma(const NodeMotion& node, int x, int y) const {
+        bool inOlder = false, inNewer = false;
+        const QuarterPlace older = clamped(x, y, node.olderX, node.olderY, &inOlder);
+        const QuarterPlace newer = clamped(x, y, node.newerX, node.newerY, &inNewer);
+        return {mOlder.at(older), mNewer.at(newer), share(node, inOlder, inNewer)};
+    }
+    ChromaSource chroma(const NodeMotion& node, int x, int y) const {
+        bool inOlder = false, inNewer = false;
+        const QuarterPlace older = clamped(x, y, node.olderX, node.olderY, &inOlder);
+        const QuarterPlace newer = clamped(x, y, node.newerX, node.newerY, &inNewer);
+        return {mOlder.chroma(older.x >> 3, older.y >> 3),
+                mNewer.chroma(newer.x >> 3, newer.y >> 3),
+                older.x & 7,
+                older.y & 7,
+                newer.x & 7,
+                newer.y & 7,
+                share(node, inOlder, inNewer)};
+    }
+    bool inside(const NodeMotion& node, int x, int y) const {
+        bool inOlder = false, inNewer = false;
+        clamped(x, y, node.olderX, node.olderY, &inOlder);
+        clamped(x, y, node.newerX, node.newerY, &inNewer);
+        return inOlder && inNewer;
+    }
+
+  private:
+    // Further out than this there is no rim to read.
+    static constexpr int kOut = SubpixelPlanes::kRim - 8;
+
+    QuarterPlace clamped(int x, int y, int dx, int dy, bool* inside) const {
+        const int lastX = 4 * (mNewer.width() - kNodeStep);
+        const int lastY = 4 * (mNewer.height() - kNodeStep);
+        const int toX = 4 * x + dx;
+        const int toY = 4 * y + dy;
+        *inside = toX >= -4 && toY >= -4 && toX <= std::max(4 * x, lastX) + 4 &&
+                  toY <= std::max(4 * y, lastY) + 4;
+        return {std::clamp(toX, -4 * kOut, lastX + 4 * kOut),
+                std::clamp(toY, -4 * kOut, lastY + 4 * kOut)};
+    }
+    // Where the motion leads out of one source, the other alone is used.
+    static int share(const NodeMotion& node, bool inOlder, bool inNewer) {
+        return inOlder == inNewer ? node.newerShare : inNewer ? kWholeShare : 0;
+    }
+
+    const SubpixelPlanes& mOlder;
+    const SubpixelPlanes& mNewer;
+};
+
+// Calls span(tile, x, y, columns) for tiles alike, as many in a row as there are, and tile(tile, x,
+// y) for the others.
+template <typename Span, typename One>
+void forEachTile(const MotionPlan& plan, const Reader& reader, int width, Span span, One one,
+                 int row) {
+    const int y = row * kNodeStep;
+    const int columns = plan.columns() - 1;
+    for (int column = 0; column < columns;) {
+        // The last tile of a row that eight does not divide overlaps the one before.
+        const int x = std::min(column * kNodeStep, width - kNodeStep);
+        const Tile tile = tileAt(plan, column, row);
+        if (!tile.alike()) {
+            one(tile, x, y);
+            ++column;
+            continue;
+        }
+        int count = 1;
+        if (reader.inside(tile.nodes[0], x, y)) {
+            while (column + count < columns && (column + count + 1) * kNodeStep <= width &&
+                   tileAt(plan, column + count, row).alike() &&
+                   plan.at(column + count, row) == tile.nodes[0] &&
+                   reader.inside(tile.nodes[0], x + count * kNodeStep, y)) {
+                ++count;
+            }
+        }
+        span(tile, x, y, count);
+        column += count;
+    }
 }
 
 }  // namespace
 
-void Interpolator::beginInterval(const MotionFields& fields, FrameSize size) {
+void Interpolator::prepare(const NumberedView& older, const NumberedView& newer) {
+    if (mNewer.number == older.number) std::swap(mOlder, mNewer);
+    for (auto [planes, source] : {std::pair{&mOlder, &older}, std::pair{&mNewer, &newer}}) {
+        if (planes->number == source->number) continue;
+        planes->planes.build(source->view);
+        planes->number = source->number;
+    }
+    const MotionVector& any = mFields.forward[0];
+    mFades = any.gain != 0 || any.offset != 0;
+    if (!mFades) return;
+    mBrightened.resize(older.view.stride * older.view.size.height);
+    changeBrightness(older.view.luma, mBrightened.data(), mBrightened.size(), any.gain, any.offset);
+    Nv12View changed = older.view;
+    changed.luma = mBrightened.data();
+    mAsBright.build(changed);
+}
+
+void Interpolator::beginInterval(const NumberedView& older, const NumberedView& newer,
+                                 const MotionFields& fields) {
     mFields = fields;
-    if (!fields || !MotionPlan::canServe(size)) {
+    if (!fields || !MotionPlan::canServe(older.view.size)) {
         mWay = Way::Blend;
     } else {
-        mWay = isCut(fields, size) ? Way::Repeat : Way::Follow;
+        mWay = isCut(fields, older.view.size) ? Way::Repeat : Way::Follow;
     }
+    if (mWay == Way::Follow) prepare(older, newer);
 }
 
 void Interpolator::write(const Nv12View& older, const Nv12View& newer, Phase phase,
                          const Nv12Canvas& to) {
-    std::array planes = {lumaOf(older, newer, to), chromaOf(older, newer, to)};
     switch (mWay) {
         case Way::Repeat:
             copyFrame(2 * phase.index < phase.steps ? older : newer, to);
             break;
         case Way::Blend:
-            for (const Plane& plane : planes) {
-                blend(plane, phase);
-            }
+            blend(older, newer, phase, to);
             break;
         case Way::Follow:
-            mPlan.lay(older, newer, mFields, phase);
-            for (Plane& plane : planes) {
-                plane.newerShare = static_cast<int>(kWhole * phase.index / phase.steps);
-                follow(plane, mPlan);
-            }
+            mPlan.lay(mFades ? mAsBright : mOlder.planes, mNewer.planes, mFields, phase);
+            writeLuma(phase, to);
+            writeChroma(phase, to);
             break;
+    }
+}
+
+void Interpolator::writeLuma(Phase /*phase*/, const Nv12Canvas& to) const {
+    const Reader reader(mOlder.planes, mNewer.planes);
+    const ptrdiff_t stride = mNewer.planes.stride();
+    const auto toStride = static_cast<ptrdiff_t>(to.stride);
+    const auto height = static_cast<int>(to.size.height);
+    for (int row = 0; row * kNodeStep < height; ++row) {
+        const int rows = std::min(kNodeStep, height - row * kNodeStep);
+        const auto out = [&](int x, int y) { return to.luma + y * toStride + x; };
+        forEachTile(
+            mPlan, reader, static_cast<int>(to.size.width),
+            [&](const Tile& tile, int x, int y, int count) {
+                writeSpan(reader.luma(tile.nodes[0], x, y), stride, out(x, y), toStride,
+                          static_cast<size_t>(count * kNodeStep), rows);
+            },
+            [&](const Tile& tile, int x, int y) {
+                const TileSource sources[4] = {
+                    reader.luma(tile.nodes[0], x, y), reader.luma(tile.nodes[1], x, y),
+                    reader.luma(tile.nodes[2], x, y), reader.luma(tile.nodes[3], x, y)};
+                (tile.apart() ? weighTile : mixTile)(sources, stride, out(x, y), toStride, rows);
+            },
+            row);
+    }
+}
+
+void Interpolator::writeChroma(Phase /*phase*/, const Nv12Canvas& to) const {
+    const Reader reader(mOlder.planes, mNewer.planes);
+    const ptrdiff_t stride = mNewer.planes.stride();
+    const auto toStride = static_cast<ptrdiff_t>(to.stride);
+    const auto height = static_cast<int>(to.chromaRows());
+    for (int row = 0; row * kNodeStep / 2 < height; ++row) {
+        const int rows = std::min(kNodeStep / 2, height - row * kNodeStep / 2);
+        const auto out = [&](int x, int y) { return to.chroma + y / 2 * toStride + x; };
+        forEachTile(
+            mPlan, reader, static_cast<int>(to.chromaBytes()),
+            [&](const Tile& tile, int x, int y, int count) {
+                vppservice::writeChroma(reader.chroma(tile.nodes[0], x & ~1, y), stride,
+                                        out(x & ~1, y), toStride,
+                                        static_cast<size_t>(count * kNodeStep), rows);
+            },
+            [&](const Tile& tile, int x, int y) {
+                x &= ~1;
+                const ChromaSource sources[4] = {
+                    reader.chroma(tile.nodes[0], x, y), reader.chroma(tile.nodes[1], x, y),
+                    reader.chroma(tile.nodes[2], x, y), reader.chroma(tile.nodes[3], x, y)};
+                mixChroma(sources, stride, out(x, y), toStride, rows);
+            },
+            row);
     }
 }
 

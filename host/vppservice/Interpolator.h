@@ -1,26 +1,49 @@
 // Writes a frame in between two sources of one size.
 //
 // With motion: each pixel is predicted from both sources along the motion of the four nodes around
-// it, and the four predictions are mixed by distance, so that no block shows its edge. Whole pixels
-// of luma and of chroma. Without: both sources blended by time. At a scene cut, which the vectors
-// give away by matching nothing, the nearer source is repeated rather than two pictures mixed.
+// it, to a quarter of a pixel, and the four predictions are mixed: by distance, so that no block
+// shows its edge, and where the four move apart the more by how well the two sources agree.
+// Without: both sources blended by time. At a scene cut, which the vectors give away by matching
+// nothing either way, the nearer source is repeated rather than two pictures mixed.
 #pragma once
 
 #include "host/vppservice/MotionPlan.h"
+#include "host/vppservice/SubpixelPlanes.h"
 
 namespace qoz::host::vppservice {
+
+// A source's pixels, and a number that no other source of the session has.
+struct NumberedView {
+    Nv12View view;
+    uint64_t number;
+};
 
 class Interpolator {
   public:
     // `fields` belong to the pair and need to live until the interval is done.
-    void beginInterval(const MotionFields& fields, FrameSize size);
+    void beginInterval(const NumberedView& older, const NumberedView& newer,
+                       const MotionFields& fields);
     void write(const Nv12View& older, const Nv12View& newer, Phase phase, const Nv12Canvas& to);
 
   private:
     enum class Way { Blend, Follow, Repeat };
 
+    void prepare(const NumberedView& older, const NumberedView& newer);
+    void writeLuma(Phase phase, const Nv12Canvas& to) const;
+    void writeChroma(Phase phase, const Nv12Canvas& to) const;
+
+    struct Planes {
+        SubpixelPlanes planes;
+        uint64_t number = 0;  // 0: of no source
+    };
+
     Way mWay = Way::Blend;
     MotionFields mFields;
+    Planes mOlder;
+    Planes mNewer;
+    SubpixelPlanes mAsBright;  // the older source, as bright as the newer, in a fade
+    std::vector<uint8_t> mBrightened;
+    bool mFades = false;
     MotionPlan mPlan;
 };
 

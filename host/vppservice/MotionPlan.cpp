@@ -13,51 +13,61 @@ constexpr int kWindow = 16;
 constexpr uint32_t kSamples = kWindow * kWindow / 2;
 
 // Costs are sums over the window; these are mean differences of luma.
-constexpr uint32_t kAgreeing = 1 * kSamples;      // good enough to look no further
-constexpr uint32_t kDisagreeing = 24 * kSamples;  // beyond this no motion is believed
+constexpr uint32_t kAgreeing = 1 * kSamples;     // good enough to look no further
+constexpr uint32_t kDisagreeing = 4 * kSamples;  // one of the sources may show something else
+
+// What motion must spare against standing still: an eighth, and this.
+constexpr uint32_t kMovesFor = kSamples / 4;
+
+// What is worth a vector unlike the neighbours': mean differences.
+constexpr int kSameLayer = 13;   // eighths of a pixel: less apart is one motion
+constexpr int kSameMotion = 24;  // likewise, where the fields are compared
 
 constexpr uint16_t kFlatTexture = 2;   // below, the vector was a guess
 constexpr uint16_t kFlatHandicap = 8;  // in the rank of such a vector
 
-uint32_t difference(const uint8_t* a, const uint8_t* b, size_t stride) {
-    uint32_t sum = 0;
-    for (int row = 0; row < kWindow; row += 2) {
-        for (int i = 0; i < kWindow; ++i) {
-            sum += static_cast<uint32_t>(std::abs(a[i] - b[i]));
-        }
-        a += 2 * stride;
-        b += 2 * stride;
-    }
-    return sum;
-}
-
-// `value` * index / steps, to the nearest.
+// `value` * index / steps, to the nearest; halves away from 0, so that both ways from the middle
+// are equally far.
 int scaled(int value, uint32_t index, uint32_t steps) {
     const int doubled = 2 * value * static_cast<int>(index);
     const int whole = static_cast<int>(steps);
     return (doubled + (doubled < 0 ? -whole : whole)) / (2 * whole);
 }
 
-int nodesOver(uint32_t pixels) {
-    return static_cast<int>((pixels + kNodeStep - 1) / kNodeStep) + 1;
+int nodesOver(int pixels) {
+    return (pixels + kNodeStep - 1) / kNodeStep + 1;
+}
+
+int distance(Vector a, Vector b) {
+    return std::max(std::abs(a.dx - b.dx), std::abs(a.dy - b.dy));
 }
 
 }  // namespace
 
-void MotionPlan::lay(const Nv12View& older, const Nv12View& newer, const MotionFields& fields,
-                     Phase phase) {
-    mOlder = older;
-    mNewer = newer;
+Vector MotionPlan::Field::at(int column, int row) const {
+    const MotionVector& told =
+        vectors[std::clamp(row, 0, rows - 1) * columns + std::clamp(column, 0, columns - 1)];
+    return {static_cast<int16_t>(sign * told.dx), static_cast<int16_t>(sign * told.dy)};
+}
+
+void MotionPlan::lay(const SubpixelPlanes& older, const SubpixelPlanes& newer,
+                     const MotionFields& fields, Phase phase) {
+    mOlder = &older;
+    mNewer = &newer;
     mPhase = phase;
-    mColumns = nodesOver(newer.size.width);
-    mRows = nodesOver(newer.size.height);
-    const auto nodes = static_cast<size_t>(mColumns) * mRows;
+    mColumns = nodesOver(newer.width());
+    mRows = nodesOver(newer.height());
+    const auto nodes = static_cast<size_t>(mColumns) * static_cast<size_t>(mRows);
     mForward.assign(nodes, {});
     mBackward.assign(nodes, {});
     mVectors.assign(nodes, {});
     mNodes.resize(nodes);
-    carry(fields.forward, newer.size, true);
-    carry(fields.backward, newer.size, false);
+    const auto across = static_cast<int>(fieldWidth(static_cast<uint32_t>(newer.width())));
+    const auto down = static_cast<int>(fieldHeight(static_cast<uint32_t>(newer.height())));
+    mForwardField = {fields.forward, 1, across, down};
+    mBackwardField = {fields.backward, -1, across, down};
+    carry(mForwardField, &mForward);
+    carry(mBackwardField, &mBackward);
     for (int row = 0; row < mRows; ++row) {
         for (int column = 0; column < mColumns; ++column) {
             choose(column, row);
@@ -65,24 +75,23 @@ void MotionPlan::lay(const Nv12View& older, const Nv12View& newer, const MotionF
     }
 }
 
-void MotionPlan::carry(const MotionVector* field, FrameSize source, bool forward) {
-    const int across = static_cast<int>(fieldWidth(source.width));
-    const int down = static_cast<int>(fieldHeight(source.height));
-    const int lastX = static_cast<int>(source.width) - kBlock;
-    const int lastY = static_cast<int>(source.height) - kBlock;
-    const uint32_t steps = forward ? mPhase.index : mPhase.steps - mPhase.index;
-    for (int row = 0; row < down; ++row) {
-        for (int column = 0; column < across; ++column) {
-            const MotionVector& told = *field++;
-            const int sign = forward ? 1 : -1;  // a backward vector points against time
+void MotionPlan::carry(const Field& field, std::vector<Arrival>* arrivals) const {
+    const int lastX = mNewer->width() - kBlock;
+    const int lastY = mNewer->height() - kBlock;
+    const uint32_t steps = field.sign > 0 ? mPhase.index : mPhase.steps - mPhase.index;
+    const MotionVector* told = field.vectors;
+    for (int row = 0; row < field.rows; ++row) {
+        for (int column = 0; column < field.columns; ++column, ++told) {
             Arrival arrival;
-            arrival.vector = {static_cast<int16_t>(sign * told.dx),
-                              static_cast<int16_t>(sign * told.dy)};
-            arrival.rank = told.error;
-            if (told.texture < kFlatTexture) arrival.rank += kFlatHandicap;
-            arrive(forward ? &mForward : &mBackward,
-                   std::min(column * kBlock, lastX) + scaled(told.dx, steps, mPhase.steps),
-                   std::min(row * kBlock, lastY) + scaled(told.dy, steps, mPhase.steps), arrival);
+            arrival.vector = field.at(column, row);
+            arrival.rank = told->error;
+            if (told->texture < kFlatTexture) arrival.rank += kFlatHandicap;
+            arrive(
+                arrivals,
+                std::min(column * kBlock, lastX) +
+                    scaled(told->dx, steps, mPhase.steps * kMotionUnit),
+                std::min(row * kBlock, lastY) + scaled(told->dy, steps, mPhase.steps * kMotionUnit),
+                arrival);
         }
     }
 }
@@ -100,34 +109,98 @@ void MotionPlan::arrive(std::vector<Arrival>* arrivals, int x, int y, Arrival ar
     }
 }
 
+// The field at a pixel: linear between the centres of blocks, of those that move about as `near`.
+Vector MotionPlan::between(const Field& field, int x, int y, Vector near) {
+    const int left = (x - kBlock / 2) >> 4;
+    const int top = (y - kBlock / 2) >> 4;
+    const int u = x - kBlock / 2 - left * kBlock;
+    const int v = y - kBlock / 2 - top * kBlock;
+    int sumX = 0, sumY = 0, sum = 0;
+    for (int i = 0; i < 4; ++i) {
+        const Vector one = field.at(left + (i & 1), top + (i >> 1));
+        if (distance(one, near) > kSameLayer) continue;
+        const int weight = ((i & 1) != 0 ? u : kBlock - u) * (i > 1 ? v : kBlock - v);
+        sumX += weight * one.dx;
+        sumY += weight * one.dy;
+        sum += weight;
+    }
+    if (sum == 0) return near;
+    const auto mean = [sum](int of) {
+        return static_cast<int16_t>((2 * of + (of < 0 ? -sum : sum)) / (2 * sum));
+    };
+    return {mean(sumX), mean(sumY)};
+}
+
+// `vector` is a block's; this is what the field says for the node's own pixels.
+Vector MotionPlan::fine(const Field& field, int column, int row, Vector vector) const {
+    const int back = field.sign > 0 ? -static_cast<int>(mPhase.index)
+                                    : static_cast<int>(mPhase.steps - mPhase.index);
+    const int whole = static_cast<int>(mPhase.steps) * kMotionUnit;
+    return between(field, column * kNodeStep + vector.dx * back / whole,
+                   row * kNodeStep + vector.dy * back / whole, vector);
+}
+
 void MotionPlan::choose(int column, int row) {
     const size_t node = nodeAt(column, row);
-    Vector candidates[7];
+    Vector candidates[9];
     int count = 0;
     const auto add = [&](Vector vector) {
         if (std::find(candidates, candidates + count, vector) == candidates + count) {
             candidates[count++] = vector;
         }
     };
-    const auto addArrival = [&](const Arrival& arrival) {
-        if (arrival.rank != Arrival::kNothing) add(arrival.vector);
+    const auto addArrival = [&](const Field& field, const std::vector<Arrival>& arrivals, int right,
+                                int down) {
+        if (column + right >= mColumns || row + down >= mRows) return;
+        const Arrival& arrival = arrivals[nodeAt(column + right, row + down)];
+        if (arrival.rank != Arrival::kNothing) add(fine(field, column, row, arrival.vector));
     };
-    addArrival(mForward[node]);
-    addArrival(mBackward[node]);
-    add({});
+    addArrival(mForwardField, mForward, 0, 0);
+    addArrival(mBackwardField, mBackward, 0, 0);
+    if (count == 2 && distance(candidates[0], candidates[1]) < kMotionUnit) {
+        const Vector mean = {static_cast<int16_t>((candidates[0].dx + candidates[1].dx) / 2),
+                             static_cast<int16_t>((candidates[0].dy + candidates[1].dy) / 2)};
+        count = 0;
+        add(mean);
+    }
     if (column > 0) add(mVectors[nodeAt(column - 1, row)]);
     if (row > 0) add(mVectors[nodeAt(column, row - 1)]);
-    if (column + 1 < mColumns) addArrival(mForward[nodeAt(column + 1, row)]);
-    if (row + 1 < mRows) addArrival(mForward[nodeAt(column, row + 1)]);
+    addArrival(mForwardField, mForward, 1, 0);
+    addArrival(mForwardField, mForward, 0, 1);
 
-    uint32_t least = kDisagreeing;
+    uint32_t least = UINT32_MAX;
     for (int i = 0; i < count && least > kAgreeing; ++i) {
         const uint32_t cost = costOf(column, row, along(candidates[i]));
         if (cost >= least) continue;
         least = cost;
         mVectors[node] = candidates[i];
     }
+    if (least > kAgreeing || mVectors[node] != Vector{}) {
+        const uint32_t still = costOf(column, row, along({}));
+        if (least >= still / 2 || least + kMovesFor >= still) {
+            mVectors[node] = {};
+            least = still;
+        }
+    }
     mNodes[node] = along(mVectors[node]);
+    mNodes[node].newerShare = shareAt(column, row, mVectors[node], least);
+}
+
+int16_t MotionPlan::shareAt(int column, int row, Vector vector, uint32_t cost) const {
+    const auto byTime = static_cast<int16_t>(kWholeShare * mPhase.index / mPhase.steps);
+    if (cost < kDisagreeing) return byTime;
+    const auto meets = [&](const Field& field) {
+        const int back = field.sign > 0 ? -static_cast<int>(mPhase.index)
+                                        : static_cast<int>(mPhase.steps - mPhase.index);
+        const int whole = static_cast<int>(mPhase.steps) * kMotionUnit;
+        const int x = column * kNodeStep + vector.dx * back / whole;
+        const int y = row * kNodeStep + vector.dy * back / whole;
+        return distance(field.at(x >> 4, y >> 4), vector) <= kSameMotion;
+    };
+    const bool inOlder = meets(mForwardField);
+    const bool inNewer = meets(mBackwardField);
+    if (inOlder == inNewer) return byTime;
+    return inOlder ? int16_t{0} : static_cast<int16_t>(kWholeShare);
 }
 
 // How far the sources differ along the motion. Near the picture's edges the window moves inwards
@@ -141,23 +214,24 @@ uint32_t MotionPlan::costOf(int column, int row, const NodeMotion& motion) const
     };
     int x = 0;
     int y = 0;
-    const int lastX = static_cast<int>(mNewer.size.width) - kWindow;
-    const int lastY = static_cast<int>(mNewer.size.height) - kWindow;
-    if (!place(column, motion.olderX, motion.newerX, lastX, &x)) return kDisagreeing;
-    if (!place(row, motion.olderY, motion.newerY, lastY, &y)) return kDisagreeing;
-    const auto offset = [&](int dx, int dy) {
-        return static_cast<size_t>(y + dy) * mNewer.stride + static_cast<size_t>(x + dx);
-    };
-    return difference(mOlder.luma + offset(motion.olderX, motion.olderY),
-                      mNewer.luma + offset(motion.newerX, motion.newerY), mNewer.stride);
+    const int lastX = mNewer->width() - kWindow;
+    const int lastY = mNewer->height() - kWindow;
+    if (!place(column, motion.olderX >> 2, motion.newerX >> 2, lastX, &x)) return UINT32_MAX;
+    if (!place(row, motion.olderY >> 2, motion.newerY >> 2, lastY, &y)) return UINT32_MAX;
+    return windowDifference(mOlder->at({4 * x + motion.olderX, 4 * y + motion.olderY}),
+                            mNewer->at({4 * x + motion.newerX, 4 * y + motion.newerY}),
+                            mNewer->stride());
 }
 
 NodeMotion MotionPlan::along(Vector vector) const {
+    constexpr int kToQuarters = kMotionUnit / 4;
+    const uint32_t steps = mPhase.steps * kToQuarters;
+    const uint32_t left = mPhase.steps - mPhase.index;
     NodeMotion motion;
-    motion.olderX = static_cast<int16_t>(-scaled(vector.dx, mPhase.index, mPhase.steps));
-    motion.olderY = static_cast<int16_t>(-scaled(vector.dy, mPhase.index, mPhase.steps));
-    motion.newerX = static_cast<int16_t>(motion.olderX + vector.dx);
-    motion.newerY = static_cast<int16_t>(motion.olderY + vector.dy);
+    motion.olderX = static_cast<int16_t>(-scaled(vector.dx, mPhase.index, steps));
+    motion.olderY = static_cast<int16_t>(-scaled(vector.dy, mPhase.index, steps));
+    motion.newerX = static_cast<int16_t>(scaled(vector.dx, left, steps));
+    motion.newerY = static_cast<int16_t>(scaled(vector.dy, left, steps));
     return motion;
 }
 

@@ -5,11 +5,17 @@
 // that instant, every block of the backward field likewise from the other side, and what arrives at
 // a node of an 8-pixel grid is a candidate for it, beside what its neighbours chose and no motion
 // at all. The candidate along which the two sources agree best is taken: the sources themselves,
-// not the vectors' word for it, decide. Where none agrees the node stands still and the sources are
-// blended; where a candidate leads out of one source, the other alone is used.
+// not the vectors' word for it, decide. No motion wins where nothing is clearly better: what
+// neither source explains is blended.
+//
+// Where the sources still disagree, the fields say which of them to believe: what moves one way in
+// the older source and is not met by the backward field in the newer one has been covered
+// meanwhile, and the older source alone shows it; what the newer one alone shows has been
+// uncovered.
 #pragma once
 
 #include "host/vppservice/Frames.h"
+#include "host/vppservice/SubpixelPlanes.h"
 
 #include <vector>
 
@@ -21,18 +27,26 @@ constexpr int kNodeStep = 8;  // pixels, both ways
 struct Phase {
     uint32_t index;
     uint32_t steps;
+
+    bool operator==(const Phase&) const = default;
 };
 
-// Where a node's pixels come from, as offsets in pixels, and how much of them from the newer
-// source.
-struct NodeMotion {
-    static constexpr int kWhole = 64;
+// From the older source to the newer, in units of 1 / kMotionUnit pixel.
+struct Vector {
+    int16_t dx = 0;
+    int16_t dy = 0;
 
+    bool operator==(const Vector&) const = default;
+};
+
+// Where a node's pixels come from, in quarters of a pixel from its place, and how much of them from
+// the newer source.
+struct NodeMotion {
     int16_t olderX = 0;
     int16_t olderY = 0;
     int16_t newerX = 0;
     int16_t newerY = 0;
-    int16_t newerShare = 0;  // of kWhole
+    int16_t newerShare = 0;  // of kWholeShare
 
     bool operator==(const NodeMotion&) const = default;
 };
@@ -42,38 +56,51 @@ class MotionPlan {
     // Smaller frames have no room for a window of comparison.
     static bool canServe(FrameSize size) { return size.width >= 16 && size.height >= 16; }
 
-    void lay(const Nv12View& older, const Nv12View& newer, const MotionFields& fields, Phase phase);
+    // `older` is as bright as `newer`: a fade has been undone.
+    void lay(const SubpixelPlanes& older, const SubpixelPlanes& newer, const MotionFields& fields,
+             Phase phase);
 
+    int columns() const { return mColumns; }
+    int rows() const { return mRows; }
     // Node (column, row) stands on pixel (8 column, 8 row); the last ones on or past the far edges.
     const NodeMotion& at(int column, int row) const { return mNodes[nodeAt(column, row)]; }
+    const Vector& vector(int column, int row) const { return mVectors[nodeAt(column, row)]; }
 
   private:
-    struct Vector {
-        int16_t dx = 0;
-        int16_t dy = 0;
-
-        bool operator==(const Vector&) const = default;
-    };
     struct Arrival {
         Vector vector;
         uint16_t rank = kNothing;  // lower is better
         static constexpr uint16_t kNothing = 0xFFFF;
     };
-    void carry(const MotionVector* field, FrameSize source, bool forward);
+    // One field, turned to lead from the older source to the newer.
+    struct Field {
+        const MotionVector* vectors;
+        int sign;
+        int columns;
+        int rows;
+
+        Vector at(int column, int row) const;
+    };
+    void carry(const Field& field, std::vector<Arrival>* arrivals) const;
     void arrive(std::vector<Arrival>* arrivals, int x, int y, Arrival arrival) const;
+    static Vector between(const Field& field, int x, int y, Vector near);
+    Vector fine(const Field& field, int column, int row, Vector vector) const;
     void choose(int column, int row);
     uint32_t costOf(int column, int row, const NodeMotion& motion) const;
+    int16_t shareAt(int column, int row, Vector vector, uint32_t cost) const;
     NodeMotion along(Vector vector) const;
     size_t nodeAt(int column, int row) const {
         return static_cast<size_t>(row) * static_cast<size_t>(mColumns) +
                static_cast<size_t>(column);
     }
 
-    Nv12View mOlder;
-    Nv12View mNewer;
+    const SubpixelPlanes* mOlder = nullptr;
+    const SubpixelPlanes* mNewer = nullptr;
     Phase mPhase = {1, 2};
     int mColumns = 0;
     int mRows = 0;
+    Field mForwardField = {};
+    Field mBackwardField = {};
     std::vector<Arrival> mForward;
     std::vector<Arrival> mBackward;
     std::vector<Vector> mVectors;  // chosen

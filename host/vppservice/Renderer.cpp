@@ -47,6 +47,7 @@ void raiseRow(const uint8_t* from, const uint8_t* smooth, uint8_t* to, uint32_t 
 Source Renderer::open(ImportedBuffer input) {
     Source source;
     source.timestamp = unsignedOf(input.record.timestamp);
+    source.number = ++mOpened;
     source.view = input.inputView();
     source.lent = std::move(input);
     const PortSizes& sizes = source.lent->sizes;
@@ -84,7 +85,8 @@ void Renderer::raiseDetail(const Nv12View& from, const Nv12View& half, const Nv1
 }
 
 void Renderer::beginInterval(const Source& older, const Source& newer) {
-    mInterpolator.beginInterval(newer.lent->motion(), older.view.size);
+    mInterpolator.beginInterval({older.view, older.number}, {newer.view, newer.number},
+                                newer.lent->motion());
 }
 
 void Renderer::writeBetween(const Source& older, const Source& newer, Phase phase,

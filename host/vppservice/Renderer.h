@@ -17,6 +17,7 @@ struct Source {
     std::vector<uint8_t> own;
     Nv12View view;
     uint64_t timestamp = 0;  // microseconds
+    uint64_t number = 0;     // from 1 on, the renderer's own
 };
 
 // For one thread.
@@ -40,6 +41,7 @@ class Renderer {
     Nv12Canvas ownCanvas(Source& source);
     void raiseDetail(const Nv12View& from, const Nv12View& half, const Nv12Canvas& to);
 
+    uint64_t mOpened = 0;  // sources, ever
     Interpolator mInterpolator;
     std::vector<uint8_t> mBetween;  // a frame in between, before scaling
     std::vector<uint8_t> mSmooth;   // luma of the half-size frame, at the source's size

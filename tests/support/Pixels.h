@@ -24,7 +24,7 @@ inline sp<GraphicBuffer> makeBuffer(int width, int height, int32_t format) {
     return new GraphicBuffer(width, height, format, GraphicBuffer::USAGE_SW_WRITE_OFTEN);
 }
 inline sp<GraphicBuffer> makeField(int sourceWidth, int sourceHeight) {
-    return makeBuffer((sourceWidth + 15) / 16, (sourceHeight + 15) / 16, kRgba8888);
+    return makeBuffer((sourceWidth + 15) / 16 * 2, (sourceHeight + 15) / 16, kRgba8888);
 }
 inline uint8_t* pixelsOf(const sp<GraphicBuffer>& buffer) {
     void* pixels = nullptr;
