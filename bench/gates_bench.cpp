@@ -10,8 +10,8 @@
 #include <iterator>
 #include <string_view>
 
-#include "pipeline/TraceMarker.h"
-#include "session/Log.h"
+#include "base/Log.h"
+#include "base/TraceMarker.h"
 #include "support/Feed.h"
 #include "support/Rounds.h"
 
@@ -74,14 +74,14 @@ Gates countGates(bool sideBuffers) {
 class Gated {
   public:
     void log() {
-        VPP_LOGI("%s: %u", "bench", mLogFlags);
+        VPP_LOGI("bench: %u", mLogFlags);
         benchmark::ClobberMemory();  // the flag is read again
     }
     static void trace() { benchmark::DoNotOptimize(ATRACE_ENABLED()); }
 
   private:
     uint32_t mLogFlags = 0;
-    std::atomic<const char*> mLogName = "bench";
+    android::SessionLog mLog{mLogFlags, "bench", this};
 };
 
 // Nanoseconds for one of many, ten in a row so that the loop around them counts for nothing.

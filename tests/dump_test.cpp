@@ -86,8 +86,10 @@ TEST_F(Dump, WaitsNeitherForTheClientNorForTheService) {
 
     whileCallHangs("queueBuf1", [this] { processOutput(5, buffer(64, 64, kNv12)); },
                    {"  in the vpp: 0 input, 1 output", "  state: ACTIVE"});
-    whileCallHangs("flush0", [this] { vpp->flushsync(); },
-                   {"  state: PENDING", "  awaited: flush", "  answers: in use"});
+    whileCallHangs(
+        "flush0", [this] { vpp->flushsync(); },
+        {"  state: PENDING", "  awaited: flush",
+         "  answers: flush input not done, output not done; reconfigure not done; drain not done"});
 
     // The next two never come back from the service, and the flush is not answered on one port.
     ASSERT_EQ(processOutput(5, buffer(64, 64, kNv12)), 0);

@@ -32,11 +32,12 @@ outBufReqsPerFrame
 process
 processBuffer
 state
+toString
 vtable
 ~VppComponent
 NAMES
 nm -D --defined-only -C "$library" | cut -d' ' -f3- | grep -v '^QOZ_0$' |
-  sed -E 's/@@.*//; s/^(.*) for android::VppComponent$/\1/; s/^android::VppComponent::([^(]*)\(.*/\1/' |
+  sed -E 's/@@.*//; s/^(.*) for android::VppComponent$/\1/; s/^android::(VppComponent::)?([^(]*)\(.*/\2/' |
   LC_ALL=C sort -u >"$work/exported"
 diff "$work/expected" "$work/exported" >&2 || fail "exported (>) is not what was expected (<)"
 

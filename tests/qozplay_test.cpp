@@ -130,8 +130,7 @@ TEST(ChangeSchedule, ReadsChangesAndHandsOutWhatIsDueOnceAndInOrder) {
 
 TEST(Ledger, FindsWhatIsOff) {
     Ledger ledger;
-    EXPECT_TRUE(ledger.queue(0, 1) && ledger.queue(1, 1) &&
-                ledger.queue(0, 2));
+    EXPECT_TRUE(ledger.queue(0, 1) && ledger.queue(1, 1) && ledger.queue(0, 2));
     EXPECT_FALSE(ledger.queue(0, 2));
     EXPECT_EQ(ledger.giveBack(0, 1), Ledger::Verdict::Good);
     EXPECT_FALSE(ledger.settled());

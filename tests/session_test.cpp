@@ -5,7 +5,7 @@
 
 #include <latch>
 
-#include "session/Log.h"
+#include "base/Log.h"
 #include "support/Fixture.h"
 
 namespace qoz::test {
@@ -28,8 +28,10 @@ TEST_F(Session, DiagnosticsNeedBothGateBits) {
         EXPECT_EQ(log.count("status: UNINIT", ANDROID_LOG_DEBUG), 1) << flags;
     }
     int evaluated = 0;
-    for (const uint32_t mLogFlags : {0U, 1U, 0x20U, 0xDEU, 0x21U})
-        VPP_LOG_GATED(ANDROID_LOG_INFO, "%d", ++evaluated);
+    for (const uint32_t flags : {0U, 1U, 0x20U, 0xDEU, 0x21U}) {
+        const android::SessionLog mLog(flags, "gate", nullptr);
+        VPP_LOGI("%d", ++evaluated);
+    }
     EXPECT_EQ(evaluated, 1) << "a closed gate evaluates no argument";
 }
 
@@ -339,8 +341,8 @@ TEST_F(Session, DisableFromACallbackIsRefused) {
     session().returnOutput(static_cast<int32_t>(0x80000003), 5, 1);
     ASSERT_TRUE(client.waitFor(1));
     EXPECT_EQ(vpp->state(), VppComponent::ACTIVE);
-    EXPECT_EQ(log.count("disable: called from within a callback of its own worker"), 1);
-    EXPECT_EQ(log.count("config: called from within a callback of its own worker"), 1);
+    EXPECT_EQ(log.count("disable: called from within a callback of its own component"), 1);
+    EXPECT_EQ(log.count("config: called from within a callback of its own component"), 1);
 }
 
 }  // namespace

@@ -11,7 +11,7 @@ namespace {
 
 using vpp::VppError;
 
-constexpr uint32_t kYuv = android::kVendorYuv;
+constexpr uint32_t kYuv = android::QOZFormat::kVendorYuv;
 
 class Stream : public ComponentTest {};
 

@@ -1,5 +1,5 @@
 /// @file
-/// What crosses the boundary between a client and its VppComponent.
+/// What crosses the boundary between a client and its VppComponent: records, numbers, callbacks.
 #pragma once
 
 #include <ui/Fence.h>
@@ -12,23 +12,76 @@
 
 namespace android {
 
+/// What VppComponent::process() answers.
+struct QOZResult {
+    static constexpr int32_t kTaken = 0;    ///< comes back through IQOZCallback::onBufferDone()
+    static constexpr int32_t kRefused = 1;  ///< refused or failed; the reason is in the log
+    static constexpr int32_t kNothingGiven = 2;
+};
+
+/// The `port` of IQOZCallback::onBufferDone().
+struct QOZPort {
+    static constexpr uint32_t kOutput = 0;  ///< an output buffer or a conversion target
+    static constexpr uint32_t kSource = 1;  ///< a source frame
+};
+
+/// ConfigParams::mode.
+struct QOZMode {
+    static constexpr uint32_t kFrcOnly = 0;     ///< frame-rate conversion; so is any number above 2
+    static constexpr uint32_t kFrc = 1;         ///< frame-rate conversion with optional upscaling
+    static constexpr uint32_t kDoubleSize = 2;  ///< twice the source size, no frame-rate conversion
+};
+
+/// ConfigParams::upscaleIndex.
+struct QOZUpscale {
+    static constexpr uint32_t k1x = 0;
+    static constexpr uint32_t k1_5x = 1;
+    static constexpr uint32_t k2x = 2;
+};
+
+/// The codes of IQOZCallback::onConfigChanged().
+struct QOZChange {
+    static constexpr uint32_t kOutBufReqs = 0;  ///< another number of output buffers for a frame
+    static constexpr uint32_t kUpscale = 4;     ///< another upscale ratio, so another output size
+};
+
+/// Pixel formats, as graphic buffers number them.
+struct QOZFormat {
+    static constexpr uint32_t kRgba8888 = 1;
+    static constexpr uint32_t kRgbx8888 = 2;
+    static constexpr uint32_t kVendorRgb = 277;
+    static constexpr uint32_t kVendorYuv = 0x7FA30C04;
+    static constexpr uint32_t kNv12Vemo = 0x7FA30C06;  ///< compressed NV12: what the VPP is given
+};
+
 /// Settings of a stream. Given to VppComponent::config(), or carried by a source frame to change
 /// the stream from the next frame on.
 struct ConfigParams {
-    /// 1: frame-rate conversion with optional upscaling. 2: upscaling to twice the source size and
-    /// no frame-rate conversion. Any other value: frame-rate conversion without upscaling.
-    uint32_t mode;
-    uint32_t reserved;      ///< not read
-    uint32_t interpFactor;  ///< n: (n + 1)x frame rate, 0 to 3; config() takes a larger one as 1
-    uint32_t upscaleIndex;  ///< with mode 1: 0 = 1x, 1 = 1.5x, 2 = 2x
+    uint32_t mode = QOZMode::kFrcOnly;  ///< see QOZMode
+    uint32_t reserved = 0;              ///< not read
+    /// n: (n + 1)x frame rate, 0 to 3. config() takes a larger one as 1; a frame's is not changed.
+    uint32_t interpFactor = 0;
+    /// See QOZUpscale; read with QOZMode::kFrc. VppComponent::config() takes 1x as "keep the
+    /// ratio": after 1.5x or 2x only settings that a frame carries go back to 1x.
+    uint32_t upscaleIndex = QOZUpscale::k1x;
 };
 
 /// One buffer handed over by the client. A source frame uses every member, a conversion target and
 /// an output buffer use `slot` and `buffer`.
+///
+/// An output buffer has VppComponent::expectedOutputWidth() x expectedOutputHeight() pixels and
+/// receives NV12: a plane of luma rows, then a plane of interleaved U and V at half the size in
+/// both directions, rounded up. Row pitch and modifiers are those that its own format and usage
+/// have with the device's allocator; allocate it with QOZFormat::kNv12Vemo and a usage that the VPP
+/// may write (0x300 is what the component's own buffers have). The alpha of a source is ignored.
 struct QOZBufferInfo {
+    static constexpr int32_t kNoSlot = -1;
+    static constexpr int32_t kOutputSlots = 64;  ///< output buffers have slots below this
+
     /// The client's own number for the buffer; it comes back in IQOZCallback::onBufferDone().
-    /// Output buffers have slots from 0 to 63. -1 on a source marks a dummy frame, which sets the
-    /// converter up and never comes back.
+    /// kNoSlot on a source that comes alone marks a dummy frame, which sets the converter up and
+    /// never comes back. A source that has a target beside it is converted whatever its slot, but
+    /// kNoSlot never comes back either.
     int32_t slot = 0;
     sp<GraphicBuffer> buffer;  ///< the pixels; never null
     sp<Fence> fence;           ///< acquire fence of a source frame; null or invalid: ready now
@@ -36,22 +89,25 @@ struct QOZBufferInfo {
     std::optional<ConfigParams> config;  ///< of a source frame: settings from the next frame on
 };
 
-/// Implemented by the client. Its two operations are called on the client's own thread (from within
+/// Implemented by the client. Its operations are called on the client's own thread (from within
 /// process() or flushsync()), on binder threads and on the component's output worker, also at the
-/// same time: they return without waiting for the component and call none of its operations but the
-/// getters and dump(), since the others may be waiting for the callback themselves. The object
-/// outlives the component.
+/// same time. They return without waiting for the component.
+///
+/// From within them the client may use the getters, dump(), GetFormat(), and process() with an
+/// output buffer; every other operation of the same component is refused at once with a message.
+/// While a flush or a start is under way process() refuses an output buffer, too: the result is
+/// QOZResult::kRefused and the buffer is still the client's. The object outlives the component.
 class IQOZCallback {
   public:
-    /// A buffer is the client's again. `port`: 1 for a source, 0 for an output buffer or a
-    /// conversion target. `valid`: 1 for a source that has been converted and for an output buffer
-    /// that holds a frame, else 0. `timestamp`: of the frame in an output buffer, in microseconds
-    /// on the clock of the sources; without a frame it means nothing.
+    /// A buffer is the client's again. `port`: see QOZPort. `valid`: 1 for a source that has been
+    /// converted and for an output buffer that holds a frame, else 0. `timestamp`: of the frame in
+    /// an output buffer, in microseconds on the clock of the sources; without a frame it means
+    /// nothing.
     virtual void onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint64_t timestamp) = 0;
 
-    /// Settings carried by a source frame are in force. Codes: 0, the number of output buffers to
-    /// lend for each frame changed; 4, the upscale ratio and with it the output size changed. A
-    /// change of the interpolation factor alone comes with an empty set.
+    /// Settings carried by a source frame are in force; see QOZChange. A change of the
+    /// interpolation factor alone comes with an empty set. Called within process(), after the frame
+    /// was queued.
     virtual void onConfigChanged(std::set<uint32_t> changes) = 0;
 
   protected:

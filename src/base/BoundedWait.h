@@ -3,6 +3,7 @@
 
 #include <pthread.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <ctime>
@@ -37,5 +38,37 @@ bool waitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>&
     }
     return true;
 }
+
+// The time that all waits of one operation of the client share, so that the operation ends within
+// the limit however many answers it waits for. What finds the time used up does not wait. Belongs
+// to the thread that runs the operation.
+class WaitBudget {
+  public:
+    explicit WaitBudget(std::chrono::nanoseconds limit) : mLeft(limit) {}
+
+    template <typename Done>
+    bool wait(std::condition_variable& condition, std::unique_lock<std::mutex>& lock, Done done) {
+        const auto begin = std::chrono::steady_clock::now();
+        const bool held = waitUntil(condition, lock, begin + mLeft, done);
+        spendSince(begin);
+        return held;
+    }
+
+    std::chrono::nanoseconds left() const { return mLeft; }
+    void spendSince(SteadyTime begin) {
+        const auto spent = std::chrono::steady_clock::now() - begin;
+        mLeft = std::max(std::chrono::nanoseconds(0), mLeft - spent);
+    }
+
+  private:
+    std::chrono::nanoseconds mLeft;
+};
+
+// How long one operation may wait for the service and for the worker.
+struct WaitLimit {
+    std::chrono::nanoseconds value = std::chrono::seconds(3);
+
+    WaitBudget budget() const { return WaitBudget(value); }
+};
 
 }  // namespace android

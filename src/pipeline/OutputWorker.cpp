@@ -1,206 +1,281 @@
-// The output worker: confirms its start, starts the session, and hands finished output buffers to
-// the client, so that no thread of the service ever waits for the client's code.
-#include <qoz/VppComponent.h>
+#include "pipeline/OutputWorker.h"
+
+#include <processgroup/sched_policy.h>
+#include <pthread.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <array>
+#include <exception>
 #include <utility>
 
-#include "pipeline/TraceMarker.h"
-#include "session/Log.h"
-#include "vpp/RecordFields.h"
+#include "base/TraceMarker.h"
 
 namespace android {
 namespace {
 
-// The component whose worker this thread is; no component is ever reached through it.
-thread_local const VppComponent* tWorkerOf = nullptr;
+// The worker that this thread is; none is ever reached through it.
+thread_local const OutputWorker* tThisWorker = nullptr;
+
+// A delivery run gives way to a waiting command after as many buffers: a service that goes on
+// returning outputs keeps no command waiting, and what a well-behaved one has returned before is
+// delivered first.
+constexpr size_t kMaxBeforeCommand = QOZBufferInfo::kOutputSlots;
 
 }  // namespace
 
-// What the client is told of one buffer.
-struct VppComponent::Delivery {
-    int32_t slot;
-    uint32_t valid;
-    uint64_t timestamp;
-    size_t left;  // still queued behind it
-};
+OutputWorker::OutputWorker(const Members& members, Hooks hooks, DeliveryQueue& queue,
+                           const ClientCallback& client, const WaitLimit& limit,
+                           const SessionLog& log)
+    : mThread(members.thread),
+      mRunning(members.running),
+      mLoop(members.loop),
+      mCommand(members.command),
+      mCommandLock(members.commandLock),
+      mPosted(members.commandCond),
+      mStateLock(members.stateLock),
+      mStateChanged(members.stateCond),
+      mReady(members.ready),
+      mStartDone(members.startDone),
+      mStartPending(members.startPending),
+      mHooks(std::move(hooks)),
+      mQueue(queue),
+      mClient(client),
+      mLimit(limit),
+      mLog(log) {}
 
-bool VppComponent::onWorkerThread() const {
-    return tWorkerOf == this;
-}
-
-// For a destructor that runs on the worker, where joining would be waiting for itself.
-void VppComponent::leaveWorkerThread() {
-    mOBDThread.detach();
-    tWorkerOf = nullptr;
-}
-
-// Waits for a command in progress.
-void VppComponent::postOBDCmd(int32_t cmd) {
-    const std::lock_guard lock(mOBDCmdLock);
-    storeOBDCmd(cmd);
-}
-
-// The last post wins over one that the worker has not taken.
-void VppComponent::storeOBDCmd(int32_t cmd) {
-    const std::lock_guard lock(mOBDPostLock);
-    mOBDCmd = cmd;
-    mOBDCmdCond.notify_one();
-}
-
-// Deliver, from threads that must not wait for a command in progress: a request beside the command
-// word, which overwrites no Start or Exit and stays until the worker has looked. Who finds one
-// there has nothing to add; who adds one wakes the worker without holding what it wakes up to.
-void VppComponent::requestDeliver() {
+bool OutputWorker::launch() {
+    // In place of what was posted while there was no worker. No command is in progress, so there is
+    // none to wait for, and mCommandLock is never taken with the component's lock held: the worker
+    // has them the other way round when it carries out a Start.
+    store(kInit);
     {
-        const std::lock_guard lock(mOBDPostLock);
-        if (std::exchange(mDeliverRequested, true)) return;
+        const std::lock_guard<std::mutex> lock(mPostLock);
+        mDeliveryRequested = false;
     }
-    mOBDCmdCond.notify_one();
+    mStartPending = false;
+    mRunning.store(true, std::memory_order_release);
+    try {
+        mThread = std::thread(mHooks.body);
+    } catch (const std::exception& error) {
+        VPP_LOGE("cannot start the output worker: %s", error.what());
+        mRunning = false;
+        return false;
+    }
+    schedule();
+    WaitBudget waits = mLimit.budget();
+    std::unique_lock<std::mutex> lock(mStateLock);
+    const base::ScopedLockAssertion held(mStateLock);
+    waits.wait(mStateChanged, lock, [this]() REQUIRES(mStateLock) { return mReady; });
+    return true;
 }
 
-void VppComponent::VppOBDworkerThread() {
-    tWorkerOf = this;
-    nameWorker();
-    mOBDLoop = true;
-    if (workUntilExit()) VPP_LOGI("%s exited", "VppOBDworkerThread");
+void OutputWorker::schedule() {
+    const pthread_t worker = mThread.native_handle();
+    sched_param priority{};
+    priority.sched_priority = 2;
+    if (pthread_setschedparam(worker, SCHED_FIFO, &priority) != 0) {
+        VPP_LOGE_BARE("Couldn't set SCHED_FIFO for EventThread");
+    }
+    set_sched_policy(pthread_gettid_np(worker), SP_FOREGROUND);
+    if (cpusets_enabled()) set_cpuset_policy(0, SP_SYSTEM);  // the calling thread
 }
 
-void VppComponent::nameWorker() {
+void OutputWorker::stop() {
+    if (mThread.joinable()) {
+        if (isOnWorkerThread()) {
+            leaveWorkerThread();
+        } else {
+            post(kExit);
+            mThread.join();
+        }
+    }
+    mRunning = false;
+}
+
+bool OutputWorker::isOnWorkerThread() const {
+    return tThisWorker == this;
+}
+
+// For a component whose last owner lets go within a callback of the worker, where joining would be
+// waiting for itself.
+void OutputWorker::leaveWorkerThread() {
+    mThread.detach();
+    tThisWorker = nullptr;
+}
+
+void OutputWorker::store(int32_t command) {
+    const std::lock_guard<std::mutex> lock(mPostLock);
+    mCommand = command;
+    mPosted.notify_one();
+}
+
+void OutputWorker::post(int32_t command) {
+    {
+        const std::lock_guard<std::mutex> lock(mPostLock);
+        ++mPostsWaiting;
+    }
+    const std::lock_guard<std::mutex> lock(mCommandLock);
+    const std::lock_guard<std::mutex> postLock(mPostLock);
+    --mPostsWaiting;
+    mCommand = command;
+    mPosted.notify_one();
+}
+
+// The pending mark first: whoever sees the command sees the mark.
+void OutputWorker::postStart() {
+    mStartPending.store(true, std::memory_order_release);
+    post(kStart);
+}
+
+// If a request is pending there is nothing to do. The worker is notified after the lock has been
+// released, so that it does not wake up only to wait for the lock.
+void OutputWorker::requestDelivery() {
+    {
+        const std::lock_guard<std::mutex> lock(mPostLock);
+        if (std::exchange(mDeliveryRequested, true)) return;
+    }
+    mPosted.notify_one();
+}
+
+bool OutputWorker::isPostWaiting() const {
+    const std::lock_guard<std::mutex> lock(mPostLock);
+    return mPostsWaiting != 0;
+}
+
+OutputWorker::Posted OutputWorker::posted() const {
+    const std::lock_guard<std::mutex> lock(mPostLock);
+    return {mCommand, mDeliveryRequested};
+}
+
+void OutputWorker::run() {
+    tThisWorker = this;
+    name();
+    mLoop = true;
+    if (workUntilExit()) VPP_LOGI("VppOBDworkerThread exited");
+}
+
+void OutputWorker::name() {
     std::array<char, 32> name{};
     std::snprintf(name.data(), name.size(), "VPPOBDWorker%ld", syscall(SYS_gettid));
     prctl(PR_SET_NAME, name.data());
-    VPP_LOGI("%s started, name: %s", "VppOBDworkerThread", name.data());
+    VPP_LOGI("VppOBDworkerThread started, name: %s", name.data());
 }
 
 // The component is kept alive while a command is carried out, even when the client lets go of it
 // from within a callback. False: that was the last reference, and the component is gone.
-bool VppComponent::workUntilExit() {
-    while (mOBDThreadRunning.load(std::memory_order_acquire) && mOBDLoop) {
-        awaitOBDWork();
-        std::shared_ptr<VppComponent> alive = weak_from_this().lock();
+bool OutputWorker::workUntilExit() {
+    while (mRunning.load(std::memory_order_acquire) && mLoop) {
+        awaitWork();
+        std::shared_ptr<void> alive = mHooks.keepAlive();
         carryOutPosted();
         alive.reset();
-        if (tWorkerOf == nullptr) return false;
+        if (tThisWorker == nullptr) return false;
     }
     return true;
 }
 
-void VppComponent::awaitOBDWork() {
-    std::unique_lock lock(mOBDPostLock);
-    const base::ScopedLockAssertion held(mOBDPostLock);
-    mOBDCmdCond.wait(lock, [this]() REQUIRES(mOBDPostLock) {
-        return mOBDCmd != OBD_CMD_NONE || mDeliverRequested;
+void OutputWorker::awaitWork() {
+    std::unique_lock<std::mutex> lock(mPostLock);
+    const base::ScopedLockAssertion held(mPostLock);
+    mPosted.wait(lock, [this]() REQUIRES(mPostLock) {
+        return mPostsWaiting == 0 && (mCommand != kNone || mDeliveryRequested);
     });
 }
 
-void VppComponent::carryOutPosted() {
-    const std::lock_guard lock(mOBDCmdLock);
-    int32_t cmd = OBD_CMD_NONE;
+void OutputWorker::carryOutPosted() {
+    const std::lock_guard<std::mutex> lock(mCommandLock);
+    int32_t command = kNone;
     bool deliver = false;
     {
-        const std::lock_guard post(mOBDPostLock);
-        cmd = std::exchange(mOBDCmd, OBD_CMD_NONE);
-        deliver = std::exchange(mDeliverRequested, false);
+        const std::lock_guard<std::mutex> postLock(mPostLock);
+        command = std::exchange(mCommand, static_cast<int32_t>(kNone));
+        deliver = std::exchange(mDeliveryRequested, false);
     }
-    if (cmd != OBD_CMD_NONE) carryOut(cmd);
-    if (deliver) carryOut(OBD_CMD_DELIVER);
+    if (command != kNone) carryOut(command);
+    if (deliver) carryOut(kDeliver);
 }
 
-void VppComponent::carryOut(int32_t cmd) {
-    switch (cmd) {
-        case OBD_CMD_INIT:
+void OutputWorker::carryOut(int32_t command) {
+    switch (command) {
+        case kInit:
             carryOutInit();
             break;
-        case OBD_CMD_START:
+        case kStart:
             carryOutStart();
             break;
-        case OBD_CMD_DELIVER:
-            queueOBD();
+        case kDeliver:
+            mHooks.deliver();
             break;
-        case OBD_CMD_EXIT:
+        case kExit:
             carryOutExit();
             break;
         default:
-            VPP_LOGE("%s: Unrecognized cmd %d", "VppOBDworkerThread", cmd);
+            VPP_LOGE("VppOBDworkerThread: Unrecognized cmd %d", command);
     }
 }
 
-void VppComponent::carryOutInit() {
-    VPP_LOGI("%s: Init", "VppOBDworkerThread");
-    const std::lock_guard lock(mOBDStateLock);
-    mOBDThreadReady = true;
-    mOBDStateCond.notify_one();
+void OutputWorker::carryOutInit() {
+    VPP_LOGI("VppOBDworkerThread: Init");
+    const std::lock_guard<std::mutex> lock(mStateLock);
+    mReady = true;
+    mStateChanged.notify_all();
 }
 
-void VppComponent::carryOutStart() {
-    if (processStart_l(mWidth, mHeight, mFormat)) {
+// Several threads may wait, each for something else: all are woken.
+void OutputWorker::carryOutStart() {
+    if (mHooks.start()) {
         VPP_LOGD("VPP processStart_l success");
     } else {
         VPP_LOGE("VPP processStart_l failure, cancel the output buffer buffer");
     }
-    const std::lock_guard lock(mOBDStateLock);
+    const std::lock_guard<std::mutex> lock(mStateLock);
     mStartPending = false;
     mStartDone = true;
-    mOBDStateCond.notify_one();
+    mStateChanged.notify_all();
 }
 
 // What is queued still reaches the client, and nobody waits for a start that this Exit has
-// overwritten.
-void VppComponent::carryOutExit() {
-    queueOBD();
-    mOBDLoop = false;
-    const std::lock_guard lock(mOBDStateLock);
+// replaced.
+void OutputWorker::carryOutExit() {
+    mLoop = false;
+    mHooks.deliver();
+    const std::lock_guard<std::mutex> lock(mStateLock);
     mStartPending = false;
-    mOBDStateCond.notify_one();
+    mStateChanged.notify_all();
 }
 
-// One delivery run: until the queue is empty.
-void VppComponent::queueOBD() {
+// Until the queue is empty, or, when a command waits or this is the last run, until those are
+// delivered that may have been there when the run began.
+void OutputWorker::deliverQueued() {
     ATRACE_NAME("queueOBD");
-    Delivery next{};
-    while (takeOBD(&next)) {
-        VPP_LOGI("%s: %d VPPOBD buffer in Queue, get buffer, slot %d", "queueOBD",
+    DeliveryQueue::Delivery next{};
+    for (size_t delivered = 0; mQueue.take(&next); ++delivered) {
+        VPP_LOGI("queueOBD: %d VPPOBD buffer in Queue, get buffer, slot %d",
                  static_cast<int>(next.left), next.slot);
         VPP_TRACE_MARKER(64, "%s: %d buffer in Queue", "queueOBD", static_cast<int>(next.left));
-        giveBack(0, next.slot, next.valid, next.timestamp);
-        finishOBD();
+        mClient.deliver(next.slot, next.filled, next.timestamp);
+        mQueue.finish();
+        if (delivered < kMaxBeforeCommand || (mLoop && !isPostWaiting())) continue;
+        if (mLoop) requestDelivery();
+        return;
     }
 }
 
-bool VppComponent::takeOBD(Delivery* delivery) {
-    const std::lock_guard lock(mVppOBDQueueLock);
-    if (mVppOBDQueue.empty()) return false;
-    mCurrentOBD = mVppOBDQueue.front();
-    mVppOBDQueue.pop_front();
-    *delivery = {.slot = static_cast<int32_t>(mCurrentOBD->cookie),
-                 .valid = mCurrentOBD->pixelFilledLen != 0 ? 1U : 0U,
-                 .timestamp = unsignedOf(mCurrentOBD->timestamp),
-                 .left = mVppOBDQueue.size()};
-    return true;
-}
-
-void VppComponent::finishOBD() {
-    const std::lock_guard lock(mVppOBDQueueLock);
-    mCurrentOBD = nullptr;
-    mVppOBDQueueCond.notify_one();
-}
-
-// Waits, bounded, until the client has been given everything that is queued.
-bool VppComponent::drainOBDQueue() {
-    requestDeliver();
-    std::unique_lock lock(mVppOBDQueueLock);
-    const base::ScopedLockAssertion held(mVppOBDQueueLock);
-    if (mVppOBDQueueCond.wait_until(lock, std::chrono::steady_clock::now() + mWaitLimit,
-                                    [this]() REQUIRES(mVppOBDQueueLock) {
-                                        return mVppOBDQueue.empty() && mCurrentOBD == nullptr;
-                                    })) {
-        return true;
-    }
-    VPP_LOGE("%s: output buffers not delivered in time", "flushsync");
+bool OutputWorker::waitForPendingStart(WaitBudget& waits, const char* operation) {
+    if (!mStartPending || !mRunning) return true;
+    std::unique_lock<std::mutex> lock(mStateLock);
+    const base::ScopedLockAssertion held(mStateLock);
+    if (waits.wait(mStateChanged, lock, [this] { return !mStartPending; })) return true;
+    VPP_LOGE("%s: the start that config asked for is still pending", operation);
     return false;
+}
+
+void OutputWorker::waitForFirstStart(WaitBudget& waits) {
+    std::unique_lock<std::mutex> lock(mStateLock);
+    const base::ScopedLockAssertion held(mStateLock);
+    waits.wait(mStateChanged, lock, [this]() REQUIRES(mStateLock) { return mStartDone; });
 }
 
 }  // namespace android

@@ -6,20 +6,39 @@
 #include <cerrno>
 #include <cstring>
 
-#include "session/Log.h"
+#include "base/Log.h"
 #include "vpp/RecordFields.h"
 
 namespace android {
 
-uint32_t VppComponent::QueueRecord::allocationSize(const sp<GraphicBuffer>& buffer) const {
+void releaseNativeHandle(const native_handle_t* handle, bool closeFds) {
+    if (handle == nullptr) return;
+    const int closed = closeFds ? native_handle_close(handle) : 0;
+    if (closed != 0) {
+        VPP_LOGE_BARE("ERROR : native_handle_close returned err = %u",
+                      static_cast<unsigned>(closed));
+        return;
+    }
+    const int deleted = native_handle_delete(const_cast<native_handle_t*>(handle));
+    if (deleted != 0) {
+        VPP_LOGE_BARE("ERROR : native_handle_delete returned err = %u",
+                      static_cast<unsigned>(deleted));
+    }
+}
+
+QueueRecord::~QueueRecord() {
+    for (auto& handle : mHandles)
+        handle.reset();
+}
+
+uint32_t QueueRecord::allocationSize(const sp<GraphicBuffer>& buffer) const {
     uint64_t bytes = 0;
     mMapper.getAllocationSize(buffer->getNativeBuffer()->handle, &bytes);
     return static_cast<uint32_t>(bytes);
 }
 
-VppComponent::Shared VppComponent::QueueRecord::share(
-    const sp<GraphicBuffer>& buffer, ::aidl::android::hardware::common::NativeHandle* to,
-    uint32_t* allocLen) {
+QueueRecord::Shared QueueRecord::share(const sp<GraphicBuffer>& buffer, NativeHandle* to,
+                                       uint32_t* allocLen) {
     auto& handle = mHandles[mHandleCount];
     handle.reset(native_handle_create(1, 0));
     if (handle == nullptr) return Shared::NoHandle;
@@ -39,30 +58,14 @@ VppComponent::Shared VppComponent::QueueRecord::share(
     return Shared::Ok;
 }
 
-VppComponent::Shared VppComponent::QueueRecord::shareMeta(size_t index, const char* name,
-                                                          const sp<GraphicBuffer>& buffer) {
+QueueRecord::Shared QueueRecord::shareMeta(size_t index, const char* name,
+                                           const sp<GraphicBuffer>& buffer) {
     auto& meta = mVppBuffer.metaBuffers[index];
     uint32_t allocLen = 0;
     const Shared result = share(buffer, &meta.metaHandle, &allocLen);
     setUnsigned(meta.metaAllocLen, allocLen);
     if (result == Shared::Ok) meta.metaName = name;
     return result;
-}
-
-// Null is nothing to release. A handle whose descriptors cannot be closed is kept.
-void VppComponent::releaseNativeHandle(const native_handle_t* handle, bool closeFds) {
-    if (handle == nullptr) return;
-    const int closed = closeFds ? native_handle_close(handle) : 0;
-    if (closed != 0) {
-        VPP_LOGE_BARE("ERROR : native_handle_close returned err = %u",
-                      static_cast<unsigned>(closed));
-        return;
-    }
-    const int deleted = native_handle_delete(const_cast<native_handle_t*>(handle));
-    if (deleted != 0) {
-        VPP_LOGE_BARE("ERROR : native_handle_delete returned err = %u",
-                      static_cast<unsigned>(deleted));
-    }
 }
 
 }  // namespace android

@@ -2,8 +2,10 @@
 #pragma once
 
 #include <aidl/android/hardware/common/NativeHandle.h>
+#include <aidl/vendor/vuq/hardware/vpp/VppBuffer.h>
 #include <cutils/native_handle.h>
-#include <qoz/VppComponent.h>
+#include <ui/GraphicBuffer.h>
+#include <ui/GraphicBufferMapper.h>
 
 #include <array>
 #include <cstdint>
@@ -11,18 +13,26 @@
 
 namespace android {
 
+// Deletes a native handle, after closing its descriptors if `closeFds`. Null is nothing to release,
+// and a handle whose descriptors cannot be closed is kept.
+void releaseNativeHandle(const native_handle_t* handle, bool closeFds);
+
 // A VppBuffer under construction, with the native handles that its descriptors pass through.
 // Descriptors are duplicates and end with the record; the handles are deleted first. No pixel is
 // copied.
-class VppComponent::QueueRecord {
+class QueueRecord {
   public:
+    using VppBuffer = ::aidl::vendor::vuq::hardware::vpp::VppBuffer;
+    using NativeHandle = ::aidl::android::hardware::common::NativeHandle;
+
     static constexpr size_t kMaxMetaBuffers = 3;  // two vector fields and a half-size copy
 
+    // How sharing a buffer's descriptor went. NoDescriptor, with a message: the process has none
+    // left.
+    enum class Shared { Ok, NoHandle, NoDescriptor };
+
     explicit QueueRecord(GraphicBufferMapper& mapper) : mMapper(mapper) {}
-    ~QueueRecord() {
-        for (auto& handle : mHandles)
-            handle.reset();
-    }
+    ~QueueRecord();
 
     QueueRecord(const QueueRecord&) = delete;
     QueueRecord& operator=(const QueueRecord&) = delete;
@@ -30,16 +40,15 @@ class VppComponent::QueueRecord {
     VppBuffer& vppBuffer() { return mVppBuffer; }
 
     // Sets `to` to a duplicate of the buffer's descriptor and `allocLen` to its allocation size in
-    // bytes. NoDescriptor, with an error message: the process has none left.
-    Shared share(const sp<GraphicBuffer>& buffer,
-                 ::aidl::android::hardware::common::NativeHandle* to, uint32_t* allocLen);
+    // bytes. The buffer has memory.
+    Shared share(const sp<GraphicBuffer>& buffer, NativeHandle* to, uint32_t* allocLen);
 
-    // The same for one more metabuffer of this name, which must exist as entry `index`.
+    // The same for the metabuffer `index`, which exists, under this name.
     Shared shareMeta(size_t index, const char* name, const sp<GraphicBuffer>& buffer);
 
+  private:
     uint32_t allocationSize(const sp<GraphicBuffer>& buffer) const;
 
-  private:
     struct HandleDeleter {
         void operator()(native_handle_t* handle) const { releaseNativeHandle(handle, false); }
     };

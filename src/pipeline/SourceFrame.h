@@ -1,15 +1,21 @@
 // One source packet on its way through intake. Private to src/.
 #pragma once
 
-#include <qoz/VppComponent.h>
+#include <qoz/ClientTypes.h>
 
 #include <cstdint>
+#include <optional>
+
+#include "base/BoundedWait.h"
+#include "pipeline/SideBufferPool.h"
 
 namespace android {
 
-struct VppComponent::SourceFrame {
-    explicit SourceFrame(const QOZBufferInfo& entry)
-        : slot(entry.slot),
+// Belongs to the client's thread for the time of one process().
+struct SourceFrame {
+    SourceFrame(const QOZBufferInfo& entry, WaitBudget& operationWaits)
+        : waits(operationWaits),
+          slot(entry.slot),
           source(entry.buffer),
           fence(entry.fence != nullptr ? entry.fence : Fence::NO_FENCE),
           timestampNs(entry.timestamp),
@@ -20,6 +26,10 @@ struct VppComponent::SourceFrame {
 
     // Microseconds: what the VPP is given, and the key of the pools. Truncates toward zero.
     uint64_t timestampUs() const { return static_cast<uint64_t>(timestampNs / 1000); }
+    uint32_t format() const { return static_cast<uint32_t>(source->getPixelFormat()); }
+    bool hasVectors() const { return forward != nullptr && backward != nullptr; }
+
+    WaitBudget& waits;  // of the whole operation
 
     // Copies: the callbacks on the way may change the client's packet.
     const int32_t slot;
@@ -28,8 +38,8 @@ struct VppComponent::SourceFrame {
     const int64_t timestampNs;
     const std::optional<ConfigParams> config;
 
-    const uint32_t width;
-    const uint32_t height;
+    const uint32_t width;      // pixels
+    const uint32_t height;     // pixels
     int32_t queuedSlot;        // travels with the target to the VPP
     sp<GraphicBuffer> target;  // receives the NV12 frame
     sp<GraphicBuffer> forward;

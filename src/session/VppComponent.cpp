@@ -1,9 +1,17 @@
+// The operations of a component: each says which of its parts does the work.
+#include <aidl/vendor/vuq/hardware/vpp/VppPortParam.h>
 #include <cutils/properties.h>
 #include <qoz/VppComponent.h>
+#include <ui/GraphicBufferMapper.h>
 
 #include <algorithm>
+#include <array>
+#include <new>
 
-#include "session/Log.h"
+#include "session/Parts.h"
+#include "session/ServiceLookup.h"
+#include "session/StateDump.h"
+#include "stream/VppUtils.h"
 
 namespace android {
 namespace {
@@ -23,6 +31,13 @@ bool exceedsLimit(uint32_t width, uint32_t height, uint32_t maxWidth, uint32_t m
     return std::min(width, height) > std::min(maxWidth, maxHeight);
 }
 
+// What a callback of the component calls would wait for that callback.
+bool isRefused(const ClientCallback& client, const SessionLog& mLog, const char* operation) {
+    if (!client.isOnThisThread()) return false;
+    VPP_LOGE("%s: called from within a callback of its own component", operation);
+    return true;
+}
+
 }  // namespace
 
 VppComponent::VppComponent()
@@ -33,12 +48,96 @@ VppComponent::VppComponent()
     mDumpEnable = property_get_bool("vendor.qoz.dump.enable", 0) != 0;
     mDumpMvEnable = property_get_bool("vendor.qoz.dump.mv.enable", 0) != 0;
     mFrcSegments.resize(1);
-    VPP_LOGI("%s", "VppComponent");
+    mParts = std::make_unique<Parts>(*this);
+    const SessionLog& mLog = mParts->log;
+    VPP_LOGI("VppComponent");
 }
 
 VppComponent::~VppComponent() {
-    VPP_LOGD("%s", "~VppComponent");
-    if (mStatus != UNINIT) shutDown();
+    const SessionLog& mLog = mParts->log;
+    VPP_LOGD("~VppComponent");
+    if (mStatus != UNINIT) mParts->session.disable();
+}
+
+// Operations of the client.
+
+bool VppComponent::enable(const std::string& name, IQOZCallback* callback, bool debug) {
+    if (isRefused(mParts->client, mParts->log, "enable")) return false;
+    return mParts->session.enable(name, callback, debug);
+}
+
+void VppComponent::disable() {
+    if (isRefused(mParts->client, mParts->log, "disable")) return;
+    mParts->session.disable();
+}
+
+void VppComponent::config(uint32_t width, uint32_t height, uint32_t format, ConfigParams params,
+                          bool wait) {
+    Parts& p = *mParts;
+    const SessionLog& mLog = p.log;
+    WaitBudget waits = p.waitLimit.budget();
+    if (isRefused(p.client, p.log, "config")) return;
+    if (!p.worker.waitForPendingStart(waits, "config")) return;
+    {
+        const OutputGate::Closure closure(p.gate, &waits);
+        if (!closure) {
+            VPP_LOGE("config: an output buffer is still being queued");
+            return;
+        }
+        p.ports.setSource(width, height, format);
+        p.settings.adoptAll(params);
+        try {
+            if (p.settings.motionVectors()) p.heldSlots.holdPlace();
+        } catch (const std::bad_alloc&) {
+            VPP_LOGE("config: out of memory, sources are released at once");
+        }
+        p.settings.publish();
+        p.ports.announce();
+        p.worker.postStart();
+    }
+    if (!p.worker.isRunning()) {
+        VPP_LOGE("config: component is not enabled, nothing will start the session");
+        return;
+    }
+    if (wait) p.worker.waitForFirstStart(waits);
+}
+
+int32_t VppComponent::process(std::vector<QOZBufferInfo>* src, QOZBufferInfo* dst) {
+    const bool haveSource = src != nullptr && !src->empty();
+    if (!haveSource && dst == nullptr) return QOZResult::kNothingGiven;
+    return processBuffer(haveSource ? src : nullptr, dst);
+}
+
+int32_t VppComponent::processBuffer(std::vector<QOZBufferInfo>* src, QOZBufferInfo* dst) {
+    const bool hasSource = src != nullptr && dst == nullptr;
+    if (hasSource && isRefused(mParts->client, mParts->log, "process")) return QOZResult::kRefused;
+    return mParts->intake.process(src, dst);
+}
+
+void VppComponent::flushsync() {
+    if (isRefused(mParts->client, mParts->log, "flushsync")) return;
+    WaitBudget waits = mParts->waitLimit.budget();
+    mParts->flush.flushAndDeliver(waits);
+}
+
+bool VppComponent::isInputPortEnabled(uint32_t width, uint32_t height, uint32_t format) {
+    if (isRefused(mParts->client, mParts->log, "isInputPortEnabled")) return false;
+    WaitBudget waits = mParts->waitLimit.budget();
+    return mParts->worker.waitForPendingStart(waits, "isInputPortEnabled") &&
+           mParts->intake.isInputPortEnabled(width, height, format);
+}
+
+// From within a callback nothing is recorded: another thread may be using the settings.
+uint32_t VppComponent::calculateOutBufferReqsPerFrame(ConfigParams params) {
+    if (mParts->client.isOnThisThread()) return StreamSettings::outBufReqs(params);
+    return mParts->settings.adoptOutBufReqs(params);
+}
+
+int VppComponent::GetFormat(int format, int& yuvFormat) {
+    uint32_t portFormat = 0;
+    const bool rgb = VppUtils::isConvertible(static_cast<uint32_t>(format), portFormat);
+    yuvFormat = static_cast<int>(portFormat);
+    return rgb ? 0 : 3;
 }
 
 VppComponent::status VppComponent::state() const {
@@ -46,63 +145,129 @@ VppComponent::status VppComponent::state() const {
 }
 
 uint32_t VppComponent::outBufReqsPerFrame() const {
-    return mPublishedOutBufReqs.load(std::memory_order_relaxed);
+    return mParts->facts.read().outBufReqsPerFrame;
 }
 
 uint32_t VppComponent::expectedOutputWidth() const {
-    return static_cast<uint32_t>(mPublishedOutSize.load(std::memory_order_relaxed) >> 32);
+    return mParts->facts.read().outputWidth;
 }
 
 uint32_t VppComponent::expectedOutputHeight() const {
-    return static_cast<uint32_t>(mPublishedOutSize.load(std::memory_order_relaxed));
+    return mParts->facts.read().outputHeight;
 }
 
-// Relaxed: each is a value of its own, no other memory is read on the strength of it.
-void VppComponent::publishStreamFacts() {
-    mPublishedOutBufReqs.store(mOutBufReqsPerFrame, std::memory_order_relaxed);
-    mPublishedOutSize.store(static_cast<uint64_t>(mExpectedOutWidth) << 32 | mExpectedOutHeight,
-                            std::memory_order_relaxed);
-    mPublishedInSize.store(static_cast<uint64_t>(mInPortWidth) << 32 | mInPortHeight,
-                           std::memory_order_relaxed);
-    mPublishedFormat.store(mFormat, std::memory_order_relaxed);
-    mPublishedInterp.store(mInterpFactor, std::memory_order_relaxed);
-    mPublishedMv.store(mMvEnabled, std::memory_order_relaxed);
-    mPublishedDs.store(mDsEnabled, std::memory_order_relaxed);
+void VppComponent::dump(int fd) const {
+    StateDump(*this, *mParts).writeTo(fd);
 }
 
-bool VppComponent::isEnabled(const char* operation) const {
-    if (mVpp != nullptr && mOBDThreadRunning) return true;
-    VPP_LOGE("%s: component is not enabled", operation);
-    return false;
+// Internal operations.
+
+bool VppComponent::acquireVppService() {
+    return mParts->session.acquireService();
 }
 
-// A callback of the session before may still be printing the name that goes: none is freed, and the
-// messages read a pointer.
-void VppComponent::adoptName(const std::string& name) {
-    mName = name;
-    const auto known = std::find(mLogNames.begin(), mLogNames.end(), name);
-    mLogName = known != mLogNames.end() ? known->c_str() : mLogNames.emplace_front(name).c_str();
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the thread keeps its own copy
+void VppComponent::waitForService(std::string instance) {
+    blockUntilRegistered(instance);
 }
 
-// The pointer is plain, but a callback of the session before may still read it while enable writes
-// it. (By the builtins: std::atomic_ref is not in every library that this is built with.)
-IQOZCallback* VppComponent::client() const {
-    return __atomic_load_n(&mCallback, __ATOMIC_ACQUIRE);
+bool VppComponent::processStart_l(uint32_t width, uint32_t height, uint32_t format) {
+    return mParts->start.start(width, height, format);
 }
 
-void VppComponent::setClient(IQOZCallback* callback) {
-    __atomic_store_n(&mCallback, callback, __ATOMIC_RELEASE);
+void VppComponent::checkDownscaleAndSetExpectedResolution() {
+    mParts->ports.resolve();
 }
 
-void VppComponent::giveBack(uint32_t port, int32_t slot, uint32_t valid, uint64_t timestamp) {
-    IQOZCallback* callback = client();
-    if (callback != nullptr) callback->onBufferDone(port, slot, valid, timestamp);
+void VppComponent::createVppPort(vpp::VppPortParam* port, uint32_t width, uint32_t height,
+                                 uint32_t format) {
+    mParts->ports.create(port, width, height, format);
 }
 
-int32_t VppComponent::process(std::vector<QOZBufferInfo>* src, QOZBufferInfo* dst) {
-    const bool haveSource = src != nullptr && !src->empty();
-    if (!haveSource && dst == nullptr) return 2;
-    return processBuffer(haveSource ? src : nullptr, dst);
+bool VppComponent::configVppFrc(uint64_t timestamp) {
+    return mParts->control.configFrc(timestamp);
+}
+
+bool VppComponent::configVppAis() {
+    return mParts->control.configAis();
+}
+
+bool VppComponent::processFlush_l(bool clearYuvPool) {
+    WaitBudget waits = mParts->waitLimit.budget();
+    return mParts->flush.flushPorts(clearYuvPool, waits);
+}
+
+bool VppComponent::processReconfig_l(uint32_t width, uint32_t height, uint32_t format) {
+    WaitBudget waits = mParts->waitLimit.budget();
+    return mParts->reconfiguration.run(width, height, format, waits);
+}
+
+bool VppComponent::processDrainDone_l() {
+    Parts& p = *mParts;
+    const SessionLog& mLog = p.log;
+    if (!p.service.hasSession()) {
+        VPP_LOGE("processDrainDone_l: component is not enabled");
+        return false;
+    }
+    VPP_LOGI("processDrainDone_l");
+    WaitBudget waits = p.waitLimit.budget();
+    return p.events.drain(waits);
+}
+
+void VppComponent::onVppEFD(const vpp::FlushDone& done) {
+    mParts->events.onFlushDone(done);
+}
+
+void VppComponent::onVppERD(const vpp::ReconfigDone& done) {
+    mParts->events.onReconfigDone(done);
+}
+
+void VppComponent::onVppEDD() {
+    mParts->events.onDrainDone();
+}
+
+bool VppComponent::requestYuvBuffer(sp<GraphicBuffer>* out, const RequestInfo& info) {
+    return mParts->yuvPool.request(out, info);
+}
+
+bool VppComponent::requestExtradataBuffer(sp<GraphicBuffer>* fwOut, sp<GraphicBuffer>* bwOut,
+                                          const RequestInfo& mvInfo, sp<GraphicBuffer>* dsOut,
+                                          const RequestInfo& dsInfo) {
+    return mParts->sidePool.request({fwOut, bwOut, dsOut}, mvInfo, dsInfo);
+}
+
+bool VppComponent::checkBufferCompatibility(const sp<GraphicBuffer>& buffer, bool skip) {
+    return skip || mParts->queue.fitsOutput(buffer);
+}
+
+bool VppComponent::queueBuffer(const sp<GraphicBuffer>& buffer, SideBuffers& extradata,
+                               uint32_t cookie, uint64_t timestamp, bool isInput) {
+    return mParts->queue.queue(buffer, extradata, cookie, timestamp, isInput);
+}
+
+bool VppComponent::queueVppBuffer(uint32_t cookie, const sp<GraphicBuffer>& buffer,
+                                  uint64_t timestamp, bool isInput) {
+    return mParts->queue.send(cookie, buffer, timestamp, isInput);
+}
+
+void VppComponent::releaseNativeHandle(const native_handle_t* handle, bool closeFds) {
+    ::android::releaseNativeHandle(handle, closeFds);
+}
+
+void VppComponent::onVppIBD(const vpp::VppBuffer& buffer) {
+    mParts->returns.onInputDone(buffer);
+}
+
+void VppComponent::onVppOBD(const vpp::VppBuffer& buffer) {
+    mParts->returns.onOutputDone(buffer);
+}
+
+void VppComponent::queueOBD() {
+    mParts->worker.deliverQueued();
+}
+
+void VppComponent::VppOBDworkerThread() {
+    mParts->worker.run();
 }
 
 }  // namespace android

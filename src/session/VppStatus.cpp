@@ -1,6 +1,8 @@
 #include <qoz/VppComponent.h>
 
-#include "session/Log.h"
+#include <array>
+
+#include "base/Log.h"
 
 namespace android {
 
@@ -20,6 +22,10 @@ const char* VppComponent::VppStatus::name(status s) {
     static constexpr std::array<const char*, 6> kNames{"UNINIT", "INIT",    "IDLE",
                                                        "ACTIVE", "PENDING", "ERROR"};
     return kNames[static_cast<size_t>(s)];
+}
+
+const char* toString(VppComponent::status s) {
+    return VppComponent::VppStatus::name(s);
 }
 
 }  // namespace android

@@ -1,12 +1,11 @@
 #include "stream/VppUtils.h"
 
 #include <android/log.h>
-#include <qoz/VppComponent.h>
 
 #include <algorithm>
 #include <array>
 
-#include "session/Log.h"
+#include "base/Log.h"
 
 namespace android {
 namespace {
@@ -22,11 +21,11 @@ struct FormatRow {
 constexpr int32_t kDefaultPortColor = 8;
 
 constexpr std::array<FormatRow, 5> kFormats{{
-    {kRgba8888, 2, kNv12Vemo, true, kDefaultPortColor},
-    {kRgbx8888, 3, kNv12Vemo, true, kDefaultPortColor},
-    {kVendorRgb, 4, kNv12Vemo, true, kDefaultPortColor},
-    {kVendorYuv, 0, kVendorYuv, false, 0},
-    {kNv12Vemo, 1, kNv12Vemo, false, 3},
+    {QOZFormat::kRgba8888, 2, QOZFormat::kNv12Vemo, true, kDefaultPortColor},
+    {QOZFormat::kRgbx8888, 3, QOZFormat::kNv12Vemo, true, kDefaultPortColor},
+    {QOZFormat::kVendorRgb, 4, QOZFormat::kNv12Vemo, true, kDefaultPortColor},
+    {QOZFormat::kVendorYuv, 0, QOZFormat::kVendorYuv, false, 0},
+    {QOZFormat::kNv12Vemo, 1, QOZFormat::kNv12Vemo, false, 3},
 }};
 
 const FormatRow* findRow(uint32_t format) {
@@ -63,26 +62,31 @@ int32_t VppUtils::portColorFormat(uint32_t format) {
     return row == nullptr ? kDefaultPortColor : row->portColor;
 }
 
+bool VppUtils::areAlike(uint32_t format, uint32_t other) {
+    if (format == other) return true;
+    const FormatRow* row = findRow(format);
+    const FormatRow* otherRow = findRow(other);
+    return row != nullptr && row->rgb && otherRow != nullptr && otherRow->rgb;
+}
+
 // Always printed: a client asks once a stream, and wants the answer in its log.
-int VppComponent::GetFormat(int format, int& yuvFormat) {
-    const auto say = [format](int priority, const char* text) {
-        __android_log_print(priority, VPP_LOG_TAG, "%s: format 0x%x is %s", "GetFormat",
-                            static_cast<unsigned>(format), text);
-    };
-    const FormatRow* row = findRow(static_cast<uint32_t>(format));
+bool VppUtils::isConvertible(uint32_t format, uint32_t& yuvFormat) {
+    const FormatRow* row = findRow(format);
     const bool rgb = row != nullptr && row->rgb;
-    const bool vemo = row != nullptr && row->format == kNv12Vemo;
-    yuvFormat = row == nullptr ? format : static_cast<int>(row->yuvFormat);
+    const bool vemo = format == QOZFormat::kNv12Vemo;
+    yuvFormat = row == nullptr ? format : row->yuvFormat;
     if (rgb || vemo) {
-        say(ANDROID_LOG_INFO, "supported");
+        __android_log_print(ANDROID_LOG_INFO, VPP_LOG_TAG, "GetFormat: format 0x%x is supported",
+                            format);
     } else {
-        say(ANDROID_LOG_WARN, "not supported");
+        __android_log_print(ANDROID_LOG_WARN, VPP_LOG_TAG,
+                            "GetFormat: format 0x%x is not supported", format);
     }
     if (vemo) {
         __android_log_print(ANDROID_LOG_WARN, VPP_LOG_TAG,
-                            "%s:  input format is NV12 VEMO, need to go bypass mode", "GetFormat");
+                            "GetFormat:  input format is NV12 VEMO, need to go bypass mode");
     }
-    return rgb ? 0 : 3;
+    return rgb;
 }
 
 }  // namespace android

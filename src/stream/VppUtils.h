@@ -1,16 +1,11 @@
 // The pixel formats that the system knows. Private to src/.
 #pragma once
 
+#include <qoz/ClientTypes.h>
+
 #include <cstdint>
 
 namespace android {
-
-// Pixel-format numbers of the platform, vendor formats included.
-constexpr uint32_t kRgba8888 = 1;
-constexpr uint32_t kRgbx8888 = 2;
-constexpr uint32_t kVendorRgb = 277;
-constexpr uint32_t kVendorYuv = 0x7FA30C04;
-constexpr uint32_t kNv12Vemo = 0x7FA30C06;  // compressed NV12: what the VPP input port is given
 
 class VppUtils {
   public:
@@ -24,8 +19,15 @@ class VppUtils {
     // False, with an error message, for a format that is not supported.
     static bool IsRGBFmt(uint32_t format);
 
+    // Whether a converter sees the same kind of pixels in both. Without a message.
+    static bool areAlike(uint32_t format, uint32_t other);
+
     // The colour-format code of a VPP port that carries this format.
     static int32_t portColorFormat(uint32_t format);
+
+    // Whether the component takes sources of this format for conversion, and what the input port
+    // then carries. Says so in the log, whatever the gate.
+    static bool isConvertible(uint32_t format, uint32_t& yuvFormat);
 };
 
 }  // namespace android

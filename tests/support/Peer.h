@@ -7,12 +7,14 @@
 #include <tuple>
 #include <utility>
 
+#include "session/Parts.h"
+
 namespace android {
 
 class VppComponentPeer {
   public:
     using SideBuffers = VppComponent::SideBuffers;
-    using VppBuffer = VppComponent::VppBuffer;
+    using VppBuffer = vpp::VppBuffer;
 
     explicit VppComponentPeer(VppComponent& component) : c(component) {}
 
@@ -77,17 +79,19 @@ class VppComponentPeer {
     std::pair<uint32_t, uint32_t> inVpp() const {
         return {c.mInputBuffersInVpp, c.mOutputBuffersInVpp};
     }
-    void storeCommand(int32_t cmd) { c.storeOBDCmd(cmd); }  // waits for nobody
+    void storeCommand(int32_t cmd) { c.mParts->worker.store(cmd); }  // waits for nobody
     // The worker looks for work, and goes to sleep, under this.
-    std::unique_lock<std::mutex> holdLook() { return std::unique_lock(c.mOBDPostLock); }
-    bool store(uint32_t id, const VppBuffer& buffer) { return c.storeOBD(id, buffer); }
+    std::unique_lock<std::mutex> holdLook() { return std::unique_lock(c.mParts->worker.mPostLock); }
+    bool store(uint32_t id, const VppBuffer& buffer) {
+        return c.mParts->delivery.store(id, buffer);
+    }
     size_t queued() {
         const std::lock_guard lock(c.mVppOBDQueueLock);
         return c.mVppOBDQueue.size();
     }
     bool startPending() const { return c.mStartPending; }
     bool firstFrame() const { return c.mIsFirstFrame; }
-    void setWaitLimit(std::chrono::nanoseconds limit) { c.mWaitLimit = limit; }
+    void setWaitLimit(std::chrono::nanoseconds limit) { c.mParts->waitLimit.value = limit; }
     void releaseHandle(const native_handle_t* handle, bool closeFds) {
         VppComponent::releaseNativeHandle(handle, closeFds);
     }

@@ -1,14 +1,16 @@
-#include "vpp/VppCallbacks.h"
+#include "session/VppCallbacks.h"
 
 #include <new>
 #include <utility>
 
-#include "session/Log.h"
+#include "base/Log.h"
+#include "session/Parts.h"
 
 namespace android {
 
 VppComponent::IVppCallbacks::IVppCallbacks(std::shared_ptr<VppComponent> component)
-    : mVppComponent(std::move(component)) {}
+    : mVppComponent(std::move(component)),
+      mSession(mVppComponent == nullptr ? 0 : mVppComponent->mParts->session.number()) {}
 
 VppComponent::IVppCallbacks::~IVppCallbacks() {
     mVppComponent.reset();
@@ -32,7 +34,15 @@ ndk::ScopedAStatus VppComponent::IVppCallbacks::handle(const char* operation, Vp
         VPP_LOGE_BARE("%s: invalid ptr", operation);
         return ndk::ScopedAStatus::ok();
     }
-    if (mVppComponent != nullptr) action(*mVppComponent);
+    if (mVppComponent != nullptr) {
+        Parts& parts = *mVppComponent->mParts;
+        if (parts.session.number() == mSession) {
+            action(*mVppComponent);
+        } else {
+            const SessionLog& mLog = parts.log;
+            VPP_LOGE("%s: event of a previous session dropped", operation);
+        }
+    }
     *result = VppError::VPP_OK;
     return ndk::ScopedAStatus::ok();
 }
@@ -41,28 +51,28 @@ ndk::ScopedAStatus VppComponent::IVppCallbacks::eventDrainDone(VppError* _aidl_r
     return handle("eventDrainDone", _aidl_return, [](VppComponent& c) { c.onVppEDD(); });
 }
 
-// What the service reports here also shows in the results of the component's own calls.
+// Dropped: what the service reports here also shows in the results of the component's own calls.
 ndk::ScopedAStatus VppComponent::IVppCallbacks::eventError(VppError /*error*/,
                                                            VppError* _aidl_return) {
     return handle("eventError", _aidl_return, [](VppComponent&) {});
 }
 
-ndk::ScopedAStatus VppComponent::IVppCallbacks::eventFlushDone(const FlushDone& done,
+ndk::ScopedAStatus VppComponent::IVppCallbacks::eventFlushDone(const vpp::FlushDone& done,
                                                                VppError* _aidl_return) {
     return handle("eventFlushDone", _aidl_return, [&](VppComponent& c) { c.onVppEFD(done); });
 }
 
-ndk::ScopedAStatus VppComponent::IVppCallbacks::eventReconfigDone(const ReconfigDone& done,
+ndk::ScopedAStatus VppComponent::IVppCallbacks::eventReconfigDone(const vpp::ReconfigDone& done,
                                                                   VppError* _aidl_return) {
     return handle("eventReconfigDone", _aidl_return, [&](VppComponent& c) { c.onVppERD(done); });
 }
 
-ndk::ScopedAStatus VppComponent::IVppCallbacks::inputBufferDone(const VppBuffer& buffer,
+ndk::ScopedAStatus VppComponent::IVppCallbacks::inputBufferDone(const vpp::VppBuffer& buffer,
                                                                 VppError* _aidl_return) {
     return handle("inputBufferDone", _aidl_return, [&](VppComponent& c) { c.onVppIBD(buffer); });
 }
 
-ndk::ScopedAStatus VppComponent::IVppCallbacks::outputBufferDone(const VppBuffer& buffer,
+ndk::ScopedAStatus VppComponent::IVppCallbacks::outputBufferDone(const vpp::VppBuffer& buffer,
                                                                  VppError* _aidl_return) {
     return handle("outputBufferDone", _aidl_return, [&](VppComponent& c) { c.onVppOBD(buffer); });
 }

@@ -4,12 +4,15 @@
 #include <aidl/vendor/vuq/hardware/vpp/BnVppCallbacks.h>
 #include <qoz/VppComponent.h>
 
+#include <cstdint>
 #include <memory>
 
 namespace android {
 
 // Its operations run on binder threads, several at once, and answer OK in every case. It holds its
-// component strongly: the component lives at least as long as the service holds this object.
+// component strongly: the component lives at least as long as the service holds this object. It
+// belongs to the session that was being opened when it was made; once a later enable() has begun,
+// what arrives through it is dropped.
 class VppComponent::IVppCallbacks : public ::aidl::vendor::vuq::hardware::vpp::BnVppCallbacks {
   public:
     using VppError = ::aidl::vendor::vuq::hardware::vpp::VppError;
@@ -17,22 +20,26 @@ class VppComponent::IVppCallbacks : public ::aidl::vendor::vuq::hardware::vpp::B
     explicit IVppCallbacks(std::shared_ptr<VppComponent> component);
     ~IVppCallbacks() override;
 
-    // Null when memory is short or no std::shared_ptr owns the component.
+    // Null on allocation failure, or when no std::shared_ptr owns the component.
     static std::shared_ptr<IVppCallbacks> makeFor(const std::weak_ptr<VppComponent>& component);
 
     ::ndk::ScopedAStatus eventDrainDone(VppError* _aidl_return) override;
     ::ndk::ScopedAStatus eventError(VppError error, VppError* _aidl_return) override;
-    ::ndk::ScopedAStatus eventFlushDone(const FlushDone& done, VppError* _aidl_return) override;
-    ::ndk::ScopedAStatus eventReconfigDone(const ReconfigDone& done,
+    ::ndk::ScopedAStatus eventFlushDone(const vpp::FlushDone& done,
+                                        VppError* _aidl_return) override;
+    ::ndk::ScopedAStatus eventReconfigDone(const vpp::ReconfigDone& done,
                                            VppError* _aidl_return) override;
-    ::ndk::ScopedAStatus inputBufferDone(const VppBuffer& buffer, VppError* _aidl_return) override;
-    ::ndk::ScopedAStatus outputBufferDone(const VppBuffer& buffer, VppError* _aidl_return) override;
+    ::ndk::ScopedAStatus inputBufferDone(const vpp::VppBuffer& buffer,
+                                         VppError* _aidl_return) override;
+    ::ndk::ScopedAStatus outputBufferDone(const vpp::VppBuffer& buffer,
+                                          VppError* _aidl_return) override;
 
   private:
     template <typename Action>
     ::ndk::ScopedAStatus handle(const char* operation, VppError* result, Action action);
 
     std::shared_ptr<VppComponent> mVppComponent;
+    const uint32_t mSession;
 };
 
 }  // namespace android

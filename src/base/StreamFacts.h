@@ -1,0 +1,47 @@
+// What a component says about its stream to other threads. Private to src/.
+#pragma once
+
+#include <android-base/thread_annotations.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+
+namespace android {
+
+// A copy of what the getters answer and dump() prints. The members that these are copied from
+// belong to the thread that runs the stream; the copy may be read by any thread at any moment.
+struct StreamFacts {
+    uint32_t outBufReqsPerFrame = 1;
+    uint32_t outputWidth = 0;   // pixels
+    uint32_t outputHeight = 0;  // pixels
+    uint32_t inputWidth = 0;    // pixels, of the input port
+    uint32_t inputHeight = 0;   // pixels, of the input port
+    uint32_t format = 0;        // pixel format of the sources
+    uint32_t interpFactor = 0;
+    bool motionVectors = false;
+    bool downscaledCopies = false;
+    size_t heldSlots = 0;  // places in the list of held source slots
+};
+
+// Owns the copy; its lock is a leaf.
+class PublishedFacts {
+  public:
+    StreamFacts read() const EXCLUDES(mLock) {
+        const std::lock_guard<std::mutex> lock(mLock);
+        return mFacts;
+    }
+
+    // `change` is given the facts to alter, under the lock.
+    template <typename Change>
+    void update(Change change) EXCLUDES(mLock) {
+        const std::lock_guard<std::mutex> lock(mLock);
+        change(mFacts);
+    }
+
+  private:
+    mutable std::mutex mLock;
+    StreamFacts mFacts GUARDED_BY(mLock);
+};
+
+}  // namespace android

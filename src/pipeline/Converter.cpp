@@ -1,0 +1,96 @@
+#include "pipeline/Converter.h"
+
+#include <tuple>
+#include <utility>
+
+#include "stream/VppUtils.h"
+
+namespace android {
+
+bool Converter::Shape::operator==(const Shape& other) const {
+    return std::tie(width, height, format, outWidth, outHeight) ==
+           std::tie(other.width, other.height, other.format, other.outWidth, other.outHeight);
+}
+
+Converter::Shape Converter::shapeFor(const sp<GraphicBuffer>& source) const {
+    Shape shape;
+    shape.width = source->getWidth();
+    shape.height = source->getHeight();
+    shape.format = static_cast<uint32_t>(source->getPixelFormat());
+    shape.outWidth = mPorts.outputWidth();
+    shape.outHeight = mPorts.outputHeight();
+    return shape;
+}
+
+void Converter::configure(sp<GraphicBuffer>& source) {
+    if (m.converter == nullptr) {
+        m.converter = new Rgb2Yuv();
+        m.previousSource.clear();
+    }
+    m.converter->Configure(source, mPorts.outputWidth(), mPorts.outputHeight());
+    mConfigured = shapeFor(source);
+}
+
+void Converter::setUp(SourceFrame& frame) {
+    const bool missing = !exists();
+    frame.fresh = m.isFirstFrame || frame.sizeChanged || missing || !hasReferenceFor(frame);
+    const bool resized = frame.sizeChanged && !m.isFirstFrame;
+    if (!missing && !resized && mConfigured == shapeFor(frame.source)) return;
+    VPP_LOGD("processBuffer: %s MotionEngine, isFirstFrame=%d, isBufferSizeChanged=%d",
+             missing ? "Setup" : "Reconfigure", m.isFirstFrame ? 1 : 0, frame.sizeChanged ? 1 : 0);
+    configure(frame.source);
+}
+
+// After a frame of a new size that failed, the previous source is still one of the old size. One
+// RGB format is as good a reference as another.
+bool Converter::hasReferenceFor(const SourceFrame& frame) const {
+    const sp<GraphicBuffer>& previous = m.previousSource;
+    return previous != nullptr && previous->getWidth() == frame.width &&
+           previous->getHeight() == frame.height &&
+           VppUtils::areAlike(static_cast<uint32_t>(previous->getPixelFormat()), frame.format());
+}
+
+bool Converter::vectorSize(uint32_t& width, uint32_t& height) {
+    return m.converter->GetMVbufferSize(width, height);
+}
+
+bool Converter::convert(SourceFrame& frame, bool motion) {
+    bool ok =
+        m.converter->RGBToNV12(frame.source, frame.target, frame.downscaled, motion, frame.fence);
+    if (frame.hasVectors()) {
+        ok = ok && m.converter->MvBufferGeneration(m.previousSource, frame.source, frame.forward,
+                                                   frame.backward);
+    }
+    if (m.dumpEnable) dump(frame);
+    return ok;
+}
+
+// Whether or not the conversion succeeded: what went wrong is what one wants to see.
+void Converter::dump(SourceFrame& frame) {
+    const auto write = [this](sp<GraphicBuffer>& buffer, const char* name, const char* label) {
+        if (buffer != nullptr) m.converter->DumpBuffer(buffer, name, m.dumpFrameCount, label);
+    };
+    if (m.dumpMvEnable && frame.hasVectors()) {
+        write(frame.forward, "FW_MV", "RGBA8888");
+        write(frame.backward, "BW_MV", "RGBA8888");
+    }
+    write(frame.source, "Game_Source", "VEMO_RGBA8888");
+    write(frame.target, "QOZ_Converted", "VEMO_NV12");
+    write(frame.downscaled, "Downscaled", "VEMO_NV12");
+    ++m.dumpFrameCount;
+}
+
+void Converter::adoptReference(const SourceFrame& frame) {
+    m.previousSource = frame.source;
+    m.isFirstFrame = false;
+}
+
+void Converter::releaseResources() {
+    if (exists()) m.converter->clearOpenGLResources();
+}
+
+void Converter::destroy() {
+    delete std::exchange(m.converter, nullptr);
+}
+
+}  // namespace android

@@ -1,0 +1,58 @@
+#include "pipeline/DeliveryQueue.h"
+
+#include <new>
+
+#include "vpp/RecordFields.h"
+
+namespace android {
+
+bool DeliveryQueue::store(uint32_t slot, const Record& returned) {
+    const std::lock_guard<std::mutex> lock(mLock);
+    Record& record = mRecords[slot];
+    try {
+        mQueue.push_back(&record);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    record.cookie = slot;
+    record.pixelFilledLen = returned.pixelFilledLen;
+    record.timestamp = returned.timestamp;
+    return true;
+}
+
+bool DeliveryQueue::take(Delivery* delivery) {
+    const std::lock_guard<std::mutex> lock(mLock);
+    if (mQueue.empty()) return false;
+    mCurrent = mQueue.front();
+    mQueue.pop_front();
+    *delivery = {static_cast<int32_t>(mCurrent->cookie), mCurrent->pixelFilledLen != 0,
+                 unsignedOf(mCurrent->timestamp), mQueue.size()};
+    return true;
+}
+
+void DeliveryQueue::finish() {
+    const std::lock_guard<std::mutex> lock(mLock);
+    mCurrent = nullptr;
+    mDelivered.notify_all();
+}
+
+bool DeliveryQueue::waitUntilDelivered(WaitBudget& waits) {
+    std::unique_lock<std::mutex> lock(mLock);
+    const base::ScopedLockAssertion held(mLock);
+    return waits.wait(mDelivered, lock,
+                      [this]() REQUIRES(mLock) { return mQueue.empty() && mCurrent == nullptr; });
+}
+
+size_t DeliveryQueue::clear() {
+    const std::lock_guard<std::mutex> lock(mLock);
+    const size_t dropped = mQueue.size();
+    mQueue.clear();
+    return dropped;
+}
+
+DeliveryQueue::Summary DeliveryQueue::summary() const {
+    const std::lock_guard<std::mutex> lock(mLock);
+    return {mQueue.size(), mCurrent == nullptr ? -1 : static_cast<int64_t>(mCurrent->cookie)};
+}
+
+}  // namespace android

@@ -1,0 +1,285 @@
+#include "pipeline/FrameIntake.h"
+
+#include <utils/Timers.h>
+
+#include <algorithm>
+#include <chrono>
+#include <climits>
+#include <new>
+#include <utility>
+
+#include "pipeline/Align.h"
+#include "stream/VppUtils.h"
+
+namespace android {
+namespace {
+
+constexpr int32_t kTaken = QOZResult::kTaken;
+constexpr int32_t kRefused = QOZResult::kRefused;
+
+// Whether the fence has signalled within what is left of the operation's time.
+bool waitForFence(const SourceFrame& frame) {
+    const auto begin = std::chrono::steady_clock::now();
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(frame.waits.left()).count();
+    const bool signalled =
+        frame.fence->wait(static_cast<int>(std::min<int64_t>(left, INT_MAX))) == NO_ERROR;
+    frame.waits.spendSince(begin);
+    return signalled;
+}
+
+}  // namespace
+
+int32_t FrameIntake::process(const std::vector<QOZBufferInfo>* source,
+                             const QOZBufferInfo* output) {
+    if (source == nullptr && output == nullptr) return kRefused;
+    if (source != nullptr && output != nullptr) {
+        VPP_LOGE_BARE("processBuffer:pSrcBufferInfo = %p, pDstBufferInfo = %p ",
+                      static_cast<const void*>(source), static_cast<const void*>(output));
+        return kRefused;
+    }
+    try {
+        if (output != nullptr) return takeOutput(*output);
+        WaitBudget waits = p.limit.budget();
+        if (!p.worker.waitForPendingStart(waits, "processBuffer")) return kRefused;
+        return takeSource(*source, waits);
+    } catch (const std::bad_alloc&) {
+        // Thrown before anything was queued or held: the packet is still the client's.
+        VPP_LOGE("processBuffer: out of memory");
+        return kRefused;
+    }
+}
+
+bool FrameIntake::isEnabled() const {
+    if (p.worker.isRunning()) return true;
+    VPP_LOGE("processBuffer: component is not enabled");
+    return false;
+}
+
+bool FrameIntake::isInputPortEnabled(uint32_t width, uint32_t height, uint32_t format) {
+    const std::lock_guard<std::mutex> lock(p.lock);
+    return p.status == Status::ACTIVE && p.ports.isSource(width, height, format);
+}
+
+// From within a callback nothing is waited for: a flush, a start or disable() may be waiting for
+// that callback.
+int32_t FrameIntake::takeOutput(const QOZBufferInfo& output) {
+    if (output.buffer == nullptr || !isEnabled()) return kRefused;
+    WaitBudget budget = p.limit.budget();
+    const bool inCallback = p.client.isOnThisThread();
+    WaitBudget* const waits = inCallback ? nullptr : &budget;
+    // A client that queues again whatever comes back would never leave its callback.
+    if (inCallback && p.outstanding.isServiceGone()) {
+        VPP_LOGW("processBuffer: the vpp service has died, output buffer refused");
+        return kRefused;
+    }
+    if (!inCallback && !p.worker.waitForPendingStart(budget, "processBuffer")) return kRefused;
+    if (p.ports.inputFormat() == 0) {
+        p.ports.setInputFormat(static_cast<uint32_t>(output.buffer->getPixelFormat()));
+    }
+    if (p.status == Status::INIT && !startFor(output, waits)) return kRefused;
+    return queueOutput(output, waits) ? kTaken : kRefused;
+}
+
+// The first output buffer starts a session that config() has not started.
+bool FrameIntake::startFor(const QOZBufferInfo& output, WaitBudget* waits) {
+    bool started = true;
+    {
+        const OutputGate::Closure closure(p.gate, waits);
+        if (!closure || p.worker.isStartPending()) {
+            VPP_LOGW("processBuffer: a flush or a start is under way, output buffer refused");
+            return false;
+        }
+        if (p.status == Status::INIT) {
+            started = p.start.start(output.buffer->getWidth(), output.buffer->getHeight(),
+                                    static_cast<uint32_t>(output.buffer->getPixelFormat()));
+        }
+    }
+    if (!started) {
+        VPP_LOGE("VPP processStart_l failure, cancel the output buffer buffer");
+        p.client.giveBackUnused(output.slot);
+        return false;
+    }
+    VPP_LOGD("VPP processStart_l success");
+    return true;
+}
+
+// False: it is still the client's. Else it comes back, whatever became of it.
+bool FrameIntake::queueOutput(const QOZBufferInfo& output, WaitBudget* waits) {
+    const OutputGate::Passage passage(p.gate, waits);
+    if (!passage || p.worker.isStartPending()) {
+        VPP_LOGW("processBuffer: a flush or a start is under way, output buffer refused");
+        return false;
+    }
+    VPP_LOGD("No input buffer ,just queue output to VPP");
+    SideBuffers none;
+    p.queue.queue(output.buffer, none, static_cast<uint32_t>(output.slot),
+                  static_cast<uint64_t>(systemTime(SYSTEM_TIME_MONOTONIC)), false);
+    return true;
+}
+
+int32_t FrameIntake::takeSource(const std::vector<QOZBufferInfo>& packet, WaitBudget& waits) {
+    if (packet.empty() || packet[0].buffer == nullptr || p.ports.inputFormat() == 0) {
+        VPP_LOGE("processBuffer: INVALID INPUT !");
+        return kRefused;
+    }
+    if (!isEnabled()) return kRefused;
+    if (p.outstanding.isFull()) {
+        VPP_LOGE("processBuffer: vpp holds %u source frames and returns none, frame refused",
+                 OutstandingBuffers::kMaxSources);
+        return kRefused;
+    }
+    SourceFrame frame(packet[0], waits);
+    m.needAdditionalBuffer = false;
+    const bool isDummy = packet.size() == 1 && frame.slot == QOZBufferInfo::kNoSlot;
+    const bool isConverted = frame.format() == QOZFormat::kNv12Vemo;
+    if (!isDummy && isConverted && !p.ports.downscalesSource() && !p.settings.motionVectors() &&
+        !p.settings.downscaledCopies()) {
+        return queueUnconverted(frame, packet);
+    }
+    if (packet.size() > 2) {
+        VPP_LOGE("Send more than 2 buffers in one packet is NOT supported !");
+        return kRefused;
+    }
+    if (isDummy) return acceptDummy(frame);
+    if (!chooseTarget(frame, packet)) return kRefused;
+    return convertAndQueue(frame);
+}
+
+// The service gives the frame back itself. It cannot wait for a fence, so that is done here.
+// Nothing is converted into what else the packet holds, which goes straight back.
+int32_t FrameIntake::queueUnconverted(SourceFrame& frame,
+                                      const std::vector<QOZBufferInfo>& packet) {
+    VPP_LOGW("Nothing needs to be done in ME, directly queue buffer to VPP");
+    if (!waitForFence(frame)) {
+        VPP_LOGE("processBuffer: the acquire fence of source slot %d has not signalled in time",
+                 frame.slot);
+        return kRefused;
+    }
+    // Copied: the callbacks may change the client's packet.
+    std::vector<int32_t> unused;
+    for (size_t i = 1; i < packet.size(); ++i)
+        unused.push_back(packet[i].slot);
+    m.extraBuffers = {};
+    for (const int32_t slot : unused)
+        p.client.giveBackUnused(slot);
+    p.queue.queue(frame.source, m.extraBuffers, static_cast<uint32_t>(frame.queuedSlot),
+                  frame.timestampUs(), true);
+    return kTaken;
+}
+
+// Only the first one has anything to do: it sets the converter up before frames come.
+int32_t FrameIntake::acceptDummy(SourceFrame& frame) {
+    VPP_LOGI("processBuffer : receive dummy buffer to start ME initialization, src buf size=%ux%u",
+             frame.width, frame.height);
+    if (p.converter.exists()) return kTaken;
+    p.converter.configure(frame.source);
+    VPP_LOGD_BARE(
+        "processBuffer : ME is configured successfully, return directly since this is dummy "
+        "buffer");
+    return kTaken;
+}
+
+bool FrameIntake::chooseTarget(SourceFrame& frame, const std::vector<QOZBufferInfo>& packet) {
+    if (packet.size() == 1) {
+        VPP_LOGI("processBuffer : request additional buffer, size=%ux%u", p.ports.inputWidth(),
+                 p.ports.inputHeight());
+        m.needAdditionalBuffer = true;
+        return true;
+    }
+    if (packet[1].buffer == nullptr) {
+        VPP_LOGE("processBuffer: INVALID INPUT !");
+        return false;
+    }
+    frame.target = packet[1].buffer;
+    frame.queuedSlot = packet[1].slot;
+    return true;
+}
+
+int32_t FrameIntake::convertAndQueue(SourceFrame& frame) {
+    if (!adoptSourceSize(frame)) return kRefused;
+    p.converter.setUp(frame);
+    VPP_LOGD("processBuffer input frame timestamp = %ld ns", static_cast<long>(frame.timestampNs));
+    if (!requestBuffers(frame)) return kRefused;
+    const bool converted = convert(frame);
+    m.extraBuffers = {std::move(frame.forward), std::move(frame.backward),
+                      std::move(frame.downscaled)};
+    if (!converted) {
+        VPP_LOGE("RGBToNV12 or MvBufferGeneration error");
+        return kRefused;
+    }
+    VPP_LOGD("no outputbuffer ready, queue the YUV input buffer alone");
+    p.heldSlots.hold(frame.slot);
+    p.queue.queue(frame.target, m.extraBuffers, static_cast<uint32_t>(frame.queuedSlot),
+                  frame.timestampUs(), true);
+    p.converter.adoptReference(frame);
+    p.heldSlots.releaseFront();
+    if (frame.config) p.inBand.apply(frame, *frame.config);
+    return kTaken;  // the frame is on its way, whatever became of the settings
+}
+
+// A frame of a new size reshapes the session, unless the input port runs at that size already.
+// False, and nothing changed: an output buffer is being queued all the time.
+bool FrameIntake::adoptSourceSize(SourceFrame& frame) {
+    frame.sizeChanged = !p.ports.isSourceSize(frame.width, frame.height);
+    if (!frame.sizeChanged) return true;
+    const uint32_t format = VppUtils::GetYUVFormat(p.ports.inputFormat());
+    if (isInputPortEnabled(frame.width, frame.height, format)) return true;
+    const OutputGate::Closure closure(p.gate, &frame.waits);
+    if (!closure) {
+        VPP_LOGE("processBuffer: an output buffer is still being queued");
+        return false;
+    }
+    VPP_LOGD_BARE("processBuffer : source buffer size changes, call vpp processReconfig_l\n");
+    p.flush.flushPorts(true, frame.waits);
+    p.reconfiguration.run(frame.width, frame.height, format, frame.waits);
+    if (p.settings.motionVectors()) p.heldSlots.holdPlace();
+    return true;
+}
+
+// The conversion target, unless the client brought its own, and the side buffers.
+bool FrameIntake::requestBuffers(SourceFrame& frame) {
+    if (m.needAdditionalBuffer && !requestTarget(frame)) {
+        VPP_LOGE("processBuffer Failed to allocate temp YUV buffer");
+        return false;
+    }
+    if (!p.settings.motionVectors() && !p.settings.downscaledCopies()) return true;
+    if (requestSideBuffers(frame)) return true;
+    VPP_LOGE("processBuffer Failed to allocate extradata buffers");
+    return false;
+}
+
+bool FrameIntake::requestTarget(SourceFrame& frame) {
+    const RequestInfo info{true, p.ports.inputWidth(), p.ports.inputHeight(), QOZFormat::kNv12Vemo,
+                           pool::kInternalUsage};
+    return p.yuvPool.request(&frame.target, info);
+}
+
+bool FrameIntake::requestSideBuffers(SourceFrame& frame) {
+    RequestInfo vectors;
+    uint32_t width = 0;
+    uint32_t height = 0;
+    if (p.settings.motionVectors() && !frame.fresh && p.converter.vectorSize(width, height)) {
+        vectors = {true, width, height, QOZFormat::kRgba8888, pool::kInternalUsage};
+    }
+    RequestInfo downscaled;
+    if (p.settings.downscaledCopies()) {
+        downscaled = {true, align(p.ports.outputWidth() >> 1, 2),
+                      align(p.ports.outputHeight() >> 1, 2), QOZFormat::kNv12Vemo,
+                      pool::kInternalUsage};
+    }
+    return p.sidePool.request({&frame.forward, &frame.backward, &frame.downscaled}, vectors,
+                              downscaled);
+}
+
+// A side buffer that got no memory fails the frame as a conversion would.
+bool FrameIntake::convert(SourceFrame& frame) {
+    for (const sp<GraphicBuffer>* side : {&frame.forward, &frame.backward, &frame.downscaled}) {
+        if (*side == nullptr || pool::hasMemory(*side)) continue;
+        VPP_LOGE("processBuffer: a side buffer of %ux%u has no memory", (*side)->getWidth(),
+                 (*side)->getHeight());
+        return false;
+    }
+    return p.converter.convert(frame, p.settings.motionVectors() && !frame.fresh);
+}
+
+}  // namespace android

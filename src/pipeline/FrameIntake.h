@@ -1,0 +1,93 @@
+// The way of a packet through process(). Private to src/.
+#pragma once
+
+#include <qoz/ClientTypes.h>
+
+#include <cstdint>
+#include <mutex>
+#include <vector>
+
+#include "base/BoundedWait.h"
+#include "base/ClientCallback.h"
+#include "base/Log.h"
+#include "base/SessionStatus.h"
+#include "pipeline/Converter.h"
+#include "pipeline/Flush.h"
+#include "pipeline/HeldSlots.h"
+#include "pipeline/InBandSettings.h"
+#include "pipeline/OutputGate.h"
+#include "pipeline/OutputWorker.h"
+#include "pipeline/OutstandingBuffers.h"
+#include "pipeline/ServiceQueue.h"
+#include "pipeline/SourceFrame.h"
+#include "stream/Ports.h"
+#include "stream/Reconfiguration.h"
+#include "stream/SessionStart.h"
+#include "stream/StreamSettings.h"
+
+namespace android {
+
+// Takes source packets on the client's thread, one at a time, and output buffers on any thread.
+class FrameIntake {
+  public:
+    struct Members {
+        bool& needAdditionalBuffer;
+        SideBuffers& extraBuffers;  // of the current frame, until they are queued
+    };
+    struct Peers {
+        YuvPool& yuvPool;
+        SideBufferPool& sidePool;
+        OutstandingBuffers& outstanding;
+        HeldSlots& heldSlots;
+        Converter& converter;
+        ServiceQueue& queue;
+        Flush& flush;
+        InBandSettings& inBand;
+        OutputGate& gate;
+        OutputWorker& worker;
+        StreamSettings& settings;
+        Ports& ports;
+        SessionStart& start;
+        Reconfiguration& reconfiguration;
+        SessionStatus& status;
+        std::mutex& lock;  // of the component
+        const ClientCallback& client;
+        const WaitLimit& limit;
+        const SessionLog& log;
+    };
+
+    FrameIntake(const Members& members, const Peers& peers)
+        : m(members), p(peers), mLog(peers.log) {}
+
+    // The result codes are those of QOZResult.
+    int32_t process(const std::vector<QOZBufferInfo>* source, const QOZBufferInfo* output);
+
+    // Whether the session is ACTIVE for sources of just this size and format.
+    bool isInputPortEnabled(uint32_t width, uint32_t height, uint32_t format) EXCLUDES(p.lock);
+
+  private:
+    bool isEnabled() const;
+
+    // Output buffers.
+    int32_t takeOutput(const QOZBufferInfo& output);
+    bool startFor(const QOZBufferInfo& output, WaitBudget* waits);
+    bool queueOutput(const QOZBufferInfo& output, WaitBudget* waits);
+
+    // Source packets.
+    int32_t takeSource(const std::vector<QOZBufferInfo>& packet, WaitBudget& waits);
+    int32_t queueUnconverted(SourceFrame& frame, const std::vector<QOZBufferInfo>& packet);
+    int32_t acceptDummy(SourceFrame& frame);
+    bool chooseTarget(SourceFrame& frame, const std::vector<QOZBufferInfo>& packet);
+    int32_t convertAndQueue(SourceFrame& frame);
+    bool adoptSourceSize(SourceFrame& frame);
+    bool requestBuffers(SourceFrame& frame);
+    bool requestTarget(SourceFrame& frame);
+    bool requestSideBuffers(SourceFrame& frame);
+    bool convert(SourceFrame& frame);
+
+    const Members m;
+    const Peers p;
+    const SessionLog& mLog;
+};
+
+}  // namespace android

@@ -1,0 +1,64 @@
+#include "pipeline/InBandSettings.h"
+
+#include <new>
+#include <optional>
+#include <utility>
+
+#include "stream/VppUtils.h"
+
+namespace android {
+
+// No outcome of what is called is examined: each reports its own failure, and the frame is on its
+// way.
+void InBandSettings::apply(SourceFrame& frame, const ConfigParams& params) {
+    const Changes changes = p.settings.changesBy(params);
+    try {
+        // What needs memory comes first.
+        std::set<uint32_t> codes;
+        if (changes.outBufReqs) codes.insert(QOZChange::kOutBufReqs);
+        if (changes.upscale) codes.insert(QOZChange::kUpscale);
+        if (changes.interpolation) p.control.reserveSegment();
+        if (!adopt(frame, params, changes)) return;
+        if (changes.any()) p.client.configChanged(std::move(codes));
+    } catch (const std::bad_alloc&) {
+        VPP_LOGE("processBuffer: out of memory, settings not applied");
+    }
+}
+
+// False: an output buffer is being queued all the time, and nothing has been stored.
+bool InBandSettings::adopt(SourceFrame& frame, const ConfigParams& params, const Changes& changes) {
+    std::optional<OutputGate::Closure> closure;
+    if (changes.upscale) {
+        closure.emplace(p.gate, &frame.waits);
+        if (!*closure) {
+            VPP_LOGE("processBuffer: an output buffer is still being queued, settings not applied");
+            return false;
+        }
+    }
+    p.settings.adoptInBand(params, changes);
+    if (changes.interpolation) p.control.configFrc(frame.timestampUs());
+    if (changes.upscale) reshape(frame);
+    p.settings.publish();
+    return true;
+}
+
+void InBandSettings::reshape(SourceFrame& frame) {
+    const uint32_t format = VppUtils::GetYUVFormat(p.ports.inputFormat());
+    p.flush.flushPorts(false, frame.waits);
+    p.reconfiguration.run(frame.width, frame.height, format, frame.waits);
+    if (p.settings.motionVectors()) holdPlace();
+    if (p.converter.exists()) p.converter.configure(frame.source);
+    p.converter.startAnew();
+}
+
+// Without a place sources are released a frame earlier than they might be; the first frame after a
+// reshape has no reference anyway.
+void InBandSettings::holdPlace() {
+    try {
+        p.heldSlots.holdPlace();
+    } catch (const std::bad_alloc&) {
+        VPP_LOGE("processBuffer: out of memory, sources are released at once");
+    }
+}
+
+}  // namespace android

@@ -1,0 +1,42 @@
+#include "pipeline/OutputGate.h"
+
+namespace android {
+
+bool OutputGate::enter(WaitBudget* waits) {
+    std::unique_lock<std::mutex> lock(mLock);
+    const base::ScopedLockAssertion held(mLock);
+    const auto isOpen = [this]() REQUIRES(mLock) { return !mClosed; };
+    if (waits == nullptr ? !isOpen() : !waits->wait(mChanged, lock, isOpen)) return false;
+    ++mPassing;
+    return true;
+}
+
+void OutputGate::leave() {
+    const std::lock_guard<std::mutex> lock(mLock);
+    --mPassing;
+    mChanged.notify_all();
+}
+
+bool OutputGate::close(WaitBudget* waits) {
+    std::unique_lock<std::mutex> lock(mLock);
+    const base::ScopedLockAssertion held(mLock);
+    const auto isOpen = [this]() REQUIRES(mLock) { return !mClosed; };
+    if (waits == nullptr ? !isOpen() : !waits->wait(mChanged, lock, isOpen)) return false;
+    mClosed = true;  // from here on nobody enters, so those on their way become fewer
+    WaitBudget own = WaitLimit().budget();
+    WaitBudget& budget = waits == nullptr ? own : *waits;
+    if (budget.wait(mChanged, lock, [this]() REQUIRES(mLock) { return mPassing == 0; })) {
+        return true;
+    }
+    mClosed = false;
+    mChanged.notify_all();
+    return false;
+}
+
+void OutputGate::open() {
+    const std::lock_guard<std::mutex> lock(mLock);
+    mClosed = false;
+    mChanged.notify_all();
+}
+
+}  // namespace android

@@ -1,0 +1,215 @@
+#include "pipeline/ServiceQueue.h"
+
+#include <new>
+#include <utility>
+
+#include "base/TraceMarker.h"
+#include "pipeline/Cookie.h"
+#include "vpp/RecordFields.h"
+
+namespace android {
+namespace {
+
+using vpp::VppError;
+using vpp::VppPort;
+using Shared = QueueRecord::Shared;
+
+constexpr const char* kForwardName = "vpp.metabuf.mv.fw";
+constexpr const char* kBackwardName = "vpp.metabuf.mv.bw";
+constexpr const char* kDownscaledName = "vpp.metabuf.scale.0p5";
+
+}  // namespace
+
+bool ServiceQueue::queue(const sp<GraphicBuffer>& buffer, SideBuffers& extradata, uint32_t cookie,
+                         uint64_t timestamp, bool isInput) {
+    const bool isPooled = isInput && p.needAdditionalBuffer;
+    const Item item{buffer, cookie, timestamp, isInput};
+    Outcome outcome = Outcome::NotQueued;
+    if (!pool::hasMemory(buffer)) {
+        VPP_LOGE("invalid graphic buffer");
+    } else if (isQueueableId(cookie, isInput)) {
+        outcome = isInput ? queueSource(item, extradata) : queueOutput(item);
+    }
+    if (outcome == Outcome::NotQueued && !isPooled) {
+        p.client.giveBackUnused(static_cast<int32_t>(cookie));
+    }
+    return outcome == Outcome::Queued;
+}
+
+bool ServiceQueue::send(uint32_t cookie, const sp<GraphicBuffer>& buffer, uint64_t timestamp,
+                        bool isInput) {
+    return handOver({buffer, cookie, timestamp, isInput}) == Outcome::Queued;
+}
+
+ServiceQueue::Outcome ServiceQueue::queueOutput(const Item& item) {
+    if (p.status == Status::IDLE) {
+        const std::lock_guard<std::mutex> lock(p.lock);
+        p.status = Status::ACTIVE;
+    }
+    return handOver(item);
+}
+
+// A source that was not queued does not come back either, so what was recorded for it becomes free
+// here: else each refusal would cost a buffer.
+ServiceQueue::Outcome ServiceQueue::queueSource(const Item& item, SideBuffers& extradata) {
+    const bool hasExtradata = recordExtradata(extradata, item.timestamp);
+    const bool hasYuv = p.needAdditionalBuffer && p.yuvPool.record(item.timestamp, item.buffer);
+    const Outcome outcome = handOver(item);
+    if (outcome == Outcome::Queued) return outcome;
+    if (hasExtradata) p.sidePool.free(item.timestamp, "queueBuffer");
+    if (hasYuv) p.yuvPool.free(item.timestamp, "queueBuffer");
+    return outcome;
+}
+
+// Output buffers come back through the delivery table, which has one record for each slot; an input
+// buffer of the client's comes back by its id, which must not collide with the flag bits.
+bool ServiceQueue::isQueueableId(uint32_t id, bool isInput) const {
+    const bool fits = isInput ? p.needAdditionalBuffer || cookie::idOf(id) == id
+                              : id < QOZBufferInfo::kOutputSlots;
+    if (fits) return true;
+    VPP_LOGE("%s buffer refused: slot %d is out of range", isInput ? "input" : "output",
+             static_cast<int32_t>(id));
+    return false;
+}
+
+bool ServiceQueue::recordExtradata(SideBuffers& extradata, uint64_t timestamp) {
+    if (!pool::holdsBuffer(extradata)) {
+        VPP_LOGI("skip to emplace empty mv buffers and downscale buffers");
+        return false;
+    }
+    return p.sidePool.record(timestamp, std::exchange(extradata, {}));
+}
+
+bool ServiceQueue::fitsOutput(const sp<GraphicBuffer>& buffer) const {
+    if (p.ports.isOutputSize(buffer->getWidth(), buffer->getHeight())) return true;
+    VPP_LOGW("Queued output buffer size=%ux%u doesn't match expected buffer size=%ux%u",
+             buffer->getWidth(), buffer->getHeight(), p.ports.outputWidth(),
+             p.ports.outputHeight());
+    return false;
+}
+
+ServiceQueue::Outcome ServiceQueue::handOver(const Item& item) {
+    ATRACE_NAME("queueVppBuffer");
+    const std::lock_guard<std::mutex> lock(p.lock);
+    if (!p.service.hasSession()) {
+        VPP_LOGE("queueVppBuffer: component is not enabled");
+        return Outcome::NotQueued;
+    }
+    if (!item.isInput && !fitsOutput(item.buffer)) return Outcome::NotQueued;
+    try {
+        QueueRecord record(p.mapper);
+        if (item.isInput && !attachMetaBuffers(record, item.timestamp)) return Outcome::NotQueued;
+        if (!attachPixels(record, item)) return Outcome::NotQueued;
+        return call(record.vppBuffer(), item.isInput);
+    } catch (const std::bad_alloc&) {
+        VPP_LOGE("queueVppBuffer: out of memory");
+        return Outcome::NotQueued;
+    }
+}
+
+// False when descriptors have run out. A native handle that cannot be made only ends the attaching,
+// and a side buffer without memory is left out.
+bool ServiceQueue::attachMetaBuffers(QueueRecord& record, uint64_t timestamp) const {
+    if (!p.settings.motionVectors() && !p.settings.downscaledCopies()) return true;
+    const SideBuffers side = p.sidePool.find(timestamp);
+    VPP_LOGI("Passing FW, BW and downscale buffer to vpp metabufs");
+    const auto& [forward, backward, downscaled] = side;
+    record.vppBuffer().metaBuffers.reserve(QueueRecord::kMaxMetaBuffers);
+    Shared shared = Shared::Ok;
+    if (forward != nullptr && backward != nullptr) {
+        shared = attachVectors(record, forward, backward);
+    }
+    if (downscaled != nullptr && shared == Shared::Ok) {
+        shared = attachDownscaled(record, downscaled);
+    }
+    return shared != Shared::NoDescriptor;
+}
+
+Shared ServiceQueue::attachVectors(QueueRecord& record, const sp<GraphicBuffer>& forward,
+                                   const sp<GraphicBuffer>& backward) const {
+    if (!pool::hasMemory(forward) || !pool::hasMemory(backward)) {
+        VPP_LOGE("a motion-vector buffer has no memory, none is attached");
+        return Shared::Ok;
+    }
+    auto& metas = record.vppBuffer().metaBuffers;
+    metas.resize(2);
+    Shared shared = record.shareMeta(0, kForwardName, forward);
+    if (shared == Shared::NoHandle) VPP_LOGE_BARE("nhMeta1 native_handle_create failed");
+    if (shared != Shared::Ok) return shared;
+    shared = record.shareMeta(1, kBackwardName, backward);
+    if (shared == Shared::NoHandle) VPP_LOGE_BARE("nhMeta2 native_handle_create failed");
+    if (shared != Shared::Ok) return shared;
+    VPP_LOGI("FW buffer fd=%d, allocsize=%d BW buffer fd=%d, allocsize=%d",
+             metas[0].metaHandle.fds[0].get(), static_cast<int>(metas[0].metaAllocLen),
+             metas[1].metaHandle.fds[0].get(), static_cast<int>(metas[1].metaAllocLen));
+    return shared;
+}
+
+Shared ServiceQueue::attachDownscaled(QueueRecord& record,
+                                      const sp<GraphicBuffer>& downscaled) const {
+    if (!pool::hasMemory(downscaled)) {
+        VPP_LOGE("the downscaled buffer has no memory, it is not attached");
+        return Shared::Ok;
+    }
+    auto& metas = record.vppBuffer().metaBuffers;
+    const auto& meta = metas.emplace_back();
+    const Shared shared = record.shareMeta(metas.size() - 1, kDownscaledName, downscaled);
+    if (shared == Shared::NoHandle) VPP_LOGE_BARE("nhMeta3 native_handle_create failed");
+    if (shared != Shared::Ok) return shared;
+    VPP_LOGI("Metabuf size=%u, Downscale bufer fd=%d, allocsize=%d",
+             static_cast<uint32_t>(metas.size()), meta.metaHandle.fds[0].get(),
+             static_cast<int>(meta.metaAllocLen));
+    return shared;
+}
+
+bool ServiceQueue::attachPixels(QueueRecord& record, const Item& item) const {
+    auto& out = record.vppBuffer();
+    uint32_t allocLen = 0;
+    const Shared shared = record.share(item.buffer, &out.pixelHandle, &allocLen);
+    if (shared == Shared::NoHandle) VPP_LOGE_BARE("native_handle_create failed");
+    if (shared != Shared::Ok) return false;
+    const int fd = item.buffer->getNativeBuffer()->handle->data[0];
+    const int size = static_cast<int>(allocLen);
+    VPP_LOGI("queueBuffer(%s): cookie: %u, fd:%d, size:%d ts:%lu ",
+             item.isInput ? "input" : "output", item.cookie, fd, size,
+             static_cast<unsigned long>(item.timestamp));
+    VPP_LOGI("Pixel buffer fd=%d, allocsize=%d", fd, size);
+    setUnsigned(out.pixelAllocLen, allocLen);
+    setUnsigned(out.pixelFilledLen, item.isInput ? allocLen : 0);
+    setUnsigned(out.pixelSize, allocLen);
+    setUnsigned(out.timestamp, item.timestamp);
+    out.cookie = item.isInput ? cookie::forInput(item.cookie, p.needAdditionalBuffer)
+                              : cookie::forOutput(item.cookie);
+    return true;
+}
+
+// Counted before the call: the buffer may be back before the call is. A service that dies meanwhile
+// has everything given back that was counted.
+ServiceQueue::Outcome ServiceQueue::call(const QueueRecord::VppBuffer& record, bool isInput) {
+    const uint32_t id = cookie::idOf(record.cookie);
+    const OutstandingBuffers::Input input{id, cookie::isInternal(record.cookie),
+                                          unsignedOf(record.timestamp)};
+    if (!(isInput ? p.outstanding.addInput(input) : p.outstanding.addOutput(id))) {
+        VPP_LOGD("queueVppBuffer: the vpp service has died");
+        return Outcome::NotQueued;
+    }
+    Outcome outcome = Outcome::Queued;
+    if (p.service.queueBuf(isInput ? VppPort::INPUT : VppPort::OUTPUT, record) !=
+        VppError::VPP_OK) {
+        VPP_LOGE("failed to queue vpp buffer");
+        const bool withdrawn =
+            isInput ? p.outstanding.withdrawInput(input) : p.outstanding.withdrawOutput(id);
+        outcome = withdrawn ? Outcome::NotQueued : Outcome::GivenBack;
+    }
+    traceOutstanding();
+    return outcome;
+}
+
+void ServiceQueue::traceOutstanding() const {
+    if (ATRACE_ENABLED() == 0) return;
+    const auto [inputs, outputs] = p.outstanding.counts();
+    VPP_TRACE_MARKER(128, "VPP input port buffer: %d , VPP output port buffer: %d",
+                     static_cast<int>(inputs), static_cast<int>(outputs));
+}
+
+}  // namespace android

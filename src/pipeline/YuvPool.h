@@ -1,0 +1,21 @@
+// Conversion targets: NV12 buffers of the component's own. Private to src/.
+#pragma once
+
+#include "pipeline/BufferPool.h"
+
+namespace android {
+
+class YuvPool : public BufferPool<sp<GraphicBuffer>> {
+  public:
+    YuvPool(Buffers& buffers, Keys& freeKeys, std::mutex& lock, const SessionLog& log);
+
+    // Has `out` hold a buffer that fits. False, with a message: bad arguments, or no object could
+    // be made.
+    bool request(sp<GraphicBuffer>* out, const RequestInfo& info);
+
+  private:
+    bool allocate(sp<GraphicBuffer>* out, const RequestInfo& info) const;
+    Drawn draw(sp<GraphicBuffer>& oldest, sp<GraphicBuffer>* out, const RequestInfo& info) const;
+};
+
+}  // namespace android

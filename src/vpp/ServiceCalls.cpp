@@ -1,0 +1,89 @@
+#include "vpp/ServiceCalls.h"
+
+#include <new>
+#include <utility>
+
+namespace android {
+namespace {
+
+using vpp::VppError;
+
+constexpr int32_t kSessionFlags = 0;
+
+// Presets the result, makes the call, and gives the result.
+template <typename Call>
+VppError resultOf(Call call) {
+    VppError result = VppError::VPP_OK;
+    try {
+        (void)call(&result);
+    } catch (const std::bad_alloc&) {
+        return VppError::VPP_ERR_NO_MEM;
+    }
+    return result;
+}
+
+}  // namespace
+
+bool ServiceCalls::openSession() {
+    std::shared_ptr<vpp::IVpp> session;
+    (void)mService->getNewVppSession(kSessionFlags, &session);
+    mSession = std::move(session);
+    return mSession != nullptr;
+}
+
+void ServiceCalls::reset() {
+    mService.reset();
+    mSession.reset();
+}
+
+VppError ServiceCalls::close() {
+    return resultOf([this](VppError* result) { return mSession->close(result); });
+}
+
+VppError ServiceCalls::drain() {
+    return resultOf([this](VppError* result) { return mSession->drain(result); });
+}
+
+VppError ServiceCalls::flush(vpp::VppPort port) {
+    return resultOf([&](VppError* result) { return mSession->flush(port, result); });
+}
+
+VppError ServiceCalls::initSession(const std::shared_ptr<vpp::IVppCallbacks>& callbacks) {
+    return resultOf(
+        [&](VppError* result) { return mSession->initSession(kSessionFlags, callbacks, result); });
+}
+
+VppError ServiceCalls::open() {
+    return resultOf([this](VppError* result) { return mSession->open(result); });
+}
+
+VppError ServiceCalls::queueBuf(vpp::VppPort port, const vpp::VppBuffer& buffer) {
+    return resultOf([&](VppError* result) { return mSession->queueBuf(port, buffer, result); });
+}
+
+VppError ServiceCalls::reconfigure(const vpp::VppPortParam& input,
+                                   const vpp::VppPortParam& output) {
+    return resultOf([&](VppError* result) { return mSession->reconfigure(input, output, result); });
+}
+
+VppError ServiceCalls::setCtrlAis(const vpp::VppCtrlAis& ctrl) {
+    return resultOf([&](VppError* result) { return mSession->setCtrlAis(ctrl, result); });
+}
+
+VppError ServiceCalls::setCtrlFrc(const std::vector<vpp::VppCtrlFrcSegment>& segments) {
+    return resultOf([&](VppError* result) { return mSession->setCtrlFrc(segments, result); });
+}
+
+VppError ServiceCalls::setCtrlVppMode(int32_t mode) {
+    return resultOf([&](VppError* result) { return mSession->setCtrlVppMode(mode, result); });
+}
+
+VppError ServiceCalls::setParameter(vpp::VppPort port, const vpp::VppPortParam& param) {
+    return resultOf([&](VppError* result) { return mSession->setParameter(port, param, result); });
+}
+
+void ServiceCalls::terminateSession() {
+    (void)mSession->terminateSession();
+}
+
+}  // namespace android
