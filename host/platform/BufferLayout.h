@@ -40,8 +40,12 @@ constexpr bool isNv12(int32_t format) {
     return format == kNv12Vemo || format == kVendorYuv;
 }
 
-// Bytes that the pixels need; 0 for a format nobody lays out.
+// Longer sides are refused, so that no size computed from two of them wraps.
+constexpr uint32_t kLongestSide = 1U << 16;
+
+// Bytes that the pixels need; 0 for a size or a format that nobody lays out.
 constexpr size_t pixelBytes(uint32_t width, uint32_t height, int32_t format) {
+    if (width > kLongestSide || height > kLongestSide) return 0;
     if (isNv12(format)) return nv12Layout(width, height).size;
     if (format == kRgba8888 || format == kRgbx8888 || format == kVendorRgb) {
         return rgbaStride(width) * height;

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <host/platform/BufferLayout.h>
 #include <host/platform/Faults.h>
 #include <host/platform/ResourceCounters.h>
@@ -39,13 +40,15 @@ size_t pageRounded(size_t bytes) {
     return (bytes + page - 1) / page * page;
 }
 
+// Memory of a size that nobody can change any more: whoever maps it may rely on its being there.
 int makeMemory(size_t bytes) {
-    const int fd = memfd_create("graphic-buffer", MFD_CLOEXEC);
-    if (fd >= 0 && ftruncate(fd, static_cast<off_t>(bytes)) != 0) {
-        close(fd);
-        return -1;
-    }
-    return fd;
+    const int fd = memfd_create("graphic-buffer", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+    if (fd < 0) return -1;
+    const bool sealed = ftruncate(fd, static_cast<off_t>(bytes)) == 0 &&
+                        fcntl(fd, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) == 0;
+    if (sealed) return fd;
+    close(fd);
+    return -1;
 }
 
 // A handle over fresh memory of `bytes`, mapped for the life of the buffer; null when any of it
