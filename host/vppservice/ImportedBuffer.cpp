@@ -2,11 +2,14 @@
 
 #include <aidl/android/hardware/common/NativeHandle.h>
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <vector>
 
 namespace qoz::host::vppservice {
 namespace {
@@ -83,15 +86,6 @@ VppError errorOf(int number) {
     }
 }
 
-VppError duplicate(const NativeHandle& from, NativeHandle* to) {
-    for (const ndk::ScopedFileDescriptor& fd : from.fds) {
-        ndk::ScopedFileDescriptor copy(fcntl(fd.get(), F_DUPFD_CLOEXEC, 0));
-        if (copy.get() < 0) return errorOf(errno);
-        to->fds.push_back(std::move(copy));
-    }
-    return VppError::VPP_OK;
-}
-
 void copyScalars(const VppBuffer& from, VppBuffer* to) {
     to->pixelOffset = from.pixelOffset;
     to->pixelAllocLen = from.pixelAllocLen;
@@ -107,83 +101,104 @@ void copyScalars(const VppBuffer& from, VppBuffer* to) {
     to->cookie = from.cookie;
 }
 
-VppError copyRecord(const VppBuffer& from, VppBuffer* to) {
-    copyScalars(from, to);
-    VppError error = duplicate(from.pixelHandle, &to->pixelHandle);
-    for (const vpp::VppMetaBuffer& side : from.metaBuffers) {
-        if (error != VppError::VPP_OK) break;
-        vpp::VppMetaBuffer& copy = to->metaBuffers.emplace_back();
-        copy.metaName = side.metaName;
-        copy.metaAllocLen = side.metaAllocLen;
-        error = duplicate(side.metaHandle, &copy.metaHandle);
+// A descriptor of memory, as one record names it, and the bytes of it that are needed.
+struct Memory {
+    int fd;
+    uint64_t offset;
+    uint64_t need;  // bytes from there on
+    uint32_t allocated;
+    std::shared_ptr<Mapping>* mapping;  // where it is to go
+};
+
+// Pages of huge ones may turn out not to be there when they are first touched.
+bool hasOrdinaryPages(int fd) {
+    struct statfs system = {};
+    return fstatfs(fd, &system) == 0 && system.f_type == TMPFS_MAGIC;
+}
+
+// Memory of which every byte that is needed is there, and stays.
+bool holdsForGood(const Memory& memory) {
+    constexpr int kSealed = F_SEAL_SHRINK | F_SEAL_GROW;
+    const int seals = fcntl(memory.fd, F_GET_SEALS);
+    if (seals < 0 || (seals & kSealed) != kSealed || !hasOrdinaryPages(memory.fd)) return false;
+    struct stat file = {};
+    if (fstat(memory.fd, &file) != 0) return false;
+    const auto length = static_cast<uint64_t>(std::max<off_t>(file.st_size, 0));
+    const uint64_t end = memory.offset + memory.need;
+    return end <= length && end <= memory.allocated && memory.allocated <= pageUp(length);
+}
+
+// Of just as many pages as this size takes.
+bool isLaidOutFor(const Memory& memory) {
+    return pageUp(memory.allocated) == pageUp(memory.offset + memory.need);
+}
+
+VppError map(const std::vector<Memory>& memories, bool writable) {
+    for (const Memory& memory : memories) {
+        *memory.mapping = Mapping::make(memory.fd, memory.offset, memory.need, writable);
+        if (*memory.mapping == nullptr) return errorOf(errno);
     }
-    return error;
+    return VppError::VPP_OK;
+}
+
+// The memories of a record, in no order; a side buffer that is laid out for another size is left
+// out.
+std::vector<Memory> memoriesOf(const VppBuffer& sent, VppPort port, ImportedBuffer* out) {
+    const FrameSize size = port == VppPort::OUTPUT ? out->sizes.output : out->sizes.input;
+    std::vector<Memory> all{{sent.pixelHandle.fds[0].get(), unsignedOf(sent.pixelOffset),
+                             frameBytes(size), unsignedOf(sent.pixelAllocLen), &out->pixels}};
+    for (const vpp::VppMetaBuffer& side : sent.metaBuffers) {
+        if (isBlank(side)) continue;
+        const bool isHalf = side.metaName == kHalfName;
+        const uint64_t need =
+            isHalf ? frameBytes(halfOf(out->sizes.output)) : fieldBytes(out->sizes.input);
+        all.push_back({side.metaHandle.fds[0].get(), 0, need, unsignedOf(side.metaAllocLen),
+                       isHalf                          ? &out->half
+                       : side.metaName == kForwardName ? &out->forward
+                                                       : &out->backward});
+    }
+    return all;
 }
 
 }  // namespace
 
 Nv12View ImportedBuffer::halfView() const {
     if (half == nullptr) return {};
-    return planesAt<const uint8_t>(half->data(), halfOf(sizes.output));
+    return planesAt<const uint8_t>(half->ready(), halfOf(sizes.output));
 }
 
 MotionFields ImportedBuffer::motion() const {
     if (forward == nullptr || backward == nullptr) return {};
-    return {reinterpret_cast<const MotionVector*>(forward->data()),
-            reinterpret_cast<const MotionVector*>(backward->data())};
+    return {reinterpret_cast<const MotionVector*>(forward->ready()),
+            reinterpret_cast<const MotionVector*>(backward->ready())};
 }
 
-VppError BufferImporter::receive(VppPort port, const PortSizes& sizes, const VppBuffer& sent,
-                                 ImportedBuffer* out) {
+VppError BufferImporter::take(VppPort port, const PortSizes& sizes, const VppBuffer& sent,
+                              ImportedBuffer* out) const {
     if (!shapeFits(port, sent)) return VppError::VPP_ERR_PARAM;
-    out->sizes = sizes;
-    VppError error = copyRecord(sent, &out->record);
-    if (error == VppError::VPP_OK) error = mapPixels(port, out);
-    if (error == VppError::VPP_OK) error = mapSideBuffers(out);
-    return error;
-}
-
-VppError BufferImporter::mapPixels(VppPort port, ImportedBuffer* out) {
-    const VppBuffer& record = out->record;
     const bool isOutput = port == VppPort::OUTPUT;
-    const uint64_t bytes = frameBytes(isOutput ? out->sizes.output : out->sizes.input);
-    if (!isOutput && unsignedOf(record.pixelFilledLen) < bytes) return VppError::VPP_ERR_PARAM;
-    const uint64_t need = unsignedOf(record.pixelOffset) + bytes;
-    // Memory laid out for another size would be read and written at the wrong places.
-    if (pageUp(unsignedOf(record.pixelAllocLen)) != pageUp(need)) return VppError::VPP_ERR_PARAM;
-    return mapWhole(record.pixelHandle.fds[0].get(), need, unsignedOf(record.pixelAllocLen),
-                    isOutput, &out->pixels);
-}
-
-VppError BufferImporter::mapSideBuffers(ImportedBuffer* out) {
-    for (const vpp::VppMetaBuffer& side : out->record.metaBuffers) {
-        if (isBlank(side)) continue;
-        const bool isHalf = side.metaName == kHalfName;
-        const uint64_t need =
-            isHalf ? frameBytes(halfOf(out->sizes.output)) : fieldBytes(out->sizes.input);
-        std::shared_ptr<Mapping> mapping;
-        const VppError error = mapWhole(side.metaHandle.fds[0].get(), need,
-                                        unsignedOf(side.metaAllocLen), false, &mapping);
-        if (error != VppError::VPP_OK) return error;
-        // More memory than this size takes is laid out for another size: of no use here.
-        if (pageUp(unsignedOf(side.metaAllocLen)) != pageUp(need)) continue;
-        (isHalf                          ? out->half
-         : side.metaName == kForwardName ? out->forward
-                                         : out->backward) = std::move(mapping);
-    }
-    return VppError::VPP_OK;
-}
-
-VppError BufferImporter::mapWhole(int fd, uint64_t need, uint64_t allocated, bool writable,
-                                  std::shared_ptr<Mapping>* out) {
-    struct stat file = {};
-    if (fstat(fd, &file) != 0 || !S_ISREG(file.st_mode)) return VppError::VPP_ERR_PARAM;
-    const auto length = static_cast<uint64_t>(std::max<off_t>(file.st_size, 0));
-    if (need > length || need > allocated || allocated > pageUp(length)) {
+    if (!isOutput && unsignedOf(sent.pixelFilledLen) < frameBytes(sizes.input))
         return VppError::VPP_ERR_PARAM;
+    ImportedBuffer made;
+    made.sizes = sizes;
+    copyScalars(sent, &made.record);
+    std::vector<Memory> memories = memoriesOf(sent, port, &made);
+    if (!std::ranges::all_of(memories, holdsForGood)) return VppError::VPP_ERR_PARAM;
+    // Memory laid out for another size would be read and written at the wrong places.
+    if (!isLaidOutFor(memories[0])) return VppError::VPP_ERR_PARAM;
+    std::erase_if(memories, [](const Memory& memory) { return !isLaidOutFor(memory); });
+    if (mQuota != nullptr) {
+        uint64_t bytes = 0;
+        for (const Memory& memory : memories) {
+            bytes += memory.need;
+        }
+        auto reservation = mQuota->reserve({.mappedBytes = bytes});
+        if (!reservation) return VppError::VPP_ERR_RESOURCES;
+        made.mapped = std::move(*reservation);
     }
-    *out = mMappings.map(fd, file, writable);
-    return *out == nullptr ? errorOf(errno) : VppError::VPP_OK;
+    const VppError error = map(memories, isOutput);
+    if (error == VppError::VPP_OK) *out = std::move(made);
+    return error;
 }
 
 }  // namespace qoz::host::vppservice

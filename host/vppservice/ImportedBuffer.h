@@ -4,9 +4,11 @@
 #include "host/vppservice/FaultInjector.h"
 #include "host/vppservice/Frames.h"
 #include "host/vppservice/Mapping.h"
+#include "host/vppservice/Quota.h"
 #include "host/vppservice/Types.h"
 
 #include <memory>
+#include <utility>
 
 namespace qoz::host::vppservice {
 
@@ -16,11 +18,13 @@ struct PortSizes {
     FrameSize output;
 };
 
-// A lent buffer. It owns the descriptors of its record, and takes them along when it goes back.
+// A queued buffer. Its record holds numbers alone: descriptors are closed once the memory is
+// mapped, and a buffer that goes back is named by its cookie. The mappings end with it.
 struct ImportedBuffer {
     VppBuffer record;
     Manner manner = Manner::Plain;
     PortSizes sizes;
+    Reservation mapped;  // in the client's quota, for the mappings
     std::shared_ptr<Mapping> pixels;
     std::shared_ptr<Mapping> forward;   // vectors for this input size, or null
     std::shared_ptr<Mapping> backward;  // likewise
@@ -32,27 +36,23 @@ struct ImportedBuffer {
     MotionFields motion() const;
 
   private:
-    uint8_t* start() const { return pixels->data() + unsignedOf(record.pixelOffset); }
+    uint8_t* start() const { return pixels->ready(); }
 };
 
-// Takes records in. Nothing in one is trusted: not its counts, its lengths or its descriptors.
-// Memory that its sender shrinks after it was taken in is not guarded against.
+// Takes records in, for one session. Nothing in one is trusted: not its counts, its lengths or its
+// descriptors. Memory that could be shrunk later is refused: it is mapped only when it has been
+// sealed. Its content may change at any time, and is never relied upon.
 class BufferImporter {
   public:
-    // Anything but VPP_OK leaves nothing behind.
-    VppError receive(VppPort port, const PortSizes& sizes, const VppBuffer& sent,
-                     ImportedBuffer* out);
+    // Mappings count against `quota`, if there is one.
+    explicit BufferImporter(std::shared_ptr<Quota> quota = nullptr) : mQuota(std::move(quota)) {}
 
-    // Lets go of the memory of rings that have ended.
-    void forget() { mMappings.clear(); }
+    // Anything but VPP_OK leaves nothing behind. Callable on any thread.
+    VppError take(VppPort port, const PortSizes& sizes, const VppBuffer& sent,
+                  ImportedBuffer* out) const;
 
   private:
-    VppError mapPixels(VppPort port, ImportedBuffer* out);
-    VppError mapSideBuffers(ImportedBuffer* out);
-    VppError mapWhole(int fd, uint64_t need, uint64_t allocated, bool writable,
-                      std::shared_ptr<Mapping>* out);
-
-    MappingCache mMappings;
+    const std::shared_ptr<Quota> mQuota;
 };
 
 }  // namespace qoz::host::vppservice

@@ -1,51 +1,35 @@
-// ImportedBuffer memory, mapped.
+// Received memory, mapped.
 #pragma once
-
-#include <sys/stat.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <vector>
 
 namespace qoz::host::vppservice {
 
+// Lives as long as somebody works on the memory. Whoever made the memory may have unmapped and
+// closed it meanwhile; that it cannot shrink is for the importer to have seen to.
 class Mapping {
   public:
-    // Null when the memory cannot be mapped; errno says why.
-    static std::shared_ptr<Mapping> make(int fd, size_t length, bool writable);
+    // Of `length` bytes from `offset` on. Null when they cannot be mapped; errno says why.
+    static std::shared_ptr<Mapping> make(int fd, size_t offset, size_t length, bool writable);
     ~Mapping();
 
     Mapping(const Mapping&) = delete;
     Mapping& operator=(const Mapping&) = delete;
 
-    uint8_t* data() const { return static_cast<uint8_t*>(mAddress); }
+    // The first of the bytes. Has all pages ready at one go, which spares a fault for each: for who
+    // is about to work on them all. Memory that nobody has worked on yet need not exist.
+    uint8_t* ready() const;
 
   private:
-    Mapping(void* address, size_t length) : mAddress(address), mLength(length) {}
+    Mapping(void* pages, size_t skipped, size_t length, bool writable)
+        : mPages(pages), mSkipped(skipped), mLength(length), mWritable(writable) {}
 
-    void* mAddress;
-    size_t mLength;
-};
-
-// Frames come from small rings of buffers, so the same memory arrives again and again under new
-// descriptors; a mapping kept spares its page faults. A mapping keeps its inode alive, so an inode
-// number found here is still the same memory. Not for use from two threads at once.
-class MappingCache {
-  public:
-    std::shared_ptr<Mapping> map(int fd, const struct stat& file, bool writable);
-    void clear() { mEntries.clear(); }
-
-  private:
-    struct Entry {
-        dev_t device;
-        ino_t inode;
-        off_t size;
-        bool writable;
-        std::shared_ptr<Mapping> mapping;
-    };
-
-    std::vector<Entry> mEntries;  // least recently used first
+    void* const mPages;
+    const size_t mSkipped;  // bytes of the first page
+    const size_t mLength;   // with these
+    const bool mWritable;
 };
 
 }  // namespace qoz::host::vppservice

@@ -1,5 +1,7 @@
 #include "host/vppservice/SerialExecutor.h"
 
+#include <android-base/thread_annotations.h>
+
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -7,20 +9,39 @@
 
 namespace qoz::host::vppservice {
 
+using Jobs = std::deque<std::function<void()>>;
+
 struct SerialExecutor::Queue {
     std::mutex lock;
     std::condition_variable changed;
-    std::deque<std::function<void()>> jobs;
-    bool stopped = false;
+    Jobs jobs GUARDED_BY(lock);
+    bool closed GUARDED_BY(lock) = false;   // takes no job any more
+    bool stopped GUARDED_BY(lock) = false;  // runs none any more
 
     // Empty: the end.
-    std::function<void()> next() {
-        std::unique_lock held(lock);
-        changed.wait(held, [this] { return stopped || !jobs.empty(); });
+    std::function<void()> next() EXCLUDES(lock) {
+        std::unique_lock waiting(lock);
+        const android::base::ScopedLockAssertion held(lock);
+        while (!stopped && jobs.empty()) {
+            if (closed) return {};
+            changed.wait(waiting);
+        }
         if (stopped) return {};
         std::function<void()> job = std::move(jobs.front());
         jobs.pop_front();
         return job;
+    }
+
+    // Takes no more; what waited, for the caller to destroy without the lock.
+    Jobs close(std::function<void()> last, bool stop) EXCLUDES(lock) {
+        Jobs dropped;
+        const std::lock_guard held(lock);
+        if (!closed || stop) dropped.swap(jobs);
+        if (!closed && last) jobs.push_back(std::move(last));
+        closed = true;
+        stopped = stopped || stop;
+        changed.notify_one();
+        return dropped;
     }
 };
 
@@ -34,19 +55,17 @@ SerialExecutor::SerialExecutor() : mQueue(std::make_shared<Queue>()) {
 
 void SerialExecutor::post(std::function<void()> job) {
     const std::lock_guard held(mQueue->lock);
-    if (mQueue->stopped) return;
+    if (mQueue->closed) return;
     mQueue->jobs.push_back(std::move(job));
     mQueue->changed.notify_one();
 }
 
+void SerialExecutor::postLast(std::function<void()> job) {
+    mQueue->close(std::move(job), false);
+}
+
 void SerialExecutor::stop(std::chrono::milliseconds limit) {
-    std::deque<std::function<void()>> dropped;  // ends without the lock: jobs own clients
-    {
-        const std::lock_guard held(mQueue->lock);
-        mQueue->stopped = true;
-        dropped.swap(mQueue->jobs);
-        mQueue->changed.notify_one();
-    }
+    mQueue->close({}, true);
     mWorker.finish(limit);
 }
 

@@ -14,11 +14,20 @@ std::string Service::instance() {
 }
 
 ndk::ScopedAStatus Service::getNewVppSession(int32_t flags, std::shared_ptr<vpp::IVpp>* result) {
+    if (result == nullptr) return ndk::ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT);
+    std::shared_ptr<Session> session;
+    auto status = openSession(flags, nullptr, &session);
+    if (status.isOk()) *result = std::move(session);
+    return status;
+}
+
+ndk::ScopedAStatus Service::openSession(int32_t flags, std::shared_ptr<Quota> quota,
+                                        std::shared_ptr<Session>* result) {
     const auto dead = [] { return ndk::ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT); };
     if (isDead()) return dead();
     const auto injector = faults();
     const FaultEffect effect = injector->effectOn("getNewVppSession");
-    if (effect.lost || result == nullptr) return dead();
+    if (effect.lost) return dead();
     mPause.sleepFor(effect.delay);
     *result = nullptr;
     if (flags != 0 || effect.answer || effect.manner == Manner::Drop) {
@@ -26,10 +35,9 @@ ndk::ScopedAStatus Service::getNewVppSession(int32_t flags, std::shared_ptr<vpp:
     }
     const std::lock_guard lock(mLock);
     if (mDead) return dead();
-    auto session = make<Session>(injector);
+    *result = make<Session>(injector, std::move(quota));
     std::erase_if(mSessions, [](const auto& known) { return known.expired(); });
-    mSessions.push_back(session);
-    *result = std::move(session);
+    mSessions.push_back(*result);
     return ndk::ScopedAStatus::ok();
 }
 
@@ -57,19 +65,22 @@ void Service::die() {
         }
         // The clients hear of the death first. Their objects may go with the sessions, and must not
         // go on a thread that holds their locks or that they wait for.
-        mRelease = std::thread([all = std::move(all)] {
+        mReleases.post([this, all = std::move(all)]() mutable {
             for (const auto& session : all) {
                 announceDeath(*session);
             }
             for (const auto& session : all) {
                 session->release();
             }
+            all.clear();
+            mGone.set_value();
         });
+        if (mOnDeath) mOnDeath();
     });
 }
 
 void Service::awaitEnd() {
-    if (mRelease.joinable()) mRelease.join();
+    mGone.get_future().wait();
 }
 
 std::shared_ptr<FaultInjector> Service::faults() {
@@ -98,22 +109,26 @@ bool Service::isDead() {
     return mDead;
 }
 
+RegisteredService::RegisteredService(std::function<void()> onDeath)
+    : mService(ndk::SharedRefBase::make<Service>(std::move(onDeath))) {
+    addService(Service::instance(), mService->asBinder());
+}
+
+RegisteredService::~RegisteredService() {
+    mService->die();
+    mService->awaitEnd();
+}
+
 }  // namespace qoz::host::vppservice
 
 namespace qoz::host {
 
 struct VppService::Impl {
-    std::shared_ptr<vppservice::Service> service;
+    vppservice::RegisteredService service;
 };
 
-VppService::VppService() : mImpl(std::make_unique<Impl>()) {
-    mImpl->service = ndk::SharedRefBase::make<vppservice::Service>();
-    addService(vppservice::Service::instance(), mImpl->service->asBinder());
-}
+VppService::VppService() : mImpl(std::make_unique<Impl>()) {}
 
-VppService::~VppService() {
-    mImpl->service->die();
-    mImpl->service->awaitEnd();
-}
+VppService::~VppService() = default;
 
 }  // namespace qoz::host

@@ -38,14 +38,19 @@
 #pragma once
 
 #include "host/vppservice/FaultInjector.h"
+#include "host/vppservice/Quota.h"
+#include "host/vppservice/SerialExecutor.h"
 #include "host/vppservice/Session.h"
 
 #include <aidl/vendor/vuq/hardware/vpp/BnVppService.h>
+#include <android-base/thread_annotations.h>
 
+#include <functional>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
+#include <utility>
 #include <vector>
 
 namespace qoz::host::vppservice {
@@ -53,29 +58,55 @@ namespace qoz::host::vppservice {
 // The factory, and the life of all its sessions.
 class Service : public vpp::BnVppService {
   public:
+    // `onDeath` is called once, on the thread of die(). Throws std::system_error when there is no
+    // thread to be had.
+    explicit Service(std::function<void()> onDeath = {}) : mOnDeath(std::move(onDeath)) {}
+
     static std::string instance();
 
     ndk::ScopedAStatus getNewVppSession(int32_t flags, std::shared_ptr<vpp::IVpp>* result) override;
     ndk::ScopedAStatus getSessionCount(int32_t* result) override;
 
-    // From now on nothing answers. Returns at once, on any thread; what was held goes meanwhile.
+    // The same for a client with a quota. Null when the call succeeds and there is no session.
+    ndk::ScopedAStatus openSession(int32_t flags, std::shared_ptr<Quota> quota,
+                                   std::shared_ptr<Session>* result);
+
+    // From now on nothing answers. Returns at once, on any thread; what was held goes meanwhile, on
+    // a thread of its own.
     void die();
     // After die(), on one thread: returns when all is gone.
     void awaitEnd();
 
   private:
-    std::shared_ptr<FaultInjector> faults();
-    std::vector<std::shared_ptr<Session>> sessions();
-    bool isDead();
+    std::shared_ptr<FaultInjector> faults() EXCLUDES(mLock);
+    std::vector<std::shared_ptr<Session>> sessions() EXCLUDES(mLock);
+    bool isDead() EXCLUDES(mLock);
 
+    const std::function<void()> mOnDeath;
     Pause mPause;
     std::mutex mLock;
-    bool mDead = false;
-    std::shared_ptr<FaultInjector> mFaults;
-    std::vector<std::weak_ptr<Session>> mSessions;
+    bool mDead GUARDED_BY(mLock) = false;
+    std::shared_ptr<FaultInjector> mFaults GUARDED_BY(mLock);
+    std::vector<std::weak_ptr<Session>> mSessions GUARDED_BY(mLock);
 
     std::once_flag mDeath;
-    std::thread mRelease;  // from the death on
+    std::promise<void> mGone;
+    SerialExecutor mReleases;  // made in time: at a death there may be no thread to be had
+};
+
+// A service under its instance name, from construction to destruction, which is its death.
+class RegisteredService {
+  public:
+    explicit RegisteredService(std::function<void()> onDeath = {});
+    ~RegisteredService();
+
+    RegisteredService(const RegisteredService&) = delete;
+    RegisteredService& operator=(const RegisteredService&) = delete;
+
+    const std::shared_ptr<Service>& service() const { return mService; }
+
+  private:
+    const std::shared_ptr<Service> mService;
 };
 
 }  // namespace qoz::host::vppservice

@@ -40,7 +40,8 @@ ndk::ScopedAStatus deadObject() {
 
 }  // namespace
 
-Session::Session(std::shared_ptr<FaultInjector> faults) : mFaults(std::move(faults)) {
+Session::Session(std::shared_ptr<FaultInjector> faults, std::shared_ptr<Quota> quota)
+    : mFaults(std::move(faults)), mImporter(std::move(quota)) {
     resourceCounters().sessionsMade.fetch_add(1, std::memory_order_relaxed);
     resourceCounters().sessionsLive.fetch_add(1, std::memory_order_relaxed);
 }
@@ -194,14 +195,14 @@ ndk::ScopedAStatus Session::queueBuf(Port port, const VppBuffer& buffer, Error* 
 VppError Session::queueHeld(Port port, const VppBuffer& buffer, Manner manner) {
     if (mState != State::Open) return Error::VPP_ERR_STATE;
     if (!isPort(port)) return Error::VPP_ERR_PARAM;
-    ImportedBuffer received;
-    const Error error = mImporter.receive(port, mSizes, buffer, &received);
+    ImportedBuffer imported;
+    const Error error = mImporter.take(port, mSizes, buffer, &imported);
     if (error != Error::VPP_OK) return error;
-    received.manner = manner;
+    imported.manner = manner;
     if (port == Port::INPUT) {
-        mEngine->queueInput(std::move(received));
+        mEngine->queueInput(std::move(imported));
     } else {
-        mEngine->queueOutput(std::move(received));
+        mEngine->queueOutput(std::move(imported));
     }
     return Error::VPP_OK;
 }
@@ -209,7 +210,6 @@ VppError Session::queueHeld(Port port, const VppBuffer& buffer, Manner manner) {
 ndk::ScopedAStatus Session::flush(Port port, Error* result) {
     return command("flush", result, [&](Answer answer) {
         if (!isPort(port)) return Error::VPP_ERR_PARAM;
-        mImporter.forget();
         mEngine->flush(port, std::move(answer));
         return Error::VPP_OK;
     });
@@ -228,7 +228,6 @@ VppError Session::reconfigureHeld(const PortParam& input, const PortParam& outpu
         if (error != Error::VPP_OK) return error;
     }
     mSizes = {sizeOf(input), sizeOf(output)};
-    mImporter.forget();
     mEngine->reconfigure(std::move(answer));
     return Error::VPP_OK;
 }
@@ -276,7 +275,6 @@ void Session::end(State state) {
         const std::lock_guard lock(mLock);
         moveTo(state);
         engine.swap(mEngine);
-        mImporter.forget();
     }
     mPause.end();
     if (engine != nullptr) engine->stop();

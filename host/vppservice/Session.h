@@ -6,6 +6,8 @@
 #include "host/vppservice/ImportedBuffer.h"
 #include "host/vppservice/VppSessionBase.h"
 
+#include <android-base/thread_annotations.h>
+
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -15,7 +17,8 @@ namespace qoz::host::vppservice {
 
 class Session : public VppSessionBase {
   public:
-    explicit Session(std::shared_ptr<FaultInjector> faults);
+    // What the session has counts against `quota`, if there is one.
+    explicit Session(std::shared_ptr<FaultInjector> faults, std::shared_ptr<Quota> quota = nullptr);
     ~Session() override;
 
     Status close(Error* result) override;
@@ -32,13 +35,13 @@ class Session : public VppSessionBase {
     Status setParameter(Port port, const PortParam& param, Error* result) override;
     Status terminateSession() override;
 
-    // The service's end, in two steps. First no call gets through any more; callable with locks of
-    // the client held.
-    void declareDead();
+    // The end of the service, or of the client's connection, in two steps. First no call gets
+    // through any more; callable with locks of the client held.
+    void declareDead() EXCLUDES(mLock);
     // Then everything goes; this may destroy the client.
-    void release();
+    void release() EXCLUDES(mLock);
 
-    bool isLive() const;
+    bool isLive() const EXCLUDES(mLock);
 
   private:
     enum class State { Fresh, Initialised, Open, Closed, Dead };
@@ -48,25 +51,28 @@ class Session : public VppSessionBase {
     template <typename Give>
     Status command(const char* operation, Error* result, const Give& give);
 
-    // What each operation does once no fault stands in its way; mLock is held.
-    Error openHeld();
-    Error queueHeld(Port port, const VppBuffer& buffer, Manner manner);
-    Error reconfigureHeld(const PortParam& input, const PortParam& output, Answer answer);
+    // What operations do once no fault stands in their way.
+    Error openHeld() REQUIRES(mLock);
+    Error queueHeld(Port port, const VppBuffer& buffer, Manner manner) REQUIRES(mLock);
+    Error reconfigureHeld(const PortParam& input, const PortParam& output, Answer answer)
+        REQUIRES(mLock);
 
-    bool isDead() const;
-    bool isRunning() const { return mState == State::Initialised || mState == State::Open; }
-    void moveTo(State state);
-    // Ends the engine, with mLock not held: the client's object goes with it.
-    void end(State state);
+    bool isDead() const EXCLUDES(mLock);
+    bool isRunning() const REQUIRES(mLock) {
+        return mState == State::Initialised || mState == State::Open;
+    }
+    void moveTo(State state) REQUIRES(mLock);
+    // Ends the engine: the client's object goes with it.
+    void end(State state) EXCLUDES(mLock);
 
     const std::shared_ptr<FaultInjector> mFaults;
+    const BufferImporter mImporter;
     Pause mPause;
 
     mutable std::mutex mLock;
-    State mState = State::Fresh;
-    PortSizes mSizes;
-    BufferImporter mImporter;
-    std::shared_ptr<Engine> mEngine;
+    State mState GUARDED_BY(mLock) = State::Fresh;
+    PortSizes mSizes GUARDED_BY(mLock);
+    std::shared_ptr<Engine> mEngine GUARDED_BY(mLock);
 };
 
 }  // namespace qoz::host::vppservice
