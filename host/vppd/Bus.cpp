@@ -1,9 +1,10 @@
 #include "host/vppd/Bus.h"
 
-#include "host/vppd/Names.h"
+#include "host/vppd/RemoteCall.h"
 
 #include <android/log.h>
 #include <pthread.h>
+#include <sys/socket.h>
 
 #include <utility>
 
@@ -21,7 +22,6 @@ std::unique_ptr<sdbus::IConnection> connect(const std::string& address) {
 }  // namespace
 
 Bus::Bus(const std::string& address) : mConnection(connect(address)) {
-    mConnection->setMethodCallTimeout(kCallLimit);
     mName = mConnection->getUniqueName();
     mDriver = sdbus::createProxy(*mConnection, kDriver, kDriverPath);
     mDriver->finishRegistration();
@@ -45,18 +45,25 @@ void Bus::watchOwners(const std::string& onlyName, OwnerChange change) {
 }
 
 void Bus::start(std::function<void()> onGone) {
-    mOnGone = std::move(onGone);
+    {
+        const std::lock_guard lock(mLock);
+        mOnGone = std::move(onGone);
+    }
     mReader = std::thread([this] { read(); });
     pthread_setname_np(mReader.native_handle(), "bus");
 }
 
+// When it cannot go on, the bus is to know: whoever waits for this process is told that it has
+// left.
 void Bus::read() {
     try {
         mConnection->enterEventLoop();
         return;  // asked to
     } catch (const sdbus::Error& error) {
-        __android_log_print(ANDROID_LOG_WARN, "vppd", "the bus is gone: %s", error.what());
+        __android_log_print(ANDROID_LOG_WARN, "vppd", "the connection has ended: %s", error.what());
     }
+    mAlive.store(false, std::memory_order_release);
+    shutdown(mConnection->getEventLoopPollData().fd, SHUT_RDWR);
     const std::lock_guard lock(mLock);
     if (mOnGone) mOnGone();
 }
@@ -67,43 +74,29 @@ void Bus::stopTelling() {
     mOnGone = nullptr;
 }
 
-void Bus::startService(const std::string& busName) {
+// None when the bus answers with an error, or not in time.
+template <typename Value, typename... Args>
+std::optional<Value> Bus::askDriver(const char* method, SteadyTime end, const Args&... args) {
     try {
-        uint32_t started = 0;
-        mDriver->callMethod("StartServiceByName")
-            .onInterface(kDriver)
-            .withTimeout(kStartLimit)
-            .withArguments(busName, uint32_t{0})
-            .storeResultsTo(started);
+        return callWithin<Value>(end, *mDriver, kDriver, method, args...);
     } catch (const sdbus::Error& error) {
-        __android_log_print(ANDROID_LOG_WARN, "vppd", "%s: %s", busName.c_str(), error.what());
+        __android_log_print(ANDROID_LOG_DEBUG, "vppd", "%s: %s", method, error.what());
+        return std::nullopt;
     }
 }
 
-std::optional<std::string> Bus::ownerOf(const std::string& busName) {
-    try {
-        std::string owner;
-        mDriver->callMethod("GetNameOwner")
-            .onInterface(kDriver)
-            .withArguments(busName)
-            .storeResultsTo(owner);
-        return owner;
-    } catch (const sdbus::Error&) {
-        return std::nullopt;  // nobody has the name
-    }
+void Bus::startService(const std::string& busName, SteadyTime end) {
+    askDriver<uint32_t>("StartServiceByName", end, busName, uint32_t{0});
 }
 
-std::optional<pid_t> Bus::pidOf(const std::string& busName) {
-    try {
-        uint32_t pid = 0;
-        mDriver->callMethod("GetConnectionUnixProcessID")
-            .onInterface(kDriver)
-            .withArguments(busName)
-            .storeResultsTo(pid);
-        return static_cast<pid_t>(pid);
-    } catch (const sdbus::Error&) {
-        return std::nullopt;  // nobody has the name
-    }
+std::optional<std::string> Bus::ownerOf(const std::string& busName, SteadyTime end) {
+    return askDriver<std::string>("GetNameOwner", end, busName);
+}
+
+std::optional<pid_t> Bus::pidOf(const std::string& busName, SteadyTime end) {
+    const auto pid = askDriver<uint32_t>("GetConnectionUnixProcessID", end, busName);
+    if (!pid) return std::nullopt;
+    return static_cast<pid_t>(*pid);
 }
 
 }  // namespace qoz::host::vppd

@@ -1,9 +1,12 @@
 // One connection to a bus, and the thread that reads it.
 #pragma once
 
+#include <android-base/thread_annotations.h>
 #include <sdbus-c++/sdbus-c++.h>
 #include <sys/types.h>
 
+#include <atomic>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -12,6 +15,8 @@
 #include <thread>
 
 namespace qoz::host::vppd {
+
+using SteadyTime = std::chrono::steady_clock::time_point;
 
 // Objects and proxies on the connection may come and go on any thread: the connection's own lock is
 // held while a handler of theirs runs, so that one that is gone is not called any more. For the
@@ -35,30 +40,36 @@ class Bus {
                                            const std::string& after)>;
     void watchOwners(const std::string& onlyName, OwnerChange change);
 
-    // `onGone` is called on the reading thread when the bus has gone away.
-    void start(std::function<void()> onGone);
+    // `onGone` is called on the reading thread when the connection has ended: the bus has gone
+    // away, or a message could not be received, which no stream of messages survives. Throws
+    // std::system_error when there is no thread to be had.
+    void start(std::function<void()> onGone) EXCLUDES(mLock);
+    bool isAlive() const { return mAlive.load(std::memory_order_acquire); }
 
     // Nobody is told of anything any more, and no telling is under way.
-    void stopTelling();
+    void stopTelling() EXCLUDES(mLock);
 
-    // Has the bus start a service that it knows how to start and that does not run; at most
-    // kStartLimit.
-    void startService(const std::string& busName);
+    // Has the bus start a service that it knows how to start and that does not run.
+    void startService(const std::string& busName, SteadyTime end);
 
     // The unique name of the owner.
-    std::optional<std::string> ownerOf(const std::string& busName);
-    std::optional<pid_t> pidOf(const std::string& busName);
+    std::optional<std::string> ownerOf(const std::string& busName, SteadyTime end);
+    std::optional<pid_t> pidOf(const std::string& busName, SteadyTime end);
 
   private:
-    void read();
+    void read() EXCLUDES(mLock);
+    template <typename Value, typename... Args>
+    std::optional<Value> askDriver(const char* method, SteadyTime end, const Args&... args);
 
     std::unique_ptr<sdbus::IConnection> mConnection;
     std::string mName;
     std::unique_ptr<sdbus::IProxy> mDriver;
     std::unique_ptr<sdbus::IProxy> mOwners;  // the watch
 
+    std::atomic<bool> mAlive{true};  // an end that is seen late costs a call its limit, no more
+
     std::mutex mLock;
-    std::function<void()> mOnGone;
+    std::function<void()> mOnGone GUARDED_BY(mLock);
 
     std::thread mReader;
 };

@@ -2,10 +2,12 @@
 
 #include "host/vppd/Names.h"
 
-#include <android/log.h>
 #include <host/platform/BinderThreads.h>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <optional>
 #include <utility>
 
 namespace qoz::host::vppd {
@@ -22,48 +24,52 @@ std::string newPath() {
     return kCallbacksFolder + std::to_string(made.fetch_add(1, std::memory_order_relaxed));
 }
 
-// Keeps the connection for as long as the answer is owed.
-struct Debt {
-    std::shared_ptr<Bus> bus;
-    sdbus::Result<int32_t> answer;
-
-    void pay(VppError error) const {
-        try {
-            answer.returnResults(static_cast<int32_t>(error));
-        } catch (const sdbus::Error&) {
-            // Who asked is gone.
-        }
-    }
-};
-
 }  // namespace
 
-CallbackReceiver::CallbackReceiver(std::shared_ptr<Bus> connection,
+CallbackReceiver::CallbackReceiver(std::shared_ptr<Bus> connection, std::string service,
                                    std::shared_ptr<IVppCallbacks> callbacks)
     : KeepsBus{std::move(connection)},
       AdaptorInterfaces(bus->connection(), newPath()),
+      mService(std::move(service)),
       mCallbacks(std::move(callbacks)) {
     registerAdaptor();
 }
 
 CallbackReceiver::~CallbackReceiver() {
+    stop(std::chrono::steady_clock::now());
+}
+
+void CallbackReceiver::stop(SteadyTime end) {
     unregisterAdaptor();
-    const auto limit = tCarriedFor == this ? std::chrono::milliseconds(0) : kCallLimit;
-    mInputExecutor.stop(limit);
-    mOutputExecutor.stop(limit);
+    for (vppservice::SerialExecutor* executor : {&mInputExecutor, &mOutputExecutor}) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            end - std::chrono::steady_clock::now());
+        const bool within = tCarriedFor == this;
+        executor->stop(within ? std::chrono::milliseconds(0)
+                              : std::max(left, std::chrono::milliseconds(0)));
+    }
+}
+
+bool CallbackReceiver::admits(PendingAnswer<int32_t>& answer) {
+    const std::string caller = getObject().getCurrentlyProcessedMessage()->getSender();
+    if (caller == mService) return true;
+    mRefusals.log("callback", caller.c_str(), "the session is another connection's");
+    answer.deny();
+    return false;
 }
 
 template <typename Call>
-void CallbackReceiver::carryOut(vppservice::SerialExecutor& executor, Answer&& answer, Call call) {
-    const auto debt = std::make_shared<Debt>(Debt{bus, std::move(answer)});
-    executor.post([callbacks = mCallbacks, debt, call = std::move(call), me = this] {
+void CallbackReceiver::carryOut(vppservice::SerialExecutor& executor, Answer&& result, Call call) {
+    const auto answer = std::make_shared<PendingAnswer<int32_t>>(bus, std::move(result));
+    if (!admits(*answer)) return;
+    executor.post([callbacks = mCallbacks, answer, call = std::move(call), me = this] {
         VppError error = VppError::VPP_OK;
         callOnBinderThread([&] {
             tCarriedFor = me;
             call(*callbacks, &error);
             tCarriedFor = nullptr;
         });
-        debt->pay(error);
+        answer->give(static_cast<int32_t>(error));
     });
 }
 
@@ -72,8 +78,10 @@ void CallbackReceiver::carryOutWith(vppservice::SerialExecutor& executor, Answer
                                     BusBuffer&& sent, Call call) {
     std::optional<vpp::VppBuffer> buffer = fromBus(std::move(sent));
     if (!buffer) {
-        __android_log_print(ANDROID_LOG_ERROR, "vppd", "dropped a buffer that makes no sense");
-        Debt{bus, std::move(answer)}.pay(VppError::VPP_ERR_PARAM);
+        PendingAnswer refused(bus, std::move(answer));
+        if (!admits(refused)) return;
+        mRefusals.log("callback", mService.c_str(), "the record makes no sense");
+        refused.give(static_cast<int32_t>(VppError::VPP_ERR_PARAM));
         return;
     }
     const auto shared = std::make_shared<vpp::VppBuffer>(std::move(*buffer));

@@ -1,74 +1,54 @@
 #include "host/vppd/ClientCallbacks.h"
 
-#include "vppd/VppProxy.h"
-
-#include <android/log.h>
-
-#include <utility>
-
 namespace qoz::host::vppd {
 
 using vpp::VppError;
+using Ports = OutgoingCallback::Ports;
 
-class ClientCallbacks::Proxy final
-    : public sdbus::ProxyInterfaces<::org::qoz::VppCallbacks1_proxy> {
-  public:
-    Proxy(sdbus::IConnection& connection, const std::string& client, const std::string& path)
-        : ProxyInterfaces(connection, client, path) {
-        registerProxy();
-    }
-    ~Proxy() { unregisterProxy(); }
-
-    Proxy(const Proxy&) = delete;
-    Proxy& operator=(const Proxy&) = delete;
-};
-
-ClientCallbacks::ClientCallbacks(std::shared_ptr<Bus> bus, const std::string& client,
-                                 const std::string& path, std::function<void()> onLetGo)
-    : mBus(std::move(bus)),
-      mProxy(std::make_unique<Proxy>(mBus->connection(), client, path)),
-      mOnLetGo(std::move(onLetGo)) {}
-
-ClientCallbacks::~ClientCallbacks() {
-    mOnLetGo();
-}
-
-template <typename Call>
-ndk::ScopedAStatus ClientCallbacks::forward(VppError* result, const Call& call) {
-    try {
-        *result = static_cast<VppError>(call(*mProxy));
-        return Status::ok();
-    } catch (const std::exception& error) {
-        __android_log_print(ANDROID_LOG_WARN, "vppd", "callback failed: %s", error.what());
-        return Status::fromStatus(STATUS_DEAD_OBJECT);
-    }
+ndk::ScopedAStatus ClientCallbacks::post(OutgoingCallback callback, VppError* result) {
+    mOutbox->post(std::move(callback));
+    *result = VppError::VPP_OK;
+    return Status::ok();
 }
 
 ndk::ScopedAStatus ClientCallbacks::eventDrainDone(VppError* result) {
-    return forward(result, [](Proxy& p) { return p.EventDrainDone(); });
+    return post({.method = "EventDrainDone"}, result);
 }
 
 ndk::ScopedAStatus ClientCallbacks::eventError(VppError error, VppError* result) {
-    return forward(result, [&](Proxy& p) { return p.EventError(static_cast<int32_t>(error)); });
+    return post({.method = "EventError", .argument = static_cast<int32_t>(error), .settles = {}},
+                result);
 }
 
 ndk::ScopedAStatus ClientCallbacks::eventFlushDone(const vpp::FlushDone& done, VppError* result) {
-    return forward(result, [&](Proxy& p) { return p.EventFlushDone(done.port); });
+    const bool isInput = done.port == static_cast<int32_t>(vpp::VppPort::INPUT);
+    return post({.method = "EventFlushDone",
+                 .argument = done.port,
+                 .ports = isInput ? Ports::kInput : Ports::kOutput},
+                result);
 }
 
 ndk::ScopedAStatus ClientCallbacks::eventReconfigDone(const vpp::ReconfigDone& done,
                                                       VppError* result) {
-    return forward(result, [&](Proxy& p) { return p.EventReconfigDone(done.status); });
+    return post({.method = "EventReconfigDone", .argument = done.status}, result);
 }
 
 ndk::ScopedAStatus ClientCallbacks::inputBufferDone(const vpp::VppBuffer& buffer,
                                                     VppError* result) {
-    return forward(result, [&](Proxy& p) { return p.InputBufferDone(toBus(buffer)); });
+    return post({.method = "InputBufferDone",
+                 .argument = toBus(buffer),
+                 .ports = Ports::kInput,
+                 .settles = Owed::Buffer},
+                result);
 }
 
 ndk::ScopedAStatus ClientCallbacks::outputBufferDone(const vpp::VppBuffer& buffer,
                                                      VppError* result) {
-    return forward(result, [&](Proxy& p) { return p.OutputBufferDone(toBus(buffer)); });
+    return post({.method = "OutputBufferDone",
+                 .argument = toBus(buffer),
+                 .ports = Ports::kOutput,
+                 .settles = Owed::Buffer},
+                result);
 }
 
 }  // namespace qoz::host::vppd

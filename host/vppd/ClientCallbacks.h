@@ -1,23 +1,21 @@
 // The callback object of a client in another process, as the service calls it.
 #pragma once
 
-#include "host/vppd/Bus.h"
+#include "host/vppd/CallbackOutbox.h"
 #include "host/vppd/Records.h"
 
 #include <aidl/vendor/vuq/hardware/vpp/BnVppCallbacks.h>
 
-#include <functional>
 #include <memory>
-#include <string>
+#include <utility>
 
 namespace qoz::host::vppd {
 
+// Every call succeeds at once: the outbox brings it to the client. Owned by the session, which lets
+// go of it when it ends.
 class ClientCallbacks final : public vpp::BnVppCallbacks {
   public:
-    // `onLetGo` is called when the service has let go of the object.
-    ClientCallbacks(std::shared_ptr<Bus> bus, const std::string& client, const std::string& path,
-                    std::function<void()> onLetGo);
-    ~ClientCallbacks() override;
+    explicit ClientCallbacks(std::shared_ptr<CallbackOutbox> outbox) : mOutbox(std::move(outbox)) {}
 
     using Status = ndk::ScopedAStatus;
     Status eventDrainDone(vpp::VppError* result) override;
@@ -28,14 +26,9 @@ class ClientCallbacks final : public vpp::BnVppCallbacks {
     Status outputBufferDone(const vpp::VppBuffer& buffer, vpp::VppError* result) override;
 
   private:
-    class Proxy;
+    Status post(OutgoingCallback callback, vpp::VppError* result);
 
-    template <typename Call>
-    Status forward(vpp::VppError* result, const Call& call);
-
-    const std::shared_ptr<Bus> mBus;
-    const std::unique_ptr<Proxy> mProxy;
-    const std::function<void()> mOnLetGo;
+    const std::shared_ptr<CallbackOutbox> mOutbox;
 };
 
 }  // namespace qoz::host::vppd

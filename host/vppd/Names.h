@@ -11,13 +11,16 @@ constexpr char kSessionFolder[] = "/org/qoz/Vpp/sessions/";
 constexpr char kCallbacksFolder[] = "/org/qoz/Vpp/callbacks/";
 constexpr char kNoSession[] = "/";
 
-// What a call that fails below its result is answered with.
+constexpr char kServiceInterface[] = "org.qoz.VppService1";
+constexpr char kSessionInterface[] = "org.qoz.VppSession1";
+constexpr char kCallbacksInterface[] = "org.qoz.VppCallbacks1";
+
+// What a call with a transport error is answered with, and one of a stranger.
 constexpr char kDeadObject[] = "org.qoz.Vpp.Error.DeadObject";
+constexpr char kAccessDenied[] = "org.freedesktop.DBus.Error.AccessDenied";
 
-// A peer that hangs holds a call up no longer than this, in either direction.
+// No operation of a client takes longer, whatever has become of the service, the bus or the
+// client's own process.
 constexpr std::chrono::seconds kCallLimit{2};
-
-// A start is no call: the bus starts a process first.
-constexpr std::chrono::seconds kStartLimit{5};
 
 }  // namespace qoz::host::vppd

@@ -105,6 +105,17 @@ void PrivateBus::writeConfig(const std::vector<std::string>& arguments,
            // As many as one message can carry. Whoever sends more than the bus lets through is cut
            // off from it, and is to have an answer instead.
            "<limit name=\"max_message_unix_fds\">253</limit>\n"
+           // What one connection has sent and nobody has read yet: little, so that whoever floods
+           // the service waits for it, and nobody else does. (A message may be longer.)
+           "<limit name=\"max_incoming_bytes\">16384</limit>\n"
+           "<limit name=\"max_incoming_unix_fds\">512</limit>\n"
+           "<limit name=\"max_message_size\">1048576</limit>\n"
+           // What waits for one connection: more than all others together can have sent.
+           "<limit name=\"max_outgoing_bytes\">33554432</limit>\n"
+           "<limit name=\"max_outgoing_unix_fds\">65536</limit>\n"
+           // Calls that a connection has not been answered: of the service a few for each session,
+           // whose client may never answer.
+           "<limit name=\"max_replies_per_connection\">4096</limit>\n"
         << "<listen>unix:path=" << (mFolder.path / "socket").string() << "</listen>\n"
         << "<servicedir>" << mFolder.path.string() << "</servicedir>\n"
         << "<policy context=\"default\"><allow own=\"*\"/>\n"
@@ -158,7 +169,8 @@ std::optional<pid_t> PrivateBus::servicePid() const {
     try {
         vppd::Bus bus(mAddress);
         bus.start({});
-        return bus.pidOf(vppd::kBusName);
+        const auto end = std::chrono::steady_clock::now() + vppd::kCallLimit;
+        return bus.pidOf(vppd::kBusName, end);
     } catch (const sdbus::Error&) {
         return std::nullopt;  // the bus itself is gone
     }

@@ -86,6 +86,14 @@ BusBuffer toBus(const vpp::VppBuffer& b) {
             std::move(metas),     b.reserved32,  b.timestamp,     b.reserved64,     b.cookie};
 }
 
+uint64_t descriptorsIn(const BusBuffer& buffer) {
+    uint64_t count = buffer.get<0>().get<0>().size() + buffer.get<5>().get<0>().size();
+    for (const BusMeta& meta : buffer.get<10>()) {
+        count += meta.get<1>().get<0>().size();
+    }
+    return count;
+}
+
 std::optional<vpp::VppBuffer> fromBus(BusBuffer&& from) {
     auto& metas = from.get<10>();
     const bool good = fits(from.get<0>()) && fits(from.get<5>()) &&

@@ -32,6 +32,9 @@ BusPort toBus(const vpp::VppPortParam& param);
 BusAis toBus(const vpp::VppCtrlAis& control);
 std::vector<BusSegment> toBus(const std::vector<vpp::VppCtrlFrcSegment>& segments);
 
+// In all of the record's handles.
+uint64_t descriptorsIn(const BusBuffer& buffer);
+
 // Descriptors are taken over; those of the result are closed on exec. None when a list or a name is
 // longer than any that makes sense, or when a length cannot be true; whether the numbers make sense
 // together is for the session to judge.

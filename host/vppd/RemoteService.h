@@ -10,9 +10,11 @@ namespace qoz::host {
 // A VPP service under its instance name, from construction to destruction; its calls go over D-Bus
 // to qoz-vppd, which the bus starts when the first session is asked for, and again after its death.
 //
-// A call that fails on the way, or is not answered within two seconds, fails below its result. When
-// the process on the other side dies its sessions are dead at once; what the client gave them goes
-// on a thread of its own. The end of the object does the same.
+// Every call ends within two seconds; one that is not answered by then, or fails on the way, has a
+// transport error. When the process on the other side dies, or the connection to the bus is lost,
+// its sessions are dead at once and their binders' death is announced; what the client gave them
+// goes on a thread of its own. The end of the object does the same. A lost connection is made anew
+// for the next session.
 class RemoteVppService {
   public:
     // Empty: the session's bus. Throws std::runtime_error when there is none.

@@ -2,70 +2,85 @@
 
 #include "host/vppd/Names.h"
 #include "host/vppd/Records.h"
-#include "vppd/VppProxy.h"
+#include "host/vppd/RemoteCall.h"
 
 #include <android/log.h>
 
+#include <optional>
+#include <system_error>
 #include <utility>
 
 namespace qoz::host::vppd {
 
+namespace {
+
+SteadyTime callEnd() {
+    return std::chrono::steady_clock::now() + kCallLimit;
+}
+
+ndk::ScopedAStatus deadObject() {
+    return ndk::ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT);
+}
+
+}  // namespace
+
 using Status = ndk::ScopedAStatus;
-
-class RemoteSession::Proxy final : public sdbus::ProxyInterfaces<::org::qoz::VppSession1_proxy> {
-  public:
-    Proxy(sdbus::IConnection& connection, const std::string& owner, const std::string& path)
-        : ProxyInterfaces(connection, owner, path) {
-        registerProxy();
-    }
-    ~Proxy() { unregisterProxy(); }
-
-    Proxy(const Proxy&) = delete;
-    Proxy& operator=(const Proxy&) = delete;
-};
 
 RemoteSession::RemoteSession(std::shared_ptr<Bus> bus, std::string owner, const std::string& path)
     : mBus(std::move(bus)),
       mOwner(std::move(owner)),
-      mProxy(std::make_unique<Proxy>(mBus->connection(), mOwner, path)) {}
+      mProxy(sdbus::createProxy(mBus->connection(), mOwner, path)) {}
 
 RemoteSession::~RemoteSession() {
-    letGo();
-    if (mDead.load(std::memory_order_acquire)) return;
+    release();
+    if (isDead()) return;
     try {
-        mProxy->Release();
+        mProxy->callMethod("Release").onInterface(kSessionInterface).dontExpectReply();
     } catch (const sdbus::Error&) {
         // Then there is nobody to release it.
     }
 }
 
-// The one way into every operation. What fails on the way touches no result.
-template <typename Call>
-Status RemoteSession::forward(Error* result, const Call& call) {
-    const auto dead = [] { return Status::fromStatus(STATUS_DEAD_OBJECT); };
-    if (mDead.load(std::memory_order_acquire)) return dead();
+void RemoteSession::release() {
+    letGo(callEnd());
+}
+
+// The one way into every operation.
+template <typename... Args>
+Status RemoteSession::forward(SteadyTime end, Error* result, const char* method,
+                              const Args&... args) {
+    if (isDead()) return deadObject();
     if (result == nullptr) return Status::fromStatus(STATUS_UNKNOWN_TRANSACTION);
     try {
-        const int32_t answer = call(*mProxy);
-        if (mDead.load(std::memory_order_acquire)) return dead();
+        const auto answer = callWithin<int32_t>(end, *mProxy, kSessionInterface, method, args...);
+        if (isDead()) return deadObject();
         *result = static_cast<Error>(answer);
         return Status::ok();
-    } catch (const std::exception& error) {
-        __android_log_print(ANDROID_LOG_WARN, "vppd", "call failed: %s", error.what());
-        return dead();
+    } catch (const sdbus::Error& error) {
+        __android_log_print(ANDROID_LOG_WARN, "vppd", "%s failed: %s", method, error.what());
+        if (!wasNotCarried(error)) return deadObject();
+        *result = Error::VPP_ERR_RESOURCES;
+        return Status::ok();
     }
 }
 
+template <typename... Args>
+Status RemoteSession::forward(Error* result, const char* method, const Args&... args) {
+    return forward(callEnd(), result, method, args...);
+}
+
 Status RemoteSession::close(Error* result) {
-    Status status = forward(result, [](Proxy& p) { return p.Close(); });
-    if (status.isOk() && *result == Error::VPP_OK) letGo();
+    const SteadyTime end = callEnd();
+    Status status = forward(end, result, "Close");
+    if (status.isOk() && *result == Error::VPP_OK) letGo(end);
     return status;
 }
 
 Status RemoteSession::terminateSession() {
+    const SteadyTime end = callEnd();
     Error ignored = Error::VPP_OK;
-    Status status = forward(&ignored, [](Proxy& p) { return p.TerminateSession(); });
-    if (status.isOk()) letGo();
+    Status status = forward(end, &ignored, "TerminateSession");
+    if (status.isOk()) letGo(end);
     return status;
 }
 
@@ -74,66 +89,89 @@ Status RemoteSession::terminateSession() {
 Status RemoteSession::initSession(int32_t flags,
                                   const std::shared_ptr<vpp::IVppCallbacks>& callbacks,
                                   Error* result) {
-    sdbus::ObjectPath path(kNoSession);
-    if (callbacks != nullptr) {
-        auto receiver = std::make_unique<CallbackReceiver>(mBus, callbacks);
-        const std::lock_guard lock(mLock);
-        if (mReceiver == nullptr) {
-            path = receiver->path();
-            mReceiver = std::move(receiver);
-        }
+    if (result == nullptr) return Status::fromStatus(STATUS_UNKNOWN_TRANSACTION);
+    const SteadyTime end = callEnd();
+    std::string path = kNoSession;
+    bool installed = false;
+    try {
+        installed = callbacks != nullptr && install(callbacks, &path);
+    } catch (const std::system_error& error) {
+        __android_log_print(ANDROID_LOG_ERROR, "vppd", "initSession: %s", error.what());
+        *result = Error::VPP_ERR_RESOURCES;
+        return Status::ok();
     }
     Status status =
-        forward(result, [&](Proxy& p) { return p.InitSession(flags, mBus->name(), path); });
+        forward(end, result, "InitSession", flags, mBus->name(), sdbus::ObjectPath(path));
     const bool taken = status.isOk() && *result == Error::VPP_OK;
-    if (!taken && path != kNoSession) letGo();
+    if (!taken && installed) letGo(end);
     return status;
 }
 
+// False when there is a receiver already.
+bool RemoteSession::install(const std::shared_ptr<vpp::IVppCallbacks>& callbacks,
+                            std::string* path) {
+    auto receiver = std::make_unique<CallbackReceiver>(mBus, mOwner, callbacks);
+    const std::lock_guard lock(mLock);
+    if (mReceiver != nullptr) return false;
+    *path = receiver->path();
+    mReceiver = std::move(receiver);
+    return true;
+}
+
 Status RemoteSession::open(Error* result) {
-    return forward(result, [](Proxy& p) { return p.Open(); });
+    return forward(result, "Open");
 }
 
 Status RemoteSession::drain(Error* result) {
-    return forward(result, [](Proxy& p) { return p.Drain(); });
+    return forward(result, "Drain");
 }
 
 Status RemoteSession::flush(Port port, Error* result) {
-    return forward(result, [&](Proxy& p) { return p.Flush(static_cast<int32_t>(port)); });
+    return forward(result, "Flush", static_cast<int32_t>(port));
 }
 
 Status RemoteSession::queueBuf(Port port, const vpp::VppBuffer& buffer, Error* result) {
-    return forward(result,
-                   [&](Proxy& p) { return p.QueueBuf(static_cast<int32_t>(port), toBus(buffer)); });
+    if (result == nullptr) return Status::fromStatus(STATUS_UNKNOWN_TRANSACTION);
+    std::optional<BusBuffer> sent;
+    try {
+        sent = toBus(buffer);
+    } catch (const std::system_error& error) {
+        __android_log_print(ANDROID_LOG_ERROR, "vppd", "queueBuf: %s", error.what());
+        *result = Error::VPP_ERR_RESOURCES;
+        return Status::ok();
+    }
+    return forward(result, "QueueBuf", static_cast<int32_t>(port), *sent);
 }
 
 Status RemoteSession::reconfigure(const PortParam& input, const PortParam& output, Error* result) {
-    return forward(result, [&](Proxy& p) { return p.Reconfigure(toBus(input), toBus(output)); });
+    return forward(result, "Reconfigure", toBus(input), toBus(output));
 }
 
 Status RemoteSession::setCtrlAis(const vpp::VppCtrlAis& control, Error* result) {
-    return forward(result, [&](Proxy& p) { return p.SetCtrlAis(toBus(control)); });
+    return forward(result, "SetCtrlAis", toBus(control));
 }
 
 Status RemoteSession::setCtrlFrc(const std::vector<vpp::VppCtrlFrcSegment>& segments,
                                  Error* result) {
-    return forward(result, [&](Proxy& p) { return p.SetCtrlFrc(toBus(segments)); });
+    return forward(result, "SetCtrlFrc", toBus(segments));
 }
 
 Status RemoteSession::setCtrlVppMode(int32_t mode, Error* result) {
-    return forward(result, [&](Proxy& p) { return p.SetCtrlVppMode(mode); });
+    return forward(result, "SetCtrlVppMode", mode);
 }
 
 Status RemoteSession::setParameter(Port port, const PortParam& param, Error* result) {
-    return forward(
-        result, [&](Proxy& p) { return p.SetParameter(static_cast<int32_t>(port), toBus(param)); });
+    return forward(result, "SetParameter", static_cast<int32_t>(port), toBus(param));
 }
 
 // The client's object goes on the calling thread, with no lock held.
-void RemoteSession::letGo() {
-    std::unique_ptr<CallbackReceiver> receiver;  // ends after the lock
-    const std::lock_guard lock(mLock);
-    receiver.swap(mReceiver);
+void RemoteSession::letGo(SteadyTime end) {
+    std::unique_ptr<CallbackReceiver> receiver;
+    {
+        const std::lock_guard lock(mLock);
+        receiver.swap(mReceiver);
+    }
+    if (receiver != nullptr) receiver->stop(end);
 }
 
 }  // namespace qoz::host::vppd

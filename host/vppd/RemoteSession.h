@@ -5,6 +5,8 @@
 #include "host/vppd/CallbackReceiver.h"
 #include "host/vppservice/VppSessionBase.h"
 
+#include <android-base/thread_annotations.h>
+
 #include <atomic>
 #include <memory>
 #include <mutex>
@@ -13,6 +15,9 @@
 
 namespace qoz::host::vppd {
 
+// Owned by the client. Operations block the caller, at most kCallLimit in all. One that did not
+// leave this process, for want of a descriptor, a thread or room on the bus, has the result
+// VPP_ERR_RESOURCES; one that failed further on touches no result.
 class RemoteSession : public VppSessionBase {
   public:
     // `owner` is the unique name of the process: a service that was started anew never hears of the
@@ -35,27 +40,31 @@ class RemoteSession : public VppSessionBase {
     Status terminateSession() override;
 
     const std::string& owner() const { return mOwner; }
+    const Bus* bus() const { return mBus.get(); }
 
-    // The death of the service, in two steps. First no call gets through any more; callable on any
-    // thread and with locks of the client held.
+    // The death of the service, or of the connection to it, in two steps. First no call gets
+    // through any more; callable on any thread and with locks of the client held.
     void declareDead() { mDead.store(true, std::memory_order_release); }
+    bool isDead() const { return mDead.load(std::memory_order_acquire) || !mBus->isAlive(); }
     // Then the client's object goes; this may destroy the client.
-    void release() { letGo(); }
+    void release() EXCLUDES(mLock);
 
   private:
-    class Proxy;
-
-    template <typename Call>
-    Status forward(Error* result, const Call& call);
-    void letGo();
+    template <typename... Args>
+    Status forward(SteadyTime end, Error* result, const char* method, const Args&... args);
+    template <typename... Args>
+    Status forward(Error* result, const char* method, const Args&... args);
+    bool install(const std::shared_ptr<vpp::IVppCallbacks>& callbacks, std::string* path)
+        EXCLUDES(mLock);
+    void letGo(SteadyTime end) EXCLUDES(mLock);
 
     const std::shared_ptr<Bus> mBus;
     const std::string mOwner;
-    const std::unique_ptr<Proxy> mProxy;
-    std::atomic<bool> mDead{false};
+    const std::unique_ptr<sdbus::IProxy> mProxy;
+    std::atomic<bool> mDead{false};  // set once; a call that misses it fails on the way
 
     std::mutex mLock;
-    std::unique_ptr<CallbackReceiver> mReceiver;
+    std::unique_ptr<CallbackReceiver> mReceiver GUARDED_BY(mLock);
 };
 
 }  // namespace qoz::host::vppd

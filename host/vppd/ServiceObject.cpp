@@ -1,101 +1,135 @@
 #include "host/vppd/ServiceObject.h"
 
 #include "host/vppd/Names.h"
+#include "host/vppd/PendingAnswer.h"
 
-#include <android/binder_manager.h>
 #include <host/control.h>
-#include <host/platform/ServiceRegistry.h>
+#include <sys/resource.h>
 
+#include <algorithm>
+#include <system_error>
 #include <utility>
+#include <vector>
 
 namespace qoz::host::vppd {
 namespace {
 
-ndk::SpAIBinder lookUp() {
-    const std::string instance = defaultInstance<vpp::IVppService>();
-    return ndk::SpAIBinder(AServiceManager_checkService(instance.c_str()));
+using vppservice::kClientBudget;
+using vppservice::Quota;
+using vppservice::Resources;
+
+// What all clients may have together: as many descriptors as the process may open, less those that
+// it needs itself; calls, events and mapped bytes are bounded by the sessions.
+Resources budgetOfAll() {
+    rlimit files{};
+    getrlimit(RLIMIT_NOFILE, &files);
+    const uint64_t spare = vppservice::kSpareDescriptors;
+    Resources all{.sessions = vppservice::kMostSessions,
+                  .calls = UINT64_MAX,
+                  .descriptors = files.rlim_cur > spare ? files.rlim_cur - spare : 0,
+                  .events = UINT64_MAX,
+                  .buffers = vppservice::kMostBuffers,
+                  .mappedBytes = UINT64_MAX};
+    return all;
 }
 
 }  // namespace
 
-// A service that has died is no longer registered.
-ServiceObject::ServiceObject(std::shared_ptr<Bus> connection, std::function<void()> onEnd)
+ServiceObject::ServiceObject(std::shared_ptr<Bus> connection,
+                             std::shared_ptr<vppservice::Service> service)
     : KeepsBus{std::move(connection)},
       AdaptorInterfaces(bus->connection(), kServicePath),
-      mLook([onEnd = std::move(onEnd)] {
-          if (lookUp().get() == nullptr) onEnd();
-      }),
-      mService(vpp::IVppService::fromBinder(lookUp())) {
+      mService(std::move(service)),
+      mWhole(std::make_shared<Quota>(budgetOfAll())) {
     registerAdaptor();
     bus->watchOwners({}, [this](const auto& name, const auto&, const auto& after) {
-        if (after.empty()) mExecutor.post([this, name] { closeAllOf(name); });
+        if (after.empty() && !name.empty()) endSessionsOf(name);
     });
 }
 
 ServiceObject::~ServiceObject() {
     unregisterAdaptor();
     bus->stopTelling();
-    // What sessions post while they go is dropped; until then the executor is needed.
-    const auto emptied = std::make_shared<std::promise<void>>();
-    mExecutor.post([this, emptied] {
-        mSessions.clear();
-        emptied->set_value();
-    });
-    emptied->get_future().wait();
-    mExecutor.stop(kCallLimit);
-}
-
-template <typename Answer, typename Call>
-void ServiceObject::carryOut(Answer answer, Call call) {
-    const auto owed = std::make_shared<Answer>(std::move(answer));
-    mExecutor.post([this, owed, call = std::move(call)] {
-        try {
-            const auto result = call();
-            if (result) {
-                owed->returnResults(*result);
-            } else {
-                owed->returnError(sdbus::Error(kDeadObject, "the call failed below its result"));
-            }
-        } catch (const sdbus::Error&) {
-            // Who asked is gone.
-        }
-        mLook();
-    });
+    endSessionsOf({});
+    const auto sessions = mSessions;
+    std::unique_lock lock(sessions->lock);
+    const android::base::ScopedLockAssertion held(sessions->lock);
+    sessions->ended.wait_for(lock, kCallLimit,
+                             [&]() REQUIRES(sessions->lock) { return sessions->byPath.empty(); });
 }
 
 void ServiceObject::GetNewVppSession(sdbus::Result<sdbus::ObjectPath>&& answer, int32_t flags) {
     const std::string client = getObject().getCurrentlyProcessedMessage()->getSender();
-    carryOut(std::move(answer), [this, flags, client]() -> std::optional<sdbus::ObjectPath> {
-        std::shared_ptr<vpp::IVpp> session;
-        if (!mService->getNewVppSession(flags, &session).isOk()) return std::nullopt;
-        if (session == nullptr) return sdbus::ObjectPath(kNoSession);
-        return sdbus::ObjectPath(open(client, std::move(session)));
-    });
+    if (const auto session = makeSession(client)) {
+        session->open(mService, flags, std::move(answer));
+        return;
+    }
+    PendingAnswer(bus, std::move(answer)).give(sdbus::ObjectPath(kNoSession));
 }
 
-void ServiceObject::GetSessionCount(sdbus::Result<int32_t>&& answer) {
-    carryOut(std::move(answer), [this]() -> std::optional<int32_t> {
-        int32_t count = 0;
-        if (!mService->getSessionCount(&count).isOk()) return std::nullopt;
-        return count;
-    });
+// Null, with a message, when the client has as many as it may, or when there is no thread for it.
+std::shared_ptr<SessionObject> ServiceObject::makeSession(const std::string& client) {
+    const char* const operation = "getNewVppSession";
+    const auto quota = quotaOf(client);
+    auto reservation = quota->reserve({.sessions = 1});
+    if (!reservation) {
+        mRefusals.log(operation, client.c_str(), "too many sessions");
+        return nullptr;
+    }
+    const std::string path = kSessionFolder + std::to_string(++mMade);
+    const auto forget = [sessions = mSessions, path] {
+        std::shared_ptr<SessionObject> ended;  // without the lock
+        const std::lock_guard lock(sessions->lock);
+        const auto entry = sessions->byPath.find(path);
+        if (entry != sessions->byPath.end()) {
+            ended = std::move(entry->second);
+            sessions->byPath.erase(entry);
+        }
+        sessions->ended.notify_all();
+    };
+    try {
+        auto session = std::make_shared<SessionObject>(
+            bus, path, SessionObject::Client{client, quota, std::move(*reservation)}, forget);
+        const std::lock_guard lock(mSessions->lock);
+        mSessions->byPath.emplace(path, session);
+        return session;
+    } catch (const std::system_error& error) {
+        mRefusals.log(operation, client.c_str(), error.what());
+        return nullptr;
+    }
 }
 
-void ServiceObject::GetFaultsFired(sdbus::Result<uint64_t>&& answer) {
-    carryOut(std::move(answer), [] { return std::optional<uint64_t>(faultsFired()); });
+// A quota lasts as long as something counts against it.
+std::shared_ptr<Quota> ServiceObject::quotaOf(const std::string& client) {
+    auto quota = mQuotas[client].lock();
+    if (quota != nullptr) return quota;
+    quota = std::make_shared<Quota>(kClientBudget, mWhole);
+    std::erase_if(mQuotas, [](const auto& entry) { return entry.second.expired(); });
+    mQuotas[client] = quota;
+    return quota;
 }
 
-std::string ServiceObject::open(const std::string& client, std::shared_ptr<vpp::IVpp> session) {
-    std::string path = kSessionFolder + std::to_string(++mMade);
-    SessionObject::Hooks hooks{
-        [this, path] { mExecutor.post([this, path] { mSessions.erase(path); }); }, mLook};
-    mSessions.emplace(path, std::make_unique<SessionObject>(bus, path, client, std::move(session),
-                                                            std::move(hooks)));
-    return path;
+void ServiceObject::GetSessionCount(sdbus::Result<int32_t>&& result) {
+    PendingAnswer answer(bus, std::move(result));
+    int32_t count = 0;
+    if (mService->getSessionCount(&count).isOk()) answer.give(count);
 }
 
-void ServiceObject::closeAllOf(const std::string& client) {
-    std::erase_if(mSessions, [&](const auto& entry) { return entry.second->client() == client; });
+void ServiceObject::GetFaultsFired(sdbus::Result<uint64_t>&& result) {
+    PendingAnswer(bus, std::move(result)).give(faultsFired());
+}
+
+void ServiceObject::endSessionsOf(const std::string& client) {
+    std::vector<std::shared_ptr<SessionObject>> theirs;
+    {
+        const std::lock_guard lock(mSessions->lock);
+        for (const auto& [path, session] : mSessions->byPath) {
+            if (client.empty() || session->client() == client) theirs.push_back(session);
+        }
+    }
+    for (const auto& session : theirs) {
+        session->end();
+    }
 }
 
 }  // namespace qoz::host::vppd

@@ -3,159 +3,262 @@
 #include "host/vppd/ClientCallbacks.h"
 #include "host/vppd/Names.h"
 
-#include <android/log.h>
-
 #include <optional>
+#include <utility>
 
 namespace qoz::host::vppd {
-namespace {
 
-using vpp::IVpp;
+using Status = ndk::ScopedAStatus;
 using vpp::VppError;
+using vppservice::Session;
 
-void give(const sdbus::Result<int32_t>& answer, const ndk::ScopedAStatus& status, VppError error) {
-    try {
-        if (status.isOk()) {
-            answer.returnResults(static_cast<int32_t>(error));
-        } else {
-            answer.returnError(sdbus::Error(kDeadObject, "the call failed below its result"));
-        }
-    } catch (const sdbus::Error&) {
-        // Who asked is gone.
-    }
-}
-
-void refuse(const sdbus::Result<int32_t>& answer, const char* operation) {
-    __android_log_print(ANDROID_LOG_ERROR, "vppd", "%s: refused what makes no sense", operation);
-    give(answer, ndk::ScopedAStatus::ok(), VppError::VPP_ERR_PARAM);
-}
-
-}  // namespace
-
-SessionObject::SessionObject(std::shared_ptr<Bus> connection, std::string path, std::string client,
-                             std::shared_ptr<IVpp> session, Hooks hooks)
+SessionObject::SessionObject(std::shared_ptr<Bus> connection, std::string path, Client client,
+                             std::function<void()> onEnded)
     : KeepsBus{std::move(connection)},
       AdaptorInterfaces(bus->connection(), std::move(path)),
       mClient(std::move(client)),
-      mSession(std::move(session)),
-      mHooks(std::move(hooks)) {
+      mOnEnded(std::move(onEnded)) {
     registerAdaptor();
 }
 
-SessionObject::~SessionObject() {
-    unregisterAdaptor();
-    mExecutor.stop(kCallLimit);
-    VppError ignored = VppError::VPP_OK;
-    (void)mSession->close(&ignored);
-    (void)mSession->terminateSession();
+void SessionObject::open(const std::shared_ptr<vppservice::Service>& service, int32_t flags,
+                         Opened&& answer) {
+    const auto owed = std::make_shared<PendingAnswer<sdbus::ObjectPath>>(bus, std::move(answer));
+    mExecutor.post([self = shared_from_this(), service, flags, owed] {
+        std::shared_ptr<Session> session;
+        const bool ok = service->openSession(flags, self->mClient.quota, &session).isOk();
+        const bool opened = session != nullptr;
+        self->adopt(std::move(session));
+        if (ok) owed->give(sdbus::ObjectPath(opened ? self->getObjectPath() : kNoSession));
+        if (!opened) self->end();
+    });
 }
 
-template <typename Call>
-void SessionObject::carryOut(Answer&& answer, Call call) {
-    const auto owed = std::make_shared<Answer>(std::move(answer));
-    mExecutor.post([session = mSession, look = mHooks.look, owed, call = std::move(call)] {
+// The client may have left meanwhile.
+void SessionObject::adopt(std::shared_ptr<Session> session) {
+    if (session == nullptr) return;
+    const std::lock_guard lock(mLock);
+    if (mEnded) session->declareDead();
+    mSession = std::move(session);
+}
+
+std::shared_ptr<Session> SessionObject::session() {
+    const std::lock_guard lock(mLock);
+    return mSession;
+}
+
+void SessionObject::end() {
+    std::shared_ptr<Session> session;
+    {
+        const std::lock_guard lock(mLock);
+        if (mEnded) return;
+        mEnded = true;
+        session = mSession;
+    }
+    if (session != nullptr) session->declareDead();
+    mExecutor.postLast([self = shared_from_this()] { self->finish(); });
+}
+
+void SessionObject::finish() {
+    unregisterAdaptor();
+    if (const auto session = this->session()) session->release();
+    mOnEnded();
+}
+
+bool SessionObject::admits(const char* operation, PendingAnswer<int32_t>& answer) {
+    const std::string caller = getObject().getCurrentlyProcessedMessage()->getSender();
+    if (caller == mClient.name) return true;
+    mRefusals.log(operation, caller.c_str(), "the session is another connection's");
+    answer.deny();
+    return false;
+}
+
+// A record that makes no sense, or asks for too much.
+void SessionObject::refuse(const char* operation, Answer&& result, VppError error) {
+    PendingAnswer answer(bus, std::move(result));
+    if (!admits(operation, answer)) return;
+    mRefusals.log(operation, mClient.name.c_str(), vpp::toString(error).c_str());
+    answer.give(static_cast<int32_t>(error));
+}
+
+// A descriptor of a record is here twice: in the message, and in what has been read from it.
+void SessionObject::carryOut(const char* operation, Answer&& result, Call call,
+                             uint64_t descriptors) {
+    PendingAnswer answer(bus, std::move(result));
+    if (!admits(operation, answer)) return;
+    auto reservation = mClient.quota->reserve({.calls = 1, .descriptors = 2 * descriptors});
+    if (!reservation) {
+        mRefusals.log(operation, mClient.name.c_str(), "too many calls wait");
+        answer.give(static_cast<int32_t>(VppError::VPP_ERR_RESOURCES));
+        return;
+    }
+    struct Waiting {
+        PendingAnswer<int32_t> answer;
+        vppservice::Reservation reservation;
+        Call call;
+    };
+    const auto waiting = std::make_shared<Waiting>(
+        Waiting{std::move(answer), std::move(*reservation), std::move(call)});
+    mExecutor.post([self = shared_from_this(), waiting] {
+        const auto session = self->session();
+        if (session == nullptr) return;
         VppError error = VppError::VPP_OK;
-        const ndk::ScopedAStatus status = call(*session, &error);
-        give(*owed, status, error);
-        look();
+        const Status status = waiting->call(*session, &error);
+        waiting->reservation = {};
+        if (status.isOk()) waiting->answer.give(static_cast<int32_t>(error));
     });
+}
+
+void SessionObject::carryOutOwing(Owed kind, const char* operation, Answer&& answer, Call call,
+                                  uint64_t descriptors) {
+    carryOut(
+        operation, std::move(answer),
+        [this, kind, call = std::move(call)](Session& session, VppError* error) {
+            return callOwing(kind, call, session, error);
+        },
+        descriptors);
+}
+
+// What is taken is owed until the client has answered the callback that settles it.
+Status SessionObject::callOwing(Owed kind, const Call& call, Session& session, VppError* error) {
+    const auto outbox = mOutbox.lock();
+    if (outbox == nullptr) return call(session, error);
+    auto owed = mClient.quota->reserve(kind == Owed::Buffer ? vppservice::Resources{.buffers = 1}
+                                                            : vppservice::Resources{.events = 1});
+    if (!owed) {
+        *error = VppError::VPP_ERR_RESOURCES;
+        return Status::ok();
+    }
+    outbox->owe(kind, std::move(*owed));
+    Status status = call(session, error);
+    if (!status.isOk() || *error != VppError::VPP_OK) outbox->forgive(kind);
+    return status;
 }
 
 void SessionObject::InitSession(Answer&& answer, int32_t flags, std::string client,
                                 sdbus::ObjectPath callbacks) {
-    if (client != mClient) {
-        refuse(answer, "initSession");
+    if (client != mClient.name) {
+        refuse("initSession", std::move(answer));
         return;
     }
-    std::shared_ptr<ClientCallbacks> to;
-    if (callbacks != kNoSession) {
-        to = ndk::SharedRefBase::make<ClientCallbacks>(bus, client, callbacks, mHooks.look);
-    }
-    carryOut(std::move(answer), [flags, to](IVpp& session, VppError* error) {
-        return session.initSession(flags, to, error);
-    });
-}
-
-void SessionObject::Open(Answer&& answer) {
-    carryOut(std::move(answer), [](IVpp& session, VppError* error) { return session.open(error); });
-}
-
-void SessionObject::Close(Answer&& answer) {
-    carryOut(std::move(answer),
-             [](IVpp& session, VppError* error) { return session.close(error); });
-}
-
-void SessionObject::Drain(Answer&& answer) {
-    carryOut(std::move(answer),
-             [](IVpp& session, VppError* error) { return session.drain(error); });
-}
-
-void SessionObject::Flush(Answer&& answer, int32_t port) {
-    carryOut(std::move(answer), [port](IVpp& session, VppError* error) {
-        return session.flush(static_cast<vpp::VppPort>(port), error);
-    });
-}
-
-void SessionObject::QueueBuf(Answer&& answer, int32_t port, BusBuffer sent) {
-    std::optional<vpp::VppBuffer> buffer = fromBus(std::move(sent));
-    if (!buffer) {
-        refuse(answer, "queueBuf");
-        return;
-    }
-    const auto shared = std::make_shared<vpp::VppBuffer>(std::move(*buffer));
-    carryOut(std::move(answer), [port, shared](IVpp& session, VppError* error) {
-        return session.queueBuf(static_cast<vpp::VppPort>(port), *shared, error);
-    });
-}
-
-void SessionObject::Reconfigure(Answer&& answer, BusPort input, BusPort output) {
-    carryOut(std::move(answer),
-             [in = fromBus(input), out = fromBus(output)](IVpp& session, VppError* error) {
-                 return session.reconfigure(in, out, error);
+    carryOut("initSession", std::move(answer),
+             [this, flags, callbacks = std::move(callbacks)](Session& session, VppError* error) {
+                 return initSession(flags, callbacks, session, error);
              });
 }
 
-void SessionObject::SetCtrlAis(Answer&& answer, BusAis sent) {
-    const std::optional<vpp::VppCtrlAis> control = fromBus(sent);
-    if (!control) {
-        refuse(answer, "setCtrlAis");
+Status SessionObject::initSession(int32_t flags, const std::string& callbacks, Session& session,
+                                  VppError* error) {
+    if (callbacks == kNoSession) return session.initSession(flags, nullptr, error);
+    const auto later = [self = weak_from_this()](std::function<void()> job) {
+        if (const auto alive = self.lock()) alive->mExecutor.post(std::move(job));
+    };
+    const auto outbox = std::make_shared<CallbackOutbox>(bus, mClient.name, callbacks, later);
+    Status status =
+        session.initSession(flags, ndk::SharedRefBase::make<ClientCallbacks>(outbox), error);
+    if (status.isOk() && *error == VppError::VPP_OK) mOutbox = outbox;
+    return status;
+}
+
+void SessionObject::Open(Answer&& answer) {
+    carryOut("open", std::move(answer),
+             [](Session& session, VppError* error) { return session.open(error); });
+}
+
+void SessionObject::Close(Answer&& answer) {
+    carryOut("close", std::move(answer),
+             [](Session& session, VppError* error) { return session.close(error); });
+}
+
+void SessionObject::Drain(Answer&& answer) {
+    carryOutOwing(Owed::Event, "drain", std::move(answer),
+                  [](Session& session, VppError* error) { return session.drain(error); });
+}
+
+void SessionObject::Flush(Answer&& answer, int32_t port) {
+    carryOutOwing(Owed::Event, "flush", std::move(answer),
+                  [port](Session& session, VppError* error) {
+                      return session.flush(static_cast<vpp::VppPort>(port), error);
+                  });
+}
+
+void SessionObject::QueueBuf(Answer&& answer, int32_t port, BusBuffer sent) {
+    const uint64_t descriptors = descriptorsIn(sent);
+    if (descriptors > vppservice::kMostRecordDescriptors) {
+        refuse("queueBuf", std::move(answer), VppError::VPP_ERR_RESOURCES);
         return;
     }
-    carryOut(std::move(answer), [control = *control](IVpp& session, VppError* error) {
-        return session.setCtrlAis(control, error);
-    });
+    std::optional<vpp::VppBuffer> buffer = fromBus(std::move(sent));
+    if (!buffer) {
+        refuse("queueBuf", std::move(answer));
+        return;
+    }
+    const auto shared = std::make_shared<vpp::VppBuffer>(std::move(*buffer));
+    carryOutOwing(
+        Owed::Buffer, "queueBuf", std::move(answer),
+        [port, shared](Session& session, VppError* error) {
+            return session.queueBuf(static_cast<vpp::VppPort>(port), *shared, error);
+        },
+        descriptors);
+}
+
+void SessionObject::Reconfigure(Answer&& answer, BusPort input, BusPort output) {
+    carryOutOwing(Owed::Event, "reconfigure", std::move(answer),
+                  [in = fromBus(input), out = fromBus(output)](Session& session, VppError* error) {
+                      return session.reconfigure(in, out, error);
+                  });
+}
+
+void SessionObject::SetCtrlAis(Answer&& answer, BusAis sent) {
+    std::optional<vpp::VppCtrlAis> control = fromBus(sent);
+    if (!control) {
+        refuse("setCtrlAis", std::move(answer));
+        return;
+    }
+    carryOut("setCtrlAis", std::move(answer),
+             [control = std::move(*control)](Session& session, VppError* error) {
+                 return session.setCtrlAis(control, error);
+             });
 }
 
 void SessionObject::SetCtrlFrc(Answer&& answer, std::vector<BusSegment> sent) {
-    const std::optional<std::vector<vpp::VppCtrlFrcSegment>> segments = fromBus(sent);
+    std::optional<std::vector<vpp::VppCtrlFrcSegment>> segments = fromBus(sent);
     if (!segments) {
-        refuse(answer, "setCtrlFrc");
+        refuse("setCtrlFrc", std::move(answer));
         return;
     }
-    carryOut(std::move(answer), [segments = *segments](IVpp& session, VppError* error) {
-        return session.setCtrlFrc(segments, error);
-    });
+    carryOut("setCtrlFrc", std::move(answer),
+             [segments = std::move(*segments)](Session& session, VppError* error) {
+                 return session.setCtrlFrc(segments, error);
+             });
 }
 
 void SessionObject::SetCtrlVppMode(Answer&& answer, int32_t mode) {
-    carryOut(std::move(answer), [mode](IVpp& session, VppError* error) {
+    carryOut("setCtrlVppMode", std::move(answer), [mode](Session& session, VppError* error) {
         return session.setCtrlVppMode(mode, error);
     });
 }
 
 void SessionObject::SetParameter(Answer&& answer, int32_t port, BusPort param) {
-    carryOut(std::move(answer), [port, to = fromBus(param)](IVpp& session, VppError* error) {
-        return session.setParameter(static_cast<vpp::VppPort>(port), to, error);
-    });
+    carryOut("setParameter", std::move(answer),
+             [port, to = fromBus(param)](Session& session, VppError* error) {
+                 return session.setParameter(static_cast<vpp::VppPort>(port), to, error);
+             });
 }
 
 void SessionObject::TerminateSession(Answer&& answer) {
-    carryOut(std::move(answer),
-             [](IVpp& session, VppError*) { return session.terminateSession(); });
+    carryOut("terminateSession", std::move(answer),
+             [](Session& session, VppError*) { return session.terminateSession(); });
 }
 
+// Not on the reading thread: the object must not go while it handles a call.
 void SessionObject::Release() {
-    mHooks.release();
+    const std::string caller = getObject().getCurrentlyProcessedMessage()->getSender();
+    if (caller == mClient.name) {
+        end();
+    } else {
+        mRefusals.log("release", caller.c_str(), "the session is another connection's");
+    }
 }
 
 }  // namespace qoz::host::vppd

@@ -2,42 +2,62 @@
 #pragma once
 
 #include "host/vppd/Bus.h"
+#include "host/vppd/CallbackOutbox.h"
+#include "host/vppd/PendingAnswer.h"
 #include "host/vppd/Records.h"
+#include "host/vppd/Refusals.h"
+#include "host/vppservice/Quota.h"
 #include "host/vppservice/SerialExecutor.h"
+#include "host/vppservice/Service.h"
 #include "vppd/VppAdaptor.h"
+
+#include <android-base/thread_annotations.h>
 
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace qoz::host::vppd {
 
-// Exported from construction to destruction. Its calls are carried out one after the other, on a
-// thread of its own.
+// Exported from construction until it has ended, and then destroyed, on a thread of its own, which
+// also carries its calls out, one after the other: a session that hangs holds nobody else up. Only
+// the connection that asked for it may call it. Calls wait within the client's quota.
 class SessionObject final : private KeepsBus,
-                            public sdbus::AdaptorInterfaces<::org::qoz::VppSession1_adaptor> {
+                            public sdbus::AdaptorInterfaces<::org::qoz::VppSession1_adaptor>,
+                            public std::enable_shared_from_this<SessionObject> {
   public:
-    struct Hooks {
-        std::function<void()> release;  // the client wants the object gone; called on the reader
-        std::function<void()> look;     // something may have ended the service
+    using Opened = sdbus::Result<sdbus::ObjectPath>;
+
+    // Who asked, and what it may have. The reservation is the session's own.
+    struct Client {
+        std::string name;  // unique on the bus
+        std::shared_ptr<vppservice::Quota> quota;
+        vppservice::Reservation reservation;
     };
 
-    // `client` is the unique name of who asked for the session.
-    SessionObject(std::shared_ptr<Bus> connection, std::string path, std::string client,
-                  std::shared_ptr<vpp::IVpp> session, Hooks hooks);
-
-    // Closes and terminates the session; not on the reading thread.
-    ~SessionObject();
+    // `onEnded` is called on the object's thread when it is no longer exported. Throws
+    // std::system_error when there is no thread to be had.
+    SessionObject(std::shared_ptr<Bus> connection, std::string path, Client client,
+                  std::function<void()> onEnded);
+    ~SessionObject() = default;
 
     SessionObject(const SessionObject&) = delete;
     SessionObject& operator=(const SessionObject&) = delete;
 
-    const std::string& client() const { return mClient; }
+    // Gets the session that this stands for; ends when there is none. Once, first of all.
+    void open(const std::shared_ptr<vppservice::Service>& service, int32_t flags, Opened&& answer);
+
+    // Returns at once: what waits is dropped, what runs fails, and the session is closed and
+    // terminated after that. On any thread.
+    void end() EXCLUDES(mLock);
+
+    const std::string& client() const { return mClient.name; }
 
   private:
     using Answer = sdbus::Result<int32_t>;
+    using Call = std::function<ndk::ScopedAStatus(vppservice::Session&, vpp::VppError*)>;
 
     void InitSession(Answer&& answer, int32_t flags, std::string client,
                      sdbus::ObjectPath callbacks) override;
@@ -54,12 +74,31 @@ class SessionObject final : private KeepsBus,
     void TerminateSession(Answer&& answer) override;
     void Release() override;
 
-    template <typename Call>
-    void carryOut(Answer&& answer, Call call);
+    // False when a stranger calls, who is told so.
+    bool admits(const char* operation, PendingAnswer<int32_t>& answer);
+    void refuse(const char* operation, Answer&& answer,
+                vpp::VppError error = vpp::VppError::VPP_ERR_PARAM);
+    void carryOut(const char* operation, Answer&& answer, Call call, uint64_t descriptors = 0);
+    void carryOutOwing(Owed kind, const char* operation, Answer&& answer, Call call,
+                       uint64_t descriptors = 0);
+    ndk::ScopedAStatus callOwing(Owed kind, const Call& call, vppservice::Session& session,
+                                 vpp::VppError* error);
+    ndk::ScopedAStatus initSession(int32_t flags, const std::string& callbacks,
+                                   vppservice::Session& session, vpp::VppError* error);
+    void adopt(std::shared_ptr<vppservice::Session> session) EXCLUDES(mLock);
+    std::shared_ptr<vppservice::Session> session() EXCLUDES(mLock);
+    void finish();
 
-    const std::string mClient;
-    const std::shared_ptr<vpp::IVpp> mSession;
-    const Hooks mHooks;
+    const Client mClient;
+    const std::function<void()> mOnEnded;
+    Refusals mRefusals;  // of the reading thread
+
+    std::mutex mLock;
+    std::shared_ptr<vppservice::Session> mSession GUARDED_BY(mLock);
+    bool mEnded GUARDED_BY(mLock) = false;
+
+    std::weak_ptr<CallbackOutbox> mOutbox;  // of the executor
+
     vppservice::SerialExecutor mExecutor;
 };
 

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace {
@@ -46,10 +47,18 @@ bool armFaults(const std::vector<std::string>& args) {
     return true;
 }
 
+// Clients hand descriptors over, and each may hand over many: as many as the process may have.
+void raiseDescriptorLimit() {
+    rlimit files{};
+    if (getrlimit(RLIMIT_NOFILE, &files) != 0) return;
+    files.rlim_cur = files.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &files);
+}
+
 void serve(const sigset_t& signals) {
     const auto bus = std::make_shared<vppd::Bus>(std::string());
-    const VppService service;
-    vppd::ServiceObject object(bus, end);
+    const vppservice::RegisteredService service(end);
+    vppd::ServiceObject object(bus, service.service());
     bus->start(end);
     bus->connection().requestName(vppd::kBusName);
     int signal = 0;
@@ -61,6 +70,7 @@ void serve(const sigset_t& signals) {
 int main(int argc, char* argv[]) {
     const sigset_t signals = blockEndSignals();
     if (!armFaults({argv + 1, argv + argc})) return 2;
+    raiseDescriptorLimit();
     ABinderProcess_startThreadPool();
     try {
         serve(signals);

@@ -1,0 +1,62 @@
+// Calls to objects of another process that end in time.
+#pragma once
+
+#include "host/vppd/Bus.h"
+
+#include <algorithm>
+#include <chrono>
+#include <future>
+#include <memory>
+#include <thread>
+
+namespace qoz::host::vppd {
+
+// The bus, or this process, had no room for a message. It has not been carried and never will be,
+// so that it may be sent again.
+inline bool wasNotCarried(const sdbus::Error& error) {
+    return error.getName() == "org.freedesktop.DBus.Error.LimitsExceeded" ||
+           error.getName() == "org.freedesktop.DBus.Error.NoMemory";
+}
+
+// Waits for the one value that the call is answered with. What the bus does not carry is sent again
+// while there is time. Throws sdbus::Error when the answer is an error, or does not come by `end`.
+//
+// The wait is ours, not the connection's: it ends also when nobody reads the connection any more.
+// Not for the thread that reads it.
+template <typename Value, typename... Args>
+Value callWithin(SteadyTime end, sdbus::IProxy& proxy, const char* interface, const char* method,
+                 const Args&... args) {
+    using std::chrono::microseconds;
+    constexpr std::chrono::milliseconds kPause{5};
+    for (;;) {
+        const auto left =
+            std::chrono::duration_cast<microseconds>(end - std::chrono::steady_clock::now());
+        const auto answered = std::make_shared<std::promise<Value>>();
+        auto answer = answered->get_future();
+        auto pending = proxy.callMethodAsync(method)
+                           .onInterface(interface)
+                           .withTimeout(std::max(left, microseconds(1)))
+                           .withArguments(args...)
+                           .uponReplyInvoke([answered](const sdbus::Error* error, Value value) {
+                               if (error == nullptr) {
+                                   answered->set_value(std::move(value));
+                               } else {
+                                   answered->set_exception(std::make_exception_ptr(*error));
+                               }
+                           });
+        if (answer.wait_until(end) != std::future_status::ready) {
+            pending.cancel();
+            throw sdbus::Error("org.freedesktop.DBus.Error.NoReply", "no answer in time");
+        }
+        try {
+            return answer.get();
+        } catch (const sdbus::Error& error) {
+            const bool again =
+                wasNotCarried(error) && std::chrono::steady_clock::now() + kPause < end;
+            if (!again) throw;
+        }
+        std::this_thread::sleep_for(kPause);
+    }
+}
+
+}  // namespace qoz::host::vppd
