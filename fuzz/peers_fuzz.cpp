@@ -1,0 +1,207 @@
+// The service's objects on a bus, and a client's callback object, against peers that call any of
+// their operations, in any order, with any record: nothing ends the process, and no stranger is
+// served.
+#include <host/vppd/CallbackReceiver.h>
+#include <host/vppd/PrivateBus.h>
+#include <host/vppd/RemoteCall.h>
+#include <host/vppd/ServiceObject.h>
+#include <host/vppservice/Service.h>
+
+#include <aidl/vendor/vuq/hardware/vpp/BnVppCallbacks.h>
+#include <android/binder_process.h>
+#include <host/control.h>
+
+#include "RecordReader.h"
+
+namespace {
+
+namespace vpp = qoz::host::vppd::vpp;
+using namespace qoz::fuzz;
+using vpp::VppError;
+using vppd::Bus;
+using vppd::BusPort;
+
+// Takes everything.
+class Client final : public vpp::BnVppCallbacks {
+    using Status = ndk::ScopedAStatus;
+    Status eventDrainDone(VppError*) override { return Status::ok(); }
+    Status eventError(VppError, VppError*) override { return Status::ok(); }
+    Status eventFlushDone(const vpp::FlushDone&, VppError*) override { return Status::ok(); }
+    Status eventReconfigDone(const vpp::ReconfigDone&, VppError*) override { return Status::ok(); }
+    Status inputBufferDone(const vpp::VppBuffer&, VppError*) override { return Status::ok(); }
+    Status outputBufferDone(const vpp::VppBuffer&, VppError*) override { return Status::ok(); }
+};
+
+// The bus, the service on it, and two connections: a client and a stranger. For the whole run.
+struct World {
+    World() {
+        ABinderProcess_startThreadPool();
+        qoz::host::setLogSink([](const LogLine&) {});
+        for (const auto& connection : {server, client, stranger})
+            connection->start({});
+        server->connection().requestName(vppd::kBusName);
+    }
+
+    const PrivateBus bus{{}, "/bin/false"};
+    const std::shared_ptr<Bus> server = std::make_shared<Bus>(bus.address());
+    const std::shared_ptr<Bus> client = std::make_shared<Bus>(bus.address());
+    const std::shared_ptr<Bus> stranger = std::make_shared<Bus>(bus.address());
+    const vppservice::RegisteredService service;
+    vppd::ServiceObject object{server, service.service()};
+};
+
+World& world() {
+    static auto* instance = new World;
+    return *instance;
+}
+
+constexpr auto kPatience = std::chrono::seconds(5);
+
+template <typename Value, typename... Args>
+Value ask(Bus& from, const char* method, const Args&... args) {
+    const auto proxy = sdbus::createProxy(from.connection(), vppd::kBusName, vppd::kServicePath);
+    return vppd::callWithin<Value>(std::chrono::steady_clock::now() + kPatience, *proxy,
+                                   vppd::kServiceInterface, method, args...);
+}
+
+// One object that calls go to.
+class Target {
+  public:
+    Target(Bus& from, const std::string& destination, const std::string& path,
+           const char* interface)
+        : mProxy(sdbus::createProxy(from.connection(), destination, path)), mInterface(interface) {}
+
+    template <typename... Args>
+    void cast(const char* method, const Args&... args) {
+        mProxy->callMethod(method).onInterface(mInterface).withArguments(args...).dontExpectReply();
+    }
+
+  private:
+    const std::unique_ptr<sdbus::IProxy> mProxy;
+    const char* const mInterface;
+};
+
+BusPort anyPort(RecordReader& in) {
+    if (in.flag()) return {33, 48, 48, 33, 3};
+    if (in.flag()) return {66, 96, 96, 66, 3};
+    return {in.number<int32_t>(), in.number<int32_t>(), in.number<int32_t>(), in.number<int32_t>(),
+            in.number<int8_t>()};
+}
+
+// A record that a session of the ports above takes.
+BusBuffer goodBuffer(RecordReader& in, bool isOutput) {
+    const uint32_t bytes = isOutput ? bytesOf(96, 66) : bytesOf(48, 33);
+    const int fd = memfd_create("record", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+    require(fd >= 0 && ftruncate(fd, bytes) == 0);
+    require(fcntl(fd, F_ADD_SEALS, F_SEAL_GROW | F_SEAL_SHRINK) == 0);
+    std::vector<sdbus::UnixFd> fds;
+    fds.emplace_back(fd, sdbus::adopt_fd);
+    const BusHandle none{{}, {}};
+    return {BusHandle{std::move(fds), {}},
+            0,
+            bytes,
+            isOutput ? 0 : bytes,
+            bytes,
+            none,
+            0,
+            0,
+            0,
+            0,
+            std::vector<BusMeta>{},
+            0,
+            in.number<uint16_t>(),
+            0,
+            in.number<int64_t>()};
+}
+
+void callSession(RecordReader& in, Target& session, const std::string& name) {
+    const int32_t port = in.number<uint8_t>() % 8 == 0 ? in.number<int32_t>() : in.flag();
+    switch (in.number<uint8_t>() % 16) {
+        case 0:
+            return session.cast("InitSession", in.flag() ? 0 : in.number<int32_t>(), name,
+                                sdbus::ObjectPath(in.flag() ? "/none" : "/"));
+        case 1:
+            return session.cast("Open");
+        case 2:
+            return session.cast(in.flag() ? "Close" : "TerminateSession");
+        case 3:
+            return session.cast("Drain");
+        case 4:
+            return session.cast("Flush", port);
+        case 5:
+            return session.cast("Reconfigure", anyPort(in), anyPort(in));
+        case 6:
+            return session.cast("SetCtrlVppMode", in.number<int8_t>());
+        case 7:
+            return session.cast("SetCtrlAis", in.ais());
+        case 8:
+            return session.cast("SetCtrlFrc", in.segments());
+        case 9:
+        case 10:
+            return session.cast("SetParameter", port, anyPort(in));
+        case 11:
+            return session.cast("QueueBuf", port, in.buffer());
+        case 12:
+            return session.cast(in.number<uint8_t>() == 0 ? "Release" : "Open");
+        default:
+            return session.cast("QueueBuf", port, goodBuffer(in, port == 1));
+    }
+}
+
+// Two sessions of the client; now and then the stranger calls.
+void callService(RecordReader& in) {
+    World& w = world();
+    std::vector<std::string> paths;
+    for (int i = 0; i < 2; ++i)
+        paths.push_back(ask<sdbus::ObjectPath>(*w.client, "GetNewVppSession", int32_t{0}));
+    for (int steps = 0; steps < 64 && in.more(); ++steps) {
+        Bus& from = in.number<uint8_t>() % 8 == 0 ? *w.stranger : *w.client;
+        Target session(from, vppd::kBusName, paths[in.flag() ? 1 : 0], vppd::kSessionInterface);
+        callSession(in, session, from.name());
+    }
+    for (const std::string& path : paths)
+        Target(*w.client, vppd::kBusName, path, vppd::kSessionInterface).cast("Release");
+    ask<int32_t>(*w.client, "GetSessionCount");
+}
+
+// The server's connection is the one that may call back.
+void callBack(RecordReader& in) {
+    World& w = world();
+    vppd::CallbackReceiver receiver(w.client, w.server->name(), ndk::SharedRefBase::make<Client>());
+    for (int steps = 0; steps < 32 && in.more(); ++steps) {
+        Bus& from = in.number<uint8_t>() % 4 == 0 ? *w.stranger : *w.server;
+        Target callbacks(from, w.client->name(), receiver.path(), vppd::kCallbacksInterface);
+        switch (in.number<uint8_t>() % 6) {
+            case 0:
+                callbacks.cast("EventDrainDone");
+                break;
+            case 1:
+                callbacks.cast("EventError", in.number<int32_t>());
+                break;
+            case 2:
+                callbacks.cast("EventFlushDone", in.number<int32_t>());
+                break;
+            case 3:
+                callbacks.cast("EventReconfigDone", in.number<int32_t>());
+                break;
+            case 4:
+                callbacks.cast("InputBufferDone", in.buffer());
+                break;
+            default:
+                callbacks.cast("OutputBufferDone", in.buffer());
+        }
+    }
+    receiver.stop(std::chrono::steady_clock::now() + kPatience);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    RecordReader in(data, size);
+    if (in.number<uint8_t>() % 4 == 0) {
+        callBack(in);
+    } else {
+        callService(in);
+    }
+    return 0;
+}
