@@ -123,7 +123,7 @@ struct Fault {
 
 // "queueBuf=7", "queueBuf=7@3" (third call), "flush=drop@2+" (second call and all after),
 // "drain=late:500". Words: drop, late:MS, twice, unknown, keep:CODE, swap, stray,
-// transport, within, die.
+// transport, within, die. An operation that is not named above is an error.
 std::optional<Fault> parseFault(const std::string& text, std::string* error);
 
 // The text that parseFault() reads as this; of the counts it knows 1 and 0.
@@ -132,6 +132,7 @@ std::string toText(const Fault& fault);
 void armFault(const Fault& fault);
 void clearFaults();
 uint64_t faultsFired();
+std::vector<Fault> unfiredFaults();  // armed, and not one call has met them
 
 // ---- The VPP service --------------------------------------------------------------------------
 

@@ -1,7 +1,7 @@
 // What the tests of the player share.
 #pragma once
 
-#include "qozplay/media/Y4mHeader.h"
+#include "qozplay/media/Types.h"
 #include "qozplay/run/Player.h"
 
 #include <gmock/gmock.h>
@@ -48,6 +48,12 @@ class Folder {
     std::filesystem::path mPath;
 };
 
+// Bytes of a planar 4:2:0 picture.
+inline size_t i420Bytes(Size size) {
+    const size_t chroma = size_t{(size.width + 1) / 2} * ((size.height + 1) / 2);
+    return size_t{size.width} * size.height + 2 * chroma;
+}
+
 // One planar picture without colour.
 inline std::string grey(Size size, char luma) {
     const size_t pixels = static_cast<size_t>(size.width) * size.height;
@@ -68,7 +74,8 @@ inline Outcome run(const std::string& line) {
         args.push_back(word.c_str());
     std::ostringstream out, err;
     Console console(out, err, false);
-    const int code = play(static_cast<int>(args.size()), args.data(), console);
+    const StopRequest stop;
+    const int code = play(static_cast<int>(args.size()), args.data(), console, stop);
     return {code, out.str(), err.str()};
 }
 

@@ -1,7 +1,7 @@
 // The player's parts: what it reads and refuses, what it writes, how it keeps its accounts.
 #include "client/Ledger.h"
-#include "qozplay/media/FrameSource.h"
-#include "qozplay/media/Y4mWriter.h"
+#include "qozplay/media/MediaReader.h"
+#include "qozplay/media/MediaWriter.h"
 #include "qozplay/report/Budget.h"
 #include "qozplay/report/Sheet.h"
 #include "qozplay/report/Verifier.h"
@@ -26,84 +26,119 @@ std::string messageOf(const std::function<void()>& work) {
     return "nothing was refused";
 }
 
-TEST(Y4mClip, RefusesDamageAndWhatItCannotShow) {
+TEST(MediaReader, RefusesDamageAndWhatItCannotShow) {
     const Folder folder;
     const std::string header = "YUV4MPEG2 W4 H4 F25:1\n";
     const std::string frame = "FRAME\n" + grey({4, 4}, 'a');
     const std::pair<std::string, const char*> cases[] = {
-        {"RIFF W4 H4\n", "is not a y4m clip"},
-        {"\n", "is not a y4m clip"},
-        {"YUV4MPEG2 W0 H4 F30:1\n", "size of 0"},
-        {"YUV4MPEG2 W4x H4\n", "not a whole number"},
-        {"YUV4MPEG2 W99999 H4\n", "more than 16384"},
-        {"YUV4MPEG2 W4 H4 F0:1\n", "rate of 0"},
-        {"YUV4MPEG2 W4 H4 C422\n", "not 8-bit 4:2:0"},
-        {"YUV4MPEG2 W4 H4 C420p10\n", "not 8-bit 4:2:0"},
+        {"RIFF W4 H4\n", "it is not a clip"},
+        {"YUV4MPEG2 W0 H4 F30:1\n", "cannot read"},
         {"", "is empty"},
-        {"YUV4MPEG2 W4 H4", "middle of a header line"},
-        {std::string(5000, 'x'), "no header line"},
-        {header + "GARBAGE\n" + frame, "frame 0 does not begin with FRAME"},
-        {header + frame + frame.substr(0, 10), "frame 1 is cut short, 4 of its 24 bytes"},
-        {header + frame + "FRAME\n", "frame 1 is cut short, 0 of its 24 bytes"},
-        {header + frame + "FRA", "middle of a header line"},
+        {header + frame + frame.substr(0, 10), "frame 1 is cut short"},
+        {header + frame + "FRAME\n", "frame 1 is cut short"},
     };
+    const StopRequest stop;
     for (const auto& [bytes, message] : cases) {
         const std::string file = folder.write("bad.y4m", bytes);
         const auto readAll = [&] {
-            const std::unique_ptr<FrameSource> source = openY4m(file);
-            for (std::vector<uint8_t> rgba(64); source->next(rgba.data(), 16);)
+            MediaReader source(file, {}, {30, 1}, stop);
+            for (std::vector<uint8_t> rgba(64); source.next(rgba.data(), 16);)
                 continue;
         };
         EXPECT_THAT(messageOf(readAll), HasSubstr(message));
     }
+    EXPECT_THAT(messageOf([&] {
+                    MediaReader(folder.file(""), {}, {30, 1}, stop);
+                }),
+                HasSubstr("it is a directory"));
 }
 
-TEST(Y4mClip, ShowsOddSizesAndThenEnds) {
+// What a clip says of its colours counts, and where it says nothing its height does.
+TEST(MediaReader, ShowsColoursByTheClipsMatrixAndRangeAndOddSizes) {
     const Folder folder;
-    // Luma 126 is the middle of 16 to 235; a V of 240 is as red as can be.
-    const std::string red = std::string(15, 126) + std::string(6, '\x80') + std::string(6, '\xf0');
-    const auto source = openY4m(folder.write(
-        "odd.y4m", "YUV4MPEG2 W5 H3 F25:1\nFRAME\n" + grey({5, 3}, 16) + "FRAME Ix\n" + red));
-    EXPECT_EQ(source->size(), (Size{5, 3}));
-    constexpr size_t kStride = 24;  // wider than a row: what lies between stays as it is
-    std::vector<uint8_t> rgba(kStride * 3, 77);
-    for (const auto& [r, b] : {std::pair{0, 0}, {255, 128}}) {
-        ASSERT_TRUE(source->next(rgba.data(), kStride));
-        for (size_t i = 0; i < 15; ++i) {
-            const uint8_t* pixel = &rgba[i / 5 * kStride + i % 5 * 4];
-            EXPECT_TRUE(std::abs(pixel[0] - r) <= 2 && std::abs(pixel[2] - b) <= 2) << i;
-        }
-        EXPECT_EQ(rgba[20], 77);
+    struct Row {
+        Size size;
+        const char* tags;
+        uint8_t luma, v;
+        int red, green;
+    };
+    for (const Row& row : {
+             Row{{5, 3}, "", 16, 128, 0, 0},
+             Row{{5, 3}, "", 235, 128, 255, 255},
+             Row{{5, 3}, "", 126, 240, 255, 38},    // BT.601: 128 - 0.714 x 126
+             Row{{6, 720}, "", 126, 240, 255, 69},  // BT.709: 128 - 0.468 x 126
+             Row{{5, 3}, " XCOLORRANGE=FULL", 16, 128, 16, 16},
+         }) {
+        const size_t pixels = size_t{row.size.width} * row.size.height;
+        std::string picture = grey(row.size, static_cast<char>(row.luma));
+        const size_t chroma = (picture.size() - pixels) / 2;
+        std::fill(picture.end() - static_cast<std::ptrdiff_t>(chroma), picture.end(),
+                  static_cast<char>(row.v));
+        const StopRequest stop;
+        MediaReader source(
+            folder.write("clip.y4m", format("YUV4MPEG2 W%u H%u F25:1%s\nFRAME\n", row.size.width,
+                                            row.size.height, row.tags) +
+                                         picture),
+            {}, {30, 1}, stop);
+        const size_t stride = row.size.width * 4 + 4;  // what lies between rows stays as it is
+        std::vector<uint8_t> rgba(stride * row.size.height, 77);
+        ASSERT_TRUE(source.next(rgba.data(), stride));
+        const uint8_t* last = &rgba[stride * (row.size.height - 1) + 4 * (row.size.width - 1)];
+        EXPECT_NEAR(last[0], row.red, 3) << row.tags << +row.luma;
+        EXPECT_NEAR(last[1], row.green, 3) << row.tags << +row.luma;
+        EXPECT_EQ(last[4], 77);
+        EXPECT_FALSE(source.next(rgba.data(), stride));
     }
-    EXPECT_FALSE(source->next(rgba.data(), kStride));
 }
 
-TEST(RawClip, KeepsRowsApartAndRefusesAnEndWithinAFrame) {
+TEST(MediaReader, KeepsRowsOfRawFramesApartAndRefusesAnEndWithinOne) {
     const Folder folder;
-    const auto source = openRaw(folder.write("x.rgba", "AAAABBBBCCCCDDDDAAAABB"), {2, 2}, {30, 1});
+    const StopRequest stop;
+    MediaReader source(folder.write("x.rgba", "AAAABBBBCCCCDDDDAAAABB"), Size{2, 2}, {30, 1}, stop);
     std::string rgba(24, '.');
-    ASSERT_TRUE(source->next(reinterpret_cast<uint8_t*>(rgba.data()), 12));
+    ASSERT_TRUE(source.next(reinterpret_cast<uint8_t*>(rgba.data()), 12));
     EXPECT_EQ(rgba, "AAAABBBB....CCCCDDDD....");
-    EXPECT_THAT(messageOf([&] { source->next(reinterpret_cast<uint8_t*>(rgba.data()), 12); }),
-                HasSubstr("frame 1 is cut short, 6 of its 16 bytes"));
+    EXPECT_THAT(messageOf([&] { source.next(reinterpret_cast<uint8_t*>(rgba.data()), 12); }),
+                HasSubstr("cut short"));
 }
 
-TEST(Y4mWriter, WritesEverySampleOfTheFirstSizeUnderALineThatReadsBack) {
+TEST(MediaWriter, WritesEverySampleOfTheFirstSizeUnderALineThatReadsBack) {
     const Folder folder;
     const auto bytes = [](const std::string& text) {
         return reinterpret_cast<const uint8_t*>(text.data());
     };
     // Rows of the source are four bytes apart, as even chroma rows need for an odd width.
     const std::string luma = "abc.ABC.123.", chroma = "uvUVxyXY", larger(36, 'm');
-    const char* line = "YUV4MPEG2 W853 H479 F30000:1001 It A128:117 C420mpeg2 XCOLORRANGE=FULL";
-    Y4mWriter writer(folder.file("out.y4m"), parseY4mHeader(line, "x"));
+    const StopRequest stop;
+    MediaWriter writer(folder.file("out.y4m"), {{30000, 1001}, {128, 117}, {}, nullptr}, stop);
     EXPECT_TRUE(writer.take({0, true, {bytes(luma), bytes(chroma), 4, {3, 3}}}));
     EXPECT_TRUE(writer.take({1, false, {bytes(larger), bytes(larger), 6, {6, 6}}}));
+    EXPECT_FALSE(std::filesystem::exists(folder.file("out.y4m"))) << "before it is whole";
     writer.finish();
     EXPECT_EQ(writer.scaled(), 1U);
-    EXPECT_EQ(folder.read("out.y4m"),
-              "YUV4MPEG2 W3 H3 F30000:1001 Ip A128:117 C420jpeg XCOLORRANGE=FULL\n"
-              "FRAME\nabcABC123uUxXvVyYFRAME\nmmmmmmmmmmmmmmmmm");
+    const std::string written = folder.read("out.y4m");
+    EXPECT_THAT(written, testing::StartsWith("YUV4MPEG2 W3 H3 F30000:1001 Ip A128:117 C420jpeg"));
+    EXPECT_THAT(written, testing::EndsWith("FRAME\nabcABC123uUxXvVyYFRAME\nmmmmmmmmmmmmmmmmm"));
+}
+
+TEST(OutputFile, ReplacesWholeFilesAndNothingElse) {
+    const Folder folder;
+    const std::string file = folder.write("out", "before");
+    const std::string link = folder.file("link");
+    std::filesystem::create_symlink(file, link);
+    { OutputFile(file).write("dropped"); }
+    EXPECT_EQ(folder.read("out"), "before");
+    EXPECT_THAT(messageOf([&] { OutputFile{link}; }), HasSubstr("it is a link"));
+    EXPECT_THAT(messageOf([&] { OutputFile{folder.file("no/such")}; }), HasSubstr("cannot write"));
+    OutputFile full("/dev/full");
+    EXPECT_THROW(full.write("x"), SessionFailed);
+    OutputFile whole(file);
+    whole.write("after");
+    whole.commit();
+    EXPECT_EQ(folder.read("out"), "after");
+    EXPECT_TRUE(std::filesystem::is_character_file("/dev/full"));
+    const auto left = std::distance(std::filesystem::directory_iterator(folder.file("")), {});
+    EXPECT_EQ(left, 2) << "the file and the link";
 }
 
 TEST(ChangeSchedule, ReadsChangesAndHandsOutWhatIsDueOnceAndInOrder) {
@@ -178,7 +213,7 @@ std::string violationOf(const std::string& history, std::string* summary) {
         const size_t mark = word.find_first_of("/=");
         const double value = mark == std::string::npos ? 50 : std::stod(word.substr(mark + 1));
         if (word[0] == 't') verifier.taken(number, number * 300, static_cast<uint32_t>(value));
-        if (word[0] == 'o') verifier.came(number, value);
+        if (word[0] == 'o') verifier.came(number, PictureSummary::flat(value));
         if (word[0] == 'i') verifier.interrupted("flush");
         if (word[0] == 'l') ledger.queue(0, 1);
     }
@@ -244,22 +279,19 @@ TEST(Budget, NamesEachFigureBeyondItsBound) {
         EXPECT_THAT(messageOf([&] { parseBudget(bad); }), HasSubstr("--budget ")) << bad;
 }
 
-// Width and height of a sheet with `interpolated` frames in each interval, as the head of its file
-// has them.
+// Width and height of a sheet with `interpolated` frames in each interval.
 using Window = std::optional<std::pair<uint64_t, uint64_t>>;
-std::pair<std::string, std::string> sheetSize(uint64_t intervals, uint64_t interpolated,
-                                              Window window = {}) {
-    const Folder folder;
+std::pair<uint32_t, uint32_t> sheetSize(uint64_t intervals, uint64_t interpolated,
+                                        Window window = {}) {
     const std::vector<uint8_t> pixels(8 * 12, 128);
     Sheet sheet("t", window);
-    EXPECT_THROW(sheet.save(folder.file("x.png")), SessionFailed) << "no frame to show";
+    EXPECT_THROW(sheet.draw(), SessionFailed) << "no frame to show";
     for (uint64_t time = 0; time <= intervals * (interpolated + 1); ++time) {
         const bool source = time % (interpolated + 1) == 0;
         sheet.take({time, source, {pixels.data(), pixels.data() + 64, 8, {8, 8}}});
     }
-    sheet.save(folder.file("x.png"));
-    const std::string png = folder.read("x.png");
-    return {png.substr(16, 4), png.substr(20, 4)};
+    const Image image = sheet.draw();
+    return {image.size.width, image.size.height};
 }
 
 TEST(Sheet, HasARowForEachIntervalItKeeps) {

@@ -63,6 +63,15 @@ std::filesystem::path folder() {
     return value;
 }
 
+// The property names the first and the last of them, "30-31"; without it all are dumped.
+bool isWanted(uint32_t frame) {
+    char value[PROPERTY_VALUE_MAX];
+    unsigned first = 0;
+    unsigned last = 0;
+    property_get("debug.qoz.dump.frames", value, "");
+    return std::sscanf(value, "%u-%u", &first, &last) != 2 || (first <= frame && frame <= last);
+}
+
 std::string fileName(const std::string& name, uint32_t frame) {
     char number[16];
     std::snprintf(number, sizeof(number), "%05u", frame);
@@ -74,6 +83,7 @@ std::string fileName(const std::string& name, uint32_t frame) {
 DumpResult dump(const MappedBuffer& buffer, const std::string& name, uint32_t frame) {
     const std::filesystem::path where = folder();
     DumpResult result{(where / fileName(name, frame)).string(), ""};
+    if (!isWanted(frame)) return result;
     std::error_code failure;
     std::filesystem::create_directories(where, failure);
     if (failure) {

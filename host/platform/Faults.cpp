@@ -13,7 +13,36 @@ namespace {
 struct Armed {
     Fault fault;
     uint64_t calls = 0;  // of its operation since it was armed
+    bool fired = false;
 };
+
+// Whatever asks takeFault().
+constexpr std::string_view kOperations[] = {"getNewVppSession",
+                                            "getSessionCount",
+                                            "initSession",
+                                            "terminateSession",
+                                            "setCtrlVppMode",
+                                            "setCtrlFrc",
+                                            "setCtrlAis",
+                                            "setParameter",
+                                            "open",
+                                            "close",
+                                            "queueBuf",
+                                            "flush",
+                                            "reconfigure",
+                                            "drain",
+                                            "inputBufferDone",
+                                            "outputBufferDone",
+                                            "eventFlushDone",
+                                            "eventDrainDone",
+                                            "eventReconfigDone",
+                                            "eventError",
+                                            "Configure",
+                                            "RGBToNV12",
+                                            "MvBufferGeneration",
+                                            "GetMVbufferSize",
+                                            "allocate",
+                                            "native_handle_create"};
 
 struct Table {
     std::mutex lock;
@@ -78,15 +107,16 @@ std::optional<Fault> takeFault(const char* operation) {
     if (!gAnyArmed.load(std::memory_order_relaxed)) return std::nullopt;
     Table& t = table();
     const std::lock_guard lock(t.lock);
-    const Fault* hit = nullptr;
+    Armed* hit = nullptr;
     for (Armed& row : t.rows) {
         if (row.fault.operation != operation) continue;
         ++row.calls;
-        if (hit == nullptr && firesNow(row)) hit = &row.fault;
+        if (hit == nullptr && firesNow(row)) hit = &row;
     }
     if (hit == nullptr) return std::nullopt;
     ++t.fired;
-    return *hit;
+    hit->fired = true;
+    return hit->fault;
 }
 
 std::optional<Fault> parseFault(const std::string& text, std::string* error) {
@@ -100,6 +130,10 @@ std::optional<Fault> parseFault(const std::string& text, std::string* error) {
         parseAnswer(view.substr(equals + 1, at == std::string_view::npos ? at : at - equals - 1),
                     &fault) &&
         (at == std::string_view::npos || parseWhen(view.substr(at + 1), &fault));
+    if (good && std::ranges::find(kOperations, fault.operation) == std::end(kOperations)) {
+        *error = "no operation is called " + fault.operation;
+        return std::nullopt;
+    }
     if (good) return fault;
     *error = "not a fault: " + text + " (operation=code, or operation=word, then @n or @n+)";
     return std::nullopt;
@@ -128,6 +162,16 @@ void clearFaults() {
     t.rows.clear();
     t.fired = 0;
     gAnyArmed.store(false, std::memory_order_relaxed);
+}
+
+std::vector<Fault> unfiredFaults() {
+    Table& t = table();
+    const std::lock_guard lock(t.lock);
+    std::vector<Fault> unfired;
+    for (const Armed& row : t.rows) {
+        if (!row.fired) unfired.push_back(row.fault);
+    }
+    return unfired;
 }
 
 uint64_t faultsFired() {

@@ -71,8 +71,8 @@ std::string readLine(int fd) {
 
 }  // namespace
 
-PrivateBus::Folder::Folder() {
-    std::string pattern = fs::temp_directory_path() / "qoz-bus-XXXXXX";
+PrivateBus::Folder::Folder(const fs::path& parent) {
+    std::string pattern = parent / "qoz-bus-XXXXXX";
     if (mkdtemp(pattern.data()) == nullptr) {
         throw std::system_error(errno, std::generic_category(), pattern);
     }
@@ -84,7 +84,9 @@ PrivateBus::Folder::~Folder() {
     fs::remove_all(path, ignored);
 }
 
-PrivateBus::PrivateBus(const std::vector<std::string>& arguments, std::string program) {
+PrivateBus::PrivateBus(const std::vector<std::string>& arguments, const fs::path& parent,
+                       std::string program)
+    : mFolder(parent) {
     writeConfig(arguments, program.empty() ? findProgram() : std::move(program));
     start();
 }
@@ -155,7 +157,16 @@ void PrivateBus::start() {
         argv.push_back(word.data());
     }
     argv.push_back(nullptr);
-    const int error = posix_spawnp(&mPid, argv[0], &actions, nullptr, argv.data(), environ);
+    // Signals from the terminal are for this process alone, which ends the bus when it is done;
+    // what it blocks for itself is not blocked there.
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK);
+    sigset_t none;
+    sigemptyset(&none);
+    posix_spawnattr_setsigmask(&attributes, &none);
+    const int error = posix_spawnp(&mPid, argv[0], &actions, &attributes, argv.data(), environ);
+    posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     if (error != 0) throw std::system_error(error, std::generic_category(), words[0]);
     theirs.set(-1);

@@ -10,14 +10,17 @@
 
 namespace qoz::host {
 
-// Starts `dbus-daemon` on a socket in a folder of its own. The bus starts qoz-vppd, with these
-// arguments, when its name is asked for. To be made on a thread that outlives it: with that thread,
-// and so with a process that is killed, the bus ends too.
+// Starts `dbus-daemon` on a socket in a new folder under `parent`. The bus starts qoz-vppd, with
+// these arguments, when its name is asked for. To be made on a thread that outlives it: with that
+// thread, and so with a process that is killed, the bus ends too.
 class PrivateBus {
   public:
     // An empty path is the program beside this one, or where the build leaves it. Throws
     // std::runtime_error when there is no bus to be had.
-    explicit PrivateBus(const std::vector<std::string>& arguments = {}, std::string program = {});
+    explicit PrivateBus(
+        const std::vector<std::string>& arguments = {},
+        const std::filesystem::path& parent = std::filesystem::temp_directory_path(),
+        std::string program = {});
 
     // The service's process ends with the bus; killed when it does not.
     ~PrivateBus();
@@ -33,7 +36,7 @@ class PrivateBus {
   private:
     // Gone with its contents.
     struct Folder {
-        Folder();
+        explicit Folder(const std::filesystem::path& parent);
         ~Folder();
         Folder(const Folder&) = delete;
         Folder& operator=(const Folder&) = delete;

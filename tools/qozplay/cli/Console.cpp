@@ -1,5 +1,9 @@
 #include "qozplay/cli/Console.h"
 
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <ostream>
 
 namespace qozplay {
@@ -7,7 +11,30 @@ namespace {
 
 constexpr std::chrono::milliseconds kInterval{100};
 
+size_t terminalWidth() {
+    constexpr size_t kUsual = 80;
+    winsize size{};
+    const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0;
+    return known ? size.ws_col : kUsual;
+}
+
 }  // namespace
+
+std::string progressLine(const Progress& progress, double seconds, size_t width) {
+    std::string line;
+    if (progress.length && *progress.length != 0) {
+        const uint64_t in = std::min(progress.framesIn, *progress.length);
+        const double left = in == 0 ? 0
+                                    : seconds * static_cast<double>(*progress.length - in) /
+                                          static_cast<double>(in);
+        line = format("%3llu %%, %.0f s left, ", big(in * 100 / *progress.length), left);
+    }
+    line += format("%llu frames in, %llu out, %.1f fps, %zu buffers outstanding",
+                   big(progress.framesIn), big(progress.framesOut),
+                   seconds > 0 ? static_cast<double>(progress.framesOut) / seconds : 0,
+                   progress.outstanding);
+    return line.substr(0, width);
+}
 
 Console::Console(std::ostream& out, std::ostream& err, bool live)
     : mOut(out), mErr(err), mLive(live), mStart(Clock::now()), mNext(mStart) {}
@@ -24,18 +51,15 @@ void Console::report(const std::string& line) {
     mErr << line << std::endl;
 }
 
-void Console::progress(uint64_t framesIn, uint64_t framesOut, size_t inFlight) {
+void Console::progress(const Progress& progress) {
     if (!mLive) return;
     const Clock::time_point now = Clock::now();
     const std::lock_guard lock(mLock);
     if (now < mNext) return;
     mNext = now + kInterval;
-    const double seconds = milliseconds(now - mStart) / 1000;
     wipe();
-    mErr << format("%llu frames in, %llu out, %.1f fps, %zu buffers in flight",
-                   static_cast<unsigned long long>(framesIn),
-                   static_cast<unsigned long long>(framesOut),
-                   seconds > 0 ? static_cast<double>(framesOut) / seconds : 0, inFlight)
+    // One column stays free: a full line would have the terminal begin another.
+    mErr << progressLine(progress, milliseconds(now - mStart) / 1000, terminalWidth() - 1)
          << std::flush;
     mShown = true;
 }

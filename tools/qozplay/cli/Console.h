@@ -5,8 +5,20 @@
 
 #include <iosfwd>
 #include <mutex>
+#include <optional>
 
 namespace qozplay {
+
+// How far a run is.
+struct Progress {
+    uint64_t framesIn = 0;
+    uint64_t framesOut = 0;
+    size_t outstanding = 0;          // buffers
+    std::optional<uint64_t> length;  // source frames in all; none: nobody knows
+};
+
+// One line of at most `width` characters, after `seconds` of work.
+std::string progressLine(const Progress& progress, double seconds, size_t width);
 
 class Console {
   public:
@@ -17,7 +29,7 @@ class Console {
     void report(const std::string& line);  // on `err`
 
     // Replaces the progress line, a few times a second at most.
-    void progress(uint64_t framesIn, uint64_t framesOut, size_t inFlight);
+    void progress(const Progress& progress);
     void endProgress();
 
   private:

@@ -12,82 +12,113 @@ namespace {
 
 constexpr uint64_t kMaxFrames = 100'000'000;
 constexpr uint64_t kMaxSessions = 64;
+constexpr size_t kNameColumn = 34;  // characters, of a page of 100
 
-// Values as typed; what they mean is checked by our own parsers, whose messages name the option.
-struct Words {
-    std::optional<std::string> size, rate, frames, sceneSize, sheetAt;
-    std::optional<std::string> interp, upscale, mv, max, sessions, service, truth, log;
-    std::vector<std::string> at, faults, properties, budgets;
+constexpr char kFooter[] =
+    "Examples:\n"
+    "  qozplay -i clip.mp4 -o smooth.mkv --interp 1          twice the frame rate, losslessly\n"
+    "  qozplay -i clip.mp4 -o - --upscale 2 | ffplay -       twice the size, into a pipe\n"
+    "  qozplay --verify --fault queueBuf=7@20 --log          what a client sees of a refused "
+    "buffer\n"
+    "\nExit codes: 0 everything came through; 1 a session failed; 2 the input or an option is no\n"
+    "good; 130, 143, 129 ended in order by SIGINT, SIGTERM, SIGHUP (a second one ends at once).";
+
+// Names an option with its type alone: what it excludes and needs is said when it matters.
+class OptionFormatter final : public CLI::Formatter {
+    std::string make_option_opts(const CLI::Option* option) const override {
+        const std::string type = option->get_type_name();
+        return type.empty() ? type : " " + type;
+    }
 };
 
-void addInput(CLI::App& app, Options& options, Words& words) {
-    app.add_option("-i,--input", options.input,
-                   "y4m clip, or raw RGBA with --size; - reads a pipe; none: a built-in scene")
+// A validator whose range the type's name already tells.
+CLI::Validator quietly(CLI::Validator validator) {
+    return validator.description("");
+}
+
+// An option whose value `read` understands, or throws BadInput for; it may be given several times.
+template <typename Read>
+CLI::Option* addParsed(CLI::App& app, const std::string& name, const char* type, Read read,
+                       const char* description) {
+    return app
+        .add_option_function<std::vector<std::string>>(
+            name,
+            [read](const std::vector<std::string>& texts) {
+                for (const std::string& text : texts)
+                    read(text);
+            },
+            description)
+        ->type_name(type)
+        ->allow_extra_args(false);
+}
+
+void addInput(CLI::App& app, Options& options) {
+    CLI::Option* input =
+        app.add_option("-i,--input", options.input, "clip; - reads a pipe; none: a built-in scene")
+            ->type_name("FILE")
+            ->check([](const std::string& name) {
+                return std::string(name.empty() ? "names no file" : "");
+            });
+    addParsed(
+        app, "--size", "WxH",
+        [&](const std::string& text) { options.rawSize = parseSize(text, "--size"); },
+        "the input is raw RGBA frames of this size")
+        ->needs(input);
+    addParsed(
+        app, "--rate", "N[/D]",
+        [&](const std::string& text) { options.rate = parseRate(text, "--rate"); },
+        "frames a second of raw input and of the scene (30)");
+    app.add_option("--frames", options.frames, "stop after N source frames")
+        ->type_name("N")
+        ->check(quietly(CLI::Range(uint64_t{1}, kMaxFrames)));
+    addParsed(
+        app, "--scene-size", "WxH",
+        [&](const std::string& text) { options.sceneSize = parseSize(text, "--scene-size"); },
+        "of the built-in scene (1280x720)")
+        ->excludes(input);
+}
+
+void addProcessing(CLI::App& app, Options& options) {
+    CLI::Option* interp =
+        app.add_option("--interp", options.interp, "interpolated frames for each source frame (1)")
+            ->type_name("0..3")
+            ->check(quietly(CLI::Range(0, 3)));
+    CLI::Option* upscale = addParsed(
+        app, "--upscale", "1|1.5|2",
+        [&](const std::string& text) { options.upscaleIndex = parseUpscale(text, "--upscale"); },
+        "output size against the source (1)");
+    app.add_flag("--ais-only", options.aisOnly, "double the size, interpolate no frames")
+        ->excludes(interp)
+        ->excludes(upscale);
+    addParsed(
+        app, "--mv", "on|off",
+        [&](const std::string& text) { options.motionVectors = text == "on"; },
+        "motion vectors for the interpolation (on)")
+        ->check(quietly(CLI::IsMember({"on", "off"})));
+    addParsed(
+        app, "--max", "WxH",
+        [&](const std::string& text) { options.max = parseSize(text, "--max"); },
+        "larger sources are scaled down to this");
+    addParsed(
+        app, "--at", "N:CHANGE",
+        [&](const std::string& text) { options.changes.push_back(parseChange(text)); },
+        "change at source frame N: N:interp=K, N:upscale=R,\nN:size=WxH, N:flush");
+}
+
+void addOutput(CLI::App& app, Options& options) {
+    app.add_option("-o,--output", options.output,
+                   "clip of all processed frames: .mkv (FFV1), .mp4 or .mov\n(H.264), .y4m; - is a "
+                   "pipe for y4m")
         ->type_name("FILE");
-    app.add_option("--size", words.size, "of raw RGBA input")->type_name("WxH");
-    app.add_option("--rate", words.rate, "frames a second of raw input and of the scene (30)")
-        ->type_name("N[/D]");
-    app.add_option("--frames", words.frames, "stop after N source frames")->type_name("N");
-    app.add_option("--scene-size", words.sceneSize, "of the built-in scene (1280x720)")
-        ->type_name("WxH");
-}
-
-void addProcessing(CLI::App& app, Options& options, Words& words) {
-    app.add_option("--interp", words.interp, "interpolated frames for each source frame (1)")
-        ->type_name("0..3");
-    app.add_option("--upscale", words.upscale, "output size against the source")
-        ->type_name("1|1.5|2");
-    app.add_flag("--ais-only", options.aisOnly, "double the size, make no frames");
-    app.add_option("--mv", words.mv, "motion vectors for the interpolation (on)")
-        ->type_name("on|off");
-    app.add_option("--max", words.max, "larger sources are scaled down to this")->type_name("WxH");
-    app.add_option("--at", words.at,
-                   "change at a source frame: N:interp=K, N:upscale=R, N:size=WxH, N:flush")
-        ->type_name("N:CHANGE")
-        ->allow_extra_args(false);
-}
-
-void addOutput(CLI::App& app, Options& options, Words& words) {
-    app.add_option("-o,--output", options.output, "y4m file of all processed frames; - is a pipe")
-        ->type_name("FILE");
-    app.add_option("--sheet", options.sheet, "PNG of source and interpolated frames side by side")
+    app.add_option("--sheet", options.sheet, "source and interpolated frames side by side")
         ->type_name("PNG");
-    app.add_option("--sheet-at", words.sheetAt, "source frame in the middle of the sheet")
-        ->type_name("N");
-    app.add_option("--trace", options.trace, "trace of the run as JSON")->type_name("JSON");
-    app.add_option("--stats", options.stats, "figures of the run as JSON")->type_name("JSON");
-    app.add_option("--sessions", words.sessions, "sessions on the same clip at the same time")
-        ->type_name("N");
-    app.add_option("--service", words.service,
-                   "where the service runs: in this process or in one of its own (inline)")
-        ->type_name("inline|process");
-    app.add_option("--fault", words.faults,
-                   "break the Nth call of an operation; in place of a code: drop, late:MS, twice, "
-                   "unknown, keep:CODE, swap, stray, transport, die")
-        ->type_name("OP=CODE@N")
-        ->allow_extra_args(false);
-    app.add_option("--prop", words.properties, "set a system property")
-        ->type_name("NAME=VALUE")
-        ->allow_extra_args(false);
-    app.add_option("--log", words.log,
-                   "show the log: all of it, or what a filter as logcat's lets through")
-        ->type_name("[\"TAG:PRIORITY ...\"]")
-        ->expected(0, 1);
-}
-
-void addChecks(CLI::App& app, Options& options, Words& words) {
-    app.add_flag("--verify", options.verify,
-                 "check every frame and buffer; stop and fail at the first that is wrong");
-    app.add_option("--truth", words.truth,
-                   "give every Nth frame, make the others again, and score them")
-        ->type_name("2..4");
-    app.add_option("--budget", words.budgets,
-                   "fail when a figure is beyond its bound: p95=8ms,lost=0; of " + budgetNames())
-        ->type_name("NAME=BOUND,...")
-        ->allow_extra_args(false);
-    app.add_option("--vectors", options.vectors,
-                   "PNG of the frame of --sheet-at with its motion vectors")
+    app.add_option("--sheet-at", options.sheetAt, "source frame in the middle of the sheet")
+        ->type_name("N")
+        ->check(quietly(CLI::Range(uint64_t{0}, kMaxFrames)));
+    app.add_option("--vectors", options.vectors, "that frame with its motion vectors")
         ->type_name("PNG");
+    app.add_option("--trace", options.trace, "trace of the run")->type_name("JSON");
+    app.add_option("--stats", options.stats, "figures of the run")->type_name("JSON");
 }
 
 qoz::host::Fault parseFaultOption(const std::string& text) {
@@ -105,145 +136,110 @@ std::pair<std::string, std::string> parseProperty(const std::string& text) {
     return {text.substr(0, equals), text.substr(equals + 1)};
 }
 
-bool parseSwitch(const std::string& text, const std::string& what) {
-    if (text == "on") return true;
-    if (text == "off") return false;
-    throw BadInput(what + ": " + text + " is neither on nor off");
+void addHost(CLI::App& app, Options& options) {
+    app.add_option("--sessions", options.sessions, "sessions on the same clip at the same time (1)")
+        ->type_name("N")
+        ->check(quietly(CLI::Range(uint64_t{1}, kMaxSessions)));
+    addParsed(
+        app, "--service", "inline|process",
+        [&](const std::string& text) { options.serviceProcess = text == "process"; },
+        "run the service in this process or in another (inline)")
+        ->check(quietly(CLI::IsMember({"inline", "process"})));
+    addParsed(
+        app, "--fault", "OP=CODE@N",
+        [&](const std::string& text) { options.faults.push_back(parseFaultOption(text)); },
+        "break the Nth call of an operation; in place of a code:\ndrop, late:MS, twice, "
+        "unknown, keep:CODE, swap, stray,\ntransport, within, die");
+    addParsed(
+        app, "--prop", "NAME=VALUE",
+        [&](const std::string& text) { options.properties.push_back(parseProperty(text)); },
+        "set a system property");
+    app.add_option_function<std::string>(
+           "--log", [&](const std::string& text) { options.log = LogFilter::parse(text); },
+           "show the log: all of it, or what a filter as logcat's\nlets through")
+        ->type_name("[\"TAG:PRIORITY ...\"]")
+        ->expected(0, 1);
 }
 
-bool parseService(const std::string& text) {
-    if (text == "process") return true;
-    if (text == "inline") return false;
-    throw BadInput("--service: " + text + " is neither inline nor process");
+void addChecks(CLI::App& app, Options& options) {
+    app.add_flag("--verify", options.verify,
+                 "check every frame and buffer; stop at the first that is\nwrong, and fail");
+    CLI::Option* truth = app.add_option("--truth", options.truth,
+                                        "give every Nth frame, interpolate the others, and score\n"
+                                        "them against those of the clip")
+                             ->type_name("2..4")
+                             ->check(quietly(CLI::Range(2, 4)));
+    for (const char* other :
+         {"--interp", "--upscale", "--ais-only", "--max", "--at", "--sessions", "--vectors"}) {
+        truth->excludes(app.get_option(other));
+    }
+    addParsed(
+        app, "--budget", "NAME=BOUND,...",
+        [&](const std::string& text) {
+            const std::vector<Limit> limits = parseBudget(text);
+            options.budget.insert(options.budget.end(), limits.begin(), limits.end());
+        },
+        "fail when a figure is beyond its bound, as p95=8ms,lost=0;\nof p50, p90, p95, p99, "
+        "max, blocked, lost, missing, refused,\nflushed, source, interpolated, fps");
 }
 
-void readInput(const Words& words, Options* options) {
-    if (words.size) options->rawSize = parseSize(*words.size, "--size");
-    if (words.rate) options->rate = parseRate(*words.rate, "--rate");
-    if (words.frames) {
-        options->frames = parseNumber(*words.frames, kMaxFrames, "--frames");
-    }
-    if (words.sceneSize) options->sceneSize = parseSize(*words.sceneSize, "--scene-size");
-    if (words.sheetAt) {
-        options->sheetAt = parseNumber(*words.sheetAt, kMaxFrames, "--sheet-at");
-    }
-}
-
-void readProcessing(const Words& words, Options* options) {
-    if (words.interp) options->interp = parseInterp(*words.interp, "--interp");
-    if (words.upscale) options->upscaleIndex = parseUpscale(*words.upscale, "--upscale");
-    if (words.mv) options->motionVectors = parseSwitch(*words.mv, "--mv");
-    if (words.max) options->max = parseSize(*words.max, "--max");
-    if (words.sessions) {
-        options->sessions =
-            static_cast<uint32_t>(parseNumber(*words.sessions, kMaxSessions, "--sessions"));
-    }
-    if (words.log) options->log = LogFilter::parse(*words.log);
-    if (words.service) options->serviceProcess = parseService(*words.service);
-    for (const std::string& text : words.at) {
-        options->changes.push_back(parseChange(text));
-    }
-    for (const std::string& text : words.faults) {
-        options->faults.push_back(parseFaultOption(text));
-    }
-    for (const std::string& text : words.properties) {
-        options->properties.push_back(parseProperty(text));
-    }
-}
-
-void readChecks(const Words& words, Options* options) {
-    if (words.truth) {
-        const uint64_t step = parseNumber(*words.truth, 4, "--truth");
-        if (step < 2) throw BadInput("--truth: with " + *words.truth + " no frame is held out");
-        options->truth = static_cast<uint32_t>(step);
-        options->interp = *options->truth - 1;
-        if (options->frames) options->frames = (*options->frames + step - 1) / step;
-    }
-    for (const std::string& text : words.budgets) {
-        const std::vector<Limit> limits = parseBudget(text);
-        options->budget.insert(options->budget.end(), limits.begin(), limits.end());
-    }
-}
-
-// Frames are compared as they are, and at their own times.
-void checkReferences(const Words& words, const Options& options) {
-    if (!options.truth) return;
-    const bool changed = words.interp || words.upscale || options.aisOnly || options.max ||
-                         !options.changes.empty() || options.sessions > 1;
-    if (changed) {
-        throw BadInput(
-            "--truth sets the factor itself, and goes with no other size, no --at and one session");
-    }
-}
-
-void checkVectors(const Options& options) {
-    if (options.vectors.empty()) return;
-    if (!options.motionVectors || options.interp == 0 || options.truth) {
-        throw BadInput("--vectors needs motion vectors, an interp of 1 or more, and no --truth");
-    }
-}
-
-void checkInput(const Words& words, const Options& options) {
+// What the options mean together.
+void check(const Options& options) {
     const bool scene = options.input.empty();
-    if (scene && options.rawSize) throw BadInput("--size describes raw input, and there is none");
-    if (!scene && words.sceneSize) {
-        throw BadInput("--scene-size is for the built-in scene, not for " + options.input);
-    }
     if (!scene && !options.rawSize && options.rate) {
-        throw BadInput("--rate is for raw input and the scene; a y4m clip has its own");
+        throw BadInput("--rate is for raw input and the scene; a clip has its own");
     }
-    if (options.frames == 0U) throw BadInput("--frames 0 leaves nothing to do");
-    const Size size = options.sceneSize;
-    if (std::min(size.width, size.height) < Scene::kMinSide) {
+    if (std::min(options.sceneSize.width, options.sceneSize.height) < Scene::kMinSide) {
         throw BadInput(format("--scene-size: no side may be below %u", Scene::kMinSide));
     }
-    if (options.sessions == 0) throw BadInput("--sessions 0 leaves nothing to do");
-    const bool again = options.sessions > 1 || !options.vectors.empty();
-    if (again && options.input == "-") {
-        throw BadInput("--sessions, --vectors: a pipe can be read only once");
-    }
-}
-
-// Doubling alone takes none of the settings of the other way of working.
-void checkAisOnly(const Words& words, Options* options) {
-    if (!options->aisOnly) return;
-    const bool changed =
-        std::any_of(options->changes.begin(), options->changes.end(), [](const Change& change) {
-            return change.kind == Change::Kind::Interp || change.kind == Change::Kind::Upscale;
-        });
-    if (changed || words.interp || words.upscale) {
+    const bool changed = std::ranges::any_of(options.changes, [](const Change& change) {
+        return change.kind == Change::Kind::Interp || change.kind == Change::Kind::Upscale;
+    });
+    if (options.aisOnly && changed) {
         throw BadInput("--ais-only goes with neither interp nor upscale");
     }
-    options->interp = 0;
+    if (!options.vectors.empty() && (!options.motionVectors || options.interp == 0)) {
+        throw BadInput("--vectors needs motion vectors and an --interp of 1 or more");
+    }
+    if (options.sessions > 1 && options.input == "-") {
+        throw BadInput("--sessions: a pipe can be read only once");
+    }
 }
 
 }  // namespace
 
-Options parseOptions(int argc, const char* const argv[], std::string* help) {
+Options parseOptions(int argc, const char* const argv[], std::string* answer) {
     Options options;
-    Words words;
     CLI::App app("Plays a clip through the video post-processor: more and larger frames come out.",
                  "qozplay");
-    addInput(app, options, words);
-    addProcessing(app, options, words);
-    addOutput(app, options, words);
-    addChecks(app, options, words);
+    app.formatter(std::make_shared<OptionFormatter>());
+    app.get_formatter()->column_width(kNameColumn);
+    app.set_version_flag("--version", "qozplay " QOZ_VERSION, "say which version this is");
+    app.set_help_flag("-h,--help", "say all this");
+    app.footer(kFooter);
+    addInput(app, options);
+    addProcessing(app, options);
+    addOutput(app, options);
+    addHost(app, options);
+    addChecks(app, options);
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {
-        *help = app.help();
+        *answer = app.help();
+        return options;
+    } catch (const CLI::CallForVersion& version) {
+        *answer = std::string(version.what()) + "\n";
         return options;
     } catch (const CLI::ParseError& error) {
         throw BadInput(error.what());
     }
-    if (app.count("--input") > 0 && options.input.empty()) throw BadInput("-i names no file");
-    readInput(words, &options);
-    readProcessing(words, &options);
-    readChecks(words, &options);
-    checkInput(words, options);
-    checkAisOnly(words, &options);
-    checkReferences(words, options);
-    checkVectors(options);
+    if (options.aisOnly) options.interp = 0;
+    if (options.truth) {
+        options.interp = *options.truth - 1;
+        if (options.frames)
+            options.frames = (*options.frames + *options.truth - 1) / *options.truth;
+    }
+    check(options);
     return options;
 }
 

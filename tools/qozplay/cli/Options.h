@@ -46,7 +46,8 @@ struct Options {
     bool outputIsPipe() const { return output == "-"; }
 };
 
-// Throws BadInput. When help was asked for, its text is in `help` and nothing else counts.
-Options parseOptions(int argc, const char* const argv[], std::string* help);
+// Throws BadInput. When help or the version was asked for, `answer` has its text and nothing else
+// counts.
+Options parseOptions(int argc, const char* const argv[], std::string* answer);
 
 }  // namespace qozplay

@@ -1,14 +1,15 @@
 // Where finished frames go.
 #pragma once
 
-#include "qozplay/media/Types.h"
+#include "qozplay/media/Colour.h"
 
 namespace qozplay {
 
 struct FinishedFrame {
     uint64_t timestamp;  // microseconds
     bool source;         // a source frame itself, not an interpolated one
-    Nv12View picture;
+    Nv12View picture;    // limited range
+    AVColorSpace matrix = AVCOL_SPC_SMPTE170M;
 };
 
 class FrameSink {

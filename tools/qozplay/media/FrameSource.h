@@ -1,7 +1,8 @@
 // Where frames come from: a clip in a file or pipe, or the built-in scene.
 #pragma once
 
-#include "qozplay/media/Types.h"
+#include "qozplay/media/AudioTracks.h"
+#include "qozplay/media/Colour.h"
 
 #include <cstddef>
 #include <memory>
@@ -14,16 +15,20 @@ class FrameSource {
     virtual ~FrameSource() = default;
 
     virtual Size size() const = 0;
-    virtual Rate rate() const = 0;
+    virtual Rate rate() const = 0;                       // on average, when it varies
     virtual std::optional<uint64_t> length() const = 0;  // in frames; a pipe does not know
 
     // Writes the next frame as RGBA bytes into rows of `stride` bytes. False at the end. Throws
     // BadInput when the clip is damaged.
     virtual bool next(uint8_t* rgba, size_t stride) = 0;
-};
 
-// Both throw BadInput. "-" is standard input.
-std::unique_ptr<FrameSource> openY4m(const std::string& path);
-std::unique_ptr<FrameSource> openRaw(const std::string& path, Size size, Rate rate);
+    // Presentation time of the frame that next() gave last, the one of this number; nanoseconds
+    // from the start of the clip, later than that of the frame before.
+    virtual int64_t timeOf(uint64_t frame) const { return timestampOf(rate(), frame); }
+
+    virtual AVRational sampleAspect() const { return {1, 1}; }
+    virtual ColourTags colourTags() const { return {}; }
+    virtual AudioTracks* audio() { return nullptr; }
+};
 
 }  // namespace qozplay

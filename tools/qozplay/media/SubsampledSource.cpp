@@ -26,14 +26,17 @@ bool SubsampledSource::next(uint8_t* rgba, size_t stride) {
     const size_t picture = row * size().height;
     const uint32_t held = mNext == 0 ? 0 : mStep - 1;
     mHeld.resize(picture * held);
+    mHeldTimes.resize(held);
     for (uint32_t i = 0; i < held; ++i) {
         if (!mClip->next(mHeld.data() + picture * i, row)) return false;
+        mHeldTimes[i] = mClip->timeOf(mNext + i);
     }
     if (!mClip->next(rgba, stride)) return false;
     for (uint32_t i = 0; i < held; ++i) {
-        mReference.keep(mNext++, mHeld.data() + picture * i, row);
+        mReference.keep(mNext++, mHeldTimes[i], mHeld.data() + picture * i, row);
     }
-    mReference.keep(mNext++, rgba, stride);
+    mReference.keep(mNext, mClip->timeOf(mNext), rgba, stride);
+    ++mNext;
     return true;
 }
 

@@ -2,6 +2,8 @@
 #include "qozplay/report/Budget.h"
 #include "qozplay/report/Stats.h"
 
+#include <algorithm>
+
 namespace qozplay {
 namespace {
 
@@ -17,6 +19,17 @@ std::string lostBuffers(const std::vector<qoz::client::Ledger::Entry>& missing) 
         text += format(" %s", qoz::client::bufferName(port, slot).c_str());
     }
     return text;
+}
+
+// A client does not see the buffers that the service reads, but each one that does not come back
+// has the component make another. A change of the stream makes it, too.
+bool keepsInputs(const RunStats& stats) {
+    uint64_t frames = 0;
+    for (const SessionStats& session : stats.sessions) {
+        if (!session.changes.empty()) return false;
+        frames += session.frames.in - std::min(session.frames.in, kWarmUpFrames);
+    }
+    return stats.lateBuffers && frames != 0 && stats.lateBuffers->component >= frames;
 }
 
 }  // namespace
@@ -57,6 +70,15 @@ std::vector<std::string> failures(const RunStats& stats) {
              "frames held out were not interpolated");
     }
     all.insert(all.end(), stats.failures.begin(), stats.failures.end());
+    for (const std::string& fault : stats.unfiredFaults) {
+        all.push_back("--fault " + fault + " never fired");
+    }
+    if (keepsInputs(stats)) {
+        all.push_back(
+            format("the service keeps its inputs: the component had to make %llu graphic "
+                   "buffers after frame %llu",
+                   big(stats.lateBuffers->component), big(kWarmUpFrames)));
+    }
     if (stats.descriptorsAfter > stats.descriptorsBefore) {
         all.push_back(format("%d descriptors were open before and %d after",
                              stats.descriptorsBefore, stats.descriptorsAfter));

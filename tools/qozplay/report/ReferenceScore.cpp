@@ -53,18 +53,17 @@ std::string cells(const std::array<Likeness, kMakers.size()>& row) {
 
 }  // namespace
 
-ReferenceScore::ReferenceScore(Size size, Rate rate, uint32_t step)
-    : mSize(size), mRate(rate), mStep(step) {
+ReferenceScore::ReferenceScore(Size size, uint32_t step) : mSize(size), mStep(step) {
     if (std::min(size.width, size.height) < kMinSide) {
         throw BadInput(format("--truth: no side may be below %u", kMinSide));
     }
 }
 
 // By the converter's own rule, so that the conversion costs no score.
-void ReferenceScore::keep(uint64_t frame, const uint8_t* rgba, size_t stride) {
+void ReferenceScore::keep(uint64_t frame, int64_t nanoseconds, const uint8_t* rgba, size_t stride) {
     const auto width = static_cast<int>(mSize.width);
     const auto height = static_cast<int>(mSize.height);
-    Picture picture{frame, static_cast<uint64_t>(timestampOf(mRate, frame)) / 1000, {}};
+    Picture picture{frame, static_cast<uint64_t>(nanoseconds) / 1000, {}};
     picture.luma.resize(static_cast<size_t>(mSize.width) * mSize.height);
     mSpare.resize(picture.luma.size());
     libyuv::ABGRToNV12(rgba, static_cast<int>(stride), picture.luma.data(), width, mSpare.data(),

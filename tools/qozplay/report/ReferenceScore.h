@@ -37,10 +37,10 @@ class ReferenceScore final : public FrameSink {
     static constexpr uint32_t kMinSide = 16;  // pixels; SSIM needs a few windows
 
     // Every `step`-th frame of the clip is given away, from the first on.
-    ReferenceScore(Size size, Rate rate, uint32_t step);
+    ReferenceScore(Size size, uint32_t step);
 
     // A frame of the clip, in order; given frames are kept as well.
-    void keep(uint64_t frame, const uint8_t* rgba, size_t stride);
+    void keep(uint64_t frame, int64_t nanoseconds, const uint8_t* rgba, size_t stride);
 
     // A frame that came out, of the clip's size.
     bool take(const FinishedFrame& frame) override;
@@ -62,7 +62,6 @@ class ReferenceScore final : public FrameSink {
     void passed(uint64_t timestamp);
 
     const Size mSize;
-    const Rate mRate;
     const uint32_t mStep;
     std::deque<Picture> mPictures;  // of the last frame that came out and later
     Luma mSpare;                    // chroma that nobody looks at, and blends

@@ -19,12 +19,16 @@ constexpr Colour kFaint{138, 144, 156};
 constexpr Colour kSourceColour{92, 200, 130};
 constexpr Colour kInterpolatedColour{242, 176, 72};
 
-Image shrink(const Nv12View& view) {
+Image shrink(const FinishedFrame& frame) {
+    const Nv12View& view = frame.picture;
     const auto width = static_cast<int>(view.size.width);
     const auto height = static_cast<int>(view.size.height);
     Image whole(view.size);
-    libyuv::NV12ToABGR(view.luma, view.stride, view.chroma, view.stride, whole.pixels.data(),
-                       static_cast<int>(whole.stride()), width, height);
+    // The scheme's name for R before B is that of the U and V that would swap them.
+    const auto& matrix =
+        frame.matrix == AVCOL_SPC_BT709 ? libyuv::kYvuH709Constants : libyuv::kYvuI601Constants;
+    libyuv::NV21ToARGBMatrix(view.luma, view.stride, view.chroma, view.stride, whole.pixels.data(),
+                             static_cast<int>(whole.stride()), &matrix, width, height);
     const uint32_t cellHeight =
         std::clamp(kCellWidth * view.size.height / view.size.width, 1U, 2 * kCellWidth);
     Image cell({kCellWidth, cellHeight});
@@ -43,7 +47,7 @@ bool Sheet::take(const FinishedFrame& frame) {
     if (mWindow && (frame.timestamp < mWindow->first || frame.timestamp > mWindow->second)) {
         return true;
     }
-    mCells.push_back({frame.timestamp, frame.source, shrink(frame.picture)});
+    mCells.push_back({frame.timestamp, frame.source, shrink(frame)});
     if (mWindow) return true;
     // The oldest interval goes once those after it suffice.
     const auto sources =
@@ -89,13 +93,9 @@ void Sheet::drawCell(const Surface& surface, int32_t x, int32_t y, const Cell& c
     paste(surface, x, y + kLabelRoom, cell.picture);
 }
 
-void Sheet::save(const std::string& path, const Psnr& psnr) const {
+Image Sheet::draw(const Psnr& psnr) const {
     const std::vector<Row> all = rows();
-    if (all.empty()) throw SessionFailed("no frame came out that " + path + " could show");
-    if (!writePng(draw(all, psnr), path)) throw SessionFailed("cannot write " + path);
-}
-
-Image Sheet::draw(const std::vector<Row>& all, const Psnr& psnr) const {
+    if (all.empty()) throw SessionFailed("no frame came out that a sheet could show");
     size_t columns = 0;
     uint32_t cellHeight = 0;
     for (const Row& row : all) {

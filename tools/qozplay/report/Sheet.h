@@ -23,9 +23,8 @@ class Sheet final : public FrameSink {
 
     bool take(const FinishedFrame& frame) override;
 
-    // `psnr` of frames for which it is known, by timestamp. Throws SessionFailed: no source frame
-    // came, or the file cannot be written.
-    void save(const std::string& path, const Psnr& psnr = {}) const;
+    // `psnr` of frames for which it is known, by timestamp. Throws SessionFailed: no frame came.
+    Image draw(const Psnr& psnr = {}) const;
 
   private:
     struct Cell {
@@ -36,7 +35,6 @@ class Sheet final : public FrameSink {
     using Row = std::vector<const Cell*>;
 
     std::vector<Row> rows() const;
-    Image draw(const std::vector<Row>& rows, const Psnr& psnr) const;
     static std::string label(const Row& row, size_t column, const Psnr& psnr);
     static void drawCell(const Surface& surface, int32_t x, int32_t y, const Cell& cell,
                          const std::string& label);

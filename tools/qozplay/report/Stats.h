@@ -36,6 +36,9 @@ struct SessionStats {
     bool badInput = false;  // the failure is the input's
 };
 
+// Source frames of a session after which the component has all the buffers that it needs.
+constexpr uint64_t kWarmUpFrames = 10;
+
 // Graphic buffers made once every session had sent its first ten frames.
 struct LateBuffers {
     uint64_t component = 0;
@@ -57,7 +60,9 @@ struct RunStats {
     int descriptorsBefore = 0;               // open before the first session was enabled ...
     int descriptorsAfter = 0;                // ... and after the last one was disabled
     uint64_t faultsFired = 0;
-    std::optional<Scores> truth;  // none: nobody asked
+    std::vector<std::string> unfiredFaults;  // as given
+    std::optional<uint64_t> vectorsOf;       // frame whose vectors are shown; none: nobody asked
+    std::optional<Scores> truth;             // none: nobody asked
     std::vector<Limit> budget;
     std::vector<std::string> failures;  // beside those of the sessions
 };

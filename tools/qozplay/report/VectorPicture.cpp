@@ -1,29 +1,12 @@
 #include "qozplay/report/VectorPicture.h"
 
-#include "qozplay/media/Canvas.h"
-
-#include <cutils/properties.h>
-
-#include <cstdlib>
-#include <system_error>
-#include <utility>
-#include <vector>
+#include <optional>
 
 namespace qozplay {
 namespace {
 
-namespace fs = std::filesystem;
-
 constexpr int32_t kTitleDot = 2;
 constexpr int32_t kTitleRoom = 34;
-
-// As many frames as a vector needs, and nothing that would come in between.
-Options forTwoFrames(Options options) {
-    options.frames = 2;
-    options.changes.clear();
-    options.verify = false;
-    return options;
-}
 
 // The field is drawn in cells of one colour with an arrow of pure white and yellow in the middle;
 // grey cells are at rest. The frame shows through without colours of its own.
@@ -46,66 +29,31 @@ void layOver(const Surface& frame, const Image& field) {
     }
 }
 
+// As the component numbers and names what it dumps.
+std::optional<Image> dumped(const std::filesystem::path& folder, uint64_t frame, const char* name) {
+    return readPng(folder / format("%05llu_%s.png", big(frame), name));
+}
+
 }  // namespace
 
-VectorPicture::Folder::Folder() {
-    std::error_code error;
-    std::string pattern = (fs::temp_directory_path(error) / "qozplay-XXXXXX").string();
-    if (pattern.size() >= PROPERTY_VALUE_MAX) {  // the converter is told of it by a property
-        throw BadInput("--vectors: the folder for temporary files has too long a name");
-    }
-    if (error || mkdtemp(pattern.data()) == nullptr) {
-        throw BadInput("--vectors: no folder for temporary files");
-    }
-    path = pattern;
-}
-
-VectorPicture::Folder::~Folder() {
-    std::error_code ignored;  // what cannot be removed stays
-    fs::remove_all(path, ignored);
-}
-
-VectorPicture::VectorPicture(const Options& options, std::unique_ptr<FrameSource> clip,
-                             uint64_t frame)
-    : mOptions(forTwoFrames(options)), mClip(std::move(clip)), mFrame(frame) {}
-
-void VectorPicture::save(Simulator& simulator) {
-    skipTo(mFrame);
-    simulator.dumpInto(mFolder.path);
-    mSession = std::make_unique<Session>(
-        mOptions, "vectors", *mClip, std::vector<FrameSink*>(), mWarmUp,
-        [&simulator] { return simulator.serviceDied(); }, nullptr);
-    const SessionStats stats = mSession->run();
-    if (!stats.failure.empty()) throw SessionFailed("--vectors: " + stats.failure);
-    draw();
-}
-
-void VectorPicture::skipTo(uint64_t frame) {
-    Image skipped(mClip->size());
-    for (uint64_t i = 0; i < frame; ++i) {
-        if (!mClip->next(skipped.pixels.data(), skipped.stride())) return;
-    }
-}
-
-// The field from the first frame to the second is dumped with the second.
-void VectorPicture::draw() const {
-    std::optional<Image> frame = readPng(mFolder.path / "00000_Game_Source.png");
-    const std::optional<Image> field = readPng(mFolder.path / "00001_FW_MV.png");
-    const auto number = static_cast<unsigned long long>(mFrame);
-    if (!frame || !field || field->size.width < frame->size.width ||
-        field->size.height < frame->size.height) {
+// The field from a frame to the next is dumped with the next.
+Image drawVectors(const std::filesystem::path& folder, uint64_t frame) {
+    std::optional<Image> picture = dumped(folder, frame, "Game_Source");
+    const std::optional<Image> field = dumped(folder, frame + 1, "FW_MV");
+    if (!picture || !field || field->size.width < picture->size.width ||
+        field->size.height < picture->size.height) {
         throw SessionFailed(
-            format("--vectors: there are none from frame %llu to the next", number));
+            format("--vectors: there are none from frame %llu to the next", big(frame)));
     }
-    layOver(frame->surface(), *field);
-    Image page({frame->size.width, frame->size.height + kTitleRoom});
+    layOver(picture->surface(), *field);
+    Image page({picture->size.width, picture->size.height + kTitleRoom});
     fill(page.surface(), {0, 0, static_cast<int32_t>(page.size.width), kTitleRoom}, kGround);
     drawText(page.surface(), kTitleRoom / 2, (kTitleRoom - textHeight(kTitleDot)) / 2, kTitleDot,
-             format("FRAME %llu > %llu:  HUE IS DIRECTION, BRIGHTNESS LENGTH, GREY AT REST", number,
-                    number + 1),
+             format("FRAME %llu > %llu:  HUE IS DIRECTION, BRIGHTNESS LENGTH, GREY AT REST",
+                    big(frame), big(frame + 1)),
              kInk);
-    paste(page.surface(), 0, kTitleRoom, *frame);
-    if (!writePng(page, mOptions.vectors)) throw SessionFailed("cannot write " + mOptions.vectors);
+    paste(page.surface(), 0, kTitleRoom, *picture);
+    return page;
 }
 
 }  // namespace qozplay

@@ -1,44 +1,16 @@
-// One frame with its motion field laid over it. A client does not see the vectors; a session of its
-// own on two frames dumps them as pictures, so that the dumping slows down nothing that is
-// measured.
+// One frame with its motion field laid over it. A client does not see the vectors; the component
+// dumps them as pictures, those of two frames of the running session.
 #pragma once
 
-#include "qozplay/run/Simulator.h"
-#include "qozplay/stream/Session.h"
+#include "qozplay/media/Canvas.h"
 
 #include <filesystem>
+#include <string>
 
 namespace qozplay {
 
-class VectorPicture {
-  public:
-    // Of `frame` of the clip and the one after it.
-    VectorPicture(const Options& options, std::unique_ptr<FrameSource> clip, uint64_t frame);
-
-    // Once, while the simulator is on; the object must outlive it. Throws SessionFailed.
-    void save(Simulator& simulator);
-
-  private:
-    // Temporary, gone with the object.
-    class Folder {
-      public:
-        Folder();
-        ~Folder();
-        Folder(const Folder&) = delete;
-        Folder& operator=(const Folder&) = delete;
-
-        std::filesystem::path path;
-    };
-
-    void skipTo(uint64_t frame);
-    void draw() const;
-
-    const Options mOptions;
-    const std::unique_ptr<FrameSource> mClip;
-    const uint64_t mFrame;
-    const Folder mFolder;
-    WarmUp mWarmUp{1};
-    std::unique_ptr<Session> mSession;
-};
+// Draws `frame` from what was dumped of it and of the one after it into `folder`. Throws
+// SessionFailed when there are no vectors from the one to the other.
+Image drawVectors(const std::filesystem::path& folder, uint64_t frame);
 
 }  // namespace qozplay

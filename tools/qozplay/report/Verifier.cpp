@@ -1,7 +1,7 @@
 #include "qozplay/report/Verifier.h"
 
 #include <algorithm>
-#include <numeric>
+#include <array>
 #include <utility>
 
 namespace qozplay {
@@ -15,20 +15,15 @@ std::string at(uint64_t timestamp) {
     return format("%.3f ms", static_cast<double>(timestamp) / 1000);
 }
 
-double meanLuma(const Nv12View& view) {
-    uint64_t sum = 0;
-    for (uint32_t y = 0; y < view.size.height; ++y) {
-        const uint8_t* row = view.luma + static_cast<size_t>(y) * static_cast<size_t>(view.stride);
-        sum = std::accumulate(row, row + view.size.width, sum);
-    }
-    return static_cast<double>(sum) / (static_cast<double>(view.size.width) * view.size.height);
-}
+constexpr std::array kPlanes{"luma", "U", "V"};
 
 }  // namespace
 
-void Verifier::taken(uint64_t frame, uint64_t timestamp, uint32_t interpolated) {
+void Verifier::taken(uint64_t frame, uint64_t timestamp, uint32_t interpolated,
+                     std::optional<PictureSummary> picture) {
     const bool follows = mAnyTaken && mWhy.empty();
-    mDue.push_back({frame, timestamp, follows ? interpolated : 0, std::exchange(mWhy, {})});
+    mDue.push_back({frame, timestamp, follows ? interpolated : 0, std::exchange(mWhy, {}),
+                    std::move(picture)});
     mAnyTaken = true;
 }
 
@@ -40,11 +35,15 @@ void Verifier::interrupted(const std::string& why) {
 }
 
 bool Verifier::take(const FinishedFrame& frame) {
-    came(frame.timestamp, meanLuma(frame.picture));
+    skipCleared(frame.timestamp);
+    const bool known = !mDue.empty() && mDue.front().picture;
+    const auto grid =
+        known ? mDue.front().picture->grid() : PictureSummary::gridFor(frame.picture.size);
+    came(frame.timestamp, PictureSummary::ofNv12(frame.picture, grid));
     return mViolation.empty();
 }
 
-void Verifier::came(uint64_t timestamp, double luma) {
+void Verifier::came(uint64_t timestamp, const PictureSummary& picture) {
     if (!mViolation.empty()) return;
     if (mLast == timestamp) return violate("the frame of " + at(timestamp) + " came out twice");
     if (mLast && timestamp < *mLast) {
@@ -62,9 +61,9 @@ void Verifier::came(uint64_t timestamp, double luma) {
             at(timestamp));
     }
     if (timestamp == next.timestamp) {
-        sourceCame(luma);
+        sourceCame(picture);
     } else {
-        interpolatedCame(timestamp, luma);
+        interpolatedCame(timestamp, picture);
     }
 }
 
@@ -76,9 +75,9 @@ void Verifier::skipCleared(uint64_t timestamp) {
     }
 }
 
-void Verifier::interpolatedCame(uint64_t timestamp, double luma) {
+void Verifier::interpolatedCame(uint64_t timestamp, const PictureSummary& picture) {
     const Source& next = mDue.front();
-    mBetween.push_back(luma);
+    mBetween.push_back(picture);
     const uint64_t index = mBetween.size();
     if (!mPrevious || index > next.interpolated) {
         return violate(
@@ -97,34 +96,63 @@ void Verifier::interpolatedCame(uint64_t timestamp, double luma) {
     ++mInterpolated;
 }
 
-void Verifier::sourceCame(double luma) {
+void Verifier::sourceCame(const PictureSummary& picture) {
     const Source next = std::move(mDue.front());
     mDue.pop_front();
     if (mBetween.size() != next.interpolated) {
         return violate(format("%zu of %u interpolated frames came out before source frame %llu",
                               mBetween.size(), next.interpolated, big(next.frame)));
     }
+    checkSource(next, picture);
     if (!next.why.empty()) {
         ++mEmpty[next.why];
     } else if (mPrevious) {
-        checkBrightness(luma);
+        checkInterpolated(picture);
         ++mIntervals;
     }
     ++mSources;
     mBetween.clear();
-    mPrevious = SourceSeen{next.frame, next.timestamp, luma};
+    mPrevious = SourceSeen{next.frame, next.timestamp, picture};
 }
 
-void Verifier::checkBrightness(double luma) {
-    const auto [low, high] = std::minmax(mPrevious->luma, luma);
-    for (const double mean : mBetween) {
-        const double drift = std::max({low - mean, mean - high, 0.0});
+void Verifier::checkSource(const Source& sent, const PictureSummary& picture) {
+    if (!sent.picture) return;
+    const PictureSummary::Yuv difference = sent.picture->farthest(picture);
+    for (size_t i = 0; i < difference.size(); ++i) {
+        mSourceDriftSeen = std::max(mSourceDriftSeen, difference[i]);
+        if (difference[i] <= kSourceDrift) continue;
+        violate(
+            format("source frame %llu came out as another picture: %s differs by %.1f in places",
+                   big(sent.frame), kPlanes[i], difference[i]));
+    }
+}
+
+void Verifier::checkInterpolated(const PictureSummary& picture) {
+    for (const PictureSummary& between : mBetween) {
+        checkPlanes(between, picture);
+        const double least = std::min(mPrevious->picture.spread(), picture.spread());
+        if (between.spread() >= kLeastSpread * least - 1) continue;
+        violate(
+            format("a frame interpolated after source frame %llu shows next to nothing: its "
+                   "luma spreads by %.1f, its neighbours' by %.1f and %.1f",
+                   big(mPrevious->frame), between.spread(), mPrevious->picture.spread(),
+                   picture.spread()));
+    }
+}
+
+void Verifier::checkPlanes(const PictureSummary& between, const PictureSummary& after) {
+    const PictureSummary::Yuv mean = between.mean();
+    for (size_t i = 0; i < mean.size(); ++i) {
+        const double first = mPrevious->picture.mean()[i];
+        const double second = after.mean()[i];
+        const auto [low, high] = std::minmax(first, second);
+        const double drift = std::max({low - mean[i], mean[i] - high, 0.0});
         mDriftSeen = std::max(mDriftSeen, drift);
         if (drift <= kDrift) continue;
         violate(
-            format("a frame interpolated after source frame %llu has a mean luma of %.1f, its "
+            format("a frame interpolated after source frame %llu has a mean %s of %.1f, its "
                    "neighbours %.1f and %.1f",
-                   big(mPrevious->frame), mean, mPrevious->luma, luma));
+                   big(mPrevious->frame), kPlanes[i], mean[i], first, second));
     }
 }
 
@@ -162,8 +190,10 @@ std::string Verifier::summary() const {
     if (mCleared != 0) text += "; " + counted(mCleared, "source frame") + " cleared away";
     if (mRefused != 0) text += "; " + counted(mRefused, "source frame") + " refused";
     return text + "; " + counted(mBuffers, "buffer") +
-           format(" returned once each; brightness within %.2f of the neighbours' (%.0f allowed)",
-                  mDriftSeen, kDrift);
+           format(
+               " returned once each; planes within %.2f of the neighbours' (%.0f allowed), source "
+               "frames within %.2f of what went in (%.0f)",
+               mDriftSeen, kDrift, mSourceDriftSeen, kSourceDrift);
 }
 
 }  // namespace qozplay

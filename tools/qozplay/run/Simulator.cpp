@@ -1,5 +1,7 @@
 #include "qozplay/run/Simulator.h"
 
+#include "client/LiveClient.h"
+
 #include <android/log.h>
 #ifdef QOZ_SERVICE_PROCESS
 #include <host/vppd/PrivateBus.h>
@@ -49,8 +51,8 @@ qoz::host::LogSink sinkTo(Console& console, const LogFilter& filter) {
 
 class InlineService final : public Simulator::Service {
   public:
-    // An inline service dies of an injected fault only, and sessions end as they do then.
-    bool died() const override { return false; }
+    // Of an injected fault.
+    bool died() const override { return !qoz::client::LiveClient::serviceLives(); }
     uint64_t faultsFired() const override { return 0; }
 
   private:
@@ -68,8 +70,8 @@ bool isOurs(const qoz::host::Fault& fault) {
 #ifdef QOZ_SERVICE_PROCESS
 class ServiceProcess final : public Simulator::Service {
   public:
-    explicit ServiceProcess(const std::vector<std::string>& faults)
-        : mBus(faults), mService(mBus.address()) {}
+    ServiceProcess(const std::vector<std::string>& faults, const std::filesystem::path& folder)
+        : mBus(faults, folder), mService(mBus.address()) {}
 
     bool died() const override { return mService.deaths() != 0; }
     uint64_t faultsFired() const override { return mService.faultsFired(); }
@@ -79,20 +81,21 @@ class ServiceProcess final : public Simulator::Service {
     qoz::host::RemoteVppService mService;
 };
 
-std::unique_ptr<Simulator::Service> startProcess(const Options& options) {
+std::unique_ptr<Simulator::Service> startProcess(const std::vector<qoz::host::Fault>& faults,
+                                                 const std::filesystem::path& folder) {
     std::vector<std::string> arguments;
-    for (const qoz::host::Fault& fault : options.faults) {
-        if (isOurs(fault)) continue;
+    for (const qoz::host::Fault& fault : faults) {
         arguments.insert(arguments.end(), {"--fault", qoz::host::toText(fault)});
     }
     try {
-        return std::make_unique<ServiceProcess>(arguments);
+        return std::make_unique<ServiceProcess>(arguments, folder);
     } catch (const std::exception& error) {
-        throw BadInput(std::string("--service process: ") + error.what());
+        throw SessionFailed(std::string("--service process: ") + error.what());
     }
 }
 #else
-std::unique_ptr<Simulator::Service> startProcess(const Options&) {
+std::unique_ptr<Simulator::Service> startProcess(const std::vector<qoz::host::Fault>&,
+                                                 const std::filesystem::path&) {
     throw BadInput("--service process: this player was built without D-Bus");
 }
 #endif
@@ -103,10 +106,15 @@ Simulator::Simulator(const Options& options, Console& console) {
     setProperties(options);
     mOldSink = qoz::host::setLogSink(sinkTo(console, options.log));
     if (!options.trace.empty()) qoz::host::startTrace();
-    mService = options.serviceProcess ? startProcess(options) : std::make_unique<InlineService>();
     for (const qoz::host::Fault& fault : options.faults) {
-        if (!options.serviceProcess || isOurs(fault)) qoz::host::armFault(fault);
+        if (options.serviceProcess && !isOurs(fault)) {
+            mRemoteFaults.push_back(fault);
+        } else {
+            qoz::host::armFault(fault);
+        }
     }
+    mService = options.serviceProcess ? startProcess(mRemoteFaults, mFolder.path())
+                                      : std::make_unique<InlineService>();
 }
 
 Simulator::~Simulator() {
@@ -116,10 +124,13 @@ Simulator::~Simulator() {
     qoz::host::setLogSink(std::move(mOldSink));
 }
 
-void Simulator::dumpInto(const std::string& folder) {
-    set("debug.qoz.dump.dir", folder);
-    set("vendor.qoz.dump.enable", "true");
-    set("vendor.qoz.dump.mv.enable", "true");
+void Simulator::dump(std::optional<uint64_t> frame) {
+    const char* on = frame ? "true" : "false";
+    set("vendor.qoz.dump.enable", on);
+    set("vendor.qoz.dump.mv.enable", on);
+    if (!frame) return;
+    set("debug.qoz.dump.dir", mFolder.path());
+    set("debug.qoz.dump.frames", format("%llu-%llu", big(*frame), big(*frame + 1)));
 }
 
 bool Simulator::serviceDied() const {
@@ -130,8 +141,17 @@ uint64_t Simulator::faultsFired() const {
     return qoz::host::faultsFired() + mService->faultsFired();
 }
 
-void Simulator::saveTrace(const std::string& path) {
-    if (!qoz::host::stopTrace(path)) throw SessionFailed("cannot write " + path);
+// The service's process tells only how many there were, and after its death not even that.
+std::vector<std::string> Simulator::unfiredFaults() const {
+    std::vector<qoz::host::Fault> unfired = qoz::host::unfiredFaults();
+    if (mService->faultsFired() == 0 && !serviceDied()) {
+        unfired.insert(unfired.end(), mRemoteFaults.begin(), mRemoteFaults.end());
+    }
+    std::vector<std::string> texts;
+    for (const qoz::host::Fault& fault : unfired) {
+        texts.push_back(qoz::host::toText(fault));
+    }
+    return texts;
 }
 
 }  // namespace qozplay

@@ -4,11 +4,16 @@
 
 #include "qozplay/cli/Console.h"
 #include "qozplay/cli/Options.h"
+#include "qozplay/run/TemporaryFolder.h"
 
 #include <host/control.h>
 
 #include <cstdint>
+#include <filesystem>
 #include <memory>
+#include <optional>
+#include <string>
+#include <vector>
 
 namespace qozplay {
 
@@ -21,17 +26,19 @@ class Simulator {
     Simulator(const Simulator&) = delete;
     Simulator& operator=(const Simulator&) = delete;
 
-    // Components made from now on dump what they work on, vectors as well. Throws BadInput.
-    void dumpInto(const std::string& folder);
+    // Components made from now on dump what they work on of this frame and the next, vectors as
+    // well; none: they dump nothing. Throws BadInput.
+    void dump(std::optional<uint64_t> frame);
 
-    // Throws SessionFailed when the trace cannot be written.
-    void saveTrace(const std::string& path);
+    // Where to, and for whatever else lasts as long as the run.
+    const std::filesystem::path& folder() const { return mFolder.path(); }
 
     // The service has died under the sessions: what it holds does not come back. Any thread.
     bool serviceDied() const;
 
-    // Here and in the service's process.
+    // Here and in the service's process. Those that never fired are told by the text of each.
     uint64_t faultsFired() const;
+    std::vector<std::string> unfiredFaults() const;
 
     // Inline, or a process.
     class Service {
@@ -42,6 +49,8 @@ class Simulator {
     };
 
   private:
+    const TemporaryFolder mFolder;
+    std::vector<qoz::host::Fault> mRemoteFaults;  // armed in the service's process
     qoz::host::LogSink mOldSink;
     std::unique_ptr<Service> mService;
 };

@@ -4,6 +4,7 @@
 
 #include <libyuv.h>
 
+#include <new>
 #include <utility>
 
 namespace qozplay {
@@ -24,23 +25,20 @@ SessionFailed stalled(const Stream& stream) {
 
 }  // namespace
 
-Session::Session(const Options& options, std::string name, FrameSource& source,
-                 std::vector<FrameSink*> sinks, WarmUp& warmUp, std::function<bool()> serviceDied,
-                 Console* console)
-    : mOptions(options),
-      mName(std::move(name)),
+Session::Session(SessionPlan plan, FrameSource& source, std::vector<FrameSink*> sinks,
+                 SessionSurroundings surroundings)
+    : mPlan(std::move(plan)),
+      mAround(std::move(surroundings)),
       mSource(source),
-      mWarmUp(warmUp),
-      mConsole(console),
-      mSchedule(options.changes),
-      mSettings{options.interp, options.upscaleIndex, source.size()},
+      mSchedule(mPlan.changes),
+      mSettings{mPlan.interp, mPlan.upscaleIndex, source.size()},
       mWanted(mSettings),
-      mReturns(mName),
+      mReturns(mPlan.name),
       mVpp(std::make_shared<android::VppComponent>()),
-      mStream(mVpp, mReturns, withVerifier(std::move(sinks)), std::move(serviceDied)) {}
+      mStream(mVpp, mReturns, withVerifier(std::move(sinks)), mAround.serviceDied) {}
 
 std::vector<FrameSink*> Session::withVerifier(std::vector<FrameSink*> sinks) {
-    if (mOptions.verify) sinks.push_back(&mVerifier.emplace());
+    if (mPlan.verify) sinks.push_back(&mVerifier.emplace());
     return sinks;
 }
 
@@ -64,7 +62,9 @@ void Session::attempt(Work work) {
     } catch (const BadInput& error) {
         if (mStats.failure.empty()) mStats.badInput = true;
         if (mStats.failure.empty()) mStats.failure = error.what();
-    } catch (const SessionFailed& error) {
+    } catch (const std::bad_alloc&) {
+        if (mStats.failure.empty()) mStats.failure = "there is too little memory";
+    } catch (const std::exception& error) {
         logState();
         if (mStats.failure.empty()) mStats.failure = error.what();
     }
@@ -76,11 +76,11 @@ void Session::logState() {
 }
 
 android::ConfigParams Session::paramsFor(const Settings& settings) const {
-    return {mOptions.aisOnly ? kModeAisOnly : kModeFrc, 0, settings.interp, settings.upscaleIndex};
+    return {mPlan.aisOnly ? kModeAisOnly : kModeFrc, 0, settings.interp, settings.upscaleIndex};
 }
 
 void Session::start() {
-    if (!mVpp->enable(mName, &mReturns, mOptions.log.wantsDiagnostics())) {
+    if (!mVpp->enable(mPlan.name, &mReturns, mPlan.diagnostics)) {
         throw SessionFailed("the session could not be enabled");
     }
     mVpp->config(mSettings.size.width, mSettings.size.height, qoz::client::kRgba,
@@ -89,16 +89,17 @@ void Session::start() {
         throw SessionFailed(format("the session did not start, its state is %s",
                                    qoz::client::nameOf(mVpp->state())));
     }
-    mStream.follow();
+    mStream.follow(mSettings.size);
     mStats.firstOutput = mStream.outputSize();
 }
 
 void Session::feed() {
-    for (uint64_t frame = 0; frame != mOptions.frames; ++frame) {
+    for (uint64_t frame = 0; frame != mPlan.frames; ++frame) {
         if (!feedFrame(frame)) break;
-        if (frame + 1 == WarmUp::kFrames) mWarmUp.passed();
-        if (mConsole == nullptr) continue;
-        mConsole->progress(frame + 1, mStream.framesOut(), mStream.outstanding());
+        if (frame + 1 == kWarmUpFrames) mAround.warmUp.passed();
+        if (mAround.progress) {
+            mAround.progress(frame + 1, mStream.framesOut(), mStream.outstanding());
+        }
     }
 }
 
@@ -108,7 +109,7 @@ void Session::drain() {
 
 bool Session::feedFrame(uint64_t frame) {
     if (!mStream.awaitRoom()) throw stalled(mStream);
-    if (mStream.stopped()) return false;
+    if (mStream.stopped() || mAround.stop.requested()) return false;
     std::vector<Change> due = mSchedule.due(frame);
     for (const Change& change : due) {
         if (change.kind == Change::Kind::Size) mWanted.size = change.size;
@@ -140,7 +141,7 @@ bool Session::fill(int32_t slot) {
                                            android::GraphicBuffer::USAGE_SW_WRITE_OFTEN);
     const size_t stride = pixels.stride() * 4;
     const Size clip = mSource.size();
-    if (pixels.size() == clip) return mSource.next(pixels.data(), stride);
+    if (pixels.size() == clip) return mSource.next(pixels.data(), stride) && summarise(pixels);
     const size_t clipStride = size_t{4} * clip.width;
     mUnscaled.resize(clipStride * clip.height);
     if (!mSource.next(mUnscaled.data(), clipStride)) return false;
@@ -148,6 +149,13 @@ bool Session::fill(int32_t slot) {
                       static_cast<int>(clip.height), pixels.data(), static_cast<int>(stride),
                       static_cast<int>(pixels.size().width), static_cast<int>(pixels.size().height),
                       libyuv::kFilterBox);
+    return summarise(pixels);
+}
+
+bool Session::summarise(const qoz::client::LockedPixels& pixels) {
+    if (mVerifier) {
+        mPicture = PictureSummary::ofRgba(pixels.data(), pixels.stride() * 4, pixels.size());
+    }
     return true;
 }
 
@@ -177,15 +185,15 @@ void Session::sendSource(uint64_t frame, int32_t slot) {
     std::optional<android::ConfigParams> config;
     if (carries) config = paramsFor(mWanted);
     if (mVerifier && resized) mVerifier->interrupted("size change");
-    const int64_t timestamp = timestampOf(mSource.rate(), frame);
+    const int64_t timestamp = mSource.timeOf(frame);
     const bool taken = mStream.send(slot, timestamp, config);
-    if (mReturns.takeConfigChanged() || resized) mStream.follow();
+    if (mReturns.takeConfigChanged() || resized) mStream.follow(mWanted.size);
     if (!taken) {  // the next frame carries the settings again
         if (mVerifier) mVerifier->refused();
         return;
     }
     const uint64_t microseconds = static_cast<uint64_t>(timestamp) / 1000;
-    if (mVerifier) mVerifier->taken(frame, microseconds, mSettings.interp);
+    if (mVerifier) mVerifier->taken(frame, microseconds, mSettings.interp, std::move(mPicture));
     mSettings = mWanted;
     if (!rescaled) return;
     mStream.tracker().flushed();
@@ -218,10 +226,18 @@ void Session::collect() {
     mStats.lastOutput = mStream.outputSize();
     mStats.ledger = mReturns.ledger();
     if (mVerifier) verify();
+    nameCause();
     const std::vector<Change>& left = mSchedule.left();
     mStats.notReached.insert(mStats.notReached.end(), left.begin(), left.end());
     mStream.clear();
     mVpp.reset();
+}
+
+// Whatever failed first, it is the consequence.
+void Session::nameCause() {
+    if (mStats.failure.empty() || mStats.badInput || !mStream.serviceDied()) return;
+    if (mStats.failure.find("the service died") != std::string::npos) return;
+    mStats.failure = "the service died: " + mStats.failure;
 }
 
 void Session::verify() {

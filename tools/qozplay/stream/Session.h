@@ -1,9 +1,8 @@
 // One session from beginning to end: enable, config, frame after frame, flush, disable.
 #pragma once
 
-#include "qozplay/cli/Console.h"
-#include "qozplay/cli/Options.h"
 #include "qozplay/media/FrameSource.h"
+#include "qozplay/media/StopRequest.h"
 #include "qozplay/report/Stats.h"
 #include "qozplay/report/Verifier.h"
 #include "qozplay/stream/Stream.h"
@@ -14,12 +13,33 @@
 
 namespace qozplay {
 
+// What a session does, of all that the options say.
+struct SessionPlan {
+    std::string name;
+    uint32_t interp = 1;
+    uint32_t upscaleIndex = 0;
+    bool aisOnly = false;
+    std::optional<uint64_t> frames;  // none: as many as there are
+    std::vector<Change> changes;
+    bool verify = false;
+    bool diagnostics = false;
+};
+
+// What it shares with the other sessions of the run.
+struct SessionSurroundings {
+    WarmUp& warmUp;
+    const StopRequest& stop;
+    std::function<bool()> serviceDied;
+    // Told of frames in, frames out and buffers outstanding after each frame; empty: nobody is.
+    std::function<void(uint64_t in, uint64_t out, size_t outstanding)> progress;
+};
+
 class Session {
   public:
-    // `console` shows the progress of this session; null: none.
-    Session(const Options& options, std::string name, FrameSource& source,
-            std::vector<FrameSink*> sinks, WarmUp& warmUp, std::function<bool()> serviceDied,
-            Console* console);
+    // Makes its component here, with the properties that are in force. The source, the sinks and
+    // the surroundings outlive it.
+    Session(SessionPlan plan, FrameSource& source, std::vector<FrameSink*> sinks,
+            SessionSurroundings surroundings);
 
     // To be run once. Failures are in the result. The object must outlive the service: a session
     // that ended badly may still call it.
@@ -40,24 +60,25 @@ class Session {
     void drain();
     bool feedFrame(uint64_t frame);
     bool fill(int32_t slot);
+    bool summarise(const qoz::client::LockedPixels& pixels);
     void flush(const Change& change);
     void sendSource(uint64_t frame, int32_t slot);
     void finish();
     void collect();
     void verify();
+    void nameCause();
     std::vector<FrameSink*> withVerifier(std::vector<FrameSink*> sinks);
     void logState();
     android::ConfigParams paramsFor(const Settings& settings) const;
 
-    const Options& mOptions;
-    const std::string mName;
+    const SessionPlan mPlan;
+    const SessionSurroundings mAround;
     FrameSource& mSource;
-    WarmUp& mWarmUp;
-    Console* const mConsole;
     ChangeSchedule mSchedule;
     Settings mSettings;  // in force
     Settings mWanted;    // from the next frame on
     std::vector<uint8_t> mUnscaled;
+    std::optional<PictureSummary> mPicture;  // of the frame to be sent, for the verifier
     ReturnQueue mReturns;
     std::shared_ptr<android::VppComponent> mVpp;
     std::optional<Verifier> mVerifier;  // none: nobody asked

@@ -26,7 +26,8 @@ Stream::Stream(std::shared_ptr<android::VppComponent> vpp, ReturnQueue& returns,
       mSinks(std::move(sinks)),
       mServiceDied(std::move(serviceDied)) {}
 
-void Stream::follow() {
+void Stream::follow(Size source) {
+    mSourceSize = source;
     const Size size{mVpp->expectedOutputWidth(), mVpp->expectedOutputHeight()};
     mWanted = mVpp->outBufReqsPerFrame() * kDepth;
     mOutputs.reshape(size, mWanted + kSpareOutputs);
@@ -122,7 +123,7 @@ void Stream::consume(const ReturnedBuffer& done) {
     if (mSinks.empty() || mStopped) return;
     const qoz::client::LockedPixels pixels(mOutputs.buffer(done.slot),
                                            GraphicBuffer::USAGE_SW_READ_OFTEN);
-    const FinishedFrame frame{done.timestamp, source, pixels.nv12()};
+    const FinishedFrame frame{done.timestamp, source, pixels.nv12(), converterMatrix(mSourceSize)};
     for (FrameSink* sink : mSinks) {
         if (!sink->take(frame)) mStopped = true;
     }

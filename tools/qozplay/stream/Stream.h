@@ -34,9 +34,9 @@ class Stream {
     Stream(std::shared_ptr<android::VppComponent> vpp, ReturnQueue& returns,
            std::vector<FrameSink*> sinks, std::function<bool()> serviceDied);
 
-    // Takes over the output size and the number of output buffers per frame that the component has
-    // now.
-    void follow();
+    // For sources of this size from now on: takes over the output size and the number of output
+    // buffers per frame that the component has now.
+    void follow(Size source);
 
     // Keeps as many output buffers with the component as the frames under way need.
     void queueOutputs();
@@ -85,6 +85,7 @@ class Stream {
     std::optional<Clock::time_point> mFirstIn;
     Clock::time_point mLastOut;
     uint64_t mFramesOut = 0;
+    Size mSourceSize;
     bool mStopped = false;
 };
 

@@ -10,8 +10,6 @@ namespace qozplay {
 
 class WarmUp {
   public:
-    static constexpr uint64_t kFrames = 10;
-
     explicit WarmUp(uint32_t sessions) : mWaitingFor(sessions) {}
 
     void passed();  // by each session once; any thread

@@ -1,0 +1,325 @@
+#include "qozplay/media/MediaReader.h"
+
+extern "C" {
+#include <libavutil/display.h>
+#include <libavutil/pixdesc.h>
+}
+
+#include <fcntl.h>
+#include <libyuv.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <utility>
+
+namespace qozplay {
+namespace {
+
+constexpr AVRational kNanoseconds{1, 1'000'000'000};
+constexpr AVRational kMicroseconds{1, 1'000'000};
+
+// To a level at most, at ten times the cost of less; what is common goes another way.
+constexpr int kScalerFlags = SWS_BILINEAR | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT;
+
+bool isFullRange(const AVFrame& frame) {
+    const char* name = av_get_pix_fmt_name(static_cast<AVPixelFormat>(frame.format));
+    return frame.color_range == AVCOL_RANGE_JPEG ||
+           (name != nullptr && std::strncmp(name, "yuvj", 4) == 0);
+}
+
+// The matrices that the exact and fast way over 8-bit 4:2:0 knows; null: it does not. The constants
+// are those for R and B, U and V in each other's place.
+const libyuv::YuvConstants* exactMatrix(AVColorSpace matrix, bool full) {
+    switch (matrix) {
+        case AVCOL_SPC_BT709:
+            return full ? &libyuv::kYvuF709Constants : &libyuv::kYvuH709Constants;
+        case AVCOL_SPC_SMPTE170M:
+        case AVCOL_SPC_BT470BG:
+            return full ? &libyuv::kYvuJPEGConstants : &libyuv::kYvuI601Constants;
+        default:
+            return nullptr;
+    }
+}
+
+}  // namespace
+
+MediaReader::MediaReader(const std::string& path, std::optional<Size> rawSize, Rate rawRate,
+                         const StopRequest& stop)
+    : mName(path == "-" ? "standard input" : path),
+      mStop(stop),
+      mFrame(owned(av_frame_alloc())),
+      mConverted(owned(av_frame_alloc())) {
+    openFile(path);
+    openContainer(rawSize, rawRate);
+    chooseStreams();
+    refuseRotation();
+    openDecoder();
+    describe();
+}
+
+void MediaReader::openFile(const std::string& path) {
+    mFile.set(path == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3)
+                          : open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (mFile.get() < 0) throw BadInput("cannot read " + mName + ": " + std::strerror(errno));
+    struct stat info {};
+    if (fstat(mFile.get(), &info) == 0 && S_ISDIR(info.st_mode)) {
+        throw BadInput("cannot read " + mName + ": it is a directory");
+    }
+    if (S_ISREG(info.st_mode) && info.st_size == 0) throw BadInput(mName + " is empty");
+    mIo.emplace(mFile.get(), MediaIo::Direction::Read, mStop);
+}
+
+void MediaReader::openContainer(std::optional<Size> rawSize, Rate rawRate) {
+    AVFormatContext* context = avformat_alloc_context();
+    if (context == nullptr) throw std::bad_alloc();
+    context->pb = mIo->context();
+    AVDictionary* options = nullptr;
+    if (rawSize) {
+        av_dict_set(&options, "video_size", toText(*rawSize).c_str(), 0);
+        av_dict_set(&options, "pixel_format", "rgba", 0);
+        av_dict_set(&options, "framerate", format("%u/%u", rawRate.num, rawRate.den).c_str(), 0);
+    }
+    const AVInputFormat* input = rawSize ? av_find_input_format("rawvideo") : nullptr;
+    const int error = avformat_open_input(&context, mName.c_str(), input, &options);
+    av_dict_free(&options);
+    mContainer.reset(context);  // freed and null on an error
+    if (error < 0)
+        throw BadInput("cannot read " + mName + ": it is not a clip (" + avText(error) + ")");
+    const int found = avformat_find_stream_info(context, nullptr);
+    if (found < 0) throw BadInput("cannot read " + mName + ": " + avText(found));
+}
+
+void MediaReader::chooseStreams() {
+    const int best = av_find_best_stream(mContainer.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+    if (best < 0) throw BadInput(mName + " has no video in it");
+    mVideo = static_cast<size_t>(best);
+    mStart = mContainer->start_time != AV_NOPTS_VALUE ? mContainer->start_time : 0;
+    mTrackOfStream.assign(mContainer->nb_streams, -1);
+    for (size_t i = 0; i < mContainer->nb_streams; ++i) {
+        AVStream& one = *mContainer->streams[i];
+        if (one.codecpar->codec_type == AVMEDIA_TYPE_AUDIO) {
+            mTrackOfStream[i] = static_cast<int>(mAudio.tracks.size());
+            mAudio.tracks.push_back({owned(avcodec_parameters_alloc()), one.time_base});
+            avcodec_parameters_copy(mAudio.tracks.back().parameters.get(), one.codecpar);
+        } else if (i != mVideo) {
+            one.discard = AVDISCARD_ALL;
+        }
+    }
+}
+
+// The frames are handed on as they lie in the clip.
+void MediaReader::refuseRotation() const {
+    const auto* matrix = reinterpret_cast<const int32_t*>(
+        av_stream_get_side_data(&stream(), AV_PKT_DATA_DISPLAYMATRIX, nullptr));
+    if (matrix == nullptr) return;
+    const double angle = av_display_rotation_get(matrix);
+    if (std::isnan(angle) || std::abs(angle) < 1) return;
+    throw BadInput(
+        format("%s is to be shown turned by %.0f degrees, which is not done here; "
+               "turn its frames first",
+               mName.c_str(), std::abs(angle)));
+}
+
+void MediaReader::openDecoder() {
+    const AVCodecParameters& parameters = *stream().codecpar;
+    const AVCodec* codec = avcodec_find_decoder(parameters.codec_id);
+    if (codec == nullptr) {
+        throw BadInput(mName + ": there is no decoder for " +
+                       avcodec_get_name(parameters.codec_id));
+    }
+    mDecoder = owned(avcodec_alloc_context3(codec));
+    avcodec_parameters_to_context(mDecoder.get(), &parameters);
+    mDecoder->pkt_timebase = stream().time_base;
+    const int error = avcodec_open2(mDecoder.get(), codec, nullptr);
+    if (error < 0) throw BadInput(mName + ": " + avText(error));
+}
+
+void MediaReader::describe() {
+    const AVCodecParameters& parameters = *stream().codecpar;
+    if (parameters.width <= 0 || parameters.height <= 0) {
+        throw BadInput(mName + ": a size of 0 holds no picture");
+    }
+    mSize = {static_cast<uint32_t>(parameters.width), static_cast<uint32_t>(parameters.height)};
+    if (std::max(mSize.width, mSize.height) > kMaxSide) {
+        throw BadInput(format("%s: a side is more than %u", mName.c_str(), kMaxSide));
+    }
+    AVStream* video = mContainer->streams[mVideo];
+    const AVRational rate = av_guess_frame_rate(mContainer.get(), video, nullptr);
+    const AVRational average = video->avg_frame_rate;
+    const AVRational chosen = average.num > 0 ? average : rate;
+    if (chosen.num > 0 && chosen.den > 0) {
+        mRate = {static_cast<uint32_t>(chosen.num), static_cast<uint32_t>(chosen.den)};
+    }
+    const AVRational aspect = av_guess_sample_aspect_ratio(mContainer.get(), video, nullptr);
+    if (aspect.num > 0 && aspect.den > 0) mAspect = aspect;
+    mTags = {parameters.color_primaries, parameters.color_trc};
+}
+
+std::optional<uint64_t> MediaReader::length() const {
+    if (mIo->context()->seekable == 0) return std::nullopt;
+    if (stream().nb_frames > 0) return static_cast<uint64_t>(stream().nb_frames);
+    if (mContainer->duration <= 0) return std::nullopt;
+    const AVRational frame{static_cast<int>(mRate.den), static_cast<int>(mRate.num)};
+    return static_cast<uint64_t>(av_rescale_q(mContainer->duration, kMicroseconds, frame));
+}
+
+bool MediaReader::next(uint8_t* rgba, size_t stride) {
+    if (!decode()) {
+        if (!mDamage.empty()) throw BadInput(mDamage);
+        return false;
+    }
+    advanceTime();
+    convert(rgba, stride);
+    ++mFrames;
+    return true;
+}
+
+// False: there are no more frames.
+bool MediaReader::decode() {
+    for (;;) {
+        if (mStop.requested()) return false;
+        const int got = avcodec_receive_frame(mDecoder.get(), mFrame.get());
+        if (got == 0) return true;
+        if (got == AVERROR_EOF) return false;
+        if (got != AVERROR(EAGAIN)) {
+            throw BadInput(format("%s: frame %llu is damaged: %s", mName.c_str(), big(mFrames),
+                                  avText(got).c_str()));
+        }
+        feed();
+    }
+}
+
+// The next packet of the video into the decoder; at the end of the clip the word that it was the
+// last.
+void MediaReader::feed() {
+    for (;;) {
+        AvPtr<AVPacket> packet = owned(av_packet_alloc());
+        const int got = av_read_frame(mContainer.get(), packet.get());
+        if (got < 0 || (packet->flags & AV_PKT_FLAG_CORRUPT) != 0) {
+            if (got >= 0 || (got != AVERROR_EOF && got != AVERROR_EXIT)) {
+                mDamage = format("%s is damaged behind frame %llu: %s", mName.c_str(), big(mFrames),
+                                 got < 0 ? avText(got).c_str() : "a frame is cut short");
+            } else {
+                checkWhole();
+            }
+            mDraining = true;
+            avcodec_send_packet(mDecoder.get(), nullptr);
+            return;
+        }
+        if (packet->stream_index != static_cast<int>(mVideo)) {
+            take(std::move(packet));
+            continue;
+        }
+        mWholeUpTo = std::max(mWholeUpTo, packet->pos + packet->size);
+        const int sent = avcodec_send_packet(mDecoder.get(), packet.get());
+        if (sent == 0) return;
+        throw BadInput(format("%s: frame %llu is damaged: %s", mName.c_str(), big(mFrames),
+                              avText(sent).c_str()));
+    }
+}
+
+// A y4m clip that ends within a frame looks to libavformat like one that ends before it.
+void MediaReader::checkWhole() {
+    if (std::strcmp(mContainer->iformat->name, "yuv4mpegpipe") != 0) return;
+    if (mStop.requested() || avio_tell(mIo->context()) == mWholeUpTo) return;
+    mDamage = format("%s: frame %llu is cut short", mName.c_str(), big(mFrames));
+}
+
+void MediaReader::take(AvPtr<AVPacket> packet) {
+    const auto index = static_cast<size_t>(packet->stream_index);
+    if (index >= mTrackOfStream.size() || mTrackOfStream[index] < 0) return;
+    const auto track = static_cast<size_t>(mTrackOfStream[index]);
+    const int64_t start = av_rescale_q(mStart, kMicroseconds, mAudio.tracks[track].timeBase);
+    if (packet->pts != AV_NOPTS_VALUE) packet->pts -= start;
+    if (packet->dts != AV_NOPTS_VALUE) packet->dts -= start;
+    mAudio.packets.push_back({track, std::move(packet)});
+}
+
+// Frames without a time, or with one that does not rise, follow at the clip's rate.
+void MediaReader::advanceTime() {
+    const int64_t step = timestampOf(mRate, 1);
+    int64_t time = mTime < 0 ? 0 : mTime + step;
+    if (mFrame->best_effort_timestamp != AV_NOPTS_VALUE) {
+        const int64_t start = av_rescale_q(mStart, kMicroseconds, kNanoseconds);
+        const int64_t own =
+            av_rescale_q(mFrame->best_effort_timestamp, stream().time_base, kNanoseconds) - start;
+        if (own >= 0 && own / 1000 > mTime / 1000) time = own;
+        if (own >= 0 && mTime < 0) time = own;
+    }
+    mTime = time;
+}
+
+// A frame may differ from the one before in all of this.
+void MediaReader::prepareScaler() {
+    const AVFrame& frame = *mFrame;
+    if (mScaler != nullptr && mScaled.width == frame.width && mScaled.height == frame.height &&
+        mScaled.format == frame.format && mScaled.colorspace == frame.colorspace &&
+        mScaled.color_range == frame.color_range) {
+        return;
+    }
+    mScaled.width = frame.width;
+    mScaled.height = frame.height;
+    mScaled.format = frame.format;
+    mScaled.colorspace = frame.colorspace;
+    mScaled.color_range = frame.color_range;
+    mScaler.reset(sws_getContext(frame.width, frame.height,
+                                 static_cast<AVPixelFormat>(frame.format),
+                                 static_cast<int>(mSize.width), static_cast<int>(mSize.height),
+                                 AV_PIX_FMT_RGBA, kScalerFlags, nullptr, nullptr, nullptr));
+    if (mScaler == nullptr) {
+        const char* name = av_get_pix_fmt_name(static_cast<AVPixelFormat>(frame.format));
+        throw BadInput(mName + ": no way from " + (name != nullptr ? name : "its pixels") +
+                       " to RGB");
+    }
+    const AVColorSpace matrix = matrixOf(frame);
+    sws_setColorspaceDetails(mScaler.get(), sws_getCoefficients(matrix), isFullRange(frame) ? 1 : 0,
+                             sws_getCoefficients(matrix), 1, 0, 1 << 16, 1 << 16);
+}
+
+AVColorSpace MediaReader::matrixOf(const AVFrame& frame) const {
+    return frame.colorspace != AVCOL_SPC_UNSPECIFIED ? frame.colorspace : usualMatrix(mSize);
+}
+
+// False: the frame is of another form.
+bool MediaReader::convertExactly(uint8_t* rgba, size_t stride) const {
+    const AVFrame& frame = *mFrame;
+    const bool planar = frame.format == AV_PIX_FMT_YUV420P || frame.format == AV_PIX_FMT_YUVJ420P;
+    const auto* matrix = exactMatrix(matrixOf(frame), isFullRange(frame));
+    const bool sized = frame.width == static_cast<int>(mSize.width) &&
+                       frame.height == static_cast<int>(mSize.height);
+    if (!planar || !sized || matrix == nullptr) return false;
+    libyuv::I420ToARGBMatrix(frame.data[0], frame.linesize[0], frame.data[2], frame.linesize[2],
+                             frame.data[1], frame.linesize[1], rgba, static_cast<int>(stride),
+                             matrix, frame.width, frame.height);
+    return true;
+}
+
+// The scaler writes rows in whole vectors, so those of a width that is no multiple get room of
+// ours.
+void MediaReader::convert(uint8_t* rgba, size_t stride) {
+    constexpr uint32_t kVector = 16;  // pixels
+    if (convertExactly(rgba, stride)) return;
+    prepareScaler();
+    const size_t row = size_t{4} * mSize.width;
+    uint8_t* planes[4] = {rgba};
+    int strides[4] = {static_cast<int>(stride)};
+    const bool direct = mSize.width % kVector == 0;
+    if (!direct && mConverted->data[0] == nullptr) {
+        mConverted->format = AV_PIX_FMT_RGBA;
+        mConverted->width = static_cast<int>((mSize.width / kVector + 1) * kVector);
+        mConverted->height = static_cast<int>(mSize.height);
+        if (av_frame_get_buffer(mConverted.get(), 0) < 0) throw std::bad_alloc();
+    }
+    if (!direct) planes[0] = mConverted->data[0];
+    if (!direct) strides[0] = mConverted->linesize[0];
+    sws_scale(mScaler.get(), mFrame->data, mFrame->linesize, 0, mFrame->height, planes, strides);
+    for (uint32_t y = 0; !direct && y < mSize.height; ++y) {
+        std::memcpy(rgba + y * stride, planes[0] + y * static_cast<size_t>(strides[0]), row);
+    }
+}
+
+}  // namespace qozplay

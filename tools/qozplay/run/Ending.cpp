@@ -1,0 +1,73 @@
+#include "qozplay/run/Ending.h"
+
+#include "qozplay/run/TemporaryFolder.h"
+
+#include <unistd.h>
+
+#include <csignal>
+#include <cstring>
+#include <exception>
+#include <memory>
+#include <new>
+#include <system_error>
+#include <thread>
+
+namespace qozplay {
+namespace {
+
+// Freed when all memory is used up, for what still has to be done.
+std::unique_ptr<char[]> gReserve;
+
+void say(const char* text) {
+    (void)!write(STDERR_FILENO, text, std::strlen(text));
+}
+
+[[noreturn]] void endNow() {
+    gReserve.reset();
+    say("qozplay: ");
+    try {
+        if (const auto current = std::current_exception()) std::rethrow_exception(current);
+        say("ended without a reason given");
+    } catch (const std::bad_alloc&) {
+        say("there is too little memory");
+    } catch (const std::exception& error) {
+        say(error.what());
+    } catch (...) {
+        say("ended for an unknown reason");
+    }
+    say("\n");
+    TemporaryFolder::removeForGood();
+    _exit(1);
+}
+
+void waitForSignals(const sigset_t& signals, StopRequest& stop) {
+    int signal = 0;
+    sigwait(&signals, &signal);
+    stop.request(signal);
+    sigwait(&signals, &signal);
+    TemporaryFolder::removeForGood();
+    _exit(128 + signal);
+}
+
+}  // namespace
+
+void endPlainly() {
+    constexpr size_t kReserve = 1 << 18;  // bytes
+    gReserve = std::make_unique<char[]>(kReserve);
+    std::set_terminate(endNow);
+}
+
+void stopOnSignals(StopRequest& stop) {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+        sigaddset(&signals, signal);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    try {
+        std::thread([signals, &stop] { waitForSignals(signals, stop); }).detach();
+    } catch (const std::system_error&) {  // then they end it at once, as they always did
+        pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+    }
+}
+
+}  // namespace qozplay
