@@ -21,7 +21,6 @@
 #include <aidl/vendor/vuq/hardware/vpp/VppBuffer.h>
 #include <aidl/vendor/vuq/hardware/vpp/VppCtrlFrcSegment.h>
 #include <android-base/thread_annotations.h>
-#include <cutils/native_handle.h>
 #include <qoz/ClientTypes.h>
 
 #include <array>
@@ -74,31 +73,28 @@ class __attribute__((visibility("default"))) VppComponent
     /// without disable() nothing ends, even if the client lets go of it.
     virtual ~VppComponent();
 
-    /// Finds the service, opens a session and starts the output worker. A std::shared_ptr owns the
-    /// component by now. `name` begins every log message; `callback` may be null and outlives the
-    /// component; `debug` logs changes of state. Moves the calling thread into the system's cpuset
-    /// where there are cpusets. False, with the reason in the log, leaves UNINIT, or ERROR when the
-    /// service refused the session: then call disable() first. Waits: about 1.4 s for a service
-    /// that is not there, and for the worker. What arrives from a previous session is dropped from
-    /// now on.
+    /// Finds the service, opens a session and starts the output worker. `name` begins every log
+    /// message; `callback` may be null and outlives the component; `debug` logs changes of state.
+    /// Moves the calling thread into the system's cpuset where there are cpusets. False, with the
+    /// reason in the log, leaves UNINIT, or ERROR when the service refused the session: then call
+    /// disable() first. Waits: about 1.4 s for a service that is not there, and for the worker.
     bool enable(const std::string& name, IQOZCallback* callback, bool debug);
 
     /// Sets size (pixels), pixel format (QOZFormat) and settings of the sources, and has the worker
     /// start the session. The getters answer for the new settings when this returns. `wait`:
-    /// returns after the first start that this component has ever finished; later ones are not
-    /// waited for here, but by the next process(). state() tells whether a first start succeeded. A
-    /// later one that fails leaves ACTIVE (or ERROR, when the settings were refused) and an error
-    /// message; call disable() and enable() before config() if the outcome must be known. Waits:
-    /// for a start under way, and for a delivery in progress.
+    /// returns when the first start that this component ever made has finished; the next process()
+    /// waits for later ones. state() tells whether a first start succeeded; a later one that fails
+    /// leaves ACTIVE, or ERROR when its settings were refused, and an error message: to know the
+    /// outcome, disable() and enable() before. Waits: also for a start under way and a delivery in
+    /// progress.
     void config(uint32_t width, uint32_t height, uint32_t format, ConfigParams params, bool wait);
 
-    /// Takes either a source packet (`src` with one or two entries: the frame and, if the client
-    /// brings its own, the NV12 target of the conversion; `dst` null) or one output buffer (`src`
-    /// null or empty, `dst` set). The answers are those of QOZResult. An output buffer that meets a
-    /// start that fails is given back and refused. A frame is refused while the service has 128
-    /// that it does not return. Waits: for the conversion, a start under way, the acquire fence of
-    /// an NV12 source that needs no conversion, and at a new size or upscale ratio for the service.
-    /// Calls back: onBufferDone(), onConfigChanged().
+    /// Takes a source packet (`src`: the frame and, if the client brings its own, the NV12 target
+    /// of the conversion) or one output buffer (`dst`), and answers as QOZResult says. An output
+    /// buffer whose start fails is given back and refused. A frame is refused while the service
+    /// keeps 128. Waits: for a start under way, the conversion, the acquire fence of an NV12 source
+    /// that needs no conversion, and at a new size or upscale ratio for the service. Calls back:
+    /// both.
     int32_t process(std::vector<QOZBufferInfo>* src, QOZBufferInfo* dst);
     /// The same, but an absent `src` is null, never empty, and kRefused when nothing was given.
     int32_t processBuffer(std::vector<QOZBufferInfo>* src, QOZBufferInfo* dst);
@@ -108,19 +104,17 @@ class __attribute__((visibility("default"))) VppComponent
     /// service and for the deliveries. Calls back: onBufferDone() for held source slots.
     void flushsync();
 
-    /// Closes the session, ends the worker and lets the internal buffers go; the last source frame
-    /// stays referenced until the next session's first. In ERROR the session stays open: it keeps
-    /// this object alive, and may still call the client with late returns, until the next enable()
-    /// or the end of the service. Waits: 1.2 s for a start under way, and for the worker's last
-    /// callbacks.
+    /// Closes the session, ends the worker and lets the internal buffers go; the last source stays
+    /// referenced until the next session's first. In ERROR the session stays open: it keeps this
+    /// object alive, and late returns may still call the client, until the next enable() or the end
+    /// of the service. Waits: 1.2 s for a start under way, and for the worker's last callbacks.
     void disable();
 
     /// 0 for the RGB formats, else 3; `yuvFormat` receives what the input port carries for it.
     int GetFormat(int format, int& yuvFormat);
     /// Whether the session is ACTIVE for sources of just this size and format. Waits: for a start.
     bool isInputPortEnabled(uint32_t width, uint32_t height, uint32_t format);
-    /// Output buffers that one frame needs under `params`; also records whether upscaling goes with
-    /// frame-rate conversion.
+    /// Output buffers that one frame needs; also records whether upscaling goes with conversion.
     uint32_t calculateOutBufferReqsPerFrame(ConfigParams params);
 
     status state() const;
@@ -128,8 +122,8 @@ class __attribute__((visibility("default"))) VppComponent
     uint32_t expectedOutputWidth() const;   ///< pixels, of every output buffer; 0 before config()
     uint32_t expectedOutputHeight() const;  ///< pixels; see expectedOutputWidth()
 
-    /// Writes state, sizes, where the buffers are and what is awaited to `fd`, as lines of text for
-    /// people. Waits for nobody but `fd`; an error of the descriptor ends the text.
+    /// Writes state, sizes, where the buffers are and what is awaited to `fd`, as text for people.
+    /// Waits for nobody but `fd`; an error of the descriptor ends the text.
     void dump(int fd) const;
 
     /// Holds the state and logs its changes once told to. The component's own; see state().
@@ -159,8 +153,8 @@ class __attribute__((visibility("default"))) VppComponent
     // Forward vectors, backward vectors, half-size copy; any may be null.
     using SideBuffers = std::tuple<sp<GraphicBuffer>, sp<GraphicBuffer>, sp<GraphicBuffer>>;
 
-    // What the parts and the service's events run. `_l` marks a command of the session; despite the
-    // platform's custom the caller does not hold mLock, save flushsync() for its flush.
+    // `_l` marks a command of the session. Despite the platform's custom its caller does not hold
+    // mLock, save flushsync() for its flush.
     bool acquireVppService() REQUIRES(mLock);
     static void waitForService(std::string instance);
     bool processStart_l(uint32_t width, uint32_t height, uint32_t format) EXCLUDES(mLock);
@@ -175,9 +169,9 @@ class __attribute__((visibility("default"))) VppComponent
     void onVppERD(const vpp::ReconfigDone& done) EXCLUDES(mEventLock);
     void onVppEDD() EXCLUDES(mEventLock);
     bool requestYuvBuffer(sp<GraphicBuffer>* out, const RequestInfo& info) EXCLUDES(mYuvLock);
-    bool requestExtradataBuffer(sp<GraphicBuffer>* fwOut, sp<GraphicBuffer>* bwOut,
-                                const RequestInfo& mvInfo, sp<GraphicBuffer>* dsOut,
-                                const RequestInfo& dsInfo) EXCLUDES(mExtradataLock);
+    bool requestExtradataBuffer(sp<GraphicBuffer>* fw, sp<GraphicBuffer>* bw, const RequestInfo& mv,
+                                sp<GraphicBuffer>* ds, const RequestInfo& dsInfo)
+        EXCLUDES(mExtradataLock);
     bool checkBufferCompatibility(const sp<GraphicBuffer>& buffer, bool skip);
     bool queueBuffer(const sp<GraphicBuffer>& buffer, SideBuffers& extradata, uint32_t cookie,
                      uint64_t timestamp, bool isInput) EXCLUDES(mLock);
@@ -215,8 +209,8 @@ class __attribute__((visibility("default"))) VppComponent
     std::function<bool(uint32_t, uint32_t, uint32_t, uint32_t)> mNeedDownscale;
     std::vector<vpp::VppCtrlFrcSegment> mFrcSegments;
     std::atomic<uint64_t> mLastOutputTimestamp{0};
-    bool mOBDThreadReady GUARDED_BY(mOBDStateLock) = false;
-    bool mStartDone GUARDED_BY(mOBDStateLock) = false;
+    bool mOBDThreadReady GUARDED_BY(mOBDStateLock) = false, mStartDone
+                                                            GUARDED_BY(mOBDStateLock) = false;
     std::atomic<bool> mOBDThreadRunning{false}, mStartPending{false};
     std::shared_ptr<vpp::IVppService> mVppService;
     std::shared_ptr<vpp::IVpp> mVpp;

@@ -1,6 +1,7 @@
 // Waits that end. Private to src/.
 #pragma once
 
+#include <android-base/thread_annotations.h>
 #include <pthread.h>
 
 #include <algorithm>
@@ -29,10 +30,11 @@ inline bool sleepUntil(std::condition_variable& condition, std::unique_lock<std:
 }
 
 // Waits until `done` holds or `end` has passed; the last answer of `done`, which is asked with the
-// lock held. An end that has passed already is no wait.
+// lock held. An end that has passed already is no wait. (The analysis of lock annotations cannot
+// know that `lock` holds what `done` requires; the callers' side of it is analysed.)
 template <typename Done>
 bool waitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
-               SteadyTime end, Done done) {
+               SteadyTime end, Done done) NO_THREAD_SAFETY_ANALYSIS {
     while (!done()) {
         if (!sleepUntil(condition, lock, end)) return done();
     }

@@ -27,11 +27,11 @@ class VppComponent::SessionControl {
     bool acquireService();
 
   private:
-    bool begin(const std::string& name, IQOZCallback* callback, bool debug);
+    bool begin(const std::string& name, IQOZCallback* callback, bool debug) REQUIRES(c.mLock);
     bool openSession();
     void closeSession();
     void abandonSession();
-    void letGoOfSession();
+    void letGoOfSession() EXCLUDES(c.mLock);
     void watchForDeath();
     void onServiceDied();
     void waitForPendingStart() const;
