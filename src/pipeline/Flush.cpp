@@ -19,7 +19,7 @@ bool Flush::flushPorts(bool withYuvPool, WaitBudget& waits) {
 void Flush::flushAndDeliver(WaitBudget& waits) {
     // A flush holds the component's lock, which a start on the worker needs: let that finish first.
     if (!p.worker.waitForPendingStart(waits, "flushsync")) return;
-    const OutputGate::Closure closure(p.gate, &waits);
+    const Gate::Closure closure(p.outputGate, &waits);
     if (!closure) {
         VPP_LOGE("flushsync: an output buffer is still being queued");
         return;

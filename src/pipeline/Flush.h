@@ -4,12 +4,12 @@
 #include <mutex>
 
 #include "base/BoundedWait.h"
+#include "base/Gate.h"
 #include "base/Log.h"
 #include "base/SessionStatus.h"
 #include "pipeline/Converter.h"
 #include "pipeline/DeliveryQueue.h"
 #include "pipeline/HeldSlots.h"
-#include "pipeline/OutputGate.h"
 #include "pipeline/OutputWorker.h"
 #include "pipeline/SideBufferPool.h"
 #include "pipeline/YuvPool.h"
@@ -19,7 +19,7 @@ namespace android {
 
 // Has the service return everything it holds, and lets go of what the component holds for it: the
 // pools, the converter's resources, the held source slots. Runs on the client's thread with
-// OutputGate closed.
+// the gate for output buffers closed.
 class Flush {
   public:
     struct Peers {
@@ -31,7 +31,7 @@ class Flush {
         HeldSlots& heldSlots;
         DeliveryQueue& delivery;
         OutputWorker& worker;
-        OutputGate& gate;
+        Gate& outputGate;
         SessionStatus& status;
         std::mutex& lock;  // of the component
         const SessionLog& log;

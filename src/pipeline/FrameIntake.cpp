@@ -84,7 +84,7 @@ int32_t FrameIntake::takeOutput(const QOZBufferInfo& output) {
 bool FrameIntake::startFor(const QOZBufferInfo& output, WaitBudget* waits) {
     bool started = true;
     {
-        const OutputGate::Closure closure(p.gate, waits);
+        const Gate::Closure closure(p.outputGate, waits);
         if (!closure || p.worker.isStartPending()) {
             VPP_LOGW("processBuffer: a flush or a start is under way, output buffer refused");
             return false;
@@ -105,7 +105,7 @@ bool FrameIntake::startFor(const QOZBufferInfo& output, WaitBudget* waits) {
 
 // False: it is still the client's. Else it comes back, whatever became of it.
 bool FrameIntake::queueOutput(const QOZBufferInfo& output, WaitBudget* waits) {
-    const OutputGate::Passage passage(p.gate, waits);
+    const Gate::Passage passage(p.outputGate, waits);
     if (!passage || p.worker.isStartPending()) {
         VPP_LOGW("processBuffer: a flush or a start is under way, output buffer refused");
         return false;
@@ -224,7 +224,7 @@ bool FrameIntake::adoptSourceSize(SourceFrame& frame) {
     if (!frame.sizeChanged) return true;
     const uint32_t format = VppUtils::GetYUVFormat(p.ports.inputFormat());
     if (isInputPortEnabled(frame.width, frame.height, format)) return true;
-    const OutputGate::Closure closure(p.gate, &frame.waits);
+    const Gate::Closure closure(p.outputGate, &frame.waits);
     if (!closure) {
         VPP_LOGE("processBuffer: an output buffer is still being queued");
         return false;

@@ -9,13 +9,13 @@
 
 #include "base/BoundedWait.h"
 #include "base/ClientCallback.h"
+#include "base/Gate.h"
 #include "base/Log.h"
 #include "base/SessionStatus.h"
 #include "pipeline/Converter.h"
 #include "pipeline/Flush.h"
 #include "pipeline/HeldSlots.h"
 #include "pipeline/InBandSettings.h"
-#include "pipeline/OutputGate.h"
 #include "pipeline/OutputWorker.h"
 #include "pipeline/OutstandingBuffers.h"
 #include "pipeline/ServiceQueue.h"
@@ -43,7 +43,7 @@ class FrameIntake {
         ServiceQueue& queue;
         Flush& flush;
         InBandSettings& inBand;
-        OutputGate& gate;
+        Gate& outputGate;
         OutputWorker& worker;
         StreamSettings& settings;
         Ports& ports;

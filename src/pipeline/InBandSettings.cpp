@@ -27,9 +27,9 @@ void InBandSettings::apply(SourceFrame& frame, const ConfigParams& params) {
 
 // False: an output buffer is being queued all the time, and nothing has been stored.
 bool InBandSettings::adopt(SourceFrame& frame, const ConfigParams& params, const Changes& changes) {
-    std::optional<OutputGate::Closure> closure;
+    std::optional<Gate::Closure> closure;
     if (changes.upscale) {
-        closure.emplace(p.gate, &frame.waits);
+        closure.emplace(p.outputGate, &frame.waits);
         if (!*closure) {
             VPP_LOGE("processBuffer: an output buffer is still being queued, settings not applied");
             return false;

@@ -6,11 +6,11 @@
 #include <set>
 
 #include "base/ClientCallback.h"
+#include "base/Gate.h"
 #include "base/Log.h"
 #include "pipeline/Converter.h"
 #include "pipeline/Flush.h"
 #include "pipeline/HeldSlots.h"
-#include "pipeline/OutputGate.h"
 #include "pipeline/SourceFrame.h"
 #include "stream/FrcAisControl.h"
 #include "stream/Ports.h"
@@ -32,7 +32,7 @@ class InBandSettings {
         Flush& flush;
         Converter& converter;
         HeldSlots& heldSlots;
-        OutputGate& gate;
+        Gate& outputGate;
         const ClientCallback& client;
         const SessionLog& log;
     };

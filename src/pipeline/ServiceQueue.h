@@ -24,8 +24,8 @@ namespace android {
 // the frame's timestamp what travels with it, so that its return can give that back to the pools.
 //
 // Sources come from the client's thread, output buffers from any thread that has passed the
-// OutputGate. The component's lock is held from building the record to the end of the call, so that
-// buffers reach the service in the order of their queueing.
+// gate for them. The component's lock is held from building the record to the end of the call, so
+// that buffers reach the service in the order of their queueing.
 class ServiceQueue {
   public:
     struct Peers {

@@ -37,20 +37,20 @@ VppComponent::Parts::Parts(VppComponent& c)
              service, c.mStatus, c.mLock, client, log}),
       returns(
           {yuvPool, sidePool, outstanding, delivery, worker, c.mLastOutputTimestamp, client, log}),
-      flush({events, service, sidePool, yuvPool, converter, heldSlots, delivery, worker, gate,
+      flush({events, service, sidePool, yuvPool, converter, heldSlots, delivery, worker, outputGate,
              c.mStatus, c.mLock, log}),
-      inBand({settings, control, ports, reconfiguration, flush, converter, heldSlots, gate, client,
-              log}),
-      intake(
-          {c.mNeedAdditionalBuffer, c.mExtraBuffers},
-          {yuvPool, sidePool, outstanding, heldSlots, converter, queue, flush, inBand, gate, worker,
-           settings, ports, start, reconfiguration, c.mStatus, c.mLock, client, waitLimit, log}),
+      inBand({settings, control, ports, reconfiguration, flush, converter, heldSlots, outputGate,
+              client, log}),
+      intake({c.mNeedAdditionalBuffer, c.mExtraBuffers},
+             {yuvPool, sidePool, outstanding, heldSlots, converter, queue, flush, inBand,
+              outputGate, worker, settings, ports, start, reconfiguration, c.mStatus, c.mLock,
+              client, waitLimit, log}),
       session(c, *this) {}
 
 // The start that config() has asked for, on the worker.
 bool VppComponent::Parts::startPosted() {
     WaitBudget waits = waitLimit.budget();
-    const OutputGate::Closure closure(gate, &waits);
+    const Gate::Closure closure(outputGate, &waits);
     if (!closure) {
         const SessionLog& mLog = log;
         VPP_LOGE("processStart_l: an output buffer is still being queued");

@@ -5,6 +5,7 @@
 
 #include "base/BoundedWait.h"
 #include "base/ClientCallback.h"
+#include "base/Gate.h"
 #include "base/Log.h"
 #include "base/StreamFacts.h"
 #include "pipeline/Converter.h"
@@ -13,7 +14,6 @@
 #include "pipeline/FrameIntake.h"
 #include "pipeline/HeldSlots.h"
 #include "pipeline/InBandSettings.h"
-#include "pipeline/OutputGate.h"
 #include "pipeline/OutputWorker.h"
 #include "pipeline/OutstandingBuffers.h"
 #include "pipeline/ReturnHandler.h"
@@ -60,7 +60,8 @@ struct VppComponent::Parts {
     OutstandingBuffers outstanding;
     HeldSlots heldSlots;
     Converter converter;
-    OutputGate gate;
+    Gate outputGate;
+    Gate eventGate;
     DeliveryQueue delivery;
     OutputWorker worker;
     ServiceQueue queue;

@@ -40,8 +40,7 @@ bool VppComponent::SessionControl::begin(const std::string& name, IQOZCallback* 
         VPP_LOGE("previous cmp in not uninit");
         return false;
     }
-    // From here on the previous session's events are dropped.
-    mNumber.fetch_add(1, std::memory_order_acq_rel);
+    beginSession();
     mDeathWatch = {};
     c.mName = name;
     mLog.rename(name);
@@ -67,6 +66,14 @@ bool VppComponent::SessionControl::begin(const std::string& name, IQOZCallback* 
     c.mStatus = INIT;
     VPP_LOGI("Success enable vpp service");
     return true;
+}
+
+// From here on the previous session's events are dropped. One that is under way is waited for,
+// within the limit: it may be within a callback of the client's.
+void VppComponent::SessionControl::beginSession() {
+    WaitBudget waits = p.waitLimit.budget();
+    const Gate::Closure closure(p.eventGate, &waits);
+    mNumber.fetch_add(1, std::memory_order_acq_rel);
 }
 
 bool VppComponent::SessionControl::acquireService() {
@@ -125,8 +132,8 @@ void VppComponent::SessionControl::disable() {
     // Until the end no output buffer comes in, from whatever thread. A start that still runs keeps
     // them out itself.
     WaitBudget waits = p.waitLimit.budget();
-    std::optional<OutputGate::Closure> closure;
-    if (!p.worker.isStartPending()) closure.emplace(p.gate, &waits);
+    std::optional<Gate::Closure> closure;
+    if (!p.worker.isStartPending()) closure.emplace(p.outputGate, &waits);
     if (state != ERROR) closeSession();
     VPP_LOGI("Start exiting VPP OBD thread after vpp instance release ...");
     p.worker.stop();

@@ -28,6 +28,7 @@ class VppComponent::SessionControl {
 
   private:
     bool begin(const std::string& name, IQOZCallback* callback, bool debug) REQUIRES(c.mLock);
+    void beginSession();
     bool openSession();
     void closeSession();
     void abandonSession();

@@ -36,7 +36,8 @@ ndk::ScopedAStatus VppComponent::IVppCallbacks::handle(const char* operation, Vp
     }
     if (mVppComponent != nullptr) {
         Parts& parts = *mVppComponent->mParts;
-        if (parts.session.number() == mSession) {
+        const Gate::Passage passage(parts.eventGate, nullptr);
+        if (passage && parts.session.number() == mSession) {
             action(*mVppComponent);
         } else {
             const SessionLog& mLog = parts.log;

@@ -79,7 +79,7 @@ void VppComponent::config(uint32_t width, uint32_t height, uint32_t format, Conf
     if (isRefused(p.client, p.log, "config")) return;
     if (!p.worker.waitForPendingStart(waits, "config")) return;
     {
-        const OutputGate::Closure closure(p.gate, &waits);
+        const Gate::Closure closure(p.outputGate, &waits);
         if (!closure) {
             VPP_LOGE("config: an output buffer is still being queued");
             return;

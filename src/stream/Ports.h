@@ -15,7 +15,7 @@ namespace android {
 // Owns the rule that derives the input port from the source size and the limits of the device, and
 // the output port from the input port and the settings. Belongs to the thread that runs the stream.
 // The expected output size and the source format of the input port are also read by threads that
-// queue output buffers: OutputGate keeps those out while they change.
+// queue output buffers: a gate keeps those out while they change.
 class Ports {
   public:
     using PortParam = ::aidl::vendor::vuq::hardware::vpp::VppPortParam;

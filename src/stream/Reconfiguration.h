@@ -10,7 +10,7 @@
 namespace android {
 
 // Computes both ports anew and has the service take them. Runs on the client's thread with
-// OutputGate closed.
+// the gate for output buffers closed.
 class Reconfiguration {
   public:
     Reconfiguration(Ports& ports, ServiceEvents& events, ServiceCalls& service,

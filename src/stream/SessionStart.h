@@ -13,7 +13,7 @@
 namespace android {
 
 // Turns the settings into a running session. Runs on the worker for a start that config() asked
-// for, and on the thread of an output buffer that finds the session not started; OutputGate keeps
+// for, and on the thread of an output buffer that finds the session not started; a gate keeps
 // those apart.
 class SessionStart {
   public:

@@ -1,8 +1,8 @@
-#include "pipeline/OutputGate.h"
+#include "base/Gate.h"
 
 namespace android {
 
-bool OutputGate::enter(WaitBudget* waits) {
+bool Gate::enter(WaitBudget* waits) {
     std::unique_lock<std::mutex> lock(mLock);
     const base::ScopedLockAssertion held(mLock);
     const auto isOpen = [this]() REQUIRES(mLock) { return !mClosed; };
@@ -11,13 +11,13 @@ bool OutputGate::enter(WaitBudget* waits) {
     return true;
 }
 
-void OutputGate::leave() {
+void Gate::leave() {
     const std::lock_guard<std::mutex> lock(mLock);
     --mPassing;
     mChanged.notify_all();
 }
 
-bool OutputGate::close(WaitBudget* waits) {
+bool Gate::close(WaitBudget* waits) {
     std::unique_lock<std::mutex> lock(mLock);
     const base::ScopedLockAssertion held(mLock);
     const auto isOpen = [this]() REQUIRES(mLock) { return !mClosed; };
@@ -33,7 +33,7 @@ bool OutputGate::close(WaitBudget* waits) {
     return false;
 }
 
-void OutputGate::open() {
+void Gate::open() {
     const std::lock_guard<std::mutex> lock(mLock);
     mClosed = false;
     mChanged.notify_all();
