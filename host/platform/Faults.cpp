@@ -84,7 +84,9 @@ bool parseNumber(std::string_view text, Number* number) {
 // "7", "drop", "late:500"
 bool parseAnswer(std::string_view text, Fault* fault) {
     const auto colon = text.find(':');
-    const auto* word = std::ranges::find(kWords, text.substr(0, colon), &Word::first);
+    const auto* word =
+        std::find_if(std::begin(kWords), std::end(kWords),
+                     [name = text.substr(0, colon)](const Word& w) { return w.first == name; });
     if (word == std::end(kWords)) return parseNumber(text, &fault->code);
     fault->kind = word->second;
     if (!hasNumber(fault->kind)) return colon == std::string_view::npos;

@@ -1,4 +1,3 @@
-#include <aidlcommonsupport/NativeHandle.h>
 #include <cutils/native_handle.h>
 #include <host/platform/Faults.h>
 #include <host/platform/ResourceCounters.h>
@@ -42,18 +41,3 @@ int native_handle_close(const native_handle_t* handle) {
         close(handle->data[i]);
     return 0;
 }
-
-namespace android {
-
-aidl::android::hardware::common::NativeHandle makeToAidl(const native_handle_t* handle) {
-    aidl::android::hardware::common::NativeHandle result;
-    // Room first: once a descriptor has been taken over, nothing may fail any more.
-    result.fds.reserve(static_cast<size_t>(handle->numFds));
-    result.ints.assign(handle->data + handle->numFds,
-                       handle->data + handle->numFds + handle->numInts);
-    for (int i = 0; i < handle->numFds; ++i)
-        result.fds.emplace_back(handle->data[i]);
-    return result;
-}
-
-}  // namespace android

@@ -22,7 +22,8 @@ bool isPropertyName(std::string_view name) {
         return isalnum(c) != 0 || strchr("._-@:", c) != nullptr;
     };
     return !name.empty() && name.front() != '.' && name.back() != '.' &&
-           name.find("..") == std::string_view::npos && std::ranges::all_of(name, allowed);
+           name.find("..") == std::string_view::npos &&
+           std::all_of(name.begin(), name.end(), allowed);
 }
 
 bool isProperty(std::string_view name, std::string_view value) {
@@ -116,7 +117,7 @@ int property_get(const char* key, char* value, const char* default_value) {
 int8_t property_get_bool(const char* key, int8_t default_value) {
     const std::string value = qoz::host::valueOf(key);
     const auto isOneOf = [&value](std::initializer_list<std::string_view> words) {
-        return std::ranges::find(words, value) != words.end();
+        return std::find(words.begin(), words.end(), value) != words.end();
     };
     if (isOneOf({"0", "n", "no", "false", "off"})) return 0;
     if (isOneOf({"1", "y", "yes", "true", "on"})) return 1;

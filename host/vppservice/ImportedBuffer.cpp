@@ -183,7 +183,8 @@ VppError BufferImporter::take(VppPort port, const PortSizes& sizes, const VppBuf
     made.sizes = sizes;
     copyScalars(sent, &made.record);
     std::vector<Memory> memories = memoriesOf(sent, port, &made);
-    if (!std::ranges::all_of(memories, holdsForGood)) return VppError::VPP_ERR_PARAM;
+    if (!std::all_of(memories.begin(), memories.end(), holdsForGood))
+        return VppError::VPP_ERR_PARAM;
     // Memory laid out for another size would be read and written at the wrong places.
     if (!isLaidOutFor(memories[0])) return VppError::VPP_ERR_PARAM;
     std::erase_if(memories, [](const Memory& memory) { return !isLaidOutFor(memory); });
