@@ -132,7 +132,8 @@ std::optional<Fault> parseFault(const std::string& text, std::string* error) {
         parseAnswer(view.substr(equals + 1, at == std::string_view::npos ? at : at - equals - 1),
                     &fault) &&
         (at == std::string_view::npos || parseWhen(view.substr(at + 1), &fault));
-    if (good && std::ranges::find(kOperations, fault.operation) == std::end(kOperations)) {
+    if (good && std::find(std::begin(kOperations), std::end(kOperations), fault.operation) ==
+                    std::end(kOperations)) {
         *error = "no operation is called " + fault.operation;
         return std::nullopt;
     }
