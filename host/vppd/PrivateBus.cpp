@@ -109,7 +109,7 @@ void PrivateBus::writeConfig(const std::vector<std::string>& arguments,
            "<limit name=\"max_message_unix_fds\">253</limit>\n"
            // What one connection has sent and nobody has read yet: little, so that whoever floods
            // the service waits for it, and nobody else does. (A message may be longer.)
-           "<limit name=\"max_incoming_bytes\">16384</limit>\n"
+           "<limit name=\"max_incoming_bytes\">4096</limit>\n"
            "<limit name=\"max_incoming_unix_fds\">512</limit>\n"
            "<limit name=\"max_message_size\">1048576</limit>\n"
            // What waits for one connection: more than all others together can have sent.

@@ -33,7 +33,8 @@ BusHandle toBus(const NativeHandle& handle) {
 
 bool fits(const BusHandle& handle) {
     return handle.get<0>().size() <= kMostDescriptors && handle.get<1>().size() <= kMostInts &&
-           std::ranges::all_of(handle.get<0>(), &sdbus::UnixFd::isValid);
+           std::all_of(handle.get<0>().begin(), handle.get<0>().end(),
+                       [](const sdbus::UnixFd& fd) { return fd.isValid(); });
 }
 
 bool fits(const BusMeta& meta) {
@@ -96,10 +97,10 @@ uint64_t descriptorsIn(const BusBuffer& buffer) {
 
 std::optional<vpp::VppBuffer> fromBus(BusBuffer&& from) {
     auto& metas = from.get<10>();
-    const bool good = fits(from.get<0>()) && fits(from.get<5>()) &&
-                      fits(from.get<2>(), from.get<3>()) && fits(from.get<7>(), from.get<8>()) &&
-                      metas.size() <= kMostMetas &&
-                      std::ranges::all_of(metas, [](const BusMeta& meta) { return fits(meta); });
+    const bool good =
+        fits(from.get<0>()) && fits(from.get<5>()) && fits(from.get<2>(), from.get<3>()) &&
+        fits(from.get<7>(), from.get<8>()) && metas.size() <= kMostMetas &&
+        std::all_of(metas.begin(), metas.end(), [](const BusMeta& meta) { return fits(meta); });
     if (!good) return std::nullopt;
     vpp::VppBuffer buffer;
     buffer.pixelHandle = take(from.get<0>());

@@ -7,7 +7,9 @@
 #include <chrono>
 #include <future>
 #include <memory>
+#include <optional>
 #include <thread>
+#include <utility>
 
 namespace qoz::host::vppd {
 
@@ -28,33 +30,29 @@ Value callWithin(SteadyTime end, sdbus::IProxy& proxy, const char* interface, co
                  const Args&... args) {
     using std::chrono::microseconds;
     constexpr std::chrono::milliseconds kPause{5};
+    using Answer = std::pair<std::optional<sdbus::Error>, Value>;
     for (;;) {
         const auto left =
             std::chrono::duration_cast<microseconds>(end - std::chrono::steady_clock::now());
-        const auto answered = std::make_shared<std::promise<Value>>();
-        auto answer = answered->get_future();
-        auto pending = proxy.callMethodAsync(method)
-                           .onInterface(interface)
-                           .withTimeout(std::max(left, microseconds(1)))
-                           .withArguments(args...)
-                           .uponReplyInvoke([answered](const sdbus::Error* error, Value value) {
-                               if (error == nullptr) {
-                                   answered->set_value(std::move(value));
-                               } else {
-                                   answered->set_exception(std::make_exception_ptr(*error));
-                               }
-                           });
-        if (answer.wait_until(end) != std::future_status::ready) {
+        const auto answered = std::make_shared<std::promise<Answer>>();
+        auto future = answered->get_future();
+        auto pending =
+            proxy.callMethodAsync(method)
+                .onInterface(interface)
+                .withTimeout(std::max(left, microseconds(1)))
+                .withArguments(args...)
+                .uponReplyInvoke([answered](const sdbus::Error* error, Value value) {
+                    answered->set_value({error == nullptr ? std::nullopt : std::optional(*error),
+                                         std::move(value)});
+                });
+        if (future.wait_until(end) != std::future_status::ready) {
             pending.cancel();
             throw sdbus::Error("org.freedesktop.DBus.Error.NoReply", "no answer in time");
         }
-        try {
-            return answer.get();
-        } catch (const sdbus::Error& error) {
-            const bool again =
-                wasNotCarried(error) && std::chrono::steady_clock::now() + kPause < end;
-            if (!again) throw;
-        }
+        auto [error, value] = future.get();
+        if (!error) return value;
+        const bool again = wasNotCarried(*error) && std::chrono::steady_clock::now() + kPause < end;
+        if (!again) throw *error;
         std::this_thread::sleep_for(kPause);
     }
 }

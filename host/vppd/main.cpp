@@ -69,6 +69,7 @@ void serve(const sigset_t& signals) {
 
 int main(int argc, char* argv[]) {
     const sigset_t signals = blockEndSignals();
+    signal(SIGPIPE, SIG_IGN);  // the end of whoever reads our messages is not ours
     if (!armFaults({argv + 1, argv + argc})) return 2;
     raiseDescriptorLimit();
     ABinderProcess_startThreadPool();

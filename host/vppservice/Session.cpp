@@ -208,7 +208,7 @@ VppError Session::queueHeld(Port port, const VppBuffer& buffer, Manner manner) {
 }
 
 ndk::ScopedAStatus Session::flush(Port port, Error* result) {
-    return command("flush", result, [&](Answer answer) {
+    return command("flush", result, [&](Answer answer) REQUIRES(mLock) {
         if (!isPort(port)) return Error::VPP_ERR_PARAM;
         mEngine->flush(port, std::move(answer));
         return Error::VPP_OK;
@@ -217,7 +217,7 @@ ndk::ScopedAStatus Session::flush(Port port, Error* result) {
 
 ndk::ScopedAStatus Session::reconfigure(const PortParam& input, const PortParam& output,
                                         Error* result) {
-    return command("reconfigure", result, [&](Answer answer) {
+    return command("reconfigure", result, [&](Answer answer) REQUIRES(mLock) {
         return reconfigureHeld(input, output, std::move(answer));
     });
 }
@@ -233,7 +233,7 @@ VppError Session::reconfigureHeld(const PortParam& input, const PortParam& outpu
 }
 
 ndk::ScopedAStatus Session::drain(Error* result) {
-    return command("drain", result, [this](Answer answer) {
+    return command("drain", result, [this](Answer answer) REQUIRES(mLock) {
         mEngine->drain(std::move(answer));
         return Error::VPP_OK;
     });
