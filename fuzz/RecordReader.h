@@ -109,7 +109,7 @@ class RecordReader {
                        number<int32_t>()};
         return all;
     }
-    bool more() const { return mData.remaining_bytes() > 0; }
+    bool more() { return mData.remaining_bytes() > 0; }
 
   private:
     // Memory, mostly sealed, a descriptor of something else, or none.

@@ -11,6 +11,8 @@
 #include <android/binder_process.h>
 #include <host/control.h>
 
+#include <filesystem>
+
 #include "RecordReader.h"
 
 namespace {
@@ -42,7 +44,7 @@ struct World {
         server->connection().requestName(vppd::kBusName);
     }
 
-    const PrivateBus bus{{}, "/bin/false"};
+    const PrivateBus bus{{}, std::filesystem::temp_directory_path(), "/bin/false"};
     const std::shared_ptr<Bus> server = std::make_shared<Bus>(bus.address());
     const std::shared_ptr<Bus> client = std::make_shared<Bus>(bus.address());
     const std::shared_ptr<Bus> stranger = std::make_shared<Bus>(bus.address());

@@ -274,10 +274,16 @@ class Faults : public ResourceTest, public testing::WithParamInterface<Row> {
     static void TearDownTestSuite() {
         const char* folder = getenv("QOZ_WRITE_DOCS");
         if (folder == nullptr || sLines.size() != allRows().size()) return;
-        std::ofstream page(std::string(folder) + "/faults.md");
+        const std::string name = std::string(folder) + "/faults.md";
+        std::ostringstream before;
+        before << std::ifstream(name).rdbuf();
+        const std::string old = before.str();
+        const auto others = std::min(old.find("\n## "), old.size());  // sections of other tests
+        std::ofstream page(name);
         page << kPageHead;
         for (const auto& line : sLines)
             page << line;
+        page << old.substr(others);
     }
 
     void run(FaultScenario& play);

@@ -31,13 +31,13 @@ class HostilePeer {
   public:
     explicit HostilePeer(const std::string& address) : mBus(address) { mBus.start({}); }
 
-    // Calls and waits for the answer.
+    // Calls and waits for the answer, behind all that it has sent before.
     template <typename... Args>
     PeerAnswer call(const std::string& destination, const std::string& path, const char* interface,
                     const char* method, const Args&... args) {
         const auto proxy = sdbus::createProxy(mBus.connection(), destination, path);
         try {
-            const auto end = std::chrono::steady_clock::now() + host::vppd::kCallLimit;
+            const auto end = std::chrono::steady_clock::now() + kSoon;
             return {"", host::vppd::callWithin<int32_t>(end, *proxy, interface, method, args...)};
         } catch (const sdbus::Error& error) {
             return {error.getName(), -1};
@@ -73,7 +73,7 @@ class HostilePeer {
     std::string newSession() {
         const auto proxy =
             sdbus::createProxy(mBus.connection(), host::vppd::kBusName, host::vppd::kServicePath);
-        const auto end = std::chrono::steady_clock::now() + host::vppd::kCallLimit;
+        const auto end = std::chrono::steady_clock::now() + kSoon;
         return host::vppd::callWithin<sdbus::ObjectPath>(end, *proxy, host::vppd::kServiceInterface,
                                                          "GetNewVppSession", int32_t{0});
     }
