@@ -15,6 +15,14 @@ library=$(find "$work/root" -name 'libqoz_vppsession.so.0')
 [ -n "$library" ] || fail "no libqoz_vppsession.so.0 was installed"
 libraries=$(dirname "$library")
 
+# ---- The player finds its libraries and, beside itself, the service's process
+player=$work/root/bin/qozplay
+service=$([ -x "$work/root/bin/qoz-vppd" ] && echo process || echo inline)
+"$player" --scene-size 64x48 --frames 4 --service "$service" -o "$work/out.mkv" >/dev/null ||
+  fail "the installed player does not play"
+[ -s "$work/out.mkv" ] || fail "the installed player wrote nothing"
+
+# ---- A client that finds the package with CMake
 # The library has no run-time type information that -fsanitize=vptr could look at.
 flags=(-Wall -Wextra -Werror ${sanitize:+-fsanitize=$sanitize -fno-sanitize=vptr})
 export PKG_CONFIG_PATH=$libraries/pkgconfig

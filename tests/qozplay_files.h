@@ -65,17 +65,21 @@ struct Outcome {
     std::string out, err;
 };
 
-// A run of the player, in this process.
-inline Outcome run(const std::string& line) {
+inline int run(const std::string& line, const StopRequest& stop, std::ostream& out,
+               std::ostream& err) {
     std::istringstream words("qozplay " + line);
     const std::vector<std::string> typed(std::istream_iterator<std::string>(words), {});
     std::vector<const char*> args;
     for (const std::string& word : typed)
         args.push_back(word.c_str());
-    std::ostringstream out, err;
     Console console(out, err, false);
-    const StopRequest stop;
-    const int code = play(static_cast<int>(args.size()), args.data(), console, stop);
+    return play(static_cast<int>(args.size()), args.data(), console, stop);
+}
+
+// A run of the player, in this process.
+inline Outcome run(const std::string& line) {
+    std::ostringstream out, err;
+    const int code = run(line, StopRequest(), out, err);
     return {code, out.str(), err.str()};
 }
 

@@ -37,6 +37,7 @@ TEST(Player, EndsWithTwoAndASentenceOnBadInput) {
         {"--prop vendor.qoz.log.msg=xyz --frames 1", "is not a number"},
         {"-o " + folder.file("x.avi"), "the ending is none of"},
         {"--stats " + folder.file("x") + " --trace " + folder.file("./x"), "would be overwritten"},
+        {"--stats qozplay-no-such-file --sheet ./qozplay-no-such-file", "would be overwritten"},
         {"--prop novalue", "NAME=VALUE"},
         {"--log VppComponent:X", "V D I W E F S"},
         {"--sessions 2 -i -", "only once"},

@@ -17,6 +17,5 @@ constexpr bool kSanitized = true;
 #else
 constexpr bool kSanitized = false;
 #endif
-#undef QOZ_SANITIZED
 
 }  // namespace qoz::test

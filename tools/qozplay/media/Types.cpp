@@ -1,8 +1,20 @@
 #include "qozplay/media/Types.h"
 
 #include <charconv>
+#include <new>
+#include <system_error>
 
 namespace qozplay {
+
+std::string plainly(const std::exception& error) {
+    if (dynamic_cast<const std::bad_alloc*>(&error) != nullptr) return "there is too little memory";
+    const auto* system = dynamic_cast<const std::system_error*>(&error);
+    if (system == nullptr) return error.what();
+    if (system->code() == std::errc::resource_unavailable_try_again) {
+        return "there is no thread to be had";
+    }
+    return system->what();
+}
 
 uint64_t parseNumber(const std::string& text, uint64_t limit, const std::string& what) {
     uint64_t value = 0;

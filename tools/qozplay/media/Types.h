@@ -29,6 +29,9 @@ class BadInput : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// What the standard library has to say, in plain words where it is known what that means.
+std::string plainly(const std::exception& error);
+
 constexpr uint32_t kMaxSide = 16384;  // beyond that a header is taken for nonsense
 
 // "1280x720"; throws BadInput that begins with `what`.

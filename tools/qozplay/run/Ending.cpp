@@ -1,5 +1,6 @@
 #include "qozplay/run/Ending.h"
 
+#include "qozplay/media/Types.h"
 #include "qozplay/run/TemporaryFolder.h"
 
 #include <unistd.h>
@@ -28,10 +29,8 @@ void say(const char* text) {
     try {
         if (const auto current = std::current_exception()) std::rethrow_exception(current);
         say("ended without a reason given");
-    } catch (const std::bad_alloc&) {
-        say("there is too little memory");
     } catch (const std::exception& error) {
-        say(error.what());
+        say(qozplay::plainly(error).c_str());
     } catch (...) {
         say("ended for an unknown reason");
     }
@@ -58,6 +57,9 @@ void endPlainly() {
 }
 
 void stopOnSignals(StopRequest& stop) {
+    // The writer notices itself that a reader has gone or a file is as large as it may be.
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
     sigset_t signals;
     sigemptyset(&signals);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP})

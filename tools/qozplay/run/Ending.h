@@ -9,9 +9,10 @@ namespace qozplay {
 // a sentence and exit code 1, not with an abort; nothing temporary stays.
 void endPlainly();
 
-// From now on SIGINT, SIGTERM and SIGHUP request a stop, and a second one ends the process at once.
-// To be called before any other thread is made: all of them leave these signals to the one that
-// waits for them here. `stop` lasts as long as the process.
+// From now on SIGINT, SIGTERM and SIGHUP request a stop, and a second one ends the process at once;
+// SIGPIPE and SIGXFSZ are left to the writer, who sees the error itself. To be called before any
+// other thread is made: all of them leave these signals to the one that waits for them here. `stop`
+// lasts as long as the process.
 void stopOnSignals(StopRequest& stop);
 
 }  // namespace qozplay

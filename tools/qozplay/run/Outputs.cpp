@@ -18,16 +18,16 @@ Rate outputRate(const Options& options, Rate rate) {
     return {rate.num * (options.interp + 1), rate.den};
 }
 
-// The same file under whatever two names, be it there already or not.
+// The same file under whatever two names, be it there already or not. A device may be named twice.
 bool isSame(const std::string& one, const std::string& other) {
-    if (one.empty() || other.empty() || one == "-" || other == "-")
-        return one == other && !one.empty();
+    namespace fs = std::filesystem;
+    if (one.empty() || other.empty()) return false;
+    if (one == "-" || other == "-") return one == other;
     std::error_code error;
-    if (std::filesystem::equivalent(one, other, error))
-        return std::filesystem::is_regular_file(one);
-    return std::filesystem::weakly_canonical(one, error) ==
-               std::filesystem::weakly_canonical(other, error) &&
-           !std::filesystem::exists(one, error);
+    if (fs::equivalent(one, other, error)) return fs::is_regular_file(one, error);
+    return fs::weakly_canonical(fs::absolute(one), error) ==
+               fs::weakly_canonical(fs::absolute(other), error) &&
+           !fs::exists(one, error);
 }
 
 void refuseCollisions(const Options& options) {
@@ -122,10 +122,8 @@ template <typename Work>
 void Outputs::attempt(RunStats* stats, Work work) {
     try {
         work();
-    } catch (const std::bad_alloc&) {
-        stats->failures.emplace_back("there is too little memory");
     } catch (const std::exception& error) {
-        stats->failures.emplace_back(error.what());
+        stats->failures.push_back(plainly(error));
     }
 }
 

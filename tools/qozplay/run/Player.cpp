@@ -20,7 +20,6 @@ namespace {
 
 constexpr uint64_t kSceneFrames = 120;
 constexpr std::array kUpscale{"1x", "1.5x", "2x"};
-constexpr char kNoMemory[] = "there is too little memory";
 
 std::unique_ptr<FrameSource> openSource(const Options& options, const StopRequest& stop) {
     const Rate rate = options.rate.value_or(Rate{});
@@ -77,7 +76,7 @@ class Player {
     void awaitDescriptors();
     int conclude();
 
-    const Options mOptions;
+    Options mOptions;
     Console& mConsole;
     const StopRequest& mStop;
     std::vector<std::unique_ptr<FrameSource>> mSources;  // one a session
@@ -92,6 +91,10 @@ Player::Player(Options options, Console& console, const StopRequest& stop)
     for (uint32_t i = 0; i < mOptions.sessions; ++i) {
         mSources.push_back(openSource(mOptions, mStop));
     }
+    // Half the size of a picture one pixel wide is none, and the vectors come with a copy of that
+    // size.
+    const Size size = mSources[0]->size();
+    if (std::min(size.width, size.height) < 2) mOptions.motionVectors = false;
     if (mOptions.truth) holdFramesOut();
     mOutputs = std::make_unique<Outputs>(mOptions, *mSources[0], mStop);
     mWarmUp = std::make_unique<WarmUp>(mOptions.sessions);
@@ -161,8 +164,8 @@ void Player::runSessions(Sessions& sessions) {
     for (size_t i = 0; i < sessions.size(); ++i) {
         try {
             threads.emplace_back(work, i);
-        } catch (const std::system_error&) {
-            mStats.sessions[i].failure = "there is no thread to be had";
+        } catch (const std::system_error& error) {
+            mStats.sessions[i].failure = plainly(error);
         }
     }
     for (std::thread& thread : threads) {
@@ -201,8 +204,20 @@ int Player::conclude() {
     return failed.empty() ? 0 : 1;
 }
 
-int fail(Console& console, const char* why, int code) {
-    console.report(std::string("qozplay: ") + why);
+// The failure that is being handled, in a sentence and as an exit code.
+int fail(Console& console, const StopRequest& stop) {
+    std::string why;
+    int code = 1;
+    try {
+        throw;
+    } catch (const BadInput& error) {
+        why = error.what();
+        code = 2;
+    } catch (const std::exception& error) {
+        why = plainly(error);
+    }
+    if (stop.requested()) return 128 + stop.signal();  // the input was not read to its end
+    console.report("qozplay: " + why);
     return code;
 }
 
@@ -218,12 +233,8 @@ int play(int argc, const char* const argv[], Console& console, const StopRequest
             return 0;
         }
         return Player(std::move(options), console, stop).run();
-    } catch (const BadInput& error) {
-        return fail(console, error.what(), 2);
-    } catch (const std::bad_alloc&) {
-        return fail(console, kNoMemory, 1);
-    } catch (const std::exception& error) {
-        return fail(console, error.what(), 1);
+    } catch (...) {
+        return fail(console, stop);
     }
 }
 

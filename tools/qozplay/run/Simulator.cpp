@@ -90,7 +90,7 @@ std::unique_ptr<Simulator::Service> startProcess(const std::vector<qoz::host::Fa
     try {
         return std::make_unique<ServiceProcess>(arguments, folder);
     } catch (const std::exception& error) {
-        throw SessionFailed(std::string("--service process: ") + error.what());
+        throw SessionFailed("--service process: " + plainly(error));
     }
 }
 #else

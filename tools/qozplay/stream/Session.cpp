@@ -62,11 +62,9 @@ void Session::attempt(Work work) {
     } catch (const BadInput& error) {
         if (mStats.failure.empty()) mStats.badInput = true;
         if (mStats.failure.empty()) mStats.failure = error.what();
-    } catch (const std::bad_alloc&) {
-        if (mStats.failure.empty()) mStats.failure = "there is too little memory";
     } catch (const std::exception& error) {
+        if (mStats.failure.empty()) mStats.failure = plainly(error);
         logState();
-        if (mStats.failure.empty()) mStats.failure = error.what();
     }
 }
 

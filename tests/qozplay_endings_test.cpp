@@ -1,0 +1,239 @@
+// The ways in which a run ends before its time: signals at whatever moment, and too little memory,
+// too few threads, descriptors and disk. Each run is a process of its own, as main() makes it.
+#include "qozplay/run/Ending.h"
+#include "qozplay_files.h"
+#include "support/Sanitized.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <host/control.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <functional>
+
+namespace {
+
+std::atomic<int> gThreadToFail{0};  // the nth that is made from now on; 0: none
+
+}  // namespace
+
+#ifndef QOZ_SANITIZED
+// In place of the C library's, for every library of the process.
+extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
+                              void* (*run)(void*), void* argument) {
+    static auto* const real =
+        reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
+    if (gThreadToFail > 0 && --gThreadToFail == 0) return EAGAIN;
+    return real(thread, attributes, run, argument);
+}
+#endif
+
+namespace qozplay {
+namespace {
+
+constexpr Size kClip{64, 48};
+
+struct Ended {
+    int code;  // 128 and more: a signal's number beyond that, or the player's word for it
+    std::string err;
+};
+
+// Runs in a group of its own, as a command on a terminal does.
+class PlayerProcess {
+  public:
+    PlayerProcess(
+        const Folder& folder, const std::string& line, const std::function<void()>& prepare = [] {})
+        : mErr(folder.file("err")) {
+        int ends[2];
+        int ready[2];
+        if (pipe2(ends, O_CLOEXEC) != 0 || pipe2(ready, O_CLOEXEC) != 0)
+            throw std::runtime_error("no pipe");
+        mInput = ends[1];
+        mPid = fork();
+        if (mPid == 0) {
+            setpgid(0, 0);
+            dup2(ends[0], STDIN_FILENO);
+            close(ends[1]);
+            setenv("TMPDIR", folder.file("tmp").c_str(), 1);
+            (void)!freopen(mErr.c_str(), "w", stderr);
+            (void)!freopen("/dev/null", "w", stdout);
+            _exit(playAsMain(line, [&] {
+                close(ready[0]);
+                close(ready[1]);
+                prepare();
+            }));
+        }
+        close(ends[0]);
+        close(ready[1]);
+        char byte;
+        (void)!read(ready[0], &byte, 1);  // its end: the signals are taken care of
+        close(ready[0]);
+    }
+    ~PlayerProcess() { closeInput(); }
+
+    void feed(const std::string& bytes) const {
+        ASSERT_EQ(write(mInput, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    }
+    void closeInput() {
+        if (mInput >= 0) close(mInput);
+        mInput = -1;
+    }
+    void signal(int number) const { kill(-mPid, number); }
+
+    Ended wait() const {
+        int status = 0;
+        waitpid(mPid, &status, 0);
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status), contentOf(mErr)};
+    }
+
+  private:
+    static int playAsMain(const std::string& line, const std::function<void()>& prepare) {
+        endPlainly();
+        static StopRequest stop;
+        stopOnSignals(stop);
+        prepare();
+        return run(line, stop, std::cout, std::cerr);
+    }
+
+    const std::string mErr;
+    int mInput = -1;
+    pid_t mPid = 0;
+};
+
+// With the folder that the process takes for temporary files.
+struct Place : Folder {
+    Place() { std::filesystem::create_directory(file("tmp")); }
+    bool leftNothing() const { return std::filesystem::is_empty(file("tmp")); }
+    size_t entries() const {
+        return static_cast<size_t>(
+            std::distance(std::filesystem::directory_iterator(file("")), {}));
+    }
+};
+
+void expectPlain(const Ended& ended, const std::string& when) {
+    EXPECT_TRUE(ended.code >= 0 && ended.code <= 2) << when << ": " << ended.code << "\n"
+                                                    << ended.err;
+    if (ended.code == 0) return;
+    EXPECT_THAT(ended.err, HasSubstr("qozplay: ")) << when;
+}
+
+TEST(Ending, IsInOrderAfterASignalAtAnyFrame) {
+    for (const std::string service : {"inline", "process"}) {
+        for (int frames = 0; frames < 10; ++frames) {
+            const Place place;
+            const int signals[] = {SIGINT, SIGTERM, SIGHUP};
+            const int signal = signals[frames % 3];
+            const std::string line = "-i - -o " + place.file("out.y4m") + " --stats " +
+                                     place.file("stats.json") + " --sheet " + place.file("s.png") +
+                                     " --trace " + place.file("t.json") + " --service " + service;
+            const PlayerProcess player(place, line);
+            player.feed("YUV4MPEG2 W64 H48 F30:1\n");
+            for (int i = 0; i < frames; ++i)
+                player.feed("FRAME\n" + grey(kClip, static_cast<char>(50 + i)));
+            player.signal(signal);
+            const Ended ended = player.wait();
+            EXPECT_EQ(ended.code, 128 + signal) << service << frames << ended.err;
+            EXPECT_TRUE(place.leftNothing());
+            if (!std::filesystem::exists(place.file("stats.json"))) continue;  // before it began
+            const nlohmann::json stats = nlohmann::json::parse(place.read("stats.json"));
+            const nlohmann::json& session = stats["sessions"][0];
+            EXPECT_EQ(session["frames"]["source"], session["frames"]["in"]);
+            EXPECT_EQ(session["buffers"]["lost"], 0);
+            EXPECT_FALSE(nlohmann::json::parse(place.read("t.json")).empty());
+            if (session["frames"]["out"] == 0) continue;
+            const std::string clip = place.read("out.y4m");
+            EXPECT_EQ(clip.size(),
+                      clip.find('\n') + 1 +
+                          session["frames"]["out"].get<size_t>() * (6 + i420Bytes(kClip)));
+        }
+    }
+}
+
+TEST(Ending, IsAtOnceAfterASecondSignal) {
+    const Place place;
+    // The last flush is never answered: in order takes seconds.
+    PlayerProcess player(
+        place, "-i - --service process --fault eventFlushDone=drop@1+ -o " + place.file("out.y4m"));
+    player.feed("YUV4MPEG2 W64 H48 F30:1\nFRAME\n" + grey(kClip, 50));
+    player.signal(SIGINT);
+    player.signal(SIGTERM);
+    EXPECT_EQ(player.wait().code, 128 + SIGTERM);
+    EXPECT_TRUE(place.leftNothing());
+    EXPECT_FALSE(std::filesystem::exists(place.file("out.y4m")));
+}
+
+const char kShort[] = "--scene-size 64x48 --frames 12 ";
+
+TEST(Ending, IsASentenceWhateverThreadCannotBeHad) {
+    if (qoz::test::kSanitized) GTEST_SKIP() << "the sanitizers make threads themselves";
+    int failed = 0;
+    for (const std::string service : {"inline", "process"}) {
+        for (int nth = 1; nth <= 20; ++nth) {
+            const Place place;
+            const PlayerProcess player(place, kShort + ("--service " + service),
+                                       [nth] { gThreadToFail = nth; });
+            const Ended ended = player.wait();
+            expectPlain(ended, service + ", thread " + std::to_string(nth));
+            failed += ended.code == 0 ? 0 : 1;
+            EXPECT_TRUE(place.leftNothing());
+        }
+    }
+    EXPECT_GT(failed, 2) << "the limit is none";
+}
+
+// Beyond what the program and its libraries take before they begin.
+TEST(Ending, IsASentenceHoweverLittleMemoryThereIs) {
+    if (qoz::test::kSanitized) GTEST_SKIP() << "the sanitizers need the address space";
+    for (rlim_t mebibytes = 1; mebibytes <= 256; mebibytes += mebibytes / 4 + 1) {
+        const Place place;
+        const PlayerProcess player(place, kShort + ("-o " + place.file("out.mp4")), [mebibytes] {
+            long pages = 0;
+            std::ifstream("/proc/self/statm") >> pages;
+            const rlim_t limit =
+                static_cast<rlim_t>(pages) * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) +
+                (mebibytes << 20);
+            const rlimit both{limit, limit};
+            setrlimit(RLIMIT_AS, &both);
+        });
+        expectPlain(player.wait(), std::to_string(mebibytes) + " MiB");
+        EXPECT_TRUE(place.leftNothing());
+    }
+}
+
+TEST(Ending, IsASentenceHoweverFewDescriptorsThereAre) {
+    for (rlim_t count = 4; count <= 60; count += 14) {
+        const Place place;
+        const PlayerProcess player(place, kShort + ("-o " + place.file("out.y4m")), [count] {
+            const rlimit both{count, count};
+            setrlimit(RLIMIT_NOFILE, &both);
+        });
+        expectPlain(player.wait(), std::to_string(count) + " descriptors");
+        EXPECT_TRUE(place.leftNothing());
+    }
+}
+
+TEST(Ending, LeavesNoHalfFileWhenTheDiskIsFull) {
+    for (const std::string name : {"out.y4m", "out.mkv", "out.mp4"}) {
+        const Place place;
+        place.write(name, "before");
+        const std::string line = "--scene-size 64x48 -o " + place.file(name);
+        const PlayerProcess player(place, line, [] {
+            const rlimit both{16384, 16384};  // a graphic buffer may be as large
+            setrlimit(RLIMIT_FSIZE, &both);
+        });
+        const Ended ended = player.wait();
+        EXPECT_EQ(ended.code, 1) << ended.err;
+        EXPECT_THAT(ended.err, HasSubstr("cannot write"));
+        EXPECT_EQ(place.read(name), "before");
+        EXPECT_EQ(place.entries(), 3U) << "it, standard error and the folder for temporary files";
+    }
+}
+
+}  // namespace
+}  // namespace qozplay
