@@ -68,8 +68,8 @@ TEST_F(ConverterTest, ScalesToTheSizeOfEachTarget) {
     const struct {
         int format, width, height, targetWidth, targetHeight, smallWidth, smallHeight;
     } cases[] = {{kRgba8888, 128, 96, 128, 96, 64, 48},   {kRgba8888, 128, 96, 64, 40, 32, 20},
-                 {kVendorRgb, 128, 96, 192, 144, 96, 72}, {kRgbx8888, 130, 70, 91, 51, 45, 25},
-                 {kNv12Vemo, 128, 96, 128, 96, 64, 48},   {kVendorYuv, 128, 96, 66, 50, 33, 25}};
+                 {kVendorRgb, 128, 96, 192, 144, 96, 72}, {kRgbx8888, 130, 70, 91, 51, 46, 26},
+                 {kNv12Vemo, 128, 96, 128, 96, 64, 48},   {kVendorYuv, 128, 96, 66, 50, 32, 24}};
     for (const auto& c : cases) {
         const auto rgba = makeBuffer(c.width, c.height, isNv12(c.format) ? kRgba8888 : c.format);
         fill(rgba, kRed, kBlue);
@@ -114,12 +114,18 @@ TEST_F(ConverterTest, RefusesWhatItCannotDoAndSaysWhyOnce) {
     sp<GraphicBuffer> none, rgba = makeBuffer(64, 64, kRgba8888);
     const auto nv12 = makeBuffer(64, 64, kNv12Vemo), field = makeField(64, 64);
     auto wide = makeBuffer(250, 161, kRgba8888);
+    const auto rgbx = makeBuffer(64, 64, kRgbx8888), half = makeBuffer(32, 32, kNv12Vemo);
     uint32_t width = 0, height = 0;
+    configures = false;
     EXPECT_FALSE(converter.GetMVbufferSize(width, height)) << "not configured";
-    ASSERT_TRUE(converter.Configure(rgba, 64, 64));
+    EXPECT_FALSE(convert(rgba, nv12)) << "nor for this";
     ASSERT_TRUE(converter.Configure(wide, 64, 64));
     ASSERT_TRUE(converter.GetMVbufferSize(width, height));
     EXPECT_EQ(std::pair(width, height), std::pair(32U, 11U));
+    ASSERT_TRUE(converter.Configure(rgba, 64, 64));
+    EXPECT_TRUE(convert(rgba, nv12, half));
+    EXPECT_TRUE(estimate(rgbx, rgba, field, field)) << "the reference may have another format";
+    const auto otherHalf = makeBuffer(48, 48, kNv12Vemo);
 
     const std::function<bool()> cases[] = {
         [&] { return converter.Configure(none, 64, 64); },
@@ -131,6 +137,11 @@ TEST_F(ConverterTest, RefusesWhatItCannotDoAndSaysWhyOnce) {
         [&] { return convert(rgba, rgba); },
         [&] { return convert(rgba, nv12, hollow); },
         [&] { return convert(rgba, nv12, wide); },
+        // Not what it has been configured for: size, format, output size.
+        [&] { return convert(wide, nv12); },
+        [&] { return convert(rgbx, nv12); },
+        [&] { return convert(rgba, nv12, otherHalf); },
+        [&] { return estimate(wide, wide, field, field); },
         [&] { return estimate(rgba, wide, field, field); },
         [&] { return estimate(rgba, nv12, field, field); },
         [&] { return estimate(none, none, none, none); },

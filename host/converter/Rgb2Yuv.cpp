@@ -41,17 +41,28 @@ MotionVector* vectorsOf(const MappedBuffer& buffer) {
 
 class Rgb2Yuv::Engine {
   public:
+    // What Configure() was told; converting anything else is refused, as on a device, where the
+    // sizes of textures and targets are fixed by then.
+    struct Setup {
+        uint32_t width;
+        uint32_t height;
+        int32_t format;
+        uint32_t outputWidth;
+        uint32_t outputHeight;
+
+        bool isFor(const GraphicBuffer& source) const {
+            return source.getWidth() == width && source.getHeight() == height &&
+                   source.getPixelFormat() == format;
+        }
+        bool hasHalfSize(const GraphicBuffer& copy) const {
+            return copy.getWidth() == qoz::host::evenUp(outputWidth / 2) &&
+                   copy.getHeight() == qoz::host::evenUp(outputHeight / 2);
+        }
+    };
+
     FrameConverter converter;
     MotionEstimator estimator;
-    uint32_t sourceWidth = 0;  // as configured or last converted; 0: neither
-    uint32_t sourceHeight = 0;
-
-    // A caller may convert a size that it has not configured: the first frame after a dummy of
-    // another size, say. Vector buffers are asked for after that, and fit the frames that come.
-    void follow(const MappedBuffer& source) {
-        sourceWidth = source.width();
-        sourceHeight = source.height();
-    }
+    std::optional<Setup> setup;
 
     void release() {
         converter.release();
@@ -73,7 +84,7 @@ bool Rgb2Yuv::Configure(sp<GraphicBuffer>& source, uint32_t width, uint32_t heig
     if (width == 0 || height == 0) return refuse(kOperation, "the output has no pixels");
 
     mEngine->release();
-    mEngine->follow(*pixels);
+    mEngine->setup = {pixels->width(), pixels->height(), source->getPixelFormat(), width, height};
     const bool scales = width != pixels->width() || height != pixels->height();
     if (scales && !pixels->nv12()) mEngine->converter.prepare(pixels->width(), pixels->height());
     return true;
@@ -96,11 +107,16 @@ bool Rgb2Yuv::RGBToNV12(
         if (!small) return false;
     }
     if (!to->nv12() || (small && !small->nv12())) return refuse(kOperation, "writes NV12 alone");
+    if (!mEngine->setup || !mEngine->setup->isFor(*source)) {
+        return refuse(kOperation, "not configured for sources of this size and format");
+    }
+    if (small && !mEngine->setup->hasHalfSize(*downscaled)) {
+        return refuse(kOperation, "not configured for outputs of twice this downscaled size");
+    }
 
     if (fence != nullptr && fence->isValid() && fence->wait(kFenceWaitMs) != NO_ERROR) {
         return refuse(kOperation, "the source's fence did not signal in time");
     }
-    mEngine->follow(*from);
     if (!mEngine->converter.convert(*from, to->picture()) ||
         (small && !FrameConverter::scale(to->picture(), small->picture()))) {
         return refuse(kOperation, "cannot scale between these sizes");
@@ -122,6 +138,9 @@ bool Rgb2Yuv::MvBufferGeneration(sp<GraphicBuffer>& previous, sp<GraphicBuffer>&
     const auto back = MappedBuffer::map(backward, kOperation, "backward");
     if (!back) return false;
     if (!before->sameShape(*now)) return refuse(kOperation, "the frames differ in size or layout");
+    if (!mEngine->setup || !mEngine->setup->isFor(*current)) {
+        return refuse(kOperation, "not configured for sources of this size and format");
+    }
     if (!holdsFieldOf(*now, *there) || !holdsFieldOf(*now, *back)) {
         return refuse(kOperation, "a vector buffer does not fit the frames");
     }
@@ -132,9 +151,9 @@ bool Rgb2Yuv::MvBufferGeneration(sp<GraphicBuffer>& previous, sp<GraphicBuffer>&
 bool Rgb2Yuv::GetMVbufferSize(uint32_t& width, uint32_t& height) {
     constexpr char kOperation[] = "GetMVbufferSize";
     if (faulty(kOperation)) return false;
-    if (mEngine->sourceWidth == 0) return refuse(kOperation, "not configured");
-    width = qoz::host::fieldPixels(mEngine->sourceWidth);
-    height = qoz::host::fieldHeight(mEngine->sourceHeight);
+    if (!mEngine->setup) return refuse(kOperation, "not configured");
+    width = qoz::host::fieldPixels(mEngine->setup->width);
+    height = qoz::host::fieldHeight(mEngine->setup->height);
     return true;
 }
 

@@ -26,15 +26,27 @@ class ConverterTest : public testing::Test {
 
     bool convert(sp<GraphicBuffer> source, sp<GraphicBuffer> target,
                  sp<GraphicBuffer> downscaled = {}, const sp<Fence>& fence = {}) {
+        if (configures)
+            configure(source, downscaled != nullptr ? downscaled : target,
+                      downscaled != nullptr ? 2 : 1);
         return converter.RGBToNV12(source, target, downscaled, true, fence);
     }
     bool estimate(sp<GraphicBuffer> previous, sp<GraphicBuffer> current, sp<GraphicBuffer> forward,
                   sp<GraphicBuffer> backward) {
+        if (configures) configure(current, current, 1);
         return converter.MvBufferGeneration(previous, current, forward, backward);
     }
 
+    // Before each conversion the converter is set up for just that.
+    bool configures = true;
     android::Rgb2Yuv converter;
     int errors = 0;  // logged by the converter
+
+  private:
+    void configure(sp<GraphicBuffer> source, const sp<GraphicBuffer>& size, uint32_t times) {
+        ASSERT_TRUE(
+            converter.Configure(source, size->getWidth() * times, size->getHeight() * times));
+    }
 };
 
 }  // namespace qoz::test
