@@ -35,6 +35,7 @@ constexpr uint32_t kHeight = 48;
 constexpr uint32_t kFactor = 1;
 constexpr int64_t kFrameNs = 16000000;
 constexpr size_t kSources = 4;
+constexpr size_t kSourcesOnce = 40;  // of a component whose service gives nothing back
 constexpr size_t kOutputs = 8;
 constexpr int64_t kAhead = 4;  // frames in flight of a healthy component: all its outputs
 constexpr long kMaxGrowth = 1 << 20;
@@ -50,7 +51,7 @@ struct Findings {
 class Player {
   public:
     explicit Player(bool patient)
-        : mPatient(patient), mClient(patient ? kSources : LiveClient::kSources, kOutputs) {
+        : mPatient(patient), mClient(patient ? kSources : kSourcesOnce, kOutputs) {
         mClient.onFrame = [this](GraphicBuffer&, uint64_t timestamp) {
             if (mFrames > 0 && timestamp <= mNewest) ++mFindings.disordered;
             mNewest = timestamp;
@@ -66,7 +67,7 @@ class Player {
 
     // Ends with everything home that comes home.
     void play(uint64_t frames) {
-        if (!mPatient) frames = std::min(frames, uint64_t{LiveClient::kSources});
+        if (!mPatient) frames = std::min(frames, uint64_t{kSourcesOnce});
         for (uint64_t n = 0; n < frames; ++n) {
             if (mPatient && !mClient.waitForTimestamp(microseconds(mNow - kAhead * kFrameNs)))
                 break;
@@ -81,7 +82,7 @@ class Player {
     }
 
     void finish() {
-        time([&] { mClient.disable(); });
+        time([&] { mClient.vpp->disable(); });
         const client::Ledger ledger = mClient.ledger();
         mFindings.lost = ledger.outstanding() + (mFrames < mExpected ? mExpected - mFrames : 0);
         mFindings.doubled = ledger.totals().doubled + ledger.totals().wrongPort;

@@ -133,7 +133,7 @@ TEST_F(Vppd, SurvivesTheKillingOfTheService) {
         ASSERT_TRUE(client.enable());
         c.before(client);
         const pid_t killed = killService(SIGKILL);
-        for (const Step& step : {c.after, Step([](client::LiveClient& l) { l.disable(); })}) {
+        for (const Step& step : {c.after, Step([](client::LiveClient& l) { l.vpp->disable(); })}) {
             const auto start = std::chrono::steady_clock::now();
             step(client);
             EXPECT_LT(std::chrono::steady_clock::now() - start, kLongestCall);

@@ -85,7 +85,7 @@ class FaultScenario {
         }
     }
     void disable() {
-        disabling = std::max(disabling, time([&] { client.disable(); }));
+        disabling = std::max(disabling, time([&] { client.vpp->disable(); }));
         EXPECT_EQ(client.vpp->state(), VppComponent::UNINIT);
     }
 

@@ -30,13 +30,12 @@ bool LiveClient::start(uint32_t width, uint32_t height, ConfigParams params) {
 
 bool LiveClient::enable() {
     if (vpp == nullptr) vpp = std::make_shared<VppComponent>();
-    {
-        const std::lock_guard lock(mLock);
-        mLedger = {};
-        mCameLate = 0;
-        mWrong.clear();
-    }
-    return vpp->enable("live", this, false);
+    const bool enabled = vpp->enable("live", this, false);
+    // Until then a previous session may still have returned what it had.
+    const std::lock_guard lock(mLock);
+    mLedger = {};
+    mWrong.clear();
+    return enabled;
 }
 
 bool LiveClient::send(uint32_t width, uint32_t height, int64_t nanoseconds,
@@ -120,18 +119,9 @@ bool LiveClient::waitForTimestamp(uint64_t microseconds) {
     return false;
 }
 
-void LiveClient::disable() {
-    bool loose = vpp->state() == VppComponent::ERROR;
-    vpp->disable();
-    loose = loose || !serviceLives();
-    const std::lock_guard lock(mLock);
-    const auto missing = mLedger.missing();
-    if (loose) mMayComeLate.insert(missing.begin(), missing.end());
-}
-
 void LiveClient::stop() {
     vpp->flushsync();
-    disable();
+    vpp->disable();
 }
 
 std::string LiveClient::account() const {
@@ -151,7 +141,7 @@ Ledger LiveClient::ledger() const {
 
 size_t LiveClient::doubled() const {
     const std::lock_guard lock(mLock);
-    return mLedger.totals().doubled - mCameLate;
+    return mLedger.totals().doubled;
 }
 
 void LiveClient::onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint64_t timestamp) {
@@ -162,11 +152,6 @@ void LiveClient::onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint6
         case Verdict::Good:
             break;
         case Verdict::Doubled:
-            if (const auto late = mMayComeLate.find({port, slot}); late != mMayComeLate.end()) {
-                mMayComeLate.erase(late);
-                ++mCameLate;
-                return;
-            }
             mWrong.push_back(bufferName(port, slot) + " was returned without being outstanding");
             return;
         case Verdict::WrongPort:

@@ -19,8 +19,8 @@ namespace qoz::client {
 class LiveClient final : public android::IQOZCallback {
   public:
     static constexpr int32_t kFirstSource = 100;  // no slot stands for a source and an output
-    // Each config() with motion vectors has one more source stay until a flush: room for many.
-    static constexpr size_t kSources = 40;
+    // One to paint, one to convert, one that is the reference frame, and one to spare.
+    static constexpr size_t kSources = 4;
 
     explicit LiveClient(size_t sources = kSources, size_t outputs = 24)
         : mSources(sources), mOutputs(outputs) {}
@@ -45,7 +45,7 @@ class LiveClient final : public android::IQOZCallback {
 
     bool waitForSource();  // until send() would find a free source at once
     bool waitForTimestamp(uint64_t microseconds);
-    void disable();
+    void disable() { vpp->disable(); }
     void stop();  // flush and disable
 
     // Empty when every buffer has been returned once; else what is wrong.
@@ -75,10 +75,6 @@ class LiveClient final : public android::IQOZCallback {
     std::vector<BufferRef> mSources, mOutputs;
     Size mSize;  // of the newest source
     Ledger mLedger;
-    // A session that disable leaves open (in ERROR), or that dies meanwhile, may still return what
-    // it had: the next worker delivers it.
-    std::multiset<Ledger::Entry> mMayComeLate;
-    size_t mCameLate = 0;
     uint64_t mNewest = 0;  // timestamp of a valid output
     std::vector<std::string> mWrong;
 };
