@@ -332,18 +332,5 @@ TEST_F(Session, AReleaseInsideACallbackIsSafe) {
     EXPECT_EQ(client.done(), (std::vector<Done>{{0, 3, 1, 5}}));
 }
 
-TEST_F(Session, DisableFromACallbackIsRefused) {
-    enableAndConfig(64, 64, {1, 0, 0, 0});
-    client.onDone = [this](const Done&) {
-        vpp->disable();
-        vpp->config(32, 32, kRgba, {1, 0, 0, 0}, true);
-    };
-    session().returnOutput(static_cast<int32_t>(0x80000003), 5, 1);
-    ASSERT_TRUE(client.waitFor(1));
-    EXPECT_EQ(vpp->state(), VppComponent::ACTIVE);
-    EXPECT_EQ(log.count("disable: called from within a callback of its own component"), 1);
-    EXPECT_EQ(log.count("config: called from within a callback of its own component"), 1);
-}
-
 }  // namespace
 }  // namespace qoz::test

@@ -62,7 +62,10 @@ void ComponentTest::TearDown() {
 void ComponentTest::renew() {
     if (vpp != nullptr) vpp->disable();
     vpp.reset();
-    if (service->next != nullptr) (void)service->next->terminateSession();
+    if (service->next != nullptr) {
+        service->next->onCall = nullptr;
+        (void)service->next->terminateSession();
+    }
     service->next = ndk::SharedRefBase::make<ScriptedVpp>();
     host::clearFaults();
     log.clear();

@@ -63,7 +63,8 @@ class ScriptedVpp : public host::VppSessionBase {
 
     // Any event, on this session's own thread.
     void send(Event event);
-    vpp::IVppCallbacks* callbacks() const { return read(mCallbacks).get(); }
+    vpp::IVppCallbacks* callbacks() const { return callbackObject().get(); }
+    std::shared_ptr<vpp::IVppCallbacks> callbackObject() const { return read(mCallbacks); }
 
     Status close(Error* result) override { return note("close", result); }
     Status drain(Error* result) override;

@@ -1,0 +1,291 @@
+// A service that dies, is silent, answers from within a call, never stops, or belongs to the
+// previous session: whatever waits ends, and every buffer comes back once.
+#include <algorithm>
+#include <atomic>
+#include <thread>
+
+#include "support/Fixture.h"
+
+namespace qoz::test {
+namespace {
+
+using namespace std::chrono_literals;
+using vpp::VppError;
+using vpp::VppPort;
+
+constexpr uint32_t kW = 64;
+constexpr uint32_t kH = 48;
+constexpr ConfigParams kTwice{1, 0, 1, 0};
+
+class Death : public ComponentTest {
+  protected:
+    void startPlain() {
+        host::setProperty("debug.vpp.frc.game.ext.mbi", "false");
+        enableAndConfig(kW, kH, kTwice);
+    }
+    static sp<GraphicBuffer> frame(uint32_t w = kW, uint32_t h = kH) { return buffer(w, h, kRgba); }
+    static sp<GraphicBuffer> nv12() { return buffer(kW, kH, kNv12); }
+    static int64_t outputCookie(int32_t slot) {
+        return static_cast<int32_t>(0x80000000U | static_cast<uint32_t>(slot));
+    }
+    static std::chrono::milliseconds timed(const std::function<void()>& operation) {
+        const auto begin = std::chrono::steady_clock::now();
+        operation();
+        return std::chrono::duration_cast<std::chrono::milliseconds>(
+            std::chrono::steady_clock::now() - begin);
+    }
+
+    // Output buffers 1 and 2, a target of the client's (slot 40) and an unconverted source (41).
+    void queueOneOfEach() {
+        ASSERT_EQ(processOutput(1, nv12()), 0);
+        ASSERT_EQ(processOutput(2, nv12()), 0);
+        ASSERT_EQ(process({{0, frame(), {}, 1000, {}}, {40, nv12(), {}, 0, {}}}), 0);
+        ASSERT_EQ(process({{41, nv12(), {}, 2000, {}}}), 0);
+        ASSERT_EQ(client.done(0), std::vector<Done>{});
+    }
+    std::vector<Done> sortedOutputs() const {
+        auto all = client.done(0);
+        std::ranges::sort(all, {}, &Done::slot);
+        return all;
+    }
+    const std::vector<Done> kAllBack{{0, 1, 0, 0}, {0, 2, 0, 0}, {0, 40, 0, 0}, {0, 41, 0, 0}};
+};
+
+TEST_F(Death, EndsEveryWaitAndGivesEverythingBackOnce) {
+    const std::pair<const char*, std::function<void()>> waits[] = {
+        {"flush1", [this] { vpp->flushsync(); }},
+        {"reconfigure", [this] { processSource(5, frame(96, 80), 3'000'000); }},
+        {"drain", [this] { EXPECT_FALSE(peer().drain()); }},
+    };
+    for (const auto& [call, wait] : waits) {
+        SCOPED_TRACE(call);
+        renew();
+        startPlain();
+        peer().setWaitLimit(2 * kSoon);  // whatever ends, ends by the death
+        queueOneOfEach();
+        session().silent = {call};
+        std::thread killer;
+        session().onCall = [&, awaited = std::string(call)](const std::string& made) {
+            if (made == awaited) killer = std::thread([&] { session().die(); });
+        };
+        EXPECT_LT(timed(wait), kSoon);
+        killer.join();
+        ASSERT_TRUE(client.waitFor(4));
+        EXPECT_EQ(sortedOutputs(), kAllBack);
+        EXPECT_EQ(log.errors("the vpp service has died"), 1);
+        // What is queued now comes back at once, and taken is taken.
+        client.clear();
+        const bool flushed = std::string(call) == "flush1";
+        EXPECT_EQ(vpp->state(), flushed ? VppComponent::ERROR : VppComponent::ACTIVE);
+        const auto later = buffer(vpp->expectedOutputWidth(), vpp->expectedOutputHeight(), kNv12);
+        EXPECT_EQ(processOutput(7, later), 0);
+        ASSERT_TRUE(client.waitFor(1));
+        EXPECT_EQ(client.done(0), (std::vector<Done>{{0, 7, 0, 0}}));
+        EXPECT_LT(timed([this] { vpp->flushsync(); }), kSoon);
+        EXPECT_EQ(vpp->state(), VppComponent::ERROR);
+        EXPECT_LT(timed([this] { vpp->disable(); }), kSoon);
+        EXPECT_EQ(vpp->state(), VppComponent::UNINIT);
+        // A healthy service again.
+        service->next = ndk::SharedRefBase::make<ScriptedVpp>();
+        ASSERT_TRUE(enable());
+        vpp->config(kW, kH, kRgba, kTwice, true);
+        EXPECT_TRUE(vpp->isInputPortEnabled(kW, kH, kRgba));
+        EXPECT_EQ(processOutput(8, nv12()), 0);
+        EXPECT_EQ(client.done(0).size(), 1) << "the new session has it";
+    }
+}
+
+// The service dies while it takes a buffer, before or after it has it.
+TEST_F(Death, MeetsAQueueing) {
+    const std::pair<const char*, std::function<void()>> calls[] = {
+        {"queueBuf1", [this] { EXPECT_EQ(processOutput(3, nv12()), 0); }},
+        {"queueBuf0",
+         [this] {
+             EXPECT_EQ(process({{3, nv12(), {}, 9000, {}}}), 0);
+         }},
+        {"queueBuf0",
+         [this] {
+             EXPECT_EQ(process({{0, frame(), {}, 9000, {}}, {3, nv12(), {}, 0, {}}}), 0);
+         }},
+    };
+    for (const auto& [call, queue] : calls) {
+        SCOPED_TRACE(call);
+        renew();
+        startPlain();
+        session().onCall = [&, hit = std::string(call)](const std::string& made) {
+            if (made == hit) std::thread([this] { session().die(); }).join();
+        };
+        queue();
+        ASSERT_TRUE(eventually([this] { return !client.done(0).empty(); }));
+        vpp->disable();
+        EXPECT_EQ(client.done(0), (std::vector<Done>{{0, 3, 0, 0}}));
+    }
+}
+
+TEST_F(Death, OfASessionThatIsDeadAlready) {
+    make();
+    session().die();
+    (void)enable();  // a failure of transport is no error
+    vpp->config(kW, kH, kRgba, kTwice, true);
+    EXPECT_LT(timed([this] { vpp->flushsync(); }), 1s);
+    vpp->disable();
+    EXPECT_EQ(vpp->state(), VppComponent::UNINIT);
+}
+
+// However much of one operation goes unanswered, it ends with the limit.
+TEST_F(Death, WaitsOfOneOperationShareOneLimit) {
+    enableAndConfig(kW, kH, kTwice);
+    ASSERT_EQ(processSource(0, frame(), 1000), 0);
+    session().silent = {"flush0", "flush1", "reconfigure"};
+    constexpr auto kLimit = 1000ms;
+    peer().setWaitLimit(kLimit);
+    const auto took = timed([this] {
+        (void)processSource(1, frame(96, 80), 2'000'000, ConfigParams{1, 0, 1, 2});
+    });
+    EXPECT_GE(took, kLimit);
+    EXPECT_LT(took, 2 * kLimit) << "a size and a ratio are four answers";
+}
+
+// A client that takes its time, and a service that does not stop returning outputs.
+TEST_F(Death, AFloodOfOutputsStopsNeitherFlushNorDisable) {
+    startPlain();
+    peer().setWaitLimit(300ms);
+    client.onDone = [](const Done&) { std::this_thread::sleep_for(1ms); };
+    std::atomic<bool> stop{false};
+    const auto callbacks = session().callbackObject();
+    std::thread flood([&] {
+        for (int32_t n = 0; !stop; ++n) {
+            vpp::VppBuffer returned;
+            returned.cookie = outputCookie(n % 64);
+            VppError result = VppError::VPP_OK;
+            (void)callbacks->outputBufferDone(returned, &result);
+            std::this_thread::sleep_for(100us);
+        }
+    });
+    EXPECT_LT(timed([this] { vpp->flushsync(); }), 5s);
+    EXPECT_LT(timed([this] { vpp->disable(); }), 5s);
+    stop = true;
+    flood.join();
+    EXPECT_EQ(vpp->state(), VppComponent::UNINIT);
+}
+
+// A nested call arrives on the very thread that waits inside the service; a service of one thread
+// answers an earlier command before it takes the next.
+TEST_F(Death, AnAnswerMayComeBeforeTheCallReturns) {
+    const auto answer = [this](const std::string& call) {
+        VppError result = VppError::VPP_ERR;
+        auto* to = session().callbacks();
+        if (call == "flush0") (void)to->eventFlushDone({0}, &result);
+        if (call == "flush1") (void)to->eventFlushDone({1}, &result);
+        if (call == "reconfigure") (void)to->eventReconfigDone({0}, &result);
+        if (call == "drain") (void)to->eventDrainDone(&result);
+    };
+    for (const bool nested : {true, false}) {
+        SCOPED_TRACE(nested ? "nested" : "the one before");
+        renew();
+        startPlain();
+        if (nested) session().silent = {"flush0", "flush1", "reconfigure", "drain"};
+        if (!nested) session().silent = {"flush0"};
+        session().onCall = [&](const std::string& call) {
+            if (nested) return answer(call);
+            if (call == "flush1") std::thread([&] { answer("flush0"); }).join();
+        };
+        EXPECT_TRUE(peer().drain());
+        ASSERT_EQ(processSource(1, frame(96, 80), 2'000'000), 0);
+        EXPECT_EQ(session().ports().back().width, 96);
+        vpp->flushsync();
+        EXPECT_EQ(vpp->state(), VppComponent::IDLE);
+        EXPECT_EQ(log.texts(ANDROID_LOG_ERROR), Strings{});
+    }
+}
+
+TEST_F(Death, ThePreviousSessionIsNotHeard) {
+    startPlain();
+    ASSERT_EQ(processOutput(1, nv12()), 0);
+    const auto previous = session().callbackObject();
+    vpp->disable();
+    service->next = ndk::SharedRefBase::make<ScriptedVpp>();
+    ASSERT_TRUE(enable());
+    vpp->config(kW, kH, kRgba, kTwice, true);
+    ASSERT_TRUE(vpp->isInputPortEnabled(kW, kH, kRgba));
+    ASSERT_EQ(processOutput(2, nv12()), 0);
+    log.clear();
+    VppError result = VppError::VPP_OK;
+    vpp::VppBuffer returned;
+    for (const int32_t slot : {1, 2}) {
+        returned.cookie = outputCookie(slot);
+        (void)previous->outputBufferDone(returned, &result);
+        returned.cookie = slot;
+        (void)previous->inputBufferDone(returned, &result);
+    }
+    EXPECT_EQ(log.texts({}).empty(), false) << "each is dropped with a message";
+    session().silent = {"flush0", "flush1", "drain"};
+    peer().setWaitLimit(100ms);
+    session().onCall = [&](const std::string& call) {
+        if (call == "drain") (void)previous->eventDrainDone(&result);
+        if (call == "flush1") {
+            (void)previous->eventFlushDone({0}, &result);
+            (void)previous->eventFlushDone({1}, &result);
+        }
+    };
+    EXPECT_FALSE(peer().drain());
+    vpp->flushsync();
+    EXPECT_EQ(vpp->state(), VppComponent::ERROR) << "nobody of this session has answered";
+    EXPECT_TRUE(client.done(0).empty());
+}
+
+TEST_F(Death, ASilentServiceIsGivenSoMuchAndNoMore) {
+    startPlain();
+    const auto source = frame();
+    constexpr int kMost = 128;
+    for (int n = 0; n < kMost; ++n)
+        ASSERT_EQ(processSource(n, source, (n + 1) * 1000), 0) << n;
+    const auto live = host::counters().graphicBuffersLive;
+    for (int n = 0; n < 10; ++n)
+        EXPECT_EQ(processSource(500 + n, source, (kMost + n + 1) * 1000), 1);
+    EXPECT_EQ(host::counters().graphicBuffersLive, live);
+    EXPECT_EQ(client.done(1).size(), kMost) << "what is refused stays the client's";
+    session().returnInput(0x10000, 1);
+    EXPECT_EQ(processSource(1, source, 200'000), 0) << "there is room again";
+}
+
+TEST_F(Death, ChangedTimestampsCostNoBuffers) {
+    enableAndConfig(kW, kH, kTwice);
+    const auto source = frame();
+    uint64_t live = 0;
+    for (int n = 0; n < 600; ++n) {
+        ASSERT_EQ(processSource(n % 4, source, (n + 1) * 1'000'000), 0);
+        const Queued sent = queuedOn(VppPort::INPUT).back();
+        session().returnInput(sent.cookie, sent.timestamp + 1);
+        if (n == 299) live = host::counters().graphicBuffersLive;
+    }
+    EXPECT_LE(host::counters().graphicBuffersLive, live);
+}
+
+// A paused game repeats its timestamps.
+TEST_F(Death, FramesOfOneMicrosecondKeepTheirMemory) {
+    startPlain();
+    const auto source = frame();
+    const auto inode = [this] { return queuedOn(VppPort::INPUT).back().inode; };
+    ASSERT_EQ(processSource(0, source, 5000), 0);
+    const auto first = inode();
+    ASSERT_EQ(processSource(1, source, 5000), 0);
+    ASSERT_NE(inode(), first);
+    session().returnInput(0x10001, 5);
+    ASSERT_EQ(processSource(2, source, 6000), 0);
+    EXPECT_NE(inode(), first) << "the service still reads it";
+    session().returnInput(0x10000, 5);
+    ASSERT_EQ(processSource(3, source, 7000), 0);
+    EXPECT_EQ(inode(), first) << "free once all of its key is back";
+}
+
+TEST_F(Death, ATargetBesideASourceWithoutASlotComesBack) {
+    startPlain();
+    ASSERT_EQ(process({{-1, frame(), {}, 5000, {}}, {40, nv12(), {}, 0, {}}}), 0);
+    ASSERT_EQ(queuedOn(VppPort::INPUT).size(), 1);
+    session().returnInput(40, 5);
+    EXPECT_EQ(client.done(), (std::vector<Done>{{0, 40, 0, 0}}));
+}
+
+}  // namespace
+}  // namespace qoz::test
