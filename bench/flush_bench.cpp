@@ -151,5 +151,42 @@ void flushsync(benchmark::State& state) {
 }
 BENCHMARK(flushsync)->Iterations(1);
 
+// How long one operation blocks the client when the service takes its commands and answers none,
+// against the limit that all waits of an operation share.
+template <typename Operation>
+void silent(benchmark::State& state, Operation operation) {
+    constexpr double kLimitSeconds = 3;
+    const auto session = ndk::SharedRefBase::make<NullSession>();
+    const NullService service(session);
+    NullClient client;
+    const auto component = std::make_shared<android::VppComponent>();
+    component->enable("bench", &client, false);
+    component->config(64, 64, 1, {1, 0, 1, 0}, true);
+    std::vector<QOZBufferInfo> packet{{0, makeBuffer(64, 64, kRgba), nullptr, 0, {}}};
+    component->process(&packet, nullptr);
+    for (auto _ : state) {
+        const auto begin = Clock::now();
+        operation(*component);
+        state.counters["of the limit"] = nanoseconds(Clock::now() - begin) / 1e9 / kLimitSeconds;
+    }
+    component->disable();
+}
+
+void sendFrame(android::VppComponent& component, uint32_t size,
+               std::optional<android::ConfigParams> carried) {
+    std::vector<QOZBufferInfo> packet{{1, makeBuffer(size, size, kRgba), nullptr, 16, carried}};
+    component.process(&packet, nullptr);
+}
+
+BENCHMARK_CAPTURE(silent, flushsync, [](android::VppComponent& c) {
+    c.flushsync();
+})->Iterations(1);
+BENCHMARK_CAPTURE(silent, size, [](android::VppComponent& c) {
+    sendFrame(c, 96, {});
+})->Iterations(1);
+BENCHMARK_CAPTURE(silent, size and ratio, [](android::VppComponent& c) {
+    sendFrame(c, 96, android::ConfigParams{1, 0, 1, 2});
+})->Iterations(1);
+
 }  // namespace
 }  // namespace qoz::bench

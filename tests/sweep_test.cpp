@@ -1,6 +1,8 @@
 // The n-th resource fails, once or from then on, for every n until nothing fails any more: memory,
-// native handles, graphic buffers, descriptors. Whatever fails costs at most frames, never a buffer
-// or a hang.
+// native handles, graphic buffers, descriptors, threads. Whatever fails costs at most frames, never
+// a buffer or a hang.
+#include <dlfcn.h>
+#include <pthread.h>
 #include <sys/resource.h>
 
 #include <array>
@@ -10,8 +12,12 @@
 #include <semaphore>
 #include <thread>
 
+#include <android/binder_process.h>
+#include <host/platform/BinderThreads.h>
 #include <host/vppservice/NullSession.h>
 #include <host/vppservice/SingleSessionService.h>
+
+#include <client/LiveClient.h>
 
 #include "support/Fixture.h"
 
@@ -47,6 +53,34 @@ __attribute__((noinline)) void operator delete(void* memory, size_t) noexcept {
     free(memory);
 }
 
+namespace {
+
+// Threads of the whole process are counted down while this is armed.
+std::atomic<bool> gThreadsArmed{false};
+std::atomic<int64_t> gThreadCountdown{0};
+std::atomic<bool> gThreadsOnce{true};
+
+bool threadFailsNow() {
+    if (!gThreadsArmed) return false;
+    const int64_t left = --gThreadCountdown;
+    return gThreadsOnce ? left == 0 : left <= 0;
+}
+
+}  // namespace
+
+// A sanitizer's own, which has to know every thread; null without one.
+extern "C" __attribute__((weak)) int __interceptor_pthread_create(pthread_t*, const pthread_attr_t*,
+                                                                  void* (*)(void*), void*);
+
+extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
+                              void* (*run)(void*), void* argument) {
+    using Create = decltype(&pthread_create);
+    static const auto create = __interceptor_pthread_create != nullptr
+                                   ? &__interceptor_pthread_create
+                                   : reinterpret_cast<Create>(dlsym(RTLD_NEXT, "pthread_create"));
+    return threadFailsNow() ? EAGAIN : create(thread, attributes, run, argument);
+}
+
 namespace qoz::test {
 namespace {
 
@@ -79,6 +113,8 @@ class HoldingVpp : public host::NullSession {
         mAnswerer.join();
     }
 
+    std::atomic<int32_t> factor{0};  // of the segment sent last
+
     void giveBackAll() {
         VppError result = VppError::VPP_OK;
         for (size_t i = 0; i < mHeld; ++i) {
@@ -88,6 +124,10 @@ class HoldingVpp : public host::NullSession {
         mHeld = 0;
     }
 
+    Status setCtrlFrc(const std::vector<vpp::VppCtrlFrcSegment>& list, Error*) override {
+        factor = list.back().interpFactor;
+        return Status::ok();
+    }
     Status flush(Port port, Error*) override {
         if (port == Port::OUTPUT) mFlushed.release();
         return Status::ok();
@@ -156,14 +196,15 @@ class Sweep : public ResourceTest {
             QOZBufferInfo output{static_cast<int32_t>(slot), outputs[slot], nullptr, 0, {}};
             std::vector<QOZBufferInfo> packet{
                 {static_cast<int32_t>(slot), sources[slot], nullptr, n * 1000000, {}}};
-            if (n == 12) packet[0].config = ConfigParams{1, 0, 2, 0};
+            if (n == 12) packet[0].config = kCarried;
             armed([&] { taken[kSlots + slot] += component->process(nullptr, &output) == 0; });
             armed([&] { taken[slot] += component->process(&packet, nullptr) == 0; });
             armed([&] { session->giveBackAll(); });
         }
+        std::string wrong;
+        if (enabled) wrong += carryAgain(*component, *session, sources[0]);
         armed([&] { component->flushsync(); });
         armed([&] { component->disable(); });
-        std::string wrong;
         for (size_t i = 0; i < taken.size(); ++i) {
             if (taken[i] != client.home[i]) wrong += " slot " + std::to_string(i);
         }
@@ -171,6 +212,19 @@ class Sweep : public ResourceTest {
         (void)session->terminateSession();
         return wrong;
     }
+
+    // The settings that a frame carried, once more and with nothing failing: in force afterwards,
+    // whatever became of them before.
+    static std::string carryAgain(VppComponent& component, HoldingVpp& session,
+                                  const sp<GraphicBuffer>& source) {
+        std::vector<QOZBufferInfo> packet{{63, source, nullptr, kFrames * 1000000, kCarried}};
+        if (component.process(&packet, nullptr) != 0) return "";  // nothing has been started
+        session.giveBackAll();
+        const bool inForce = component.outBufReqsPerFrame() == 4 && session.factor == 2;
+        return inForce ? "" : " settings are stored but not applied";
+    }
+
+    static constexpr ConfigParams kCarried{1, 0, 2, 0};
 
     LogCapture log;  // the messages are many, and expected
 };
@@ -215,6 +269,55 @@ TEST_F(Sweep, Descriptors) {
         limit.rlim_cur = open + 16 + spare;
         const auto arm = [&] { setrlimit(RLIMIT_NOFILE, &limit); };
         EXPECT_EQ(play(arm, [&] { setrlimit(RLIMIT_NOFILE, &before); }), "") << spare << " spare";
+    }
+}
+
+// Of the component and of the simulated service, whatever the order.
+TEST_F(Sweep, Threads) {
+    for (const bool once : {true, false}) {
+        bool hit = true;
+        for (int64_t n = 1; hit; ++n) {
+            SCOPED_TRACE(testing::Message() << (once ? "thread " : "from thread ") << n);
+            Watchdog::feed();
+            const host::VppService service;
+            client::LiveClient client;
+            client.vpp = std::make_shared<VppComponent>();
+            VppComponentPeer(*client.vpp).setWaitLimit(std::chrono::milliseconds(100));
+            gThreadsOnce = once;
+            gThreadCountdown = n;
+            gThreadsArmed = true;
+            const bool started = client.start(kW, kH, {1, 0, 1, 0});
+            for (int frame = 0; started && frame < 3; ++frame)
+                EXPECT_TRUE(client.send(kW, kH, frame * 1000000));
+            client.stop();
+            gThreadsArmed = false;
+            hit = gThreadCountdown <= 0;
+            EXPECT_EQ(client.account(), "");
+            ASSERT_TRUE(client.start(kW, kH, {1, 0, 1, 0})) << "threads again";
+            client.stop();
+            EXPECT_EQ(client.account(), "");
+            ASSERT_LT(n, 100) << "the run does not end";
+        }
+    }
+}
+
+// The pool lasts as long as its process, so each case has a process of its own.
+TEST(BinderThreads, MakeDoWithThoseThatAreToBeHad) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    for (const bool once : {true, false}) {
+        for (const int64_t n : {1, 4, 8}) {
+            const auto runOne = [&] {
+                gThreadsOnce = once;
+                gThreadCountdown = n;
+                gThreadsArmed = true;
+                ABinderProcess_startThreadPool();
+                gThreadsArmed = false;
+                bool ran = false;
+                host::callOnBinderThread([&ran] { ran = true; });
+                _exit(ran ? 0 : 1);
+            };
+            EXPECT_EXIT(runOne(), testing::ExitedWithCode(0), "") << once << n;
+        }
     }
 }
 
