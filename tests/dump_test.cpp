@@ -1,6 +1,7 @@
 // The text of a component's state: right at any moment, and never waited for. A dump that did wait
 // would wait for what the test lets go only afterwards.
 #include <client/LiveClient.h>
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -102,6 +103,16 @@ TEST_F(Dump, WaitsNeitherForTheClientNorForTheService) {
     session().send([](vpp::IVppCallbacks& to, vpp::VppError* r) { to.eventFlushDone({1}, r); });
     flusher.join();
     expectLines({"  state: IDLE", "  awaited: nothing"});
+}
+
+TEST_F(Dump, AReaderThatHasGoneEndsTheTextAndNothingElse) {
+    make();
+    int ends[2] = {-1, -1};
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    close(ends[0]);
+    vpp->dump(ends[1]);
+    close(ends[1]);
+    expectLines({"  state: UNINIT"});
 }
 
 // For the sanitizers: another thread looks all the while.
