@@ -72,6 +72,10 @@ int32_t FrameIntake::takeOutput(const QOZBufferInfo& output) {
         VPP_LOGW("processBuffer: the vpp service has died, output buffer refused");
         return kRefused;
     }
+    if (p.queue.isOnThisThread()) {
+        VPP_LOGW("processBuffer: another buffer is being queued on this thread, output refused");
+        return kRefused;
+    }
     if (!inCallback && !p.worker.waitForPendingStart(budget, "processBuffer")) return kRefused;
     if (p.ports.inputFormat() == 0) {
         p.ports.setInputFormat(static_cast<uint32_t>(output.buffer->getPixelFormat()));

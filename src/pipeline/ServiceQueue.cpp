@@ -18,6 +18,9 @@ constexpr const char* kForwardName = "vpp.metabuf.mv.fw";
 constexpr const char* kBackwardName = "vpp.metabuf.mv.bw";
 constexpr const char* kDownscaledName = "vpp.metabuf.scale.0p5";
 
+// The queue whose call into the service this thread is within.
+thread_local const void* tCalling = nullptr;
+
 }  // namespace
 
 bool ServiceQueue::queue(const sp<GraphicBuffer>& buffer, SideBuffers& extradata, uint32_t cookie,
@@ -194,8 +197,10 @@ ServiceQueue::Outcome ServiceQueue::call(const QueueRecord::VppBuffer& record, b
         return Outcome::NotQueued;
     }
     Outcome outcome = Outcome::Queued;
-    if (p.service.queueBuf(isInput ? VppPort::INPUT : VppPort::OUTPUT, record) !=
-        VppError::VPP_OK) {
+    const void* const around = std::exchange(tCalling, this);
+    const VppError error = p.service.queueBuf(isInput ? VppPort::INPUT : VppPort::OUTPUT, record);
+    tCalling = around;
+    if (error != VppError::VPP_OK) {
         VPP_LOGE("failed to queue vpp buffer");
         const bool withdrawn =
             isInput ? p.outstanding.withdrawInput(input) : p.outstanding.withdrawOutput(id);
@@ -203,6 +208,10 @@ ServiceQueue::Outcome ServiceQueue::call(const QueueRecord::VppBuffer& record, b
     }
     traceOutstanding();
     return outcome;
+}
+
+bool ServiceQueue::isOnThisThread() const {
+    return tCalling == this;
 }
 
 void ServiceQueue::traceOutstanding() const {

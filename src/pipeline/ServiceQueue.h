@@ -54,6 +54,10 @@ class ServiceQueue {
     // The second half of queue(): builds the record and hands it over. Gives nothing back.
     bool send(uint32_t cookie, const sp<GraphicBuffer>& buffer, uint64_t timestamp, bool isInput);
 
+    // Whether this thread is within a call that queues a buffer: the service may return one from
+    // within that call, and the client queue another in its callback, which would wait for itself.
+    bool isOnThisThread() const;
+
     // Whether an output buffer has the size that the output port has; with a gated message.
     bool fitsOutput(const sp<GraphicBuffer>& buffer) const;
 
