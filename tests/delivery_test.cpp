@@ -76,10 +76,10 @@ TEST_F(Delivery, LengthsAndTimestampsUseTheirWholeRange) {
 }
 
 TEST_F(Delivery, CountersFollowThePortABufferWasQueuedOn) {
-    const auto lent = buffer(64, 64, kNv12);
+    const auto output = buffer(64, 64, kNv12);
     VppComponentPeer::SideBuffers none;
-    ASSERT_EQ(processOutput(1, lent), 0);
-    ASSERT_TRUE(peer().queueBuffer(lent, none, 2, 10, true));
+    ASSERT_EQ(processOutput(1, output), 0);
+    ASSERT_TRUE(peer().queueBuffer(output, none, 2, 10, true));
     session().returnOutput(cookie::forInput(2, false), 10, 1);  // bypassed
     EXPECT_EQ(peer().inVpp(), std::pair(0U, 1U));
     session().returnOutput(cookie::forOutput(1), 10, 1);

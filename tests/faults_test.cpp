@@ -180,9 +180,9 @@ void atTimes(FaultScenario& play) {
 }
 
 template <int32_t kSlot>
-void lendTwice(FaultScenario& play) {
+void queueTwice(FaultScenario& play) {
     play.frames(1, 64, 48);
-    play.lendOnceMore(kSlot);
+    play.queueOnceMore(kSlot);
     play.playOn();
 }
 
@@ -254,8 +254,8 @@ void addClient(std::vector<Row>& rows) {
         rows.push_back({.name = name, .script = script});
     // The last of the outputs that wait for a frame, and the source that is the motion reference.
     const std::pair<const char*, Script> twice[] = {
-        {"a slot lent twice", lendTwice<8>},
-        {"a source sent twice", lendTwice<client::LiveClient::kFirstSource>}};
+        {"a slot queued twice", queueTwice<8>},
+        {"a source queued twice", queueTwice<client::LiveClient::kFirstSource>}};
     for (const auto& [name, script] : twice)
         rows.push_back({.name = name, .script = script, .doubles = 1});
 }
@@ -288,8 +288,8 @@ class Faults : public ResourceTest, public testing::WithParamInterface<Row> {
     void run(FaultScenario& play);
     void expectOutputsBack(const client::LiveClient& client);
     void checkTimes(const FaultScenario& play);
-    void checkBooks(const FaultScenario& play, const client::Ledger& atDisable);
-    void note(const FaultScenario& play, const client::Ledger& books);
+    void checkLedger(const FaultScenario& play, const client::Ledger& atDisable);
+    void note(const FaultScenario& play, const client::Ledger& ledger);
     std::string newErrors();
 
     static const char* const kPageHead;
@@ -325,7 +325,7 @@ TEST_P(Faults, LoseNothingElseAndStopNobody) {
     if (GetParam().throws) {
         EXPECT_THROW(FaultScenario(kShortWait, 0), std::logic_error);
         sLines.push_back("| " + GetParam().name +
-                         " | the constructor throws | 0.0 s | none lent |\n");
+                         " | the constructor throws | 0.0 s | none queued |\n");
         return;
     }
     FaultScenario play(GetParam().realWait ? kRealWait : kShortWait, GetParam().lossy());
@@ -348,11 +348,11 @@ void Faults::run(FaultScenario& play) {
     GetParam().script(play);
     if (!client::LiveClient::serviceLives()) expectOutputsBack(play.client);
     play.disable();
-    const auto books = play.client.ledger();
+    const auto ledger = play.client.ledger();
     EXPECT_GE(host::faultsFired(), GetParam().faults.size()) << "the row tests nothing";
     checkTimes(play);
-    checkBooks(play, books);
-    note(play, books);
+    checkLedger(play, ledger);
+    note(play, ledger);
 }
 
 // What a service had that has died.
@@ -370,7 +370,7 @@ void Faults::checkTimes(const FaultScenario& play) {
 
 // From a flush that succeeds everything has come back but what the fault itself kept. A session
 // that closes drops what is with it, and the one source that is the motion reference.
-void Faults::checkBooks(const FaultScenario& play, const client::Ledger& atDisable) {
+void Faults::checkLedger(const FaultScenario& play, const client::Ledger& atDisable) {
     EXPECT_LE(play.client.doubled(), GetParam().mayDouble());
     EXPECT_EQ(atDisable.totals().wrongPort, 0);
     EXPECT_LE(atDisable.outstanding(client::kSourcePort), 1);
@@ -391,7 +391,7 @@ std::string Faults::newErrors() {
     return {};
 }
 
-void Faults::note(const FaultScenario& play, const client::Ledger& books) {
+void Faults::note(const FaultScenario& play, const client::Ledger& ledger) {
     std::ostringstream line;
     line << "| " << GetParam().name << " | ";
     const std::string message = newErrors();
@@ -405,10 +405,10 @@ void Faults::note(const FaultScenario& play, const client::Ledger& books) {
     if (play.client.doubled() > 0) line << "one told twice; ";
     if (play.flushed) {
         const bool lost = play.flushed->outstanding() > 0;
-        line << (lost ? "one lost with the fault, the others home" : "all home")
+        line << (lost ? "one lost with the fault, the others returned" : "all returned")
              << " after the flush";
     } else {
-        line << (books.outstanding() > 0 ? "dropped with the session" : "all home");
+        line << (ledger.outstanding() > 0 ? "dropped with the session" : "all returned");
     }
     line << " |\n";
     sLines.push_back(line.str());

@@ -101,9 +101,10 @@ class SharedService {
         const std::lock_guard lock(mLock);
         mService.reset();
     }
-    bool isAlive(int number) {
+    // Whether this service has died since it was revived.
+    bool hasDied(int number) {
         const std::lock_guard lock(mLock);
-        return number == mNumber && client::LiveClient::serviceLives();
+        return number != mNumber || !client::LiveClient::serviceLives();
     }
 
   private:
@@ -196,7 +197,10 @@ class Player {
         const bool on = wasOff ? mClient.enable() : mClient.vpp->enable("again", &mClient, false);
         check(wasOff || !on, "enabled twice");
         check(on || !wasOff || mAllowed.faults, "not enabled");
-        if (on) mServiceNumber = number;
+        // Another history may have killed the service meanwhile: then it is not known whose session
+        // this is.
+        if (on && wasOff)
+            mServiceNumber = mService.hasDied(number) ? std::nullopt : std::optional(number);
         if (on) expect({VppComponent::INIT});
         if (!on && wasOff) expect({VppComponent::UNINIT, VppComponent::ERROR});
     }
@@ -226,7 +230,7 @@ class Player {
 
     void disable() {
         // What a dead service had comes back by itself.
-        if (mState != VppComponent::UNINIT && !mService.isAlive(mServiceNumber)) {
+        if (mState != VppComponent::UNINIT && mServiceNumber && mService.hasDied(*mServiceNumber)) {
             check(eventually([this] {
                       return mClient.ledger().outstanding(client::kOutputPort) <= mAllowed.lost;
                   }),
@@ -264,7 +268,7 @@ class Player {
     }
 
     SharedService& mService;
-    int mServiceNumber = 0;  // that the session is of
+    std::optional<int> mServiceNumber;  // that the session is of
     Allowance mAllowed;
     client::LiveClient mClient;
     VppComponent::status mState = VppComponent::UNINIT;
@@ -342,7 +346,7 @@ TEST_F(Histories, ThoseOfBeforeKeepThemToo) {
     }
 }
 
-TEST_F(Histories, EveryOneOfThemKeepsTheBooksAndTheStates) {
+TEST_F(Histories, EveryOneOfThemKeepsTheLedgersAndTheStates) {
     setParameters();
     EXPECT_TRUE(rc::check("histories", [this] {
         const bool withFaults = *rc::gen::arbitrary<bool>();

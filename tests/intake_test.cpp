@@ -1,4 +1,4 @@
-// One frame's way in, against the desk machine's own converter, and the settings that frames carry.
+// One frame's way in, against the simulator's own converter, and the settings that frames carry.
 #include <sys/eventfd.h>
 
 #include <atomic>

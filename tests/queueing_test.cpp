@@ -126,7 +126,7 @@ TEST_F(Queueing, AnOutputRecordIsEmptyAndActivates) {
 TEST_F(Queueing, AnOutputBufferThatIsRefusedComesBackInvalid) {
     struct Row {
         int32_t slot;
-        sp<GraphicBuffer> lent;
+        sp<GraphicBuffer> output;
         std::function<void()> breakIt;
         const char* message;
     };
@@ -144,7 +144,7 @@ TEST_F(Queueing, AnOutputBufferThatIsRefusedComesBackInvalid) {
          }) {
         client.clear();
         row.breakIt();
-        EXPECT_EQ(processOutput(row.slot, row.lent), 0) << row.message;
+        EXPECT_EQ(processOutput(row.slot, row.output), 0) << row.message;
         EXPECT_EQ(client.done(), (std::vector<Done>{{0, row.slot, 0, 0}})) << row.message;
         EXPECT_EQ(log.count(row.message), 1) << row.message;
         EXPECT_EQ(peer().inVpp().second, 0) << row.message;

@@ -96,14 +96,14 @@ class CountingClient final : public android::IQOZCallback {
   public:
     void onBufferDone(uint32_t port, int32_t slot, uint32_t, uint64_t) override {
         const size_t index = static_cast<size_t>(slot) + (port == 0 ? kSlots : 0);
-        if (index < home.size()) ++home[index];
+        if (index < returned.size()) ++returned[index];
     }
     void onConfigChanged(std::set<uint32_t>) override {}
 
-    std::array<std::atomic<int>, 2 * kSlots> home{};  // sources, then outputs
+    std::array<std::atomic<int>, 2 * kSlots> returned{};  // sources, then outputs
 };
 
-// Holds what it is given in fixed room and gives all of it back when it is asked to.
+// Holds what it is given in fixed storage and returns all of it when it is asked to.
 class HoldingVpp : public host::NullSession {
   public:
     HoldingVpp() : mAnswerer([this] { answer(); }) {}
@@ -206,7 +206,7 @@ class Sweep : public ResourceTest {
         armed([&] { component->flushsync(); });
         armed([&] { component->disable(); });
         for (size_t i = 0; i < taken.size(); ++i) {
-            if (taken[i] != client.home[i]) wrong += " slot " + std::to_string(i);
+            if (taken[i] != client.returned[i]) wrong += " slot " + std::to_string(i);
         }
         component.reset();
         (void)session->terminateSession();

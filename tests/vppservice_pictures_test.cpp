@@ -16,7 +16,7 @@ class VppPicturesTest : public VppServiceTest {
         openAt(factor, {newer->width, newer->height}, out);
         std::vector<sp<GraphicBuffer>> outputs;
         for (int i = 0; i < factor + 2; ++i)
-            EXPECT_EQ(lend(i, outputs.emplace_back(frame(out))), 0);
+            EXPECT_EQ(queueOutput(i, outputs.emplace_back(frame(out))), 0);
         VppBuffer last = record(newer, 1, 2000);
         for (const auto& [name, side] : sides)
             attach(last, name, side);

@@ -48,9 +48,9 @@ TEST_F(VppServiceTest, SpacesInBetweenFramesEvenlyAndInOrder) {
 TEST_F(VppServiceTest, FactorGivenAfterAFrameHoldsFromThatFrame) {
     openAt(0);
     const auto between = frame(kSmall), older = frame(kSmall, flat(200));
-    lend(0);
-    lend(1, between);
-    lend(2);
+    queueOutput(0);
+    queueOutput(1, between);
+    queueOutput(2);
     source(0, 1000, older);
     ASSERT_TRUE(mRecorder->await("input")) << "nothing is wanted from it yet";
     paint(older, flat(0), flat(0));  // ours again
@@ -66,7 +66,7 @@ TEST_F(VppServiceTest, FactorGivenAfterAFrameHoldsFromThatFrame) {
     source(5, 6000);
     ASSERT_EQ(steer({{1000, 3}}), 0);
     for (int id = 4; id < 8; ++id)
-        lend(id);
+        queueOutput(id);
     ASSERT_TRUE(mRecorder->await(output(7, 6000)));
     EXPECT_EQ(mRecorder->seen("output 6"), Lines{output(6, 5500)});
 
@@ -74,7 +74,7 @@ TEST_F(VppServiceTest, FactorGivenAfterAFrameHoldsFromThatFrame) {
     vpp::VppCtrlAis ais;
     ais.mode = 2;
     ASSERT_EQ(ask(&IVpp::setCtrlAis, ais), 0);
-    lend(3);
+    queueOutput(3);
     source(2, 7000);
     ASSERT_TRUE(mRecorder->await(output(3, 7000)));
 }
@@ -89,7 +89,7 @@ TEST_F(VppServiceTest, WaitsForLentOutputsAndDrainsAsFarAsTheyGo) {
     ASSERT_TRUE(mRecorder->await("drain"));
     EXPECT_EQ(mRecorder->seen().size(), 1U) << "nothing to write into";
     for (int i = 0; i < 7; ++i)
-        lend(i, to);
+        queueOutput(i, to);
     ASSERT_EQ(ask(&IVpp::drain), 0);
     ASSERT_TRUE(mRecorder->await("drain", 2));
     EXPECT_EQ(mRecorder->seen("output").size(), 7U);
@@ -98,7 +98,7 @@ TEST_F(VppServiceTest, WaitsForLentOutputsAndDrainsAsFarAsTheyGo) {
 
 TEST_F(VppServiceTest, FlushReturnsWhatItHoldsBeforeItsEventAndStartsAfresh) {
     openAt(1);
-    lend(9);
+    queueOutput(9);
     feed(0, 3);
     ASSERT_TRUE(mRecorder->await("output"));
     flush(VppPort::INPUT);
@@ -110,7 +110,7 @@ TEST_F(VppServiceTest, FlushReturnsWhatItHoldsBeforeItsEventAndStartsAfresh) {
               (Lines{output(9, 1000), "input 0 at 1000, 8192 bytes", "input 1 at 2000, 8192 bytes",
                      "input 2 at 3000, 8192 bytes", "flush 0", "unfilled 0 at 0, 0 bytes",
                      "unfilled 1 at 0, 0 bytes", "flush 1"}));
-    lend(4);
+    queueOutput(4);
     source(4, 9000);
     ASSERT_TRUE(mRecorder->await(output(4, 9000))) << "no interval across a flush";
 }
@@ -122,10 +122,10 @@ TEST_F(VppServiceTest, ReconfigureEmptiesBothPortsThenUsesTheNewSizes) {
     ASSERT_TRUE(mRecorder->await("reconfig 0"));
     EXPECT_EQ(mRecorder->seen(),
               (Lines{"unfilled 0 at 0, 0 bytes", "unfilled 1 at 0, 0 bytes", "reconfig 0"}));
-    EXPECT_NE(lend(2), 0) << "an output of the old size is too small now";
-    EXPECT_NE(lend(2, frame({96, 96})), 0) << "one too large is laid out for another size";
+    EXPECT_NE(queueOutput(2), 0) << "an output of the old size is too small now";
+    EXPECT_NE(queueOutput(2, frame({96, 96})), 0) << "one too large is laid out for another size";
     const auto to = frame({96, 64});
-    EXPECT_EQ(lend(2, to), 0);
+    EXPECT_EQ(queueOutput(2, to), 0);
     const Picture ramp = [](int x, int) { return 100 + x; };
     source(0, 1000, frame({32, 32}, ramp, flat(77)));
     ASSERT_TRUE(mRecorder->await("output 2 at 1000, 9216 bytes"));
@@ -134,7 +134,7 @@ TEST_F(VppServiceTest, ReconfigureEmptiesBothPortsThenUsesTheNewSizes) {
     // A port set up anew while sources are held: nothing goes between sizes.
     ASSERT_EQ(steer({{0, 1}}), 0);
     ASSERT_EQ(ask(&IVpp::setParameter, VppPort::INPUT, port({48, 40})), 0);
-    lend(3, to);
+    queueOutput(3, to);
     source(1, 2000, frame({48, 40}));
     ASSERT_TRUE(mRecorder->await("output 3 at 2000"));
 }
@@ -192,7 +192,7 @@ TEST_F(VppServiceTest, HoldsItsClientToTheOrderOfThings) {
         return ask(&IVpp::initSession, 0, with);
     };
     const auto onceOpen = [&] {
-        return Answers{lend(0), flush(VppPort::INPUT), ask(&IVpp::drain),
+        return Answers{queueOutput(0), flush(VppPort::INPUT), ask(&IVpp::drain),
                        ask(&IVpp::reconfigure, port(kSmall), port(kSmall))};
     };
     const auto recorder = ndk::SharedRefBase::make<SessionRecorder>();
@@ -214,7 +214,7 @@ TEST_F(VppServiceTest, HoldsItsClientToTheOrderOfThings) {
 }
 
 // Two outputs, two sources, a drain, a flush and a reconfiguration; then the first letters of what
-// came back, ? for an output nobody lent and x for a buffer refused.
+// came back, ? for an output nobody queued and x for a buffer refused.
 TEST_F(VppServiceTest, ArmedFaultsDoWhatTheySay) {
     const std::pair<const char*, std::string> cases[] = {
         {"outputBufferDone=drop", "dfiior"},
@@ -238,7 +238,7 @@ TEST_F(VppServiceTest, ArmedFaultsDoWhatTheySay) {
         openAt(0);
         std::string error, got;
         armFault(parseFault(fault, &error).value());
-        for (const int result : {lend(0), lend(1), source(0, 1000), source(1, 2000)})
+        for (const int result : {queueOutput(0), queueOutput(1), source(0, 1000), source(1, 2000)})
             got += result != 0 ? "x" : "";
         ask(&IVpp::drain);
         ASSERT_TRUE(mRecorder->await("drain"));
@@ -289,7 +289,7 @@ TEST_F(VppServiceTest, DeathEndsEveryCallAndLetsGoOfEverything) {
     EXPECT_TRUE(eventually([] { return faultsFired() > 0; }));
     armFault({.operation = "flush", .kind = FaultKind::Die});
     EXPECT_EQ(flush(VppPort::INPUT), -1);
-    EXPECT_EQ(lend(0), -1) << "at once";
+    EXPECT_EQ(queueOutput(0), -1) << "at once";
     EXPECT_EQ(newSession(), nullptr) << "no longer registered";
     sleeper.join();
     mService.reset();
@@ -334,10 +334,10 @@ TEST_F(VppServiceTest, MayBeEndedFromWithinACallback) {
         if (what.starts_with("output")) mSession->terminateSession();
     };
     feed(0, 2);
-    lend(0);
-    lend(1);  // may come too late
+    queueOutput(0);
+    queueOutput(1);  // may come too late
     ASSERT_TRUE(mRecorder->await("output"));
-    EXPECT_EQ(lend(2), 3);
+    EXPECT_EQ(queueOutput(2), 3);
     EXPECT_EQ(mRecorder->seen("output").size(), 1U) << "nothing after the session has ended";
 
     // Nobody could wait for the callback; what it carried goes when it has returned.

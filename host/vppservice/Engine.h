@@ -48,7 +48,7 @@ class Engine : public std::enable_shared_from_this<Engine> {
     // that is held of its ports, and the next source starts afresh.
     void flush(VppPort port, Answer answer);
     void reconfigure(Answer answer);
-    // Finishes the sources queued so far, or as many as the lent outputs allow.
+    // Finishes the sources queued so far, or as many as the queued outputs allow.
     void drain(Answer answer);
 
   private:

@@ -49,7 +49,7 @@ class FaultScenario {
         for (int i = 0; i < count; ++i) {
             bool sent = false;
             time([&] { sent = client.send(width, height, mNow += kFrameNs, {}, carried); });
-            EXPECT_TRUE(sent) << "no source comes home";
+            EXPECT_TRUE(sent) << "no source is returned";
         }
         if (client.ledger().totals().refused > 0) saw("buffers refused");
     }
@@ -57,7 +57,7 @@ class FaultScenario {
         time([&] { EXPECT_TRUE(client.send(64, 48, nanoseconds)); });
     }
     // Output or source, whether it is out or not.
-    void lendOnceMore(int32_t slot) {
+    void queueOnceMore(int32_t slot) {
         std::vector<android::QOZBufferInfo> packet{{slot, nullptr, nullptr, mNow, {}}};
         const bool isSource = slot >= client::LiveClient::kFirstSource;
         packet[0].buffer = new android::GraphicBuffer(
@@ -122,7 +122,7 @@ class FaultScenario {
     std::vector<std::string> seen;  // in order, each once
     std::chrono::milliseconds longest{0};
     std::chrono::milliseconds disabling{0};
-    std::optional<client::Ledger> flushed;  // the books after a flush that ended in IDLE
+    std::optional<client::Ledger> flushed;  // the ledger after a flush that ended in IDLE
 
   private:
     template <typename Act>

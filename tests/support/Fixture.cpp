@@ -60,12 +60,10 @@ void ComponentTest::TearDown() {
 }
 
 void ComponentTest::renew() {
+    if (service->next != nullptr) service->next->onCall = nullptr;
     if (vpp != nullptr) vpp->disable();
     vpp.reset();
-    if (service->next != nullptr) {
-        service->next->onCall = nullptr;
-        (void)service->next->terminateSession();
-    }
+    if (service->next != nullptr) (void)service->next->terminateSession();
     service->next = ndk::SharedRefBase::make<ScriptedVpp>();
     host::clearFaults();
     log.clear();

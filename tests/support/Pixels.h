@@ -29,7 +29,7 @@ inline sp<GraphicBuffer> makeField(int sourceWidth, int sourceHeight) {
 inline uint8_t* pixelsOf(const sp<GraphicBuffer>& buffer) {
     void* pixels = nullptr;
     EXPECT_EQ(buffer->lock(GraphicBuffer::USAGE_SW_READ_OFTEN, &pixels), android::OK);
-    buffer->unlock();  // the desk machine keeps buffers mapped for as long as they live
+    buffer->unlock();  // the simulator keeps buffers mapped for as long as they live
     return static_cast<uint8_t*>(pixels);
 }
 

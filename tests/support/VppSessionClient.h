@@ -181,7 +181,7 @@ class VppServiceTest : public ResourceTest {
     }
     int flush(VppPort which) { return ask(&IVpp::flush, which); }
     int queue(VppPort to, const VppBuffer& b) { return ask(&IVpp::queueBuf, to, b); }
-    int lend(int id, const sp<GraphicBuffer>& output = frame(kSmall)) {
+    int queueOutput(int id, const sp<GraphicBuffer>& output = frame(kSmall)) {
         return queue(VppPort::OUTPUT, record(output, id | kOutputBit, 1));
     }
     int source(int id, uint64_t timestamp, const sp<GraphicBuffer>& pixels = frame(kSmall)) {
@@ -190,7 +190,7 @@ class VppServiceTest : public ResourceTest {
     // That many of each, numbered from 0; the sources at 1000, 2000 and so on.
     void feed(int outputs, int sources) {
         for (int i = 0; i < outputs; ++i)
-            EXPECT_EQ(lend(i), 0);
+            EXPECT_EQ(queueOutput(i), 0);
         for (int i = 0; i < sources; ++i)
             EXPECT_EQ(source(i, 1000 + 1000 * static_cast<uint64_t>(i)), 0);
     }
