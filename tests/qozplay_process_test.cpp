@@ -86,7 +86,7 @@ std::string plainEnd(const Killed& killed) {
                                                 buffers["refused"].get<int>() +
                                                 buffers["lost"].get<int>());
     EXPECT_EQ(err.find("descriptors"), std::string::npos) << err;
-    EXPECT_EQ(buffers["lost"].get<int>(), 0) << "what a dead service had comes back";
+    EXPECT_EQ(buffers["lost"].get<int>(), 0) << "what a dead service had comes back: " << err;
     EXPECT_LT(killed.end - killed.at, kLongestEnd) << err;
     EXPECT_TRUE(killed.outcome.code == 0 || (killed.outcome.code == 1 && killed.landed)) << err;
     if (killed.outcome.code == 0) return "no harm";

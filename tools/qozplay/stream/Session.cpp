@@ -198,10 +198,11 @@ void Session::sendSource(uint64_t frame, int32_t slot) {
     if (mVerifier) mVerifier->interrupted("ratio change");
 }
 
-// Works after any failure: whatever is still outstanding is asked back, unless there is nobody to
-// ask.
+// Works after any failure: whatever is still outstanding is asked back. What a dead service had has
+// been returned when the flush ends.
 void Session::finish() {
     if (mStream.serviceDied()) {
+        mVpp->flushsync();
         mStream.look();
         logState();
         mVpp->disable();
