@@ -199,22 +199,29 @@ TEST_F(Death, AnAnswerMayComeBeforeTheCallReturns) {
     }
 }
 
-// A nested call may return a buffer, too. What the client queues in that callback is refused: the
-// call that it is within has the queue.
-TEST_F(Death, AReturnMayComeFromWithinTheQueueing) {
-    startPlain();
-    std::atomic<int> result{-1};
-    client.onDone = [&](const Done& done) {
-        if (done.slot == 40) result = processOutput(4, nv12());
-    };
-    session().onCall = [this](const std::string& call) {
-        if (call == "queueBuf0") session().returnInput(40, 9);
-    };
-    ASSERT_EQ(process({{0, frame(), {}, 9000, {}}, {40, nv12(), {}, 0, {}}}), 0);
-    EXPECT_EQ(result, 1);
-    EXPECT_EQ(client.done(0), (std::vector<Done>{{0, 40, 0, 0}}));
-    EXPECT_EQ(processOutput(5, nv12()), 0);
-    EXPECT_EQ(queuedOn(VppPort::OUTPUT).size(), 1);
+// A nested call may return a buffer, too, and a service of one thread may return one before it
+// answers. What the client queues in that callback is refused: the call that waits for the callback
+// has the queue.
+TEST_F(Death, AReturnMayComeBeforeTheQueueingIsAnswered) {
+    for (const bool nested : {true, false}) {
+        SCOPED_TRACE(nested ? "nested" : "on the service's thread");
+        renew();
+        startPlain();
+        std::atomic<int> result{-1};
+        client.onDone = [&](const Done& done) {
+            if (done.slot == 40) result = processOutput(4, nv12());
+        };
+        session().onCall = [&](const std::string& call) {
+            if (call != "queueBuf0") return;
+            if (nested) return session().returnInput(40, 9);
+            std::thread([this] { session().returnInput(40, 9); }).join();
+        };
+        ASSERT_EQ(process({{0, frame(), {}, 9000, {}}, {40, nv12(), {}, 0, {}}}), 0);
+        EXPECT_EQ(result, 1);
+        EXPECT_EQ(client.done(0), (std::vector<Done>{{0, 40, 0, 0}}));
+        EXPECT_EQ(processOutput(5, nv12()), 0);
+        EXPECT_EQ(queuedOn(VppPort::OUTPUT).size(), 1);
+    }
 }
 
 TEST_F(Death, ThePreviousSessionIsNotHeard) {

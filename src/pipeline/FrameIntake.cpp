@@ -115,10 +115,16 @@ bool FrameIntake::queueOutput(const QOZBufferInfo& output, WaitBudget* waits) {
         return false;
     }
     VPP_LOGD("No input buffer ,just queue output to VPP");
-    SideBuffers none;
-    p.queue.queue(output.buffer, none, static_cast<uint32_t>(output.slot),
-                  static_cast<uint64_t>(systemTime(SYSTEM_TIME_MONOTONIC)), false);
-    return true;
+    const auto slot = static_cast<uint32_t>(output.slot);
+    const auto now = static_cast<uint64_t>(systemTime(SYSTEM_TIME_MONOTONIC));
+    if (waits != nullptr) {
+        SideBuffers none;
+        p.queue.queue(output.buffer, none, slot, now, false);
+        return true;
+    }
+    if (p.queue.queueFromCallback(output.buffer, slot, now)) return true;
+    VPP_LOGW("processBuffer: vpp has not answered another thread, output buffer refused");
+    return false;
 }
 
 int32_t FrameIntake::takeSource(const std::vector<QOZBufferInfo>& packet, WaitBudget& waits) {

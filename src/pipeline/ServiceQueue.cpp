@@ -1,6 +1,8 @@
 #include "pipeline/ServiceQueue.h"
 
+#include <chrono>
 #include <new>
+#include <thread>
 #include <utility>
 
 #include "base/TraceMarker.h"
@@ -18,6 +20,11 @@ constexpr const char* kForwardName = "vpp.metabuf.mv.fw";
 constexpr const char* kBackwardName = "vpp.metabuf.mv.bw";
 constexpr const char* kDownscaledName = "vpp.metabuf.scale.0p5";
 
+// How long a callback waits for a call into the service that another thread makes. Longer than such
+// a call takes, unless the service waits for the callback.
+constexpr auto kCallPatience = std::chrono::milliseconds(20);
+constexpr auto kLookAgain = std::chrono::microseconds(100);
+
 // The queue whose call into the service this thread is within.
 thread_local const void* tCalling = nullptr;
 
@@ -25,28 +32,52 @@ thread_local const void* tCalling = nullptr;
 
 bool ServiceQueue::queue(const sp<GraphicBuffer>& buffer, SideBuffers& extradata, uint32_t cookie,
                          uint64_t timestamp, bool isInput) {
-    const bool isPooled = isInput && p.needAdditionalBuffer;
-    const Item item{buffer, cookie, timestamp, isInput};
+    return queueItem({buffer, cookie, timestamp, isInput, false}, extradata) == Outcome::Queued;
+}
+
+bool ServiceQueue::queueFromCallback(const sp<GraphicBuffer>& buffer, uint32_t slot,
+                                     uint64_t timestamp) {
+    SideBuffers none;
+    return queueItem({buffer, slot, timestamp, false, true}, none) != Outcome::Busy;
+}
+
+ServiceQueue::Outcome ServiceQueue::queueItem(const Item& item, SideBuffers& extradata) {
+    const bool isPooled = item.isInput && p.needAdditionalBuffer;
     Outcome outcome = Outcome::NotQueued;
-    if (!pool::hasMemory(buffer)) {
+    if (!pool::hasMemory(item.buffer)) {
         VPP_LOGE("invalid graphic buffer");
-    } else if (isQueueableId(cookie, isInput)) {
-        outcome = isInput ? queueSource(item, extradata) : queueOutput(item);
+    } else if (isQueueableId(item.cookie, item.isInput)) {
+        outcome = item.isInput ? queueSource(item, extradata) : queueOutput(item);
     }
     if (outcome == Outcome::NotQueued && !isPooled) {
-        p.client.giveBackUnused(static_cast<int32_t>(cookie));
+        p.client.giveBackUnused(static_cast<int32_t>(item.cookie));
     }
-    return outcome == Outcome::Queued;
+    return outcome;
 }
 
 bool ServiceQueue::send(uint32_t cookie, const sp<GraphicBuffer>& buffer, uint64_t timestamp,
                         bool isInput) {
-    return handOver({buffer, cookie, timestamp, isInput}) == Outcome::Queued;
+    return handOver({buffer, cookie, timestamp, isInput, false}) == Outcome::Queued;
+}
+
+// There is no lock of the standard library's kind that is waited for within a limit.
+bool ServiceQueue::take(std::unique_lock<std::mutex>& lock, const Item& item) const {
+    if (!item.isFromCallback) {
+        lock.lock();
+        return true;
+    }
+    const auto end = std::chrono::steady_clock::now() + kCallPatience;
+    while (!lock.try_lock()) {
+        if (std::chrono::steady_clock::now() >= end) return false;
+        std::this_thread::sleep_for(kLookAgain);
+    }
+    return true;
 }
 
 ServiceQueue::Outcome ServiceQueue::queueOutput(const Item& item) {
     if (p.status == Status::IDLE) {
-        const std::lock_guard<std::mutex> lock(p.lock);
+        std::unique_lock<std::mutex> lock(p.lock, std::defer_lock);
+        if (!take(lock, item)) return Outcome::Busy;
         p.status = Status::ACTIVE;
     }
     return handOver(item);
@@ -93,7 +124,8 @@ bool ServiceQueue::fitsOutput(const sp<GraphicBuffer>& buffer) const {
 
 ServiceQueue::Outcome ServiceQueue::handOver(const Item& item) {
     ATRACE_NAME("queueVppBuffer");
-    const std::lock_guard<std::mutex> lock(p.lock);
+    std::unique_lock<std::mutex> lock(p.lock, std::defer_lock);
+    if (!take(lock, item)) return Outcome::Busy;
     if (!p.service.hasSession()) {
         VPP_LOGE("queueVppBuffer: component is not enabled");
         return Outcome::NotQueued;

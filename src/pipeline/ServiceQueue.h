@@ -51,6 +51,12 @@ class ServiceQueue {
     bool queue(const sp<GraphicBuffer>& buffer, SideBuffers& extradata, uint32_t cookie,
                uint64_t timestamp, bool isInput);
 
+    // The same for an output buffer that a callback brings. The service may be waiting for that
+    // callback before it answers a call that another thread makes under the component's lock, so
+    // the lock is waited for no longer than such a call takes. False: the buffer is still the
+    // client's.
+    bool queueFromCallback(const sp<GraphicBuffer>& buffer, uint32_t slot, uint64_t timestamp);
+
     // The second half of queue(): builds the record and hands it over. Gives nothing back.
     bool send(uint32_t cookie, const sp<GraphicBuffer>& buffer, uint64_t timestamp, bool isInput);
 
@@ -68,13 +74,17 @@ class ServiceQueue {
         uint32_t cookie;
         uint64_t timestamp;
         bool isInput;
+        bool isFromCallback;
     };
-    enum class Outcome { Queued, NotQueued, GivenBack };
+    enum class Outcome { Queued, NotQueued, GivenBack, Busy };
+
+    Outcome queueItem(const Item& item, SideBuffers& extradata);
 
     bool isQueueableId(uint32_t id, bool isInput) const;
     Outcome queueSource(const Item& item, SideBuffers& extradata);
     Outcome queueOutput(const Item& item);
     bool recordExtradata(SideBuffers& extradata, uint64_t timestamp);
+    bool take(std::unique_lock<std::mutex>& lock, const Item& item) const;
     Outcome handOver(const Item& item);
     bool attachMetaBuffers(QueueRecord& record, uint64_t timestamp) const;
     QueueRecord::Shared attachVectors(QueueRecord& record, const sp<GraphicBuffer>& forward,
