@@ -20,9 +20,9 @@ class ConverterMotionTest : public ConverterTest {
     }
 };
 
-// Whether a vector leads this many pixels, to an eighth of one.
+// Whether a vector leads this many pixels, to a quarter of one.
 bool leads(const MotionVector& v, int dx, int dy) {
-    return std::abs(v.dx - dx * kMotionUnit) <= 1 && std::abs(v.dy - dy * kMotionUnit) <= 1;
+    return std::abs(v.dx - dx * kMotionUnit) <= 2 && std::abs(v.dy - dy * kMotionUnit) <= 2;
 }
 
 // How many vectors are as `is(vector, x, y)` says, (x, y) being the first pixel of its block.

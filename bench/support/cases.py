@@ -1,7 +1,7 @@
 """Clips in which frame interpolation goes wrong, made from a seed, a size and a speed.
 
 Each case is a function of a Stage that draws the luma of one moment; moments are numbered in output frames,
-so every second one is given and the others are the truth. Chroma follows from a second, smooth texture.
+so every second one is given and the others are the truth. Chroma follows from luma.
 """
 
 import numpy as np
@@ -280,6 +280,8 @@ def frames(name, seed, width, height, speed, moments):
     for moment in range(moments):
         luma = np.clip(np.rint(draw(stage, moment)), 16, 235).astype(np.uint8)
         small = luma.reshape(height // 2, 2, width // 2, 2).mean((1, 3))
-        u = np.rint(128 + (small - 120) * 0.2).astype(np.uint8)
-        v = np.rint(128 - (small - 120) * 0.15).astype(np.uint8)
+        # No colour that RGB cannot say: the player's frames are RGB on their way.
+        room = np.minimum(small - 16, 235 - small) * 0.2
+        u = np.rint(128 + room * np.cos(small / 20)).astype(np.uint8)
+        v = np.rint(128 + room * np.sin(small / 20)).astype(np.uint8)
         yield luma, u, v

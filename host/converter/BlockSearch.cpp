@@ -15,6 +15,9 @@ constexpr int kCoarseBlock = 8;
 constexpr int kSourceReach = 80;
 constexpr int kLevelReach = 16;
 
+// With less than this per pixel left, a neighbour's displacement or none is taken without a search.
+constexpr uint32_t kPlausible = 2;
+
 // One level below, a block may be small enough to move on its own within a larger one that does
 // not. When no prediction leaves less than this per pixel, it is searched for this far around.
 constexpr uint32_t kUnexplained = 6;
@@ -25,10 +28,11 @@ constexpr int kOwnReach = 6;
 constexpr int kBiasedDistance = 8;
 constexpr uint32_t kBiasShare = 8;
 
-constexpr int kRefinements = 2;  // rounds of single steps, each way
+// Rounds of single steps, each way; at full size, where gradients take it further, one will do.
+constexpr int kRefinements = 2;
 
-// A mean difference of half a grey level is as good as none: 1/2, as a divisor.
-constexpr uint32_t kSettledShare = 2;
+// A mean difference of one grey level is as good as none.
+constexpr uint32_t kSettled = 1;
 
 // One block's candidates and the best of them.
 class Contest {
@@ -58,22 +62,22 @@ class Contest {
     }
 
     // Steps of one pixel from the best, for as long as they help.
-    void refine() {
-        for (int round = 0; round < kRefinements && !settled(); ++round) {
+    void refine(int rounds) {
+        constexpr Displacement kSteps[] = {{0, -1}, {-1, 0}, {1, 0}, {0, 1}};
+        for (int round = 0; round < rounds && !settled(); ++round) {
             const Displacement centre = mBest.displacement;
-            for (int dy = -1; dy <= 1; ++dy) {
-                for (int dx = -1; dx <= 1; ++dx)
-                    offer({centre.dx + dx, centre.dy + dy});
-            }
+            for (const auto& [dx, dy] : kSteps)
+                offer({centre.dx + dx, centre.dy + dy});
             if (mBest.displacement == centre) return;
         }
     }
 
+    bool plausible() const { return mBest.difference < kPlausible * mBlock.area(); }
     bool explained() const { return mBest.difference < kUnexplained * mBlock.area(); }
     const BlockMatch& best() const { return mBest; }
 
   private:
-    bool settled() const { return mBest.difference < mBlock.area() / kSettledShare; }
+    bool settled() const { return mBest.difference < mBlock.area() * kSettled; }
 
     uint32_t bias(Displacement candidate) const {
         const int distance =
@@ -113,7 +117,9 @@ void searchCoarsest(const LumaPlane& from, const LumaPlane& to, int level, Block
         for (int column = 0; column < grid->columns(); ++column) {
             Contest contest(from, to, grid->block(column, row), {}, reach);
             contest.offer({});
-            contest.offerAround(reach);
+            offerNeighbours(*grid, column, row, &contest);
+            if (!contest.plausible()) contest.offerAround(reach);
+            contest.refine(kRefinements);
             grid->at(column, row) = contest.best();
         }
     }
@@ -124,6 +130,7 @@ struct Level {
     const LumaPlane& to;
     int reach;
     int coarseShift;     // from a column or row of this grid to that of the coarser one
+    int refinements;     // rounds of single steps, each way
     bool searchesAlone;  // blocks that no prediction explains are searched for
 };
 
@@ -138,7 +145,7 @@ void searchLevel(const Level& level, const BlockGrid& coarse, BlockGrid* grid) {
             contest.offer({});
             offerNeighbours(*grid, column, row, &contest);
             if (level.searchesAlone && !contest.explained()) contest.offerAround(kOwnReach);
-            contest.refine();
+            contest.refine(level.refinements);
             grid->at(column, row) = contest.best();
         }
     }
@@ -177,8 +184,12 @@ BlockGrid& BlockSearch::search(const LumaPyramid& from, const LumaPyramid& to) {
     searchCoarsest(from.level(coarsest), to.level(coarsest), coarsest,
                    &mGrids[static_cast<size_t>(coarsest)]);
     for (int level = coarsest - 1; level >= 0; --level) {
-        const Level parameters{from.level(level), to.level(level), kMaxDisplacement >> level,
-                               level == 0 ? 0 : 1, level + 1 == coarsest};
+        const Level parameters{from.level(level),
+                               to.level(level),
+                               kMaxDisplacement >> level,
+                               level == 0 ? 0 : 1,
+                               level == 0 ? 1 : kRefinements,
+                               level + 1 == coarsest};
         searchLevel(parameters, mGrids[static_cast<size_t>(level) + 1],
                     &mGrids[static_cast<size_t>(level)]);
     }

@@ -1,6 +1,7 @@
 #include <cutils/properties.h>
 #include <host/converter/Dump.h>
 #include <host/converter/FieldDrawing.h>
+#include <host/converter/FrameConverter.h>
 #include <libyuv/convert_argb.h>
 #include <libyuv/convert_from_argb.h>
 #include <png.h>
@@ -35,8 +36,12 @@ Picture pixelsOf(const MappedBuffer& buffer) {
     picture.rgb.resize(size_t{picture.width} * picture.height * 3);
     if (buffer.nv12()) {
         const Nv12Picture from = buffer.picture();
-        libyuv::NV12ToRAW(from.luma, from.stride, from.chroma, from.stride, picture.rgb.data(),
-                          width * 3, width, height);
+        // Bytes R, G, B: the library names its functions by the reverse, for which U and V change
+        // places.
+        const auto& colours = isHighDefinition(buffer.height()) ? libyuv::kYvuH709Constants
+                                                                : libyuv::kYvuI601Constants;
+        libyuv::NV21ToRGB24Matrix(from.luma, from.stride, from.chroma, from.stride,
+                                  picture.rgb.data(), width * 3, &colours, width, height);
     } else {
         libyuv::ABGRToRAW(buffer.pixels(), width * 4, picture.rgb.data(), width * 3, width, height);
     }

@@ -24,6 +24,8 @@ class Smoother {
     void visit(int column, int row) {
         BlockMatch& own = mGrid.at(column, row);
         const Block block = mGrid.block(column, row);
+        const bool fits = own.difference <= block.area();
+        if (agrees(column, row, own.displacement, fits ? 1 : 0)) return;
         uint32_t least = energy(column, row, block, own);
         for (const auto& [right, down] : kAround) {
             if (!mGrid.has(column + right, row + down)) continue;
@@ -38,6 +40,15 @@ class Smoother {
     }
 
   private:
+    // What fits within a grey level need agree to a pixel only: it is measured more finely later.
+    bool agrees(int column, int row, Displacement own, int apart) const {
+        return std::ranges::all_of(kAround, [&](const auto& beside) {
+            if (!mGrid.has(column + beside[0], row + beside[1])) return true;
+            const Displacement other = mGrid.at(column + beside[0], row + beside[1]).displacement;
+            return std::abs(own.dx - other.dx) <= apart && std::abs(own.dy - other.dy) <= apart;
+        });
+    }
+
     uint32_t energy(int column, int row, const Block& block, const BlockMatch& match) const {
         uint32_t disagreement = 0;
         for (const auto& [right, down] : kAround) {

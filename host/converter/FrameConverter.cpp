@@ -1,15 +1,44 @@
+#include <host/converter/ColourKernels.h>
 #include <host/converter/FrameConverter.h>
-#include <libyuv/convert_from_argb.h>
 #include <libyuv/scale.h>
 
 namespace qoz::host {
 namespace {
 
-bool convertRgba(const MappedBuffer& source, const Nv12Picture& target) {
-    // The library names pixels by their little-endian word: bytes R, G, B, A are its ABGR.
-    return libyuv::ABGRToNV12(source.pixels(), static_cast<int>(rgbaStride(source.width())),
-                              target.luma, target.stride, target.chroma, target.stride,
-                              target.width, target.height) == 0;
+// The shares of red and blue in luma define a standard; limited range keeps 219 steps of luma and
+// 224 of chroma, of 255.
+constexpr ColourMatrix matrixOf(double red, double blue) {
+    const auto share = [](double value, double steps) {
+        const double scaled = value * steps / 255 * kColourUnit;
+        return static_cast<int16_t>(scaled + (scaled < 0 ? -0.5 : 0.5));
+    };
+    const double u = 2 * (1 - blue);
+    const double v = 2 * (1 - red);
+    ColourMatrix matrix = {{share(red, 219), 0, share(blue, 219)},
+                           {share(-red / u, 224), 0, share(0.5, 224)},
+                           {share(0.5, 224), 0, share(-blue / v, 224)}};
+    // Grey stays grey, and white is exactly the brightest: green takes what rounding leaves.
+    matrix.y[1] = static_cast<int16_t>(share(1, 219) - matrix.y[0] - matrix.y[2]);
+    matrix.u[1] = static_cast<int16_t>(-matrix.u[0] - matrix.u[2]);
+    matrix.v[1] = static_cast<int16_t>(-matrix.v[0] - matrix.v[2]);
+    return matrix;
+}
+constexpr ColourMatrix kBt601 = matrixOf(0.299, 0.114);
+constexpr ColourMatrix kBt709 = matrixOf(0.2126, 0.0722);
+
+void convertRgba(const MappedBuffer& source, const Nv12Picture& target) {
+    const ColourMatrix& matrix = isHighDefinition(source.height()) ? kBt709 : kBt601;
+    const size_t stride = rgbaStride(source.width());
+    for (int y = 0; y < target.height; y += 2) {
+        const ptrdiff_t down = y + 1 < target.height ? 1 : 0;
+        const uint8_t* upper = source.pixels() + static_cast<size_t>(y) * stride;
+        uint8_t* luma = target.luma + static_cast<ptrdiff_t>(y) * target.stride;
+        rgbaToNv12(matrix,
+                   {upper, upper + down * static_cast<ptrdiff_t>(stride), luma,
+                    luma + down * target.stride,
+                    target.chroma + static_cast<ptrdiff_t>(y / 2) * target.stride},
+                   source.width());
+    }
 }
 
 bool sameSize(const MappedBuffer& source, const Nv12Picture& target) {
@@ -21,12 +50,16 @@ bool sameSize(const MappedBuffer& source, const Nv12Picture& target) {
 
 bool FrameConverter::convert(const MappedBuffer& source, const Nv12Picture& target) {
     if (source.nv12()) return scale(source.picture(), target);
-    if (sameSize(source, target)) return convertRgba(source, target);
+    if (sameSize(source, target)) {
+        convertRgba(source, target);
+        return true;
+    }
 
     // Scaling after the conversion moves 1.5 bytes a pixel instead of 4.
     prepare(source.width(), source.height());
     const auto whole = Nv12Picture::over(mScratch.data(), source.width(), source.height());
-    return convertRgba(source, whole) && scale(whole, target);
+    convertRgba(source, whole);
+    return scale(whole, target);
 }
 
 bool FrameConverter::scale(const Nv12Picture& from, const Nv12Picture& to) {

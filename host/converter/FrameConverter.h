@@ -1,4 +1,5 @@
-// Frames to NV12: colour conversion and scaling. Colours are BT.601, limited range.
+// Frames to NV12: colour conversion and scaling. Colours are limited range, BT.709 for sources of
+// 720 rows and more, BT.601 below: what a clip means that does not say.
 #pragma once
 
 #include <host/converter/MappedBuffer.h>
@@ -7,6 +8,10 @@
 #include <vector>
 
 namespace qoz::host {
+
+constexpr bool isHighDefinition(uint32_t height) {
+    return height >= 720;
+}
 
 class FrameConverter {
   public:

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace qoz::host {
 namespace {
@@ -45,12 +46,17 @@ void MotionEstimator::estimateOne(const LumaPyramid& from, const LumaPyramid& to
                                   const BrightnessChange& change, MotionVector* field) {
     BlockGrid& grid = mSearch.search(from, to);
     smoothField(from.level(0), to.level(0), &grid);
-    write(from.level(0), grid, mSubpixel.refine(from.level(0), to.level(0), grid), change, field);
+    const std::vector<Motion>& motion = mSubpixel.refine(from.level(0), to.level(0), &grid);
+    write(from.level(0), grid, motion, change, field);
 }
 
 void MotionEstimator::estimate(const MappedBuffer& previous, const MappedBuffer& current,
-                               MotionVector* forward, MotionVector* backward) {
-    mPrevious.build(previous);
+                               bool known, MotionVector* forward, MotionVector* backward) {
+    if (known) {
+        std::swap(mPrevious, mCurrent);
+    } else {
+        mPrevious.build(previous);
+    }
     mCurrent.build(current);
     const BrightnessChange change = brightnessChange(mPrevious.smallest(), mCurrent.smallest());
     if (change) mPrevious.change(change.gain, change.offset);

@@ -10,13 +10,14 @@
 
 namespace qoz::host {
 
-// Keeps nothing between two calls but memory: the owner of a frame may have rewritten it since.
+// Keeps the current frame's luma for the next pair, whose previous frame it mostly is.
 class MotionEstimator {
   public:
     // Frames of the same shape; fields of fieldWidth x fieldHeight vectors. A change of brightness
     // is undone on the older frame before anything is compared.
-    void estimate(const MappedBuffer& previous, const MappedBuffer& current, MotionVector* forward,
-                  MotionVector* backward);
+    // `known`: the previous frame is the last call's current one, its pixels as they were.
+    void estimate(const MappedBuffer& previous, const MappedBuffer& current, bool known,
+                  MotionVector* forward, MotionVector* backward);
 
     void release();
 

@@ -63,8 +63,27 @@ class Rgb2Yuv::Engine {
     FrameConverter converter;
     MotionEstimator estimator;
     std::optional<Setup> setup;
+    const GraphicBuffer* converted = nullptr;  // last
+    const GraphicBuffer* measured = nullptr;   // current frame of the last estimate
+
+    // Called for each frame that is converted: whoever converts a buffer again has drawn in it.
+    void noteConversion(const sp<GraphicBuffer>& source) {
+        if (source.get() == measured) measured = nullptr;
+        converted = source.get();
+    }
+
+    // Whether the estimator still holds the previous frame's luma. Only the order in which frames
+    // are converted tells that its pixels are the same; without it nothing is known. The buffers
+    // are not looked at through these pointers, nor kept.
+    bool knows(const sp<GraphicBuffer>& previous, const sp<GraphicBuffer>& current) {
+        const bool inOrder = current.get() == converted;
+        const bool known = inOrder && previous.get() == measured;
+        measured = inOrder ? current.get() : nullptr;
+        return known;
+    }
 
     void release() {
+        measured = nullptr;
         converter.release();
         estimator.release();
     }
@@ -117,6 +136,7 @@ bool Rgb2Yuv::RGBToNV12(
     if (fence != nullptr && fence->isValid() && fence->wait(kFenceWaitMs) != NO_ERROR) {
         return refuse(kOperation, "the source's fence did not signal in time");
     }
+    mEngine->noteConversion(source);
     if (!mEngine->converter.convert(*from, to->picture()) ||
         (small && !FrameConverter::scale(to->picture(), small->picture()))) {
         return refuse(kOperation, "cannot scale between these sizes");
@@ -144,7 +164,8 @@ bool Rgb2Yuv::MvBufferGeneration(sp<GraphicBuffer>& previous, sp<GraphicBuffer>&
     if (!holdsFieldOf(*now, *there) || !holdsFieldOf(*now, *back)) {
         return refuse(kOperation, "a vector buffer does not fit the frames");
     }
-    mEngine->estimator.estimate(*before, *now, vectorsOf(*there), vectorsOf(*back));
+    mEngine->estimator.estimate(*before, *now, mEngine->knows(previous, current), vectorsOf(*there),
+                                vectorsOf(*back));
     return true;
 }
 

@@ -8,11 +8,11 @@ namespace qoz::host {
 namespace {
 
 constexpr float kPixels = 16 * 16;
-constexpr float kLongestStep = 1.0F;  // pixels; a longer one was no small displacement
+constexpr float kLongestStep = 1.5F;  // pixels; a longer one was no small displacement
 
 // Squared grey levels per pixel: what the noise of a block is worth, and the pull of one neighbour.
-constexpr float kNoise = 2.0F;
-constexpr float kPull = 3.0F;
+constexpr float kNoise = 0.5F;
+constexpr float kPull = 1.5F;
 
 // Neighbours further apart than this belong to other layers. Pixels.
 constexpr float kSameLayer = 1.6F;
@@ -30,13 +30,11 @@ bool hasRim(const LumaPlane& plane, int x, int y) {
 
 }  // namespace
 
-SubpixelField::Evidence SubpixelField::measure(const LumaPlane& from, const LumaPlane& to,
-                                               const Block& block, const BlockMatch& match) {
-    const auto [dx, dy] = match.displacement;
-    Evidence evidence;
-    evidence.own = {static_cast<float>(dx), static_cast<float>(dy)};
-    if (match.difference == kUnseen) return evidence;
-
+// One step of Gauss and Newton from a whole displacement; false: it leads too far to be believed,
+// or there is nothing to measure.
+bool SubpixelField::step(const LumaPlane& from, const LumaPlane& to, const Block& block,
+                         Displacement displacement, Evidence* evidence) {
+    const auto [dx, dy] = displacement;
     // Blocks at the edges are measured a pixel further in.
     const auto inside = [](int at, int by, int side) {
         const int low = std::max(1, 1 - by);
@@ -45,7 +43,7 @@ SubpixelField::Evidence SubpixelField::measure(const LumaPlane& from, const Luma
     };
     const int x = inside(block.x, dx, from.width);
     const int y = inside(block.y, dy, from.height);
-    if (!hasRim(from, x, y) || !hasRim(to, x + dx, y + dy)) return evidence;
+    if (!hasRim(from, x, y) || !hasRim(to, x + dx, y + dy)) return false;
 
     const GradientSums sums =
         gradientSums16(from.at(x, y), from.width, to.at(x + dx, y + dy), to.width);
@@ -63,16 +61,38 @@ SubpixelField::Evidence SubpixelField::measure(const LumaPlane& from, const Luma
     const float determinant = (xx + kNoise) * (yy + kNoise) - xy * xy;
     const float stepX = -((yy + kNoise) * xr - xy * yr) / determinant;
     const float stepY = -((xx + kNoise) * yr - xy * xr) / determinant;
-    if (std::max(std::abs(stepX), std::abs(stepY)) > kLongestStep) return evidence;
+    if (std::max(std::abs(stepX), std::abs(stepY)) > kLongestStep) return false;
+    evidence->own = {static_cast<float>(dx) + stepX, static_cast<float>(dy) + stepY};
+    evidence->xx = xx;
+    evidence->xy = xy;
+    evidence->yy = yy;
+    return true;
+}
 
-    evidence.own.dx += stepX;
-    evidence.own.dy += stepY;
+SubpixelField::Evidence SubpixelField::measure(const LumaPlane& from, const LumaPlane& to,
+                                               const Block& block, BlockMatch* match) {
+    const auto [dx, dy] = match->displacement;
+    Evidence evidence;
+    evidence.own = {static_cast<float>(dx), static_cast<float>(dy)};
+    if (match->difference == kUnseen) return evidence;
+    if (!step(from, to, block, match->displacement, &evidence)) return evidence;
+
+    // A step to another whole pixel is taken from there once more, where that is no worse.
+    const Displacement nearest = {static_cast<int>(std::lround(evidence.own.dx)),
+                                  static_cast<int>(std::lround(evidence.own.dy))};
+    if (nearest != match->displacement) {
+        const BlockMatch moved{nearest, blockDifference(from, to, block, nearest)};
+        if (moved.difference <= match->difference) {
+            *match = moved;
+            step(from, to, block, nearest, &evidence);
+        }
+    }
     // What stays unlike after the best match is noise to this block: it is less sure.
-    const float error = static_cast<float>(match.difference) / kPixels;
+    const float error = static_cast<float>(match->difference) / kPixels;
     const float trust = 1 / (1 + error * error / 16);
-    evidence.xx = xx * trust;
-    evidence.xy = xy * trust;
-    evidence.yy = yy * trust;
+    evidence.xx *= trust;
+    evidence.xy *= trust;
+    evidence.yy *= trust;
     return evidence;
 }
 
@@ -100,22 +120,22 @@ Motion SubpixelField::agree(int column, int row, const BlockGrid& grid) const {
 }
 
 const std::vector<Motion>& SubpixelField::refine(const LumaPlane& from, const LumaPlane& to,
-                                                 const BlockGrid& grid) {
-    const auto blocks = static_cast<size_t>(grid.columns() * grid.rows());
+                                                 BlockGrid* grid) {
+    const auto blocks = static_cast<size_t>(grid->columns() * grid->rows());
     mEvidence.resize(blocks);
     mMotion.resize(blocks);
-    for (int row = 0; row < grid.rows(); ++row) {
-        for (int column = 0; column < grid.columns(); ++column) {
-            const auto index = static_cast<size_t>(row * grid.columns() + column);
-            mEvidence[index] = measure(from, to, grid.block(column, row), grid.at(column, row));
+    for (int row = 0; row < grid->rows(); ++row) {
+        for (int column = 0; column < grid->columns(); ++column) {
+            const auto index = static_cast<size_t>(row * grid->columns() + column);
+            mEvidence[index] = measure(from, to, grid->block(column, row), &grid->at(column, row));
             mMotion[index] = mEvidence[index].own;
         }
     }
     for (int round = 0; round < kRounds; ++round) {
-        for (int row = 0; row < grid.rows(); ++row) {
-            for (int column = 0; column < grid.columns(); ++column)
-                mMotion[static_cast<size_t>(row * grid.columns() + column)] =
-                    agree(column, row, grid);
+        for (int row = 0; row < grid->rows(); ++row) {
+            for (int column = 0; column < grid->columns(); ++column)
+                mMotion[static_cast<size_t>(row * grid->columns() + column)] =
+                    agree(column, row, *grid);
         }
     }
     return mMotion;

@@ -20,9 +20,9 @@ struct Motion {
 // otherwise count for nothing, so that one layer does not bend another.
 class SubpixelField {
   public:
-    // One vector a block, in raster order; stands until the next call.
-    const std::vector<Motion>& refine(const LumaPlane& from, const LumaPlane& to,
-                                      const BlockGrid& grid);
+    // One vector a block, in raster order; stands until the next call. Matches a pixel off are put
+    // right.
+    const std::vector<Motion>& refine(const LumaPlane& from, const LumaPlane& to, BlockGrid* grid);
 
   private:
     // 1/2 xx u^2 + ... : how dear it is to leave `own`, per pixel of the block.
@@ -33,8 +33,10 @@ class SubpixelField {
         float yy = 0;
     };
 
+    static bool step(const LumaPlane& from, const LumaPlane& to, const Block& block,
+                     Displacement displacement, Evidence* evidence);
     static Evidence measure(const LumaPlane& from, const LumaPlane& to, const Block& block,
-                            const BlockMatch& match);
+                            BlockMatch* match);
     Motion agree(int column, int row, const BlockGrid& grid) const;
 
     std::vector<Evidence> mEvidence;

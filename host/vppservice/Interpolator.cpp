@@ -52,6 +52,33 @@ bool isCut(const MotionFields& fields, FrameSize size) {
            unlikePercent(fields.backward, blocks) > kCutPercent;
 }
 
+// One picture gives way to another: what changes is explained by no motion.
+constexpr uint32_t kDissolvePercent = 75;
+
+// Share of the field's blocks that differ where they are and hardly less where the vectors lead, in
+// percent.
+uint32_t unexplainedPercent(const MotionVector* field, const SubpixelPlanes& from,
+                            const SubpixelPlanes& to) {
+    constexpr int kBlock = static_cast<int>(kMotionBlock);
+    constexpr uint32_t kRowsCompared = 8;  // of 16 pixels each
+    const auto across = static_cast<int>(fieldWidth(static_cast<uint32_t>(from.width())));
+    uint32_t changing = 0;
+    uint32_t unexplained = 0;
+    for (int row = 0; (row + 1) * kBlock <= from.height(); ++row) {
+        for (int column = 0; (column + 1) * kBlock <= from.width(); ++column) {
+            const MotionVector& vector = field[row * across + column];
+            if (vector.error == UINT8_MAX) continue;
+            const QuarterPlace place = {4 * column * kBlock, 4 * row * kBlock};
+            const uint32_t still = windowDifference(from.at(place), to.at(place), to.stride()) /
+                                   (kRowsCompared * kMotionBlock);
+            if (still < 2) continue;
+            ++changing;
+            unexplained += vector.error * 2 > still ? 1 : 0;
+        }
+    }
+    return changing < 8 ? 0 : unexplained * 100 / changing;
+}
+
 // The nodes around a tile, and what they predict for it.
 struct Tile {
     std::array<NodeMotion, 4> nodes;
@@ -186,7 +213,13 @@ void Interpolator::beginInterval(const NumberedView& older, const NumberedView& 
     } else {
         mWay = isCut(fields, older.view.size) ? Way::Repeat : Way::Follow;
     }
-    if (mWay == Way::Follow) prepare(older, newer);
+    if (mWay != Way::Follow) return;
+    prepare(older, newer);
+    const SubpixelPlanes& before = mFades ? mAsBright : mOlder.planes;
+    if (unexplainedPercent(fields.forward, before, mNewer.planes) > kDissolvePercent &&
+        unexplainedPercent(fields.backward, mNewer.planes, before) > kDissolvePercent) {
+        mWay = Way::Blend;
+    }
 }
 
 void Interpolator::write(const Nv12View& older, const Nv12View& newer, Phase phase,

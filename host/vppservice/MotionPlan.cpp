@@ -19,12 +19,18 @@ constexpr uint32_t kDisagreeing = 4 * kSamples;  // one of the sources may show 
 // What motion must spare against standing still: an eighth, and this.
 constexpr uint32_t kMovesFor = kSamples / 4;
 
-// What is worth a vector unlike the neighbours': mean differences.
+// What a likeness but for brightness is worth less than a full one.
+constexpr uint32_t kShapesOnly = 1 * kSamples;
+
 constexpr int kSameLayer = 13;   // eighths of a pixel: less apart is one motion
 constexpr int kSameMotion = 24;  // likewise, where the fields are compared
 
 constexpr uint16_t kFlatTexture = 2;   // below, the vector was a guess
+constexpr uint16_t kSureTexture = 4;   // from here on, standing still would show
 constexpr uint16_t kFlatHandicap = 8;  // in the rank of such a vector
+
+// Shares of a vector are counted in this.
+constexpr int kPartUnit = 1 << 14;
 
 // `value` * index / steps, to the nearest; halves away from 0, so that both ways from the middle
 // are equally far.
@@ -55,6 +61,13 @@ void MotionPlan::lay(const SubpixelPlanes& older, const SubpixelPlanes& newer,
     mOlder = &older;
     mNewer = &newer;
     mPhase = phase;
+    constexpr int kToQuarters = kMotionUnit / 4;
+    const auto partOf = [&](uint32_t steps) {
+        const uint32_t whole = phase.steps * kToQuarters;
+        return static_cast<int>((steps * kPartUnit + whole / 2) / whole);
+    };
+    mOlderPart = partOf(phase.index);
+    mNewerPart = partOf(phase.steps - phase.index);
     mColumns = nodesOver(newer.width());
     mRows = nodesOver(newer.height());
     const auto nodes = static_cast<size_t>(mColumns) * static_cast<size_t>(mRows);
@@ -86,6 +99,8 @@ void MotionPlan::carry(const Field& field, std::vector<Arrival>* arrivals) const
             arrival.vector = field.at(column, row);
             arrival.rank = told->error;
             if (told->texture < kFlatTexture) arrival.rank += kFlatHandicap;
+            arrival.sure =
+                told->texture >= kSureTexture && distance(arrival.vector, {}) >= kMotionUnit;
             arrive(
                 arrivals,
                 std::min(column * kBlock, lastX) +
@@ -115,9 +130,12 @@ Vector MotionPlan::between(const Field& field, int x, int y, Vector near) {
     const int top = (y - kBlock / 2) >> 4;
     const int u = x - kBlock / 2 - left * kBlock;
     const int v = y - kBlock / 2 - top * kBlock;
+    const Vector around[4] = {field.at(left, top), field.at(left + 1, top), field.at(left, top + 1),
+                              field.at(left + 1, top + 1)};
+    if (std::all_of(around, around + 4, [near](Vector one) { return one == near; })) return near;
     int sumX = 0, sumY = 0, sum = 0;
     for (int i = 0; i < 4; ++i) {
-        const Vector one = field.at(left + (i & 1), top + (i >> 1));
+        const Vector one = around[i];
         if (distance(one, near) > kSameLayer) continue;
         const int weight = ((i & 1) != 0 ? u : kBlock - u) * (i > 1 ? v : kBlock - v);
         sumX += weight * one.dx;
@@ -140,50 +158,65 @@ Vector MotionPlan::fine(const Field& field, int column, int row, Vector vector) 
                    row * kNodeStep + vector.dy * back / whole, vector);
 }
 
-void MotionPlan::choose(int column, int row) {
-    const size_t node = nodeAt(column, row);
-    Vector candidates[9];
-    int count = 0;
-    const auto add = [&](Vector vector) {
-        if (std::find(candidates, candidates + count, vector) == candidates + count) {
-            candidates[count++] = vector;
-        }
-    };
-    const auto addArrival = [&](const Field& field, const std::vector<Arrival>& arrivals, int right,
-                                int down) {
-        if (column + right >= mColumns || row + down >= mRows) return;
-        const Arrival& arrival = arrivals[nodeAt(column + right, row + down)];
-        if (arrival.rank != Arrival::kNothing) add(fine(field, column, row, arrival.vector));
-    };
-    addArrival(mForwardField, mForward, 0, 0);
-    addArrival(mBackwardField, mBackward, 0, 0);
-    if (count == 2 && distance(candidates[0], candidates[1]) < kMotionUnit) {
-        const Vector mean = {static_cast<int16_t>((candidates[0].dx + candidates[1].dx) / 2),
-                             static_cast<int16_t>((candidates[0].dy + candidates[1].dy) / 2)};
-        count = 0;
-        add(mean);
-    }
-    if (column > 0) add(mVectors[nodeAt(column - 1, row)]);
-    if (row > 0) add(mVectors[nodeAt(column, row - 1)]);
-    addArrival(mForwardField, mForward, 1, 0);
-    addArrival(mForwardField, mForward, 0, 1);
+// The vector of what has arrived at a node, made fine for this one; false: nothing has.
+bool MotionPlan::arrived(const Field& field, const std::vector<Arrival>& arrivals, Place node,
+                         Place from, Vector* vector) const {
+    if (from.column >= mColumns || from.row >= mRows) return false;
+    const Arrival& arrival = arrivals[nodeAt(from.column, from.row)];
+    if (arrival.rank == Arrival::kNothing) return false;
+    *vector = fine(field, node.column, node.row, arrival.vector);
+    return true;
+}
 
-    uint32_t least = UINT32_MAX;
-    for (int i = 0; i < count && least > kAgreeing; ++i) {
-        const uint32_t cost = costOf(column, row, along(candidates[i]));
-        if (cost >= least) continue;
-        least = cost;
-        mVectors[node] = candidates[i];
+// Where both fields say the same, their mean is all there is to try as long as it fits.
+void MotionPlan::choose(int column, int row) {
+    Best best{column, row, *this};
+    Vector forward, backward;
+    const Place here = {column, row};
+    const bool there = arrived(mForwardField, mForward, here, here, &forward);
+    const bool sure = mForward[nodeAt(column, row)].sure;
+    const bool back = arrived(mBackwardField, mBackward, here, here, &backward);
+    if (there && back && distance(forward, backward) < kMotionUnit) {
+        best.offer({static_cast<int16_t>((forward.dx + backward.dx) / 2),
+                    static_cast<int16_t>((forward.dy + backward.dy) / 2)});
+    } else {
+        if (there) best.offer(forward);
+        if (back) best.offer(backward);
     }
-    if (least > kAgreeing || mVectors[node] != Vector{}) {
-        const uint32_t still = costOf(column, row, along({}));
-        if (least >= still / 2 || least + kMovesFor >= still) {
-            mVectors[node] = {};
-            least = still;
+    if (best.cost > kAgreeing) {
+        if (column > 0) best.offer(vector(column - 1, row));
+        if (row > 0) best.offer(vector(column, row - 1));
+        Vector beside;
+        for (const Place from : {Place{column + 1, row}, Place{column, row + 1}}) {
+            if (arrived(mForwardField, mForward, here, from, &beside)) best.offer(beside);
         }
     }
-    mNodes[node] = along(mVectors[node]);
-    mNodes[node].newerShare = shareAt(column, row, mVectors[node], least);
+    if (best.cost > kAgreeing || !sure) best.orStill();
+    const size_t node = nodeAt(column, row);
+    mVectors[node] = best.vector;
+    mNodes[node] = along(best.vector);
+    mNodes[node].newerShare = shareAt(column, row, best.vector, best.cost);
+}
+
+void MotionPlan::Best::offer(Vector candidate) {
+    if (cost <= kAgreeing || (cost != UINT32_MAX && candidate == vector)) return;
+    const uint32_t other = plan.costOf(column, row, plan.along(candidate));
+    if (other >= cost) return;
+    cost = other;
+    vector = candidate;
+}
+
+// No motion wins unless moving explains clearly more.
+void MotionPlan::Best::orStill() {
+    if (cost <= kAgreeing && vector == Vector{}) return;
+    uint32_t still = plan.costOf(column, row, {});
+    if (cost > kDisagreeing) {
+        still =
+            std::min(still, plan.costOf(column, row, {}, windowDifferenceOfShapes) + kShapesOnly);
+    }
+    if (cost < still / 2 && cost + kMovesFor < still) return;
+    vector = {};
+    cost = still;
 }
 
 int16_t MotionPlan::shareAt(int column, int row, Vector vector, uint32_t cost) const {
@@ -205,7 +238,7 @@ int16_t MotionPlan::shareAt(int column, int row, Vector vector, uint32_t cost) c
 
 // How far the sources differ along the motion. Near the picture's edges the window moves inwards
 // until both of them hold it.
-uint32_t MotionPlan::costOf(int column, int row, const NodeMotion& motion) const {
+uint32_t MotionPlan::costOf(int column, int row, const NodeMotion& motion, Measure measure) const {
     const auto place = [](int node, int older, int newer, int last, int* at) {
         const int low = std::max({0, -older, -newer});
         const int high = std::min({last, last - older, last - newer});
@@ -218,20 +251,21 @@ uint32_t MotionPlan::costOf(int column, int row, const NodeMotion& motion) const
     const int lastY = mNewer->height() - kWindow;
     if (!place(column, motion.olderX >> 2, motion.newerX >> 2, lastX, &x)) return UINT32_MAX;
     if (!place(row, motion.olderY >> 2, motion.newerY >> 2, lastY, &y)) return UINT32_MAX;
-    return windowDifference(mOlder->at({4 * x + motion.olderX, 4 * y + motion.olderY}),
-                            mNewer->at({4 * x + motion.newerX, 4 * y + motion.newerY}),
-                            mNewer->stride());
+    return measure(mOlder->at({4 * x + motion.olderX, 4 * y + motion.olderY}),
+                   mNewer->at({4 * x + motion.newerX, 4 * y + motion.newerY}), mNewer->stride());
 }
 
 NodeMotion MotionPlan::along(Vector vector) const {
-    constexpr int kToQuarters = kMotionUnit / 4;
-    const uint32_t steps = mPhase.steps * kToQuarters;
-    const uint32_t left = mPhase.steps - mPhase.index;
+    // Halves away from 0, so that both ways from the middle are equally far.
+    const auto part = [](int value, int share) {
+        const int size = (std::abs(value) * share + kPartUnit / 2) / kPartUnit;
+        return static_cast<int16_t>(value < 0 ? -size : size);
+    };
     NodeMotion motion;
-    motion.olderX = static_cast<int16_t>(-scaled(vector.dx, mPhase.index, steps));
-    motion.olderY = static_cast<int16_t>(-scaled(vector.dy, mPhase.index, steps));
-    motion.newerX = static_cast<int16_t>(scaled(vector.dx, left, steps));
-    motion.newerY = static_cast<int16_t>(scaled(vector.dy, left, steps));
+    motion.olderX = part(-vector.dx, mOlderPart);
+    motion.olderY = part(-vector.dy, mOlderPart);
+    motion.newerX = part(vector.dx, mNewerPart);
+    motion.newerY = part(vector.dy, mNewerPart);
     return motion;
 }
 

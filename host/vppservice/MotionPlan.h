@@ -70,6 +70,7 @@ class MotionPlan {
     struct Arrival {
         Vector vector;
         uint16_t rank = kNothing;  // lower is better
+        bool sure = false;         // it moves, and there is something to see
         static constexpr uint16_t kNothing = 0xFFFF;
     };
     // One field, turned to lead from the older source to the newer.
@@ -81,12 +82,31 @@ class MotionPlan {
 
         Vector at(int column, int row) const;
     };
+    struct Place {
+        int column;
+        int row;
+    };
+    // What a node has been offered, and the best of it.
+    struct Best {
+        int column;
+        int row;
+        const MotionPlan& plan;
+        Vector vector = {};
+        uint32_t cost = UINT32_MAX;
+
+        void offer(Vector candidate);
+        void orStill();
+    };
     void carry(const Field& field, std::vector<Arrival>* arrivals) const;
     void arrive(std::vector<Arrival>* arrivals, int x, int y, Arrival arrival) const;
     static Vector between(const Field& field, int x, int y, Vector near);
     Vector fine(const Field& field, int column, int row, Vector vector) const;
+    bool arrived(const Field& field, const std::vector<Arrival>& arrivals, Place node, Place from,
+                 Vector* vector) const;
     void choose(int column, int row);
-    uint32_t costOf(int column, int row, const NodeMotion& motion) const;
+    using Measure = uint32_t (*)(PixelPair a, PixelPair b, ptrdiff_t stride);
+    uint32_t costOf(int column, int row, const NodeMotion& motion,
+                    Measure measure = windowDifference) const;
     int16_t shareAt(int column, int row, Vector vector, uint32_t cost) const;
     NodeMotion along(Vector vector) const;
     size_t nodeAt(int column, int row) const {
@@ -97,6 +117,8 @@ class MotionPlan {
     const SubpixelPlanes* mOlder = nullptr;
     const SubpixelPlanes* mNewer = nullptr;
     Phase mPhase = {1, 2};
+    int mOlderPart = 0;  // of a vector, from the node back to the older source, in quarters
+    int mNewerPart = 0;
     int mColumns = 0;
     int mRows = 0;
     Field mForwardField = {};

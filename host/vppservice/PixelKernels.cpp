@@ -45,6 +45,30 @@ uint32_t WindowDifference(PixelPair a, PixelPair b, ptrdiff_t stride) {
     return static_cast<uint32_t>(hn::GetLane(hn::SumOfLanes(d64, sum)));
 }
 
+uint32_t WindowDifferenceOfShapes(PixelPair a, PixelPair b, ptrdiff_t stride) {
+    const hn::FixedTag<uint8_t, 16> d;
+    const hn::Repartition<uint64_t, decltype(d)> d64;
+    const auto total = [&](auto sums) {
+        return static_cast<int>(hn::GetLane(hn::SumOfLanes(d64, sums)));
+    };
+    auto ofA = hn::Zero(d64);
+    auto ofB = hn::Zero(d64);
+    for (ptrdiff_t row = 0; row < 16; row += 2) {
+        ofA = hn::Add(ofA, hn::SumsOf8(MeanOf(d, a, row * stride)));
+        ofB = hn::Add(ofB, hn::SumsOf8(MeanOf(d, b, row * stride)));
+    }
+    const int brighter = (total(ofA) - total(ofB)) / 128;
+    const auto lift = hn::Set(d, static_cast<uint8_t>(brighter < 0 ? -brighter : brighter));
+    auto sum = hn::Zero(d64);
+    for (ptrdiff_t row = 0; row < 16; row += 2) {
+        auto p = MeanOf(d, a, row * stride);
+        auto q = MeanOf(d, b, row * stride);
+        (brighter < 0 ? p : q) = hn::SaturatedAdd(brighter < 0 ? p : q, lift);
+        sum = hn::Add(sum, hn::SumsOf8(hn::Or(hn::SaturatedSub(p, q), hn::SaturatedSub(q, p))));
+    }
+    return static_cast<uint32_t>(total(sum));
+}
+
 // Words below 256 as bytes.
 template <class D, class V>
 hn::VFromD<D> Narrow(D bytes, V words) {
@@ -245,6 +269,7 @@ namespace qoz::host::vppservice {
 HWY_EXPORT(HalfPixels);
 HWY_EXPORT(ChangeBrightness);
 HWY_EXPORT(WindowDifference);
+HWY_EXPORT(WindowDifferenceOfShapes);
 HWY_EXPORT(WriteSpan);
 HWY_EXPORT(MixTile);
 HWY_EXPORT(WeighTile);
@@ -261,6 +286,10 @@ void changeBrightness(const uint8_t* from, uint8_t* to, size_t count, int gain, 
 
 uint32_t windowDifference(PixelPair a, PixelPair b, ptrdiff_t stride) {
     return HWY_DYNAMIC_DISPATCH(WindowDifference)(a, b, stride);
+}
+
+uint32_t windowDifferenceOfShapes(PixelPair a, PixelPair b, ptrdiff_t stride) {
+    return HWY_DYNAMIC_DISPATCH(WindowDifferenceOfShapes)(a, b, stride);
 }
 
 void writeSpan(const TileSource& source, ptrdiff_t stride, uint8_t* to, ptrdiff_t toStride,

@@ -18,6 +18,9 @@ struct PixelPair {
 // Sum of absolute differences between a and b over every second row of 16x16 pixels.
 uint32_t windowDifference(PixelPair a, PixelPair b, ptrdiff_t stride);
 
+// The same, less the difference of the windows' means: a light that goes on is no difference.
+uint32_t windowDifferenceOfShapes(PixelPair a, PixelPair b, ptrdiff_t stride);
+
 // to = from + from * gain / 256 + offset, saturated.
 void changeBrightness(const uint8_t* from, uint8_t* to, size_t count, int gain, int offset);
 

@@ -12,8 +12,8 @@ inline AVColorSpace usualMatrix(Size size) {
 }
 
 // The matrix that the converter applies to sources of this size; it writes limited range.
-inline AVColorSpace converterMatrix(Size) {
-    return AVCOL_SPC_SMPTE170M;
+inline AVColorSpace converterMatrix(Size size) {
+    return usualMatrix(size);
 }
 
 // What the processing leaves as it is, and the output says again.

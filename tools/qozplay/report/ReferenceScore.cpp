@@ -1,5 +1,7 @@
 #include "qozplay/report/ReferenceScore.h"
 
+#include "qozplay/media/Colour.h"
+
 #include <libyuv.h>
 #include <nlohmann/json.hpp>
 
@@ -51,6 +53,19 @@ std::string cells(const std::array<Likeness, kMakers.size()>& row) {
     return text + "\n";
 }
 
+// Red's, green's and blue's shares of limited-range luma, of kUnit.
+constexpr int kUnit = 1 << 15;
+using Shares = std::array<int, 3>;
+constexpr Shares kBt601{8414, 16520, 3208};
+constexpr Shares kBt709{5983, 20127, 2032};
+
+void weighRow(const uint8_t* rgba, const Shares& shares, uint32_t width, uint8_t* luma) {
+    for (uint32_t x = 0; x < width; ++x, rgba += 4) {
+        const int sum = rgba[0] * shares[0] + rgba[1] * shares[1] + rgba[2] * shares[2];
+        luma[x] = static_cast<uint8_t>((sum + 16 * kUnit + kUnit / 2) / kUnit);
+    }
+}
+
 }  // namespace
 
 ReferenceScore::ReferenceScore(Size size, uint32_t step) : mSize(size), mStep(step) {
@@ -61,13 +76,14 @@ ReferenceScore::ReferenceScore(Size size, uint32_t step) : mSize(size), mStep(st
 
 // By the converter's own rule, so that the conversion costs no score.
 void ReferenceScore::keep(uint64_t frame, int64_t nanoseconds, const uint8_t* rgba, size_t stride) {
-    const auto width = static_cast<int>(mSize.width);
-    const auto height = static_cast<int>(mSize.height);
     Picture picture{frame, static_cast<uint64_t>(nanoseconds) / 1000, {}};
     picture.luma.resize(static_cast<size_t>(mSize.width) * mSize.height);
     mSpare.resize(picture.luma.size());
-    libyuv::ABGRToNV12(rgba, static_cast<int>(stride), picture.luma.data(), width, mSpare.data(),
-                       (width + 1) / 2 * 2, width, height);
+    const bool high = converterMatrix(mSize) == AVCOL_SPC_BT709;
+    for (uint32_t y = 0; y < mSize.height; ++y) {
+        weighRow(rgba + y * stride, high ? kBt709 : kBt601, mSize.width,
+                 picture.luma.data() + size_t{y} * mSize.width);
+    }
     mPictures.push_back(std::move(picture));
 }
 

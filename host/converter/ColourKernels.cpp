@@ -1,0 +1,112 @@
+#include <host/converter/ColourKernels.h>
+
+#include <algorithm>
+#include <cstring>
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "host/converter/ColourKernels.cpp"
+#include <hwy/foreach_target.h>  // compiles what follows once for each target
+#include <hwy/highway.h>
+
+HWY_BEFORE_NAMESPACE();
+namespace qoz::host::HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+using Pixels = hn::ScalableTag<int32_t>;  // a pixel a lane
+using Halves = hn::Repartition<int16_t, Pixels>;
+using Words = hn::VFromD<Pixels>;
+
+// A pixel's colours as words: red with blue, green with nothing.
+struct Colours {
+    Words redBlue;
+    Words green;
+};
+
+Colours Split(const uint8_t* rgba) {
+    const Pixels d;
+    const hn::RebindToUnsigned<Pixels> du;
+    const hn::Repartition<uint8_t, Pixels> bytes;
+    const auto pixel = hn::BitCast(du, hn::LoadU(bytes, rgba));
+    const auto low = hn::Set(du, 0x00FF00FF);
+    const auto green = hn::And(hn::ShiftRight<8>(pixel), hn::Set(du, 0xFF));
+    return {hn::BitCast(d, hn::And(pixel, low)), hn::BitCast(d, green)};
+}
+
+Words Weighed(const Colours& colours, const int16_t (&shares)[3]) {
+    const Pixels d;
+    const Halves halves;
+    const auto pair = [&](int first, int second) {
+        return hn::BitCast(halves, hn::Set(d, (second << 16) | (first & 0xFFFF)));
+    };
+    const auto product = [&](Words words, auto factors) {
+        auto upper = hn::Zero(d);
+        const auto lower = hn::ReorderWidenMulAccumulate(d, hn::BitCast(halves, words), factors,
+                                                         hn::Zero(d), upper);
+        return hn::RearrangeToOddPlusEven(lower, upper);
+    };
+    return hn::Add(product(colours.redBlue, pair(shares[0], shares[2])),
+                   product(colours.green, pair(shares[1], 0)));
+}
+
+void StoreLuma(const Colours& colours, const ColourMatrix& matrix, uint8_t* to) {
+    const Pixels d;
+    const hn::Rebind<uint8_t, Pixels> bytes;
+    const auto dark = hn::Set(d, 16 * kColourUnit + kColourUnit / 2);
+    const auto luma = hn::ShiftRight<15>(hn::Add(Weighed(colours, matrix.y), dark));
+    hn::StoreU(hn::DemoteTo(bytes, luma), bytes, to);
+}
+
+// As many pixels as there are lanes.
+void Convert(const ColourMatrix& matrix, const RowPair& rows) {
+    const Pixels d;
+    const hn::Rebind<uint8_t, Pixels> bytes;
+    const Colours upper = Split(rows.upper);
+    const Colours lower = Split(rows.lower);
+    StoreLuma(upper, matrix, rows.upperLuma);
+    StoreLuma(lower, matrix, rows.lowerLuma);
+
+    const Colours both = {hn::Add(upper.redBlue, lower.redBlue), hn::Add(upper.green, lower.green)};
+    const auto ofTwo = [](Words words) { return hn::Add(words, hn::Reverse2(Pixels(), words)); };
+    const auto samples =
+        hn::OddEven(ofTwo(Weighed(both, matrix.v)), ofTwo(Weighed(both, matrix.u)));
+    const auto grey = hn::Set(d, 4 * 128 * kColourUnit + 2 * kColourUnit);
+    hn::StoreU(hn::DemoteTo(bytes, hn::ShiftRight<17>(hn::Add(samples, grey))), bytes, rows.chroma);
+}
+
+void RgbaToNv12(const ColourMatrix& matrix, const RowPair& rows, size_t width) {
+    const size_t lanes = hn::Lanes(Pixels());
+    size_t x = 0;
+    for (; x + lanes <= width; x += lanes) {
+        Convert(matrix, {rows.upper + 4 * x, rows.lower + 4 * x, rows.upperLuma + x,
+                         rows.lowerLuma + x, rows.chroma + x});
+    }
+    if (x == width) return;
+    // The rest goes through copies that are long enough; its last pixel repeats.
+    constexpr size_t kMost = 64;  // lanes of any target
+    uint8_t in[2][4 * kMost];
+    uint8_t out[3][kMost];
+    for (size_t i = 0; i < lanes; ++i) {
+        const size_t from = 4 * std::min(x + i, width - 1);
+        std::memcpy(in[0] + 4 * i, rows.upper + from, 4);
+        std::memcpy(in[1] + 4 * i, rows.lower + from, 4);
+    }
+    Convert(matrix, {in[0], in[1], out[0], out[1], out[2]});
+    std::memcpy(rows.upperLuma + x, out[0], width - x);
+    std::memcpy(rows.lowerLuma + x, out[1], width - x);
+    std::memcpy(rows.chroma + x, out[2], (width - x + 1) / 2 * 2);
+}
+
+}  // namespace qoz::host::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace qoz::host {
+
+HWY_EXPORT(RgbaToNv12);
+
+void rgbaToNv12(const ColourMatrix& matrix, const RowPair& rows, size_t width) {
+    HWY_DYNAMIC_DISPATCH(RgbaToNv12)(matrix, rows, width);
+}
+
+}  // namespace qoz::host
+#endif
