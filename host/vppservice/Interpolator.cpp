@@ -233,13 +233,15 @@ void Interpolator::write(const Nv12View& older, const Nv12View& newer, Phase pha
             break;
         case Way::Follow:
             mPlan.lay(mFades ? mAsBright : mOlder.planes, mNewer.planes, mFields, phase);
-            writeLuma(phase, to);
-            writeChroma(phase, to);
+            writeLuma(to);
+            writeChroma(to);
+            mStatic.find(mFades ? mAsBright : mOlder.planes, mNewer.planes, mPlan);
+            mStatic.restore(mOlder.planes, mNewer.planes, mPlan, to);
             break;
     }
 }
 
-void Interpolator::writeLuma(Phase /*phase*/, const Nv12Canvas& to) const {
+void Interpolator::writeLuma(const Nv12Canvas& to) const {
     const Reader reader(mOlder.planes, mNewer.planes);
     const ptrdiff_t stride = mNewer.planes.stride();
     const auto toStride = static_cast<ptrdiff_t>(to.stride);
@@ -263,7 +265,7 @@ void Interpolator::writeLuma(Phase /*phase*/, const Nv12Canvas& to) const {
     }
 }
 
-void Interpolator::writeChroma(Phase /*phase*/, const Nv12Canvas& to) const {
+void Interpolator::writeChroma(const Nv12Canvas& to) const {
     const Reader reader(mOlder.planes, mNewer.planes);
     const ptrdiff_t stride = mNewer.planes.stride();
     const auto toStride = static_cast<ptrdiff_t>(to.stride);

@@ -2,12 +2,14 @@
 //
 // With motion: each pixel is predicted from both sources along the motion of the four nodes around
 // it, to a quarter of a pixel, and the four predictions are mixed: by distance, so that no block
-// shows its edge, and where the four move apart the more by how well the two sources agree.
+// shows its edge, and where the four move apart the more by how well the two sources agree. What
+// stands still over it is laid on top.
 // Without: both sources blended by time. At a scene cut, which the vectors give away by matching
 // nothing either way, the nearer source is repeated rather than two pictures mixed.
 #pragma once
 
 #include "host/vppservice/MotionPlan.h"
+#include "host/vppservice/StaticLayer.h"
 #include "host/vppservice/SubpixelPlanes.h"
 
 namespace qoz::host::vppservice {
@@ -29,8 +31,8 @@ class Interpolator {
     enum class Way { Blend, Follow, Repeat };
 
     void prepare(const NumberedView& older, const NumberedView& newer);
-    void writeLuma(Phase phase, const Nv12Canvas& to) const;
-    void writeChroma(Phase phase, const Nv12Canvas& to) const;
+    void writeLuma(const Nv12Canvas& to) const;
+    void writeChroma(const Nv12Canvas& to) const;
 
     struct Planes {
         SubpixelPlanes planes;
@@ -45,6 +47,7 @@ class Interpolator {
     std::vector<uint8_t> mBrightened;
     bool mFades = false;
     MotionPlan mPlan;
+    StaticLayer mStatic;
 };
 
 // The same size on both sides.

@@ -60,6 +60,8 @@ class MotionPlan {
     void lay(const SubpixelPlanes& older, const SubpixelPlanes& newer, const MotionFields& fields,
              Phase phase);
 
+    // Of the newer source, of kWholeShare.
+    int shareByTime() const { return static_cast<int>(kWholeShare * mPhase.index / mPhase.steps); }
     int columns() const { return mColumns; }
     int rows() const { return mRows; }
     // Node (column, row) stands on pixel (8 column, 8 row); the last ones on or past the far edges.

@@ -208,6 +208,33 @@ void WeighTile(const TileSource (&sources)[4], ptrdiff_t stride, uint8_t* to, pt
     }
 }
 
+// Grey levels by which a pixel may change that stands still, and by which it must differ from what
+// moves.
+constexpr uint8_t kStill = 6;
+constexpr uint8_t kUnlike = 24;
+
+bool MarkStill(const StillTile& tile, ptrdiff_t stride, uint8_t* mask, ptrdiff_t maskStride) {
+    const hn::FixedTag<uint8_t, 8> d;
+    const auto difference = [](auto a, auto b) {
+        return hn::Or(hn::SaturatedSub(a, b), hn::SaturatedSub(b, a));
+    };
+    auto any = hn::Zero(d);
+    for (ptrdiff_t row = 0; row < 8; ++row) {
+        const auto older = hn::LoadU(d, tile.older + row * stride);
+        const auto newer = hn::LoadU(d, tile.newer + row * stride);
+        const auto fromOlder = hn::LoadU(d, tile.olderMoved + row * stride);
+        const auto fromNewer = hn::LoadU(d, tile.newerMoved + row * stride);
+        const auto moved = hn::Min(difference(older, fromNewer), difference(newer, fromOlder));
+        const auto change = difference(older, newer);
+        const auto still = hn::Eq(hn::Min(change, hn::Set(d, kStill)), change);
+        const auto unlike = hn::Eq(hn::Max(moved, hn::Set(d, kUnlike)), moved);
+        const auto marks = hn::VecFromMask(d, hn::And(still, unlike));
+        hn::StoreU(marks, d, mask + row * maskStride);
+        any = hn::Or(any, marks);
+    }
+    return !hn::AllTrue(d, hn::Eq(any, hn::Zero(d)));
+}
+
 // Linear between the four samples around the place.
 template <class D>
 hn::VFromD<D> Sampled(D d, const uint8_t* p, int x, int y, ptrdiff_t stride) {
@@ -273,6 +300,7 @@ HWY_EXPORT(WindowDifferenceOfShapes);
 HWY_EXPORT(WriteSpan);
 HWY_EXPORT(MixTile);
 HWY_EXPORT(WeighTile);
+HWY_EXPORT(MarkStill);
 HWY_EXPORT(WriteChroma);
 HWY_EXPORT(MixChroma);
 
@@ -305,6 +333,10 @@ void mixTile(const TileSource (&sources)[4], ptrdiff_t stride, uint8_t* to, ptrd
 void weighTile(const TileSource (&sources)[4], ptrdiff_t stride, uint8_t* to, ptrdiff_t toStride,
                int rows) {
     HWY_DYNAMIC_DISPATCH(WeighTile)(sources, stride, to, toStride, rows);
+}
+
+bool markStill(const StillTile& tile, ptrdiff_t stride, uint8_t* mask, ptrdiff_t maskStride) {
+    return HWY_DYNAMIC_DISPATCH(MarkStill)(tile, stride, mask, maskStride);
 }
 
 void writeChroma(const ChromaSource& source, ptrdiff_t stride, uint8_t* to, ptrdiff_t toStride,

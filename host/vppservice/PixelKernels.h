@@ -47,6 +47,18 @@ void mixTile(const TileSource (&sources)[4], ptrdiff_t stride, uint8_t* to, ptrd
 void weighTile(const TileSource (&sources)[4], ptrdiff_t stride, uint8_t* to, ptrdiff_t toStride,
                int rows);
 
+// Eight by eight pixels of both sources: where they are, and where the motion around leads from the
+// other source: `olderMoved` shows what would be at `newer`, and the other way round.
+struct StillTile {
+    const uint8_t* older;
+    const uint8_t* newer;
+    const uint8_t* olderMoved;
+    const uint8_t* newerMoved;
+};
+// Marks with 255 what is the same in both sources and what the motion explains in neither; says
+// whether there is any.
+bool markStill(const StillTile& tile, ptrdiff_t stride, uint8_t* mask, ptrdiff_t maskStride);
+
 // Interleaved chroma, both bytes of a sample alike; places are eighths of a sample.
 struct ChromaSource {
     const uint8_t* older;

@@ -1,0 +1,189 @@
+#include "host/vppservice/StaticLayer.h"
+
+#include "host/vppservice/PixelKernels.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace qoz::host::vppservice {
+namespace {
+
+// Neighbours, of eight, that are suspected too: an end of a line has one, a speck none.
+constexpr int kSupport = 2;
+
+// The motion of the four nodes around a tile that leads furthest.
+const Vector& fastest(const MotionPlan& plan, int column, int row) {
+    const Vector* most = &plan.vector(column, row);
+    const auto length = [](const Vector& v) { return std::abs(v.dx) + std::abs(v.dy); };
+    for (const auto& [right, down] : {std::pair{1, 0}, {0, 1}, {1, 1}}) {
+        const Vector& other = plan.vector(column + right, row + down);
+        if (length(other) > length(*most)) most = &other;
+    }
+    return *most;
+}
+
+int whole(int eighths) {
+    return (eighths + kMotionUnit / 2) >> 3;
+}
+
+uint8_t mixed(int older, int newer, int newerShare) {
+    return static_cast<uint8_t>(
+        (older * (kWholeShare - newerShare) + newer * newerShare + kWholeShare / 2) / kWholeShare);
+}
+
+}  // namespace
+
+void StaticLayer::find(const SubpixelPlanes& older, const SubpixelPlanes& newer,
+                       const MotionPlan& plan) {
+    mWidth = newer.width();
+    mHeight = newer.height();
+    mStride = mWidth + 2 * kRim + kNodeStep;
+    mColumns = plan.columns() - 1;
+    mRows = plan.rows() - 1;
+    const auto bytes = static_cast<size_t>(mStride * (mHeight + 2 * kRim + kNodeStep));
+    mSuspects.assign(bytes, 0);
+    mMask.assign(bytes, 0);
+    mTiles.assign(static_cast<size_t>(mColumns * mRows), 0);
+    mAny = false;
+    suspect(older, newer, plan);
+    if (!mAny) return;
+    mAny = false;
+    for (int row = 0; row < mRows; ++row) {
+        for (int column = 0; column < mColumns; ++column) {
+            if (mTiles[static_cast<size_t>(row * mColumns + column)] != 0) confirm(column, row);
+        }
+    }
+}
+
+void StaticLayer::suspect(const SubpixelPlanes& older, const SubpixelPlanes& newer,
+                          const MotionPlan& plan) {
+    for (int row = 0; row < mRows; ++row) {
+        for (int column = 0; column < mColumns; ++column) {
+            const Vector& vector = fastest(plan, column, row);
+            if (std::max(std::abs(vector.dx), std::abs(vector.dy)) < kMotionUnit) continue;
+            const int x = std::min(column * kNodeStep, mWidth - kNodeStep);
+            const int y = std::min(row * kNodeStep, mHeight - kNodeStep);
+            const int dx = whole(vector.dx);
+            const int dy = whole(vector.dy);
+            const auto inside = [&](int atX, int atY) {
+                return atX >= 0 && atY >= 0 && atX + kNodeStep <= mWidth &&
+                       atY + kNodeStep <= mHeight;
+            };
+            if (!inside(x + dx, y + dy) || !inside(x - dx, y - dy)) continue;
+            const StillTile tile = {older.pixel(x, y), newer.pixel(x, y),
+                                    older.pixel(x - dx, y - dy), newer.pixel(x + dx, y + dy)};
+            if (!markStill(tile, newer.stride(), at(mSuspects, x, y), mStride)) continue;
+            mTiles[static_cast<size_t>(row * mColumns + column)] = 1;
+            mAny = true;
+        }
+    }
+}
+
+void StaticLayer::confirm(int column, int row) {
+    bool any = false;
+    const int right = std::min((column + 1) * kNodeStep, mWidth);
+    const int bottom = std::min((row + 1) * kNodeStep, mHeight);
+    for (int y = row * kNodeStep; y < bottom; ++y) {
+        const uint8_t* here = at(mSuspects, 0, y);
+        uint8_t* mask = at(mMask, 0, y);
+        for (int x = column * kNodeStep; x < right; ++x) {
+            if (here[x] == 0) continue;
+            int support = -1;
+            for (int down = -1; down <= 1; ++down) {
+                const uint8_t* beside = here + down * mStride + x;
+                support += (beside[-1] & 1) + (beside[0] & 1) + (beside[1] & 1);
+            }
+            if (support < kSupport) continue;
+            mask[x] = 255;
+            any = true;
+        }
+    }
+    mTiles[static_cast<size_t>(row * mColumns + column)] = any ? 1 : 0;
+    mAny = mAny || any;
+}
+
+// Whether the four tiles that a tile from (x, y) lies over have any of the mask.
+bool StaticLayer::touches(int x, int y) const {
+    const auto tile = [](int pixel, int last) { return std::clamp(pixel >> 3, 0, last); };
+    const int left = tile(x - 1, mColumns - 1), right = tile(x + kNodeStep, mColumns - 1);
+    const int top = tile(y - 1, mRows - 1), bottom = tile(y + kNodeStep, mRows - 1);
+    for (int row = top; row <= bottom; ++row) {
+        for (int column = left; column <= right; ++column) {
+            if (mTiles[static_cast<size_t>(row * mColumns + column)] != 0) return true;
+        }
+    }
+    return false;
+}
+
+// A pixel beside the mask shows some of it, read between pixels.
+bool StaticLayer::near(int x, int y) const {
+    if (x < 0 || y < 0 || x >= mWidth || y >= mHeight) return false;
+    const uint8_t* here = at(x, y);
+    return (here[0] | here[1] | here[-1] | here[mStride] | here[-mStride]) != 0;
+}
+
+void StaticLayer::restore(const SubpixelPlanes& older, const SubpixelPlanes& newer,
+                          const MotionPlan& plan, const Nv12Canvas& to) const {
+    if (!mAny) return;
+    for (int row = 0; row < mRows; ++row) {
+        for (int column = 0; column < mColumns; ++column) {
+            const NodeMotion& node = plan.at(column, row);
+            if (node.newerX == node.olderX && node.newerY == node.olderY) continue;
+            uncover(older, newer, node, column, row, to);
+        }
+    }
+    const int share = plan.shareByTime();
+    for (int row = 0; row < mRows; ++row) {
+        for (int column = 0; column < mColumns; ++column) {
+            if (mTiles[static_cast<size_t>(row * mColumns + column)] != 0) {
+                paste(older, newer, share, column, row, to);
+            }
+        }
+    }
+}
+
+void StaticLayer::uncover(const SubpixelPlanes& older, const SubpixelPlanes& newer,
+                          const NodeMotion& node, int column, int row, const Nv12Canvas& to) const {
+    const int x = column * kNodeStep;
+    const int y = row * kNodeStep;
+    const int olderX = (node.olderX + 2) >> 2, olderY = (node.olderY + 2) >> 2;
+    const int newerX = (node.newerX + 2) >> 2, newerY = (node.newerY + 2) >> 2;
+    const bool covers = touches(x + olderX, y + olderY) || touches(x + newerX, y + newerY);
+    const auto inside = [&](int dx, int dy) {
+        return x + dx >= 0 && y + dy >= 0 && x + dx + kNodeStep < mWidth &&
+               y + dy + kNodeStep < mHeight;
+    };
+    if (!covers || !inside(olderX, olderY) || !inside(newerX, newerY)) return;
+    const PixelPair fromOlder = older.at({4 * x + node.olderX, 4 * y + node.olderY});
+    const PixelPair fromNewer = newer.at({4 * x + node.newerX, 4 * y + node.newerY});
+    for (int j = 0; j < std::min(kNodeStep, mHeight - y); ++j) {
+        uint8_t* out = to.luma + static_cast<ptrdiff_t>(y + j) * static_cast<ptrdiff_t>(to.stride);
+        for (int i = 0; i < std::min(kNodeStep, mWidth - x); ++i) {
+            const bool hidden = near(x + i + olderX, y + j + olderY);
+            if (hidden == near(x + i + newerX, y + j + newerY)) continue;
+            const PixelPair& seen = hidden ? fromNewer : fromOlder;
+            const ptrdiff_t at = j * newer.stride() + i;
+            out[x + i] = static_cast<uint8_t>((seen.first[at] + seen.second[at] + 1) / 2);
+        }
+    }
+}
+
+void StaticLayer::paste(const SubpixelPlanes& older, const SubpixelPlanes& newer, int share,
+                        int column, int row, const Nv12Canvas& to) const {
+    const int right = std::min((column + 1) * kNodeStep, mWidth);
+    const int bottom = std::min((row + 1) * kNodeStep, mHeight);
+    const auto stride = static_cast<ptrdiff_t>(to.stride);
+    for (int y = row * kNodeStep; y < bottom; ++y) {
+        for (int x = column * kNodeStep; x < right; ++x) {
+            if (*at(x, y) == 0) continue;
+            to.luma[y * stride + x] = mixed(*older.pixel(x, y), *newer.pixel(x, y), share);
+            const uint8_t* before = older.chroma(x / 2, y / 2);
+            const uint8_t* after = newer.chroma(x / 2, y / 2);
+            uint8_t* chroma = to.chroma + y / 2 * stride + x / 2 * 2;
+            chroma[0] = mixed(before[0], after[0], share);
+            chroma[1] = mixed(before[1], after[1], share);
+        }
+    }
+}
+
+}  // namespace qoz::host::vppservice

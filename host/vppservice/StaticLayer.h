@@ -1,0 +1,52 @@
+// What stands still over a picture that moves: thin lines and letters of a display.
+//
+// A pixel belongs to it that is the same in both sources where it is, and that the motion around it
+// explains in neither; so many of its neighbours do too that it is no accident. A frame in between
+// shows it as it is, however thin it is. And what the motion fetches from behind it in one source
+// is taken from the other, where it is not covered.
+#pragma once
+
+#include "host/vppservice/MotionPlan.h"
+
+#include <vector>
+
+namespace qoz::host::vppservice {
+
+class StaticLayer {
+  public:
+    // `older` is as bright as `newer`, as the plan was laid.
+    void find(const SubpixelPlanes& older, const SubpixelPlanes& newer, const MotionPlan& plan);
+
+    // Puts right what has been written along the plan.
+    void restore(const SubpixelPlanes& older, const SubpixelPlanes& newer, const MotionPlan& plan,
+                 const Nv12Canvas& to) const;
+
+  private:
+    static constexpr int kRim = 2;  // pixels around the mask, so that neighbours may be looked at
+
+    void suspect(const SubpixelPlanes& older, const SubpixelPlanes& newer, const MotionPlan& plan);
+    void confirm(int column, int row);
+    void uncover(const SubpixelPlanes& older, const SubpixelPlanes& newer, const NodeMotion& node,
+                 int column, int row, const Nv12Canvas& to) const;
+    void paste(const SubpixelPlanes& older, const SubpixelPlanes& newer, int share, int column,
+               int row, const Nv12Canvas& to) const;
+    bool touches(int x, int y) const;
+    bool near(int x, int y) const;
+
+    uint8_t* at(std::vector<uint8_t>& mask, int x, int y) const {
+        return mask.data() + (y + kRim) * mStride + x + kRim;
+    }
+    const uint8_t* at(int x, int y) const { return mMask.data() + (y + kRim) * mStride + x + kRim; }
+
+    int mWidth = 0;
+    int mHeight = 0;
+    int mStride = 0;
+    int mColumns = 0;  // tiles
+    int mRows = 0;
+    std::vector<uint8_t> mSuspects;  // 0 or 255 for each pixel
+    std::vector<uint8_t> mMask;
+    std::vector<uint8_t> mTiles;  // whether a tile has any of the mask
+    bool mAny = false;
+};
+
+}  // namespace qoz::host::vppservice
