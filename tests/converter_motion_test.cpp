@@ -2,6 +2,7 @@
 #include <support/ConverterFixture.h>
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
 namespace qoz::test {
@@ -65,6 +66,25 @@ TEST_F(ConverterMotionTest, FollowsAShiftedPictureBothWays) {
         EXPECT_EQ(bytesOf(again.first), bytesOf(fields.first)) << "depends on what came before";
         if (c.format == kRgba8888) converter.clearOpenGLResources();
     }
+}
+
+TEST_F(ConverterMotionTest, MeasuresFractionsOfAPixelAndSeesNoMotionInAFade) {
+    constexpr int kWidth = 320, kHeight = 192, kBlocks = 20 * 12;
+    // Half way between two whole shifts.
+    const auto moved = [](int x, int y) { return (textured(x - 2, y) + textured(x - 3, y)) / 2; };
+    const auto half = fieldsOf(kWidth, kHeight, kNv12Vemo, textured, moved).first;
+    EXPECT_GE(count(half, kWidth, kHeight,
+                    [](const auto& v, int, int) {
+                        return std::abs(v.dx - 20) <= 2 && std::abs(v.dy) <= 2;
+                    }),
+              kBlocks * 9 / 10);
+
+    const auto darker = [](int x, int y) { return textured(x, y) * 8 / 10; };
+    const auto fade = fieldsOf(kWidth, kHeight, kNv12Vemo, textured, darker).first;
+    EXPECT_GE(
+        count(fade, kWidth, kHeight,
+              [](const auto& v, int, int) { return leads(v, 0, 0) && std::abs(v.gain + 51) < 5; }),
+        kBlocks * 19 / 20);
 }
 
 struct Scene {

@@ -1,4 +1,5 @@
 // The simulated service's pictures: motion followed either way, cuts, and sharper upscaling.
+#include <cmath>
 #include <numeric>
 
 #include "support/VppSessionClient.h"
@@ -61,6 +62,61 @@ TEST_F(VppPicturesTest, FollowsAPanUpToTheEdges) {
             EXPECT_GT(alike, std::ssize(got) * 9 / 10) << c.size.width << " wide, round " << i;
         }
     }
+}
+
+// Luma of one output against a picture, inwards of a margin: the mean difference.
+double meanDifference(const sp<GraphicBuffer>& output, Size size, int margin,
+                      const Picture& expected) {
+    int sum = 0, count = 0;
+    for (int y = margin; y < size.height - margin; ++y) {
+        for (int x = margin; x < size.width - margin; ++x, ++count)
+            sum += std::abs(yuvAt(output, x, y)[0] - expected(x, y));
+    }
+    return sum / double(count);
+}
+
+TEST_F(VppPicturesTest, ReadsBothSourcesBetweenTheirPixels) {
+    constexpr Size kSize{128, 96};
+    const auto moved = [](double by) {
+        return [by](int x, int y) {
+            return static_cast<int>(120 + 50 * std::sin((x - by) * 0.35) + 30 * std::sin(y * 0.3));
+        };
+    };
+    const Sides sides{{kForward, fieldOf(kSize, 3, 0, 0)}, {kBackward, fieldOf(kSize, -3, 0, 0)}};
+    const auto got = between(frame(kSize, moved(0)), frame(kSize, moved(3)), kSize, 1, 1, sides);
+    EXPECT_LT(meanDifference(got, kSize, 12, moved(1.5)), 1.5);  // half a pixel off: 5
+}
+
+// The ground passes behind a line that no block of vectors knows of.
+TEST_F(VppPicturesTest, KeepsALineOfOnePixelWholeOverAMovingGround) {
+    constexpr Size kSize{128, 96};
+    constexpr int kLine = 61, kPan = 8;
+    const auto moved = [](int by) {
+        return [by](int x, int y) { return x == kLine ? 235 : textured(x - by, y) / 2 + 40; };
+    };
+    const Sides sides{{kForward, fieldOf(kSize, kPan, 0, 0)},
+                      {kBackward, fieldOf(kSize, -kPan, 0, 0)}};
+    const auto got = between(frame(kSize, moved(0)), frame(kSize, moved(kPan)), kSize, 1, 1, sides);
+    for (int y = 8; y < kSize.height - 8; ++y) {
+        EXPECT_GT(yuvAt(got, kLine, y)[0], 225) << "torn at " << y;
+        for (const int ghost : {kLine - kPan / 2, kLine + kPan / 2})
+            EXPECT_LT(yuvAt(got, ghost, y)[0], 190) << "a second line at " << ghost << "," << y;
+    }
+}
+
+TEST_F(VppPicturesTest, AFadeDarkensAndMovesNothing) {
+    constexpr Size kSize{128, 96};
+    const auto lit = [](int percent) {
+        return [percent](int x, int y) { return textured(x, y) * percent / 100; };
+    };
+    auto forward = fieldOf(kSize, 0, 0, 0), backward = fieldOf(kSize, 0, 0, 0);
+    for (int i = 0; i < forward->width / 2 * forward->height; ++i) {
+        vectorsOf(forward)[i].gain = -51;
+        vectorsOf(backward)[i].gain = 64;
+    }
+    const Sides sides{{kForward, forward}, {kBackward, backward}};
+    const auto got = between(frame(kSize, lit(100)), frame(kSize, lit(80)), kSize, 1, 1, sides);
+    EXPECT_LT(meanDifference(got, kSize, 0, lit(90)), 1);
 }
 
 TEST_F(VppPicturesTest, RepeatsTheNearerSourceAtASceneCut) {

@@ -8,10 +8,12 @@
 namespace qozplay {
 namespace {
 
-constexpr float kHorizon = 0.66F;   // of the height
-constexpr uint32_t kSprite = 192;   // texels a side
-constexpr float kGroundSpeed = 11;  // pixels a frame at the bottom row
-constexpr float kDistance = 2.2F;   // how much smaller, and slower, the horizon is
+constexpr float kHorizon = 0.66F;    // of the height
+constexpr uint32_t kSprite = 192;    // texels a side
+constexpr float kGroundSpeed = 11;   // pixels a frame at the bottom row
+constexpr uint64_t kCutAfter = 120;  // frames
+constexpr float kCutLeap = 1700;     // pixels of travel
+constexpr float kDistance = 2.2F;    // how much smaller, and slower, the horizon is
 
 struct Placement {
     float x;  // centre, pixels
@@ -105,7 +107,8 @@ Scene::Scene(Size size, Rate rate, uint64_t frames)
       mBall(paintBall(kSprite)) {}
 
 float Scene::moved(float speed) const {
-    return speed * mScale * static_cast<float>(mFrame);
+    const auto leaps = static_cast<float>(mFrame / kCutAfter);
+    return mScale * (speed * static_cast<float>(mFrame) + leaps * kCutLeap);
 }
 
 int32_t Scene::scaled(float pixels) const {
@@ -142,7 +145,7 @@ void Scene::drawGround(const Surface& surface) const {
 }
 
 void Scene::drawObjects(const Surface& surface) const {
-    const auto time = static_cast<float>(mFrame);
+    const auto time = static_cast<float>(mFrame + mFrame / kCutAfter * kCutAfter);
     const auto width = static_cast<float>(mSize.width);
     const auto height = static_cast<float>(mSize.height);
     const auto sway = [&](float centre, float reach, float speed, float phase) {
@@ -189,6 +192,26 @@ void Scene::drawDisplay(const Surface& surface) const {
          {120, 240, 150});
 }
 
+// One pixel thick whatever the size: a sight in the middle and a gauge over the road.
+void Scene::drawThinLines(const Surface& surface) const {
+    constexpr Colour kLight{236, 240, 255, 255};
+    const auto width = static_cast<int32_t>(mSize.width);
+    const auto height = static_cast<int32_t>(mSize.height);
+    const int32_t arm = scaled(46);
+    const int32_t gap = scaled(12);
+    for (const int32_t from : {-arm, gap}) {
+        fill(surface, {width / 2 + from, height / 2, arm - gap, 1}, kLight);
+        fill(surface, {width / 2, height / 2 + from, 1, arm - gap}, kLight);
+    }
+    const int32_t length = scaled(420);
+    const Box gauge{(width - length) / 2, height - scaled(70), length, 1};
+    fill(surface, gauge, kLight);
+    for (int32_t i = 0; i <= 20; ++i) {
+        const int32_t tick = scaled(i % 5 == 0 ? 22 : 10);
+        fill(surface, {gauge.x + length * i / 20, gauge.y - tick, 1, tick}, kLight);
+    }
+}
+
 bool Scene::next(uint8_t* rgba, size_t stride) {
     if (mFrame == mFrames) return false;
     const Surface surface{rgba, stride, mSize};
@@ -198,6 +221,7 @@ bool Scene::next(uint8_t* rgba, size_t stride) {
     drawGround(surface);
     drawObjects(surface);
     drawDisplay(surface);
+    drawThinLines(surface);
     ++mFrame;
     return true;
 }

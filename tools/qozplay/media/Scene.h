@@ -1,6 +1,7 @@
 // The clip for those who have none: a side-scrolling game with what makes interpolation hard or
 // easy to judge. Layers that pass each other at their own speeds, things that turn and cover one
-// another, fine texture, and a head-up display that stands still over all of it.
+// another, fine texture, a head-up display that stands still over all of it, on a plate and as thin
+// lines straight over the moving ground, and every few seconds a cut.
 #pragma once
 
 #include "qozplay/media/FrameSource.h"
@@ -21,7 +22,7 @@ class Scene final : public FrameSource {
 
   private:
     // Pixels that something has moved by the current frame at `speed` pixels a frame; speeds are
-    // those of a scene 720 rows high.
+    // those of a scene 720 rows high. A cut leads to another part of the scene.
     float moved(float speed) const;
     int32_t scaled(float pixels) const;  // likewise
 
@@ -29,6 +30,7 @@ class Scene final : public FrameSource {
     void drawGround(const Surface& surface) const;
     void drawObjects(const Surface& surface) const;
     void drawDisplay(const Surface& surface) const;
+    void drawThinLines(const Surface& surface) const;
 
     const Size mSize;
     const Rate mRate;
