@@ -1,7 +1,6 @@
 #include "host/vppservice/Renderer.h"
 
 #include <libyuv/scale.h>
-#include <libyuv/scale_uv.h>
 
 #include <algorithm>
 #include <utility>
@@ -17,22 +16,6 @@ bool isLarger(FrameSize size, FrameSize than) {
 
 size_t bytesOf(FrameSize size) {
     return nv12Layout(size.width, size.height).size;
-}
-
-void scaleFrame(const Nv12View& from, const Nv12Canvas& to) {
-    libyuv::NV12Scale(from.luma, static_cast<int>(from.stride), from.chroma,
-                      static_cast<int>(from.stride), static_cast<int>(from.size.width),
-                      static_cast<int>(from.size.height), to.luma, static_cast<int>(to.stride),
-                      to.chroma, static_cast<int>(to.stride), static_cast<int>(to.size.width),
-                      static_cast<int>(to.size.height), libyuv::kFilterBilinear);
-}
-
-void fit(const Nv12View& from, const Nv12Canvas& to) {
-    if (from.size == to.size) {
-        copyFrame(from, to);
-    } else {
-        scaleFrame(from, to);
-    }
 }
 
 void raiseRow(const uint8_t* from, const uint8_t* smooth, uint8_t* to, uint32_t width) {
@@ -99,11 +82,15 @@ void Renderer::writeBetween(const Source& older, const Source& newer, Phase phas
     mBetween.resize(bytesOf(size));
     const Nv12Canvas between = planesAt<uint8_t>(mBetween.data(), size);
     mInterpolator.write(older.view, newer.view, phase, between);
-    scaleFrame(viewOf(between), to);
+    mScaler.scale(viewOf(between), to);
 }
 
-void Renderer::write(const Source& source, const Nv12Canvas& to) const {
-    fit(source.view, to);
+void Renderer::write(const Source& source, const Nv12Canvas& to) {
+    if (source.view.size == to.size) {
+        copyFrame(source.view, to);
+    } else {
+        mScaler.scale(source.view, to);
+    }
 }
 
 void Renderer::keepCopy(Source& source) {

@@ -3,6 +3,7 @@
 
 #include "host/vppservice/ImportedBuffer.h"
 #include "host/vppservice/Interpolator.h"
+#include "host/vppservice/Scaler.h"
 
 #include <cstdint>
 #include <optional>
@@ -30,7 +31,7 @@ class Renderer {
 
     void beginInterval(const Source& older, const Source& newer);
     void writeBetween(const Source& older, const Source& newer, Phase phase, const Nv12Canvas& to);
-    void write(const Source& source, const Nv12Canvas& to) const;
+    void write(const Source& source, const Nv12Canvas& to);
 
     // After this the source no longer needs its lent buffer.
     void keepCopy(Source& source);
@@ -43,6 +44,7 @@ class Renderer {
 
     uint64_t mOpened = 0;  // sources, ever
     Interpolator mInterpolator;
+    FrameScaler mScaler;
     std::vector<uint8_t> mBetween;  // a frame in between, before scaling
     std::vector<uint8_t> mSmooth;   // luma of the half-size frame, at the source's size
     std::vector<uint8_t> mSpare;
