@@ -32,8 +32,8 @@ constexpr int32_t kRgba = host::kRgba8888;
 
 sp<GraphicBuffer> buffer(uint32_t width, uint32_t height, int32_t format, uint32_t usage = 0x300);
 
-// Every test ends with as many descriptors, threads, buffers, handles, sessions and binder
-// references as it began with, and ends.
+// Every test ends with no more descriptors, threads, buffers, handles, sessions and binder
+// references than it began with, and ends.
 class ResourceTest : public ::testing::Test {
   protected:
     void SetUp() override;
