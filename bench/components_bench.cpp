@@ -36,7 +36,7 @@ Cost feedShare(const Feeds& feeds, size_t first, size_t step, int frames) {
     const double wall = timeCalls(frames, [&] {
         Feed& feed = *feeds[at];
         feed.send();
-        feed.lend();
+        feed.queueOutput();
         feed.returnInput();
         at = at + step < feeds.size() ? at + step : first;
     });

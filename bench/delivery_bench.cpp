@@ -126,7 +126,7 @@ void delivery(benchmark::State& state) {
         const Rounds all = inTurn(
             kSamples,
             [&] {
-                feed.lend();
+                feed.queueOutput();
                 return timeArrival(client, [&] { feed.returnOutput(0); });
             },
             [&] { return timeArrival(client, [&] { bare.give({}); }); }, percent / 100.0);
@@ -167,7 +167,7 @@ class BusyClient final : public android::IQOZCallback {
 void sampleHeld(Feed& feed, BusyClient& client, std::vector<double>& held) {
     constexpr int32_t kCalls = 48;
     for (int32_t slot = 0; slot <= kCalls; ++slot)
-        feed.lend(slot);
+        feed.queueOutput(slot);
     feed.returnOutput(0);
     client.awaitBusy();
     for (int32_t slot = 1; slot <= kCalls; ++slot) {

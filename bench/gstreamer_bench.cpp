@@ -61,7 +61,7 @@ double throughput(Places& places, Feeding feed) {
     return nanoseconds(Clock::now() - begin) / kBuffers;
 }
 
-// Hands every frame back from a thread of its own: the source itself when nothing else is lent
+// Hands every frame back from a thread of its own: the source itself when nothing else is queued
 // (that is a pass-through), else the oldest output buffer.
 class ReturningSession : public NullSession {
   public:
@@ -150,7 +150,7 @@ class Component {
 
     double sample() {
         return throughput(mPlaces, [this] {
-            if (!mPasses) mFeed.lend(mSlot = (mSlot + 1) % kInFlight);
+            if (!mPasses) mFeed.queueOutput(mSlot = (mSlot + 1) % kInFlight);
             mFeed.send();
         });
     }

@@ -83,7 +83,7 @@ double sourceBatch(Side& side) {
 // None is returned: that would wake the worker, which would run beside what is measured.
 template <typename Side>
 double outputBatch(Side& side) {
-    return timeCalls(kBatch, [&] { side.lend(); });
+    return timeCalls(kBatch, [&] { side.queueOutput(); });
 }
 
 // Argument: whether frames carry side buffers.

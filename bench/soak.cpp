@@ -44,7 +44,7 @@ struct Findings {
     uint64_t lost = 0;
     uint64_t doubled = 0;
     uint64_t disordered = 0;
-    Clock::duration longest{};  // of a flush, or of a frame sent and its outputs lent
+    Clock::duration longest{};  // of a flush, or of a frame sent and its outputs queued
 };
 
 // One component with its client. Of one that gives nothing back each source can be sent once.
@@ -65,7 +65,7 @@ class Player {
         return true;
     }
 
-    // Ends with everything home that comes home.
+    // Ends when everything is back that comes back.
     void play(uint64_t frames) {
         if (!mPatient) frames = std::min(frames, uint64_t{kSourcesOnce});
         for (uint64_t n = 0; n < frames; ++n) {

@@ -12,7 +12,7 @@ install(DIRECTORY src/platform/ ${QOZ_PACKAGE_DIR}/aidl DESTINATION ${QOZ_DESK_D
   FILES_MATCHING PATTERN *.h)
 install(FILES host/control.h DESTINATION ${QOZ_DESK_DIR}/host COMPONENT dev)
 
-# All that a client on a desk machine links besides the library.
+# All that a client on a Linux machine links besides the library.
 add_library(qoz_desk INTERFACE)
 target_link_libraries(qoz_desk INTERFACE qoz_vppservice qoz_rgb2yuv qoz_platform)
 

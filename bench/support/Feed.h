@@ -62,7 +62,7 @@ class Feed {
     }
 
     // process() of one output buffer.
-    void lend(int32_t slot = 0) {
+    void queueOutput(int32_t slot = 0) {
         mOutput.slot = slot;
         if (mComponent->process(nullptr, &mOutput) != 0) fail("process");
     }

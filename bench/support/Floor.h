@@ -64,7 +64,7 @@ class Floor {
         mClient->onBufferDone(1, released, 1, 0);
     }
 
-    void lend() {
+    void queueOutput() {
         const auto now = static_cast<uint64_t>(systemTime(SYSTEM_TIME_MONOTONIC));
         const std::lock_guard lock(mStateLock);
         vpp::VppBuffer record;

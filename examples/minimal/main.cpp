@@ -19,7 +19,7 @@ constexpr int32_t kSlots = kOutputs + 3;  // the sources' are behind them
 constexpr uint32_t kFrames = 10;
 constexpr uint32_t kFramesOut = 1 + (kFrames - 1) * 2;  // one between each two
 
-// Which buffers are lent at the moment. The callbacks come on several threads.
+// Which buffers are outstanding. The callbacks come on several threads.
 class Client : public android::IQOZCallback {
   public:
     void onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint64_t timestamp) override {

@@ -251,9 +251,9 @@ void Engine::abandon() {
 }
 
 void Engine::giveBack(Source& source) {
-    if (!source.lent) return;
-    postInput(std::move(*source.lent));
-    source.lent.reset();
+    if (!source.input) return;
+    postInput(std::move(*source.input));
+    source.input.reset();
 }
 
 void Engine::postInput(ImportedBuffer buffer) {

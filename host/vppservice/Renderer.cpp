@@ -32,14 +32,14 @@ Source Renderer::open(ImportedBuffer input) {
     source.timestamp = unsignedOf(input.record.timestamp);
     source.number = ++mOpened;
     source.view = input.inputView();
-    source.lent = std::move(input);
-    const PortSizes& sizes = source.lent->sizes;
-    const Nv12View half = source.lent->halfView();
+    source.input = std::move(input);
+    const PortSizes& sizes = source.input->sizes;
+    const Nv12View half = source.input->halfView();
     const bool smooth = half.luma != nullptr && isLarger(sizes.output, sizes.input) &&
                         isLarger(sizes.input, half.size);
     if (smooth) {
-        const Nv12View lent = source.view;
-        raiseDetail(lent, half, ownCanvas(source));
+        const Nv12View queued = source.view;
+        raiseDetail(queued, half, ownCanvas(source));
     }
     return source;
 }
@@ -69,7 +69,7 @@ void Renderer::raiseDetail(const Nv12View& from, const Nv12View& half, const Nv1
 
 void Renderer::beginInterval(const Source& older, const Source& newer) {
     mInterpolator.beginInterval({older.view, older.number}, {newer.view, newer.number},
-                                newer.lent->motion());
+                                newer.input->motion());
 }
 
 void Renderer::writeBetween(const Source& older, const Source& newer, Phase phase,
@@ -95,8 +95,8 @@ void Renderer::write(const Source& source, const Nv12Canvas& to) {
 
 void Renderer::keepCopy(Source& source) {
     if (!source.own.empty()) return;
-    const Nv12View lent = source.view;
-    copyFrame(lent, ownCanvas(source));
+    const Nv12View queued = source.view;
+    copyFrame(queued, ownCanvas(source));
 }
 
 void Renderer::recycle(Source source) {

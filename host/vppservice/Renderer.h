@@ -1,4 +1,4 @@
-// From sources to pixels in a lent output buffer: detail, interpolation, scaling.
+// From sources to pixels in a queued output buffer: detail, interpolation, scaling.
 #pragma once
 
 #include "host/vppservice/ImportedBuffer.h"
@@ -11,10 +11,10 @@
 
 namespace qoz::host::vppservice {
 
-// A source frame. Its pixels are those of the lent buffer or, once they had to be changed or to
+// A source frame. Its pixels are those of the queued buffer or, once they had to be changed or to
 // outlast it, its own.
 struct Source {
-    std::optional<ImportedBuffer> lent;
+    std::optional<ImportedBuffer> input;
     std::vector<uint8_t> own;
     Nv12View view;
     uint64_t timestamp = 0;  // microseconds
@@ -33,7 +33,7 @@ class Renderer {
     void writeBetween(const Source& older, const Source& newer, Phase phase, const Nv12Canvas& to);
     void write(const Source& source, const Nv12Canvas& to);
 
-    // After this the source no longer needs its lent buffer.
+    // After this the source no longer needs its queued buffer.
     void keepCopy(Source& source);
     // Takes the memory of a source that has had its day.
     void recycle(Source source);

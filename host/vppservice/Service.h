@@ -22,7 +22,7 @@
 // Returns. Outputs come in the order of their sources; unfilled ones have timestamp 0. A flush or a
 // reconfiguration sends back, unfilled and before its event, what was held when it was called; a
 // frame being written is finished first. A drain ends when the sources queued before it are
-// finished or no output is lent.
+// finished or no output is queued.
 //
 // Ends. close() and terminateSession() drop what is held, wait for a callback under way (at most
 // two seconds, and not when called from within it) and let go of the client's object on the calling

@@ -1,4 +1,4 @@
-// Names of the interface package as this room uses them.
+// Names of the interface package as this module uses them.
 #pragma once
 
 #include <aidl/vendor/vuq/hardware/vpp/IVpp.h>

@@ -1,4 +1,4 @@
-// The buffers of one session at work: lends output buffers, hands finished frames on, waits with an
+// The buffers of one session at work: queues output buffers, hands finished frames on, waits with an
 // end. Everything here runs on the client's thread.
 #pragma once
 
