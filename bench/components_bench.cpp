@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Several components at once: the cost of a frame for each against one component alone. A frame is
 // process() of a source packet with side buffers, process() of an output buffer, and the return of
 // the input; nothing is delivered, so that no worker runs beside the threads that feed. Two of

@@ -1,5 +1,6 @@
-// The host simulator's converter against straight calls of libyuv for the same work: RGBA to NV12 and
-// the half-size copy of that. Both sides work on the calling thread.
+// SPDX-License-Identifier: Apache-2.0
+// The host simulator's converter against straight calls of libyuv for the same work: RGBA to NV12
+// and the half-size copy of that. Both sides work on the calling thread.
 #include <Rgb2Yuv.h>
 #include <libyuv/convert_from_argb.h>
 #include <libyuv/scale.h>

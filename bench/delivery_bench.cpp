@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // From the service's outputBufferDone to the client's onBufferDone, against a bare hand-over of the
 // same record between two threads; and how long outputBufferDone holds its binder thread while the
 // client's callback takes its time.

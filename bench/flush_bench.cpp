@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How long flushsync() blocks the client with 8 source frames and 12 output buffers in flight, less
 // the time that the service took to answer; against a bare hand-over between two threads, there and
 // back, and the end of as many internal buffers.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the log statements and trace points of one frame cost while both are off, as a share of
 // process(). How many a frame passes is counted, with both on, by the messages and the events that
 // come out. What passing one costs that is off is measured with the library's own macros, in the

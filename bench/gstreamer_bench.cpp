@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A buffer's way through the component against the same pass-through in GStreamer, eight buffers in
 // flight on both sides.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reuse in the pools of internal buffers: a frame draws the oldest free target and side buffers and
 // gives them back, with 16 and with 256 entries free against 1.
 #include "support/Feed.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The component's own share of a frame: process() of one source packet and of one output buffer,
 // with a converter and a service that do nothing, against plain statements that do what any
 // component must (support/Floor.h). And how often each side asks the heap, and what for.

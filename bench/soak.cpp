@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Many small frames through four components at once: nothing lost, nothing twice, nothing out of
 // order, and at the end 1 MiB more than a tenth of the way in at most, and no descriptor. With
 // --misbehave: 64 components, eight of which have a session that is late or silent; the others

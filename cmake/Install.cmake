@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # What is installed, in three parts: the libraries (runtime); what a program is built with (dev), where
 # the headers and libraries that stand in for the device lie apart, under qoz-desk; the player and the
 # service's process (tools).

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Sources that Highway compiles once for each vector extension. It builds on 128-bit vectors with byte
 # shuffles; the least x86-64 has none.
 function(qoz_kernels)

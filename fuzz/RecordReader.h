@@ -1,12 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
 // Records of any shape, as a process that is not trusted may send them, out of a fuzzer's bytes.
 #pragma once
 
 #include <fcntl.h>
+#include <fuzzer/FuzzedDataProvider.h>
 #include <host/platform/BufferLayout.h>
 #include <host/vppd/Records.h>
 #include <host/vppservice/ImportedBuffer.h>
-
-#include <fuzzer/FuzzedDataProvider.h>
 #include <sys/mman.h>
 #include <unistd.h>
 

@@ -1,15 +1,15 @@
+// SPDX-License-Identifier: Apache-2.0
 // The service's objects on a bus, and a client's callback object, against peers that call any of
 // their operations, in any order, with any record: nothing ends the process, and no stranger is
 // served.
+#include <aidl/vendor/vuq/hardware/vpp/BnVppCallbacks.h>
+#include <android/binder_process.h>
+#include <host/control.h>
 #include <host/vppd/CallbackReceiver.h>
 #include <host/vppd/PrivateBus.h>
 #include <host/vppd/RemoteCall.h>
 #include <host/vppd/ServiceObject.h>
 #include <host/vppservice/Service.h>
-
-#include <aidl/vendor/vuq/hardware/vpp/BnVppCallbacks.h>
-#include <android/binder_process.h>
-#include <host/control.h>
 
 #include <filesystem>
 

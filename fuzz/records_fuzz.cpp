@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What comes over the bus from a process that is not trusted: records of any shape are refused or
 // become ours whole, and one that the service takes in lies in memory that is there.
 #include <sys/stat.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Input of a fuzz target as a file.
 #pragma once
 

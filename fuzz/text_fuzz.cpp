@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Texts from outside: properties files, faults, changes of a running stream.
 #include <host/control.h>
 #include <qoz/VppComponent.h>

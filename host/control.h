@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The host simulator's switchboard: how tests, tools and benches steer and watch what stands behind
 // the platform's names. Nothing under src/ or include/ knows this header. Every operation may be
 // called from any thread.

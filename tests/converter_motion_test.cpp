@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The converter's motion fields: that they say where the blocks of a picture went.
 #include <support/ConverterFixture.h>
 

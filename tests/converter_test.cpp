@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The converter: NV12 conversion and scaling, dumps, and what it refuses.
 #include <png.h>
 #include <support/ConverterFixture.h>

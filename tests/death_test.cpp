@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A service that dies, is silent, answers from within a call, never stops, or belongs to the
 // previous session: whatever waits ends, and every buffer comes back once.
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the service gives back, and the worker that hands it to the client.
 #include <atomic>
 #include <thread>

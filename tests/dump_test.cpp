@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The text of a component's state: right at any moment, and never waited for. A dump that did wait
 // would wait for what the test lets go only afterwards.
 #include <client/LiveClient.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Frames through everything: component, converter, service, and the pixels that come out.
 #include <client/LiveClient.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whatever goes wrong around a stream, one row each: nobody is stuck, nothing is lost that was not
 // the fault's to lose, and the component works again in a healthy world.
 //

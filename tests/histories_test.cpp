@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Random histories of one to three components on one service, each played by a thread of its own,
 // with and without faults. RapidCheck makes them, prints its seed, and shrinks one that fails.
 //

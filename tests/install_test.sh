@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # What a client finds after an installation: the public operations and no others, and a client built
 # outside this tree that gets every buffer back.
 # Arguments: cmake, the build folder, the compiler, the sanitizers (may be empty).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One frame's way in, against the simulator's own converter, and the settings that frames carry.
 #include <sys/eventfd.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the library relies on in the platform's basic libraries. scripts/check-device-build runs the
 // same tests against those libraries themselves, in place of the host simulator's.
 #include <cutils/native_handle.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the host simulator must not be kinder than the platform.
 #include <aidl/vendor/vuq/hardware/vpp/BnVppCallbacks.h>
 #include <aidl/vendor/vuq/hardware/vpp/IVpp.h>

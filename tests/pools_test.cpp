@@ -1,7 +1,7 @@
+// SPDX-License-Identifier: Apache-2.0
 // The two pools of internal buffers.
-#include "pipeline/BufferPool.h"
-
 #include "pipeline/Align.h"
+#include "pipeline/BufferPool.h"
 #include "support/Fixture.h"
 
 namespace qoz::test {

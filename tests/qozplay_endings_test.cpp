@@ -1,21 +1,22 @@
+// SPDX-License-Identifier: Apache-2.0
 // The ways in which a run ends before its time: signals at whatever moment, and too little memory,
 // too few threads, descriptors and disk. Each run is a process of its own, as main() makes it.
-#include "qozplay/run/Ending.h"
-#include "qozplay_files.h"
-#include "support/Sanitized.h"
-
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <host/control.h>
+#include <nlohmann/json.hpp>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <functional>
+
+#include "qozplay/run/Ending.h"
+#include "qozplay_files.h"
+#include "support/Sanitized.h"
 
 namespace {
 

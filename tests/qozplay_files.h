@@ -1,8 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the tests of the player share.
 #pragma once
-
-#include "qozplay/media/Types.h"
-#include "qozplay/run/Player.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -15,6 +13,9 @@
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "qozplay/media/Types.h"
+#include "qozplay/run/Player.h"
 
 namespace qozplay {
 

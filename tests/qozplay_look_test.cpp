@@ -1,7 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
 // Looking inside a run: the trace file, the log's filter, the dashboard's lines.
-#include "qozplay/cli/LogFilter.h"
-#include "qozplay_files.h"
-
 #include <host/control.h>
 #include <nlohmann/json.hpp>
 
@@ -10,6 +8,9 @@
 #include <set>
 #include <thread>
 #include <utility>
+
+#include "qozplay/cli/LogFilter.h"
+#include "qozplay_files.h"
 
 namespace qozplay {
 namespace {

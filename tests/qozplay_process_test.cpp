@@ -1,8 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
 // The player with the service in a process of its own: the same frames, and the end of that process
 // at any moment.
-#include "qozplay_files.h"
-#include "support/Sanitized.h"
-
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -14,6 +12,9 @@
 #include <optional>
 #include <random>
 #include <thread>
+
+#include "qozplay_files.h"
+#include "support/Sanitized.h"
 
 namespace qozplay {
 namespace {

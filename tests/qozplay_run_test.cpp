@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whole runs of the player: exit codes, messages, and what comes out.
-#include "qozplay_files.h"
-
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <vector>
+
+#include "qozplay_files.h"
 
 namespace qozplay {
 namespace {

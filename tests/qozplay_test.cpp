@@ -1,4 +1,10 @@
+// SPDX-License-Identifier: Apache-2.0
 // The player's parts: what it reads and refuses, what it writes, how it keeps its accounts.
+#include <functional>
+#include <optional>
+#include <sstream>
+#include <vector>
+
 #include "client/Ledger.h"
 #include "qozplay/media/MediaReader.h"
 #include "qozplay/media/MediaWriter.h"
@@ -8,11 +14,6 @@
 #include "qozplay/stream/ChangeSchedule.h"
 #include "qozplay/stream/FrameTracker.h"
 #include "qozplay_files.h"
-
-#include <functional>
-#include <optional>
-#include <sstream>
-#include <vector>
 
 namespace qozplay {
 namespace {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Buffers on their way to the service: records, cookies, metabuffers, counters; every way to fail.
 #include <sys/resource.h>
 

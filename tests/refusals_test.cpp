@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is refused, and what a refusal leaves: calls from within callbacks, fences that never
 // signal, a reconfiguration that the service does not take.
 #include <client/LiveClient.h>

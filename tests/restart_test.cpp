@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What one start of a component leaves to the next: config again, disable and enable again, with
 // the same settings and with others.
 #include <client/LiveClient.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Construction, messages and state; finding the service, enable and disable; the callback object.
 #include <android/binder_manager.h>
 #include <host/platform/ServiceRegistry.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Bounded waits do not depend on the wall clock. This program takes the place of the calls by which
 // a thread waits for a time: a wait on the wall clock takes an hour longer here, as if the clock
 // were set back an hour while it lasts.

@@ -1,9 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 // Formats, config, the resolution rules, start, FRC segments; flush, reconfigure, drain.
-#include "stream/VppUtils.h"
-
 #include <latch>
 #include <thread>
 
+#include "stream/VppUtils.h"
 #include "support/Fixture.h"
 
 namespace qoz::test {

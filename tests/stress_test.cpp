@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Many changes, many times: nothing lost, nobody stuck. Meant for the sanitizers as much as for
 // itself.
 #include <client/LiveClient.h>

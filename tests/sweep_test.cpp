@@ -1,7 +1,13 @@
+// SPDX-License-Identifier: Apache-2.0
 // The n-th resource fails, once or from then on, for every n until nothing fails any more: memory,
 // native handles, graphic buffers, descriptors, threads. Whatever fails costs at most frames, never
 // a buffer or a hang.
+#include <android/binder_process.h>
+#include <client/LiveClient.h>
 #include <dlfcn.h>
+#include <host/platform/BinderThreads.h>
+#include <host/vppservice/NullSession.h>
+#include <host/vppservice/SingleSessionService.h>
 #include <pthread.h>
 #include <sys/resource.h>
 
@@ -11,13 +17,6 @@
 #include <new>
 #include <semaphore>
 #include <thread>
-
-#include <android/binder_process.h>
-#include <host/platform/BinderThreads.h>
-#include <host/vppservice/NullSession.h>
-#include <host/vppservice/SingleSessionService.h>
-
-#include <client/LiveClient.h>
 
 #include "support/Fixture.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Clients that share one service: what a hostile one on the same bus can do to another, and what a
 // client's own trouble does to itself.
 #include <android/binder_ibinder.h>
@@ -5,7 +6,6 @@
 #include <host/vppd/PrivateBus.h>
 #include <host/vppd/RemoteService.h>
 #include <host/vppservice/Quota.h>
-
 #include <sys/mman.h>
 #include <sys/resource.h>
 

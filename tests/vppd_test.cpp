@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The service in a process of its own: shared memory, records, and what is left when that process
 // is killed. That its frames are those of an inline service is for qozplay_process_test to show.
 #include <client/LiveClient.h>
@@ -6,7 +7,6 @@
 #include <host/vppd/PrivateBus.h>
 #include <host/vppd/Records.h>
 #include <host/vppd/RemoteService.h>
-
 #include <sys/mman.h>
 
 #include <csignal>

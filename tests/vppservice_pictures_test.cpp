@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The simulated service's pictures: motion followed either way, cuts, and sharper upscaling.
 #include <cmath>
 #include <numeric>

@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
 // The simulated service: what its client may do when, what comes back, and in which order.
-#include "support/VppSessionClient.h"
-
 #include <android/binder_ibinder.h>
 
 #include <atomic>
 #include <future>
+
+#include "support/VppSessionClient.h"
 
 namespace qoz::test {
 namespace {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Counts what goes through operator new on the thread that asks.
 #pragma once
 

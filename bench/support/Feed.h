@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A component with a session that a bench brings, and the buffers to feed it with.
 #pragma once
 

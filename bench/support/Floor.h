@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What any component must do for one packet, as plain statements: the floor of process_bench.
 //
 // A source packet: draw the target (and the three side buffers) from the pool of free entries, call

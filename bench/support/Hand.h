@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Carries out one job at a time on a thread of its own.
 #pragma once
 

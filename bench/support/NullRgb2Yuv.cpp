@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A converter that does nothing, so that what is left of a frame is the component's own work.
 #include <Rgb2Yuv.h>
 #include <host/converter/MotionField.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The session and the service that a bench brings, and a client that owns nothing.
 #pragma once
 

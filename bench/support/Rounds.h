@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How every bench measures: two sides in turn within one run, medians of rounds, the spread with
 // it. The counters are what `bench/run` makes its table of.
 #pragma once

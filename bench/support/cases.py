@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Clips in which frame interpolation goes wrong, made from a seed, a size and a speed.
 
 Each case is a function of a Stage that draws the luma of one moment; moments are numbered in output frames,

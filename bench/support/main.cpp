@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every bench's main(): the log's diagnostics would only stand between the figures.
 #include <android/log.h>
 #include <benchmark/benchmark.h>

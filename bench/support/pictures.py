@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Interpolated frames against held-out ones: the player beside ffmpeg's blend and mci, case by case."""
 
 import argparse

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The whole player at twice the frame rate of a 720p clip against ffmpeg's frame interpolation."""
 
 import pathlib

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Runs the benches and makes the table: the larger part of bench/run. Works from the top folder."""
 
 import argparse

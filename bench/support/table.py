@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Rows of results, and the table of them."""
 
 BEGIN = "<!-- figures of bench/run: begin -->"

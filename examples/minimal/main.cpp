@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The least that a client does: ten frames through the component at twice their rate. Exit code 0:
 // every buffer that was handed over has come back.
 #include <host/control.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How much a block of one plane differs from a displaced block of another: the sum of the absolute
 // differences of their pixels.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the blocks of one frame went in another, found from coarse to fine.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A change of brightness between two frames: a fade, which is no motion.
 #pragma once
 

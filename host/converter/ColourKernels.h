@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // RGBA to NV12, to the nearest value: compiled for each vector extension and chosen at run time.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <cutils/properties.h>
 #include <host/converter/Dump.h>
 #include <host/converter/FieldDrawing.h>

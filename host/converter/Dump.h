@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Pictures of buffers, written as PNG for a developer to look at.
 #pragma once
 

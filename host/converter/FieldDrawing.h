@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A vector field as a picture.
 #pragma once
 

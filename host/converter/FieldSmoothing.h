@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Agreement between neighbours in a field of vectors.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <host/converter/ColourKernels.h>
 #include <host/converter/FrameConverter.h>
 #include <libyuv/scale.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Frames to NV12: colour conversion and scaling. Colours are limited range, BT.709 for sources of
 // 720 rows and more, BT.601 below: what a clip means that does not say.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <host/converter/BlockKernels.h>
 #include <host/converter/LumaPyramid.h>
 #include <libyuv/convert_from_argb.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A frame's luma at full size, 1/2, 1/4 and 1/8.
 #pragma once
 

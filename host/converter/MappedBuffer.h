@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The pixels of a graphic buffer, mapped for the CPU as long as the object lives.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Motion between two frames, both ways, as fields of block vectors.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How motion travels from the converter to the VPP service: the layout of one vector buffer.
 //
 // The buffer is an RGBA buffer of fieldPixels x fieldHeight pixels, rows without padding: for each

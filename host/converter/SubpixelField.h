@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Vectors to a fraction of a pixel, from the whole pixels of a block search.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <android/binder_auto_utils.h>
 #include <android/binder_interface_utils.h>
 #include <android/binder_manager.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <android-base/thread_annotations.h>
 #include <android/binder_ibinder.h>
 #include <host/platform/BinderDeath.h>

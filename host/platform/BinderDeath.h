@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Death notices from the side of what dies.
 #pragma once
 

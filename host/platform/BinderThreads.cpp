@@ -1,5 +1,7 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <android/binder_process.h>
 #include <host/platform/BinderThreads.h>
+#include <pthread.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -9,8 +11,6 @@
 #include <system_error>
 #include <thread>
 #include <vector>
-
-#include <pthread.h>
 
 namespace qoz::host {
 namespace {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The process's pool of binder threads, as a caller from another process sees it.
 #pragma once
 

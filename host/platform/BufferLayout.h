@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the pixels are. A function of size and format alone, so that who receives a bare descriptor
 // and knows the port's size (the VPP service) finds the same planes as who holds the graphic
 // buffer.

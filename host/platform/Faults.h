@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The fault table from the side of what fails. Arming is in host/control.h.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Binders of this process's own objects: what the interface package stands on.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <cutils/native_handle.h>
 #include <host/platform/Faults.h>
 #include <host/platform/ResourceCounters.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Counts of what exists, read through counters() in host/control.h.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The service manager from the side of who offers a service.
 #pragma once
 

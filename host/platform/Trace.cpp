@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Recording: each thread writes into its own share under a lock that nobody else wants while the
 // trace runs.
 #include <cutils/properties.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The file of a trace: Chrome trace JSON, as chrome://tracing and ui.perfetto.dev read it.
 #include <host/platform/TraceRecording.h>
 #include <unistd.h>

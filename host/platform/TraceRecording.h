@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a trace is made of, between its recording and its writing.
 #pragma once
 

@@ -1,12 +1,13 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/vppd/Bus.h"
-
-#include "host/vppd/RemoteCall.h"
 
 #include <android/log.h>
 #include <pthread.h>
 #include <sys/socket.h>
 
 #include <utility>
+
+#include "host/vppd/RemoteCall.h"
 
 #if defined(__SANITIZE_THREAD__)
 // The library that a pending call is shared with is not instrumented, so the sanitizer does not see

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One connection to a bus, and the thread that reads it.
 #pragma once
 

@@ -1,11 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/vppd/CallbackOutbox.h"
-
-#include "host/vppd/Names.h"
-#include "host/vppd/RemoteCall.h"
 
 #include <cstdint>
 #include <thread>
 #include <utility>
+
+#include "host/vppd/Names.h"
+#include "host/vppd/RemoteCall.h"
 
 namespace qoz::host::vppd {
 namespace {

@@ -1,9 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
 // Callbacks on their way to a client in another process.
 #pragma once
-
-#include "host/vppd/Bus.h"
-#include "host/vppd/Records.h"
-#include "host/vppservice/Quota.h"
 
 #include <android-base/thread_annotations.h>
 
@@ -15,6 +12,10 @@
 #include <string>
 #include <variant>
 #include <vector>
+
+#include "host/vppd/Bus.h"
+#include "host/vppd/Records.h"
+#include "host/vppservice/Quota.h"
 
 namespace qoz::host::vppd {
 

@@ -1,6 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/vppd/CallbackReceiver.h"
-
-#include "host/vppd/Names.h"
 
 #include <host/platform/BinderThreads.h>
 
@@ -9,6 +8,8 @@
 #include <chrono>
 #include <optional>
 #include <utility>
+
+#include "host/vppd/Names.h"
 
 namespace qoz::host::vppd {
 namespace {

@@ -1,5 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 // The client's callback object, as the session's process calls it.
 #pragma once
+
+#include <memory>
+#include <string>
 
 #include "host/vppd/Bus.h"
 #include "host/vppd/PendingAnswer.h"
@@ -7,9 +11,6 @@
 #include "host/vppd/Refusals.h"
 #include "host/vppservice/SerialExecutor.h"
 #include "vppd/VppAdaptor.h"
-
-#include <memory>
-#include <string>
 
 namespace qoz::host::vppd {
 

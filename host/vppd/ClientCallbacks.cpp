@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/vppd/ClientCallbacks.h"
 
 namespace qoz::host::vppd {

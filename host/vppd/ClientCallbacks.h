@@ -1,13 +1,14 @@
+// SPDX-License-Identifier: Apache-2.0
 // The callback object of a client in another process, as the service calls it.
 #pragma once
-
-#include "host/vppd/CallbackOutbox.h"
-#include "host/vppd/Records.h"
 
 #include <aidl/vendor/vuq/hardware/vpp/BnVppCallbacks.h>
 
 #include <memory>
 #include <utility>
+
+#include "host/vppd/CallbackOutbox.h"
+#include "host/vppd/Records.h"
 
 namespace qoz::host::vppd {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the service is found on the bus.
 #pragma once
 

@@ -1,11 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
 // An answer that is owed to a caller on the bus.
 #pragma once
 
-#include "host/vppd/Bus.h"
-#include "host/vppd/Names.h"
-
 #include <memory>
 #include <utility>
+
+#include "host/vppd/Bus.h"
+#include "host/vppd/Names.h"
 
 namespace qoz::host::vppd {
 

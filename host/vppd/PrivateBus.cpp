@@ -1,15 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/vppd/PrivateBus.h"
 
-#include "host/vppd/Bus.h"
-#include "host/vppd/Names.h"
-
+#include <android/binder_auto_utils.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <android/binder_auto_utils.h>
 
 #include <cerrno>
 #include <csignal>
@@ -18,6 +15,9 @@
 #include <stdexcept>
 #include <system_error>
 #include <utility>
+
+#include "host/vppd/Bus.h"
+#include "host/vppd/Names.h"
 
 // This header does not do it itself in every C library.
 extern "C" {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A message bus of one's own, for one run: nobody else is on it, and it goes with the object.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The records of the interface package, and what they are on the bus.
 #pragma once
 

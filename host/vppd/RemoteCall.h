@@ -1,7 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
 // Calls to objects of another process that end in time.
 #pragma once
-
-#include "host/vppd/Bus.h"
 
 #include <algorithm>
 #include <chrono>
@@ -10,6 +9,8 @@
 #include <optional>
 #include <thread>
 #include <utility>
+
+#include "host/vppd/Bus.h"
 
 namespace qoz::host::vppd {
 

@@ -1,9 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/vppd/RemoteService.h"
-
-#include "host/vppd/Names.h"
-#include "host/vppd/RemoteCall.h"
-#include "host/vppd/RemoteSession.h"
-#include "host/vppservice/SerialExecutor.h"
 
 #include <aidl/vendor/vuq/hardware/vpp/BnVppService.h>
 #include <android/log.h>
@@ -18,6 +14,11 @@
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "host/vppd/Names.h"
+#include "host/vppd/RemoteCall.h"
+#include "host/vppd/RemoteSession.h"
+#include "host/vppservice/SerialExecutor.h"
 
 namespace qoz::host {
 namespace vppd {

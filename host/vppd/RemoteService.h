@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The client's end of a VPP service in another process.
 #pragma once
 

@@ -1,14 +1,15 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/vppd/RemoteSession.h"
-
-#include "host/vppd/Names.h"
-#include "host/vppd/Records.h"
-#include "host/vppd/RemoteCall.h"
 
 #include <android/log.h>
 
 #include <optional>
 #include <system_error>
 #include <utility>
+
+#include "host/vppd/Names.h"
+#include "host/vppd/Records.h"
+#include "host/vppd/RemoteCall.h"
 
 namespace qoz::host::vppd {
 

@@ -1,9 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
 // A session of a service in another process.
 #pragma once
-
-#include "host/vppd/Bus.h"
-#include "host/vppd/CallbackReceiver.h"
-#include "host/vppservice/VppSessionBase.h"
 
 #include <android-base/thread_annotations.h>
 
@@ -12,6 +9,10 @@
 #include <mutex>
 #include <string>
 #include <vector>
+
+#include "host/vppd/Bus.h"
+#include "host/vppd/CallbackReceiver.h"
+#include "host/vppservice/VppSessionBase.h"
 
 namespace qoz::host::vppd {
 

@@ -1,7 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/vppd/ServiceObject.h"
-
-#include "host/vppd/Names.h"
-#include "host/vppd/PendingAnswer.h"
 
 #include <host/control.h>
 #include <sys/resource.h>
@@ -10,6 +8,9 @@
 #include <system_error>
 #include <utility>
 #include <vector>
+
+#include "host/vppd/Names.h"
+#include "host/vppd/PendingAnswer.h"
 
 namespace qoz::host::vppd {
 namespace {

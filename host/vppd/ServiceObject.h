@@ -1,11 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
 // The service of this process, as an object on the bus.
 #pragma once
-
-#include "host/vppd/Bus.h"
-#include "host/vppd/Refusals.h"
-#include "host/vppd/SessionObject.h"
-#include "host/vppservice/Quota.h"
-#include "vppd/VppAdaptor.h"
 
 #include <android-base/thread_annotations.h>
 
@@ -14,6 +9,12 @@
 #include <memory>
 #include <mutex>
 #include <string>
+
+#include "host/vppd/Bus.h"
+#include "host/vppd/Refusals.h"
+#include "host/vppd/SessionObject.h"
+#include "host/vppservice/Quota.h"
+#include "vppd/VppAdaptor.h"
 
 namespace qoz::host::vppd {
 

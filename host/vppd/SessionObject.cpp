@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/vppd/SessionObject.h"
-
-#include "host/vppd/ClientCallbacks.h"
-#include "host/vppd/Names.h"
 
 #include <optional>
 #include <utility>
+
+#include "host/vppd/ClientCallbacks.h"
+#include "host/vppd/Names.h"
 
 namespace qoz::host::vppd {
 

@@ -1,5 +1,14 @@
+// SPDX-License-Identifier: Apache-2.0
 // A session of the service, as an object on the bus.
 #pragma once
+
+#include <android-base/thread_annotations.h>
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
 
 #include "host/vppd/Bus.h"
 #include "host/vppd/CallbackOutbox.h"
@@ -10,14 +19,6 @@
 #include "host/vppservice/SerialExecutor.h"
 #include "host/vppservice/Service.h"
 #include "vppd/VppAdaptor.h"
-
-#include <android-base/thread_annotations.h>
-
-#include <functional>
-#include <memory>
-#include <mutex>
-#include <string>
-#include <vector>
 
 namespace qoz::host::vppd {
 

@@ -1,18 +1,18 @@
+// SPDX-License-Identifier: Apache-2.0
 // qoz-vppd: the VPP service in a process of its own, for the clients of the session's bus. Ends on
 // SIGTERM, on SIGINT, with the bus, and when an injected fault kills the service.
-#include "host/vppd/Names.h"
-#include "host/vppd/ServiceObject.h"
-
 #include <android/binder_process.h>
 #include <host/control.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
 #include <string>
 #include <vector>
 
-#include <sys/resource.h>
-#include <unistd.h>
+#include "host/vppd/Names.h"
+#include "host/vppd/ServiceObject.h"
 
 namespace {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the interface package's own library holds on a device: everything of the generated classes
 // that the headers only declare. There is no parcel here, since a call within one process is a
 // plain virtual call.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/vppservice/CallbackDispatcher.h"
 
 #include <host/platform/BinderThreads.h>

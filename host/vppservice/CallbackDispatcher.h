@@ -1,9 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
 // Brings what one port has for the client to it, in the order posted.
 #pragma once
-
-#include "host/vppservice/FaultInjector.h"
-#include "host/vppservice/Types.h"
-#include "host/vppservice/Worker.h"
 
 #include <aidl/vendor/vuq/hardware/vpp/IVppCallbacks.h>
 #include <android-base/thread_annotations.h>
@@ -16,6 +13,10 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+
+#include "host/vppservice/FaultInjector.h"
+#include "host/vppservice/Types.h"
+#include "host/vppservice/Worker.h"
 
 namespace qoz::host::vppservice {
 

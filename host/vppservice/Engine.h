@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One open session at work: the queues of both ports, and the thread that turns sources into
 // outputs.
 //
@@ -11,11 +12,6 @@
 // later never reaches back.
 #pragma once
 
-#include "host/vppservice/CallbackDispatcher.h"
-#include "host/vppservice/FrcControl.h"
-#include "host/vppservice/ImportedBuffer.h"
-#include "host/vppservice/Renderer.h"
-
 #include <condition_variable>
 #include <deque>
 #include <memory>
@@ -23,6 +19,11 @@
 #include <optional>
 #include <utility>
 #include <vector>
+
+#include "host/vppservice/CallbackDispatcher.h"
+#include "host/vppservice/FrcControl.h"
+#include "host/vppservice/ImportedBuffer.h"
+#include "host/vppservice/Renderer.h"
 
 namespace qoz::host::vppservice {
 

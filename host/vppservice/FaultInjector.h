@@ -1,7 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where armed faults meet the service: what each call, and each callback, is to suffer.
 #pragma once
-
-#include "host/vppservice/Types.h"
 
 #include <android/binder_auto_utils.h>
 
@@ -12,6 +11,8 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+
+#include "host/vppservice/Types.h"
 
 namespace qoz::host::vppservice {
 

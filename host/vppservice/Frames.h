@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // NV12 frames in memory that somebody else owns.
 #pragma once
 

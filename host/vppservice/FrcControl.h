@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
 // The frame-rate control of a session: which factor is in force where on the input's clock.
 #pragma once
 
-#include "host/vppservice/Types.h"
-
 #include <cstdint>
 #include <vector>
+
+#include "host/vppservice/Types.h"
 
 namespace qoz::host::vppservice {
 

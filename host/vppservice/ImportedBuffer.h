@@ -1,14 +1,15 @@
+// SPDX-License-Identifier: Apache-2.0
 // What crossed the queue operation: checked, duplicated, mapped.
 #pragma once
+
+#include <memory>
+#include <utility>
 
 #include "host/vppservice/FaultInjector.h"
 #include "host/vppservice/Frames.h"
 #include "host/vppservice/Mapping.h"
 #include "host/vppservice/Quota.h"
 #include "host/vppservice/Types.h"
-
-#include <memory>
-#include <utility>
 
 namespace qoz::host::vppservice {
 

@@ -1,6 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/vppservice/Interpolator.h"
-
-#include "host/vppservice/PixelKernels.h"
 
 #include <libyuv/planar_functions.h>
 
@@ -8,6 +7,8 @@
 #include <array>
 #include <cstdlib>
 #include <utility>
+
+#include "host/vppservice/PixelKernels.h"
 
 namespace qoz::host::vppservice {
 namespace {

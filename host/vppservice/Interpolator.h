@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Writes a frame in between two sources of one size.
 //
 // With motion: each pixel is predicted from both sources along the motion of the four nodes around

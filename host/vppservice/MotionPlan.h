@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which way the picture moves at one instant between two sources.
 //
 // The vectors that come in are laid over one of the two sources; a frame in between needs them laid
@@ -14,10 +15,10 @@
 // uncovered.
 #pragma once
 
+#include <vector>
+
 #include "host/vppservice/Frames.h"
 #include "host/vppservice/SubpixelPlanes.h"
-
-#include <vector>
 
 namespace qoz::host::vppservice {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A session that takes everything and does nothing: the floor for benches, and the base of sessions
 // that do a little.
 #pragma once

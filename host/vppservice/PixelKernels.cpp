@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/vppservice/PixelKernels.h"
 
 #undef HWY_TARGET_INCLUDE

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The loops over the pixels of frames, compiled for each vector extension and chosen at run time.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What one client may have of the service at a time, and what it has.
 #pragma once
 

@@ -1,13 +1,14 @@
+// SPDX-License-Identifier: Apache-2.0
 // From sources to pixels in a queued output buffer: detail, interpolation, scaling.
 #pragma once
-
-#include "host/vppservice/ImportedBuffer.h"
-#include "host/vppservice/Interpolator.h"
-#include "host/vppservice/Scaler.h"
 
 #include <cstdint>
 #include <optional>
 #include <vector>
+
+#include "host/vppservice/ImportedBuffer.h"
+#include "host/vppservice/Interpolator.h"
+#include "host/vppservice/Scaler.h"
 
 namespace qoz::host::vppservice {
 

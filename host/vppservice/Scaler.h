@@ -1,12 +1,13 @@
+// SPDX-License-Identifier: Apache-2.0
 // Scales frames by Lanczos' filter of three lobes.
 #pragma once
-
-#include "host/vppservice/Frames.h"
 
 #include <zimg.h>
 
 #include <cstdlib>
 #include <memory>
+
+#include "host/vppservice/Frames.h"
 
 namespace qoz::host::vppservice {
 

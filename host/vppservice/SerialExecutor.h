@@ -1,11 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
 // One thread that does what it is given, in order.
 #pragma once
-
-#include "host/vppservice/Worker.h"
 
 #include <chrono>
 #include <functional>
 #include <memory>
+
+#include "host/vppservice/Worker.h"
 
 namespace qoz::host::vppservice {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A VPP service in this process: it works from what it was sent and nothing else.
 //
 // What it decides where nothing tells it:
@@ -37,11 +38,6 @@
 // calls, and getSessionCount(), have no faults.
 #pragma once
 
-#include "host/vppservice/FaultInjector.h"
-#include "host/vppservice/Quota.h"
-#include "host/vppservice/SerialExecutor.h"
-#include "host/vppservice/Session.h"
-
 #include <aidl/vendor/vuq/hardware/vpp/BnVppService.h>
 #include <android-base/thread_annotations.h>
 
@@ -52,6 +48,11 @@
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "host/vppservice/FaultInjector.h"
+#include "host/vppservice/Quota.h"
+#include "host/vppservice/SerialExecutor.h"
+#include "host/vppservice/Session.h"
 
 namespace qoz::host::vppservice {
 

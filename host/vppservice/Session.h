@@ -1,10 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
 // A session as its client sees it: the operations, and the order they may come in.
 #pragma once
-
-#include "host/vppservice/Engine.h"
-#include "host/vppservice/FaultInjector.h"
-#include "host/vppservice/ImportedBuffer.h"
-#include "host/vppservice/VppSessionBase.h"
 
 #include <android-base/thread_annotations.h>
 
@@ -12,6 +8,11 @@
 #include <mutex>
 #include <optional>
 #include <vector>
+
+#include "host/vppservice/Engine.h"
+#include "host/vppservice/FaultInjector.h"
+#include "host/vppservice/ImportedBuffer.h"
+#include "host/vppservice/VppSessionBase.h"
 
 namespace qoz::host::vppservice {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A VPP service of one session that a test or a bench brings.
 #pragma once
 

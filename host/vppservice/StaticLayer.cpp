@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "host/vppservice/StaticLayer.h"
-
-#include "host/vppservice/PixelKernels.h"
 
 #include <algorithm>
 #include <cstdlib>
+
+#include "host/vppservice/PixelKernels.h"
 
 namespace qoz::host::vppservice {
 namespace {

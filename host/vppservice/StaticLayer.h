@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What stands still over a picture that moves: thin lines and letters of a display.
 //
 // A pixel belongs to it that is the same in both sources where it is, and that the motion around it
@@ -6,9 +7,9 @@
 // is taken from the other, where it is not covered.
 #pragma once
 
-#include "host/vppservice/MotionPlan.h"
-
 #include <vector>
+
+#include "host/vppservice/MotionPlan.h"
 
 namespace qoz::host::vppservice {
 

@@ -1,11 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
 // A frame that can be read off its grid of pixels, and a little outside of it.
 #pragma once
 
-#include "host/vppservice/Frames.h"
-#include "host/vppservice/PixelKernels.h"
-
 #include <array>
 #include <vector>
+
+#include "host/vppservice/Frames.h"
+#include "host/vppservice/PixelKernels.h"
 
 namespace qoz::host::vppservice {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Names of the interface package as this module uses them.
 #pragma once
 

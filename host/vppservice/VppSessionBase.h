@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The operations of a session that no client here calls. Whoever plays a session derives from this
 // and writes only the rest.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /// @file
 /// What crosses the boundary between a client and its VppComponent: records, numbers, callbacks.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /// @class android::VppComponent
 /// One post-processing session between a client that renders frames and the device's VPP service,
 /// which interpolates frames (2x to 4x) and scales them (1x, 1.5x, 2x). examples/minimal is a whole

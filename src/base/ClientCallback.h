@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The client's callback interface from the component's side. Private to src/.
 #pragma once
 

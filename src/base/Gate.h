@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Keeps what uses something apart from what changes it. Private to src/.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Messages of the component. Private to src/.
 //
 // Messages about a session begin with its name and the component's address, which the macros put

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The state of a session, as the parts of a component name it. Private to src/.
 #pragma once
 

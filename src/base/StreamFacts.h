@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a component says about its stream to other threads. Private to src/.
 #pragma once
 

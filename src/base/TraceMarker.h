@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sections and markers of the buffer path, under the graphics tag. Private to src/.
 #pragma once
 

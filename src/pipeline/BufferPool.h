@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the two pools of internal buffers share. Private to src/.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The converter of a component and its reference frame. Private to src/.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The cookie of a buffer on its way through the VPP. Private to src/.
 //
 // The low 31 bits carry the buffer id (the client's slot) but for bit 16, which marks a buffer of

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Output buffers that the service has returned and the client has not been given yet. Private to
 // src/.
 #pragma once

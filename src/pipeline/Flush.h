@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Emptying a running session. Private to src/.
 #pragma once
 

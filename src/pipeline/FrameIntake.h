@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The way of a packet through process(). Private to src/.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Source slots that are given back one frame late. Private to src/.
 #pragma once
 

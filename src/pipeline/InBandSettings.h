@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Settings that a source frame carries. Private to src/.
 #pragma once
 

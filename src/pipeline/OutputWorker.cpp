@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "pipeline/OutputWorker.h"
 
 #include <processgroup/sched_policy.h>

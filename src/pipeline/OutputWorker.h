@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The output worker of a component. Private to src/.
 #pragma once
 

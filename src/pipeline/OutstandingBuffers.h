@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The buffers that the service has. Private to src/.
 #pragma once
 

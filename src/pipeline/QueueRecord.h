@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One record on its way to the service. Private to src/.
 #pragma once
 

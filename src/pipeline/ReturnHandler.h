@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Buffers that the service gives back. Private to src/.
 #pragma once
 

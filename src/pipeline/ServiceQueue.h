@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Buffers on their way to the service. Private to src/.
 #pragma once
 

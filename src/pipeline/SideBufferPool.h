@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Side buffers: forward and backward motion vectors and the half-size copy. Private to src/.
 #pragma once
 

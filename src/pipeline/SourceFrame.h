@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One source packet on its way through intake. Private to src/.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Conversion targets: NV12 buffers of the component's own. Private to src/.
 #pragma once
 

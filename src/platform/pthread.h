@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The system's own <pthread.h>, and the one call that only the device's C library declares.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a component is made of. Private to src/session.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Finding the VPP service. Private to src/.
 #pragma once
 

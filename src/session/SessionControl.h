@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Enabling and disabling a component. Private to src/.
 #pragma once
 

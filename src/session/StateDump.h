@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The state of a component as text. Private to src/session.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The object by which the VPP service reaches a component. Private to src/.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The operations of a component: each says which of its parts does the work.
 #include <aidl/vendor/vuq/hardware/vpp/VppPortParam.h>
 #include <cutils/properties.h>

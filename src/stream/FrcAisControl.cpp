@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "stream/FrcAisControl.h"
 
 #include <aidl/vendor/vuq/hardware/vpp/VppCtrlAis.h>

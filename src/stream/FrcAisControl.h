@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the service is told of frame-rate conversion and upscaling. Private to src/.
 #pragma once
 

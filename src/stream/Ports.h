@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Source size, port sizes and the port records of a stream. Private to src/.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Running a session at another source size or upscale ratio. Private to src/.
 #pragma once
 

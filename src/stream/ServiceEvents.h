@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The commands that the service answers with an event. Private to src/.
 #pragma once
 

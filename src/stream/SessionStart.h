@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The start of a session. Private to src/.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The settings of a stream: what ConfigParams mean. Private to src/.
 #pragma once
 

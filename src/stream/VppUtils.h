@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The pixel formats that the system knows. Private to src/.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "vpp/DeathWatch.h"
 
 #include <android-base/thread_annotations.h>

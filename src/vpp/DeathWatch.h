@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The death of the service behind a binder. Private to src/.
 #pragma once
 

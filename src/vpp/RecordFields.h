@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Unsigned numbers in the records of the service's interface package.
 //
 // Lengths, offsets, sizes and timestamps in VppBuffer and VppMetaBuffer are unsigned. The language

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Prints what a client compiles in of the library: sizes, and where the members of its records are.
 // The install test compares it, and the names that the library exports, with the kept file beside
 // this one, so that a change of either is a decision.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a component said and what it called: log lines and client callbacks, kept for comparison.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A converter whose errors are counted.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One stream with something wrong about it: plays it, and keeps what its client saw.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A component against the scripted service, and the proof that nothing of it is left afterwards.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A connection to the service's bus that keeps to no rule.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The one friend: what the tests look at and set inside a component.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Pictures and vector fields in graphic buffers, for the tests of the converter and of the service.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Whether this build is slowed down by a sanitizer, for limits that are times.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A VPP service that does what a test tells it and writes down what it was sent.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A client of one session of the simulated service, as the component is one: through IVpp.
 #pragma once
 

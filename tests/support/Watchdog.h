@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Ends a test that hangs, and says where every thread of it stands.
 #pragma once
 

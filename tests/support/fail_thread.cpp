@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Loaded before a program: the thread of the number that QOZ_FAIL_THREAD names cannot be had.
 #include <dlfcn.h>
 #include <pthread.h>

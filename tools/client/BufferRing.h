@@ -1,14 +1,15 @@
+// SPDX-License-Identifier: Apache-2.0
 // The buffers of a client. A slot is free, or its buffer is outstanding and not the client's to
 // touch; the ledger knows which. One thread makes and uses a ring.
 #pragma once
-
-#include "client/Pixels.h"
 
 #include <array>
 #include <atomic>
 #include <deque>
 #include <optional>
 #include <vector>
+
+#include "client/Pixels.h"
 
 namespace qoz::client {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The frames of one session in the trace: an arrow from the process() that sent a frame to every
 // buffer that is returned because of it, and counters of what is outstanding. Any thread; without a
 // running trace each call is one relaxed load.

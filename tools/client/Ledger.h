@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which buffers are with the component: what has been queued and what has been returned. It knows
 // ports and slots and nothing else, so it serves every client; whoever shares one between threads
 // guards it with a lock.

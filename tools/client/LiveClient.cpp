@@ -1,11 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "client/LiveClient.h"
-
-#include "client/BufferRing.h"
 
 #include <android/binder_manager.h>
 
 #include <algorithm>
 #include <chrono>
+
+#include "client/BufferRing.h"
 
 namespace qoz::client {
 

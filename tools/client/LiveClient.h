@@ -1,9 +1,7 @@
+// SPDX-License-Identifier: Apache-2.0
 // A small client for long runs and for tests: it queues sources and output buffers, keeps a ledger
 // of them, and follows the stream's size. One thread drives it; the callbacks come on any.
 #pragma once
-
-#include "client/Ledger.h"
-#include "client/Pixels.h"
 
 #include <condition_variable>
 #include <functional>
@@ -13,6 +11,9 @@
 #include <set>
 #include <string>
 #include <vector>
+
+#include "client/Ledger.h"
+#include "client/Pixels.h"
 
 namespace qoz::client {
 

@@ -1,11 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
 // The pixels of graphic buffers, as a client on the CPU reaches them.
 #pragma once
-
-#include "client/Types.h"
 
 #include <ui/GraphicBuffer.h>
 
 #include <cstddef>
+
+#include "client/Types.h"
 
 namespace qoz::client {
 

@@ -1,14 +1,15 @@
+// SPDX-License-Identifier: Apache-2.0
 // The callback object of a client with a thread of its own: what the component returns, on whatever
 // thread, waits here until the client's thread takes it. The object keeps the ledger as well.
 #pragma once
 
-#include "client/FrameTrace.h"
-#include "client/Ledger.h"
-#include "client/Types.h"
-
 #include <condition_variable>
 #include <mutex>
 #include <vector>
+
+#include "client/FrameTrace.h"
+#include "client/Ledger.h"
+#include "client/Types.h"
 
 namespace qoz::client {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What every part of the client kit uses: clock, sizes, the numbers of ports and formats, texts.
 #pragma once
 

@@ -1,9 +1,10 @@
-#include "qozplay/run/Ending.h"
-#include "qozplay/run/Player.h"
-
+// SPDX-License-Identifier: Apache-2.0
 #include <unistd.h>
 
 #include <iostream>
+
+#include "qozplay/run/Ending.h"
+#include "qozplay/run/Player.h"
 
 int main(int argc, char* argv[]) {
     qozplay::endPlainly();

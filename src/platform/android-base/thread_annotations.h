@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Thread-safety annotations, checked by clang with -Wthread-safety.
 #pragma once
 

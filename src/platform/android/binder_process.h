@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Starts this process's pool of binder threads; no effect once it runs.

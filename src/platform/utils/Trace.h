@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // System trace. A source file defines ATRACE_TAG before it includes this header.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "qozplay/cli/Console.h"
 
 #include <sys/ioctl.h>

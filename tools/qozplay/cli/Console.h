@@ -1,11 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
 // Words for the person at the terminal, from several threads, and a line that shows how far it is.
 #pragma once
-
-#include "qozplay/media/Types.h"
 
 #include <iosfwd>
 #include <mutex>
 #include <optional>
+
+#include "qozplay/media/Types.h"
 
 namespace qozplay {
 

@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "qozplay/cli/LogFilter.h"
-
-#include "qozplay/media/Types.h"
 
 #include <sstream>
 #include <string_view>
+
+#include "qozplay/media/Types.h"
 
 namespace qozplay {
 namespace {

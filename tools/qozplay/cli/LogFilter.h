@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What of the log is shown, in logcat's words: TAG:PRIORITY ..., with V D I W E F S.
 #pragma once
 

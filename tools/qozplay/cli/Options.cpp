@@ -1,11 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "qozplay/cli/Options.h"
-
-#include "qozplay/media/Scene.h"
-#include "qozplay/report/Budget.h"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+
+#include "qozplay/media/Scene.h"
+#include "qozplay/report/Budget.h"
 
 namespace qozplay {
 namespace {

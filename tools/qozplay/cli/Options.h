@@ -1,9 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
 // The command line.
 #pragma once
-
-#include "qozplay/cli/LogFilter.h"
-#include "qozplay/report/Stats.h"
-#include "qozplay/stream/ChangeSchedule.h"
 
 #include <host/control.h>
 
@@ -11,6 +8,10 @@
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "qozplay/cli/LogFilter.h"
+#include "qozplay/report/Stats.h"
+#include "qozplay/stream/ChangeSchedule.h"
 
 namespace qozplay {
 

@@ -1,11 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
 // The audio of a clip on its way past the processing: the reader of the clip puts the packets in as
 // it meets them, the writer takes them out. Both run on the thread of one session.
 #pragma once
 
-#include "qozplay/media/Av.h"
-
 #include <deque>
 #include <vector>
+
+#include "qozplay/media/Av.h"
 
 namespace qozplay {
 

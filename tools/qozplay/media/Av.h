@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Owners for what libavformat, libavcodec and libswscale hand out, and their errors as text.
 #pragma once
 

@@ -1,12 +1,13 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "qozplay/media/Canvas.h"
-
-#include "qozplay/media/Font.h"
 
 #include <png.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+
+#include "qozplay/media/Font.h"
 
 namespace qozplay {
 namespace {

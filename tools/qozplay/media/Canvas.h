@@ -1,12 +1,13 @@
+// SPDX-License-Identifier: Apache-2.0
 // Drawing on RGBA pixels.
 #pragma once
-
-#include "qozplay/media/Types.h"
 
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "qozplay/media/Types.h"
 
 namespace qozplay {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How the colours of a picture are coded.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A bitmap font of 5 by 7 dots, drawn for labels: capitals, digits and the marks that they need.
 #pragma once
 

@@ -1,12 +1,13 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where frames come from: a clip in a file or pipe, or the built-in scene.
 #pragma once
-
-#include "qozplay/media/AudioTracks.h"
-#include "qozplay/media/Colour.h"
 
 #include <cstddef>
 #include <memory>
 #include <optional>
+
+#include "qozplay/media/AudioTracks.h"
+#include "qozplay/media/Colour.h"
 
 namespace qozplay {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A descriptor as libavformat reads and writes it: files with seeking, pipes without. Where the
 // other end of a pipe keeps us waiting, a stop request ends the wait.
 #pragma once

@@ -1,13 +1,14 @@
+// SPDX-License-Identifier: Apache-2.0
 // A clip in whatever container, codec and pixel format libavformat and libavcodec know, as RGBA
 // frames.
 #pragma once
 
-#include "qozplay/media/FrameSource.h"
-#include "qozplay/media/MediaIo.h"
-
 #include <android/binder_auto_utils.h>
 
 #include <string>
+
+#include "qozplay/media/FrameSource.h"
+#include "qozplay/media/MediaIo.h"
 
 namespace qozplay {
 

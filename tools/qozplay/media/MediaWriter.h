@@ -1,15 +1,16 @@
+// SPDX-License-Identifier: Apache-2.0
 // Finished frames as a clip: y4m for pipes and devices, else the container that the file's ending
 // names, with the frames' own times and the audio of the input.
 #pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
 
 #include "qozplay/media/AudioTracks.h"
 #include "qozplay/media/FrameSink.h"
 #include "qozplay/media/MediaIo.h"
 #include "qozplay/media/OutputFile.h"
-
-#include <optional>
-#include <string>
-#include <vector>
 
 namespace qozplay {
 

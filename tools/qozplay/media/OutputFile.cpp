@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "qozplay/media/OutputFile.h"
 
 #include <fcntl.h>

@@ -1,13 +1,14 @@
+// SPDX-License-Identifier: Apache-2.0
 // A file that the player writes. What is written lies beside the target under no name, or under a
 // temporary one, until commit() puts it in the target's place as a whole; what is not committed is
 // gone with the object. Devices and pipes are written to directly, and never replaced or removed.
 #pragma once
 
-#include "qozplay/media/Types.h"
-
 #include <android/binder_auto_utils.h>
 
 #include <string>
+
+#include "qozplay/media/Types.h"
 
 namespace qozplay {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The clip for those who have none: a side-scrolling game with what makes interpolation hard or
 // easy to judge. Layers that pass each other at their own speeds, things that turn and cover one
 // another, fine texture, a head-up display that stands still over all of it, on a plate and as thin

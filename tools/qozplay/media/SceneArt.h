@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
 // The scene's textures, painted once before the first frame.
 #pragma once
 
-#include "qozplay/media/Canvas.h"
-
 #include <cstdint>
 #include <vector>
+
+#include "qozplay/media/Canvas.h"
 
 namespace qozplay {
 

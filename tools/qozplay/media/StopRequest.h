@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Asks everything that runs to end in good order, as at the end of the input. A signal sets it; the
 // sessions look between two frames, and waits for a pipe watch its descriptor.
 #pragma once

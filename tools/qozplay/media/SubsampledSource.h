@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
 // A clip of which only every N-th frame is given away; the truth keeps all of them.
 #pragma once
 
+#include <vector>
+
 #include "qozplay/media/FrameSource.h"
 #include "qozplay/report/ReferenceScore.h"
-
-#include <vector>
 
 namespace qozplay {
 

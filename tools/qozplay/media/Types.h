@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Words that every part of the player uses.
 #pragma once
 

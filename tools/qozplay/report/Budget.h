@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
 // Bounds for the figures of a run, as --budget gives them.
 #pragma once
 
-#include "qozplay/report/Stats.h"
-
 #include <string>
 #include <vector>
+
+#include "qozplay/report/Stats.h"
 
 namespace qozplay {
 

@@ -1,13 +1,13 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "qozplay/report/ComponentDump.h"
 
 #include <android/log.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstdio>
 #include <memory>
-
-#include <sys/mman.h>
-#include <unistd.h>
 
 namespace qozplay {
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a component says of itself.
 #pragma once
 

@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 // What is off in a run: anything here makes it a failed one.
+#include <algorithm>
+
 #include "qozplay/report/Budget.h"
 #include "qozplay/report/Stats.h"
-
-#include <algorithm>
 
 namespace qozplay {
 namespace {

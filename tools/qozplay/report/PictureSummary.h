@@ -1,11 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
 // A picture in a few figures: the mean of each plane in the cells of a grid. The same picture of
 // another size has the same figures, so what went in can be compared with what comes out.
 #pragma once
 
-#include "qozplay/media/Colour.h"
-
 #include <array>
 #include <vector>
+
+#include "qozplay/media/Colour.h"
 
 namespace qozplay {
 

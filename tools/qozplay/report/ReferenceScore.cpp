@@ -1,6 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "qozplay/report/ReferenceScore.h"
-
-#include "qozplay/media/Colour.h"
 
 #include <libyuv.h>
 #include <nlohmann/json.hpp>
@@ -8,6 +7,8 @@
 #include <algorithm>
 #include <array>
 #include <utility>
+
+#include "qozplay/media/Colour.h"
 
 namespace qozplay {
 namespace {

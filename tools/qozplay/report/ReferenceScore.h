@@ -1,8 +1,7 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the interpolated frames ought to look like: the frames of the clip that were held back, and
 // a score for each made one against them. The peers to beat are scored the same way.
 #pragma once
-
-#include "qozplay/media/FrameSink.h"
 
 #include <nlohmann/json_fwd.hpp>
 
@@ -10,6 +9,8 @@
 #include <deque>
 #include <string>
 #include <vector>
+
+#include "qozplay/media/FrameSink.h"
 
 namespace qozplay {
 

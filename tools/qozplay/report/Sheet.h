@@ -1,14 +1,15 @@
+// SPDX-License-Identifier: Apache-2.0
 // A picture of what the processing does: source frames and the frames made between them, side by
 // side in time order. One row an interval.
 #pragma once
-
-#include "qozplay/media/Canvas.h"
-#include "qozplay/media/FrameSink.h"
 
 #include <deque>
 #include <map>
 #include <optional>
 #include <utility>
+
+#include "qozplay/media/Canvas.h"
+#include "qozplay/media/FrameSink.h"
 
 namespace qozplay {
 

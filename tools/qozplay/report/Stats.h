@@ -1,16 +1,17 @@
+// SPDX-License-Identifier: Apache-2.0
 // The figures of a run, for people and for programs.
 #pragma once
-
-#include "client/Ledger.h"
-#include "qozplay/report/ReferenceScore.h"
-#include "qozplay/stream/ChangeSchedule.h"
-#include "qozplay/stream/FrameTracker.h"
 
 #include <nlohmann/json_fwd.hpp>
 
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "client/Ledger.h"
+#include "qozplay/report/ReferenceScore.h"
+#include "qozplay/stream/ChangeSchedule.h"
+#include "qozplay/stream/FrameTracker.h"
 
 namespace qozplay {
 

@@ -1,11 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
 // One frame with its motion field laid over it. A client does not see the vectors; the component
 // dumps them as pictures, those of two frames of the running session.
 #pragma once
 
-#include "qozplay/media/Canvas.h"
-
 #include <filesystem>
 #include <string>
+
+#include "qozplay/media/Canvas.h"
 
 namespace qozplay {
 

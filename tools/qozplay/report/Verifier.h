@@ -1,10 +1,7 @@
+// SPDX-License-Identifier: Apache-2.0
 // Checks one stream as it goes: what went in says what has to come out. Knows the settings that the
 // client has given and nothing of how frames are made.
 #pragma once
-
-#include "client/Ledger.h"
-#include "qozplay/media/FrameSink.h"
-#include "qozplay/report/PictureSummary.h"
 
 #include <cstddef>
 #include <deque>
@@ -12,6 +9,10 @@
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "client/Ledger.h"
+#include "qozplay/media/FrameSink.h"
+#include "qozplay/report/PictureSummary.h"
 
 namespace qozplay {
 

@@ -1,7 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "qozplay/run/Ending.h"
-
-#include "qozplay/media/Types.h"
-#include "qozplay/run/TemporaryFolder.h"
 
 #include <unistd.h>
 
@@ -12,6 +10,9 @@
 #include <new>
 #include <system_error>
 #include <thread>
+
+#include "qozplay/media/Types.h"
+#include "qozplay/run/TemporaryFolder.h"
 
 namespace qozplay {
 namespace {

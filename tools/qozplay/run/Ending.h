@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The ways in which the process may have to end.
 #pragma once
 

@@ -1,6 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "qozplay/run/Outputs.h"
-
-#include "qozplay/report/VectorPicture.h"
 
 #include <nlohmann/json.hpp>
 
@@ -8,6 +7,8 @@
 #include <array>
 #include <system_error>
 #include <utility>
+
+#include "qozplay/report/VectorPicture.h"
 
 namespace qozplay {
 namespace {

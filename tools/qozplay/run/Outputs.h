@@ -1,18 +1,19 @@
+// SPDX-License-Identifier: Apache-2.0
 // Everything that a run writes: opened before the work, so that what cannot be written is found out
 // then, and put in its place at the end.
 #pragma once
-
-#include "qozplay/cli/Options.h"
-#include "qozplay/media/FrameSource.h"
-#include "qozplay/media/MediaWriter.h"
-#include "qozplay/report/Sheet.h"
-#include "qozplay/run/Simulator.h"
 
 #include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "qozplay/cli/Options.h"
+#include "qozplay/media/FrameSource.h"
+#include "qozplay/media/MediaWriter.h"
+#include "qozplay/report/Sheet.h"
+#include "qozplay/run/Simulator.h"
 
 namespace qozplay {
 

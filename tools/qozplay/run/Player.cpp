@@ -1,11 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "qozplay/run/Player.h"
-
-#include "qozplay/media/MediaReader.h"
-#include "qozplay/media/Scene.h"
-#include "qozplay/media/SubsampledSource.h"
-#include "qozplay/run/Outputs.h"
-#include "qozplay/run/Simulator.h"
-#include "qozplay/stream/Session.h"
 
 #include <pthread.h>
 
@@ -14,6 +8,13 @@
 #include <new>
 #include <thread>
 #include <utility>
+
+#include "qozplay/media/MediaReader.h"
+#include "qozplay/media/Scene.h"
+#include "qozplay/media/SubsampledSource.h"
+#include "qozplay/run/Outputs.h"
+#include "qozplay/run/Simulator.h"
+#include "qozplay/stream/Session.h"
 
 namespace qozplay {
 namespace {

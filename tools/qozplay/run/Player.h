@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The whole run: what main() does, for main() and for tests.
 #pragma once
 

@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "qozplay/run/Simulator.h"
 
-#include "client/LiveClient.h"
-
 #include <android/log.h>
+
+#include "client/LiveClient.h"
 #ifdef QOZ_SERVICE_PROCESS
 #include <host/vppd/PrivateBus.h>
 #include <host/vppd/RemoteService.h>

@@ -1,10 +1,7 @@
+// SPDX-License-Identifier: Apache-2.0
 // The host simulator, switched on for one run: properties, log, trace, service and faults as the
 // options ask, and everything off again at the end.
 #pragma once
-
-#include "qozplay/cli/Console.h"
-#include "qozplay/cli/Options.h"
-#include "qozplay/run/TemporaryFolder.h"
 
 #include <host/control.h>
 
@@ -14,6 +11,10 @@
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "qozplay/cli/Console.h"
+#include "qozplay/cli/Options.h"
+#include "qozplay/run/TemporaryFolder.h"
 
 namespace qozplay {
 

@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "qozplay/run/TemporaryFolder.h"
-
-#include "qozplay/media/Types.h"
 
 #include <cstdlib>
 #include <mutex>
 #include <system_error>
+
+#include "qozplay/media/Types.h"
 
 namespace qozplay {
 namespace {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A folder for what a run needs for its own duration. It is gone with the object, and also when the
 // process ends at once and no object is destroyed.
 #pragma once

@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
 // Changes while frames flow, as --at names them.
 #pragma once
 
-#include "qozplay/media/Types.h"
-
 #include <optional>
 #include <vector>
+
+#include "qozplay/media/Types.h"
 
 namespace qozplay {
 

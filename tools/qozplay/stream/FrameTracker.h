@@ -1,12 +1,13 @@
+// SPDX-License-Identifier: Apache-2.0
 // The frames of one stream on their way: what has gone in, what has come out and how long it took.
 // Frames are known by their timestamp in microseconds.
 #pragma once
 
-#include "qozplay/media/Types.h"
-
 #include <map>
 #include <optional>
 #include <vector>
+
+#include "qozplay/media/Types.h"
 
 namespace qozplay {
 

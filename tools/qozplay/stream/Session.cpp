@@ -1,11 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "qozplay/stream/Session.h"
-
-#include "qozplay/report/ComponentDump.h"
 
 #include <libyuv.h>
 
 #include <new>
 #include <utility>
+
+#include "qozplay/report/ComponentDump.h"
 
 namespace qozplay {
 namespace {

@@ -1,5 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 // One session from beginning to end: enable, config, frame after frame, flush, disable.
 #pragma once
+
+#include <functional>
+#include <memory>
 
 #include "qozplay/media/FrameSource.h"
 #include "qozplay/media/StopRequest.h"
@@ -7,9 +11,6 @@
 #include "qozplay/report/Verifier.h"
 #include "qozplay/stream/Stream.h"
 #include "qozplay/stream/WarmUp.h"
-
-#include <functional>
-#include <memory>
 
 namespace qozplay {
 

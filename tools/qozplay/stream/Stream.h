@@ -1,11 +1,7 @@
-// The buffers of one session at work: queues output buffers, hands finished frames on, waits with an
-// end. Everything here runs on the client's thread.
+// SPDX-License-Identifier: Apache-2.0
+// The buffers of one session at work: queues output buffers, hands finished frames on, waits with
+// an end. Everything here runs on the client's thread.
 #pragma once
-
-#include "client/BufferRing.h"
-#include "client/ReturnQueue.h"
-#include "qozplay/media/FrameSink.h"
-#include "qozplay/stream/FrameTracker.h"
 
 #include <qoz/VppComponent.h>
 
@@ -13,6 +9,11 @@
 #include <memory>
 #include <optional>
 #include <vector>
+
+#include "client/BufferRing.h"
+#include "client/ReturnQueue.h"
+#include "qozplay/media/FrameSink.h"
+#include "qozplay/stream/FrameTracker.h"
 
 namespace qozplay {
 

@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "qozplay/stream/WarmUp.h"
 
-#include "client/BufferRing.h"
-
 #include <host/control.h>
+
+#include "client/BufferRing.h"
 
 namespace qozplay {
 namespace {

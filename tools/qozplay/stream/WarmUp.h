@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
 // Tells the buffers that a run needs to get going from those made later. The host simulator counts
 // for the whole process, so the line is drawn when the last session has sent its first frames.
 #pragma once
 
-#include "qozplay/report/Stats.h"
-
 #include <mutex>
+
+#include "qozplay/report/Stats.h"
 
 namespace qozplay {
 

@@ -1,6 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <aidl/vendor/vuq/hardware/vpp/IVpp.h>
+
 #include <cstdint>
 #include <string>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <aidl/vendor/vuq/hardware/vpp/IVppCallbacks.h>
@@ -8,6 +9,7 @@
 #include <aidl/vendor/vuq/hardware/vpp/VppPort.h>
 #include <aidl/vendor/vuq/hardware/vpp/VppPortParam.h>
 #include <android/binder_interface_utils.h>
+
 #include <cstdint>
 #include <memory>
 #include <string>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <aidl/vendor/vuq/hardware/vpp/FlushDone.h>
@@ -5,6 +6,7 @@
 #include <aidl/vendor/vuq/hardware/vpp/VppBuffer.h>
 #include <aidl/vendor/vuq/hardware/vpp/VppError.h>
 #include <android/binder_interface_utils.h>
+
 #include <cstdint>
 #include <memory>
 #include <string>

@@ -1,7 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <aidl/vendor/vuq/hardware/vpp/IVpp.h>
 #include <android/binder_interface_utils.h>
+
 #include <cstdint>
 #include <memory>
 #include <string>

@@ -1,7 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <aidl/android/hardware/common/NativeHandle.h>
 #include <aidl/vendor/vuq/hardware/vpp/VppMetaBuffer.h>
+
 #include <cstdint>
 #include <vector>
 
