@@ -15,14 +15,13 @@
 /// first. A service that dies gives everything back without frames, at once, and what is queued
 /// later too; flushsync() then leaves ERROR, and disable() and enable() begin a new session.
 ///
-/// Time: the waits of one operation end after three seconds in all. A callback and a call into the
+/// Time: the waits of one operation end after three seconds in all; callbacks and calls into the
 /// service take the time they take. Nothing of its own is thrown after construction.
 #pragma once
 
-#include <aidl/vendor/vuq/hardware/vpp/VppBuffer.h>
-#include <aidl/vendor/vuq/hardware/vpp/VppCtrlFrcSegment.h>
 #include <android-base/thread_annotations.h>
 #include <qoz/ClientTypes.h>
+#include <qoz/StorageTypes.h>
 
 #include <array>
 #include <atomic>
@@ -33,26 +32,13 @@
 #include <list>
 #include <memory>
 #include <mutex>
-#include <set>
 #include <string>
 #include <thread>
 #include <tuple>
 #include <unordered_map>
 #include <vector>
 
-namespace aidl::vendor::vuq::hardware::vpp {
-class FlushDone;
-class IVpp;
-class IVppService;
-class ReconfigDone;
-class VppPortParam;
-}  // namespace aidl::vendor::vuq::hardware::vpp
-
 namespace android {
-
-class GraphicBufferMapper;
-class Rgb2Yuv;
-namespace vpp = ::aidl::vendor::vuq::hardware::vpp;
 
 class __attribute__((visibility("default"))) VppComponent
     : public std::enable_shared_from_this<VppComponent> {
@@ -70,8 +56,8 @@ class __attribute__((visibility("default"))) VppComponent
     /// Reads the system properties vendor.qoz.*, which hold for the object's life. Throws
     /// std::invalid_argument or std::out_of_range when a numeric one does not begin with a number.
     VppComponent();
-    /// Does what disable() does if the client has not. But a session owns its component as well:
-    /// without disable() nothing ends, even if the client lets go of it.
+    /// Does what disable() does. But a session owns its component, too: without disable() nothing
+    /// ends.
     virtual ~VppComponent();
 
     /// Finds the service, opens a session and starts the output worker. `name` begins every log
@@ -117,7 +103,6 @@ class __attribute__((visibility("default"))) VppComponent
     bool isInputPortEnabled(uint32_t width, uint32_t height, uint32_t format);
     /// Output buffers that one frame needs; also records whether upscaling goes with conversion.
     uint32_t calculateOutBufferReqsPerFrame(ConfigParams params);
-
     status state() const;
     uint32_t outBufReqsPerFrame() const;    ///< output buffers to queue for each source frame
     uint32_t expectedOutputWidth() const;   ///< pixels, of every output buffer; 0 before config()
@@ -150,9 +135,6 @@ class __attribute__((visibility("default"))) VppComponent
     class SessionControl;  // enables and disables
     class StateDump;       // the text of dump()
     struct Parts;          // what does the work
-
-    // Forward vectors, backward vectors, half-size copy; any may be null.
-    using SideBuffers = std::tuple<sp<GraphicBuffer>, sp<GraphicBuffer>, sp<GraphicBuffer>>;
 
     // `_l` marks a command of the session. Despite the platform's custom its caller does not hold
     // mLock, save flushsync() for its flush.
@@ -239,7 +221,6 @@ class __attribute__((visibility("default"))) VppComponent
     std::condition_variable mOBDStateCond;
     std::thread mOBDThread;
     bool mOBDLoop = false;
-
     std::unique_ptr<Parts> mParts;  // never null
 };
 

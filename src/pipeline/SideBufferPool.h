@@ -2,14 +2,11 @@
 // Side buffers: forward and backward motion vectors and the half-size copy. Private to src/.
 #pragma once
 
-#include <tuple>
+#include <qoz/StorageTypes.h>
 
 #include "pipeline/BufferPool.h"
 
 namespace android {
-
-// Of one frame: forward vectors, backward vectors, half-size copy; any may be null.
-using SideBuffers = std::tuple<sp<GraphicBuffer>, sp<GraphicBuffer>, sp<GraphicBuffer>>;
 
 class SideBufferPool : public BufferPool<SideBuffers> {
   public:

@@ -14,7 +14,7 @@ namespace android {
 
 class VppComponentPeer {
   public:
-    using SideBuffers = VppComponent::SideBuffers;
+    using SideBuffers = android::SideBuffers;
     using VppBuffer = vpp::VppBuffer;
 
     explicit VppComponentPeer(VppComponent& component) : c(component) {}
