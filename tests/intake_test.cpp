@@ -165,7 +165,8 @@ TEST_F(Intake, AFailedFrameIsRefusedAndTheStreamGoesOn) {
         int32_t result;
     };
     for (const Row& row : {Row{"RGBToNV12", 2, 1}, Row{"MvBufferGeneration", 1, 1},
-                           Row{"GetMVbufferSize", 1, 0}, Row{"allocate", 3, 1}}) {
+                           Row{"GetMVbufferSize", 1, 0}, Row{"allocate", 3, 1},
+                           Row{"allocate", 4, 1}, Row{"allocate", 5, 1}, Row{"allocate", 6, 1}}) {
         SCOPED_TRACE(row.operation);
         renew();
         startFull();

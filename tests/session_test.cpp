@@ -190,6 +190,10 @@ TEST_F(Session, AnAbsentServiceIsLookedUp36Times) {
     }
     EXPECT_EQ(log.count("sleep to get interface. Attempt (1 + 36)"), 0);
     EXPECT_EQ(vpp->state(), VppComponent::UNINIT);
+    const size_t threads = countThreads();
+    EXPECT_FALSE(enable());
+    EXPECT_EQ(countThreads(), threads) << "one thread waits for one service";
+    log.clear();
     log.onLine = [this](const std::string& text) {
         if (text == "sleep to get interface. Attempt (1 + 3)") service->registerAgain();
     };

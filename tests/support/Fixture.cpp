@@ -9,16 +9,10 @@
 namespace qoz::test {
 namespace {
 
-size_t countThreads() {
-    const std::filesystem::directory_iterator threads("/proc/self/task");
-    return static_cast<size_t>(std::distance(begin(threads), end(threads)));
-}
-
 // What must be even in the end.
 std::map<std::string, uint64_t> living() {
     const host::Counters now = host::counters();
-    return {{"threads", countThreads()},
-            {"graphic buffers", now.graphicBuffersLive},
+    return {{"graphic buffers", now.graphicBuffersLive},
             {"native handles", now.nativeHandlesLive},
             {"binders", now.bindersLive},
             {"sessions", now.sessionsLive},
@@ -37,11 +31,17 @@ sp<GraphicBuffer> buffer(uint32_t width, uint32_t height, int32_t format, uint32
     return sp<GraphicBuffer>(new GraphicBuffer(width, height, format, usage));
 }
 
+size_t ResourceTest::countThreads() {
+    const std::filesystem::directory_iterator threads("/proc/self/task");
+    return static_cast<size_t>(std::distance(begin(threads), end(threads)));
+}
+
 void ResourceTest::SetUp() {
     host::clearProperties();
     host::clearFaults();
     ABinderProcess_startThreadPool();  // its threads never end
     mBefore = living();
+    mBefore["threads"] = countThreads();
 }
 
 void ResourceTest::TearDown() {
@@ -53,6 +53,7 @@ void ResourceTest::TearDown() {
         eventually([this] { return countThreads() <= mBefore["threads"]; });
     }
     eventually([this] { return isNoMore(living(), mBefore); });
+    EXPECT_LE(countThreads(), mBefore["threads"]);
     EXPECT_TRUE(isNoMore(living(), mBefore))
         << testing::PrintToString(living()) << " after " << testing::PrintToString(mBefore);
 }

@@ -39,6 +39,7 @@ class ResourceTest : public ::testing::Test {
   protected:
     void SetUp() override;
     void TearDown() override;
+    static size_t countThreads();  // of this process
 
   private:
     std::map<std::string, uint64_t> mBefore;
