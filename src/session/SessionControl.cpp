@@ -108,8 +108,9 @@ void VppComponent::SessionControl::watchForDeath() {
     mDeathWatch = DeathWatch(p.service.sessionBinder(), [weak = c.weak_from_this(), session] {
         const std::shared_ptr<VppComponent> component = weak.lock();
         if (component == nullptr) return;
-        SessionControl& control = component->mParts->session;
-        if (control.number() == session) control.onServiceDied();
+        Parts& parts = *component->mParts;
+        const Gate::Passage passage(parts.eventGate, nullptr);
+        if (passage && parts.session.number() == session) parts.session.onServiceDied();
     });
 }
 
