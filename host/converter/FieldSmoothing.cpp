@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <iterator>
 
 namespace qoz::host {
 namespace {
@@ -43,7 +44,7 @@ class Smoother {
   private:
     // What fits within a grey level need agree to a pixel only: it is measured more finely later.
     bool agrees(int column, int row, Displacement own, int apart) const {
-        return std::ranges::all_of(kAround, [&](const auto& beside) {
+        return std::all_of(std::begin(kAround), std::end(kAround), [&](const auto& beside) {
             if (!mGrid.has(column + beside[0], row + beside[1])) return true;
             const Displacement other = mGrid.at(column + beside[0], row + beside[1]).displacement;
             return std::abs(own.dx - other.dx) <= apart && std::abs(own.dy - other.dy) <= apart;
