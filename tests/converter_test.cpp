@@ -6,10 +6,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 #include <fstream>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace qoz::test {
 namespace {
@@ -93,8 +95,16 @@ TEST_F(ConverterTest, ReadsTheSourceOnlyOnceItsFenceHasSignalled) {
     const auto target = makeBuffer(1280, 720, kNv12Vemo);
     const int signal = eventfd(0, EFD_CLOEXEC);
     const sp<Fence> fence(new Fence(signal));
+    // Written as another process would, and not through this one's mapping: no tool that watches
+    // threads sees that a fence orders them.
+    const std::array<uint8_t, 4> pixel{kRed[0], kRed[1], kRed[2], 255};
+    std::vector<uint8_t> pixels;
+    for (int i = 0; i < 1280 * 720; ++i)
+        pixels.insert(pixels.end(), pixel.begin(), pixel.end());
     std::thread renderer([&] {
-        fill(source, kRed, kRed);
+        const int memory = source->getNativeBuffer()->handle->data[0];
+        EXPECT_EQ(pwrite(memory, pixels.data(), pixels.size(), 0),
+                  static_cast<ssize_t>(pixels.size()));
         eventfd_write(signal, 1);
     });
     EXPECT_TRUE(convert(source, target, {}, fence));

@@ -115,10 +115,12 @@ class HoldingVpp : public host::NullSession {
     std::atomic<int32_t> factor{0};  // of the segment sent last
 
     void giveBackAll() {
+        // Held for as long as it is called, as a binder would: the session may be ended meanwhile.
+        const auto object = callbacks;
         VppError result = VppError::VPP_OK;
         for (size_t i = 0; i < mHeld; ++i) {
-            (void)(mPorts[i] == Port::INPUT ? callbacks->inputBufferDone(mBuffers[i], &result)
-                                            : callbacks->outputBufferDone(mBuffers[i], &result));
+            (void)(mPorts[i] == Port::INPUT ? object->inputBufferDone(mBuffers[i], &result)
+                                            : object->outputBufferDone(mBuffers[i], &result));
         }
         mHeld = 0;
     }
@@ -148,12 +150,13 @@ class HoldingVpp : public host::NullSession {
         for (;;) {
             mFlushed.acquire();
             if (mEnding) return;
+            const auto object = callbacks;
             giveBackAll();
             VppError result = VppError::VPP_OK;
             for (const int32_t port : {0, 1}) {
                 vpp::FlushDone done;
                 done.port = port;
-                (void)callbacks->eventFlushDone(done, &result);
+                (void)object->eventFlushDone(done, &result);
             }
         }
     }

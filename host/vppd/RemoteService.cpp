@@ -52,8 +52,8 @@ class RemoteFactory : public vpp::BnVppService {
   public:
     // Connects. Throws sdbus::Error when there is no bus.
     explicit RemoteFactory(std::string address) : mAddress(std::move(address)) {
-        const std::lock_guard lock(mLock);
-        connectHeld();
+        const std::lock_guard connecting(mConnecting);
+        connect();
     }
 
     ndk::ScopedAStatus getNewVppSession(int32_t flags, std::shared_ptr<vpp::IVpp>* result) override;
@@ -69,8 +69,8 @@ class RemoteFactory : public vpp::BnVppService {
   private:
     using Sessions = std::vector<std::shared_ptr<RemoteSession>>;
 
-    void connectHeld() REQUIRES(mLock);
-    std::shared_ptr<Bus> connection() EXCLUDES(mLock);
+    void connect() REQUIRES(mConnecting) EXCLUDES(mLock);
+    std::shared_ptr<Bus> connection() EXCLUDES(mConnecting, mLock);
     template <typename Value>
     std::optional<Value> askRunning(const char* method) EXCLUDES(mLock);
     void adopt(const std::shared_ptr<RemoteSession>& session) EXCLUDES(mLock);
@@ -80,6 +80,7 @@ class RemoteFactory : public vpp::BnVppService {
     void release(Sessions all, std::shared_ptr<Bus> lost);
 
     const std::string mAddress;
+    std::mutex mConnecting;  // one connection is made at a time; before mLock
     mutable std::mutex mLock;
     std::shared_ptr<Bus> mBus GUARDED_BY(mLock);  // null once it has been lost
     bool mEnded GUARDED_BY(mLock) = false;
@@ -90,13 +91,24 @@ class RemoteFactory : public vpp::BnVppService {
     vppservice::SerialExecutor mReleases;
 };
 
-void RemoteFactory::connectHeld() {
-    auto bus = std::make_shared<Bus>(mAddress);
+// Without mLock: the thread that reads the bus takes it with the bus's own locks held.
+void RemoteFactory::connect() {
+    const auto bus = std::make_shared<Bus>(mAddress);
     bus->watchOwners(kBusName, [this](const auto&, const auto& before, const auto&) {
         if (!before.empty()) onOwnerGone(before);
     });
-    bus->start([this, raw = bus.get()] { onConnectionLost(raw); });
-    mBus = std::move(bus);
+    {
+        const std::lock_guard lock(mLock);
+        if (mEnded) return;
+        mBus = bus;
+    }
+    try {
+        bus->start([this, raw = bus.get()] { onConnectionLost(raw); });
+    } catch (...) {
+        const std::lock_guard lock(mLock);
+        mBus.reset();
+        throw;
+    }
 }
 
 // The one there is, or a new one in place of one that has been lost; null when there is none.
@@ -107,13 +119,17 @@ std::shared_ptr<Bus> RemoteFactory::connection() {
         if (mBus != nullptr && !mBus->isAlive()) lost = mBus;
     }
     if (lost != nullptr) onConnectionLost(lost.get());  // its reading thread is about to say so
-    const std::lock_guard lock(mLock);
-    if (mEnded) return nullptr;
+    const std::lock_guard connecting(mConnecting);
+    {
+        const std::lock_guard lock(mLock);
+        if (mEnded || mBus != nullptr) return mEnded ? nullptr : mBus;
+    }
     try {
-        if (mBus == nullptr) connectHeld();
+        connect();
     } catch (const std::exception& error) {  // no bus, or no thread
         __android_log_print(ANDROID_LOG_ERROR, "vppd", "no connection: %s", error.what());
     }
+    const std::lock_guard lock(mLock);
     return mBus;
 }
 

@@ -13,23 +13,29 @@ namespace {
 namespace fs = std::filesystem;
 
 std::mutex gLock;
-fs::path gExisting;  // one run, one folder
+fs::path gExisting;     // one run, one folder
+bool gForGood = false;  // the process is about to end: none is made any more
 
+// Under another name first: whoever is about to make something in the folder does not find it, so
+// that all of it goes.
 void removeQuietly(const fs::path& path) {
+    if (path.empty()) return;
+    const fs::path going = path.string() + ".going";
     std::error_code ignored;  // what cannot be removed stays
-    if (!path.empty()) fs::remove_all(path, ignored);
+    fs::rename(path, going, ignored);
+    fs::remove_all(ignored ? path : going, ignored);
 }
 
 }  // namespace
 
 TemporaryFolder::TemporaryFolder() {
+    const std::lock_guard lock(gLock);
     std::error_code error;
     std::string pattern = (fs::temp_directory_path(error) / "qozplay-XXXXXX").string();
-    if (error || mkdtemp(pattern.data()) == nullptr) {
+    if (error || gForGood || mkdtemp(pattern.data()) == nullptr) {
         throw BadInput("there is no folder for temporary files");
     }
     mPath = pattern;
-    const std::lock_guard lock(gLock);
     gExisting = mPath;
 }
 
@@ -42,6 +48,7 @@ TemporaryFolder::~TemporaryFolder() {
 void TemporaryFolder::removeForGood() noexcept {
     try {
         const std::lock_guard lock(gLock);
+        gForGood = true;
         removeQuietly(gExisting);
     } catch (...) {  // there is nobody left to tell
     }
