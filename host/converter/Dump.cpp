@@ -24,7 +24,7 @@ struct Picture {
 
 Picture drawn(const MappedBuffer& vectors) {
     const auto* field = reinterpret_cast<const MotionVector*>(vectors.pixels());
-    const uint32_t columns = vectors.width() * 4 / sizeof(MotionVector);
+    const auto columns = static_cast<uint32_t>(size_t{vectors.width()} * 4 / sizeof(MotionVector));
     return {columns * kMotionBlock, vectors.height() * kMotionBlock,
             drawField(field, columns, vectors.height())};
 }

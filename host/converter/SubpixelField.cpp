@@ -25,6 +25,11 @@ float distance(const Motion& a, const Motion& b) {
     return std::max(std::abs(a.dx - b.dx), std::abs(a.dy - b.dy));
 }
 
+size_t indexOf(const BlockGrid& grid, int column, int row) {
+    return static_cast<size_t>(row) * static_cast<size_t>(grid.columns()) +
+           static_cast<size_t>(column);
+}
+
 bool hasRim(const LumaPlane& plane, int x, int y) {
     return x >= 1 && y >= 1 && x + 17 <= plane.width && y + 17 <= plane.height;
 }
@@ -98,14 +103,13 @@ SubpixelField::Evidence SubpixelField::measure(const LumaPlane& from, const Luma
 }
 
 Motion SubpixelField::agree(int column, int row, const BlockGrid& grid) const {
-    const auto index = static_cast<size_t>(row * grid.columns() + column);
+    const auto index = indexOf(grid, column, row);
     const Motion& here = mMotion[index];
     const Evidence& e = mEvidence[index];
     float weight = 0, sumX = 0, sumY = 0;
     for (const auto& [right, down] : kAround) {
         if (!grid.has(column + right, row + down)) continue;
-        const Motion& other =
-            mMotion[static_cast<size_t>((row + down) * grid.columns() + column + right)];
+        const Motion& other = mMotion[indexOf(grid, column + right, row + down)];
         if (distance(here, other) > kSameLayer) continue;
         weight += kPull;
         sumX += kPull * other.dx;
@@ -122,12 +126,12 @@ Motion SubpixelField::agree(int column, int row, const BlockGrid& grid) const {
 
 const std::vector<Motion>& SubpixelField::refine(const LumaPlane& from, const LumaPlane& to,
                                                  BlockGrid* grid) {
-    const auto blocks = static_cast<size_t>(grid->columns() * grid->rows());
+    const auto blocks = static_cast<size_t>(grid->columns()) * static_cast<size_t>(grid->rows());
     mEvidence.resize(blocks);
     mMotion.resize(blocks);
     for (int row = 0; row < grid->rows(); ++row) {
         for (int column = 0; column < grid->columns(); ++column) {
-            const auto index = static_cast<size_t>(row * grid->columns() + column);
+            const auto index = indexOf(*grid, column, row);
             mEvidence[index] = measure(from, to, grid->block(column, row), &grid->at(column, row));
             mMotion[index] = mEvidence[index].own;
         }
@@ -135,8 +139,7 @@ const std::vector<Motion>& SubpixelField::refine(const LumaPlane& from, const Lu
     for (int round = 0; round < kRounds; ++round) {
         for (int row = 0; row < grid->rows(); ++row) {
             for (int column = 0; column < grid->columns(); ++column)
-                mMotion[static_cast<size_t>(row * grid->columns() + column)] =
-                    agree(column, row, *grid);
+                mMotion[indexOf(*grid, column, row)] = agree(column, row, *grid);
         }
     }
     return mMotion;

@@ -254,7 +254,7 @@ void Interpolator::writeLuma(const Nv12Canvas& to) const {
             mPlan, reader, static_cast<int>(to.size.width),
             [&](const Tile& tile, int x, int y, int count) {
                 writeSpan(reader.luma(tile.nodes[0], x, y), stride, out(x, y), toStride,
-                          static_cast<size_t>(count * kNodeStep), rows);
+                          static_cast<size_t>(count) * static_cast<size_t>(kNodeStep), rows);
             },
             [&](const Tile& tile, int x, int y) {
                 const TileSource sources[4] = {
@@ -277,9 +277,9 @@ void Interpolator::writeChroma(const Nv12Canvas& to) const {
         forEachTile(
             mPlan, reader, static_cast<int>(to.chromaBytes()),
             [&](const Tile& tile, int x, int y, int count) {
-                vppservice::writeChroma(reader.chroma(tile.nodes[0], x & ~1, y), stride,
-                                        out(x & ~1, y), toStride,
-                                        static_cast<size_t>(count * kNodeStep), rows);
+                vppservice::writeChroma(
+                    reader.chroma(tile.nodes[0], x & ~1, y), stride, out(x & ~1, y), toStride,
+                    static_cast<size_t>(count) * static_cast<size_t>(kNodeStep), rows);
             },
             [&](const Tile& tile, int x, int y) {
                 x &= ~1;

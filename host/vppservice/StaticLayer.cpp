@@ -41,17 +41,18 @@ void StaticLayer::find(const SubpixelPlanes& older, const SubpixelPlanes& newer,
     mStride = mWidth + 2 * kRim + kNodeStep;
     mColumns = plan.columns() - 1;
     mRows = plan.rows() - 1;
-    const auto bytes = static_cast<size_t>(mStride * (mHeight + 2 * kRim + kNodeStep));
+    const auto bytes =
+        static_cast<size_t>(mStride) * static_cast<size_t>(mHeight + 2 * kRim + kNodeStep);
     mSuspects.assign(bytes, 0);
     mMask.assign(bytes, 0);
-    mTiles.assign(static_cast<size_t>(mColumns * mRows), 0);
+    mTiles.assign(static_cast<size_t>(mColumns) * static_cast<size_t>(mRows), 0);
     mAny = false;
     suspect(older, newer, plan);
     if (!mAny) return;
     mAny = false;
     for (int row = 0; row < mRows; ++row) {
         for (int column = 0; column < mColumns; ++column) {
-            if (mTiles[static_cast<size_t>(row * mColumns + column)] != 0) confirm(column, row);
+            if (mTiles[tileAt(column, row)] != 0) confirm(column, row);
         }
     }
 }
@@ -74,7 +75,7 @@ void StaticLayer::suspect(const SubpixelPlanes& older, const SubpixelPlanes& new
             const StillTile tile = {older.pixel(x, y), newer.pixel(x, y),
                                     older.pixel(x - dx, y - dy), newer.pixel(x + dx, y + dy)};
             if (!markStill(tile, newer.stride(), at(mSuspects, x, y), mStride)) continue;
-            mTiles[static_cast<size_t>(row * mColumns + column)] = 1;
+            mTiles[tileAt(column, row)] = 1;
             mAny = true;
         }
     }
@@ -91,7 +92,7 @@ void StaticLayer::confirm(int column, int row) {
             if (here[x] == 0) continue;
             int support = -1;
             for (int down = -1; down <= 1; ++down) {
-                const uint8_t* beside = here + down * mStride + x;
+                const uint8_t* beside = here + ptrdiff_t{down} * mStride + x;
                 support += (beside[-1] & 1) + (beside[0] & 1) + (beside[1] & 1);
             }
             if (support < kSupport) continue;
@@ -99,7 +100,7 @@ void StaticLayer::confirm(int column, int row) {
             any = true;
         }
     }
-    mTiles[static_cast<size_t>(row * mColumns + column)] = any ? 1 : 0;
+    mTiles[tileAt(column, row)] = any ? 1 : 0;
     mAny = mAny || any;
 }
 
@@ -110,7 +111,7 @@ bool StaticLayer::touches(int x, int y) const {
     const int top = tile(y - 1, mRows - 1), bottom = tile(y + kNodeStep, mRows - 1);
     for (int row = top; row <= bottom; ++row) {
         for (int column = left; column <= right; ++column) {
-            if (mTiles[static_cast<size_t>(row * mColumns + column)] != 0) return true;
+            if (mTiles[tileAt(column, row)] != 0) return true;
         }
     }
     return false;
@@ -136,7 +137,7 @@ void StaticLayer::restore(const SubpixelPlanes& older, const SubpixelPlanes& new
     const int share = plan.shareByTime();
     for (int row = 0; row < mRows; ++row) {
         for (int column = 0; column < mColumns; ++column) {
-            if (mTiles[static_cast<size_t>(row * mColumns + column)] != 0) {
+            if (mTiles[tileAt(column, row)] != 0) {
                 paste(older, newer, share, column, row, to);
             }
         }
@@ -180,7 +181,7 @@ void StaticLayer::paste(const SubpixelPlanes& older, const SubpixelPlanes& newer
             to.luma[y * stride + x] = mixed(*older.pixel(x, y), *newer.pixel(x, y), share);
             const uint8_t* before = older.chroma(x / 2, y / 2);
             const uint8_t* after = newer.chroma(x / 2, y / 2);
-            uint8_t* chroma = to.chroma + y / 2 * stride + x / 2 * 2;
+            uint8_t* chroma = to.chroma + ptrdiff_t{y / 2} * stride + ptrdiff_t{x / 2} * 2;
             chroma[0] = mixed(before[0], after[0], share);
             chroma[1] = mixed(before[1], after[1], share);
         }

@@ -35,9 +35,15 @@ class StaticLayer {
     bool near(int x, int y) const;
 
     uint8_t* at(std::vector<uint8_t>& mask, int x, int y) const {
-        return mask.data() + (y + kRim) * mStride + x + kRim;
+        return mask.data() + ptrdiff_t{y + kRim} * mStride + x + kRim;
     }
-    const uint8_t* at(int x, int y) const { return mMask.data() + (y + kRim) * mStride + x + kRim; }
+    size_t tileAt(int column, int row) const {
+        return static_cast<size_t>(row) * static_cast<size_t>(mColumns) +
+               static_cast<size_t>(column);
+    }
+    const uint8_t* at(int x, int y) const {
+        return mMask.data() + ptrdiff_t{y + kRim} * mStride + x + kRim;
+    }
 
     int mWidth = 0;
     int mHeight = 0;

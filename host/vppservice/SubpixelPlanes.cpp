@@ -37,7 +37,7 @@ void SubpixelPlanes::resize(FrameSize size) {
     if (width == mWidth && height == mHeight) return;
     mWidth = width;
     mHeight = height;
-    mStride = (width + 2 * kRim + kVector + 63) / 64 * 64;
+    mStride = ptrdiff_t{(width + 2 * kRim + kVector + 63) / 64} * 64;
     mPlane = mStride * (height + 2 * kRim);
     // Kernels read whole vectors: past the last row's end, and before the first row's beginning.
     constexpr ptrdiff_t kSlack = 64;
@@ -59,8 +59,8 @@ void SubpixelPlanes::extend(uint8_t* origin, ptrdiff_t stride, int bytes, int ro
     for (int y = 0; y < rows; ++y) {
         uint8_t* row = origin + y * stride;
         for (int i = 1; i <= rim; ++i) {
-            std::memcpy(row - i * sample, row, static_cast<size_t>(sample));
-            std::memcpy(row + bytes + (i - 1) * sample, row + bytes - sample,
+            std::memcpy(row - ptrdiff_t{i} * sample, row, static_cast<size_t>(sample));
+            std::memcpy(row + bytes + ptrdiff_t{i - 1} * sample, row + bytes - sample,
                         static_cast<size_t>(sample));
         }
     }

@@ -37,7 +37,9 @@ class SubpixelPlanes {
     const uint8_t* pixel(int x, int y) const { return mOrigin + y * mStride + x; }
 
     // Chroma, a row of samples of two bytes for each two rows of luma, with half the rim.
-    const uint8_t* chroma(int x, int y) const { return mChromaOrigin + y * mStride + 2 * x; }
+    const uint8_t* chroma(int x, int y) const {
+        return mChromaOrigin + ptrdiff_t{y} * mStride + ptrdiff_t{2} * x;
+    }
 
     ptrdiff_t stride() const { return mStride; }  // of all planes
     int width() const { return mWidth; }

@@ -17,7 +17,7 @@ namespace android {
 struct QOZResult {
     static constexpr int32_t kTaken = 0;    ///< comes back through IQOZCallback::onBufferDone()
     static constexpr int32_t kRefused = 1;  ///< refused or failed; the reason is in the log
-    static constexpr int32_t kNothingGiven = 2;
+    static constexpr int32_t kNothingGiven = 2;  ///< neither a source nor an output buffer
 };
 
 /// The `port` of IQOZCallback::onBufferDone().
@@ -35,9 +35,9 @@ struct QOZMode {
 
 /// ConfigParams::upscaleIndex.
 struct QOZUpscale {
-    static constexpr uint32_t k1x = 0;
-    static constexpr uint32_t k1_5x = 1;
-    static constexpr uint32_t k2x = 2;
+    static constexpr uint32_t k1x = 0;    ///< the size of the source
+    static constexpr uint32_t k1_5x = 1;  ///< rounded up to even sides
+    static constexpr uint32_t k2x = 2;    ///< twice the size
 };
 
 /// The codes of IQOZCallback::onConfigChanged().
@@ -48,11 +48,11 @@ struct QOZChange {
 
 /// Pixel formats, as graphic buffers number them.
 struct QOZFormat {
-    static constexpr uint32_t kRgba8888 = 1;
-    static constexpr uint32_t kRgbx8888 = 2;
-    static constexpr uint32_t kVendorRgb = 277;
-    static constexpr uint32_t kVendorYuv = 0x7FA30C04;
-    static constexpr uint32_t kNv12Vemo = 0x7FA30C06;  ///< compressed NV12: what the VPP is given
+    static constexpr uint32_t kRgba8888 = 1;            ///< bytes R, G, B, A
+    static constexpr uint32_t kRgbx8888 = 2;            ///< the same, A ignored
+    static constexpr uint32_t kVendorRgb = 277;         ///< the vendor's RGB format
+    static constexpr uint32_t kVendorYuv = 0x7FA30C04;  ///< the vendor's YUV format
+    static constexpr uint32_t kNv12Vemo = 0x7FA30C06;   ///< compressed NV12: what the VPP is given
 };
 
 /// Settings of a stream. Given to VppComponent::config(), or carried by a source frame to change
@@ -76,7 +76,7 @@ struct ConfigParams {
 /// have with the device's allocator; allocate it with QOZFormat::kNv12Vemo and a usage that the VPP
 /// may write (0x300 is what the component's own buffers have). The alpha of a source is ignored.
 struct QOZBufferInfo {
-    static constexpr int32_t kNoSlot = -1;
+    static constexpr int32_t kNoSlot = -1;       ///< see slot
     static constexpr int32_t kOutputSlots = 64;  ///< output buffers have slots below this
 
     /// The client's own number for the buffer; it comes back in IQOZCallback::onBufferDone().

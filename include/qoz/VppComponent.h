@@ -103,7 +103,7 @@ class __attribute__((visibility("default"))) VppComponent
     bool isInputPortEnabled(uint32_t width, uint32_t height, uint32_t format);
     /// Output buffers that one frame needs; also records whether upscaling goes with conversion.
     uint32_t calculateOutBufferReqsPerFrame(ConfigParams params);
-    status state() const;
+    status state() const;                   ///< any thread, without waiting; so are the others
     uint32_t outBufReqsPerFrame() const;    ///< output buffers to queue for each source frame
     uint32_t expectedOutputWidth() const;   ///< pixels, of every output buffer; 0 before config()
     uint32_t expectedOutputHeight() const;  ///< pixels; see expectedOutputWidth()
@@ -112,7 +112,7 @@ class __attribute__((visibility("default"))) VppComponent
     /// Waits for nobody but `fd`; an error of the descriptor ends the text.
     void dump(int fd) const;
 
-    /// Holds the state and logs its changes once told to. The component's own; see state().
+    /// @cond (the component's own: holds the state, and logs its changes once told to; see state())
     class VppStatus {
       public:
         explicit VppStatus(status s);
@@ -127,7 +127,7 @@ class __attribute__((visibility("default"))) VppComponent
         std::atomic<status> mState;  // the frame path reads it without mLock
         bool mDebug = false;         // set before the worker starts
     };
-
+    /// @endcond
   private:
     friend class VppComponentPeer;  // defined by the tests
 

@@ -108,7 +108,8 @@ Scene::Scene(Size size, Rate rate, uint64_t frames)
       mBall(paintBall(kSprite)) {}
 
 float Scene::moved(float speed) const {
-    const auto leaps = static_cast<float>(mFrame / kCutAfter);
+    const auto cuts = mFrame / kCutAfter;
+    const auto leaps = static_cast<float>(cuts);
     return mScale * (speed * static_cast<float>(mFrame) + leaps * kCutLeap);
 }
 
@@ -146,7 +147,8 @@ void Scene::drawGround(const Surface& surface) const {
 }
 
 void Scene::drawObjects(const Surface& surface) const {
-    const auto time = static_cast<float>(mFrame + mFrame / kCutAfter * kCutAfter);
+    const auto shown = mFrame + mFrame / kCutAfter * kCutAfter;
+    const auto time = static_cast<float>(shown);
     const auto width = static_cast<float>(mSize.width);
     const auto height = static_cast<float>(mSize.height);
     const auto sway = [&](float centre, float reach, float speed, float phase) {

@@ -149,6 +149,7 @@ std::vector<std::string> Simulator::unfiredFaults() const {
         unfired.insert(unfired.end(), mRemoteFaults.begin(), mRemoteFaults.end());
     }
     std::vector<std::string> texts;
+    texts.reserve(unfired.size());
     for (const qoz::host::Fault& fault : unfired) {
         texts.push_back(qoz::host::toText(fault));
     }
