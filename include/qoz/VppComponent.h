@@ -112,7 +112,7 @@ class __attribute__((visibility("default"))) VppComponent
     /// Waits for nobody but `fd`; an error of the descriptor ends the text.
     void dump(int fd) const;
 
-    /// @cond (the component's own: holds the state, and logs its changes once told to; see state())
+    /// @cond INTERNAL
     class VppStatus {
       public:
         explicit VppStatus(status s);
