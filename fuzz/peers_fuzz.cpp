@@ -73,9 +73,17 @@ class Target {
            const char* interface)
         : mProxy(sdbus::createProxy(from.connection(), destination, path)), mInterface(interface) {}
 
+    // What the bus does not carry, such as a descriptor that is none, is not sent.
     template <typename... Args>
     void cast(const char* method, const Args&... args) {
-        mProxy->callMethod(method).onInterface(mInterface).withArguments(args...).dontExpectReply();
+        try {
+            mProxy->callMethod(method)
+                .onInterface(mInterface)
+                .withArguments(args...)
+                .dontExpectReply();
+        } catch (const sdbus::Error&) {
+            return;
+        }
     }
 
   private:
