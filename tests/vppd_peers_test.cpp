@@ -29,11 +29,16 @@ using host::vppd::toBus;
 using host::vppservice::kClientBudget;
 using Clock = std::chrono::steady_clock;
 
-constexpr uint32_t kW = kSanitized ? 320 : 1280;
-constexpr uint32_t kH = kSanitized ? 180 : 720;
+#ifdef NDEBUG
+constexpr bool kSlow = kSanitized;
+#else
+constexpr bool kSlow = true;  // frames of this size take an unoptimised build minutes
+#endif
+constexpr uint32_t kW = kSlow ? 320 : 1280;
+constexpr uint32_t kH = kSlow ? 180 : 720;
 constexpr Size kSize{static_cast<int>(kW), static_cast<int>(kH)};
 constexpr int64_t kFrameNs = 33333000;
-constexpr int kFrames = kSanitized ? 10 : 40;
+constexpr int kFrames = kSlow ? 10 : 40;
 constexpr ConfigParams kDouble{1, 0, 1, 0};
 
 // The session of the first client that asks a service.
