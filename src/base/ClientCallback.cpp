@@ -21,6 +21,7 @@ class CallScope {
     CallScope(const CallScope&) = delete;
     CallScope& operator=(const CallScope&) = delete;
 
+    // Looks through all calls that this thread is within; usually there is none.
     static bool isWithin(const ClientCallback* caller) {
         for (const CallScope* scope = tInnermost; scope != nullptr; scope = scope->mAround) {
             if (scope->mCaller == caller) return true;
@@ -45,6 +46,8 @@ void ClientCallback::set(IQOZCallback* callback) {
     __atomic_store_n(&mCallback, callback, __ATOMIC_RELEASE);
 }
 
+// The callback may be null: a client that wants no buffers back is allowed. No lock is held here,
+// and none is taken: the client may take locks of its own.
 void ClientCallback::giveBack(uint32_t port, int32_t slot, uint32_t valid,
                               uint64_t timestamp) const {
     IQOZCallback* const callback = get();

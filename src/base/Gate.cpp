@@ -3,6 +3,7 @@
 
 namespace android {
 
+// Without a budget a closed gate is an answer at once.
 bool Gate::enter(WaitBudget* waits) {
     std::unique_lock<std::mutex> lock(mLock);
     const base::ScopedLockAssertion held(mLock);
@@ -18,6 +19,8 @@ void Gate::leave() {
     mChanged.notify_all();
 }
 
+// First the gate is to be had for oneself, then it is closed to newcomers, then those on their way
+// are waited for. If they do not leave in time it is opened again, and nothing has changed.
 bool Gate::close(WaitBudget* waits) {
     std::unique_lock<std::mutex> lock(mLock);
     const base::ScopedLockAssertion held(mLock);

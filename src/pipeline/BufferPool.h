@@ -67,6 +67,8 @@ class BufferPool {
     // for whom in the message.
     void free(uint64_t key, const char* operation) EXCLUDES(mLock);
 
+    // Drops every entry, also those that the VPP still has: their memory ends with the last of its
+    // other owners, and their return finds nothing to free.
     void clear() EXCLUDES(mLock);
 
     // Nothing while the lock is in use.
@@ -84,8 +86,11 @@ class BufferPool {
     const SessionLog& mLog;
 
   private:
+    // Puts a key among the free ones.
     void insertFree(uint64_t key) REQUIRES(mLock);
+    // Takes the drawn entry out of the pool.
     void retire(uint64_t key) REQUIRES(mLock);
+    // Removes all free entries.
     void dropFree() REQUIRES(mLock);
 
     const PoolText mText;
@@ -101,22 +106,26 @@ namespace pool {
 constexpr uint32_t kInternalUsage =
     GraphicBuffer::USAGE_HW_TEXTURE | GraphicBuffer::USAGE_HW_RENDER;
 
-// Null when no object could be made. Whether the object got memory shows at the conversion.
+// A buffer as the request describes it. Null when no object could be made. Whether the object got
+// memory shows at the conversion.
 inline sp<GraphicBuffer> allocate(const RequestInfo& info) {
     return sp<GraphicBuffer>(new (std::nothrow) GraphicBuffer(
         info.width, info.height, static_cast<PixelFormat>(info.format), info.usage));
 }
 
+// Whether a free buffer can serve the request: all four properties are the same.
 inline bool isCompatible(const sp<GraphicBuffer>& buffer, const RequestInfo& info) {
     return buffer->getWidth() == info.width && buffer->getHeight() == info.height &&
            buffer->getPixelFormat() == static_cast<PixelFormat>(info.format) &&
            buffer->getUsage() == info.usage;
 }
 
+// Whether the object has pixels that can be handed over.
 inline bool hasMemory(const sp<GraphicBuffer>& buffer) {
     return buffer != nullptr && buffer->getNativeBuffer()->handle != nullptr;
 }
 
+// Whether a pool's entry holds any buffer at all.
 inline bool holdsBuffer(const sp<GraphicBuffer>& buffer) {
     return buffer != nullptr;
 }
@@ -129,6 +138,9 @@ inline bool holdsBuffer(
 
 }  // namespace pool
 
+// Insert-only: with two frames of one timestamp in flight the first one's memory stays under the
+// key, where the return of either looks for it. The second one's ends when its frame has been
+// dropped by everybody else.
 template <typename Entry>
 bool BufferPool<Entry>::record(uint64_t key, Entry travelling) {
     const std::lock_guard<std::mutex> lock(mLock);
@@ -150,6 +162,7 @@ Entry BufferPool<Entry>::find(uint64_t key) const {
     return entry == mBuffers.end() ? Entry{} : entry->second;
 }
 
+// An entry without any buffer would be drawn as one that fits nothing; it is removed.
 template <typename Entry>
 void BufferPool<Entry>::free(uint64_t key, const char* operation) {
     const std::lock_guard<std::mutex> lock(mLock);
@@ -184,6 +197,9 @@ std::optional<typename BufferPool<Entry>::Sizes> BufferPool<Entry>::trySizes() c
     return sizes;
 }
 
+// The oldest free entry decides. If it fits, it is handed out and nothing else changes. If it had
+// to be replaced, every other free entry is as old and goes as well. If it fails, the entry stays
+// free and the pool is as it was.
 template <typename Entry>
 template <typename Allocate, typename Draw>
 bool BufferPool<Entry>::serve(Allocate allocate, Draw draw) {
@@ -207,6 +223,7 @@ bool BufferPool<Entry>::serve(Allocate allocate, Draw draw) {
     return true;
 }
 
+// In a node of a key that was drawn before, if there is one. Throws std::bad_alloc if not.
 template <typename Entry>
 void BufferPool<Entry>::insertFree(uint64_t key) {
     if (mSpareKeys.empty()) {
@@ -231,6 +248,7 @@ void BufferPool<Entry>::retire(uint64_t key) {
     mSpareEntry.mapped() = {};
 }
 
+// Only what is free: what travels is judged when it comes back and is drawn.
 template <typename Entry>
 void BufferPool<Entry>::dropFree() {
     for (const uint64_t stale : mFreeKeys)

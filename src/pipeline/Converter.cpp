@@ -23,6 +23,7 @@ Converter::Shape Converter::shapeFor(const sp<GraphicBuffer>& source) const {
     return shape;
 }
 
+// A reference of the previous session is another scene; it goes when a converter is made.
 void Converter::configure(sp<GraphicBuffer>& source) {
     if (m.converter == nullptr) {
         m.converter = new Rgb2Yuv();
@@ -32,6 +33,8 @@ void Converter::configure(sp<GraphicBuffer>& source) {
     mConfigured = shapeFor(source);
 }
 
+// Configured anew whenever the frame does not have the shape of the last configuration: a converter
+// allocates for one shape and does not look at what it is given later.
 void Converter::setUp(SourceFrame& frame) {
     const bool missing = !exists();
     frame.fresh = m.isFirstFrame || frame.sizeChanged || missing || !hasReferenceFor(frame);
@@ -55,6 +58,8 @@ bool Converter::vectorSize(uint32_t& width, uint32_t& height) {
     return m.converter->GetMVbufferSize(width, height);
 }
 
+// Pixels first, as they decide whether the frame can be queued at all; vectors only when those are
+// there. The converter waits for the frame's fence itself.
 bool Converter::convert(SourceFrame& frame, bool motion) {
     bool ok =
         m.converter->RGBToNV12(frame.source, frame.target, frame.downscaled, motion, frame.fence);
@@ -90,6 +95,7 @@ void Converter::releaseResources() {
     if (exists()) m.converter->clearOpenGLResources();
 }
 
+// With the session. The reference frame stays until the next session's converter is made.
 void Converter::destroy() {
     delete std::exchange(m.converter, nullptr);
 }

@@ -30,6 +30,7 @@ class Converter {
     Converter(const Members& members, const Ports& ports, const SessionLog& log)
         : m(members), mPorts(ports), mLog(log) {}
 
+    // Made by the first frame, or a dummy, of a session.
     bool exists() const { return m.converter != nullptr; }
 
     // Makes the converter if there is none, which drops the reference frame: it is of the previous
@@ -53,6 +54,8 @@ class Converter {
     // The next frame counts as the first.
     void startAnew() { m.isFirstFrame = true; }
 
+    // Has the converter let go of what it holds on the graphics processor; the next frame makes it
+    // anew.
     void releaseResources();
     void destroy();
 
@@ -66,6 +69,7 @@ class Converter {
         uint32_t outHeight = 0;
         bool operator==(const Shape& other) const;
     };
+    // What it would have to be configured for, with this source and the ports as they are.
     Shape shapeFor(const sp<GraphicBuffer>& source) const;
     bool hasReferenceFor(const SourceFrame& frame) const;
     void dump(SourceFrame& frame);

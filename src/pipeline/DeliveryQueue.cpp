@@ -7,6 +7,8 @@
 
 namespace android {
 
+// Only what the client is told is kept of the record: its descriptors end with the call that
+// brought it.
 bool DeliveryQueue::store(uint32_t slot, const Record& returned) {
     const std::lock_guard<std::mutex> lock(mLock);
     Record& record = mRecords[slot];
@@ -21,6 +23,7 @@ bool DeliveryQueue::store(uint32_t slot, const Record& returned) {
     return true;
 }
 
+// What is taken counts as undelivered until finish(), so that a flush waits for the callback, too.
 bool DeliveryQueue::take(Delivery* delivery) {
     const std::lock_guard<std::mutex> lock(mLock);
     if (mQueue.empty()) return false;
@@ -44,6 +47,7 @@ bool DeliveryQueue::waitUntilDelivered(WaitBudget& waits) {
                       [this]() REQUIRES(mLock) { return mQueue.empty() && mCurrent == nullptr; });
 }
 
+// Of the previous session; the client has learnt of its end otherwise.
 size_t DeliveryQueue::clear() {
     const std::lock_guard<std::mutex> lock(mLock);
     const size_t dropped = mQueue.size();

@@ -3,6 +3,8 @@
 
 namespace android {
 
+// The order matters: when the service has answered it holds nothing, so the pools may drop what
+// travelled with its frames, the converter its resources, and the sources go back last.
 bool Flush::flushPorts(bool withYuvPool, WaitBudget& waits) {
     if (!p.service.hasSession()) {
         VPP_LOGE("processFlush_l: component is not enabled");
@@ -17,6 +19,9 @@ bool Flush::flushPorts(bool withYuvPool, WaitBudget& waits) {
     return flushed;
 }
 
+// The client's operation. The lock is held to the end, so that no start and no buffer comes between
+// the flush and the change of state; the worker needs it for neither deliveries nor callbacks. A
+// delivery that outlasts the budget is reported and finishes later.
 void Flush::flushAndDeliver(WaitBudget& waits) {
     // A flush holds the component's lock, which a start on the worker needs: let that finish first.
     if (!p.worker.waitForPendingStart(waits, "flushsync")) return;

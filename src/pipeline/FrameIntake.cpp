@@ -30,6 +30,9 @@ bool waitForFence(const SourceFrame& frame) {
 
 }  // namespace
 
+// Exactly one of the two is given. A start that config() has posted is waited for, because it
+// decides the sizes that a source is converted to; an output buffer waits for it further down,
+// unless it comes from within a callback.
 int32_t FrameIntake::process(const std::vector<QOZBufferInfo>* source,
                              const QOZBufferInfo* output) {
     if (source == nullptr && output == nullptr) return kRefused;
@@ -56,6 +59,7 @@ bool FrameIntake::isEnabled() const {
     return false;
 }
 
+// Under the component's lock, as a start makes the session ACTIVE under it.
 bool FrameIntake::isInputPortEnabled(uint32_t width, uint32_t height, uint32_t format) {
     const std::lock_guard<std::mutex> lock(p.lock);
     return p.status == Status::ACTIVE && p.ports.isSource(width, height, format);
@@ -85,7 +89,10 @@ int32_t FrameIntake::takeOutput(const QOZBufferInfo& output) {
     return queueOutput(output, waits) ? kTaken : kRefused;
 }
 
-// The first output buffer starts a session that config() has not started.
+// The first output buffer starts a session that config() has not started. The gate keeps all other
+// output buffers out meanwhile, and the state is looked at again behind it: another thread's buffer
+// may have started the session first. The buffer itself is given back when the start fails, and
+// refused as well.
 bool FrameIntake::startFor(const QOZBufferInfo& output, WaitBudget* waits) {
     bool started = true;
     {
@@ -108,7 +115,9 @@ bool FrameIntake::startFor(const QOZBufferInfo& output, WaitBudget* waits) {
     return true;
 }
 
-// False: it is still the client's. Else it comes back, whatever became of it.
+// False: the buffer is still the client's. Else it comes back, whatever became of it: the queue
+// gives back at once what the service does not take. Output buffers are stamped with the time of
+// their queueing, in nanoseconds.
 bool FrameIntake::queueOutput(const QOZBufferInfo& output, WaitBudget* waits) {
     const Gate::Passage passage(p.outputGate, waits);
     if (!passage || p.worker.isStartPending()) {
@@ -128,6 +137,10 @@ bool FrameIntake::queueOutput(const QOZBufferInfo& output, WaitBudget* waits) {
     return false;
 }
 
+// Decides what the packet is. A dummy is a single entry without a slot; it never travels, not even
+// as a frame that needs no conversion. A frame that is NV12 already needs none when it fits the
+// input port and no side buffers are wanted. Everything else is converted, into the packet's second
+// entry or into a buffer of the component's own.
 int32_t FrameIntake::takeSource(const std::vector<QOZBufferInfo>& packet, WaitBudget& waits) {
     if (packet.empty() || packet[0].buffer == nullptr || p.ports.inputFormat() == 0) {
         VPP_LOGE("processBuffer: INVALID INPUT !");
@@ -190,6 +203,8 @@ int32_t FrameIntake::acceptDummy(SourceFrame& frame) {
     return kTaken;
 }
 
+// The client's own target comes back through onBufferDone() when the service has read it; then its
+// slot travels with the frame, not the source's.
 bool FrameIntake::chooseTarget(SourceFrame& frame, const std::vector<QOZBufferInfo>& packet) {
     if (packet.size() == 1) {
         VPP_LOGI("processBuffer : request additional buffer, size=%ux%u", p.ports.inputWidth(),
@@ -206,6 +221,19 @@ bool FrameIntake::chooseTarget(SourceFrame& frame, const std::vector<QOZBufferIn
     return true;
 }
 
+// The main road of a frame:
+//
+//     adoptSourceSize   a new size empties and reconfigures the session
+//     setUp             the converter is made or configured where it does not fit the frame
+//     requestBuffers    a target and side buffers, from the pools
+//     convert           pixels, half-size copy, motion vectors from the previous source to this one
+//     hold, queue       the source's slot is held, the converted frame goes to the service
+//     adoptReference    this source is the reference of the next one, in place of the previous,
+//     releaseFront      whose slot goes back to the client now
+//     apply             settings that came with the frame, in force from the next one on
+//
+// Until `hold` a failure refuses the packet, and all of it is still the client's. From then on the
+// packet is taken, whatever the service says: the source has been read and its slot comes back.
 int32_t FrameIntake::convertAndQueue(SourceFrame& frame) {
     if (!adoptSourceSize(frame)) return kRefused;
     p.converter.setUp(frame);
@@ -228,7 +256,9 @@ int32_t FrameIntake::convertAndQueue(SourceFrame& frame) {
     return kTaken;  // the frame is on its way, whatever became of the settings
 }
 
-// A frame of a new size reshapes the session, unless the input port runs at that size already.
+// A frame of a new size reshapes the session, unless the input port runs at that size already. What
+// flush and reconfiguration answer does not matter here: they report it, and the frame goes on with
+// the new sizes.
 // False, and nothing changed: an output buffer is being queued all the time.
 bool FrameIntake::adoptSourceSize(SourceFrame& frame) {
     frame.sizeChanged = !p.ports.isSourceSize(frame.width, frame.height);

@@ -29,6 +29,12 @@
 namespace android {
 
 // Takes source packets on the client's thread, one at a time, and output buffers on any thread.
+//
+// A source is the client's again when the result says so (kRefused), or when onBufferDone() has
+// named its slot: straight after its conversion, or one frame later while it is the reference frame
+// of the motion engine. An output buffer that is taken always comes back, filled or not.
+//
+// Nothing is allocated for a frame in steady state: targets and side buffers come from the pools.
 class FrameIntake {
   public:
     struct Members {
@@ -67,14 +73,19 @@ class FrameIntake {
     bool isInputPortEnabled(uint32_t width, uint32_t height, uint32_t format) EXCLUDES(p.lock);
 
   private:
+    // With a message when it is not: frames of a component without a worker would never come back.
     bool isEnabled() const;
 
     // Output buffers.
+    // One output buffer, on any thread, also from within a callback.
     int32_t takeOutput(const QOZBufferInfo& output);
+    // Starts a session that is INIT, with the buffer's size and format. `waits` is null within a
+    // callback, which waits for nobody; so it is below.
     bool startFor(const QOZBufferInfo& output, WaitBudget* waits);
     bool queueOutput(const QOZBufferInfo& output, WaitBudget* waits);
 
-    // Source packets.
+    // Source packets, in the order in which one goes through these steps. Each answers whether to
+    // go on, or the result.
     int32_t takeSource(const std::vector<QOZBufferInfo>& packet, WaitBudget& waits);
     int32_t queueUnconverted(SourceFrame& frame, const std::vector<QOZBufferInfo>& packet);
     int32_t acceptDummy(SourceFrame& frame);

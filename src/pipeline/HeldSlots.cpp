@@ -5,6 +5,8 @@
 
 namespace android {
 
+// More than one place would delay every release by one frame more, until the client runs out of
+// sources.
 void HeldSlots::holdPlace() {
     if (mSlots.empty()) hold(QOZBufferInfo::kNoSlot);
 }
@@ -19,6 +21,8 @@ void HeldSlots::hold(int32_t slot) {
     publish();
 }
 
+// The list is not empty: the frame that calls this has just been put at its end. It is changed
+// before the client is called, who may queue the next buffer from within.
 void HeldSlots::releaseFront() {
     const int32_t slot = mSlots.front();
     mSpares.splice(mSpares.end(), mSlots, mSlots.begin());
@@ -28,6 +32,7 @@ void HeldSlots::releaseFront() {
     mClient.giveBackSource(slot);
 }
 
+// At a flush: no frame after it uses a source from before it as its reference.
 void HeldSlots::releaseAll() {
     const std::list<int32_t> released = std::exchange(mSlots, {});
     publish();

@@ -43,6 +43,8 @@ bool InBandSettings::adopt(SourceFrame& frame, const ConfigParams& params, const
     return true;
 }
 
+// The NV12 pool stays, as its buffers have the size of the input port, which does not change. The
+// next frame counts as the first: its vectors would lead to a picture of another scale.
 void InBandSettings::reshape(SourceFrame& frame) {
     const uint32_t format = VppUtils::GetYUVFormat(p.ports.inputFormat());
     p.flush.flushPorts(false, frame.waits);

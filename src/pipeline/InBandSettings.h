@@ -40,11 +40,16 @@ class InBandSettings {
 
     explicit InBandSettings(const Peers& peers) : p(peers), mLog(peers.log) {}
 
+    // Compares the settings with those in force and applies what differs. The client is told when
+    // there was any difference, whatever the service answered.
     void apply(SourceFrame& frame, const ConfigParams& params);
 
   private:
     using Changes = StreamSettings::Changes;
+    // Stores the settings and has the service follow.
     bool adopt(SourceFrame& frame, const ConfigParams& params, const Changes& changes);
+    // Another upscale ratio is another output size: empties the session, reconfigures it, and has
+    // the converter make side buffers for it.
     void reshape(SourceFrame& frame);
     void holdPlace();
 

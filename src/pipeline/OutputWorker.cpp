@@ -72,6 +72,8 @@ bool OutputWorker::launch() {
     return true;
 }
 
+// By the platform's rules for threads that feed a display. A refused real-time class is reported
+// and the worker runs without it.
 void OutputWorker::schedule() {
     const pthread_t worker = mThread.native_handle();
     sched_param priority{};
@@ -83,6 +85,7 @@ void OutputWorker::schedule() {
     if (cpusets_enabled()) set_cpuset_policy(0, SP_SYSTEM);  // the calling thread
 }
 
+// Exit replaces a Start that has not been taken; carryOutExit() tells those who wait for it.
 void OutputWorker::stop() {
     if (mThread.joinable()) {
         if (isOnWorkerThread()) {
@@ -112,6 +115,8 @@ void OutputWorker::store(int32_t command) {
     mPosted.notify_one();
 }
 
+// Announces itself before it waits for the command lock, so that the worker lets it have the lock
+// between two commands, however many deliveries are requested.
 void OutputWorker::post(int32_t command) {
     {
         const std::lock_guard<std::mutex> lock(mPostLock);
@@ -157,6 +162,7 @@ void OutputWorker::run() {
     if (workUntilExit()) VPP_LOGI("VppOBDworkerThread exited");
 }
 
+// The name shows in the tools of the platform; the kernel keeps its first 15 characters.
 void OutputWorker::name() {
     std::array<char, 32> name{};
     std::snprintf(name.data(), name.size(), "VPPOBDWorker%ld", syscall(SYS_gettid));
@@ -177,6 +183,7 @@ bool OutputWorker::workUntilExit() {
     return true;
 }
 
+// Word and request are looked at under the lock that the thread sleeps under: no wake-up is lost.
 void OutputWorker::awaitWork() {
     std::unique_lock<std::mutex> lock(mPostLock);
     const base::ScopedLockAssertion held(mPostLock);
@@ -185,6 +192,8 @@ void OutputWorker::awaitWork() {
     });
 }
 
+// Command first, then a requested delivery: what was returned before an Exit is delivered by the
+// Exit itself.
 void OutputWorker::carryOutPosted() {
     const std::lock_guard<std::mutex> lock(mCommandLock);
     int32_t command = kNone;
@@ -217,6 +226,7 @@ void OutputWorker::carryOut(int32_t command) {
     }
 }
 
+// Tells launch() that the thread runs.
 void OutputWorker::carryOutInit() {
     VPP_LOGI("VppOBDworkerThread: Init");
     const std::lock_guard<std::mutex> lock(mStateLock);
@@ -273,6 +283,8 @@ bool OutputWorker::waitForPendingStart(WaitBudget& waits, const char* operation)
     return false;
 }
 
+// Of the component's life, not of the session's: the mark that a start has finished is never
+// cleared, so this returns at once from the second session on.
 void OutputWorker::waitForFirstStart(WaitBudget& waits) {
     std::unique_lock<std::mutex> lock(mStateLock);
     const base::ScopedLockAssertion held(mStateLock);

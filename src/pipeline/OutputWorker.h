@@ -38,6 +38,7 @@ class OutputWorker {
         kExit = 5,
     };
 
+    // The component's storage; the private members below say what each is for.
     struct Members {
         std::thread& thread;
         std::atomic<bool>& running;
@@ -75,14 +76,16 @@ class OutputWorker {
     void stop();
     bool isRunning() const { return mRunning; }
 
-    // The thread's body.
+    // The thread's body: carries out what is posted until Exit.
     void run();
-    // One delivery run.
+    // One delivery run, on the worker: gives the client what the delivery queue holds.
     void deliverQueued();
 
-    // Waits for a command in progress.
+    // Posts a command in place of one that has not been taken. Waits for a command in progress, so
+    // never from within a callback of the worker.
     void post(int32_t command) EXCLUDES(mCommandLock, mPostLock);
-    // Waits for nothing.
+    // Has the worker make a delivery run soon. Waits for nothing: any thread, also a binder thread
+    // while the client is within a callback.
     void requestDelivery() EXCLUDES(mPostLock);
 
     // A start that has been posted and not finished.
@@ -98,8 +101,10 @@ class OutputWorker {
   private:
     friend class VppComponentPeer;  // defined by the tests
 
+    // Gives the thread its real-time class, and the calling thread its cpuset.
     void schedule();
     void name();
+    // The loop of the thread: sleep, take what is posted, carry it out.
     bool workUntilExit();
     void awaitWork() EXCLUDES(mPostLock);
     void carryOutPosted() EXCLUDES(mCommandLock, mPostLock);
@@ -107,6 +112,7 @@ class OutputWorker {
     void carryOutInit() EXCLUDES(mStateLock);
     void carryOutStart() EXCLUDES(mStateLock);
     void carryOutExit() EXCLUDES(mStateLock);
+    // Posts without waiting; only while there is no thread that could be carrying a command out.
     void store(int32_t command) EXCLUDES(mPostLock);
     bool isPostWaiting() const EXCLUDES(mPostLock);
     bool isOnWorkerThread() const;

@@ -27,17 +27,21 @@ void releaseNativeHandle(const native_handle_t* handle, bool closeFds) {
     }
 }
 
+// Handles before the record: a handle names descriptors that the record owns.
 QueueRecord::~QueueRecord() {
     for (auto& handle : mHandles)
         handle.reset();
 }
 
+// In bytes. The record has 32 bits for it, and no graphic buffer needs more.
 uint32_t QueueRecord::allocationSize(const sp<GraphicBuffer>& buffer) const {
     uint64_t bytes = 0;
     mMapper.getAllocationSize(buffer->getNativeBuffer()->handle, &bytes);
     return static_cast<uint32_t>(bytes);
 }
 
+// The duplicate belongs to the handle until makeToAidl() has moved it into the record; from then on
+// the handle is deleted without closing anything.
 QueueRecord::Shared QueueRecord::share(const sp<GraphicBuffer>& buffer, NativeHandle* to,
                                        uint32_t* allocLen) {
     auto& handle = mHandles[mHandleCount];

@@ -22,6 +22,8 @@ bool ReturnHandler::isExpected(const OutstandingBuffers::Return& returned,
     return returned.expected;
 }
 
+// The pools' entries become free once nothing else that was queued under their key is outstanding:
+// two frames of one microsecond share them.
 void ReturnHandler::onInputDone(const VppBuffer& buffer) {
     const bool internal = cookie::isInternal(buffer.cookie);
     const auto returned = p.outstanding.takeInput(cookie::idOf(buffer.cookie), internal,
@@ -39,6 +41,10 @@ void ReturnHandler::onInputDone(const VppBuffer& buffer) {
              printedCookie(buffer.cookie));
 }
 
+// The cookie says what the memory is. Without the output bit it is an input buffer that the service
+// has passed on unprocessed (bypass), with the internal bit the component's own target; only the
+// client's buffers are delivered. An output carries the timestamp of the frame that it was made
+// from, whose side buffers are no longer needed once it has come.
 void ReturnHandler::onOutputDone(const VppBuffer& buffer) {
     ATRACE_NAME("onVppOBD");
     const bool internal = cookie::isInternal(buffer.cookie);

@@ -37,14 +37,20 @@ class ReturnHandler {
 
     explicit ReturnHandler(const Peers& peers) : p(peers), mLog(peers.log) {}
 
+    // The service needs a source frame no longer. A target of the component's own is free for the
+    // next frame, one of the client's goes back to it on this thread.
     void onInputDone(const VppBuffer& buffer);
+    // The service returns an output buffer, or a source that it has passed through. Both go to the
+    // client by way of the worker, but for what is the component's own.
     void onOutputDone(const VppBuffer& buffer);
 
     // Gives the client every buffer of its own that the service had.
     void onServiceDied();
 
   private:
+    // With a message when it is not.
     bool isExpected(const OutstandingBuffers::Return& returned, const char* operation) const;
+    // Puts one of the client's buffers into the delivery queue.
     void deliver(uint32_t id, const VppBuffer& buffer);
 
     const Peers p;

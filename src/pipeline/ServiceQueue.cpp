@@ -42,6 +42,8 @@ bool ServiceQueue::queueFromCallback(const sp<GraphicBuffer>& buffer, uint32_t s
     return queueItem({buffer, slot, timestamp, false, true}, none) != Outcome::Busy;
 }
 
+// What is not queued goes back: to the client, unless it is a target of the component's own, which
+// queueSource() has made free again.
 ServiceQueue::Outcome ServiceQueue::queueItem(const Item& item, SideBuffers& extradata) {
     const bool isPooled = item.isInput && p.needAdditionalBuffer;
     Outcome outcome = Outcome::NotQueued;
@@ -75,6 +77,8 @@ bool ServiceQueue::take(std::unique_lock<std::mutex>& lock, const Item& item) co
     return true;
 }
 
+// The first output buffer after a flush makes the session ACTIVE again: the service is still open
+// and goes on with what it is given.
 ServiceQueue::Outcome ServiceQueue::queueOutput(const Item& item) {
     if (p.status == Status::IDLE) {
         std::unique_lock<std::mutex> lock(p.lock, std::defer_lock);
@@ -107,6 +111,7 @@ bool ServiceQueue::isQueueableId(uint32_t id, bool isInput) const {
     return false;
 }
 
+// False: there is nothing under this key that is this frame's own.
 bool ServiceQueue::recordExtradata(SideBuffers& extradata, uint64_t timestamp) {
     if (!pool::holdsBuffer(extradata)) {
         VPP_LOGI("skip to emplace empty mv buffers and downscale buffers");
@@ -115,6 +120,8 @@ bool ServiceQueue::recordExtradata(SideBuffers& extradata, uint64_t timestamp) {
     return p.sidePool.record(timestamp, std::exchange(extradata, {}));
 }
 
+// Judged again for each buffer, under the component's lock: a client that has not yet learnt of a
+// new size queues buffers of the old one for a while.
 bool ServiceQueue::fitsOutput(const sp<GraphicBuffer>& buffer) const {
     if (p.ports.isOutputSize(buffer->getWidth(), buffer->getHeight())) return true;
     VPP_LOGW("Queued output buffer size=%ux%u doesn't match expected buffer size=%ux%u",
@@ -123,6 +130,8 @@ bool ServiceQueue::fitsOutput(const sp<GraphicBuffer>& buffer) const {
     return false;
 }
 
+// Under the component's lock from the first look at the session to the end of the call. The record
+// ends with this function: the service has duplicates of its descriptors by then.
 ServiceQueue::Outcome ServiceQueue::handOver(const Item& item) {
     ATRACE_NAME("queueVppBuffer");
     std::unique_lock<std::mutex> lock(p.lock, std::defer_lock);
@@ -161,6 +170,7 @@ bool ServiceQueue::attachMetaBuffers(QueueRecord& record, uint64_t timestamp) co
     return shared != Shared::NoDescriptor;
 }
 
+// Forward then backward, in this order: the service finds them by name, people by place.
 Shared ServiceQueue::attachVectors(QueueRecord& record, const sp<GraphicBuffer>& forward,
                                    const sp<GraphicBuffer>& backward) const {
     if (!pool::hasMemory(forward) || !pool::hasMemory(backward)) {
@@ -198,6 +208,7 @@ Shared ServiceQueue::attachDownscaled(QueueRecord& record,
     return shared;
 }
 
+// The frame itself. A source is filled to its allocation size; an output buffer is empty.
 bool ServiceQueue::attachPixels(QueueRecord& record, const Item& item) const {
     auto& out = record.vppBuffer();
     uint32_t allocLen = 0;
@@ -247,6 +258,7 @@ bool ServiceQueue::isOnThisThread() const {
     return tCalling == this;
 }
 
+// Formats only while somebody traces: this is on every buffer's way.
 void ServiceQueue::traceOutstanding() const {
     if (ATRACE_ENABLED() == 0) return;
     const auto [inputs, outputs] = p.outstanding.counts();

@@ -77,8 +77,12 @@ class ServiceQueue {
         bool isInput;
         bool isFromCallback;
     };
+    // What became of it. GivenBack: the service died during the call, and the client has its
+    // buffer. Busy: the component's lock was not to be had in time; nothing has happened.
     enum class Outcome { Queued, NotQueued, GivenBack, Busy };
 
+    // The steps of queueing one buffer, each called by the one before: checks and the pools'
+    // entries; the lock; the record; the call.
     Outcome queueItem(const Item& item, SideBuffers& extradata);
 
     bool isQueueableId(uint32_t id, bool isInput) const;

@@ -4,6 +4,7 @@
 namespace android {
 namespace {
 
+// Vectors come as a pair: one alone is a failure, with a message.
 bool haveVectors(const SideBufferPool::Out& out) {
     if (*out.forward != nullptr && *out.backward != nullptr) return true;
     VPP_LOGE_BARE("failed to allocate fwBuffer or bwBuffer");
@@ -32,6 +33,8 @@ SideBufferPool::SideBufferPool(Buffers& buffers, Keys& freeKeys, std::mutex& loc
                   "Should NOT enter here, we should NOT push all empty extradata buffers!!"},
                  log) {}
 
+// A request for nothing succeeds, though with a message: intake asks whenever side buffers are on,
+// also for a fresh frame, which has no vectors.
 bool SideBufferPool::request(const Out& out, const RequestInfo& vectors,
                              const RequestInfo& downscaled) {
     if (out.forward == nullptr || out.backward == nullptr || out.downscaled == nullptr) {

@@ -8,6 +8,9 @@
 
 namespace android {
 
+// One entry for each frame that has side buffers: a pair of vector buffers, a half-size copy, or
+// all three. An entry may lack a kind that was not wanted when its frame came; a request that wants
+// it allocates it beside what the entry has. The frame's timestamp in microseconds is the key.
 class SideBufferPool : public BufferPool<SideBuffers> {
   public:
     // Where the buffers of one request go.
@@ -24,7 +27,9 @@ class SideBufferPool : public BufferPool<SideBuffers> {
     bool request(const Out& out, const RequestInfo& vectors, const RequestInfo& downscaled);
 
   private:
+    // All that is needed, anew: no entry is free.
     bool allocate(const Out& out, const RequestInfo& vectors, const RequestInfo& downscaled) const;
+    // From the oldest free entry, kind by kind. Replaced if any kind was.
     Drawn draw(SideBuffers& oldest, const Out& out, const RequestInfo& vectors,
                const RequestInfo& downscaled) const;
     Drawn drawVectors(SideBuffers& oldest, const Out& out, const RequestInfo& info) const;

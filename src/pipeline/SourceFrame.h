@@ -12,7 +12,9 @@
 
 namespace android {
 
-// Belongs to the client's thread for the time of one process().
+// Made from the packet's first entry when process() takes it, and filled step by step: target, side
+// buffers, and what the steps find out about it. Belongs to the client's thread for the time of one
+// process(); what it holds then goes on with the record, the pools, or the reference frame.
 struct SourceFrame {
     SourceFrame(const QOZBufferInfo& entry, WaitBudget& operationWaits)
         : waits(operationWaits),

@@ -3,6 +3,8 @@
 
 namespace android {
 
+// Who works on which members of the component, all in one place. The order is that of the
+// declarations, so that a part is given only parts that exist.
 VppComponent::Parts::Parts(VppComponent& c)
     : log(c.mLogFlags, c.mName, &c),
       client(c.mCallback),
@@ -48,7 +50,8 @@ VppComponent::Parts::Parts(VppComponent& c)
               client, waitLimit, log}),
       session(c, *this) {}
 
-// The start that config() has asked for, on the worker.
+// The start that config() has asked for, on the worker. Output buffers are kept out while the
+// session changes; one that does not leave in time makes the start fail.
 bool VppComponent::Parts::startPosted() {
     WaitBudget waits = waitLimit.budget();
     const Gate::Closure closure(outputGate, &waits);

@@ -74,6 +74,7 @@ struct VppComponent::Parts {
     SessionControl session;
 
   private:
+    // What the worker does for a Start.
     bool startPosted();
 };
 

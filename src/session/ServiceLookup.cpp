@@ -16,7 +16,7 @@ namespace {
 
 using ::aidl::vendor::vuq::hardware::vpp::IVppService;
 
-constexpr uint32_t kRetries = 35;
+constexpr uint32_t kRetries = 35;  // after the first attempt
 constexpr auto kRetryPause = std::chrono::microseconds(40000);
 
 // The instances that a thread of this process waits for: one thread for each, however often
@@ -59,12 +59,16 @@ void startWaiting(const std::string& instance, void (*waitForService)(std::strin
     }
 }
 
+// Null when the service is not registered at this moment.
 ::ndk::SpAIBinder lookUp(const std::string& instance) {
     return ::ndk::SpAIBinder(AServiceManager_checkService(instance.c_str()));
 }
 
 }  // namespace
 
+// Polls, because the thread that blocks until the service comes cannot be given up: it waits on,
+// for the next enable(). Binder threads are started only when there is something for them to
+// receive.
 std::shared_ptr<IVppService> findVppService(const SessionLog& mLog,
                                             void (*waitForService)(std::string)) {
     const std::string instance = std::string(IVppService::descriptor) + "/default";

@@ -23,6 +23,7 @@ using vpp::VppError;
 VppComponent::SessionControl::SessionControl(VppComponent& component, Parts& parts)
     : c(component), p(parts), mLog(parts.log) {}
 
+// Nothing is half enabled: on allocation failure a session that has been opened is closed again.
 bool VppComponent::SessionControl::enable(const std::string& name, IQOZCallback* callback,
                                           bool debug) {
     const std::lock_guard<std::mutex> lock(c.mLock);
@@ -35,6 +36,8 @@ bool VppComponent::SessionControl::enable(const std::string& name, IQOZCallback*
     }
 }
 
+// First the previous session ends for good, then the books begin empty, then the service is asked.
+// INIT comes last: from then on frames are taken.
 bool VppComponent::SessionControl::begin(const std::string& name, IQOZCallback* callback,
                                          bool debug) {
     if (c.mStatus != UNINIT) {
@@ -82,6 +85,8 @@ bool VppComponent::SessionControl::acquireService() {
     return c.mVppService != nullptr;
 }
 
+// A refused initSession() leaves ERROR, which the client leaves by disable(): the service may hold
+// what it was given.
 bool VppComponent::SessionControl::openSession() {
     VPP_LOGI("getNewVppSession");
     if (!p.service.openSession()) {
@@ -103,6 +108,7 @@ bool VppComponent::SessionControl::openSession() {
     return true;
 }
 
+// The watch does not keep the component alive, and a notice for an earlier session does nothing.
 void VppComponent::SessionControl::watchForDeath() {
     const uint32_t session = number();
     mDeathWatch = DeathWatch(p.service.sessionBinder(), [weak = c.weak_from_this(), session] {
@@ -122,6 +128,10 @@ void VppComponent::SessionControl::onServiceDied() {
     p.events.onServiceDied();
 }
 
+// Without the component's lock but for moments: a start that still runs on the worker needs it. The
+// state is read twice, because such a start may change it until the worker has been joined. In
+// ERROR the session stays open: the service is in a state that nobody knows, and what it still
+// returns reaches the client.
 void VppComponent::SessionControl::disable() {
     status state = UNINIT;
     {
@@ -154,7 +164,8 @@ void VppComponent::SessionControl::disable() {
     c.mStatus = UNINIT;
 }
 
-// Up to 1.2 s.
+// Up to 1.2 s. A component that is let go of from within a callback of the worker does not wait:
+// the start would wait for that callback.
 void VppComponent::SessionControl::waitForPendingStart() const {
     constexpr int kPolls = 600;
     constexpr auto kPollPause = std::chrono::microseconds(2000);
@@ -164,6 +175,7 @@ void VppComponent::SessionControl::waitForPendingStart() const {
     }
 }
 
+// terminateSession() in any case: it is what makes the service let its callback object go.
 void VppComponent::SessionControl::closeSession() {
     const VppError result = p.service.close();
     if (result != VppError::VPP_OK) VPP_LOGI("vppClose error=%s", toString(result).c_str());

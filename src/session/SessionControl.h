@@ -19,21 +19,26 @@ class VppComponent::SessionControl {
   public:
     SessionControl(VppComponent& component, Parts& parts);
 
+    // As VppComponent documents them.
     bool enable(const std::string& name, IQOZCallback* callback, bool debug);
     void disable();
 
     // Counts the enables: which of them an event of the service belongs to.
     uint32_t number() const { return mNumber.load(std::memory_order_acquire); }
 
+    // Finds the service and keeps it; false when it is not there.
     bool acquireService();
 
   private:
+    // Parts of enable(), under the component's lock.
     bool begin(const std::string& name, IQOZCallback* callback, bool debug) REQUIRES(c.mLock);
     void beginSession();
     bool openSession();
+    // Parts of disable(), and what a failed enable() undoes.
     void closeSession();
     void abandonSession();
     void letGoOfSession() EXCLUDES(c.mLock);
+    // Asks for the notice of the service's death, and acts on it.
     void watchForDeath();
     void onServiceDied();
     void waitForPendingStart() const;

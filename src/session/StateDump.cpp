@@ -15,6 +15,7 @@
 namespace android {
 namespace {
 
+// The worker's commands; numbers that are not in use have a name, too.
 const char* commandName(int32_t command) {
     static constexpr std::array<const char*, 6> kNames{"none",    "init",  "start",
                                                        "deliver", "other", "exit"};
@@ -59,6 +60,7 @@ class BrokenPipeGuard {
     bool mWasPending = false;
 };
 
+// Ends silently at the first error: a dump has nobody to report it to.
 void writeAll(int fd, const char* data, size_t size) {
     const BrokenPipeGuard guard;
     while (size > 0) {
@@ -91,6 +93,8 @@ void VppComponent::StateDump::add(const char* format, ...) {
     if (length > 0) mSize += std::min(static_cast<size_t>(length), left - 1);
 }
 
+// From the published facts: the members belong to the thread that runs the stream, which may be
+// what hangs.
 void VppComponent::StateDump::addStream() {
     const StreamFacts facts = p.facts.read();
     add("VppComponent [%.64s](%p)\n", p.log.name()->c_str(), p.log.component());
@@ -109,6 +113,7 @@ void VppComponent::StateDump::addOutstanding() {
     add("  held back: %zu\n", p.facts.read().heldSlots);
 }
 
+// A pool whose lock is held is allocating at this moment.
 void VppComponent::StateDump::addPools() {
     const auto addPool = [this](const char* name, const auto& sizes) {
         if (sizes) {

@@ -16,9 +16,11 @@ class VppComponent::StateDump {
   public:
     StateDump(const VppComponent& component, const Parts& parts) : c(component), p(parts) {}
 
+    // Formats everything, then writes it in one go; once.
     void writeTo(int fd);
 
   private:
+    // Appends to the text. What does not fit any more is cut off.
     __attribute__((__format__(printf, 2, 3))) void add(const char* format, ...);
     void addStream();
     void addOutstanding();

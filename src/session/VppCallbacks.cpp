@@ -28,6 +28,8 @@ std::shared_ptr<VppComponent::IVppCallbacks> VppComponent::IVppCallbacks::makeFo
     }
 }
 
+// The gate is closed by enable() alone, for the moment in which the next session begins: an event
+// is either over before that or finds another number.
 template <typename Action>
 ndk::ScopedAStatus VppComponent::IVppCallbacks::handle(const char* operation, VppError* result,
                                                        Action action) {

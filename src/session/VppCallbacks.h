@@ -18,6 +18,7 @@ class VppComponent::IVppCallbacks : public ::aidl::vendor::vuq::hardware::vpp::B
   public:
     using VppError = ::aidl::vendor::vuq::hardware::vpp::VppError;
 
+    // Belongs to the session that is being opened.
     explicit IVppCallbacks(std::shared_ptr<VppComponent> component);
     ~IVppCallbacks() override;
 
@@ -36,11 +37,12 @@ class VppComponent::IVppCallbacks : public ::aidl::vendor::vuq::hardware::vpp::B
                                           VppError* _aidl_return) override;
 
   private:
+    // What all six share: the checks, `action` on the component, and the result.
     template <typename Action>
     ::ndk::ScopedAStatus handle(const char* operation, VppError* result, Action action);
 
     std::shared_ptr<VppComponent> mVppComponent;
-    const uint32_t mSession;
+    const uint32_t mSession;  // number of the enable() that it was made by
 };
 
 }  // namespace android

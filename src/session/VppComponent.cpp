@@ -41,6 +41,8 @@ bool isRefused(const ClientCallback& client, const SessionLog& mLog, const char*
 
 }  // namespace
 
+// Properties are read once and hold for the object's life; a numeric one that is not a number
+// throws here, before anything has been made.
 VppComponent::VppComponent()
     : mMapper(Singleton<GraphicBufferMapper>::getInstance()), mNeedDownscale(exceedsLimit) {
     mLogFlags = numericProperty("vendor.qoz.log.msg", 16);
@@ -54,6 +56,7 @@ VppComponent::VppComponent()
     VPP_LOGI("VppComponent");
 }
 
+// May run on any thread, also on the worker or within a callback: whoever lets go last.
 VppComponent::~VppComponent() {
     const SessionLog& mLog = mParts->log;
     VPP_LOGD("~VppComponent");
@@ -72,6 +75,8 @@ void VppComponent::disable() {
     mParts->session.disable();
 }
 
+// Stores everything before the worker is asked, so that the getters answer for the new settings on
+// return. Output buffers are kept out meanwhile: they are judged by what is stored here.
 void VppComponent::config(uint32_t width, uint32_t height, uint32_t format, ConfigParams params,
                           bool wait) {
     Parts& p = *mParts;
@@ -103,12 +108,15 @@ void VppComponent::config(uint32_t width, uint32_t height, uint32_t format, Conf
     if (wait) p.worker.waitForFirstStart(waits);
 }
 
+// An empty packet is no source.
 int32_t VppComponent::process(std::vector<QOZBufferInfo>* src, QOZBufferInfo* dst) {
     const bool haveSource = src != nullptr && !src->empty();
     if (!haveSource && dst == nullptr) return QOZResult::kNothingGiven;
     return processBuffer(haveSource ? src : nullptr, dst);
 }
 
+// An output buffer may come from within a callback, a source may not; a call with both is refused
+// further down, whatever thread it comes from.
 int32_t VppComponent::processBuffer(std::vector<QOZBufferInfo>* src, QOZBufferInfo* dst) {
     const bool hasSource = src != nullptr && dst == nullptr;
     if (hasSource && isRefused(mParts->client, mParts->log, "process")) return QOZResult::kRefused;
@@ -134,6 +142,7 @@ uint32_t VppComponent::calculateOutBufferReqsPerFrame(ConfigParams params) {
     return mParts->settings.adoptOutBufReqs(params);
 }
 
+// Says so in the log, too, whatever its gate: a client asks once a stream.
 int VppComponent::GetFormat(int format, int& yuvFormat) {
     uint32_t portFormat = 0;
     const bool rgb = VppUtils::isConvertible(static_cast<uint32_t>(format), portFormat);
@@ -161,7 +170,7 @@ void VppComponent::dump(int fd) const {
     StateDump(*this, *mParts).writeTo(fd);
 }
 
-// Internal operations.
+// Internal operations. Each waits within a budget of its own, as if the client had called it.
 
 bool VppComponent::acquireVppService() {
     return mParts->session.acquireService();
@@ -203,6 +212,7 @@ bool VppComponent::processReconfig_l(uint32_t width, uint32_t height, uint32_t f
     return mParts->reconfiguration.run(width, height, format, waits);
 }
 
+// Not used by any operation of the client: flushsync() returns frames unprocessed instead.
 bool VppComponent::processDrainDone_l() {
     Parts& p = *mParts;
     const SessionLog& mLog = p.log;

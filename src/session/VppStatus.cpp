@@ -7,6 +7,7 @@
 
 namespace android {
 
+// Before the log gate and the name are known: always printed, without a prefix.
 VppComponent::VppStatus::VppStatus(status s) : mState(s) {
     __android_log_print(ANDROID_LOG_DEBUG, VPP_LOG_TAG, "status: %s", name(s));
 }

@@ -19,17 +19,21 @@ constexpr int32_t kAisParam = 30;
 
 }  // namespace
 
+// A segment of the previous start with a later timestamp would win over the one that this start
+// sends, and an output time of the previous session would make segments seem started.
 void FrcAisControl::restart() {
     mSegments.resize(1);
     mLastOutputTimestamp.store(0);
 }
 
+// Called before anything is stored, so that an allocation failure finds the settings unchanged.
 void FrcAisControl::reserveSegment() {
     if (mSegments.size() == mSegments.capacity()) mSegments.reserve(2 * mSegments.size());
 }
 
-// When the output has reached the start of more than one segment, the one with the lowest index is
-// overwritten; else the list grows by one.
+// A segment may be overwritten once a later one is in force, which is known when the output has
+// passed the start of both. So when the output has reached the start of more than one segment, the
+// one with the lowest index is overwritten; else the list grows by one.
 vpp::VppCtrlFrcSegment& FrcAisControl::chooseSegment(uint64_t timestamp) {
     if (timestamp == 0) return mSegments.front();
     const auto reached = static_cast<int64_t>(mLastOutputTimestamp.load());
@@ -47,6 +51,8 @@ vpp::VppCtrlFrcSegment& FrcAisControl::chooseSegment(uint64_t timestamp) {
     return mSegments.emplace_back();
 }
 
+// The whole list is sent each time: it replaces what the service knew. A refused segment stays in
+// the list and travels with the next change.
 bool FrcAisControl::configFrc(uint64_t timestamp) {
     vpp::VppCtrlFrcSegment& segment = chooseSegment(timestamp);
     const uint32_t factor = mSettings.interpFactor();

@@ -39,10 +39,12 @@ class FrcAisControl {
     // segment) and sends the list. True when the service took it.
     bool configFrc(uint64_t timestamp);
 
-    // For upscaling to twice the size without frame-rate conversion.
+    // Sets upscaling to twice the size without frame-rate conversion. True when the service took
+    // it.
     bool configAis();
 
   private:
+    // The segment that settings from `timestamp` on are written into.
     vpp::VppCtrlFrcSegment& chooseSegment(uint64_t timestamp);
 
     Segments& mSegments;

@@ -25,6 +25,9 @@ bool Ports::isOutputSize(uint32_t width, uint32_t height) const {
     return m.expectedOutWidth == width && m.expectedOutHeight == height;
 }
 
+// The input port is the source, or, for a source beyond the device's limits, the limits themselves:
+// the converter scales to them, whatever the shape of the source. The output port follows from the
+// input port and the settings.
 Ports::Sizes Ports::sizesForSource() const {
     Sizes sizes{};
     sizes.downscale = m.needDownscale(m.width, m.height, m.maxWidth, m.maxHeight);
@@ -52,6 +55,8 @@ void Ports::resolve() {
     publish(sizes);
 }
 
+// config() returns before the worker has run the start that resolves the ports; the members still
+// describe the session that runs.
 void Ports::announce() {
     publish(sizesForSource());
 }

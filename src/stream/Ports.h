@@ -41,7 +41,9 @@ class Ports {
           PublishedFacts& facts)
         : m(members), mSettings(settings), mLog(log), mFacts(facts) {}
 
+    // Size in pixels and pixel format of the sources to come. Neither port is touched.
     void setSource(uint32_t width, uint32_t height, uint32_t format);
+    // Whether the sources have just this size and format, or this size.
     bool isSource(uint32_t width, uint32_t height, uint32_t format) const;
     bool isSourceSize(uint32_t width, uint32_t height) const;
     uint32_t sourceWidth() const { return m.width; }
@@ -53,6 +55,8 @@ class Ports {
     // Has the getters answer for the ports that resolve() will compute.
     void announce();
 
+    // Whether the source is larger than the device's limits, so that the converter makes it smaller
+    // on its way to the input port.
     bool downscalesSource() const { return m.needDownscaleResult; }
     uint32_t inputWidth() const { return m.inPortWidth; }
     uint32_t inputHeight() const { return m.inPortHeight; }
@@ -60,18 +64,21 @@ class Ports {
     uint32_t outputHeight() const { return m.expectedOutHeight; }
     bool isOutputSize(uint32_t width, uint32_t height) const;
 
-    // 0 until a start or a first output buffer has set it; any thread.
+    // The pixel format of the input port; 0 until a start or a first output buffer has set it. Any
+    // thread: output buffers are queued beside the thread that runs the stream.
     uint32_t inputFormat() const { return __atomic_load_n(&m.inputFormat, __ATOMIC_RELAXED); }
     void setInputFormat(uint32_t format) {
         __atomic_store_n(&m.inputFormat, format, __ATOMIC_RELAXED);
     }
 
-    // Rows have no padding on either port.
+    // Writes a port record for frames of this size (pixels). Rows have no padding on either port.
     static void fill(PortParam* port, uint32_t width, uint32_t height, int32_t colorFormat);
-    // For a reconfiguration, with its message.
+    // The same for a reconfiguration, which derives the colour code from the pixel format and says
+    // the size in a message.
     void create(PortParam* port, uint32_t width, uint32_t height, uint32_t format) const;
 
   private:
+    // Both ports of one source size; sides in pixels.
     struct Sizes {
         bool downscale;
         uint32_t inWidth;

@@ -5,6 +5,10 @@
 
 namespace android {
 
+// The ports are computed before the service is asked, and stay when it refuses: the frames to come
+// have the new size whatever the service says, and the converter must fit them. A refused session
+// then gets records that do not fit its ports, which it refuses one by one, until a frame of the
+// old size or a start puts things right.
 bool Reconfiguration::run(uint32_t width, uint32_t height, uint32_t format, WaitBudget& waits) {
     if (VppUtils::GetSupportedColor(format) < 0) {
         VPP_LOGE("vpp didn't support format:%u", format);

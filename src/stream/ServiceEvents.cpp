@@ -6,7 +6,7 @@ namespace android {
 using vpp::VppError;
 using vpp::VppPort;
 
-// One kind of command.
+// One kind of command: what its messages say and how its answer shows.
 struct ServiceEvents::Command {
     const char* operation;  // as messages name it
     const char* awaited;    // as the state dump names it
@@ -44,6 +44,8 @@ bool ServiceEvents::carryOut(const Command& command, WaitBudget& waits, Call cal
     return waitFor(command, waits);
 }
 
+// An answer that came before the wait, even from within the call, is found at the first look. An
+// answer counts also when the service has died since.
 bool ServiceEvents::waitFor(const Command& command, WaitBudget& waits) {
     std::unique_lock<std::mutex> lock(mLock);
     const base::ScopedLockAssertion held(mLock);
@@ -58,6 +60,8 @@ bool ServiceEvents::waitFor(const Command& command, WaitBudget& waits) {
     return false;
 }
 
+// Each port answers for itself, in any order. Both are told to flush even if the first one refuses:
+// what the other holds still comes back.
 bool ServiceEvents::flush(WaitBudget& waits) {
     static constexpr Command kFlush{"processFlush_l", "flush", "failed to flush vpp",
                                     &ServiceEvents::isFlushed};
@@ -73,6 +77,8 @@ bool ServiceEvents::flush(WaitBudget& waits) {
     });
 }
 
+// An answer with an error ends the wait at once. It is remembered beside the flag for success, so
+// that it can be told from no answer at all.
 bool ServiceEvents::reconfigure(const vpp::VppPortParam& input, const vpp::VppPortParam& output,
                                 WaitBudget& waits) {
     static constexpr Command kReconfigure{"processReconfig_l", "reconfigure",
@@ -91,6 +97,7 @@ bool ServiceEvents::reconfigure(const vpp::VppPortParam& input, const vpp::VppPo
     return mReconfigDone;
 }
 
+// The answer says that everything queued has been processed; nothing is thrown away.
 bool ServiceEvents::drain(WaitBudget& waits) {
     static constexpr Command kDrain{"processDrainDone_l", "drain", "failed to drain vpp",
                                     &ServiceEvents::isDrained};
@@ -101,11 +108,13 @@ bool ServiceEvents::drain(WaitBudget& waits) {
     return carryOut(kDrain, waits, [this] { return mService.drain() == VppError::VPP_OK; });
 }
 
+// The flags are left as they are: each command clears its own before it is sent.
 void ServiceEvents::restart() {
     const std::lock_guard<std::mutex> lock(mLock);
     mServiceDied = false;
 }
 
+// Any port number but the input's counts as the output's.
 void ServiceEvents::onFlushDone(const vpp::FlushDone& done) {
     const std::lock_guard<std::mutex> lock(mLock);
     const bool input = done.port == static_cast<int32_t>(VppPort::INPUT);
@@ -113,6 +122,7 @@ void ServiceEvents::onFlushDone(const vpp::FlushDone& done) {
     mAnswered.notify_one();
 }
 
+// Wakes the waiting command in either case.
 void ServiceEvents::onReconfigDone(const vpp::ReconfigDone& done) {
     const std::lock_guard<std::mutex> lock(mLock);
     const bool succeeded = done.status == static_cast<int32_t>(VppError::VPP_OK);
@@ -126,12 +136,14 @@ void ServiceEvents::onDrainDone() {
     mAnswered.notify_one();
 }
 
+// Every wait ends, whatever it is for, and later commands do not wait.
 void ServiceEvents::onServiceDied() {
     const std::lock_guard<std::mutex> lock(mLock);
     mServiceDied = true;
     mAnswered.notify_all();
 }
 
+// The dump may run while another thread hangs with the lock held; it does without the answers then.
 std::optional<ServiceEvents::Answers> ServiceEvents::tryAnswers() const {
     if (!mLock.try_lock()) return std::nullopt;
     const Answers answers{mInputFlushDone, mOutputFlushDone, mReconfigDone, mReconfigFailed,

@@ -54,7 +54,13 @@ class ServiceEvents {
           mService(service),
           mLog(log) {}
 
-    // Each is true when the service took the command and has answered it with success.
+    // Each sends one command and waits for its answer for as long as the budget lasts. True when
+    // the service took the command and has answered it with success. False, with a message: it
+    // refused, it answered with an error, it did not answer in time, or it has died. They need a
+    // session.
+    //
+    // flush: both ports return their buffers unprocessed. reconfigure: both ports change their
+    // layout. drain: everything that is queued is processed and returned.
     bool flush(WaitBudget& waits) EXCLUDES(mLock);
     bool reconfigure(const vpp::VppPortParam& input, const vpp::VppPortParam& output,
                      WaitBudget& waits) EXCLUDES(mLock);
@@ -76,6 +82,7 @@ class ServiceEvents {
 
   private:
     struct Command;
+    // What the three commands share: says what is awaited, asks the service by `call`, and waits.
     template <typename Call>
     bool carryOut(const Command& command, WaitBudget& waits, Call call) EXCLUDES(mLock);
     bool waitFor(const Command& command, WaitBudget& waits) EXCLUDES(mLock);

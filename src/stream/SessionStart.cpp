@@ -13,6 +13,9 @@ constexpr int32_t kVppMode = 2;
 
 }  // namespace
 
+// The order is the service's: mode, controls, ports, open. A mode that is refused is no failure; it
+// only goes unmentioned. The state is left alone on failure, except where the controls are refused:
+// only then is the session of no use for a later start.
 bool SessionStart::start(uint32_t width, uint32_t height, uint32_t format) {
     VPP_LOGI("processStart_l");
     if (!mService.hasSession()) {
@@ -41,6 +44,7 @@ bool SessionStart::start(uint32_t width, uint32_t height, uint32_t format) {
     return true;
 }
 
+// The first segment covers the stream from its beginning; settings on frames add later ones.
 bool SessionStart::configControl() {
     mControl.restart();
     if (mSettings.doubleOutput()) {
@@ -51,7 +55,8 @@ bool SessionStart::configControl() {
     return mControl.configFrc(0);
 }
 
-// Sets both ports and opens the session. Both carry converted frames, whatever the source format.
+// Both ports carry converted frames, whatever the source format. The output port is not set when
+// the input port was refused; the message names both results.
 bool SessionStart::openPorts() {
     const int32_t color = VppUtils::portColorFormat(QOZFormat::kNv12Vemo);
     Ports::PortParam input;

@@ -35,7 +35,9 @@ class SessionStart {
     bool start(uint32_t width, uint32_t height, uint32_t format) EXCLUDES(mLock);
 
   private:
+    // Tells the service what it is to do with the frames: upscale, or convert the frame rate.
     bool configControl();
+    // Tells the service the layout of both ports and opens the session.
     bool openPorts();
 
     const StreamSettings& mSettings;

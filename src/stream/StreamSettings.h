@@ -49,16 +49,18 @@ class StreamSettings {
     Changes changesBy(const ConfigParams& params) const;
     void adoptInBand(const ConfigParams& params, const Changes& changes);
 
+    // Has the getters and dump() answer for the settings that are stored now.
     void publish();
 
     bool motionVectors() const { return m.mvEnabled; }
     bool downscaledCopies() const { return m.dsEnabled; }
     bool doubleOutput() const { return m.doubleOutput; }
     uint32_t interpFactor() const { return m.interpFactor; }
-    // Each side of the input port times this is the output: see PortSizes.
+    // The side of the output port, in pixels, that belongs to this side of the input port.
     uint32_t scaledSide(uint32_t side) const;
 
   private:
+    // A change of the ratio alone.
     void adoptUpscaleInBand(uint32_t upscaleIndex);
 
     const Members m;

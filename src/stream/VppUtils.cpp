@@ -11,6 +11,7 @@
 namespace android {
 namespace {
 
+// One format, in every numbering that it has on its way.
 struct FormatRow {
     uint32_t format;
     int32_t color;       // the VPP's colour code
@@ -19,7 +20,7 @@ struct FormatRow {
     int32_t portColor;  // colour-format code of a port
 };
 
-constexpr int32_t kDefaultPortColor = 8;
+constexpr int32_t kDefaultPortColor = 8;  // also of a format that is not in the table
 
 constexpr std::array<FormatRow, 5> kFormats{{
     {QOZFormat::kRgba8888, 2, QOZFormat::kNv12Vemo, true, kDefaultPortColor},
@@ -29,12 +30,14 @@ constexpr std::array<FormatRow, 5> kFormats{{
     {QOZFormat::kNv12Vemo, 1, QOZFormat::kNv12Vemo, false, 3},
 }};
 
+// Null for a format that is not in the table.
 const FormatRow* findRow(uint32_t format) {
     const auto* row = std::find_if(kFormats.begin(), kFormats.end(),
                                    [format](const FormatRow& r) { return r.format == format; });
     return row == kFormats.end() ? nullptr : row;
 }
 
+// The same, with an error message for such a format.
 const FormatRow* findSupported(uint32_t format) {
     const FormatRow* row = findRow(format);
     if (row == nullptr) __android_log_print(ANDROID_LOG_ERROR, "VppUtils", "no supported color");

@@ -8,6 +8,7 @@
 
 namespace android {
 
+// Pure functions over one table of formats; any thread.
 class VppUtils {
   public:
     // The VPP's colour code; -1, with an error message, for a format that is not supported.

@@ -41,6 +41,7 @@ class Watches {
     AIBinder_DeathRecipient* recipient() const { return mRecipient; }
 
   private:
+    // Called by the platform on a binder thread, once for each binder that has died.
     static void onBinderDied(void* cookie) {
         const auto onDeath = instance().take(reinterpret_cast<uintptr_t>(cookie));
         if (onDeath) onDeath();
@@ -52,12 +53,15 @@ class Watches {
     uintptr_t mLast GUARDED_BY(mLock) = 0;
 };
 
+// The platform's cookie for a watch.
 void* cookieOf(uintptr_t id) {
     return reinterpret_cast<void*>(id);  // NOLINT(performance-no-int-to-ptr): never dereferenced
 }
 
 }  // namespace
 
+// The watch is entered before the platform is asked, because the notice may come before the answer.
+// A binder that is dead already gives no notice, so that is delivered here.
 DeathWatch::DeathWatch(::ndk::SpAIBinder binder, std::function<void()> onDeath) {
     if (binder.get() == nullptr) return;
     Watches& all = Watches::instance();
@@ -80,6 +84,7 @@ DeathWatch& DeathWatch::operator=(DeathWatch&& other) noexcept {
     return *this;
 }
 
+// Unlinking fails for a binder that has died; either way no notice finds the number afterwards.
 void DeathWatch::end() {
     if (mId == 0) return;
     Watches& all = Watches::instance();

@@ -11,7 +11,8 @@ using vpp::VppError;
 
 constexpr int32_t kSessionFlags = 0;
 
-// Presets the result, makes the call, and gives the result.
+// Presets the result, makes the call, and gives the result. The binder status is dropped here and
+// nowhere else.
 template <typename Call>
 VppError resultOf(Call call) {
     VppError result = VppError::VPP_OK;
@@ -25,6 +26,7 @@ VppError resultOf(Call call) {
 
 }  // namespace
 
+// A transport error leaves the pointer null, which is how this one call shows it.
 bool ServiceCalls::openSession() {
     std::shared_ptr<vpp::IVpp> session;
     (void)mService->getNewVppSession(kSessionFlags, &session);
@@ -83,6 +85,7 @@ VppError ServiceCalls::setParameter(vpp::VppPort port, const vpp::VppPortParam& 
     return resultOf([&](VppError* result) { return mSession->setParameter(port, param, result); });
 }
 
+// Without a result: there is nothing to be done about a session that does not end.
 void ServiceCalls::terminateSession() {
     (void)mSession->terminateSession();
 }

@@ -32,8 +32,10 @@ class ServiceCalls {
     bool openSession();
     bool hasSession() const { return mSession != nullptr; }
     ::ndk::SpAIBinder sessionBinder() const { return mSession->asBinder(); }
+    // Lets go of session and service, which may end both.
     void reset();
 
+    // The commands of the session, in the order of its interface, which says what they do.
     vpp::VppError close();
     vpp::VppError drain();
     vpp::VppError flush(vpp::VppPort port);

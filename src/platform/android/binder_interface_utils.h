@@ -45,8 +45,10 @@ class SharedRefBase {
 // Base of every interface.
 class ICInterface : public SharedRefBase {
   public:
+    // The binder by which other processes reach the object; and whether it lives in one of them.
     virtual SpAIBinder asBinder() = 0;
     virtual bool isRemote() = 0;
+    // Asked for by people, through the platform's tools.
     virtual binder_status_t dump(int fd, const char** args, uint32_t numArgs);
     virtual binder_status_t handleShellCommand(int in, int out, int err, const char** argv,
                                                uint32_t argc);

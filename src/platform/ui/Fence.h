@@ -10,6 +10,7 @@ namespace android {
 // A descriptor that becomes readable when the work it stands for is done.
 class Fence : public LightRefBase<Fence> {
   public:
+    // Stands for work that is done.
     static const sp<Fence> NO_FENCE;
 
     Fence() = default;
@@ -21,6 +22,7 @@ class Fence : public LightRefBase<Fence> {
     // passed first.
     status_t wait(int timeout);
 
+    // Borrowed; -1 when there is no fence.
     int get() const { return mFenceFd; }
 
   private:

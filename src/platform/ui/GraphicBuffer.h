@@ -26,6 +26,7 @@ using PixelFormat = int32_t;
 // Pixel memory shared by descriptor: the first entry of the handle's data.
 class GraphicBuffer : public ANativeWindowBuffer, public RefBase {
   public:
+    // What the memory is used for; a lock for the CPU needs a software usage.
     enum {
         USAGE_SW_READ_OFTEN = 0x3,
         USAGE_SW_WRITE_OFTEN = 0x30,
@@ -45,6 +46,7 @@ class GraphicBuffer : public ANativeWindowBuffer, public RefBase {
     uint32_t getStride() const { return static_cast<uint32_t>(stride); }
     uint64_t getUsage() const { return usage; }
     PixelFormat getPixelFormat() const { return format; }
+    // The handle in it belongs to this object.
     ANativeWindowBuffer* getNativeBuffer() const {
         return static_cast<ANativeWindowBuffer*>(const_cast<GraphicBuffer*>(this));
     }

@@ -6,6 +6,7 @@
 
 namespace android {
 
+// 0 or a negative errno.
 using status_t = int32_t;
 
 enum {

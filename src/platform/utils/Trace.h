@@ -11,6 +11,7 @@
 #define ATRACE_TAG ATRACE_TAG_NEVER
 #endif
 
+// The tags that are traced now, and what writes to the trace: behind the macros below.
 extern "C" {
 extern uint64_t atrace_enabled_tags;
 void atrace_begin_body(const char* name);
@@ -34,6 +35,7 @@ static inline void atrace_end(uint64_t tag) {
 
 namespace android {
 
+// A section from construction to the end of its block.
 class ScopedTrace {
   public:
     ScopedTrace(uint64_t tag, const char* name) : mTag(tag) { atrace_begin(mTag, name); }
@@ -48,6 +50,8 @@ class ScopedTrace {
 
 }  // namespace android
 
+// What sources use, under their own tag. Sections nest, and each begin has its end on the same
+// thread.
 #define ATRACE_ENABLED() atrace_is_tag_enabled(ATRACE_TAG)
 #define ATRACE_BEGIN(name) atrace_begin(ATRACE_TAG, name)
 #define ATRACE_END() atrace_end(ATRACE_TAG)

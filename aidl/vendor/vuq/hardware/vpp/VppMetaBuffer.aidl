@@ -2,11 +2,14 @@ package vendor.vuq.hardware.vpp;
 
 import android.hardware.common.NativeHandle;
 
-// One extradata buffer attached to an input frame. Lengths in bytes.
+// One side buffer attached to a source frame.
 @VintfStability
 parcelable VppMetaBuffer {
+    // "vpp.metabuf.mv.fw", "vpp.metabuf.mv.bw" or "vpp.metabuf.scale.0p5".
     String metaName;
+    // One descriptor, of the whole allocation.
     NativeHandle metaHandle;
+    // Bytes of the allocation.
     int metaAllocLen;  // unsigned
     int reserved1;     // unsigned
     int reserved2;     // unsigned

@@ -1,5 +1,6 @@
 package vendor.vuq.hardware.vpp;
 
+// The two sides of a session.
 @VintfStability
 @Backing(type="int")
 enum VppPort {

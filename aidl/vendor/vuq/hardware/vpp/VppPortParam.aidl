@@ -1,10 +1,11 @@
 package vendor.vuq.hardware.vpp;
 
+// The layout of the frames on one port.
 @VintfStability
 parcelable VppPortParam {
-    int height;  // pixels
-    int width;
+    int height;     // pixels
+    int width;      // pixels
     int stride;     // row pitch in pixels
     int scanlines;  // rows of the plane
-    int colorFormat;
+    int colorFormat;  // a code of the service: 0 vendor YUV, 3 compressed NV12, 8 others
 }

@@ -10,7 +10,8 @@
 
 namespace aidl::vendor::vuq::hardware::vpp {
 
-// The factory of sessions.
+// The factory of sessions, which the service manager knows under the name of this interface
+// followed by "/default".
 class IVppService : public ::ndk::ICInterface {
   public:
     static const char* descriptor;
@@ -23,8 +24,10 @@ class IVppService : public ::ndk::ICInterface {
     // Null when the binder is null or is not this interface.
     static std::shared_ptr<IVppService> fromBinder(const ::ndk::SpAIBinder& binder);
 
+    // A new session, or null when there is none to be had. The library passes 0 for flags.
     virtual ::ndk::ScopedAStatus getNewVppSession(int32_t in_flags,
                                                   std::shared_ptr<IVpp>* _aidl_return) = 0;
+    // How many sessions there are. Not called by the library.
     virtual ::ndk::ScopedAStatus getSessionCount(int32_t* _aidl_return) = 0;
 
     virtual ::ndk::ScopedAStatus getInterfaceVersion(int32_t* _aidl_return) = 0;

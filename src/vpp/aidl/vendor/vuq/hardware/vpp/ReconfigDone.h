@@ -5,9 +5,10 @@
 
 namespace aidl::vendor::vuq::hardware::vpp {
 
+// How a reconfiguration ended.
 class ReconfigDone {
   public:
-    int32_t status = 0;  // a VppError
+    int32_t status = 0;  // a VppError; VPP_OK: both ports have their new layout
 };
 
 }  // namespace aidl::vendor::vuq::hardware::vpp

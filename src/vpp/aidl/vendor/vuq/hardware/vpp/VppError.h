@@ -6,6 +6,8 @@
 
 namespace aidl::vendor::vuq::hardware::vpp {
 
+// The result of an operation. Every number but VPP_OK is a failure; the library does not tell them
+// apart, and its messages name them.
 enum class VppError : int32_t {
     VPP_OK = 0,
     VPP_ERR = 1,

@@ -6,6 +6,7 @@
 
 namespace aidl::vendor::vuq::hardware::vpp {
 
+// A named setting of VppCtrlAis. The library sends none.
 class VppKeyValueInt {
   public:
     std::string key;

@@ -8,11 +8,14 @@
 
 namespace aidl::vendor::vuq::hardware::vpp {
 
-// One extradata buffer attached to an input frame. Lengths in bytes.
+// One side buffer attached to a source frame.
 class VppMetaBuffer {
   public:
+    // "vpp.metabuf.mv.fw", "vpp.metabuf.mv.bw" or "vpp.metabuf.scale.0p5".
     std::string metaName;
+    // One descriptor, of the whole allocation.
     ::aidl::android::hardware::common::NativeHandle metaHandle;
+    // Bytes of the allocation.
     uint32_t metaAllocLen = 0;
     uint32_t reserved1 = 0;
     uint32_t reserved2 = 0;

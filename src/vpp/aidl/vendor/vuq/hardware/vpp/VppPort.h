@@ -6,6 +6,7 @@
 
 namespace aidl::vendor::vuq::hardware::vpp {
 
+// The two sides of a session.
 enum class VppPort : int32_t {
     INPUT = 0,   // frames going into the VPP
     OUTPUT = 1,  // buffers the VPP fills

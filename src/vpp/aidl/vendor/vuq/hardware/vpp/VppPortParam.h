@@ -5,13 +5,14 @@
 
 namespace aidl::vendor::vuq::hardware::vpp {
 
+// The layout of the frames on one port.
 class VppPortParam {
   public:
-    int32_t height = 0;  // pixels
-    int32_t width = 0;
-    int32_t stride = 0;     // row pitch in pixels
-    int32_t scanlines = 0;  // rows of the plane
-    int32_t colorFormat = 0;
+    int32_t height = 0;       // pixels
+    int32_t width = 0;        // pixels
+    int32_t stride = 0;       // row pitch in pixels
+    int32_t scanlines = 0;    // rows of the plane
+    int32_t colorFormat = 0;  // a code of the service: 0 vendor YUV, 3 compressed NV12, 8 others
 };
 
 }  // namespace aidl::vendor::vuq::hardware::vpp
