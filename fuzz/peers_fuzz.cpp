@@ -59,6 +59,21 @@ World& world() {
 
 constexpr auto kPatience = std::chrono::seconds(5);
 
+size_t countThreads() {
+    const std::filesystem::directory_iterator tasks("/proc/self/task");
+    return static_cast<size_t>(std::distance(begin(tasks), end(tasks)));
+}
+
+// What an input began ends before the next one, so that a finding belongs to one input. A thread
+// that stays is a finding too.
+void awaitThreads(size_t before) {
+    const auto end = std::chrono::steady_clock::now() + kPatience;
+    while (countThreads() > before) {
+        require(std::chrono::steady_clock::now() < end);
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
 template <typename Value, typename... Args>
 Value ask(Bus& from, const char* method, const Args&... args) {
     const auto proxy = sdbus::createProxy(from.connection(), vppd::kBusName, vppd::kServicePath);
@@ -208,10 +223,13 @@ void callBack(RecordReader& in) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     RecordReader in(data, size);
+    world();
+    const size_t threads = countThreads();
     if (in.number<uint8_t>() % 4 == 0) {
         callBack(in);
     } else {
         callService(in);
     }
+    awaitThreads(threads);
     return 0;
 }

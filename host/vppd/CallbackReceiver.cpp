@@ -40,8 +40,8 @@ CallbackReceiver::~CallbackReceiver() {
     stop(std::chrono::steady_clock::now());
 }
 
+// The executors first, so that a call that ends in time is answered with its value.
 void CallbackReceiver::stop(SteadyTime end) {
-    unregisterAdaptor();
     for (vppservice::SerialExecutor* executor : {&mInputExecutor, &mOutputExecutor}) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
             end - std::chrono::steady_clock::now());
@@ -49,6 +49,8 @@ void CallbackReceiver::stop(SteadyTime end) {
         executor->stop(within ? std::chrono::milliseconds(0)
                               : std::max(left, std::chrono::milliseconds(0)));
     }
+    mGate->close();
+    unregisterAdaptor();
 }
 
 bool CallbackReceiver::admits(PendingAnswer<int32_t>& answer) {
@@ -61,7 +63,7 @@ bool CallbackReceiver::admits(PendingAnswer<int32_t>& answer) {
 
 template <typename Call>
 void CallbackReceiver::carryOut(vppservice::SerialExecutor& executor, Answer&& result, Call call) {
-    const auto answer = std::make_shared<PendingAnswer<int32_t>>(bus, std::move(result));
+    const auto answer = std::make_shared<PendingAnswer<int32_t>>(mGate, std::move(result));
     if (!admits(*answer)) return;
     executor.post([callbacks = mCallbacks, answer, call = std::move(call), me = this] {
         VppError error = VppError::VPP_OK;
@@ -79,7 +81,7 @@ void CallbackReceiver::carryOutWith(vppservice::SerialExecutor& executor, Answer
                                     BusBuffer&& sent, Call call) {
     std::optional<vpp::VppBuffer> buffer = fromBus(std::move(sent));
     if (!buffer) {
-        PendingAnswer refused(bus, std::move(answer));
+        PendingAnswer refused(mGate, std::move(answer));
         if (!admits(refused)) return;
         mRefusals.log("callback", mService.c_str(), "the record makes no sense");
         refused.give(static_cast<int32_t>(VppError::VPP_ERR_PARAM));

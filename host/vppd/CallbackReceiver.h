@@ -30,8 +30,8 @@ class CallbackReceiver final : private KeepsBus,
     CallbackReceiver(const CallbackReceiver&) = delete;
     CallbackReceiver& operator=(const CallbackReceiver&) = delete;
 
-    // No call is carried out any more. Waits for calls under way, at most until `end`, and not from
-    // within one.
+    // Waits for calls under way, at most until `end`, and not from within one; then leaves the bus.
+    // No call is carried out any more; one that is still under way is answered with an error.
     void stop(SteadyTime end);
 
     const std::string& path() const { return getObjectPath(); }
@@ -53,6 +53,7 @@ class CallbackReceiver final : private KeepsBus,
     void carryOutWith(vppservice::SerialExecutor& executor, Answer&& answer, BusBuffer&& buffer,
                       Call call);
 
+    const std::shared_ptr<AnswerGate> mGate = std::make_shared<AnswerGate>(bus);
     const std::string mService;
     const std::shared_ptr<vpp::IVppCallbacks> mCallbacks;
     Refusals mRefusals;  // of the reading thread

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "host/vppd/Names.h"
-#include "host/vppd/PendingAnswer.h"
 
 namespace qoz::host::vppd {
 namespace {
@@ -49,6 +48,7 @@ ServiceObject::ServiceObject(std::shared_ptr<Bus> connection,
 }
 
 ServiceObject::~ServiceObject() {
+    mGate->close();
     unregisterAdaptor();
     bus->stopTelling();
     endSessionsOf({});
@@ -59,13 +59,14 @@ ServiceObject::~ServiceObject() {
                              [&]() REQUIRES(sessions->lock) { return sessions->byPath.empty(); });
 }
 
-void ServiceObject::GetNewVppSession(sdbus::Result<sdbus::ObjectPath>&& answer, int32_t flags) {
+void ServiceObject::GetNewVppSession(sdbus::Result<sdbus::ObjectPath>&& result, int32_t flags) {
+    PendingAnswer answer(mGate, std::move(result));
     const std::string client = getObject().getCurrentlyProcessedMessage()->getSender();
     if (const auto session = makeSession(client)) {
         session->open(mService, flags, std::move(answer));
         return;
     }
-    PendingAnswer(bus, std::move(answer)).give(sdbus::ObjectPath(kNoSession));
+    answer.give(sdbus::ObjectPath(kNoSession));
 }
 
 // Null, with a message, when the client has as many as it may, or when there is no thread for it.
@@ -111,13 +112,13 @@ std::shared_ptr<Quota> ServiceObject::quotaOf(const std::string& client) {
 }
 
 void ServiceObject::GetSessionCount(sdbus::Result<int32_t>&& result) {
-    PendingAnswer answer(bus, std::move(result));
+    PendingAnswer answer(mGate, std::move(result));
     int32_t count = 0;
     if (mService->getSessionCount(&count).isOk()) answer.give(count);
 }
 
 void ServiceObject::GetFaultsFired(sdbus::Result<uint64_t>&& result) {
-    PendingAnswer(bus, std::move(result)).give(faultsFired());
+    PendingAnswer(mGate, std::move(result)).give(faultsFired());
 }
 
 void ServiceObject::endSessionsOf(const std::string& client) {

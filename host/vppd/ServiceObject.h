@@ -11,6 +11,7 @@
 #include <string>
 
 #include "host/vppd/Bus.h"
+#include "host/vppd/PendingAnswer.h"
 #include "host/vppd/Refusals.h"
 #include "host/vppd/SessionObject.h"
 #include "host/vppservice/Quota.h"
@@ -40,7 +41,7 @@ class ServiceObject final : private KeepsBus,
         std::map<std::string, std::shared_ptr<SessionObject>> byPath GUARDED_BY(lock);
     };
 
-    void GetNewVppSession(sdbus::Result<sdbus::ObjectPath>&& answer, int32_t flags) override;
+    void GetNewVppSession(sdbus::Result<sdbus::ObjectPath>&& result, int32_t flags) override;
     void GetSessionCount(sdbus::Result<int32_t>&& answer) override;
     void GetFaultsFired(sdbus::Result<uint64_t>&& answer) override;
 
@@ -49,6 +50,7 @@ class ServiceObject final : private KeepsBus,
     // Of one client; empty: of all.
     void endSessionsOf(const std::string& client);
 
+    const std::shared_ptr<AnswerGate> mGate = std::make_shared<AnswerGate>(bus);
     const std::shared_ptr<vppservice::Service> mService;
     const std::shared_ptr<Sessions> mSessions = std::make_shared<Sessions>();
     const std::shared_ptr<vppservice::Quota> mWhole;  // of all clients

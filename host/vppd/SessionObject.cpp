@@ -24,7 +24,7 @@ SessionObject::SessionObject(std::shared_ptr<Bus> connection, std::string path, 
 
 void SessionObject::open(const std::shared_ptr<vppservice::Service>& service, int32_t flags,
                          Opened&& answer) {
-    const auto owed = std::make_shared<PendingAnswer<sdbus::ObjectPath>>(bus, std::move(answer));
+    const auto owed = std::make_shared<Opened>(std::move(answer));
     mExecutor.post([self = shared_from_this(), service, flags, owed] {
         std::shared_ptr<Session> session;
         const bool ok = service->openSession(flags, self->mClient.quota, &session).isOk();
@@ -61,6 +61,7 @@ void SessionObject::end() {
 }
 
 void SessionObject::finish() {
+    mGate->close();
     unregisterAdaptor();
     if (const auto session = this->session()) session->release();
     mOnEnded();
@@ -76,7 +77,7 @@ bool SessionObject::admits(const char* operation, PendingAnswer<int32_t>& answer
 
 // A record that makes no sense, or asks for too much.
 void SessionObject::refuse(const char* operation, Answer&& result, VppError error) {
-    PendingAnswer answer(bus, std::move(result));
+    PendingAnswer answer(mGate, std::move(result));
     if (!admits(operation, answer)) return;
     mRefusals.log(operation, mClient.name.c_str(), vpp::toString(error).c_str());
     answer.give(static_cast<int32_t>(error));
@@ -85,7 +86,7 @@ void SessionObject::refuse(const char* operation, Answer&& result, VppError erro
 // A descriptor of a record is here twice: in the message, and in what has been read from it.
 void SessionObject::carryOut(const char* operation, Answer&& result, Call call,
                              uint64_t descriptors) {
-    PendingAnswer answer(bus, std::move(result));
+    PendingAnswer answer(mGate, std::move(result));
     if (!admits(operation, answer)) return;
     auto reservation = mClient.quota->reserve({.calls = 1, .descriptors = 2 * descriptors});
     if (!reservation) {

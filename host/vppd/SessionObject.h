@@ -29,7 +29,7 @@ class SessionObject final : private KeepsBus,
                             public sdbus::AdaptorInterfaces<::org::qoz::VppSession1_adaptor>,
                             public std::enable_shared_from_this<SessionObject> {
   public:
-    using Opened = sdbus::Result<sdbus::ObjectPath>;
+    using Opened = PendingAnswer<sdbus::ObjectPath>;
 
     // Who asked, and what it may have. The reservation is the session's own.
     struct Client {
@@ -47,7 +47,8 @@ class SessionObject final : private KeepsBus,
     SessionObject(const SessionObject&) = delete;
     SessionObject& operator=(const SessionObject&) = delete;
 
-    // Gets the session that this stands for; ends when there is none. Once, first of all.
+    // Gets the session that this stands for, and answers with its path; ends when there is none.
+    // Once, first of all.
     void open(const std::shared_ptr<vppservice::Service>& service, int32_t flags, Opened&& answer);
 
     // Returns at once: what waits is dropped, what runs fails, and the session is closed and
@@ -90,6 +91,7 @@ class SessionObject final : private KeepsBus,
     std::shared_ptr<vppservice::Session> session() EXCLUDES(mLock);
     void finish();
 
+    const std::shared_ptr<AnswerGate> mGate = std::make_shared<AnswerGate>(bus);
     const Client mClient;
     const std::function<void()> mOnEnded;
     Refusals mRefusals;  // of the reading thread

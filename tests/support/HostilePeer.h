@@ -32,6 +32,8 @@ class HostilePeer {
   public:
     explicit HostilePeer(const std::string& address) : mBus(address) { mBus.start({}); }
 
+    const std::string& name() const { return mBus.name(); }
+
     // Calls and waits for the answer, behind all that it has sent before.
     template <typename... Args>
     PeerAnswer call(const std::string& destination, const std::string& path, const char* interface,

@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: Apache-2.0
+// Answers that outlast the object on the bus that was called. The bus library keeps an object's
+// signatures for as long as the object is registered, and reads them when a value is sent.
+#include <android/binder_process.h>
+#include <host/vppd/CallbackReceiver.h>
+#include <host/vppd/PrivateBus.h>
+#include <host/vppd/ServiceObject.h>
+
+#include <future>
+
+#include "support/HostilePeer.h"
+
+namespace qoz::test {
+namespace {
+
+using host::vppd::Bus;
+const PeerAnswer kDeadObject{host::vppd::kDeadObject, -1};
+
+// A bus whose service, if any, is this process, and a peer on it.
+class VppdAnswers : public ::testing::Test {
+  protected:
+    LogCapture quiet;
+    const host::PrivateBus bus{{}, std::filesystem::temp_directory_path(), "/bin/false"};
+    const std::shared_ptr<Bus> connection = std::make_shared<Bus>(bus.address());
+    HostilePeer peer{bus.address()};
+};
+
+TEST_F(VppdAnswers, ACallbackThatOutlastsItsReceiverIsAnsweredWithAnError) {
+    ABinderProcess_startThreadPool();
+    Gate callback;
+    const auto recorder = ndk::SharedRefBase::make<SessionRecorder>();
+    recorder->onSeen = [&](const std::string&) { callback.hold(); };
+    host::vppd::CallbackReceiver receiver(connection, peer.name(), recorder);
+    connection->start({});
+    auto answer = std::async(std::launch::async, [&] {
+        return peer.call(connection->name(), receiver.path(), host::vppd::kCallbacksInterface,
+                         "EventDrainDone");
+    });
+    callback.inside.wait();
+    receiver.stop(std::chrono::steady_clock::now());
+    callback.release.count_down();
+    EXPECT_EQ(answer.get(), kDeadObject);
+}
+
+TEST_F(VppdAnswers, ASessionThatOpensAfterItsServiceHasLeftIsAnsweredWithAnError) {
+    std::optional<host::vppservice::RegisteredService> service(std::in_place);
+    std::optional<host::vppd::ServiceObject> object(std::in_place, connection, service->service());
+    connection->start({});
+    // Flags that no session has: the answer is a value all the same, that of no session. It comes
+    // when the service ends, which cuts the delay short.
+    host::armFault(*host::parseFault("getNewVppSession=late:60000", nullptr));
+    auto answer = std::async(std::launch::async, [&] {
+        return peer.call(connection->name(), host::vppd::kServicePath,
+                         host::vppd::kServiceInterface, "GetNewVppSession", int32_t{1});
+    });
+    EXPECT_TRUE(eventually([] { return host::faultsFired() == 1; }));
+    object.reset();
+    service.reset();
+    EXPECT_EQ(answer.get(), kDeadObject);
+    host::clearFaults();
+}
+
+}  // namespace
+}  // namespace qoz::test
