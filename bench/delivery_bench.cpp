@@ -20,19 +20,19 @@ namespace {
 using namespace std::chrono_literals;
 
 // Notes when it is called.
-class Arrival final : public android::IQOZCallback {
+class Arrival {
   public:
+    android::IQOZCallback& client() { return mClient; }
     Clock::time_point await() {
         mCame.acquire();
         return mAt;
     }
-    void onBufferDone(uint32_t, int32_t, uint32_t, uint64_t) override {
-        mAt = Clock::now();
-        mCame.release();
-    }
-    void onConfigChanged(std::set<uint32_t>) override {}
 
   private:
+    client::DoneCallback mClient{[this](uint32_t, int32_t, uint32_t, uint64_t) {
+        mAt = Clock::now();
+        mCame.release();
+    }};
     Clock::time_point mAt;
     std::binary_semaphore mCame{0};
 };
@@ -87,11 +87,11 @@ class BareHandOver {
 
 // Nanoseconds from the call to the client's. The receiving thread has gone to sleep before.
 template <typename Give>
-double timeArrival(Arrival& client, Give give) {
+double timeArrival(Arrival& arrival, Give give) {
     std::this_thread::sleep_for(50us);
     const auto begin = Clock::now();
     give();
-    return nanoseconds(client.await() - begin);
+    return nanoseconds(arrival.await() - begin);
 }
 
 // This thread, and those it makes meanwhile, on one processor. On two a wake-up costs what an idle
@@ -120,17 +120,17 @@ void delivery(benchmark::State& state) {
     constexpr int kSamples = 1000;  // a round
     const auto percent = static_cast<int>(state.range(0));
     const OneProcessor pinned;
-    Arrival client;
-    Feed feed({.sideBuffers = false, .entries = 0, .client = &client});
-    BareHandOver bare(client);
+    Arrival arrival;
+    Feed feed({.sideBuffers = false, .entries = 0, .client = &arrival.client()});
+    BareHandOver bare(arrival.client());
     for (auto _ : state) {
         const Rounds all = inTurn(
             kSamples,
             [&] {
                 feed.queueOutput();
-                return timeArrival(client, [&] { feed.returnOutput(0); });
+                return timeArrival(arrival, [&] { feed.returnOutput(0); });
             },
-            [&] { return timeArrival(client, [&] { bare.give({}); }); }, percent / 100.0);
+            [&] { return timeArrival(arrival, [&] { bare.give({}); }); }, percent / 100.0);
         report(state, "delivery: outputBufferDone to onBufferDone, p" + std::to_string(percent),
                all, percent == 50 ? 1.2 : 1.5);
     }
@@ -138,15 +138,18 @@ void delivery(benchmark::State& state) {
 BENCHMARK(delivery)->Arg(50)->Arg(99)->Iterations(1);
 
 // Takes ten milliseconds over slot 0, and none over the others.
-class BusyClient final : public android::IQOZCallback {
+class BusyClient {
   public:
+    android::IQOZCallback* callback() { return &mCallback; }
     bool busy() const { return mBusy; }
     void awaitBusy() { mEntered.acquire(); }
     void await(int deliveries) {
         for (int n = 0; n < deliveries; ++n)
             mDelivered.acquire();
     }
-    void onBufferDone(uint32_t, int32_t slot, uint32_t, uint64_t) override {
+
+  private:
+    client::DoneCallback mCallback{[this](uint32_t, int32_t slot, uint32_t, uint64_t) {
         if (slot == 0) {
             mBusy = true;
             mEntered.release();
@@ -154,10 +157,7 @@ class BusyClient final : public android::IQOZCallback {
             mBusy = false;
         }
         mDelivered.release();
-    }
-    void onConfigChanged(std::set<uint32_t>) override {}
-
-  private:
+    }};
     std::atomic<bool> mBusy = false;
     std::binary_semaphore mEntered{0};
     std::counting_semaphore<> mDelivered{0};
@@ -186,7 +186,7 @@ void heldBinderThread(benchmark::State& state) {
     constexpr int kCallbacks = 80;  // a round
     constexpr double kLimitNs = 100000;
     BusyClient client;
-    Feed feed({.sideBuffers = false, .entries = 0, .client = &client});
+    Feed feed({.sideBuffers = false, .entries = 0, .client = client.callback()});
     for (auto _ : state) {
         std::vector<double> all, ofRounds;
         for (int round = 0; round < rounds(); ++round) {

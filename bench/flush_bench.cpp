@@ -2,15 +2,16 @@
 // How long flushsync() blocks the client with 8 source frames and 12 output buffers in flight, less
 // the time that the service took to answer; against a bare hand-over between two threads, there and
 // back, and the end of as many internal buffers.
+#include <client/DoneCallback.h>
 #include <src/vpp/RecordFields.h>
 
 #include <condition_variable>
 #include <mutex>
 
 #include "support/Buffers.h"
-#include "support/Hand.h"
 #include "support/NullSession.h"
 #include "support/Rounds.h"
+#include "support/SerialExecutor.h"
 
 namespace qoz::bench {
 namespace {
@@ -35,7 +36,7 @@ class HoldingSession : public NullSession {
     }
     Status flush(Port port, Error*) override {
         if (port == Port::OUTPUT) {
-            mHand.give([this, asked = Clock::now()] {
+            mExecutor.give([this, asked = Clock::now()] {
                 giveBack();
                 answerTime = Clock::now() - asked;
                 for (const int32_t flushed : {0, 1}) {
@@ -69,7 +70,7 @@ class HoldingSession : public NullSession {
     }
     std::vector<Held> mInputs, mOutputs;
     vpp::VppError mResult = vpp::VppError::VPP_OK;
-    Hand mHand;
+    SerialExecutor mExecutor;
 };
 
 void fill(android::VppComponent& component, std::vector<sp<GraphicBuffer>>& buffers) {
@@ -91,7 +92,7 @@ class Bare {
         std::vector<sp<GraphicBuffer>> pooled = makePooled();
         bool back = false;
         const auto begin = Clock::now();
-        mHand.give([&] {
+        mExecutor.give([&] {
             const std::lock_guard held(mLock);
             back = true;
             mCond.notify_one();
@@ -118,7 +119,7 @@ class Bare {
         return pooled;
     }
 
-    Hand mHand;
+    SerialExecutor mExecutor;
     std::mutex mLock;
     std::condition_variable mCond;
 };
@@ -134,7 +135,7 @@ double measureFlush(android::VppComponent& component, HoldingSession& session,
 void flushsync(benchmark::State& state) {
     const auto session = ndk::SharedRefBase::make<HoldingSession>();
     const NullService service(session);
-    NullClient client;
+    client::DoneCallback client;
     const auto component = std::make_shared<android::VppComponent>();
     component->enable("bench", &client, false);
     component->config(64, 64, 1, {1, 0, 1, 0}, true);
@@ -159,7 +160,7 @@ void silent(benchmark::State& state, Operation operation) {
     constexpr double kLimitSeconds = 3;
     const auto session = ndk::SharedRefBase::make<NullSession>();
     const NullService service(session);
-    NullClient client;
+    client::DoneCallback client;
     const auto component = std::make_shared<android::VppComponent>();
     component->enable("bench", &client, false);
     component->config(64, 64, 1, {1, 0, 1, 0}, true);

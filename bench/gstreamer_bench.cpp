@@ -13,6 +13,7 @@
 // output buffer, two descriptors, the return of both, the same hand-overs.
 //
 // No pixel is touched. The component's worker has its real-time priority, where it may.
+#include <client/Types.h>
 #include <fcntl.h>
 #include <gst/allocators/gstfdmemory.h>
 #include <gst/app/gstappsink.h>
@@ -133,18 +134,6 @@ class ReturningSession : public NullSession {
     std::thread mThread{[this] { serve(); }};
 };
 
-class ReceivingClient final : public android::IQOZCallback {
-  public:
-    explicit ReceivingClient(Places& places) : mPlaces(places) {}
-    void onBufferDone(uint32_t port, int32_t, uint32_t, uint64_t) override {
-        if (port == 0) mPlaces.giveBack();
-    }
-    void onConfigChanged(std::set<uint32_t>) override {}
-
-  private:
-    Places& mPlaces;
-};
-
 class Component {
   public:
     explicit Component(bool passes) : mPasses(passes) {}
@@ -160,7 +149,9 @@ class Component {
     const bool mPasses;
     int32_t mSlot = 0;
     Places mPlaces;
-    ReceivingClient mClient{mPlaces};
+    client::DoneCallback mClient{[this](uint32_t port, int32_t, uint32_t, uint64_t) {
+        if (port == client::kOutputPort) mPlaces.giveBack();
+    }};
     Feed mFeed{{.sideBuffers = false,
                 .entries = 0,
                 .session = ndk::SharedRefBase::make<ReturningSession>(mPasses),

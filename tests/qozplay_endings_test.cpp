@@ -169,6 +169,21 @@ TEST(Ending, IsAtOnceAfterASecondSignal) {
     EXPECT_FALSE(std::filesystem::exists(place.file("out.y4m")));
 }
 
+TEST(Ending, GivesNoFileTheNumberOfAStandardStream) {
+    const pid_t child = fork();
+    if (child == 0) {
+        for (int stream = 0; stream <= 2; ++stream)
+            close(stream);
+        holdStandardStreams();
+        char byte = 0;
+        const bool useless = read(0, &byte, 1) < 0 && write(1, "x", 1) < 0 && write(2, "x", 1) < 0;
+        _exit(useless && open("/dev/null", O_RDONLY) > 2 ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+}
+
 const char kShort[] = "--scene-size 64x48 --frames 12 ";
 
 TEST(Ending, IsASentenceWhateverThreadCannotBeHad) {

@@ -72,7 +72,7 @@ inline int run(const std::string& line, const StopRequest& stop, std::ostream& o
     const std::vector<std::string> typed(std::istream_iterator<std::string>(words), {});
     std::vector<const char*> args;
     for (const std::string& word : typed)
-        args.push_back(word.c_str());
+        args.push_back(word == "''" ? "" : word.c_str());
     Console console(out, err, false);
     return play(static_cast<int>(args.size()), args.data(), console, stop);
 }

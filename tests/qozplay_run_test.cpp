@@ -23,7 +23,7 @@ TEST(Player, EndsWithTwoAndASentenceOnBadInput) {
         {"--size 4x4", "--size requires"},
         {"--scene-size 8x8", "below 32"},
         {"--frames 0", "not in range"},
-        {"--at 3", "a change looks like"},
+        {"--at 3", "--at 3: a change looks like"},
         {"--interp 4", "not in range 0 to 3"},
         {"--mv maybe", "maybe not in"},
         {"--ais-only --interp 1", "--ais-only"},
@@ -32,7 +32,7 @@ TEST(Player, EndsWithTwoAndASentenceOnBadInput) {
         {"--truth 2 --interp 1", "excludes --truth"},
         {"--truth 2 -i " + folder.write("small.y4m", "YUV4MPEG2 W8 H8\n"), "below 16"},
         {"--vectors x.png --mv off", "--vectors needs"},
-        {"--budget p95=8,zoom=1", "zoom is none of p50"},
+        {"--budget p95=8,zoom=1", "--budget zoom=1: zoom is none of p50"},
         {"--fault nonsense", "--fault nonsense"},
         {"--fault queueBufs=1", "no operation is called queueBufs"},
         {"--prop vendor.qoz.log.msg=xyz --frames 1", "is not a number"},
@@ -42,6 +42,11 @@ TEST(Player, EndsWithTwoAndASentenceOnBadInput) {
         {"--prop novalue", "NAME=VALUE"},
         {"--log VppComponent:X", "V D I W E F S"},
         {"--sessions 2 -i -", "only once"},
+        {"--sessions 2 -i /dev/null", "only once"},
+        {"--max 1x8", "no side is below 2"},
+        {"--at 3:size=8x1", "no side is below 2"},
+        {"--rate 1000000", "more than 100000"},
+        {"--stats ''", "names no file"},
         {"--no-such-option", "--no-such-option"},
     };
     for (const auto& [args, message] : cases) {
@@ -52,6 +57,19 @@ TEST(Player, EndsWithTwoAndASentenceOnBadInput) {
         EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
         EXPECT_EQ(outcome.out, "") << message;
     }
+}
+
+TEST(Player, NeedsWhatItWritesToAndNothingElse) {
+    std::ofstream full("/dev/full");
+    std::ostringstream err;
+    EXPECT_EQ(run("--help", StopRequest(), full, err), 1);
+    EXPECT_THAT(err.str(), HasSubstr("cannot write to standard output"));
+    const char* before = getenv("TMPDIR");
+    const std::string folder = before != nullptr ? before : "";
+    setenv("TMPDIR", "/no/such/folder", 1);
+    EXPECT_EQ(run("--scene-size 64x48 --frames 2").code, 0) << "it keeps nothing there";
+    EXPECT_THAT(run("--scene-size 64x48 --frames 2 --vectors x.png").err, HasSubstr("TMPDIR"));
+    before != nullptr ? setenv("TMPDIR", folder.c_str(), 1) : unsetenv("TMPDIR");
 }
 
 TEST(Player, KeepsTheFramesBeforeACutInTheLastOne) {
@@ -97,6 +115,24 @@ TEST(Player, MakesFramesOfSessionsSideBySideAndAccountsForAll) {
     EXPECT_THAT(written, HasSubstr("W192 H128 F90:1"));
     for (const char* picture : {"sheet.png", "vectors.png"})
         EXPECT_THAT(folder.read(picture).substr(1, 3), "PNG") << picture;
+}
+
+// Colours with hard edges, none of them where a cell of the verifier's grid ends: rows 22 and 23 of
+// 180 are in the same cell, and the chroma row that both of them share lies on its edge.
+TEST(Player, VerifiesHardEdgesOfAnySizeAndScale) {
+    const Folder folder;
+    const Size size{320, 180};
+    std::string frame = grey(size, 126);
+    for (size_t i = size_t{size.width} * size.height; i < frame.size(); ++i) {
+        const size_t row = i / (size.width / 2);
+        frame[i] = static_cast<char>(row % 11 < 6 || i % 37 < 9 ? 40 : 216);
+    }
+    const std::string clip =
+        folder.write("clip.y4m", "YUV4MPEG2 W320 H180 F30:1\nFRAME\n" + frame + "FRAME\n" + frame);
+    for (const char* scale : {"", "--upscale 1.5", "--max 150x90"}) {
+        const Outcome outcome = run("--verify -i " + clip + " " + scale);
+        EXPECT_EQ(outcome.code, 0) << scale << outcome.err;
+    }
 }
 
 TEST(Player, FollowsChangesWhileFramesFlow) {

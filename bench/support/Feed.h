@@ -2,6 +2,7 @@
 // A component with a session that a bench brings, and the buffers to feed it with.
 #pragma once
 
+#include <client/DoneCallback.h>
 #include <host/control.h>
 
 #include <array>
@@ -35,7 +36,7 @@ class Feed {
     explicit Feed(const Setup& setup) : mSession(setup.session) {
         host::setProperty("debug.vpp.frc.game.ext.mbi", setup.sideBuffers ? "true" : "false");
         const NullService service(mSession);
-        auto* client = setup.client != nullptr ? setup.client : &mNullClient;
+        auto* client = setup.client != nullptr ? setup.client : &mNoClient;
         if (!mComponent->enable("bench", client, false)) fail("enable");
         mComponent->config(kWidth, kHeight, static_cast<uint32_t>(setup.format), {1, 0, 1, 0},
                            true);
@@ -93,7 +94,7 @@ class Feed {
     }
 
     const std::shared_ptr<NullSession> mSession;
-    NullClient mNullClient;
+    client::DoneCallback mNoClient;
     const std::shared_ptr<android::VppComponent> mComponent =
         std::make_shared<android::VppComponent>();
     std::array<std::vector<android::QOZBufferInfo>, 3> mPackets;

@@ -171,8 +171,8 @@ class Floor {
     }
 
     const bool mSideBuffers;
-    NullClient mNullClient;
-    android::IQOZCallback* const mClient = &mNullClient;
+    client::DoneCallback mNoClient;
+    android::IQOZCallback* const mClient = &mNoClient;
     const std::shared_ptr<vpp::IVpp> mSession = ndk::SharedRefBase::make<NullSession>();
     android::GraphicBufferMapper& mMapper = android::GraphicBufferMapper::getInstance();
     android::Rgb2Yuv mConverter;

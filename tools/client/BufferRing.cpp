@@ -79,12 +79,6 @@ void OutputRing::clear() {
     mBuffers.fill({});
 }
 
-SourceRing::SourceRing() {
-    for (int32_t i = 0; i < kSlots; ++i) {
-        mFree.push_back(kFirst + i);
-    }
-}
-
 int32_t SourceRing::take(Size size) {
     const int32_t slot = mFree.front();
     BufferRef& buffer = mBuffers.at(static_cast<size_t>(slot - kFirst));
@@ -95,7 +89,10 @@ int32_t SourceRing::take(Size size) {
 
 void SourceRing::clear() {
     mFree.clear();
-    mBuffers.fill({});
+    for (BufferRef& buffer : mBuffers) {
+        buffer.clear();
+        mFree.push_back(kFirst + static_cast<int32_t>(mFree.size()));
+    }
 }
 
 }  // namespace qoz::client

@@ -34,7 +34,7 @@ class OutputRing {
     const BufferRef& buffer(int32_t slot) const { return mBuffers.at(static_cast<size_t>(slot)); }
     bool isCurrent(int32_t slot) const;  // of the size that the ring has now
     Size size() const { return mSize; }
-    void clear();
+    void clear();  // no slot has a buffer
 
   private:
     BufferRef& at(int32_t slot) { return mBuffers.at(static_cast<size_t>(slot)); }
@@ -50,10 +50,11 @@ class OutputRing {
 // returned the slot.
 class SourceRing {
   public:
-    static constexpr int32_t kSlots = 4;
+    // One to paint, one to convert, one that is the reference frame, and one to spare.
+    static constexpr size_t kSlots = 4;
     static constexpr int32_t kFirst = 100;  // apart from output slots: a mix-up shows in the ledger
 
-    SourceRing();
+    explicit SourceRing(size_t slots = kSlots) : mBuffers(slots) { clear(); }
 
     bool hasFree() const { return !mFree.empty(); }
 
@@ -65,10 +66,10 @@ class SourceRing {
     const BufferRef& buffer(int32_t slot) const {
         return mBuffers.at(static_cast<size_t>(slot - kFirst));
     }
-    void clear();
+    void clear();  // every slot is free, and none has a buffer
 
   private:
-    std::array<BufferRef, kSlots> mBuffers;
+    std::vector<BufferRef> mBuffers;
     std::deque<int32_t> mFree;
 };
 

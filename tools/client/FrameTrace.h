@@ -4,6 +4,7 @@
 // running trace each call is one relaxed load.
 #pragma once
 
+#include <android-base/thread_annotations.h>
 #include <host/control.h>
 
 #include <cstddef>
@@ -19,11 +20,11 @@ class FrameTrace {
     explicit FrameTrace(const std::string& session);
 
     // Within the slice of the process() that takes the frame.
-    void sent(int32_t slot, uint64_t timestamp);
+    void sent(int32_t slot, uint64_t timestamp) EXCLUDES(mLock);
 
     // Within the slice of the onBufferDone() that returns a source or a frame. An interpolated
     // frame belongs to the source after it, which made it possible.
-    void returned(bool source, int32_t slot, uint64_t timestamp);
+    void returned(bool source, int32_t slot, uint64_t timestamp) EXCLUDES(mLock);
 
     void outstanding(bool source, size_t count);
 
@@ -38,7 +39,7 @@ class FrameTrace {
     const std::string mSourcesOutstanding;  // names of the counters
     const std::string mOutputsOutstanding;
     std::mutex mLock;
-    std::map<uint64_t, Sent> mSent;  // by timestamp
+    std::map<uint64_t, Sent> mSent GUARDED_BY(mLock);  // by timestamp
 };
 
 }  // namespace qoz::client

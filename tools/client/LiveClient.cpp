@@ -5,8 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
-
-#include "client/BufferRing.h"
+#include <vector>
 
 namespace qoz::client {
 
@@ -14,10 +13,10 @@ using android::ConfigParams;
 using android::GraphicBuffer;
 using android::QOZBufferInfo;
 using android::VppComponent;
+using android::base::ScopedLockAssertion;
 
 namespace {
 
-constexpr uint32_t kUsage = 0x333;                    // read and written by anyone
 constexpr auto kPatience = std::chrono::seconds(20);  // with what is expected soon
 
 }  // namespace
@@ -34,6 +33,8 @@ bool LiveClient::enable() {
     const bool enabled = vpp->enable("live", this, false);
     // Until then a previous session may still have returned what it had.
     const std::lock_guard lock(mLock);
+    mSources.clear();
+    mOutputs.clear();
     mLedger = {};
     mWrong.clear();
     return enabled;
@@ -42,20 +43,13 @@ bool LiveClient::enable() {
 bool LiveClient::send(uint32_t width, uint32_t height, int64_t nanoseconds,
                       const std::function<void(uint8_t*)>& paint,
                       std::optional<ConfigParams> carried) {
-    const int32_t slot = takeSource({width, height});
-    if (slot < 0) return false;
-    BufferRef source = mSources[static_cast<size_t>(slot - kFirstSource)];
-    if (paint) {
-        void* pixels = nullptr;
-        if (source->lock(GraphicBuffer::USAGE_SW_WRITE_OFTEN, &pixels) == android::OK) {
-            paint(static_cast<uint8_t*>(pixels));
-            source->unlock();
-        }
-    }
-    std::vector<QOZBufferInfo> packet{{slot, source, nullptr, nanoseconds, carried}};
-    if (vpp->process(&packet, nullptr) != 0) {
-        const std::lock_guard lock(mLock);
-        mLedger.refuse(kSourcePort, slot);
+    if (!waitForSource()) return false;
+    if (std::optional<QOZBufferInfo> source = takeSource({width, height})) {
+        if (paint) paint(LockedPixels(source->buffer, GraphicBuffer::USAGE_SW_WRITE_OFTEN).data());
+        source->timestamp = nanoseconds;
+        source->config = carried;
+        std::vector<QOZBufferInfo> packet{*source};
+        if (vpp->process(&packet, nullptr) != 0) refused(kSourcePort, source->slot);
     }
     queueOutputs();
     return true;
@@ -63,43 +57,61 @@ bool LiveClient::send(uint32_t width, uint32_t height, int64_t nanoseconds,
 
 bool LiveClient::waitForSource() {
     std::unique_lock lock(mLock);
-    return mReturned.wait_for(
-        lock, kPatience, [this] { return mLedger.outstanding(kSourcePort) < mSources.size(); });
+    const ScopedLockAssertion held(mLock);
+    return mReturned.wait_for(lock, kPatience,
+                              [this]() REQUIRES(mLock) { return mSources.hasFree(); });
 }
 
-// -1 when no source is returned in time.
-int32_t LiveClient::takeSource(Size size) {
-    if (!waitForSource()) return -1;
+// A free slot is there. None without memory for its buffer.
+std::optional<QOZBufferInfo> LiveClient::takeSource(Size size) {
     const std::lock_guard lock(mLock);
-    int32_t free = kFirstSource;
-    while (!mLedger.queue(kSourcePort, free))
-        ++free;
-    auto& buffer = mSources[static_cast<size_t>(free - kFirstSource)];
-    buffer = resized(buffer, size, kRgba, kUsage);
     mSize = size;
-    return free;
-}
-
-void LiveClient::queueOutputs(size_t target) {
-    for (size_t i = 0; i < mOutputs.size(); ++i) {
-        const auto slot = static_cast<int32_t>(i);
-        QOZBufferInfo output{slot, takeOutput(i, target), nullptr, 0, {}};
-        if (output.buffer == nullptr || vpp->process(nullptr, &output) == 0) continue;
-        const std::lock_guard lock(mLock);
-        mLedger.refuse(kOutputPort, slot);
+    try {
+        const int32_t slot = mSources.take(size);
+        mLedger.queue(kSourcePort, slot);
+        return QOZBufferInfo{slot, mSources.buffer(slot), nullptr, 0, {}};
+    } catch (const SessionFailed&) {
+        return std::nullopt;
     }
 }
 
-// Null when enough are outstanding, or this one is.
-BufferRef LiveClient::takeOutput(size_t slot, size_t target) {
+// A buffer that is refused is offered again by the next call.
+void LiveClient::queueOutputs(size_t target) {
+    for (size_t i = 0; i < mOutputCount; ++i) {
+        std::optional<QOZBufferInfo> output = takeOutput(target);
+        if (!output) return;
+        if (vpp->process(nullptr, &*output) != 0) refused(kOutputPort, output->slot);
+    }
+}
+
+// None when enough are outstanding, or all of them.
+std::optional<QOZBufferInfo> LiveClient::takeOutput(size_t target) {
     const std::lock_guard lock(mLock);
-    if (mLedger.outstanding(kOutputPort) >= target) return {};
-    if (!mLedger.queue(kOutputPort, static_cast<int32_t>(slot))) return {};
+    if (mLedger.outstanding(kOutputPort) >= target) return std::nullopt;
     const Size expected{vpp->expectedOutputWidth(), vpp->expectedOutputHeight()};
-    BufferRef& buffer = mOutputs[slot];
-    // After a start that failed there is no expected size: as large as the source.
-    buffer = resized(buffer, expected.width != 0 ? expected : mSize, kNv12Vemo, kUsage);
-    return buffer;
+    try {
+        // After a start that failed there is no expected size: as large as the source.
+        mOutputs.reshape(expected.width != 0 ? expected : mSize, mOutputCount);
+    } catch (const SessionFailed&) {  // then with those that there are
+    }
+    const std::optional<int32_t> slot = mOutputs.take();
+    if (!slot) return std::nullopt;
+    mLedger.queue(kOutputPort, *slot);
+    return QOZBufferInfo{*slot, mOutputs.buffer(*slot), nullptr, 0, {}};
+}
+
+// Unless it has been returned all the same.
+void LiveClient::refused(uint32_t port, int32_t slot) {
+    const std::lock_guard lock(mLock);
+    if (mLedger.refuse(port, slot)) putBack(slot);
+}
+
+void LiveClient::putBack(int32_t slot) {
+    if (slot >= SourceRing::kFirst) {
+        mSources.putBack(slot);
+    } else {
+        mOutputs.putBack(slot);
+    }
 }
 
 bool LiveClient::serviceLives() {
@@ -108,12 +120,13 @@ bool LiveClient::serviceLives() {
 }
 
 bool LiveClient::waitForTimestamp(uint64_t microseconds) {
-    const auto end = std::chrono::steady_clock::now() + kPatience;
-    while (std::chrono::steady_clock::now() < end) {
+    const auto end = Clock::now() + kPatience;
+    while (Clock::now() < end) {
         queueOutputs();
         std::unique_lock lock(mLock);
+        const ScopedLockAssertion held(mLock);
         if (mReturned.wait_for(lock, std::chrono::milliseconds(20),
-                               [&] { return mNewest >= microseconds; })) {
+                               [&]() REQUIRES(mLock) { return mNewest >= microseconds; })) {
             return true;
         }
     }
@@ -127,9 +140,7 @@ void LiveClient::stop() {
 
 std::string LiveClient::account() const {
     const std::lock_guard lock(mLock);
-    std::string wrong;
-    for (const auto& text : mWrong)
-        wrong += text + "; ";
+    std::string wrong = mWrong;
     for (const auto& [port, slot] : mLedger.missing())
         wrong += bufferName(port, slot) + " was never returned; ";
     return wrong;
@@ -140,29 +151,22 @@ Ledger LiveClient::ledger() const {
     return mLedger;
 }
 
-size_t LiveClient::doubled() const {
-    const std::lock_guard lock(mLock);
-    return mLedger.totals().doubled;
-}
-
 void LiveClient::onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint64_t timestamp) {
     if (onReturn) onReturn();
     const std::lock_guard lock(mLock);
     using Verdict = Ledger::Verdict;
-    switch (mLedger.giveBack(port, slot)) {
-        case Verdict::Good:
-            break;
-        case Verdict::Doubled:
-            mWrong.push_back(bufferName(port, slot) + " was returned without being outstanding");
-            return;
-        case Verdict::WrongPort:
-            mWrong.push_back(bufferName(port, slot) + " was returned on the wrong port");
-            return;
+    const Verdict verdict = mLedger.giveBack(port, slot);
+    if (verdict != Verdict::Good) {
+        mWrong += bufferName(port, slot) + (verdict == Verdict::Doubled
+                                                ? " was returned without being outstanding; "
+                                                : " was returned on the wrong port; ");
     }
-    if (port == kOutputPort && valid != 0) {
+    if (verdict == Verdict::Doubled) return;
+    if (verdict == Verdict::Good && port == kOutputPort && valid != 0) {
         mNewest = std::max(mNewest, timestamp);
-        if (onFrame) onFrame(*mOutputs[static_cast<size_t>(slot)], timestamp);
+        if (onFrame) onFrame(*mOutputs.buffer(slot), timestamp);
     }
+    putBack(slot);
     mReturned.notify_all();
 }
 

@@ -16,7 +16,7 @@ void ReturnQueue::onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint
     traceOutstanding(port);
 }
 
-// After every change of the ledger; mLock is held.
+// After every change of the ledger.
 void ReturnQueue::traceOutstanding(uint32_t port) {
     if (qoz::host::tracing()) mTrace.outstanding(port == kSourcePort, mLedger.outstanding(port));
 }
@@ -39,12 +39,8 @@ bool ReturnQueue::refuse(uint32_t port, int32_t slot) {
 
 std::vector<ReturnedBuffer> ReturnQueue::take(Clock::time_point end) {
     std::unique_lock lock(mLock);
-    mReturned.wait_until(lock, end, [&] { return !mDone.empty(); });
-    return std::exchange(mDone, {});
-}
-
-std::vector<ReturnedBuffer> ReturnQueue::take() {
-    const std::lock_guard lock(mLock);
+    const android::base::ScopedLockAssertion held(mLock);
+    mReturned.wait_until(lock, end, [this]() REQUIRES(mLock) { return !mDone.empty(); });
     return std::exchange(mDone, {});
 }
 

@@ -3,6 +3,8 @@
 // thread, waits here until the client's thread takes it. The object keeps the ledger as well.
 #pragma once
 
+#include <android-base/thread_annotations.h>
+
 #include <condition_variable>
 #include <mutex>
 #include <vector>
@@ -26,33 +28,35 @@ class ReturnQueue final : public android::IQOZCallback {
     explicit ReturnQueue(const std::string& session) : mTrace(session) {}
 
     // Any thread. The lock is held for a moment only, and never while calling out.
-    void onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint64_t timestamp) override;
-    void onConfigChanged(std::set<uint32_t> changes) override;
+    void onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint64_t timestamp) override
+        EXCLUDES(mLock);
+    void onConfigChanged(std::set<uint32_t> changes) override EXCLUDES(mLock);
 
-    void queue(uint32_t port, int32_t slot);
-    bool refuse(uint32_t port, int32_t slot);  // false: it has been returned already
+    void queue(uint32_t port, int32_t slot) EXCLUDES(mLock);
+    bool refuse(uint32_t port, int32_t slot)
+        EXCLUDES(mLock);  // false: it has been returned already
 
     // Everything that was returned in good order since the last call; waits until `end` for it.
-    std::vector<ReturnedBuffer> take(Clock::time_point end);
-    std::vector<ReturnedBuffer> take();
+    std::vector<ReturnedBuffer> take(Clock::time_point end) EXCLUDES(mLock);
+    std::vector<ReturnedBuffer> take() { return take(Clock::time_point()); }
 
     // Whether onConfigChanged() has been called since the last call.
-    bool takeConfigChanged();
+    bool takeConfigChanged() EXCLUDES(mLock);
 
-    size_t outstanding() const;
-    size_t outstanding(uint32_t port) const;
-    Ledger ledger() const;
+    size_t outstanding() const EXCLUDES(mLock);
+    size_t outstanding(uint32_t port) const EXCLUDES(mLock);
+    Ledger ledger() const EXCLUDES(mLock);
     FrameTrace& trace() { return mTrace; }
 
   private:
-    void traceOutstanding(uint32_t port);
+    void traceOutstanding(uint32_t port) REQUIRES(mLock);
 
     FrameTrace mTrace;
     mutable std::mutex mLock;
     std::condition_variable mReturned;
-    Ledger mLedger;
-    std::vector<ReturnedBuffer> mDone;
-    bool mConfigChanged = false;
+    Ledger mLedger GUARDED_BY(mLock);
+    std::vector<ReturnedBuffer> mDone GUARDED_BY(mLock);
+    bool mConfigChanged GUARDED_BY(mLock) = false;
 };
 
 }  // namespace qoz::client

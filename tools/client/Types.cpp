@@ -22,24 +22,6 @@ std::string toText(Size size) {
     return format("%ux%u", size.width, size.height);
 }
 
-const char* nameOf(android::VppComponent::status state) {
-    switch (state) {
-        case android::VppComponent::UNINIT:
-            return "UNINIT";
-        case android::VppComponent::INIT:
-            return "INIT";
-        case android::VppComponent::IDLE:
-            return "IDLE";
-        case android::VppComponent::ACTIVE:
-            return "ACTIVE";
-        case android::VppComponent::PENDING:
-            return "PENDING";
-        case android::VppComponent::ERROR:
-            return "ERROR";
-    }
-    return "unknown";
-}
-
 std::string bufferName(uint32_t port, int32_t slot) {
     return format("%s %d", port == kOutputPort ? "output" : "source", slot);
 }

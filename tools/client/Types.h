@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What every part of the client kit uses: clock, sizes, the numbers of ports and formats, texts.
+// What every part of the client kit uses: clock, sizes, ports and formats, texts.
 #pragma once
 
 #include <qoz/VppComponent.h>
@@ -13,13 +13,12 @@ namespace qoz::client {
 
 using Clock = std::chrono::steady_clock;
 
-// Ports, as onBufferDone() names them.
-constexpr uint32_t kOutputPort = 0;
-constexpr uint32_t kSourcePort = 1;
+constexpr uint32_t kOutputPort = android::QOZPort::kOutput;
+constexpr uint32_t kSourcePort = android::QOZPort::kSource;
 
-// Pixel formats of source and of output buffers.
-constexpr int32_t kRgba = 1;
-constexpr int32_t kNv12Vemo = 0x7FA30C06;
+// Pixel formats of source and of output buffers, as graphic buffers take them.
+constexpr int32_t kRgba = android::QOZFormat::kRgba8888;
+constexpr int32_t kNv12Vemo = android::QOZFormat::kNv12Vemo;
 
 struct Size {
     uint32_t width = 0;  // pixels
@@ -47,7 +46,6 @@ inline double milliseconds(Clock::duration duration) {
 }
 
 std::string toText(Size size);
-const char* nameOf(android::VppComponent::status state);
 
 // "output 3", "source 101".
 std::string bufferName(uint32_t port, int32_t slot);

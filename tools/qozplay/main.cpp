@@ -7,6 +7,7 @@
 #include "qozplay/run/Player.h"
 
 int main(int argc, char* argv[]) {
+    qozplay::holdStandardStreams();
     qozplay::endPlainly();
     qozplay::StopRequest stop;
     qozplay::stopOnSignals(stop);

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <ostream>
 
 namespace qozplay {
@@ -40,10 +41,12 @@ std::string progressLine(const Progress& progress, double seconds, size_t width)
 Console::Console(std::ostream& out, std::ostream& err, bool live)
     : mOut(out), mErr(err), mLive(live), mStart(Clock::now()), mNext(mStart) {}
 
-void Console::print(const std::string& text) {
+bool Console::print(const std::string& text) {
     const std::lock_guard lock(mLock);
     wipe();
+    errno = 0;
     mOut << text << std::flush;
+    return mOut.good() || errno == EPIPE;
 }
 
 void Console::report(const std::string& line) {

@@ -2,6 +2,8 @@
 // Words for the person at the terminal, from several threads, and a line that shows how far it is.
 #pragma once
 
+#include <android-base/thread_annotations.h>
+
 #include <iosfwd>
 #include <mutex>
 #include <optional>
@@ -26,23 +28,24 @@ class Console {
     // `live`: `err` is a terminal and shows the progress line.
     Console(std::ostream& out, std::ostream& err, bool live);
 
-    void print(const std::string& text);   // on `out`
-    void report(const std::string& line);  // on `err`
+    // On `out`. False: it cannot be written, by another reason than that its reader has gone.
+    bool print(const std::string& text) EXCLUDES(mLock);
+    void report(const std::string& line) EXCLUDES(mLock);  // on `err`
 
     // Replaces the progress line, a few times a second at most.
-    void progress(const Progress& progress);
-    void endProgress();
+    void progress(const Progress& progress) EXCLUDES(mLock);
+    void endProgress() EXCLUDES(mLock);
 
   private:
-    void wipe();
+    void wipe() REQUIRES(mLock);
 
     std::mutex mLock;
-    std::ostream& mOut;
-    std::ostream& mErr;
+    std::ostream& mOut GUARDED_BY(mLock);
+    std::ostream& mErr GUARDED_BY(mLock);
     const bool mLive;
-    bool mShown = false;
-    Clock::time_point mStart;
-    Clock::time_point mNext;
+    const Clock::time_point mStart;
+    bool mShown GUARDED_BY(mLock) = false;
+    Clock::time_point mNext GUARDED_BY(mLock);  // when the line may change again
 };
 
 }  // namespace qozplay

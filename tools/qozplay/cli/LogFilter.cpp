@@ -11,11 +11,9 @@ namespace {
 
 constexpr std::string_view kLetters = "VDIWEFS";
 
-int parsePriority(const std::string& word, const std::string& letter) {
+int parsePriority(const std::string& letter) {
     const size_t index = letter.size() == 1 ? kLetters.find(letter[0]) : std::string_view::npos;
-    if (index == std::string_view::npos) {
-        throw BadInput("--log " + word + ": the priority is one of V D I W E F S");
-    }
+    if (index == std::string_view::npos) throw BadInput("the priority is one of V D I W E F S");
     return ANDROID_LOG_VERBOSE + static_cast<int>(index);
 }
 
@@ -28,9 +26,9 @@ LogFilter LogFilter::parse(const std::string& text) {
     for (std::string word; words >> word;) {
         const size_t colon = word.rfind(':');
         const std::string tag = word.substr(0, colon);
-        if (tag.empty()) throw BadInput("--log " + word + ": a filter looks like TAG:PRIORITY");
+        if (tag.empty()) throw BadInput("a filter looks like TAG:PRIORITY");
         const int least = colon == std::string::npos ? ANDROID_LOG_VERBOSE
-                                                     : parsePriority(word, word.substr(colon + 1));
+                                                     : parsePriority(word.substr(colon + 1));
         (tag == "*" ? filter.mElse : filter.mLeast[tag]) = least;
     }
     return filter;

@@ -4,6 +4,8 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <filesystem>
+#include <type_traits>
 
 #include "qozplay/media/Scene.h"
 #include "qozplay/report/Budget.h"
@@ -37,45 +39,83 @@ CLI::Validator quietly(CLI::Validator validator) {
     return validator.description("");
 }
 
-// An option whose value `read` understands, or throws BadInput for; it may be given several times.
-template <typename Read>
-CLI::Option* addParsed(CLI::App& app, const std::string& name, const char* type, Read read,
-                       const char* description) {
-    return app
-        .add_option_function<std::vector<std::string>>(
-            name,
-            [read](const std::vector<std::string>& texts) {
-                for (const std::string& text : texts)
-                    read(text);
-            },
-            description)
+template <typename Value>
+void store(Value value, Value* to) {
+    *to = std::move(value);
+}
+template <typename Value>
+void store(Value value, std::optional<Value>* to) {
+    *to = std::move(value);
+}
+template <typename Value>
+void store(Value value, std::vector<Value>* to) {
+    to->push_back(std::move(value));
+}
+
+// An option whose value `parse` understands, or throws BadInput for; it may be given several times,
+// and where there is room for one value the last one counts.
+template <typename Value, typename To>
+CLI::Option* addParsed(CLI::App& app, const std::string& name, const char* type,
+                       Value (*parse)(const std::string&), To* to, const char* description) {
+    const auto read = [=](const std::vector<std::string>& texts) {
+        for (const std::string& text : texts) {
+            try {
+                store(parse(text), to);
+            } catch (const BadInput& error) {
+                throw BadInput(name + " " + text + ": " + error.what());
+            }
+        }
+    };
+    return app.add_option_function<std::vector<std::string>>(name, read, description)
         ->type_name(type)
         ->allow_extra_args(false);
 }
 
+CLI::Option* addFile(CLI::App& app, const std::string& name, const char* type, std::string* to,
+                     const char* description) {
+    return app.add_option(name, *to, description)
+        ->type_name(type)
+        ->check([](const std::string& file) {
+            return std::string(file.empty() ? "names no file" : "");
+        });
+}
+
+template <typename Value>
+CLI::Option* addNumber(CLI::App& app, const std::string& name, const char* type, Value least,
+                       Value most, std::type_identity_t<std::optional<Value>>* to,
+                       const char* description) {
+    return app.add_option(name, *to, description)
+        ->type_name(type)
+        ->check(quietly(CLI::Range(least, most)));
+}
+
+qoz::host::Fault parseFaultOption(const std::string& text) {
+    std::string error;
+    const std::optional<qoz::host::Fault> fault = qoz::host::parseFault(text, &error);
+    if (!fault) throw BadInput(error);
+    return *fault;
+}
+
+std::pair<std::string, std::string> parseProperty(const std::string& text) {
+    const size_t equals = text.find('=');
+    if (equals == std::string::npos || equals == 0) {
+        throw BadInput("a property looks like NAME=VALUE");
+    }
+    return {text.substr(0, equals), text.substr(equals + 1)};
+}
+
 void addInput(CLI::App& app, Options& options) {
-    CLI::Option* input =
-        app.add_option("-i,--input", options.input, "clip; - reads a pipe; none: a built-in scene")
-            ->type_name("FILE")
-            ->check([](const std::string& name) {
-                return std::string(name.empty() ? "names no file" : "");
-            });
-    addParsed(
-        app, "--size", "WxH",
-        [&](const std::string& text) { options.rawSize = parseSize(text, "--size"); },
-        "the input is raw RGBA frames of this size")
+    CLI::Option* input = addFile(app, "-i,--input", "FILE", &options.input,
+                                 "clip; - reads a pipe; none: a built-in scene");
+    addParsed(app, "--size", "WxH", parseSize, &options.rawSize,
+              "the input is raw RGBA frames of this size")
         ->needs(input);
-    addParsed(
-        app, "--rate", "N[/D]",
-        [&](const std::string& text) { options.rate = parseRate(text, "--rate"); },
-        "frames a second of raw input and of the scene (30)");
-    app.add_option("--frames", options.frames, "stop after N source frames")
-        ->type_name("N")
-        ->check(quietly(CLI::Range(uint64_t{1}, kMaxFrames)));
-    addParsed(
-        app, "--scene-size", "WxH",
-        [&](const std::string& text) { options.sceneSize = parseSize(text, "--scene-size"); },
-        "of the built-in scene (1280x720)")
+    addParsed(app, "--rate", "N[/D]", parseRate, &options.rate,
+              "frames a second of raw input and of the scene (30)");
+    addNumber<uint64_t>(app, "--frames", "N", 1, kMaxFrames, &options.frames,
+                        "stop after N source frames");
+    addParsed(app, "--scene-size", "WxH", parseSize, &options.sceneSize,
+              "of the built-in scene (1280x720)")
         ->excludes(input);
 }
 
@@ -84,104 +124,81 @@ void addProcessing(CLI::App& app, Options& options) {
         app.add_option("--interp", options.interp, "interpolated frames for each source frame (1)")
             ->type_name("0..3")
             ->check(quietly(CLI::Range(0, 3)));
-    CLI::Option* upscale = addParsed(
-        app, "--upscale", "1|1.5|2",
-        [&](const std::string& text) { options.upscaleIndex = parseUpscale(text, "--upscale"); },
-        "output size against the source (1)");
+    CLI::Option* upscale = addParsed(app, "--upscale", "1|1.5|2", parseUpscale,
+                                     &options.upscaleIndex, "output size against the source (1)");
     app.add_flag("--ais-only", options.aisOnly, "double the size, interpolate no frames")
         ->excludes(interp)
         ->excludes(upscale);
-    addParsed(
-        app, "--mv", "on|off",
-        [&](const std::string& text) { options.motionVectors = text == "on"; },
-        "motion vectors for the interpolation (on)")
+    app.add_option("--mv", options.motionVectors, "motion vectors for the interpolation (on)")
+        ->type_name("on|off")
         ->check(quietly(CLI::IsMember({"on", "off"})));
-    addParsed(
-        app, "--max", "WxH",
-        [&](const std::string& text) { options.max = parseSize(text, "--max"); },
-        "larger sources are scaled down to this");
-    addParsed(
-        app, "--at", "N:CHANGE",
-        [&](const std::string& text) { options.changes.push_back(parseChange(text)); },
-        "change at source frame N: N:interp=K, N:upscale=R,\nN:size=WxH, N:flush");
+    addParsed(app, "--max", "WxH", parseSize, &options.max,
+              "larger sources are scaled down to this");
+    addParsed(app, "--at", "N:CHANGE", parseChange, &options.changes,
+              "change at source frame N: N:interp=K, N:upscale=R,\nN:size=WxH, N:flush");
 }
 
 void addOutput(CLI::App& app, Options& options) {
-    app.add_option("-o,--output", options.output,
-                   "clip of all processed frames: .mkv (FFV1), .mp4 or .mov\n(H.264), .y4m; - is a "
-                   "pipe for y4m")
-        ->type_name("FILE");
-    app.add_option("--sheet", options.sheet, "source and interpolated frames side by side")
-        ->type_name("PNG");
-    app.add_option("--sheet-at", options.sheetAt, "source frame in the middle of the sheet")
-        ->type_name("N")
-        ->check(quietly(CLI::Range(uint64_t{0}, kMaxFrames)));
-    app.add_option("--vectors", options.vectors, "that frame with its motion vectors")
-        ->type_name("PNG");
-    app.add_option("--trace", options.trace, "trace of the run")->type_name("JSON");
-    app.add_option("--stats", options.stats, "figures of the run")->type_name("JSON");
-}
-
-qoz::host::Fault parseFaultOption(const std::string& text) {
-    std::string error;
-    const std::optional<qoz::host::Fault> fault = qoz::host::parseFault(text, &error);
-    if (!fault) throw BadInput("--fault " + text + ": " + error);
-    return *fault;
-}
-
-std::pair<std::string, std::string> parseProperty(const std::string& text) {
-    const size_t equals = text.find('=');
-    if (equals == std::string::npos || equals == 0) {
-        throw BadInput("--prop " + text + ": a property looks like NAME=VALUE");
-    }
-    return {text.substr(0, equals), text.substr(equals + 1)};
+    addFile(
+        app, "-o,--output", "FILE", &options.output,
+        "clip of all processed frames: .mkv (FFV1), .mp4 or .mov\n(H.264), .y4m; - is a pipe for "
+        "y4m");
+    addFile(app, "--sheet", "PNG", &options.sheet, "source and interpolated frames side by side");
+    addNumber<uint64_t>(app, "--sheet-at", "N", 0, kMaxFrames, &options.sheetAt,
+                        "source frame in the middle of the sheet");
+    addFile(app, "--vectors", "PNG", &options.vectors, "that frame with its motion vectors");
+    addFile(app, "--trace", "JSON", &options.trace, "trace of the run");
+    addFile(app, "--stats", "JSON", &options.stats, "figures of the run");
 }
 
 void addHost(CLI::App& app, Options& options) {
     app.add_option("--sessions", options.sessions, "sessions on the same clip at the same time (1)")
         ->type_name("N")
         ->check(quietly(CLI::Range(uint64_t{1}, kMaxSessions)));
-    addParsed(
-        app, "--service", "inline|process",
-        [&](const std::string& text) { options.serviceProcess = text == "process"; },
-        "run the service in this process or in another (inline)")
+    app.add_option("--service", options.service,
+                   "run the service in this process or in another (inline)")
+        ->type_name("inline|process")
         ->check(quietly(CLI::IsMember({"inline", "process"})));
-    addParsed(
-        app, "--fault", "OP=CODE@N",
-        [&](const std::string& text) { options.faults.push_back(parseFaultOption(text)); },
-        "break the Nth call of an operation; in place of a code:\ndrop, late:MS, twice, "
-        "unknown, keep:CODE, swap, stray,\ntransport, within, die");
-    addParsed(
-        app, "--prop", "NAME=VALUE",
-        [&](const std::string& text) { options.properties.push_back(parseProperty(text)); },
-        "set a system property");
-    app.add_option_function<std::string>(
-           "--log", [&](const std::string& text) { options.log = LogFilter::parse(text); },
-           "show the log: all of it, or what a filter as logcat's\nlets through")
-        ->type_name("[\"TAG:PRIORITY ...\"]")
+    addParsed(app, "--fault", "OP=CODE@N", parseFaultOption, &options.faults,
+              "break the Nth call of an operation; in place of a code:\ndrop, late:MS, twice, "
+              "unknown, keep:CODE, swap, stray,\ntransport, within, die");
+    addParsed(app, "--prop", "NAME=VALUE", parseProperty, &options.properties,
+              "set a system property");
+    addParsed(app, "--log", "[\"TAG:PRIORITY ...\"]", LogFilter::parse, &options.log,
+              "show the log: all of it, or what a filter as logcat's\nlets through")
         ->expected(0, 1);
 }
 
 void addChecks(CLI::App& app, Options& options) {
     app.add_flag("--verify", options.verify,
                  "check every frame and buffer; stop at the first that is\nwrong, and fail");
-    CLI::Option* truth = app.add_option("--truth", options.truth,
-                                        "give every Nth frame, interpolate the others, and score\n"
-                                        "them against those of the clip")
-                             ->type_name("2..4")
-                             ->check(quietly(CLI::Range(2, 4)));
+    CLI::Option* truth = addNumber<uint32_t>(
+        app, "--truth", "2..4", 2, 4, &options.truth,
+        "give every Nth frame, interpolate the others, and score\nthem against those of the clip");
     for (const char* other :
          {"--interp", "--upscale", "--ais-only", "--max", "--at", "--sessions", "--vectors"}) {
         truth->excludes(app.get_option(other));
     }
-    addParsed(
-        app, "--budget", "NAME=BOUND,...",
-        [&](const std::string& text) {
-            const std::vector<Limit> limits = parseBudget(text);
-            options.budget.insert(options.budget.end(), limits.begin(), limits.end());
-        },
-        "fail when a figure is beyond its bound, as p95=8ms,lost=0;\nof p50, p90, p95, p99, "
-        "max, blocked, lost, missing, refused,\nflushed, source, interpolated, fps");
+    addParsed(app, "--budget", "NAME=BOUND,...", parseLimit, &options.budget,
+              "fail when a figure is beyond its bound, as p95=8ms,lost=0;\nof p50, p90, p95, p99, "
+              "max, blocked, lost, missing, refused,\nflushed, source, interpolated, fps")
+        ->delimiter(',');
+}
+
+bool isThin(Size size) {
+    return std::min(size.width, size.height) < kLeastVectorSide;
+}
+
+// A size to process that the half-size copy, which comes with the vectors, has no picture for.
+void refuseThinSizes(const Options& options) {
+    if (!options.motionVectors) return;
+    const std::string end = ": with motion vectors no side is below 2; --mv off takes it";
+    if (options.max && isThin(*options.max)) throw BadInput("--max " + toText(*options.max) + end);
+    for (const Change& change : options.changes) {
+        if (change.kind == Change::Kind::Size && isThin(change.size)) {
+            throw BadInput(format("--at %llu:", big(change.frame)) + change.text + end);
+        }
+    }
 }
 
 // What the options mean together.
@@ -202,9 +219,11 @@ void check(const Options& options) {
     if (!options.vectors.empty() && (!options.motionVectors || options.interp == 0)) {
         throw BadInput("--vectors needs motion vectors and an --interp of 1 or more");
     }
-    if (options.sessions > 1 && options.input == "-") {
-        throw BadInput("--sessions: a pipe can be read only once");
-    }
+    std::error_code error;
+    const bool again = scene || std::filesystem::is_regular_file(options.input, error) ||
+                       (options.input != "-" && !std::filesystem::exists(options.input, error));
+    if (options.sessions > 1 && !again) throw BadInput("--sessions: a pipe can be read only once");
+    refuseThinSizes(options);
 }
 
 }  // namespace

@@ -15,6 +15,8 @@
 
 namespace qozplay {
 
+constexpr uint32_t kLeastVectorSide = 2;  // pixels of a picture that has a half-size copy
+
 struct Options {
     std::string input;            // empty: the built-in scene
     std::optional<Size> rawSize;  // given: the input is raw RGBA
@@ -42,9 +44,10 @@ struct Options {
     std::vector<qoz::host::Fault> faults;
     std::vector<std::pair<std::string, std::string>> properties;
     LogFilter log;
-    bool serviceProcess = false;  // the service runs in a process of its own
+    std::string service = "inline";  // or "process": in a process of its own
 
     bool outputIsPipe() const { return output == "-"; }
+    bool serviceProcess() const { return service == "process"; }
 };
 
 // Throws BadInput. When help or the version was asked for, `answer` has its text and nothing else

@@ -3,6 +3,7 @@
 
 extern "C" {
 #include <libavutil/display.h>
+#include <libavutil/imgutils.h>
 #include <libavutil/pixdesc.h>
 }
 
@@ -22,6 +23,8 @@ namespace {
 
 constexpr AVRational kNanoseconds{1, 1'000'000'000};
 constexpr AVRational kMicroseconds{1, 1'000'000};
+
+constexpr int kVector = 16;  // pixels that the scaler writes at once, at most
 
 // To a level at most, at ten times the cost of less; what is common goes another way.
 constexpr int kScalerFlags = SWS_BILINEAR | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT;
@@ -254,33 +257,6 @@ void MediaReader::advanceTime() {
     mTime = time;
 }
 
-// A frame may differ from the one before in all of this.
-void MediaReader::prepareScaler() {
-    const AVFrame& frame = *mFrame;
-    if (mScaler != nullptr && mScaled.width == frame.width && mScaled.height == frame.height &&
-        mScaled.format == frame.format && mScaled.colorspace == frame.colorspace &&
-        mScaled.color_range == frame.color_range) {
-        return;
-    }
-    mScaled.width = frame.width;
-    mScaled.height = frame.height;
-    mScaled.format = frame.format;
-    mScaled.colorspace = frame.colorspace;
-    mScaled.color_range = frame.color_range;
-    mScaler.reset(sws_getContext(frame.width, frame.height,
-                                 static_cast<AVPixelFormat>(frame.format),
-                                 static_cast<int>(mSize.width), static_cast<int>(mSize.height),
-                                 AV_PIX_FMT_RGBA, kScalerFlags, nullptr, nullptr, nullptr));
-    if (mScaler == nullptr) {
-        const char* name = av_get_pix_fmt_name(static_cast<AVPixelFormat>(frame.format));
-        throw BadInput(mName + ": no way from " + (name != nullptr ? name : "its pixels") +
-                       " to RGB");
-    }
-    const AVColorSpace matrix = matrixOf(frame);
-    sws_setColorspaceDetails(mScaler.get(), sws_getCoefficients(matrix), isFullRange(frame) ? 1 : 0,
-                             sws_getCoefficients(matrix), 1, 0, 1 << 16, 1 << 16);
-}
-
 AVColorSpace MediaReader::matrixOf(const AVFrame& frame) const {
     return frame.colorspace != AVCOL_SPC_UNSPECIFIED ? frame.colorspace : usualMatrix(mSize);
 }
@@ -299,28 +275,34 @@ bool MediaReader::convertExactly(uint8_t* rgba, size_t stride) const {
     return true;
 }
 
-// The scaler writes rows in whole vectors, so those of a width that is no multiple get room of
-// ours.
+// A frame may differ from the one before in size and form. The scaler writes rows in whole vectors,
+// so it gets a picture of ours with room behind the rows.
 void MediaReader::convert(uint8_t* rgba, size_t stride) {
-    constexpr uint32_t kVector = 16;  // pixels
     if (convertExactly(rgba, stride)) return;
-    prepareScaler();
-    const size_t row = size_t{4} * mSize.width;
-    uint8_t* planes[4] = {rgba};
-    int strides[4] = {static_cast<int>(stride)};
-    const bool direct = mSize.width % kVector == 0;
-    if (!direct && mConverted->data[0] == nullptr) {
+    const auto format = static_cast<AVPixelFormat>(mFrame->format);
+    const auto width = static_cast<int>(mSize.width);
+    const auto height = static_cast<int>(mSize.height);
+    mScaler.reset(sws_getCachedContext(mScaler.release(), mFrame->width, mFrame->height, format,
+                                       width, height, AV_PIX_FMT_RGBA, kScalerFlags, nullptr,
+                                       nullptr, nullptr));
+    if (mScaler == nullptr) {
+        const char* name = av_get_pix_fmt_name(format);
+        throw BadInput(mName + ": no way from " + (name != nullptr ? name : "its pixels") +
+                       " to RGB");
+    }
+    const int* matrix = sws_getCoefficients(matrixOf(*mFrame));
+    sws_setColorspaceDetails(mScaler.get(), matrix, isFullRange(*mFrame) ? 1 : 0, matrix, 1, 0,
+                             1 << 16, 1 << 16);
+    if (mConverted->data[0] == nullptr) {
         mConverted->format = AV_PIX_FMT_RGBA;
-        mConverted->width = static_cast<int>((mSize.width / kVector + 1) * kVector);
-        mConverted->height = static_cast<int>(mSize.height);
+        mConverted->width = width + kVector;
+        mConverted->height = height;
         if (av_frame_get_buffer(mConverted.get(), 0) < 0) throw std::bad_alloc();
     }
-    if (!direct) planes[0] = mConverted->data[0];
-    if (!direct) strides[0] = mConverted->linesize[0];
-    sws_scale(mScaler.get(), mFrame->data, mFrame->linesize, 0, mFrame->height, planes, strides);
-    for (uint32_t y = 0; !direct && y < mSize.height; ++y) {
-        std::memcpy(rgba + y * stride, planes[0] + y * static_cast<size_t>(strides[0]), row);
-    }
+    sws_scale(mScaler.get(), mFrame->data, mFrame->linesize, 0, mFrame->height, mConverted->data,
+              mConverted->linesize);
+    av_image_copy_plane(rgba, static_cast<int>(stride), mConverted->data[0],
+                        mConverted->linesize[0], 4 * width, height);
 }
 
 }  // namespace qozplay

@@ -39,7 +39,6 @@ class MediaReader final : public FrameSource {
     void feed();
     void checkWhole();
     void take(AvPtr<AVPacket> packet);
-    void prepareScaler();
     AVColorSpace matrixOf(const AVFrame& frame) const;
     bool convertExactly(uint8_t* rgba, size_t stride) const;
     void convert(uint8_t* rgba, size_t stride);
@@ -57,7 +56,6 @@ class MediaReader final : public FrameSource {
     AvPtr<AVFrame> mFrame;
     AvPtr<AVFrame> mConverted;  // where rows need room behind them
     AvPtr<SwsContext> mScaler;
-    AVFrame mScaled{};  // the form of frame that the scaler is set up for
 
     Size mSize;
     Rate mRate;

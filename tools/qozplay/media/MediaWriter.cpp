@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "qozplay/media/MediaWriter.h"
 
+#include <strings.h>
+
 #include <array>
 #include <filesystem>
 #include <new>
@@ -26,7 +28,7 @@ const Container& containerOf(const std::string& path) {
     if (ending.empty()) return kContainers[0];  // a pipe, a device
     std::string all;
     for (const Container& one : kContainers) {
-        if (ending == one.ending) return one;
+        if (strcasecmp(ending.c_str(), one.ending) == 0) return one;
         all += format(" %s", one.ending);
     }
     throw BadInput(path + ": the ending is none of" + all);

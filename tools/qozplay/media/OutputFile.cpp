@@ -15,7 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr mode_t kMode = 0666;  // what the user's mask leaves of it
+constexpr mode_t kMode = 0666;  // of a new file: what the user's mask leaves of it
 
 std::string cannotWrite(const std::string& name, const std::string& why) {
     return "cannot write " + name + ": " + why;
@@ -51,6 +51,7 @@ OutputFile::OutputFile(const std::string& path)
     if (!mDirect && there && access(path.c_str(), W_OK) != 0) throw BadInput(cannotWrite(mName));
     if (!mDirect) {
         openBeside();
+        if (there) (void)!fchmod(mFile.get(), info.st_mode & 07777);  // as the one it replaces
         return;
     }
     mFile.set(path == "-" ? fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3)

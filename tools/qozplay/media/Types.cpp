@@ -17,43 +17,41 @@ std::string plainly(const std::exception& error) {
     return system->what();
 }
 
-uint64_t parseNumber(const std::string& text, uint64_t limit, const std::string& what) {
+uint64_t parseNumber(const std::string& text, uint64_t limit) {
     uint64_t value = 0;
     const char* end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, value);
     if (text.empty() || stop != end || error == std::errc::invalid_argument) {
-        throw BadInput(what + ": \"" + text + "\" is not a whole number");
+        throw BadInput("\"" + text + "\" is not a whole number");
     }
     if (error != std::errc() || value > limit) {
-        throw BadInput(what + ": " + text + " is more than " + std::to_string(limit));
+        throw BadInput(text + " is more than " + std::to_string(limit));
     }
     return value;
 }
 
-Size parseSize(const std::string& text, const std::string& what) {
+Size parseSize(const std::string& text) {
     const size_t cross = text.find('x');
-    if (cross == std::string::npos) {
-        throw BadInput(what + ": \"" + text + "\" is not a size like 1280x720");
-    }
+    if (cross == std::string::npos) throw BadInput("a size looks like 1280x720");
     const auto side = [&](const std::string& part) {
-        return static_cast<uint32_t>(parseNumber(part, kMaxSide, what));
+        return static_cast<uint32_t>(parseNumber(part, kMaxSide));
     };
     const Size size{side(text.substr(0, cross)), side(text.substr(cross + 1))};
-    if (size.width == 0 || size.height == 0) {
-        throw BadInput(what + ": a size of 0 holds no picture");
-    }
+    if (size.width == 0 || size.height == 0) throw BadInput("a size of 0 holds no picture");
     return size;
 }
 
-Rate parseRate(const std::string& text, const std::string& what) {
+Rate parseRate(const std::string& text) {
     constexpr uint64_t kLimit = 1'000'000;
+    constexpr uint32_t kFastest = 100'000;  // interpolated frames have microseconds of their own
     const size_t slash = text.find('/');
     Rate rate;
-    rate.num = static_cast<uint32_t>(parseNumber(text.substr(0, slash), kLimit, what));
+    rate.num = static_cast<uint32_t>(parseNumber(text.substr(0, slash), kLimit));
     if (slash != std::string::npos) {
-        rate.den = static_cast<uint32_t>(parseNumber(text.substr(slash + 1), kLimit, what));
+        rate.den = static_cast<uint32_t>(parseNumber(text.substr(slash + 1), kLimit));
     }
-    if (rate.num == 0 || rate.den == 0) throw BadInput(what + ": a rate of 0 shows no frames");
+    if (rate.num == 0 || rate.den == 0) throw BadInput("a rate of 0 shows no frames");
+    if (rate.num / rate.den > kFastest) throw BadInput(format("more than %u a second", kFastest));
     return rate;
 }
 

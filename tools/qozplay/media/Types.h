@@ -35,15 +35,11 @@ std::string plainly(const std::exception& error);
 
 constexpr uint32_t kMaxSide = 16384;  // beyond that a header is taken for nonsense
 
-// "1280x720"; throws BadInput that begins with `what`.
-Size parseSize(const std::string& text, const std::string& what);
-
-// "30", "29.97" is refused, "30000/1001" is taken; throws BadInput that begins with `what`.
-Rate parseRate(const std::string& text, const std::string& what);
-
-// A whole decimal number of at most `limit`, nothing around it; throws BadInput that begins with
-// `what`.
-uint64_t parseNumber(const std::string& text, uint64_t limit, const std::string& what);
+// Each throws BadInput that says what is wrong with the text: "1280x720"; "30" or "30000/1001", but
+// not "29.97"; a whole decimal number of at most `limit`, nothing around it.
+Size parseSize(const std::string& text);
+Rate parseRate(const std::string& text);
+uint64_t parseNumber(const std::string& text, uint64_t limit);
 
 // Presentation time of a frame, nanoseconds.
 int64_t timestampOf(Rate rate, uint64_t frame);

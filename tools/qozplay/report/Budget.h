@@ -9,11 +9,8 @@
 
 namespace qozplay {
 
-// "p95=8ms,lost=0,interpolated=100". Throws BadInput.
-std::vector<Limit> parseBudget(const std::string& text);
-
-// The names of all figures, for the help.
-std::string budgetNames();
+// "p95=8ms", "lost=0", "interpolated=100". Throws BadInput.
+Limit parseLimit(const std::string& text);
 
 // One sentence for each figure beyond its bound.
 std::vector<std::string> overBudget(const std::vector<Limit>& budget, const SessionStats& stats);

@@ -11,30 +11,47 @@ namespace {
 
 using Yuv = PictureSummary::Yuv;
 
-// Bytes that lie `step` apart, in rows of `stride` bytes.
+// Bytes that lie `step` apart, in rows of `stride` bytes. Each stands for `scale` pixels of the
+// picture in both directions; the last of an odd side for what is left.
 struct Plane {
     const uint8_t* bytes;
     size_t stride;
     size_t step;
-    Size size;
+    Size picture;
+    uint32_t scale;
+};
+
+// The samples that one cell covers along one side: the first and the last in part, as an edge may
+// lie within a sample. Without the parts a hard edge in the picture would count for one cell in one
+// plane and for its neighbour in another.
+struct Span {
+    Span(uint32_t side, uint32_t scale, uint32_t index, uint32_t count)
+        : begin(double(side) * index / count / scale),
+          end(double(side) * (index + 1) / count / scale) {}
+
+    size_t first() const { return static_cast<size_t>(begin); }
+    size_t last() const { return static_cast<size_t>(std::ceil(end)) - 1; }
+    double share(size_t sample) const {
+        const auto from = static_cast<double>(sample);
+        return std::min(end, from + 1) - std::max(begin, from);
+    }
+
+    const double begin, end;
 };
 
 double meanOf(const Plane& plane, PictureSummary::Grid grid, uint32_t column, uint32_t row) {
-    const auto edge = [](uint32_t side, uint32_t index, uint32_t count) {
-        return static_cast<uint32_t>(uint64_t{side} * index / count);
-    };
-    const uint32_t left = edge(plane.size.width, column, grid.columns);
-    const uint32_t right = std::max(edge(plane.size.width, column + 1, grid.columns), left + 1);
-    const uint32_t top = edge(plane.size.height, row, grid.rows);
-    const uint32_t bottom = std::max(edge(plane.size.height, row + 1, grid.rows), top + 1);
-    uint64_t sum = 0;
-    for (uint32_t y = top; y < bottom; ++y) {
+    const Span across(plane.picture.width, plane.scale, column, grid.columns);
+    const Span down(plane.picture.height, plane.scale, row, grid.rows);
+    double sum = 0;
+    for (size_t y = down.first(); y <= down.last(); ++y) {
         const uint8_t* line = plane.bytes + y * plane.stride;
-        for (uint32_t x = left; x < right; ++x) {
-            sum += line[x * plane.step];
+        double ofLine = 0;
+        for (size_t x = across.first(); x <= across.last(); ++x) {
+            ofLine += across.share(x) * line[x * plane.step];
         }
+        sum += down.share(y) * ofLine;
     }
-    return static_cast<double>(sum) / (static_cast<double>(right - left) * (bottom - top));
+    return sum / ((across.end - across.begin) * (down.end - down.begin));
 }
 
 std::vector<Yuv> cellsOf(const std::array<Plane, 3>& planes, PictureSummary::Grid grid) {
@@ -68,11 +85,11 @@ PictureSummary::Grid PictureSummary::gridFor(Size size) {
     return {std::clamp(size.width / kCell, 1U, kMost), std::clamp(size.height / kCell, 1U, kMost)};
 }
 
-PictureSummary PictureSummary::ofRgba(const uint8_t* rgba, size_t stride, Size size) {
-    const Grid grid = gridFor(size);
-    std::vector<Yuv> cells = cellsOf(
-        {{{rgba, stride, 4, size}, {rgba + 1, stride, 4, size}, {rgba + 2, stride, 4, size}}},
-        grid);
+PictureSummary PictureSummary::ofRgba(const uint8_t* rgba, size_t stride, Size size, Grid grid) {
+    std::vector<Yuv> cells = cellsOf({{{rgba, stride, 4, size, 1},
+                                       {rgba + 1, stride, 4, size, 1},
+                                       {rgba + 2, stride, 4, size, 1}}},
+                                     grid);
     for (Yuv& cell : cells) {
         cell = toYuv(cell, converterMatrix(size));
     }
@@ -81,10 +98,9 @@ PictureSummary PictureSummary::ofRgba(const uint8_t* rgba, size_t stride, Size s
 
 PictureSummary PictureSummary::ofNv12(const Nv12View& view, Grid grid) {
     const auto stride = static_cast<size_t>(view.stride);
-    const Size half{(view.size.width + 1) / 2, (view.size.height + 1) / 2};
-    return {grid, cellsOf({{{view.luma, stride, 1, view.size},
-                            {view.chroma, stride, 2, half},
-                            {view.chroma + 1, stride, 2, half}}},
+    return {grid, cellsOf({{{view.luma, stride, 1, view.size, 1},
+                            {view.chroma, stride, 2, view.size, 2},
+                            {view.chroma + 1, stride, 2, view.size, 2}}},
                           grid)};
 }
 

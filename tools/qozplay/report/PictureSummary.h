@@ -22,7 +22,7 @@ class PictureSummary {
     static Grid gridFor(Size size);
 
     // By the matrix that the converter applies to it.
-    static PictureSummary ofRgba(const uint8_t* rgba, size_t stride, Size size);
+    static PictureSummary ofRgba(const uint8_t* rgba, size_t stride, Size size, Grid grid);
     static PictureSummary ofNv12(const Nv12View& view, Grid grid);
     static PictureSummary flat(double luma) { return PictureSummary({1, 1}, {{luma, 128, 128}}); }
 

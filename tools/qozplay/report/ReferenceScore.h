@@ -7,10 +7,13 @@
 
 #include <cstdint>
 #include <deque>
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "qozplay/media/FrameSink.h"
+#include "qozplay/media/FrameSource.h"
 
 namespace qozplay {
 
@@ -67,6 +70,29 @@ class ReferenceScore final : public FrameSink {
     std::deque<Picture> mPictures;  // of the last frame that came out and later
     Luma mSpare;                    // chroma that nobody looks at, and blends
     Scores mScores;
+};
+
+// A clip of which only every N-th frame is given away; the truth keeps all of them.
+class SubsampledSource final : public FrameSource {
+  public:
+    SubsampledSource(std::unique_ptr<FrameSource> clip, uint32_t step, ReferenceScore& truth);
+
+    Size size() const override { return mClip->size(); }
+    Rate rate() const override;
+    std::optional<uint64_t> length() const override;
+    bool next(uint8_t* rgba, size_t stride) override;
+    int64_t timeOf(uint64_t) const override { return mClip->timeOf(mNext - 1); }
+    AVRational sampleAspect() const override { return mClip->sampleAspect(); }
+    ColourTags colourTags() const override { return mClip->colourTags(); }
+    AudioTracks* audio() override { return mClip->audio(); }
+
+  private:
+    const std::unique_ptr<FrameSource> mClip;
+    const uint32_t mStep;
+    ReferenceScore& mReference;
+    std::vector<int64_t> mHeldTimes;  // of the frames in mHeld
+    std::vector<uint8_t> mHeld;  // the frames between two that are given away, rows without padding
+    uint64_t mNext = 0;          // frame of the clip
 };
 
 // A table, a line a frame, and mean and least of each column.

@@ -11,6 +11,11 @@ namespace {
 
 using nlohmann::json;
 
+// 0 for no time.
+double perSecond(uint64_t count, double seconds) {
+    return seconds > 0 ? static_cast<double>(count) / seconds : 0;
+}
+
 std::string framesText(const SessionStats& stats) {
     const FrameTracker::Tally& frames = stats.frames;
     std::string text = format("frames       %llu in, %llu out: %llu source and %llu interpolated\n",
@@ -82,6 +87,7 @@ std::string hostText(const RunStats& stats) {
 }
 
 json distribution(const std::vector<double>& values) {
+    if (values.empty()) return {{"p50", {}}, {"p90", {}}, {"p95", {}}, {"p99", {}}, {"max", {}}};
     return {{"p50", percentile(values, 0.5)},
             {"p90", percentile(values, 0.9)},
             {"p95", percentile(values, 0.95)},
@@ -103,6 +109,7 @@ json framesJson(const SessionStats& stats) {
             {"flushed", frames.flushed},
             {"missing", frames.missing},
             {"out_of_order", frames.backwards},
+            {"out_per_second", perSecond(frames.source + frames.interpolated, stats.seconds)},
             {"interpolated_per_second", perSecond(frames.interpolated, stats.seconds)}};
 }
 
@@ -126,19 +133,6 @@ json changesJson(const SessionStats& stats) {
     return all;
 }
 
-json sessionJson(const SessionStats& stats) {
-    return {{"frames", framesJson(stats)},
-            {"seconds", stats.seconds},
-            {"latency_ms", distribution(stats.frames.latencies)},
-            {"blocked_ms", distribution(stats.blocked)},
-            {"buffers", buffersJson(stats.ledger)},
-            {"changes", changesJson(stats)},
-            {"output_size",
-             {{"first", sizeJson(stats.firstOutput)}, {"last", sizeJson(stats.lastOutput)}}},
-            {"verified", stats.verified.empty() ? json() : json(stats.verified)},
-            {"findings", failures(stats)}};
-}
-
 }  // namespace
 
 double percentile(std::vector<double> values, double share) {
@@ -148,10 +142,6 @@ double percentile(std::vector<double> values, double share) {
     std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(index),
                      values.end());
     return values[index];
-}
-
-double perSecond(uint64_t count, double seconds) {
-    return seconds > 0 ? static_cast<double>(count) / seconds : 0;
 }
 
 std::string summary(const RunStats& stats) {
@@ -169,10 +159,23 @@ std::string summary(const RunStats& stats) {
     return text + hostText(stats);
 }
 
+json toJson(const SessionStats& stats) {
+    return {{"frames", framesJson(stats)},
+            {"seconds", stats.seconds},
+            {"latency_ms", distribution(stats.frames.latencies)},
+            {"blocked_ms", distribution(stats.blocked)},
+            {"buffers", buffersJson(stats.ledger)},
+            {"changes", changesJson(stats)},
+            {"output_size",
+             {{"first", sizeJson(stats.firstOutput)}, {"last", sizeJson(stats.lastOutput)}}},
+            {"verified", stats.verified.empty() ? json() : json(stats.verified)},
+            {"findings", failures(stats)}};
+}
+
 json toJson(const RunStats& stats) {
     json sessions = json::array();
     for (const SessionStats& session : stats.sessions) {
-        sessions.push_back(sessionJson(session));
+        sessions.push_back(toJson(session));
     }
     json late;  // null for a clip that was too short
     if (stats.lateBuffers) {

@@ -71,14 +71,12 @@ struct RunStats {
 // Nearest rank; `share` from 0 to 1. 0 for no values.
 double percentile(std::vector<double> values, double share);
 
-// 0 for no time.
-double perSecond(uint64_t count, double seconds);
-
 // One sentence for each thing that is off.
 std::vector<std::string> failures(const SessionStats& stats);
 std::vector<std::string> failures(const RunStats& stats);
 
 std::string summary(const RunStats& stats);
+nlohmann::json toJson(const SessionStats& stats);  // what nothing was measured for is null
 nlohmann::json toJson(const RunStats& stats);
 
 }  // namespace qozplay

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "qozplay/run/Ending.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -10,6 +11,7 @@
 #include <new>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 #include "qozplay/media/Types.h"
 #include "qozplay/run/TemporaryFolder.h"
@@ -50,6 +52,18 @@ void waitForSignals(const sigset_t& signals, StopRequest& stop) {
 }
 
 }  // namespace
+
+// A standard stream that the caller has closed would be the next file that is opened, and whoever
+// writes to the stream would write into that file. In its place stands one that can do nothing:
+// reading from it or writing to it is an error.
+void holdStandardStreams() {
+    for (const auto& [stream, wrongWay] :
+         {std::pair(STDIN_FILENO, O_WRONLY), std::pair(STDOUT_FILENO, O_RDONLY),
+          std::pair(STDERR_FILENO, O_RDONLY)}) {
+        if (fcntl(stream, F_GETFD) < 0)
+            (void)!open("/dev/null", wrongWay);  // takes the lowest free
+    }
+}
 
 void endPlainly() {
     constexpr size_t kReserve = 1 << 18;  // bytes

@@ -6,6 +6,9 @@
 
 namespace qozplay {
 
+// The first thing in a process: files that it opens take no standard stream's place.
+void holdStandardStreams();
+
 // What nobody catches, as when a thread of the simulator has no memory left, ends the process with
 // a sentence and exit code 1, not with an abort; nothing temporary stays.
 void endPlainly();

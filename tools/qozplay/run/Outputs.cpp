@@ -13,8 +13,6 @@
 namespace qozplay {
 namespace {
 
-constexpr std::array kUpscale{"1x", "1.5x", "2x"};
-
 Rate outputRate(const Options& options, Rate rate) {
     return {rate.num * (options.interp + 1), rate.den};
 }
@@ -39,10 +37,9 @@ void refuseCollisions(const Options& options) {
          {"--vectors", &options.vectors},
          {"--trace", &options.trace},
          {"--stats", &options.stats}}};
-    for (size_t i = 0; i < named.size(); ++i) {
-        for (size_t k = std::max<size_t>(i, 1) + (i == 0 ? 0 : 1); k < named.size(); ++k) {
+    for (size_t k = 1; k < named.size(); ++k) {
+        for (size_t i = options.input == "-" ? 1 : 0; i < k; ++i) {  // a pipe in and a pipe out
             if (!isSame(*named[i].second, *named[k].second)) continue;
-            if (i == 0 && *named[i].second == "-") continue;  // a pipe in and a pipe out
             throw BadInput(*named[k].second + " is named by " + named[i].first + " and by " +
                            named[k].first + ", and would be overwritten");
         }
@@ -66,9 +63,9 @@ std::optional<std::pair<uint64_t, uint64_t>> sheetWindow(const Options& options,
 }
 
 std::string sheetTitle(const Options& options, const FrameSource& source) {
-    return format("QOZPLAY   %s   %s > %s FPS   UPSCALE %s", toText(source.size()).c_str(),
+    return format("QOZPLAY   %s   %s > %s FPS   UPSCALE %sX", toText(source.size()).c_str(),
                   toText(source.rate()).c_str(), toText(outputRate(options, source.rate())).c_str(),
-                  options.aisOnly ? "2x" : kUpscale.at(options.upscaleIndex));
+                  options.aisOnly ? "2" : kUpscaleRatios.at(options.upscaleIndex).data());
 }
 
 // Of the frames that have been scored.

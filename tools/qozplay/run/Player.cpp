@@ -4,14 +4,12 @@
 #include <pthread.h>
 
 #include <algorithm>
-#include <array>
 #include <new>
 #include <thread>
 #include <utility>
 
 #include "qozplay/media/MediaReader.h"
 #include "qozplay/media/Scene.h"
-#include "qozplay/media/SubsampledSource.h"
 #include "qozplay/run/Outputs.h"
 #include "qozplay/run/Simulator.h"
 #include "qozplay/stream/Session.h"
@@ -20,7 +18,7 @@ namespace qozplay {
 namespace {
 
 constexpr uint64_t kSceneFrames = 120;
-constexpr std::array kUpscale{"1x", "1.5x", "2x"};
+constexpr char kNoStandardOutput[] = "cannot write to standard output";
 
 std::unique_ptr<FrameSource> openSource(const Options& options, const StopRequest& stop) {
     const Rate rate = options.rate.value_or(Rate{});
@@ -33,10 +31,11 @@ std::unique_ptr<FrameSource> openSource(const Options& options, const StopReques
 }
 
 std::string settingsText(const Options& options) {
-    std::string text = options.aisOnly ? std::string("upscale 2x alone")
-                                       : format("interp %u, upscale %s, motion vectors %s",
-                                                options.interp, kUpscale.at(options.upscaleIndex),
-                                                options.motionVectors ? "on" : "off");
+    std::string text = options.aisOnly
+                           ? std::string("upscale 2x alone")
+                           : format("interp %u, upscale %sx, motion vectors %s", options.interp,
+                                    kUpscaleRatios.at(options.upscaleIndex).data(),
+                                    options.motionVectors ? "on" : "off");
     if (options.max) text += ", sources of at most " + toText(*options.max);
     if (options.sessions > 1) text += format(", %u sessions", options.sessions);
     if (options.truth) text += format(", one frame of %u given", *options.truth);
@@ -95,7 +94,7 @@ Player::Player(Options options, Console& console, const StopRequest& stop)
     // Half the size of a picture one pixel wide is none, and the vectors come with a copy of that
     // size.
     const Size size = mSources[0]->size();
-    if (std::min(size.width, size.height) < 2) mOptions.motionVectors = false;
+    if (std::min(size.width, size.height) < kLeastVectorSide) mOptions.motionVectors = false;
     if (mOptions.truth) holdFramesOut();
     mOutputs = std::make_unique<Outputs>(mOptions, *mSources[0], mStop);
     mWarmUp = std::make_unique<WarmUp>(mOptions.sessions);
@@ -189,13 +188,13 @@ void Player::awaitDescriptors() {
 
 int Player::conclude() {
     std::string text = summary(mStats);
+    std::vector<std::string> failed = failures(mStats);
     if (mOptions.outputIsPipe()) {
         text.pop_back();  // report() ends the line itself
         mConsole.report(text);
-    } else {
-        mConsole.print(text);
+    } else if (!mConsole.print(text)) {
+        failed.emplace_back(kNoStandardOutput);
     }
-    const std::vector<std::string> failed = failures(mStats);
     for (const std::string& failure : failed) {
         mConsole.report("qozplay: " + failure);
     }
@@ -230,7 +229,7 @@ int play(int argc, const char* const argv[], Console& console, const StopRequest
         std::string answer;
         Options options = parseOptions(argc, argv, &answer);
         if (!answer.empty()) {
-            console.print(answer);
+            if (!console.print(answer)) throw SessionFailed(kNoStandardOutput);
             return 0;
         }
         return Player(std::move(options), console, stop).run();

@@ -104,18 +104,19 @@ std::unique_ptr<Simulator::Service> startProcess(const std::vector<qoz::host::Fa
 }  // namespace
 
 Simulator::Simulator(const Options& options, Console& console) {
+    if (options.serviceProcess() || !options.vectors.empty()) mFolder.emplace();
     setProperties(options);
     mOldSink = qoz::host::setLogSink(sinkTo(console, options.log));
     if (!options.trace.empty()) qoz::host::startTrace();
     for (const qoz::host::Fault& fault : options.faults) {
-        if (options.serviceProcess && !isOurs(fault)) {
+        if (options.serviceProcess() && !isOurs(fault)) {
             mRemoteFaults.push_back(fault);
         } else {
             qoz::host::armFault(fault);
         }
     }
-    mService = options.serviceProcess ? startProcess(mRemoteFaults, mFolder.path())
-                                      : std::make_unique<InlineService>();
+    mService = options.serviceProcess() ? startProcess(mRemoteFaults, mFolder->path())
+                                        : std::make_unique<InlineService>();
 }
 
 Simulator::~Simulator() {
@@ -130,7 +131,7 @@ void Simulator::dump(std::optional<uint64_t> frame) {
     set("vendor.qoz.dump.enable", on);
     set("vendor.qoz.dump.mv.enable", on);
     if (!frame) return;
-    set("debug.qoz.dump.dir", mFolder.path());
+    set("debug.qoz.dump.dir", mFolder->path());
     set("debug.qoz.dump.frames", format("%llu-%llu", big(*frame), big(*frame + 1)));
 }
 

@@ -31,8 +31,8 @@ class Simulator {
     // well; none: they dump nothing. Throws BadInput.
     void dump(std::optional<uint64_t> frame);
 
-    // Where to, and for whatever else lasts as long as the run.
-    const std::filesystem::path& folder() const { return mFolder.path(); }
+    // Where to; empty when nobody wants dumps.
+    std::filesystem::path folder() const { return mFolder ? mFolder->path() : ""; }
 
     // The service has died under the sessions: what it holds does not come back. Any thread.
     bool serviceDied() const;
@@ -50,7 +50,7 @@ class Simulator {
     };
 
   private:
-    const TemporaryFolder mFolder;
+    std::optional<TemporaryFolder> mFolder;  // for what lasts as long as the run; only on demand
     std::vector<qoz::host::Fault> mRemoteFaults;  // armed in the service's process
     qoz::host::LogSink mOldSink;
     std::unique_ptr<Service> mService;

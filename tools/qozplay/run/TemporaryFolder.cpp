@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "qozplay/run/TemporaryFolder.h"
 
+#include <android-base/thread_annotations.h>
+
 #include <cstdlib>
 #include <mutex>
 #include <system_error>
@@ -13,8 +15,8 @@ namespace {
 namespace fs = std::filesystem;
 
 std::mutex gLock;
-fs::path gExisting;     // one run, one folder
-bool gForGood = false;  // the process is about to end: none is made any more
+fs::path gExisting GUARDED_BY(gLock);     // one run, one folder
+bool gForGood GUARDED_BY(gLock) = false;  // the process is about to end: none is made any more
 
 // Under another name first: whoever is about to make something in the folder does not find it, so
 // that all of it goes.
@@ -33,7 +35,9 @@ TemporaryFolder::TemporaryFolder() {
     std::error_code error;
     std::string pattern = (fs::temp_directory_path(error) / "qozplay-XXXXXX").string();
     if (error || gForGood || mkdtemp(pattern.data()) == nullptr) {
-        throw BadInput("there is no folder for temporary files");
+        throw BadInput(
+            "no folder for temporary files can be made; the variable TMPDIR names where, else "
+            "it is /tmp");
     }
     mPath = pattern;
     gExisting = mPath;

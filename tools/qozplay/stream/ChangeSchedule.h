@@ -2,7 +2,8 @@
 // Changes while frames flow, as --at names them.
 #pragma once
 
-#include <optional>
+#include <array>
+#include <string_view>
 #include <vector>
 
 #include "qozplay/media/Types.h"
@@ -24,10 +25,12 @@ struct Change {
     std::string text;  // as given, without the frame
 };
 
-uint32_t parseInterp(const std::string& text, const std::string& what);
-uint32_t parseUpscale(const std::string& text, const std::string& what);
+// By the code that stands for them.
+constexpr std::array<std::string_view, 3> kUpscaleRatios{"1", "1.5", "2"};
 
-// "30:interp=2", "60:upscale=1.5", "90:size=960x540", "120:flush". Throws BadInput.
+// Both throw BadInput: the code of a ratio; "30:interp=2", "60:upscale=1.5", "90:size=960x540",
+// "120:flush".
+uint32_t parseUpscale(const std::string& text);
 Change parseChange(const std::string& text);
 
 // What happens with each frame, in the order of the frames.

@@ -1,18 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "qozplay/stream/Session.h"
 
+#include <android/binder_auto_utils.h>
+#include <android/log.h>
 #include <libyuv.h>
+#include <sys/mman.h>
 
-#include <new>
+#include <algorithm>
+#include <fstream>
 #include <utility>
-
-#include "qozplay/report/ComponentDump.h"
 
 namespace qozplay {
 namespace {
-
-constexpr uint32_t kModeFrc = 1;
-constexpr uint32_t kModeAisOnly = 2;
 
 SessionFailed stalled(const Stream& stream) {
     if (stream.serviceDied()) {
@@ -71,11 +70,18 @@ void Session::attempt(Work work) {
 
 // What the component was doing when things went wrong first; whoever turns the log on sees it.
 void Session::logState() {
-    if (!std::exchange(mStateLogged, true)) logDump(*mVpp);
+    if (std::exchange(mStateLogged, true)) return;
+    const ndk::ScopedFileDescriptor file(memfd_create("dump", MFD_CLOEXEC));
+    if (file.get() < 0) return;
+    mVpp->dump(file.get());
+    std::ifstream lines(format("/proc/self/fd/%d", file.get()));
+    for (std::string line; std::getline(lines, line);)
+        __android_log_print(ANDROID_LOG_INFO, "qozplay", "%s", line.c_str());
 }
 
 android::ConfigParams Session::paramsFor(const Settings& settings) const {
-    return {mPlan.aisOnly ? kModeAisOnly : kModeFrc, 0, settings.interp, settings.upscaleIndex};
+    return {mPlan.aisOnly ? android::QOZMode::kDoubleSize : android::QOZMode::kFrc, 0,
+            settings.interp, settings.upscaleIndex};
 }
 
 void Session::start() {
@@ -85,8 +91,8 @@ void Session::start() {
     mVpp->config(mSettings.size.width, mSettings.size.height, qoz::client::kRgba,
                  paramsFor(mSettings), true);
     if (mVpp->state() != android::VppComponent::ACTIVE) {
-        throw SessionFailed(format("the session did not start, its state is %s",
-                                   qoz::client::nameOf(mVpp->state())));
+        throw SessionFailed(
+            format("the session did not start, its state is %s", android::toString(mVpp->state())));
     }
     mStream.follow(mSettings.size);
     mStats.firstOutput = mStream.outputSize();
@@ -152,9 +158,12 @@ bool Session::fill(int32_t slot) {
 }
 
 bool Session::summarise(const qoz::client::LockedPixels& pixels) {
-    if (mVerifier) {
-        mPicture = PictureSummary::ofRgba(pixels.data(), pixels.stride() * 4, pixels.size());
-    }
+    if (!mVerifier) return true;
+    const Size in = pixels.size();
+    const Size out = mStream.outputSize();
+    const Size smaller{std::min(in.width, out.width), std::min(in.height, out.height)};
+    mPicture = PictureSummary::ofRgba(pixels.data(), pixels.stride() * 4, in,
+                                      PictureSummary::gridFor(smaller));
     return true;
 }
 

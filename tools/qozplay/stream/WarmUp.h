@@ -3,6 +3,8 @@
 // for the whole process, so the line is drawn when the last session has sent its first frames.
 #pragma once
 
+#include <android-base/thread_annotations.h>
+
 #include <mutex>
 
 #include "qozplay/report/Stats.h"
@@ -13,13 +15,13 @@ class WarmUp {
   public:
     explicit WarmUp(uint32_t sessions) : mWaitingFor(sessions) {}
 
-    void passed();  // by each session once; any thread
-    std::optional<LateBuffers> since();
+    void passed() EXCLUDES(mLock);  // by each session once; any thread
+    std::optional<LateBuffers> since() EXCLUDES(mLock);
 
   private:
     std::mutex mLock;
-    uint32_t mWaitingFor;
-    LateBuffers mBase;
+    uint32_t mWaitingFor GUARDED_BY(mLock);  // sessions
+    LateBuffers mBase GUARDED_BY(mLock);
 };
 
 }  // namespace qozplay

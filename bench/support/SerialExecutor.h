@@ -10,15 +10,15 @@
 
 namespace qoz::bench {
 
-class Hand {
+class SerialExecutor {
   public:
-    Hand() : mThread([this] { serve(); }) {}
-    ~Hand() {
+    SerialExecutor() : mThread([this] { serve(); }) {}
+    ~SerialExecutor() {
         give(nullptr);
         mThread.join();
     }
-    Hand(const Hand&) = delete;
-    Hand& operator=(const Hand&) = delete;
+    SerialExecutor(const SerialExecutor&) = delete;
+    SerialExecutor& operator=(const SerialExecutor&) = delete;
 
     void give(std::function<void()> job) {
         const std::lock_guard lock(mLock);
