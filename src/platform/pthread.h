@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// The system's own <pthread.h>, and the one call that only the device's C library declares.
+// Includes the system's <pthread.h> and declares the one function that only the C library of a
+// device has.
 #pragma once
 
 #include_next <pthread.h>
 #include <sys/types.h>
 
+// Returns the kernel's id of a thread.
 #ifdef __cplusplus
 extern "C" pid_t pthread_gettid_np(pthread_t thread);
 #endif

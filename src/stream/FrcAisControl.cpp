@@ -8,7 +8,7 @@
 namespace android {
 namespace {
 
-// What the numbers mean belongs to the service.
+// The service defines the meaning of these values.
 constexpr int32_t kFrcMode = 5;
 constexpr int32_t kFrcParam1 = 40;
 constexpr int32_t kFrcParam2 = 2;
@@ -19,21 +19,23 @@ constexpr int32_t kAisParam = 30;
 
 }  // namespace
 
-// A segment of the previous start with a later timestamp would win over the one that this start
-// sends, and an output time of the previous session would make segments seem started.
+// A segment left by the previous start with a later timestamp would take precedence over the one
+// that this start sends, and the output time of the previous session would make segments appear to
+// have started.
 void FrcAisControl::restart() {
     mSegments.resize(1);
     mLastOutputTimestamp.store(0);
 }
 
-// Called before anything is stored, so that an allocation failure finds the settings unchanged.
+// Must be called before any new setting is stored, so that an allocation failure leaves the
+// settings unchanged.
 void FrcAisControl::reserveSegment() {
     if (mSegments.size() == mSegments.capacity()) mSegments.reserve(2 * mSegments.size());
 }
 
-// A segment may be overwritten once a later one is in force, which is known when the output has
-// passed the start of both. So when the output has reached the start of more than one segment, the
-// one with the lowest index is overwritten; else the list grows by one.
+// If the output has reached the start of more than one segment, an earlier segment has been
+// superseded, and the started segment with the lowest index is reused. Otherwise a segment is
+// added.
 vpp::VppCtrlFrcSegment& FrcAisControl::chooseSegment(uint64_t timestamp) {
     if (timestamp == 0) return mSegments.front();
     const auto reached = static_cast<int64_t>(mLastOutputTimestamp.load());
@@ -51,8 +53,8 @@ vpp::VppCtrlFrcSegment& FrcAisControl::chooseSegment(uint64_t timestamp) {
     return mSegments.emplace_back();
 }
 
-// The whole list is sent each time: it replaces what the service knew. A refused segment stays in
-// the list and travels with the next change.
+// Sends the whole list each time; it replaces the list that the service had. A refused segment
+// stays in the list and is sent again with the next change.
 bool FrcAisControl::configFrc(uint64_t timestamp) {
     vpp::VppCtrlFrcSegment& segment = chooseSegment(timestamp);
     const uint32_t factor = mSettings.interpFactor();

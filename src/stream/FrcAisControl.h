@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the service is told of frame-rate conversion and upscaling. Private to src/.
+// The frame-rate-conversion and upscaling controls that are sent to the service. Private to src/.
 #pragma once
 
 #include <aidl/vendor/vuq/hardware/vpp/VppCtrlFrcSegment.h>
@@ -14,9 +14,10 @@
 
 namespace android {
 
-// Owns the list of frame-rate segments, each in force from a timestamp (microseconds) on, and which
-// of them new settings are written into. Belongs to the thread that runs the stream; the timestamp
-// of the last output is written by binder threads.
+// Owns the list of frame-rate segments and decides which segment new settings are written to. A
+// segment takes effect at its start timestamp (microseconds). Used only by the thread that runs the
+// stream (see StreamSettings), except for the timestamp of the last output, which binder threads
+// write.
 class FrcAisControl {
   public:
     using Segments = std::vector<vpp::VppCtrlFrcSegment>;
@@ -29,22 +30,23 @@ class FrcAisControl {
           mService(service),
           mLog(log) {}
 
-    // Forgets all segments but the one that a start sends, and how far the output had come.
+    // Keeps only the first segment, which a start rewrites and sends, and resets the timestamp of
+    // the last output to 0.
     void restart();
 
-    // Makes sure that one more segment needs no memory; throws std::bad_alloc.
+    // Reserves memory, so that adding one more segment cannot fail. Throws std::bad_alloc.
     void reserveSegment();
 
-    // Writes the settings into a segment that starts at `timestamp` (microseconds; 0: the first
-    // segment) and sends the list. True when the service took it.
+    // Writes the settings to a segment that starts at `timestamp` (microseconds; 0 selects the
+    // first segment) and sends the list. Returns true if the service accepted it.
     bool configFrc(uint64_t timestamp);
 
-    // Sets upscaling to twice the size without frame-rate conversion. True when the service took
-    // it.
+    // Sets upscaling to twice the size without frame-rate conversion. Returns true if the service
+    // accepted it.
     bool configAis();
 
   private:
-    // The segment that settings from `timestamp` on are written into.
+    // Returns the segment to write settings to that take effect at `timestamp`.
     vpp::VppCtrlFrcSegment& chooseSegment(uint64_t timestamp);
 
     Segments& mSegments;

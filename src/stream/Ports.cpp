@@ -25,16 +25,16 @@ bool Ports::isOutputSize(uint32_t width, uint32_t height) const {
     return m.expectedOutWidth == width && m.expectedOutHeight == height;
 }
 
-// The input port is the source, or, for a source beyond the device's limits, the limits themselves:
-// the converter scales to them, whatever the shape of the source. The output port follows from the
-// input port and the settings.
+// The input port has the size of the source. For a source that exceeds the device's limits it has
+// the size of the limits instead, and the converter scales the source to that size regardless of
+// its aspect ratio. The output port is derived from the input port and the settings.
 Ports::Sizes Ports::sizesForSource() const {
     Sizes sizes{};
     sizes.downscale = m.needDownscale(m.width, m.height, m.maxWidth, m.maxHeight);
     sizes.inWidth = m.width;
     sizes.inHeight = m.height;
     if (sizes.downscale) {
-        // The limit in the orientation of the source; a square one gets its short side twice.
+        // The limits are oriented like the source. A square source gets the shorter limit twice.
         const uint32_t longSide = std::max(m.maxWidth, m.maxHeight);
         const uint32_t shortSide = std::min(m.maxWidth, m.maxHeight);
         sizes.inWidth = m.width > m.height ? longSide : shortSide;
@@ -55,8 +55,8 @@ void Ports::resolve() {
     publish(sizes);
 }
 
-// config() returns before the worker has run the start that resolves the ports; the members still
-// describe the session that runs.
+// config() returns before the worker runs the start that resolves the ports. Until then the members
+// describe the running session, so only the published copy is updated here.
 void Ports::announce() {
     publish(sizesForSource());
 }

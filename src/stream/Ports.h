@@ -14,9 +14,10 @@
 namespace android {
 
 // Owns the rule that derives the input port from the source size and the limits of the device, and
-// the output port from the input port and the settings. Belongs to the thread that runs the stream.
-// The expected output size and the source format of the input port are also read by threads that
-// queue output buffers: a gate keeps those out while they change.
+// the output port from the input port and the settings. Used by the thread that runs the stream
+// (see StreamSettings). Threads that queue output buffers also read two members: the expected
+// output size, which changes only while the gate for output buffers is closed, and the format of
+// the input port, which is accessed atomically.
 class Ports {
   public:
     using PortParam = ::aidl::vendor::vuq::hardware::vpp::VppPortParam;
@@ -41,22 +42,22 @@ class Ports {
           PublishedFacts& facts)
         : m(members), mSettings(settings), mLog(log), mFacts(facts) {}
 
-    // Size in pixels and pixel format of the sources to come. Neither port is touched.
+    // Sets the size (pixels) and pixel format of the following sources. Changes neither port.
     void setSource(uint32_t width, uint32_t height, uint32_t format);
-    // Whether the sources have just this size and format, or this size.
+    // Return true if the sources have exactly this size and format, or exactly this size.
     bool isSource(uint32_t width, uint32_t height, uint32_t format) const;
     bool isSourceSize(uint32_t width, uint32_t height) const;
     uint32_t sourceWidth() const { return m.width; }
     uint32_t sourceHeight() const { return m.height; }
     uint32_t sourceFormat() const { return m.format; }
 
-    // Computes both ports for the source, and has the getters answer for them.
+    // Computes both ports for the source and publishes them to the getters.
     void resolve();
-    // Has the getters answer for the ports that resolve() will compute.
+    // Publishes the ports that resolve() will compute to the getters, without changing the ports.
     void announce();
 
-    // Whether the source is larger than the device's limits, so that the converter makes it smaller
-    // on its way to the input port.
+    // Returns true if the source exceeds the device's limits, so that the converter scales it down
+    // to the size of the input port.
     bool downscalesSource() const { return m.needDownscaleResult; }
     uint32_t inputWidth() const { return m.inPortWidth; }
     uint32_t inputHeight() const { return m.inPortHeight; }
@@ -64,21 +65,22 @@ class Ports {
     uint32_t outputHeight() const { return m.expectedOutHeight; }
     bool isOutputSize(uint32_t width, uint32_t height) const;
 
-    // The pixel format of the input port; 0 until a start or a first output buffer has set it. Any
-    // thread: output buffers are queued beside the thread that runs the stream.
+    // The pixel format of the input port; 0 until a start or the first output buffer sets it. May
+    // be called from any thread, because any thread may queue output buffers.
     uint32_t inputFormat() const { return __atomic_load_n(&m.inputFormat, __ATOMIC_RELAXED); }
     void setInputFormat(uint32_t format) {
         __atomic_store_n(&m.inputFormat, format, __ATOMIC_RELAXED);
     }
 
-    // Writes a port record for frames of this size (pixels). Rows have no padding on either port.
+    // Fills in a port record for frames of this size in pixels. Rows have no padding on either
+    // port.
     static void fill(PortParam* port, uint32_t width, uint32_t height, int32_t colorFormat);
-    // The same for a reconfiguration, which derives the colour code from the pixel format and says
-    // the size in a message.
+    // Fills in a port record for a reconfiguration. Derives the colour code from the pixel format
+    // and logs the size.
     void create(PortParam* port, uint32_t width, uint32_t height, uint32_t format) const;
 
   private:
-    // Both ports of one source size; sides in pixels.
+    // The sizes of both ports for one source size, in pixels.
     struct Sizes {
         bool downscale;
         uint32_t inWidth;

@@ -5,10 +5,10 @@
 
 namespace android {
 
-// The ports are computed before the service is asked, and stay when it refuses: the frames to come
-// have the new size whatever the service says, and the converter must fit them. A refused session
-// then gets records that do not fit its ports, which it refuses one by one, until a frame of the
-// old size or a start puts things right.
+// The ports are computed before the service is asked, and are kept if it refuses: the following
+// frames have the new size regardless of the answer, and the converter must match them. After a
+// refusal the queued records do not fit the ports of the session, which refuses each of them until
+// a frame of the old size or a new start makes both sides agree again.
 bool Reconfiguration::run(uint32_t width, uint32_t height, uint32_t format, WaitBudget& waits) {
     if (VppUtils::GetSupportedColor(format) < 0) {
         VPP_LOGE("vpp didn't support format:%u", format);

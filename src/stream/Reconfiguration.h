@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Running a session at another source size or upscale ratio. Private to src/.
+// Reconfiguring a session for another source size or upscale ratio. Private to src/.
 #pragma once
 
 #include <cstdint>
@@ -10,16 +10,17 @@
 
 namespace android {
 
-// Computes both ports anew and has the service take them. Runs on the client's thread with
-// the gate for output buffers closed.
+// Recomputes both ports and reconfigures the session to match. Runs on the client's thread while
+// the gate for output buffers is closed.
 class Reconfiguration {
   public:
     Reconfiguration(Ports& ports, ServiceEvents& events, ServiceCalls& service,
                     const SessionLog& log)
         : mPorts(ports), mEvents(events), mService(service), mLog(log) {}
 
-    // True when the service has reconfigured. A source format that is not supported changes
-    // nothing; any other failure leaves the new sizes in force here.
+    // Returns true if the service has reconfigured the session. An unsupported source format or a
+    // missing session changes nothing. After any other failure the new sizes stay in effect in the
+    // component.
     bool run(uint32_t width, uint32_t height, uint32_t format, WaitBudget& waits);
 
   private:

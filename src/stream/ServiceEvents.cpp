@@ -6,17 +6,18 @@ namespace android {
 using vpp::VppError;
 using vpp::VppPort;
 
-// One kind of command: what its messages say and how its answer shows.
+// One kind of command: the texts for its messages and the test for its answer.
 struct ServiceEvents::Command {
-    const char* operation;  // as messages name it
-    const char* awaited;    // as the state dump names it
-    const char* refused;    // the message when the service does not take it
+    const char* operation;  // its name in messages
+    const char* awaited;    // its name in the state dump
+    const char* refused;    // logged if the service refuses it
     bool (ServiceEvents::*isAnswered)() const;
 };
 
 namespace {
 
-// Says for as long as a command runs, its call into the service included, that it does.
+// Publishes the name of a command for the state dump while the command runs, including its call
+// into the service.
 class Awaiting {
   public:
     Awaiting(std::atomic<const char*>& awaited, const char* command) : mAwaited(awaited) {
@@ -33,7 +34,8 @@ class Awaiting {
 
 }  // namespace
 
-// The caller has cleared the flags of the command. `call` asks the service; true: it took it.
+// The caller must have cleared the command's flags. `call` sends the command and returns true if
+// the service accepted it.
 template <typename Call>
 bool ServiceEvents::carryOut(const Command& command, WaitBudget& waits, Call call) {
     const Awaiting awaiting(mAwaited, command.awaited);
@@ -44,8 +46,8 @@ bool ServiceEvents::carryOut(const Command& command, WaitBudget& waits, Call cal
     return waitFor(command, waits);
 }
 
-// An answer that came before the wait, even from within the call, is found at the first look. An
-// answer counts also when the service has died since.
+// An answer that arrived before the wait, even from within the call, is found by the first check of
+// the condition. An answer remains valid if the service has died since.
 bool ServiceEvents::waitFor(const Command& command, WaitBudget& waits) {
     std::unique_lock<std::mutex> lock(mLock);
     const base::ScopedLockAssertion held(mLock);
@@ -60,8 +62,8 @@ bool ServiceEvents::waitFor(const Command& command, WaitBudget& waits) {
     return false;
 }
 
-// Each port answers for itself, in any order. Both are told to flush even if the first one refuses:
-// what the other holds still comes back.
+// Each port answers separately, in either order. Both ports are flushed even if the first call is
+// refused, so that the other port still returns its buffers.
 bool ServiceEvents::flush(WaitBudget& waits) {
     static constexpr Command kFlush{"processFlush_l", "flush", "failed to flush vpp",
                                     &ServiceEvents::isFlushed};
@@ -77,8 +79,8 @@ bool ServiceEvents::flush(WaitBudget& waits) {
     });
 }
 
-// An answer with an error ends the wait at once. It is remembered beside the flag for success, so
-// that it can be told from no answer at all.
+// An error answer ends the wait at once. It has a flag of its own, which distinguishes it from a
+// missing answer.
 bool ServiceEvents::reconfigure(const vpp::VppPortParam& input, const vpp::VppPortParam& output,
                                 WaitBudget& waits) {
     static constexpr Command kReconfigure{"processReconfig_l", "reconfigure",
@@ -97,7 +99,7 @@ bool ServiceEvents::reconfigure(const vpp::VppPortParam& input, const vpp::VppPo
     return mReconfigDone;
 }
 
-// The answer says that everything queued has been processed; nothing is thrown away.
+// The answer means that every queued buffer has been processed. No frame is discarded.
 bool ServiceEvents::drain(WaitBudget& waits) {
     static constexpr Command kDrain{"processDrainDone_l", "drain", "failed to drain vpp",
                                     &ServiceEvents::isDrained};
@@ -108,13 +110,13 @@ bool ServiceEvents::drain(WaitBudget& waits) {
     return carryOut(kDrain, waits, [this] { return mService.drain() == VppError::VPP_OK; });
 }
 
-// The flags are left as they are: each command clears its own before it is sent.
+// Leaves the answer flags unchanged, because each command clears its own before it is sent.
 void ServiceEvents::restart() {
     const std::lock_guard<std::mutex> lock(mLock);
     mServiceDied = false;
 }
 
-// Any port number but the input's counts as the output's.
+// Any port number other than that of the input port is taken as the output port.
 void ServiceEvents::onFlushDone(const vpp::FlushDone& done) {
     const std::lock_guard<std::mutex> lock(mLock);
     const bool input = done.port == static_cast<int32_t>(VppPort::INPUT);
@@ -122,7 +124,7 @@ void ServiceEvents::onFlushDone(const vpp::FlushDone& done) {
     mAnswered.notify_one();
 }
 
-// Wakes the waiting command in either case.
+// Wakes the waiting command on success and on failure.
 void ServiceEvents::onReconfigDone(const vpp::ReconfigDone& done) {
     const std::lock_guard<std::mutex> lock(mLock);
     const bool succeeded = done.status == static_cast<int32_t>(VppError::VPP_OK);
@@ -136,14 +138,15 @@ void ServiceEvents::onDrainDone() {
     mAnswered.notify_one();
 }
 
-// Every wait ends, whatever it is for, and later commands do not wait.
+// Ends the wait of the command in progress. Later commands do not wait.
 void ServiceEvents::onServiceDied() {
     const std::lock_guard<std::mutex> lock(mLock);
     mServiceDied = true;
     mAnswered.notify_all();
 }
 
-// The dump may run while another thread hangs with the lock held; it does without the answers then.
+// Never blocks: the state dump may run while another thread is stuck with the lock held. It omits
+// the answers then.
 std::optional<ServiceEvents::Answers> ServiceEvents::tryAnswers() const {
     if (!mLock.try_lock()) return std::nullopt;
     const Answers answers{mInputFlushDone, mOutputFlushDone, mReconfigDone, mReconfigFailed,

@@ -17,14 +17,15 @@
 
 namespace android {
 
-// Sends flush, reconfigure and drain, and waits for their answers: one command at a time, on the
-// client's thread. The answers arrive on binder threads, or on the client's own thread from within
-// the call, so the lock is let go for the call: the flags are cleared under it before, and looked
-// at under it afterwards, so that no answer is lost whenever it comes. An answer that arrives too
-// late for its command counts for the next one of its kind.
+// Sends flush, reconfigure and drain to the service and waits for their answers. Runs one command
+// at a time, on the client's thread. Answers arrive on binder threads, or on the client's own
+// thread from within the call, so the lock is not held during the call. The flags are cleared under
+// the lock before the call and checked under the lock after it, so that an answer is never lost. A
+// late answer to an earlier command is taken as the answer to the command in progress if that is of
+// the same kind.
 //
-// Every wait ends: with the answer, with the death of the service, or with the budget of the
-// operation that waits.
+// Every wait ends with the answer, with the death of the service, or when the time budget of the
+// calling operation is used up.
 class ServiceEvents {
   public:
     struct Members {
@@ -35,7 +36,7 @@ class ServiceEvents {
         std::mutex& lock;
         std::condition_variable& answered;
     };
-    // What has been answered so far, for the state dump.
+    // The answers received so far, for the state dump.
     struct Answers {
         bool inputFlushed;
         bool outputFlushed;
@@ -54,35 +55,37 @@ class ServiceEvents {
           mService(service),
           mLog(log) {}
 
-    // Each sends one command and waits for its answer for as long as the budget lasts. True when
-    // the service took the command and has answered it with success. False, with a message: it
-    // refused, it answered with an error, it did not answer in time, or it has died. They need a
-    // session.
+    // Each operation sends one command and waits for its answer within the budget. Returns true if
+    // the service accepted the command and answered with success. Logs a message and returns false
+    // if the service refused the command, answered with an error, did not answer in time, or died.
+    // There must be a session.
     //
-    // flush: both ports return their buffers unprocessed. reconfigure: both ports change their
-    // layout. drain: everything that is queued is processed and returned.
+    // flush() makes both ports return their buffers unprocessed. reconfigure() changes the layout
+    // of both ports. drain() waits until all queued buffers are processed and returned.
     bool flush(WaitBudget& waits) EXCLUDES(mLock);
     bool reconfigure(const vpp::VppPortParam& input, const vpp::VppPortParam& output,
                      WaitBudget& waits) EXCLUDES(mLock);
     bool drain(WaitBudget& waits) EXCLUDES(mLock);
 
-    // A session begins, whose service is alive.
+    // Begins a new session. Its service is taken to be alive.
     void restart() EXCLUDES(mLock);
 
-    // From binder threads.
+    // Event handlers. They may be called from any thread, usually from a binder thread.
     void onFlushDone(const vpp::FlushDone& done) EXCLUDES(mLock);
     void onReconfigDone(const vpp::ReconfigDone& done) EXCLUDES(mLock);
     void onDrainDone() EXCLUDES(mLock);
     void onServiceDied() EXCLUDES(mLock);
 
-    // The command whose answer is awaited; any thread, without a lock.
+    // Returns the name of the command whose answer is awaited. May be called from any thread; takes
+    // no lock.
     const char* awaited() const { return mAwaited.load(std::memory_order_relaxed); }
-    // Nothing while the lock is in use.
+    // Returns nullopt if another thread holds the lock.
     std::optional<Answers> tryAnswers() const;
 
   private:
     struct Command;
-    // What the three commands share: says what is awaited, asks the service by `call`, and waits.
+    // The steps that the three commands share: publishes the awaited command, sends it with `call`,
+    // and waits for the answer.
     template <typename Call>
     bool carryOut(const Command& command, WaitBudget& waits, Call call) EXCLUDES(mLock);
     bool waitFor(const Command& command, WaitBudget& waits) EXCLUDES(mLock);
@@ -96,12 +99,12 @@ class ServiceEvents {
     bool& mDrainDone GUARDED_BY(mLock);
     bool mReconfigFailed GUARDED_BY(mLock) = false;  // the answer was an error
     bool mServiceDied GUARDED_BY(mLock) = false;
-    std::mutex& mLock;  // a leaf
+    std::mutex& mLock;  // a leaf lock
     std::condition_variable& mAnswered;
 
     ServiceCalls& mService;
     const SessionLog& mLog;
-    std::atomic<const char*> mAwaited{"nothing"};  // for the state dump alone
+    std::atomic<const char*> mAwaited{"nothing"};  // read only by the state dump
 };
 
 }  // namespace android

@@ -13,9 +13,9 @@ constexpr int32_t kVppMode = 2;
 
 }  // namespace
 
-// The order is the service's: mode, controls, ports, open. A mode that is refused is no failure; it
-// only goes unmentioned. The state is left alone on failure, except where the controls are refused:
-// only then is the session of no use for a later start.
+// The service expects this order: mode, controls, ports, open. A refused mode is not a failure; it
+// only omits the message. Refused controls set the state to ERROR, which a later successful start
+// leaves again. Any other failure leaves the state unchanged.
 bool SessionStart::start(uint32_t width, uint32_t height, uint32_t format) {
     VPP_LOGI("processStart_l");
     if (!mService.hasSession()) {
@@ -44,7 +44,8 @@ bool SessionStart::start(uint32_t width, uint32_t height, uint32_t format) {
     return true;
 }
 
-// The first segment covers the stream from its beginning; settings on frames add later ones.
+// The first segment applies from the beginning of the stream. Settings carried by frames add later
+// segments.
 bool SessionStart::configControl() {
     mControl.restart();
     if (mSettings.doubleOutput()) {
@@ -55,8 +56,8 @@ bool SessionStart::configControl() {
     return mControl.configFrc(0);
 }
 
-// Both ports carry converted frames, whatever the source format. The output port is not set when
-// the input port was refused; the message names both results.
+// Both ports carry converted frames, whatever the format of the sources is. If the input port is
+// refused, the output port is not set, and the message reports it as VPP_OK.
 bool SessionStart::openPorts() {
     const int32_t color = VppUtils::portColorFormat(QOZFormat::kNv12Vemo);
     Ports::PortParam input;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The start of a session. Private to src/.
+// Starting a session. Private to src/.
 #pragma once
 
 #include <cstdint>
@@ -13,9 +13,9 @@
 
 namespace android {
 
-// Turns the settings into a running session. Runs on the worker for a start that config() asked
-// for, and on the thread of an output buffer that finds the session not started; a gate keeps
-// those apart.
+// Starts a session with the current settings. Runs on the worker for a start that config()
+// requested, or on the thread of an output buffer if the session has not been started. The gate for
+// output buffers is closed in both cases, so that only one start runs at a time.
 class SessionStart {
   public:
     SessionStart(const StreamSettings& settings, FrcAisControl& control, Ports& ports,
@@ -29,15 +29,15 @@ class SessionStart {
           mLock(lock),
           mLog(log) {}
 
-    // True: the session is ACTIVE. False leaves ERROR when frame-rate conversion or upscaling could
-    // not be set, else the state as it was. The session's output starts anew: what the previous
-    // start left of segments and output times is forgotten.
+    // Returns true if the session is ACTIVE. Returns false on failure: the state is ERROR if
+    // frame-rate conversion or upscaling could not be set, and unchanged otherwise. Discards the
+    // segments and the output time that the previous start left.
     bool start(uint32_t width, uint32_t height, uint32_t format) EXCLUDES(mLock);
 
   private:
-    // Tells the service what it is to do with the frames: upscale, or convert the frame rate.
+    // Sets the service's control for the current mode: upscaling or frame-rate conversion.
     bool configControl();
-    // Tells the service the layout of both ports and opens the session.
+    // Sets the layout of both ports and opens the session.
     bool openPorts();
 
     const StreamSettings& mSettings;
@@ -45,7 +45,7 @@ class SessionStart {
     Ports& mPorts;
     ServiceCalls& mService;
     SessionStatus& mStatus;
-    std::mutex& mLock;  // of the component: serialises changes of state
+    std::mutex& mLock;  // the component's lock, which serialises state changes
     const SessionLog& mLog;
 };
 

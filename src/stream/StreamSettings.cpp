@@ -11,23 +11,24 @@ namespace {
 
 constexpr uint32_t kMaxInterpFactor = 3;  // four times the frame rate
 
-// The factor as config() takes it: what the VPP cannot do becomes twice the frame rate.
+// Returns the factor that config() stores. A factor that the VPP does not support becomes 1, twice
+// the frame rate.
 uint32_t clampedFactor(uint32_t interpFactor) {
     return interpFactor <= kMaxInterpFactor ? interpFactor : 1;
 }
 
-// Whether frame-rate conversion comes with upscaling. A ratio of 1x is none.
+// Returns true if frame-rate conversion is combined with upscaling. A ratio of 1x is not upscaling.
 bool isUpscaled(const ConfigParams& params) {
     return params.mode == QOZMode::kFrc &&
            (params.upscaleIndex == QOZUpscale::k1_5x || params.upscaleIndex == QOZUpscale::k2x);
 }
 
-// One upscale ratio that settings on a frame may ask for. A code that is not in the table changes
-// neither ratio nor half-size copies.
+// One upscale ratio that settings carried by a frame may select. A code that is not in the table
+// changes neither the ratio nor the half-size copies.
 struct UpscaleRow {
     uint32_t index;
     float ratio;
-    bool downscaledCopies;  // wanted beside the frame
+    bool downscaledCopies;  // whether half-size copies are made
     const char* inBandMessage;
 };
 
@@ -37,20 +38,20 @@ constexpr std::array<UpscaleRow, 3> kUpscales{{
     {QOZUpscale::k2x, 2.0F, false, "Disable DS buffer for G-FRC+ AIS 2x"},
 }};
 
-// Null for a code that is not in the table.
+// Returns null for a code that is not in the table.
 const UpscaleRow* findUpscale(uint32_t index) {
     const auto* row = std::find_if(kUpscales.begin(), kUpscales.end(),
                                    [index](const UpscaleRow& r) { return r.index == index; });
     return row == kUpscales.end() ? nullptr : row;
 }
 
-// Rounded up to a multiple of two.
+// Rounds up to a multiple of two.
 uint32_t even(uint32_t value) {
     return (value + 1) & ~1U;
 }
 
-// The product in single precision, with the fraction dropped. What does not fit into 32 bits
-// becomes the largest number: no service takes a port of that size, and nothing wraps.
+// Computes the product in single precision and drops the fraction. A product that does not fit in
+// 32 bits becomes UINT32_MAX: it must not wrap around, and no service accepts a port of that size.
 uint32_t truncatedProduct(float ratio, uint32_t value) {
     const float product = ratio * static_cast<float>(value);
     return product < 0x1p32F ? static_cast<uint32_t>(product) : UINT32_MAX;
@@ -58,8 +59,8 @@ uint32_t truncatedProduct(float ratio, uint32_t value) {
 
 }  // namespace
 
-// What the VPP asks for: the frame and those interpolated after it, and one buffer more unless the
-// session also upscales. Without interpolation it is the frame alone.
+// The VPP requires one output buffer for the source frame, one for each interpolated frame, and one
+// more unless the session also upscales. Without interpolation it requires one buffer.
 uint32_t StreamSettings::outBufReqs(const ConfigParams& params) {
     const uint32_t factor = clampedFactor(params.interpFactor);
     if (factor == 0) return 1;
@@ -71,9 +72,8 @@ uint32_t StreamSettings::adoptOutBufReqs(const ConfigParams& params) {
     return outBufReqs(params);
 }
 
-// Side buffers are on unless the device's property turns them off, and each mode then does without
-// those that it has no use for: no half-size copy where the output is twice the source, no motion
-// vectors without interpolation.
+// Side buffers are enabled unless the device's property disables them. kDoubleSize then disables
+// both kinds, and kFrc disables half-size copies at 2x and motion vectors without interpolation.
 void StreamSettings::adoptAll(const ConfigParams& params) {
     m.mvEnabled = m.dsEnabled = property_get_bool("debug.vpp.frc.game.ext.mbi", 1) != 0;
     m.outBufReqsPerFrame = adoptOutBufReqs(params);
@@ -84,7 +84,7 @@ void StreamSettings::adoptAll(const ConfigParams& params) {
     if (params.mode != QOZMode::kFrc) return;
 
     m.upscaleIndex = params.upscaleIndex;
-    // 1x leaves the ratio as it is, and the half-size copies as the property has them.
+    // 1x keeps the previous ratio and leaves half-size copies as the property sets them.
     if (isUpscaled(params)) m.upscaleRatio = findUpscale(params.upscaleIndex)->ratio;
     if (params.upscaleIndex == QOZUpscale::k2x) {
         m.dsEnabled = false;
@@ -98,8 +98,8 @@ void StreamSettings::adoptAll(const ConfigParams& params) {
     }
 }
 
-// Compares with what is stored, not with what the service was told last: settings that were stored
-// and refused are not tried again by the next frame that carries them.
+// Compares with the stored settings, not with those that the service last accepted: a frame that
+// carries settings which were stored but refused does not send them again.
 StreamSettings::Changes StreamSettings::changesBy(const ConfigParams& params) const {
     Changes changes;
     changes.outBufReqs = outBufReqs(params) != m.outBufReqsPerFrame;
@@ -108,8 +108,8 @@ StreamSettings::Changes StreamSettings::changesBy(const ConfigParams& params) co
     return changes;
 }
 
-// The settings are stored here; the caller tells the service and reshapes the session. The factor
-// is taken as it is, without the limit that config() has.
+// Only stores the settings; the caller sends them to the service and reshapes the session. Unlike
+// config(), stores the factor without limiting it.
 void StreamSettings::adoptInBand(const ConfigParams& params, const Changes& changes) {
     const uint32_t outBufReqs = adoptOutBufReqs(params);
     if (changes.outBufReqs) {
@@ -134,8 +134,8 @@ void StreamSettings::adoptInBand(const ConfigParams& params, const Changes& chan
     }
 }
 
-// The code is stored even if it is not in the table, so that the next frame with the same code
-// changes nothing.
+// Stores the code even if it is not in the table, so that the next frame with the same code changes
+// nothing.
 void StreamSettings::adoptUpscaleInBand(uint32_t upscaleIndex) {
     m.upscaleIndex = upscaleIndex;
     const UpscaleRow* row = findUpscale(upscaleIndex);
@@ -145,8 +145,8 @@ void StreamSettings::adoptUpscaleInBand(uint32_t upscaleIndex) {
     VPP_LOGI("%s", row->inBandMessage);
 }
 
-// At 1.5x and 2x the side is made even before and after, so that half-size planes are whole. At 1x
-// the side of an odd source stays odd.
+// With the indices 1.5x and 2x the side is rounded up to an even number before and after scaling,
+// so that half-size planes have whole dimensions. With the index 1x an odd side may stay odd.
 uint32_t StreamSettings::scaledSide(uint32_t side) const {
     if (m.doubleOutput) return 2 * side;
     if (m.upscaleIndex == QOZUpscale::k1_5x || m.upscaleIndex == QOZUpscale::k2x) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The settings of a stream: what ConfigParams mean. Private to src/.
+// The settings of a stream, derived from ConfigParams. Private to src/.
 #pragma once
 
 #include <qoz/ClientTypes.h>
@@ -11,11 +11,12 @@
 
 namespace android {
 
-// Owns the rules by which settings become members. Belongs to the thread that runs the stream: the
-// client's, and the worker's while it carries out a start.
+// Owns the rules that translate ConfigParams into members of the component. Used only by the thread
+// that runs the stream. That is the client's thread, except during a start, which runs on the
+// worker or on the thread of the output buffer that starts the session.
 class StreamSettings {
   public:
-    // The component's members that settings decide.
+    // The members of the component that the settings determine.
     struct Members {
         bool& aisEnabled;
         uint32_t& outBufReqsPerFrame;
@@ -26,7 +27,7 @@ class StreamSettings {
         uint32_t& upscaleIndex;
         float& upscaleRatio;
     };
-    // What a set of new settings changes.
+    // Which settings new parameters change.
     struct Changes {
         bool outBufReqs = false;
         bool interpolation = false;
@@ -37,30 +38,31 @@ class StreamSettings {
     StreamSettings(const Members& members, const SessionLog& log, PublishedFacts& facts)
         : m(members), mLog(log), mFacts(facts) {}
 
-    // Output buffers that one source frame needs; records whether upscaling goes with frame-rate
-    // conversion.
+    // Return the number of output buffers that one source frame requires. adoptOutBufReqs() also
+    // stores whether frame-rate conversion is combined with upscaling.
     uint32_t adoptOutBufReqs(const ConfigParams& params);
     static uint32_t outBufReqs(const ConfigParams& params);
 
-    // All of them, as config() takes them.
+    // Stores all settings that are given to config().
     void adoptAll(const ConfigParams& params);
 
-    // Those that a frame carries. The first says what would change and changes nothing.
+    // For settings carried by a frame: changesBy() returns what they would change, and
+    // adoptInBand() stores them.
     Changes changesBy(const ConfigParams& params) const;
     void adoptInBand(const ConfigParams& params, const Changes& changes);
 
-    // Has the getters and dump() answer for the settings that are stored now.
+    // Publishes the stored settings to the getters and dump().
     void publish();
 
     bool motionVectors() const { return m.mvEnabled; }
     bool downscaledCopies() const { return m.dsEnabled; }
     bool doubleOutput() const { return m.doubleOutput; }
     uint32_t interpFactor() const { return m.interpFactor; }
-    // The side of the output port, in pixels, that belongs to this side of the input port.
+    // Returns the side of the output port for a side of the input port, both in pixels.
     uint32_t scaledSide(uint32_t side) const;
 
   private:
-    // A change of the ratio alone.
+    // Stores a change of the upscale ratio.
     void adoptUpscaleInBand(uint32_t upscaleIndex);
 
     const Members m;

@@ -11,16 +11,16 @@
 namespace android {
 namespace {
 
-// One format, in every numbering that it has on its way.
+// One pixel format and its code in each numbering.
 struct FormatRow {
     uint32_t format;
     int32_t color;       // the VPP's colour code
-    uint32_t yuvFormat;  // on the VPP input port
+    uint32_t yuvFormat;  // pixel format on the VPP input port
     bool rgb;
     int32_t portColor;  // colour-format code of a port
 };
 
-constexpr int32_t kDefaultPortColor = 8;  // also of a format that is not in the table
+constexpr int32_t kDefaultPortColor = 8;  // also used for a format that is not in the table
 
 constexpr std::array<FormatRow, 5> kFormats{{
     {QOZFormat::kRgba8888, 2, QOZFormat::kNv12Vemo, true, kDefaultPortColor},
@@ -30,14 +30,14 @@ constexpr std::array<FormatRow, 5> kFormats{{
     {QOZFormat::kNv12Vemo, 1, QOZFormat::kNv12Vemo, false, 3},
 }};
 
-// Null for a format that is not in the table.
+// Returns null for a format that is not in the table.
 const FormatRow* findRow(uint32_t format) {
     const auto* row = std::find_if(kFormats.begin(), kFormats.end(),
                                    [format](const FormatRow& r) { return r.format == format; });
     return row == kFormats.end() ? nullptr : row;
 }
 
-// The same, with an error message for such a format.
+// Like findRow(), but logs an error for a format that is not in the table.
 const FormatRow* findSupported(uint32_t format) {
     const FormatRow* row = findRow(format);
     if (row == nullptr) __android_log_print(ANDROID_LOG_ERROR, "VppUtils", "no supported color");
@@ -73,7 +73,7 @@ bool VppUtils::areAlike(uint32_t format, uint32_t other) {
     return row != nullptr && row->rgb && otherRow != nullptr && otherRow->rgb;
 }
 
-// Always printed: a client asks once a stream, and wants the answer in its log.
+// Always logs the answer, because a client asks once per stream and expects it in its log.
 bool VppUtils::isConvertible(uint32_t format, uint32_t& yuvFormat) {
     const FormatRow* row = findRow(format);
     const bool rgb = row != nullptr && row->rgb;

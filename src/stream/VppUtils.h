@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The pixel formats that the system knows. Private to src/.
+// The supported pixel formats. Private to src/.
 #pragma once
 
 #include <qoz/ClientTypes.h>
@@ -8,27 +8,27 @@
 
 namespace android {
 
-// Pure functions over one table of formats; any thread.
+// Pure functions that look up a constant table of formats. They may be called from any thread.
 class VppUtils {
   public:
-    // The VPP's colour code; -1, with an error message, for a format that is not supported.
+    // Returns the VPP's colour code. Logs an error and returns -1 if the format is not supported.
     static int32_t GetSupportedColor(uint32_t format);
 
-    // What the VPP input port carries for sources of this format; the format itself, with an error
-    // message, when it is not supported.
+    // Returns the format on the VPP input port for sources of this format. Logs an error and
+    // returns `format` if it is not supported.
     static uint32_t GetYUVFormat(uint32_t format);
 
-    // False, with an error message, for a format that is not supported.
+    // Returns true for an RGB format. Logs an error and returns false if it is not supported.
     static bool IsRGBFmt(uint32_t format);
 
-    // Whether a converter sees the same kind of pixels in both. Without a message.
+    // Returns true if the formats are equal or both RGB. Logs nothing.
     static bool areAlike(uint32_t format, uint32_t other);
 
-    // The colour-format code of a VPP port that carries this format.
+    // Returns the colour-format code of a VPP port that carries this format.
     static int32_t portColorFormat(uint32_t format);
 
-    // Whether the component takes sources of this format for conversion, and what the input port
-    // then carries. Says so in the log, whatever the gate.
+    // Returns true if the component converts sources of this format. Sets `yuvFormat` to the format
+    // on the input port. Logs the answer even if diagnostics are off.
     static bool isConvertible(uint32_t format, uint32_t& yuvFormat);
 };
 

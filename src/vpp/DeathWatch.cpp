@@ -11,10 +11,10 @@
 namespace android {
 namespace {
 
-// The watches of the process. A recipient's cookie is the number of a watch, never an address: a
-// notice that comes after the watch has ended finds no such number. (Not every platform release
-// says when a cookie is no longer used.) Never destroyed, as binder threads run to the end of the
-// process.
+// All death watches of the process. The cookie that is passed to the recipient is the number of a
+// watch, not an address, so that a notification after the end of the watch finds no entry. (Not
+// every platform release reports when it no longer uses a cookie.) Never destroyed, because binder
+// threads run until the process ends.
 class Watches {
   public:
     static Watches& instance() {
@@ -28,7 +28,8 @@ class Watches {
         return mLast;
     }
 
-    // What the watch is to call; nothing when it has ended or been called.
+    // Removes a watch and returns its function. Returns an empty function if the watch has ended or
+    // has been notified already.
     std::function<void()> take(uintptr_t id) EXCLUDES(mLock) {
         const std::lock_guard<std::mutex> lock(mLock);
         const auto found = mOnDeath.find(id);
@@ -41,7 +42,7 @@ class Watches {
     AIBinder_DeathRecipient* recipient() const { return mRecipient; }
 
   private:
-    // Called by the platform on a binder thread, once for each binder that has died.
+    // Called by the platform on a binder thread, once for each linked binder that has died.
     static void onBinderDied(void* cookie) {
         const auto onDeath = instance().take(reinterpret_cast<uintptr_t>(cookie));
         if (onDeath) onDeath();
@@ -53,15 +54,16 @@ class Watches {
     uintptr_t mLast GUARDED_BY(mLock) = 0;
 };
 
-// The platform's cookie for a watch.
+// Returns the cookie that identifies a watch to the platform.
 void* cookieOf(uintptr_t id) {
     return reinterpret_cast<void*>(id);  // NOLINT(performance-no-int-to-ptr): never dereferenced
 }
 
 }  // namespace
 
-// The watch is entered before the platform is asked, because the notice may come before the answer.
-// A binder that is dead already gives no notice, so that is delivered here.
+// Registers the watch before it links to the binder, because the notification may arrive before the
+// link call returns. The platform sends no notification for a binder that is already dead, so
+// `onDeath` is called here in that case.
 DeathWatch::DeathWatch(::ndk::SpAIBinder binder, std::function<void()> onDeath) {
     if (binder.get() == nullptr) return;
     Watches& all = Watches::instance();
@@ -84,7 +86,7 @@ DeathWatch& DeathWatch::operator=(DeathWatch&& other) noexcept {
     return *this;
 }
 
-// Unlinking fails for a binder that has died; either way no notice finds the number afterwards.
+// Unlinking fails for a binder that has died. In either case a later notification finds no entry.
 void DeathWatch::end() {
     if (mId == 0) return;
     Watches& all = Watches::instance();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The death of the service behind a binder. Private to src/.
+// Notification of the death of the service behind a binder. Private to src/.
 #pragma once
 
 #include <android/binder_auto_utils.h>
@@ -10,12 +10,14 @@
 
 namespace android {
 
-// Has `onDeath` called once, on a binder thread, when the process behind a binder dies; at once, on
-// the caller's thread, when it has died already. A binder that cannot die (null, or an object of
-// this process) is not watched.
+// Calls `onDeath` once, on a binder thread, when the process behind a binder dies. If it has
+// already died, the constructor calls `onDeath` on the caller's thread. A binder is not watched if
+// it is null or if the platform refuses to link to it, as a device does for an object of the same
+// process.
 //
-// A notice may be under way while the watch ends: `onDeath` may then be called a moment later, so
-// what it reaches it holds weakly. The watch belongs to the thread that enables and disables.
+// If the watch ends while a notification is being delivered, `onDeath` may still be called shortly
+// afterwards, so it must hold only weak references. The watch is used only by the thread in
+// enable() or disable().
 class DeathWatch {
   public:
     DeathWatch() = default;
@@ -31,7 +33,7 @@ class DeathWatch {
     void end();
 
     ::ndk::SpAIBinder mBinder;
-    uintptr_t mId = 0;  // 0: watches nothing
+    uintptr_t mId = 0;  // 0 if nothing is watched
 };
 
 }  // namespace android

@@ -11,8 +11,7 @@ using vpp::VppError;
 
 constexpr int32_t kSessionFlags = 0;
 
-// Presets the result, makes the call, and gives the result. The binder status is dropped here and
-// nowhere else.
+// Presets the result to VPP_OK, makes the call, and returns the result. Ignores the binder status.
 template <typename Call>
 VppError resultOf(Call call) {
     VppError result = VppError::VPP_OK;
@@ -26,7 +25,7 @@ VppError resultOf(Call call) {
 
 }  // namespace
 
-// A transport error leaves the pointer null, which is how this one call shows it.
+// A transport error leaves the pointer null. This is the only call that reports such an error.
 bool ServiceCalls::openSession() {
     std::shared_ptr<vpp::IVpp> session;
     (void)mService->getNewVppSession(kSessionFlags, &session);
@@ -85,7 +84,7 @@ VppError ServiceCalls::setParameter(vpp::VppPort port, const vpp::VppPortParam& 
     return resultOf([&](VppError* result) { return mSession->setParameter(port, param, result); });
 }
 
-// Without a result: there is nothing to be done about a session that does not end.
+// Returns no result, because nothing can be done about a session that does not end.
 void ServiceCalls::terminateSession() {
     (void)mSession->terminateSession();
 }

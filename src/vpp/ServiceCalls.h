@@ -12,14 +12,14 @@ namespace android {
 
 namespace vpp = ::aidl::vendor::vuq::hardware::vpp;
 
-// The one place that calls the service and its session. A call is judged by the result that it
-// writes; one that fails in transport writes none and counts as a success, because the binder
-// status is not looked at. (In-process services allocate on the caller's thread: an allocation
-// failure there is the result VPP_ERR_NO_MEM.)
+// The only code that calls the service and its session. The outcome of a call is the result that
+// the call writes. A call with a transport error writes no result and counts as a success, because
+// the binder status is ignored. An in-process service allocates on the caller's thread; an
+// allocation failure there is reported as VPP_ERR_NO_MEM.
 //
-// enable() sets the two pointers before there is a worker, and disable() resets them after the
-// worker has been joined, under the component's lock, which queueing holds as well. The operations
-// below but for openSession() and reset() need a session.
+// enable() sets the two pointers before the worker exists. disable() resets them after the worker
+// has been joined, under the component's lock, which is also held while a buffer is queued. There
+// must be a session for all operations except openSession(), hasSession() and reset().
 class ServiceCalls {
   public:
     ServiceCalls(std::shared_ptr<vpp::IVppService>& service, std::shared_ptr<vpp::IVpp>& session)
@@ -28,14 +28,14 @@ class ServiceCalls {
     ServiceCalls(const ServiceCalls&) = delete;
     ServiceCalls& operator=(const ServiceCalls&) = delete;
 
-    // Asks the service for a new session; false: there is none.
+    // Requests a new session from the service. Returns false if there is none.
     bool openSession();
     bool hasSession() const { return mSession != nullptr; }
     ::ndk::SpAIBinder sessionBinder() const { return mSession->asBinder(); }
-    // Lets go of session and service, which may end both.
+    // Releases the session and the service. Either may be destroyed as a result.
     void reset();
 
-    // The commands of the session, in the order of its interface, which says what they do.
+    // The commands of the session. The interface (IVpp.aidl) documents them.
     vpp::VppError close();
     vpp::VppError drain();
     vpp::VppError flush(vpp::VppPort port);

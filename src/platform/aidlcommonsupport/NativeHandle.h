@@ -6,8 +6,8 @@
 
 namespace android {
 
-// Takes the descriptors of `handle` over without duplicating them and copies its integers. The
-// structure itself stays with the caller, who deletes it with native_handle_delete().
+// Takes ownership of the descriptors in `handle`, without duplicating them, and copies its
+// integers. The caller keeps the structure and must free it with native_handle_delete().
 aidl::android::hardware::common::NativeHandle makeToAidl(const native_handle_t* handle);
 
 }  // namespace android

@@ -20,7 +20,7 @@
 
 namespace android::base {
 
-// Tells the analysis that a std::unique_lock beside it holds `mutex` to the end of the scope.
+// Tells the analysis that a std::unique_lock in the same scope holds `mutex` until the scope ends.
 class SCOPED_CAPABILITY ScopedLockAssertion {
   public:
     explicit ScopedLockAssertion(std::mutex& mutex) ACQUIRE(mutex) { (void)mutex; }

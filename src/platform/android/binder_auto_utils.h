@@ -12,7 +12,7 @@ namespace ndk {
 class SpAIBinder {
   public:
     SpAIBinder() = default;
-    explicit SpAIBinder(AIBinder* binder) : mBinder(binder) {}  // takes the reference over
+    explicit SpAIBinder(AIBinder* binder) : mBinder(binder) {}  // takes ownership of the reference
     SpAIBinder(const SpAIBinder& other) : mBinder(other.mBinder) {
         if (mBinder != nullptr) AIBinder_incStrong(mBinder);
     }
@@ -48,7 +48,7 @@ class ScopedAIBinder_Weak {
         if (old != nullptr) AIBinder_Weak_delete(old);
     }
 
-    // Null when there is no binder, or when it has ended.
+    // Returns null if there is no binder or if it has been destroyed.
     SpAIBinder promote() const {
         return SpAIBinder(mWeak == nullptr ? nullptr : AIBinder_Weak_promote(mWeak));
     }
@@ -57,7 +57,7 @@ class ScopedAIBinder_Weak {
     AIBinder_Weak* mWeak = nullptr;
 };
 
-// Outcome of a binder call. Without one it is not OK.
+// The status of a binder call. A default-constructed status is not OK.
 class ScopedAStatus {
   public:
     ScopedAStatus() = default;

@@ -11,14 +11,14 @@ typedef struct AIBinder_Weak AIBinder_Weak;
 void AIBinder_incStrong(AIBinder* binder);
 void AIBinder_decStrong(AIBinder* binder);
 
-// A weak reference that the caller owns.
+// Returns a weak reference, which the caller owns.
 AIBinder_Weak* AIBinder_Weak_new(AIBinder* binder);
 void AIBinder_Weak_delete(AIBinder_Weak* weakBinder);
 
-// A strong reference that the caller owns; null when the binder has ended.
+// Returns a strong reference, which the caller owns, or null if the binder has been destroyed.
 AIBinder* AIBinder_Weak_promote(AIBinder_Weak* weakBinder);
 
-// Who is told that a process that offers a binder has died.
+// Receives the notification that the process behind a binder has died.
 typedef struct AIBinder_DeathRecipient AIBinder_DeathRecipient;
 
 typedef void (*AIBinder_DeathRecipient_onBinderDied)(void* cookie);
@@ -27,11 +27,12 @@ typedef void (*AIBinder_DeathRecipient_onBinderDied)(void* cookie);
     AIBinder_DeathRecipient_onBinderDied onBinderDied);
 void AIBinder_DeathRecipient_delete(AIBinder_DeathRecipient* recipient);
 
-// Asks for one call of the recipient with `cookie`, on a binder thread, when the binder dies.
-// STATUS_DEAD_OBJECT: it has died already, and no call will come.
+// Requests one call to the recipient with `cookie`, on a binder thread, when the binder dies.
+// Returns STATUS_DEAD_OBJECT if it has already died; the recipient is not called then.
 binder_status_t AIBinder_linkToDeath(AIBinder* binder, AIBinder_DeathRecipient* recipient,
                                      void* cookie);
-// A call that is under way is not waited for. STATUS_NAME_NOT_FOUND: there is no such link.
+// Cancels the request. Does not wait for a call in progress. Returns STATUS_NAME_NOT_FOUND if there
+// is no such request.
 binder_status_t AIBinder_unlinkToDeath(AIBinder* binder, AIBinder_DeathRecipient* recipient,
                                        void* cookie);
 

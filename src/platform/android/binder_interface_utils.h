@@ -13,7 +13,8 @@
 
 namespace ndk {
 
-// Base of binder objects: made with make(), owned by std::shared_ptr from the start.
+// Base class of binder objects. They must be created with make() and are owned by std::shared_ptr
+// from the start.
 class SharedRefBase {
   public:
     SharedRefBase() = default;
@@ -22,10 +23,10 @@ class SharedRefBase {
     SharedRefBase(const SharedRefBase&) = delete;
     SharedRefBase& operator=(const SharedRefBase&) = delete;
 
-    // One more owner. Null in the constructor.
+    // Returns another owning pointer, or null while the constructor runs.
     std::shared_ptr<SharedRefBase> ref() { return mThis.lock(); }
 
-    // Null when there is no memory for the object.
+    // Returns null if the object cannot be allocated.
     template <class T, class... Args>
     static std::shared_ptr<T> make(Args&&... args) {
         std::shared_ptr<T> made(new T(std::forward<Args>(args)...));
@@ -36,29 +37,30 @@ class SharedRefBase {
     static void operator delete(void* object) { ::operator delete(object); }
 
   private:
-    // Private, since make() is the only way to make one.
+    // Private, so that objects can only be created with make().
     static void* operator new(size_t size) noexcept { return ::operator new(size, std::nothrow); }
 
     std::weak_ptr<SharedRefBase> mThis;
 };
 
-// Base of every interface.
+// Base class of every interface.
 class ICInterface : public SharedRefBase {
   public:
-    // The binder by which other processes reach the object; and whether it lives in one of them.
+    // asBinder() returns the binder through which other processes reach the object. isRemote()
+    // returns true if the object itself is in another process.
     virtual SpAIBinder asBinder() = 0;
     virtual bool isRemote() = 0;
-    // Asked for by people, through the platform's tools.
+    // Called by the platform's command-line tools.
     virtual binder_status_t dump(int fd, const char** args, uint32_t numArgs);
     virtual binder_status_t handleShellCommand(int in, int out, int err, const char** argv,
                                                uint32_t argc);
 };
 
-// Base of the native side of INTERFACE.
+// Base class of implementations of INTERFACE.
 template <typename INTERFACE>
 class BnCInterface : public INTERFACE {
   public:
-    // The same binder for as long as anyone holds it.
+    // Returns the same binder for as long as there is a strong reference to it.
     SpAIBinder asBinder() final {
         const std::lock_guard lock(mMutex);
         SpAIBinder binder = mWeakBinder.promote();

@@ -5,11 +5,11 @@
 
 extern "C" {
 
-// The binder registered under `instance`, with a strong reference that the caller owns; null at
-// once when there is none.
+// Returns the binder that is registered under `instance`, or null if there is none. Does not wait.
+// The caller owns the strong reference.
 [[nodiscard]] AIBinder* AServiceManager_checkService(const char* instance);
 
-// The same, but blocks until the instance is registered.
+// Like AServiceManager_checkService(), but blocks until the instance is registered.
 [[nodiscard]] AIBinder* AServiceManager_waitForService(const char* instance);
 
 }  // extern "C"

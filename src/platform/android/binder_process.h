@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// Starts this process's pool of binder threads; no effect once it runs.
+// Starts the binder thread pool of this process. Has no effect if the pool is running.
 extern "C" void ABinderProcess_startThreadPool();

@@ -3,8 +3,8 @@
 
 #include <cstdint>
 
-// Outcomes of binder transactions. Anything but STATUS_OK is a transport error: the callee may or
-// may not have run, and no result has been written.
+// The status of a binder transaction. Any value except STATUS_OK is a transport error: the
+// operation may or may not have run, and no result has been written.
 enum {
     STATUS_OK = 0,
     STATUS_UNKNOWN_ERROR = INT32_MIN,

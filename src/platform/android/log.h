@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// Least to most severe.
+// In order of increasing severity.
 typedef enum android_LogPriority {
     ANDROID_LOG_UNKNOWN = 0,
     ANDROID_LOG_DEFAULT,
@@ -14,6 +14,6 @@ typedef enum android_LogPriority {
     ANDROID_LOG_SILENT,
 } android_LogPriority;
 
-// Prints one line under a tag; the format is printf's. Any thread.
+// Logs one line with a tag. The format is that of printf(). May be called from any thread.
 extern "C" int __android_log_print(int prio, const char* tag, const char* fmt, ...)
     __attribute__((__format__(printf, 3, 4)));

@@ -3,7 +3,7 @@
 
 extern "C" {
 
-// numFds descriptors, then numInts integers, in `data`.
+// Holds numFds descriptors followed by numInts integers in `data`.
 typedef struct native_handle {
     int version;  // sizeof(native_handle_t)
     int numFds;
@@ -13,13 +13,13 @@ typedef struct native_handle {
 
 typedef const native_handle_t* buffer_handle_t;
 
-// Null when the counts are out of range or memory is short.
+// Returns null if a count is out of range or on allocation failure.
 native_handle_t* native_handle_create(int numFds, int numInts);
 
-// Frees the structure and closes nothing. 0, or a negative errno.
+// Frees the structure without closing the descriptors. Returns 0 or a negative errno.
 int native_handle_delete(native_handle_t* handle);
 
-// Closes the descriptors and frees nothing. 0, or a negative errno.
+// Closes the descriptors without freeing the structure. Returns 0 or a negative errno.
 int native_handle_close(const native_handle_t* handle);
 
 }  // extern "C"

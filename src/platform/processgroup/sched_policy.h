@@ -10,7 +10,8 @@ typedef enum {
 
 extern "C" {
 
-// `tid` 0 stands for the calling thread. 0, or a negative errno.
+// Set the scheduling group and the cpuset of a thread. `tid` 0 is the calling thread. Return 0 or a
+// negative errno.
 int set_sched_policy(pid_t tid, SchedPolicy policy);
 int set_cpuset_policy(pid_t tid, SchedPolicy policy);
 bool cpusets_enabled();

@@ -7,22 +7,22 @@
 
 namespace android {
 
-// A descriptor that becomes readable when the work it stands for is done.
+// Owns a descriptor that becomes readable when the work that the fence guards is complete.
 class Fence : public LightRefBase<Fence> {
   public:
-    // Stands for work that is done.
+    // A fence without a descriptor, for work that is already complete.
     static const sp<Fence> NO_FENCE;
 
     Fence() = default;
-    explicit Fence(int fenceFd) : mFenceFd(fenceFd) {}  // takes the descriptor over
+    explicit Fence(int fenceFd) : mFenceFd(fenceFd) {}  // takes ownership of the descriptor
 
     bool isValid() const { return mFenceFd != -1; }
 
-    // `timeout` in milliseconds. NO_ERROR at once when there is no fence; -ETIME when the time has
-    // passed first.
+    // Waits for the fence to signal. `timeout` is in milliseconds. Returns NO_ERROR at once if
+    // there is no descriptor, and -ETIME if the time runs out first.
     status_t wait(int timeout);
 
-    // Borrowed; -1 when there is no fence.
+    // Returns the descriptor, which the fence keeps, or -1 if there is none.
     int get() const { return mFenceFd; }
 
   private:

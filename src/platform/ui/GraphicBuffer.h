@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <string>
 
-// The native face of a graphic buffer.
+// The C structure of a graphic buffer.
 struct ANativeWindowBuffer {
     int width = 0;
     int height = 0;
@@ -23,10 +23,11 @@ namespace android {
 
 using PixelFormat = int32_t;
 
-// Pixel memory shared by descriptor: the first entry of the handle's data.
+// A buffer of pixel memory that is shared by descriptor. The descriptor is the first entry in the
+// data of the handle.
 class GraphicBuffer : public ANativeWindowBuffer, public RefBase {
   public:
-    // What the memory is used for; a lock for the CPU needs a software usage.
+    // Usage bits. lock() requires a software usage.
     enum {
         USAGE_SW_READ_OFTEN = 0x3,
         USAGE_SW_WRITE_OFTEN = 0x30,
@@ -34,8 +35,8 @@ class GraphicBuffer : public ANativeWindowBuffer, public RefBase {
         USAGE_HW_RENDER = 0x200,
     };
 
-    // Allocates. A buffer that got no memory has a null handle, an initCheck() other than OK, and
-    // size, format and usage 0.
+    // Allocates the memory. If that fails, the handle is null, initCheck() is not OK, and size,
+    // format and usage are 0.
     GraphicBuffer(uint32_t inWidth, uint32_t inHeight, PixelFormat inFormat, uint32_t inUsage,
                   std::string requestorName = "<Unknown>");
 
@@ -46,12 +47,12 @@ class GraphicBuffer : public ANativeWindowBuffer, public RefBase {
     uint32_t getStride() const { return static_cast<uint32_t>(stride); }
     uint64_t getUsage() const { return usage; }
     PixelFormat getPixelFormat() const { return format; }
-    // The handle in it belongs to this object.
+    // Returns this object as its C structure. The object keeps ownership of the handle.
     ANativeWindowBuffer* getNativeBuffer() const {
         return static_cast<ANativeWindowBuffer*>(const_cast<GraphicBuffer*>(this));
     }
 
-    // Maps the memory into this process for the CPU; each lock() has its unlock().
+    // Maps the memory into this process for the CPU. Each lock() must be followed by an unlock().
     status_t lock(uint32_t inUsage, void** vaddr);
     status_t unlock();
 

@@ -9,9 +9,10 @@
 
 namespace android {
 
+// Answers questions about graphic buffers that are known by their handle.
 class GraphicBufferMapper : public Singleton<GraphicBufferMapper> {
   public:
-    // Bytes behind the handle.
+    // Returns the size of the allocation behind the handle, in bytes.
     status_t getAllocationSize(buffer_handle_t bufferHandle, uint64_t* outAllocationSize);
 
   private:

@@ -8,7 +8,7 @@
 
 namespace android {
 
-// Base of objects that count their own strong references and end with the last one.
+// Base class of objects that count their own strong references and are destroyed with the last one.
 class RefBase {
   public:
     void incStrong(const void* id) const;
@@ -26,13 +26,13 @@ class RefBase {
     mutable std::atomic<int32_t> mStrong{0};
 };
 
-// The same without a table of virtual functions: T is the most derived class.
+// Like RefBase, but without virtual functions. T must be the most derived class.
 template <typename T>
 class LightRefBase {
   public:
     void incStrong(const void*) const { mCount.fetch_add(1, std::memory_order_relaxed); }
     void decStrong(const void*) const {
-        // Acquire-release: what other owners wrote is seen by the one that deletes.
+        // Acquire-release: the thread that deletes the object must see what other owners wrote.
         if (mCount.fetch_sub(1, std::memory_order_acq_rel) == 1) delete static_cast<const T*>(this);
     }
     int32_t getStrongCount() const { return mCount.load(std::memory_order_relaxed); }

@@ -3,7 +3,7 @@
 
 namespace android {
 
-// One instance of TYPE for the whole process, made at its first use.
+// Provides one instance of TYPE for the whole process, created on first use.
 template <typename TYPE>
 class Singleton {
   public:

@@ -11,7 +11,7 @@ template <typename T>
 class sp {
   public:
     sp() = default;
-    sp(T* other) : mPtr(other) {  // NOLINT(google-explicit-constructor): as the platform has it
+    sp(T* other) : mPtr(other) {  // NOLINT(google-explicit-constructor): as on the platform
         if (mPtr != nullptr) mPtr->incStrong(this);
     }
     sp(const sp& other) : sp(other.mPtr) {}

@@ -10,5 +10,5 @@ enum {
     SYSTEM_TIME_MONOTONIC = 1,
 };
 
-// Nanoseconds on the given clock.
+// Returns the time of the given clock in nanoseconds.
 extern "C" nsecs_t systemTime(int clock = SYSTEM_TIME_MONOTONIC);

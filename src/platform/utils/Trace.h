@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// System trace. A source file defines ATRACE_TAG before it includes this header.
+// System tracing. A source file must define ATRACE_TAG before it includes this header; otherwise
+// its trace points are never recorded.
 #pragma once
 
 #include <cstdint>
@@ -11,14 +12,14 @@
 #define ATRACE_TAG ATRACE_TAG_NEVER
 #endif
 
-// The tags that are traced now, and what writes to the trace: behind the macros below.
+// The enabled tags and the functions that write to the trace. Used only by the macros below.
 extern "C" {
 extern uint64_t atrace_enabled_tags;
 void atrace_begin_body(const char* name);
 void atrace_end_body();
 }  // extern "C"
 
-// A point that reads a stale value is traced or left out; nothing else hangs on it.
+// A relaxed load is sufficient: a stale value only records or omits one trace point.
 static inline uint64_t atrace_get_enabled_tags() {
     return __atomic_load_n(&atrace_enabled_tags, __ATOMIC_RELAXED);
 }
@@ -35,7 +36,7 @@ static inline void atrace_end(uint64_t tag) {
 
 namespace android {
 
-// A section from construction to the end of its block.
+// Traces a section from construction to the end of the enclosing block.
 class ScopedTrace {
   public:
     ScopedTrace(uint64_t tag, const char* name) : mTag(tag) { atrace_begin(mTag, name); }
@@ -50,8 +51,8 @@ class ScopedTrace {
 
 }  // namespace android
 
-// What sources use, under their own tag. Sections nest, and each begin has its end on the same
-// thread.
+// The macros for source files; they use the file's own tag. Sections may be nested, and each must
+// end on the thread that began it.
 #define ATRACE_ENABLED() atrace_is_tag_enabled(ATRACE_TAG)
 #define ATRACE_BEGIN(name) atrace_begin(ATRACE_TAG, name)
 #define ATRACE_END() atrace_end(ATRACE_TAG)

@@ -1,7 +1,7 @@
 package vendor.vuq.hardware.vpp;
 
-// The end of the flush of one port.
+// The completion of a flush of one port.
 @VintfStability
 parcelable FlushDone {
-    int port;  // a VppPort; any number but INPUT counts as OUTPUT
+    int port;  // a VppPort; any value other than INPUT is taken as OUTPUT
 }

@@ -8,51 +8,52 @@ import vendor.vuq.hardware.vpp.VppError;
 import vendor.vuq.hardware.vpp.VppPort;
 import vendor.vuq.hardware.vpp.VppPortParam;
 
-// One post-processing session. The client sets its controls and ports, opens it, queues frames on the
-// input port and empty buffers on the output port, and gets both back through IVppCallbacks. A result
-// says whether the session took a command; flush, reconfigure and drain are finished later, which an
-// event says. Operations without a comment are not called by this library.
+// One post-processing session. The client sets the controls and ports, opens the session, and queues
+// frames on the input port and empty buffers on the output port. The session returns both through
+// IVppCallbacks. A result says whether the session accepted a command. flush, reconfigure and drain
+// complete later, with an event. The library does not call the operations without a comment.
 @VintfStability
 interface IVpp {
-    // Ends the processing. Buffers that the session still has are not returned.
+    // Ends processing. The session does not return the buffers that it still holds.
     VppError close();
-    // Has everything that is queued processed and returned, then IVppCallbacks.eventDrainDone().
+    // Processes and returns all queued buffers, then calls IVppCallbacks.eventDrainDone().
     VppError drain();
-    // Has one port return its buffers unprocessed, then IVppCallbacks.eventFlushDone() for that port.
+    // Returns the buffers of one port unprocessed, then calls IVppCallbacks.eventFlushDone() for that
+    // port.
     VppError flush(in VppPort port);
     VppError getParameter(in VppPort port, out VppPortParam param);
-    // Names the object that the session reports to. Once a session, before anything else. The library
-    // passes 0 for flags.
+    // Sets the object that receives the session's events. Called once for each session, before any other
+    // operation. The library passes 0 for flags.
     VppError initSession(in int flags, in IVppCallbacks callbacks);
-    // Starts processing with the controls and ports set before.
+    // Starts processing with the current controls and port layouts.
     VppError open();
-    // Hands one buffer over. The session owns the descriptors of the record that it receives; the
-    // buffer is the session's until it comes back under the same cookie.
+    // Queues one buffer. The session owns the descriptors in the record that it receives, and uses the
+    // buffer until it returns it with the same cookie.
     VppError queueBuf(in VppPort port, in VppBuffer buffer);
-    // Has an open session go on at other port sizes, then IVppCallbacks.eventReconfigDone(). Asked for
-    // when both ports are empty: after a flush.
+    // Changes the port layouts of an open session, then calls IVppCallbacks.eventReconfigDone(). The
+    // library calls it after a flush, when both ports are empty.
     VppError reconfigure(in VppPortParam input, in VppPortParam output);
     VppError resetStatistics();
-    // Upscaling without frame-rate conversion.
+    // Sets upscaling without frame-rate conversion.
     VppError setCtrlAis(in VppCtrlAis ctrl);
     VppError setCtrlBrightness(in int value);
     VppError setCtrlColor(in int value);
     VppError setCtrlContrast(in int value);
     VppError setCtrlDenoise(in int value);
-    // Frame-rate conversion: all segments that are to be known, in place of those sent before.
+    // Sets frame-rate conversion. The segments replace all segments that were sent before.
     VppError setCtrlFrc(in VppCtrlFrcSegment[] segments);
     VppError setCtrlHue(in int value);
     VppError setCtrlSaturation(in int value);
     VppError setCtrlSharpness(in int value);
     VppError setCtrlToneMap(in int value);
-    // What the session is used for; the library's sessions are of mode 2.
+    // Sets the purpose of the session. The library uses mode 2.
     VppError setCtrlVppMode(in int mode);
-    // The layout of the frames on one port; before open().
+    // Sets the layout of the frames on one port. Called before open().
     VppError setParameter(in VppPort port, in VppPortParam param);
     VppError setPriority(in int value);
     VppError setQuality(in int value);
     VppError setStatistics(in int value);
     VppError suspend();
-    // Ends the session, which lets its callback object go. Called after close(), whatever that answered.
+    // Ends the session, which releases its callback object. Called after close(), whatever its result.
     void terminateSession();
 }

@@ -5,22 +5,23 @@ import vendor.vuq.hardware.vpp.ReconfigDone;
 import vendor.vuq.hardware.vpp.VppBuffer;
 import vendor.vuq.hardware.vpp.VppError;
 
-// What a session reports to its client, on the client's binder threads, several at once. The result is
-// always VPP_OK: the client has no way to refuse a report.
+// The events of a session, which the client implements. They are called on the client's binder threads,
+// possibly several at the same time. The result is always VPP_OK, because the client cannot refuse an
+// event.
 @VintfStability
 interface IVppCallbacks {
-    // A drain is finished: everything that was queued has been processed and returned.
+    // A drain is complete: all queued buffers have been processed and returned.
     VppError eventDrainDone();
-    // Something went wrong outside any command. The library does not act on it.
+    // An error has occurred outside any command. The library ignores it.
     VppError eventError(in VppError error);
-    // One port has returned its buffers.
+    // A flush of one port is complete: the port has returned its buffers.
     VppError eventFlushDone(in FlushDone done);
-    // A reconfiguration is finished, or has failed.
+    // A reconfiguration is complete or has failed.
     VppError eventReconfigDone(in ReconfigDone done);
-    // The session has read a source frame and does not need it any more. Of the record only cookie and
-    // timestamp are read.
+    // Returns a source frame that the session has read and no longer needs. The library reads only the
+    // cookie and the timestamp of the record.
     VppError inputBufferDone(in VppBuffer buffer);
-    // An output buffer comes back, filled or (pixelFilledLen 0) not; or, when the session passes frames
-    // through, a source frame.
+    // Returns an output buffer; pixelFilledLen is 0 if it holds no frame. In bypass mode the session
+    // returns a source frame here, unprocessed.
     VppError outputBufferDone(in VppBuffer buffer);
 }

@@ -2,12 +2,12 @@ package vendor.vuq.hardware.vpp;
 
 import vendor.vuq.hardware.vpp.IVpp;
 
-// The factory of sessions, which the service manager knows under the name of this interface followed
-// by "/default".
+// The factory of sessions. It is registered with the service manager under the name of this interface
+// followed by "/default".
 @VintfStability
 interface IVppService {
-    // A new session, or null when there is none to be had. The library passes 0 for flags.
+    // Returns a new session, or null if none is available. The library passes 0 for flags.
     IVpp getNewVppSession(in int flags);
-    // How many sessions there are. Not called by the library.
+    // Returns the number of sessions. The library does not call it.
     int getSessionCount();
 }

@@ -1,7 +1,7 @@
 package vendor.vuq.hardware.vpp;
 
-// How a reconfiguration ended.
+// The outcome of a reconfiguration.
 @VintfStability
 parcelable ReconfigDone {
-    int status;  // a VppError; VPP_OK: both ports have their new layout
+    int status;  // a VppError; VPP_OK if both ports have their new layouts
 }

@@ -2,8 +2,8 @@ package vendor.vuq.hardware.vpp;
 
 import vendor.vuq.hardware.vpp.VppKeyValueInt;
 
-// Upscaling to twice the size. The library sets mode to 2 and param to 30; what they mean belongs to the
-// service.
+// Upscaling to twice the size. The library sets mode to 2 and param to 30; the service defines their
+// meaning.
 @VintfStability
 parcelable VppCtrlAis {
     int mode;

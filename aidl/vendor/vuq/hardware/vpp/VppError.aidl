@@ -1,7 +1,7 @@
 package vendor.vuq.hardware.vpp;
 
-// The result of an operation. Every number but VPP_OK is a failure; the library does not tell them
-// apart, and its messages name them.
+// The result of an operation. Every value except VPP_OK is a failure. The library treats all failures
+// alike.
 @VintfStability
 @Backing(type="int")
 enum VppError {

@@ -5,11 +5,12 @@ import android.hardware.common.NativeHandle;
 // One side buffer attached to a source frame.
 @VintfStability
 parcelable VppMetaBuffer {
-    // "vpp.metabuf.mv.fw", "vpp.metabuf.mv.bw" or "vpp.metabuf.scale.0p5".
+    // "vpp.metabuf.mv.fw" (forward vectors), "vpp.metabuf.mv.bw" (backward vectors) or
+    // "vpp.metabuf.scale.0p5" (half-size copy).
     String metaName;
-    // One descriptor, of the whole allocation.
+    // One descriptor, for the whole allocation.
     NativeHandle metaHandle;
-    // Bytes of the allocation.
+    // Size of the allocation in bytes.
     int metaAllocLen;  // unsigned
     int reserved1;     // unsigned
     int reserved2;     // unsigned

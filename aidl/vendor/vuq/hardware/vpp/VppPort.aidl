@@ -1,9 +1,9 @@
 package vendor.vuq.hardware.vpp;
 
-// The two sides of a session.
+// The two ports of a session.
 @VintfStability
 @Backing(type="int")
 enum VppPort {
-    INPUT = 0,   // frames going into the VPP
-    OUTPUT = 1,  // buffers the VPP fills
+    INPUT = 0,   // receives frames to process
+    OUTPUT = 1,  // receives buffers to fill
 }

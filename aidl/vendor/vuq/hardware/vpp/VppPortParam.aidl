@@ -6,6 +6,6 @@ parcelable VppPortParam {
     int height;     // pixels
     int width;      // pixels
     int stride;     // row pitch in pixels
-    int scanlines;  // rows of the plane
-    int colorFormat;  // a code of the service: 0 vendor YUV, 3 compressed NV12, 8 others
+    int scanlines;  // number of rows in the plane
+    int colorFormat;  // the service's code: 0 vendor YUV, 3 compressed NV12, 8 all others
 }

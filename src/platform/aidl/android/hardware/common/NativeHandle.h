@@ -8,6 +8,7 @@
 
 namespace aidl::android::hardware::common {
 
+// File descriptors and integers in a binder call. Owns the descriptors.
 class NativeHandle {
   public:
     std::vector<::ndk::ScopedFileDescriptor> fds;

@@ -5,10 +5,10 @@
 
 namespace aidl::vendor::vuq::hardware::vpp {
 
-// The end of the flush of one port.
+// The completion of a flush of one port.
 class FlushDone {
   public:
-    int32_t port = 0;  // a VppPort; any number but INPUT counts as OUTPUT
+    int32_t port = 0;  // a VppPort; any value other than INPUT is taken as OUTPUT
 };
 
 }  // namespace aidl::vendor::vuq::hardware::vpp

@@ -13,8 +13,9 @@
 
 namespace aidl::vendor::vuq::hardware::vpp {
 
-// What a session reports to its client, on the client's binder threads, several at once. The result
-// is always VPP_OK: the client has no way to refuse a report.
+// The events of a session, which the client implements. They are called on the client's binder
+// threads, possibly several at the same time. The result is always VPP_OK, because the client
+// cannot refuse an event.
 class IVppCallbacks : public ::ndk::ICInterface {
   public:
     static const char* descriptor;
@@ -27,22 +28,22 @@ class IVppCallbacks : public ::ndk::ICInterface {
     // Null when the binder is null or is not this interface.
     static std::shared_ptr<IVppCallbacks> fromBinder(const ::ndk::SpAIBinder& binder);
 
-    // A drain is finished: everything that was queued has been processed and returned.
+    // A drain is complete: all queued buffers have been processed and returned.
     virtual ::ndk::ScopedAStatus eventDrainDone(VppError* _aidl_return) = 0;
-    // Something went wrong outside any command. The library does not act on it.
+    // An error has occurred outside any command. The library ignores it.
     virtual ::ndk::ScopedAStatus eventError(VppError in_error, VppError* _aidl_return) = 0;
-    // One port has returned its buffers.
+    // A flush of one port is complete: the port has returned its buffers.
     virtual ::ndk::ScopedAStatus eventFlushDone(const FlushDone& in_done,
                                                 VppError* _aidl_return) = 0;
-    // A reconfiguration is finished, or has failed.
+    // A reconfiguration is complete or has failed.
     virtual ::ndk::ScopedAStatus eventReconfigDone(const ReconfigDone& in_done,
                                                    VppError* _aidl_return) = 0;
-    // The session has read a source frame and does not need it any more. Of the record only cookie
-    // and timestamp are read.
+    // Returns a source frame that the session has read and no longer needs. The library reads only
+    // the cookie and the timestamp of the record.
     virtual ::ndk::ScopedAStatus inputBufferDone(const VppBuffer& in_buffer,
                                                  VppError* _aidl_return) = 0;
-    // An output buffer comes back, filled or (pixelFilledLen 0) not; or, when the session passes
-    // frames through, a source frame.
+    // Returns an output buffer; pixelFilledLen is 0 if it holds no frame. In bypass mode the
+    // session returns a source frame here, unprocessed.
     virtual ::ndk::ScopedAStatus outputBufferDone(const VppBuffer& in_buffer,
                                                   VppError* _aidl_return) = 0;
 

@@ -10,8 +10,8 @@
 
 namespace aidl::vendor::vuq::hardware::vpp {
 
-// The factory of sessions, which the service manager knows under the name of this interface
-// followed by "/default".
+// The factory of sessions. It is registered with the service manager under the name of this
+// interface followed by "/default".
 class IVppService : public ::ndk::ICInterface {
   public:
     static const char* descriptor;
@@ -24,10 +24,10 @@ class IVppService : public ::ndk::ICInterface {
     // Null when the binder is null or is not this interface.
     static std::shared_ptr<IVppService> fromBinder(const ::ndk::SpAIBinder& binder);
 
-    // A new session, or null when there is none to be had. The library passes 0 for flags.
+    // Returns a new session, or null if none is available. The library passes 0 for flags.
     virtual ::ndk::ScopedAStatus getNewVppSession(int32_t in_flags,
                                                   std::shared_ptr<IVpp>* _aidl_return) = 0;
-    // How many sessions there are. Not called by the library.
+    // Returns the number of sessions. The library does not call it.
     virtual ::ndk::ScopedAStatus getSessionCount(int32_t* _aidl_return) = 0;
 
     virtual ::ndk::ScopedAStatus getInterfaceVersion(int32_t* _aidl_return) = 0;

@@ -5,10 +5,10 @@
 
 namespace aidl::vendor::vuq::hardware::vpp {
 
-// How a reconfiguration ended.
+// The outcome of a reconfiguration.
 class ReconfigDone {
   public:
-    int32_t status = 0;  // a VppError; VPP_OK: both ports have their new layout
+    int32_t status = 0;  // a VppError; VPP_OK if both ports have their new layouts
 };
 
 }  // namespace aidl::vendor::vuq::hardware::vpp

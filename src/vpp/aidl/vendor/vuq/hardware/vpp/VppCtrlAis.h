@@ -8,8 +8,8 @@
 
 namespace aidl::vendor::vuq::hardware::vpp {
 
-// Upscaling to twice the size. The library sets mode to 2 and param to 30; what they mean belongs
-// to the service.
+// Upscaling to twice the size. The library sets mode to 2 and param to 30; the service defines
+// their meaning.
 class VppCtrlAis {
   public:
     int32_t mode = 0;

@@ -5,15 +5,15 @@
 
 namespace aidl::vendor::vuq::hardware::vpp {
 
-// Frame-rate conversion from one moment of the stream on. A session knows several segments; for a
-// frame counts the one with the latest start at or before it. What the numbers without a comment
-// mean belongs to the service.
+// Frame-rate conversion that takes effect at a given time of the stream. A session has several
+// segments; the segment with the latest start at or before a frame's timestamp applies to that
+// frame. The service defines the meaning of the members without a comment.
 class VppCtrlFrcSegment {
   public:
     int32_t mode = 0;
     int32_t interpLevel = 0;   // 0 off, 3 high
-    int32_t interpFactor = 0;  // n: (n + 1)x interpolation
-    // Microseconds on the clock of the sources; 0 from the beginning.
+    int32_t interpFactor = 0;  // n multiplies the frame rate by n + 1
+    // In microseconds on the clock of the source timestamps; 0 is the beginning of the stream.
     int64_t startTimestamp = 0;
     bool flag1 = false;
     bool flag2 = false;

@@ -6,8 +6,8 @@
 
 namespace aidl::vendor::vuq::hardware::vpp {
 
-// The result of an operation. Every number but VPP_OK is a failure; the library does not tell them
-// apart, and its messages name them.
+// The result of an operation. Every value except VPP_OK is a failure. The library treats all
+// failures alike.
 enum class VppError : int32_t {
     VPP_OK = 0,
     VPP_ERR = 1,

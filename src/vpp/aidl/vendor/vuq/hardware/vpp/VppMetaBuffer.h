@@ -11,11 +11,12 @@ namespace aidl::vendor::vuq::hardware::vpp {
 // One side buffer attached to a source frame.
 class VppMetaBuffer {
   public:
-    // "vpp.metabuf.mv.fw", "vpp.metabuf.mv.bw" or "vpp.metabuf.scale.0p5".
+    // "vpp.metabuf.mv.fw" (forward vectors), "vpp.metabuf.mv.bw" (backward vectors) or
+    // "vpp.metabuf.scale.0p5" (half-size copy).
     std::string metaName;
-    // One descriptor, of the whole allocation.
+    // One descriptor, for the whole allocation.
     ::aidl::android::hardware::common::NativeHandle metaHandle;
-    // Bytes of the allocation.
+    // Size of the allocation in bytes.
     uint32_t metaAllocLen = 0;
     uint32_t reserved1 = 0;
     uint32_t reserved2 = 0;

@@ -6,10 +6,10 @@
 
 namespace aidl::vendor::vuq::hardware::vpp {
 
-// The two sides of a session.
+// The two ports of a session.
 enum class VppPort : int32_t {
-    INPUT = 0,   // frames going into the VPP
-    OUTPUT = 1,  // buffers the VPP fills
+    INPUT = 0,   // receives frames to process
+    OUTPUT = 1,  // receives buffers to fill
 };
 
 [[nodiscard]] inline std::string toString(VppPort value) {
