@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The host simulator's switchboard: how tests, tools and benches steer and watch what stands behind
-// the platform's names. Nothing under src/ or include/ knows this header. Every operation may be
-// called from any thread.
+// The control interface of the host simulator. Tests, tools and benches use it to configure and
+// observe the simulated platform, converter and service. Nothing under src/ or include/ includes
+// this header. Every operation may be called from any thread.
 #pragma once
 
 #include <cstdint>
@@ -15,13 +15,13 @@ namespace qoz::host {
 
 // ---- System properties ------------------------------------------------------------------------
 
-// False when the name is not a property name or the value is longer than 91 characters.
+// Returns false if `name` is not a valid property name or `value` is longer than 91 characters.
 bool setProperty(const std::string& name, const std::string& value);
 void clearProperties();
 
-// Reads lines of name=value; blank lines and lines that begin with # are skipped. On false, `error`
-// names the line. The file named by the environment's QOZ_PROPERTIES is read before the first
-// look-up.
+// Sets the properties in a file of name=value lines. Skips blank lines and lines that begin with #.
+// Stops at the first line that is not valid, sets `error` and returns false. The file that the
+// environment variable QOZ_PROPERTIES names is read before the first property is read or set.
 bool loadProperties(const std::string& path, std::string* error);
 
 // ---- Log --------------------------------------------------------------------------------------
@@ -33,23 +33,25 @@ struct LogLine {
 };
 using LogSink = std::function<void(const LogLine&)>;
 
-// Replaces standard error; an empty sink brings it back. Returns the sink that was in place. Lines
-// of one process reach the sink one at a time.
+// Sends log lines to `sink` instead of standard error; an empty sink restores standard error.
+// Returns the previous sink. The sink is called for one line at a time.
 LogSink setLogSink(LogSink sink);
 
 // ---- Trace ------------------------------------------------------------------------------------
 
-// Records trace points from now on, while bit 1 (graphics) of the property
-// debug.atrace.tags.enableflags is set; stopTrace() writes Chrome trace JSON. False: cannot write.
-// A thread has room for 131,072 events; what comes after is left out, and counted in the file.
+// startTrace() reads the property debug.atrace.tags.enableflags and starts recording if bit 1
+// (graphics) is set. stopTrace() ends the recording and writes it as Chrome trace JSON; it returns
+// false if it cannot write the file. Up to 131,072 events are recorded for each thread; the file
+// contains the number of events that were dropped.
 void startTrace();
 bool stopTrace(const std::string& path);
 
-// Beside the library's own trace points, a client's and a tool's. While no trace runs each costs
-// one relaxed load.
+// Returns true while a trace is recorded. TraceSlice, traceCounter() and traceArrow() add trace
+// points of clients and tools to those of the library. While no trace is recorded, each costs one
+// relaxed load.
 bool tracing();
 
-// From construction to destruction, on one thread. Names have 79 characters at most.
+// Records a slice from construction to destruction, on one thread. Names are cut to 79 characters.
 class TraceSlice {
   public:
     explicit TraceSlice(const char* name);
@@ -64,7 +66,8 @@ class TraceSlice {
 
 void traceCounter(const std::string& name, int64_t value);
 
-// An arrow from the slice that a point was taken in to the slice in which traceArrow() is called.
+// traceArrow() draws an arrow from the slice in which `from` was taken to the slice in which
+// traceArrow() is called.
 struct TracePoint {
     int32_t tid = 0;
     int64_t at = 0;  // nanoseconds
@@ -72,8 +75,9 @@ struct TracePoint {
 TracePoint tracePoint();
 void traceArrow(const char* name, const TracePoint& from);
 
-// ---- What exists ------------------------------------------------------------------------------
+// ---- Resource counters ------------------------------------------------------------------------
 
+// "Made" counts since the start of the process, "live" what exists now.
 struct Counters {
     uint64_t graphicBuffersMade = 0;
     uint64_t graphicBuffersLive = 0;
@@ -86,7 +90,7 @@ struct Counters {
 Counters counters();
 int openDescriptors();  // of this process
 
-// Calls of set_sched_policy and set_cpuset_policy since the start of the process.
+// Calls to set_sched_policy and set_cpuset_policy since the start of the process.
 struct SchedCall {
     std::string call;
     int tid;
@@ -96,49 +100,52 @@ std::vector<SchedCall> schedCalls();
 
 // ---- Faults -----------------------------------------------------------------------------------
 
+// What a fault does to an operation. docs/host-simulator.md describes the effects in detail.
 enum class FaultKind {
-    Code,       // answer with `code`
-    Transport,  // the call fails below its result
-    Drop,       // no answer
-    Late,       // answer `code` milliseconds later
-    Twice,      // answer twice
-    Unknown,    // answer with a cookie nobody gave
-    Keep,       // answer with `code`, and do it all the same
-    Swap,       // answer after the answer that follows
-    Stray,      // before the answer one that nobody waits for, of values out of all range
-    Within,     // answer from within the call, on the thread that makes it
+    Code,       // answers with `code`
+    Transport,  // the call has a transport error
+    Drop,       // sends no answer
+    Late,       // answers `code` milliseconds later
+    Twice,      // answers twice
+    Unknown,    // answers with an unknown cookie
+    Keep,       // answers with `code`, but carries out the operation
+    Swap,       // answers after the next answer
+    Stray,      // first sends an unsolicited answer with out-of-range values
+    Within,     // answers from within the call, on the thread that makes it
     Die,        // the service dies
 };
 
-// One row of the table. Operations: those of IVpp and IVppService by name ("queueBuf",
-// "getNewVppSession"), the callbacks ("outputBufferDone"), the converter's ("Configure",
-// "RGBToNV12", "MvBufferGeneration", "GetMVbufferSize"), and "allocate" (graphic buffers),
-// "native_handle_create".
+// One fault. `operation` is an operation of IVpp or IVppService ("queueBuf", "getNewVppSession"), a
+// callback ("outputBufferDone"), an operation of the converter ("Configure", "RGBToNV12",
+// "MvBufferGeneration", "GetMVbufferSize"), "allocate" (graphic buffers) or "native_handle_create".
 struct Fault {
     std::string operation;
     FaultKind kind = FaultKind::Code;
     int32_t code = 1;
-    uint64_t nth = 1;    // fires at the nth call from when it is armed
-    uint64_t count = 1;  // and at this many calls in all; 0: from then on
+    uint64_t nth = 1;    // fires first at the nth call after it was armed
+    uint64_t count = 1;  // number of consecutive calls at which it fires; 0 for all from then on
 };
 
-// "queueBuf=7", "queueBuf=7@3" (third call), "flush=drop@2+" (second call and all after),
-// "drain=late:500". Words: drop, late:MS, twice, unknown, keep:CODE, swap, stray,
-// transport, within, die. An operation that is not named above is an error.
+// Parses the text of a fault: "queueBuf=7", "queueBuf=7@3" (third call), "flush=drop@2+" (second
+// call and all later calls), "drain=late:500". Besides a code, the answer is one of drop, late:MS,
+// twice, unknown, keep:CODE, swap, stray, transport, within and die. If the text is malformed or
+// names an operation that has no faults, sets `error` and returns nullopt.
 std::optional<Fault> parseFault(const std::string& text, std::string* error);
 
-// The text that parseFault() reads as this; of the counts it knows 1 and 0.
+// Returns the text that parseFault() parses to this fault. The text can express only the counts 1
+// and 0.
 std::string toText(const Fault& fault);
 
 void armFault(const Fault& fault);
-void clearFaults();
-uint64_t faultsFired();
-std::vector<Fault> unfiredFaults();  // armed, and not one call has met them
+void clearFaults();                  // disarms all faults and resets the count
+uint64_t faultsFired();              // number of times that a fault has fired
+std::vector<Fault> unfiredFaults();  // armed faults that have never fired
 
 // ---- The VPP service --------------------------------------------------------------------------
 
-// A VPP service registered under its instance name, from construction to destruction; the end of
-// the object is the death of the service: it lets go of every session, callback and buffer.
+// A VPP service in this process, registered under its instance name for the life of the object.
+// Destroying the object is the death of the service, which releases every session, callback object
+// and buffer.
 class VppService {
   public:
     VppService();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The converter's motion fields: that they say where the blocks of a picture went.
+// Tests that the converter's motion fields show where the blocks of a picture have moved.
 #include <support/ConverterFixture.h>
 
 #include <algorithm>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The converter: NV12 conversion and scaling, dumps, and what it refuses.
+// Tests of the converter: NV12 conversion, scaling, frame dumps, and refused arguments.
 #include <png.h>
 #include <support/ConverterFixture.h>
 #include <sys/eventfd.h>

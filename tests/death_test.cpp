@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// A service that dies, is silent, answers from within a call, never stops, or belongs to the
-// previous session: whatever waits ends, and every buffer comes back once.
+// Tests with a service that dies, does not answer, answers from within a call, never stops
+// returning buffers, or belongs to a previous session. Every wait must end, and every buffer must
+// be returned once.
 #include <algorithm>
 #include <atomic>
 #include <thread>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the service gives back, and the worker that hands it to the client.
+// Tests of the returns of the service and of the output worker that delivers them to the client.
 #include <atomic>
 #include <thread>
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The text of a component's state: right at any moment, and never waited for. A dump that did wait
-// would wait for what the test lets go only afterwards.
+// Tests that the state dump is correct at any moment and never waits. A test that blocks another
+// thread releases it only after the dump, so that a dump that waits for that thread would hang.
 #include <client/LiveClient.h>
 #include <fcntl.h>
 #include <sys/mman.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Frames through everything: component, converter, service, and the pixels that come out.
+// Tests of whole streams through component, converter and service, including the output pixels.
 #include <client/LiveClient.h>
 
 #include <cstring>

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// Whatever goes wrong around a stream, one row each: nobody is stuck, nothing is lost that was not
-// the fault's to lose, and the component works again in a healthy world.
+// A table of faults in the surroundings of a stream. For each fault, no operation may hang, no
+// buffer may be lost except those that the fault itself loses, and the component must work again
+// when the fault is gone.
 //
-// With QOZ_WRITE_DOCS set to a folder, a run of the whole table writes faults.md there.
+// If QOZ_WRITE_DOCS names a folder, a run of the whole table writes faults.md there.
 #include <pthread.h>
 #include <sys/resource.h>
 

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// Random histories of one to three components on one service, each played by a thread of its own,
-// with and without faults. RapidCheck makes them, prints its seed, and shrinks one that fails.
+// Random sequences of operations of one to three components on one service, with and without
+// faults. Each component has a thread of its own. RapidCheck generates the sequences and shrinks
+// one that fails.
 //
-// QOZ_HISTORIES is how many (150 when unset). They are the same in every run, and their seed is
-// printed; RC_PARAMS="seed=..." plays others.
+// QOZ_HISTORIES sets the number of sequences (150 if unset). Every run plays the same sequences and
+// prints their seed; RC_PARAMS="seed=..." selects others.
 #include <client/LiveClient.h>
 #include <rapidcheck.h>
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// One frame's way in, against the simulator's own converter, and the settings that frames carry.
+// Tests of the intake of source frames, with the simulator's converter, and of the settings that
+// frames carry.
 #include <sys/eventfd.h>
 
 #include <atomic>

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the library relies on in the platform's basic libraries. scripts/check-device-build runs the
-// same tests against those libraries themselves, in place of the host simulator's.
+// Tests of the behaviour that the library requires of the platform's basic libraries.
+// scripts/check-device-build also runs them with the platform's own libraries in place of the host
+// simulator's.
 #include <cutils/native_handle.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>

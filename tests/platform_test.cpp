@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Where the host simulator must not be kinder than the platform.
+// Tests of behaviour in which the host simulator must not be more tolerant than the platform.
 #include <aidl/vendor/vuq/hardware/vpp/BnVppCallbacks.h>
 #include <aidl/vendor/vuq/hardware/vpp/IVpp.h>
 #include <host/control.h>

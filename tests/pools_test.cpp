@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The two pools of internal buffers.
+// Tests of the two pools of internal buffers.
 #include "pipeline/Align.h"
 #include "pipeline/BufferPool.h"
 #include "support/Fixture.h"

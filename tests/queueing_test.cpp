@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Buffers on their way to the service: records, cookies, metabuffers, counters; every way to fail.
+// Tests of queueing buffers to the service: records, cookies, side buffers, counters, and failures.
 #include <sys/resource.h>
 
 #include "pipeline/Cookie.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What is refused, and what a refusal leaves: calls from within callbacks, fences that never
-// signal, a reconfiguration that the service does not take.
+// Tests of refused operations and of the state after a refusal: calls from within callbacks, fences
+// that never signal, and a reconfiguration that the service refuses.
 #include <client/LiveClient.h>
 #include <sys/eventfd.h>
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What one start of a component leaves to the next: config again, disable and enable again, with
-// the same settings and with others.
+// Tests of repeated starts of a component, by config() and by disable() and enable(), with the same
+// settings and with others.
 #include <client/LiveClient.h>
 #include <malloc.h>
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Construction, messages and state; finding the service, enable and disable; the callback object.
+// Tests of construction, messages and state, of finding the service, of enable() and disable(), and
+// of the callback object.
 #include <android/binder_manager.h>
 #include <host/platform/ServiceRegistry.h>
 #include <sys/resource.h>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Bounded waits do not depend on the wall clock. This program takes the place of the calls by which
-// a thread waits for a time: a wait on the wall clock takes an hour longer here, as if the clock
-// were set back an hour while it lasts.
+// Tests that bounded waits do not depend on the wall clock. This program replaces the C library's
+// timed waits: a wait on the wall clock takes an hour longer here, as if the clock were set back by
+// an hour during the wait.
 #include <dlfcn.h>
 #include <pthread.h>
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Formats, config, the resolution rules, start, FRC segments; flush, reconfigure, drain.
+// Tests of formats, config(), the rules for port sizes, starts and FRC segments, and of flush,
+// reconfiguration and drain.
 #include <latch>
 #include <thread>
 

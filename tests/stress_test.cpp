@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Many changes, many times: nothing lost, nobody stuck. Meant for the sanitizers as much as for
-// itself.
+// Plays streams with many random changes. No buffer may be lost and no operation may hang. The
+// sanitizers also run this test.
 #include <client/LiveClient.h>
 
 #include <random>

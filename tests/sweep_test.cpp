@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The n-th resource fails, once or from then on, for every n until nothing fails any more: memory,
-// native handles, graphic buffers, descriptors, threads. Whatever fails costs at most frames, never
-// a buffer or a hang.
+// Makes the n-th allocation of a resource fail, once or from then on, for every n until none fails
+// any more. The resources are memory, native handles, graphic buffers, descriptors and threads. A
+// failure may cost frames, but must not lose a buffer or cause a hang.
 #include <android/binder_process.h>
 #include <client/LiveClient.h>
 #include <dlfcn.h>

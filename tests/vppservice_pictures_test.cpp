@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The simulated service's pictures: motion followed either way, cuts, and sharper upscaling.
+// Tests of the pictures that the simulated service produces: motion in both directions, scene cuts,
+// and sharper upscaling.
 #include <cmath>
 #include <numeric>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The simulated service: what its client may do when, what comes back, and in which order.
+// Tests of the simulated service: permitted calls in each state, returned buffers, and their order.
 #include <android/binder_ibinder.h>
 
 #include <atomic>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the interface package's own library holds on a device: everything of the generated classes
-// that the headers only declare. There is no parcel here, since a call within one process is a
-// plain virtual call.
+// The functions of the generated classes that the headers only declare. On a device the library of
+// the interface package contains them. Nothing is marshalled here, because a call within one
+// process is a plain virtual call.
 #include <aidl/vendor/vuq/hardware/vpp/BnVpp.h>
 #include <aidl/vendor/vuq/hardware/vpp/BnVppCallbacks.h>
 #include <aidl/vendor/vuq/hardware/vpp/BnVppService.h>
@@ -10,6 +10,7 @@
 namespace aidl::vendor::vuq::hardware::vpp {
 namespace {
 
+// Returns the object behind a binder, or null if the binder is null or has another interface.
 template <typename Interface>
 std::shared_ptr<Interface> interfaceBehind(const ::ndk::SpAIBinder& binder) {
     return std::static_pointer_cast<Interface>(

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a component said and what it called: log lines and client callbacks, kept for comparison.
+// Records the log lines and the client callbacks of a component for comparison.
 #pragma once
 
 #include <android/log.h>
@@ -17,23 +17,23 @@
 
 namespace qoz::test {
 
-// The end of a wait for something that a test expects to happen soon.
+// The limit of a wait for an event that a test expects to happen soon.
 constexpr auto kSoon = std::chrono::seconds(20);
 
-// Keeps all log lines from construction to destruction, in place of printing them.
+// Records all log lines from construction to destruction instead of printing them. Thread-safe.
 class LogCapture {
   public:
     LogCapture();
     ~LogCapture() { host::setLogSink(mBefore); }
 
-    // Lines whose text, without the "[name](address) " in front, is just this.
+    // Returns the number of lines whose text, without the prefix "[name](address) ", equals `text`.
     size_t count(const std::string& text, std::optional<int> priority = {}) const;
     size_t errors(const std::string& text) const { return count(text, ANDROID_LOG_ERROR); }
-    size_t countPrefixed(int maxPriority) const;  // with a prefix, below or at this priority
+    size_t countPrefixed(int maxPriority) const;  // with the prefix, at or below this priority
     std::vector<std::string> texts(std::optional<int> priority) const;
     void clear();
 
-    // Called with each text as it is logged, on the thread that logs it.
+    // Called with the text of each line when it is logged, on the thread that logs it.
     std::function<void(const std::string&)> onLine;
 
   private:
@@ -42,6 +42,7 @@ class LogCapture {
     host::LogSink mBefore;
 };
 
+// The arguments of one call to onBufferDone().
 struct Done {
     uint32_t port;
     int32_t slot;
@@ -51,7 +52,7 @@ struct Done {
 };
 void PrintTo(const Done& done, std::ostream* out);
 
-// A client that writes down what it is told.
+// A client that records its callbacks. Thread-safe.
 class Recorder final : public android::IQOZCallback {
   public:
     void onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint64_t timestamp) override;
@@ -61,10 +62,10 @@ class Recorder final : public android::IQOZCallback {
     std::vector<std::set<uint32_t>> changes() const;
     void clear();
 
-    // Waits until `count` buffers have come back; false when they do not.
+    // Waits until `count` buffers have been returned. Returns false if they are not in time.
     bool waitFor(size_t count) const;
 
-    // Called on the calling thread before a buffer is written down.
+    // Called on the thread of the callback before a buffer is recorded.
     std::function<void(const Done&)> onDone;
 
   private:
@@ -74,7 +75,8 @@ class Recorder final : public android::IQOZCallback {
     std::vector<std::set<uint32_t>> mChanges;
 };
 
-// Polls until `condition` holds; for what has no event to wait on. False when it does not in time.
+// Polls until `condition` holds, for conditions without an event to wait for. Returns false if it
+// does not hold in time.
 bool eventually(const std::function<bool()>& condition);
 
 }  // namespace qoz::test

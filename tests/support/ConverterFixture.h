@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A converter whose errors are counted.
+// A fixture for tests of the converter, which counts the errors that the converter logs.
 #pragma once
 
 #include <Rgb2Yuv.h>
@@ -38,7 +38,7 @@ class ConverterTest : public testing::Test {
         return converter.MvBufferGeneration(previous, current, forward, backward);
     }
 
-    // Before each conversion the converter is set up for just that.
+    // Whether convert() and estimate() configure the converter for their arguments first.
     bool configures = true;
     android::Rgb2Yuv converter;
     int errors = 0;  // logged by the converter

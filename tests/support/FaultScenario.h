@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// One stream with something wrong about it: plays it, and keeps what its client saw.
+// Plays one stream with a fault and records what its client sees.
 #pragma once
 
 #include <client/LiveClient.h>
@@ -26,21 +26,24 @@ inline std::string nameOf(VppComponent::status state) {
     return kNames[static_cast<size_t>(state)];
 }
 
+// A client, its component, and the steps of a stream. Each step records unexpected results in
+// `seen`. Used by one thread.
 class FaultScenario {
   public:
-    // `mayLose`: buffers that never come back from a flush, by the fault's doing.
+    // `mayLose` is the number of buffers that a flush does not return because of the fault.
     FaultScenario(std::chrono::milliseconds waitLimit, size_t mayLose) : mMayLose(mayLose) {
         client.vpp = std::make_shared<VppComponent>();
         VppComponentPeer(*client.vpp).setWaitLimit(waitLimit);
     }
 
-    // Each of these is timed.
+    // Each of the following steps measures its operations (see `longest`).
     void start(ConfigParams params) {
         bool enabled = false;
         time([&] { enabled = client.enable(); });
         if (!enabled) saw("enable refused, state " + nameOf(client.vpp->state()));
         time([&] { client.vpp->config(64, 48, kRgba, params, true); });
-        // A component that has started before does not wait in config(); the look at the port does.
+        // config() waits only for the first start of a component; isInputPortEnabled() waits for
+        // any start.
         time([&] { client.vpp->isInputPortEnabled(64, 48, kRgba); });
         const auto state = client.vpp->state();
         if (enabled && state != VppComponent::ACTIVE) saw("start leaves " + nameOf(state));
@@ -57,7 +60,7 @@ class FaultScenario {
     void frameAt(int64_t nanoseconds) {
         time([&] { EXPECT_TRUE(client.send(64, 48, nanoseconds)); });
     }
-    // Output or source, whether it is out or not.
+    // Queues another buffer with this slot, of an output or a source, even if it is outstanding.
     void queueOnceMore(int32_t slot) {
         std::vector<android::QOZBufferInfo> packet{{slot, nullptr, nullptr, mNow, {}}};
         const bool isSource = slot >= client::LiveClient::kFirstSource;
@@ -78,7 +81,7 @@ class FaultScenario {
         const auto state = client.vpp->state();
         if (state == VppComponent::IDLE) {
             if (!awaitHome) return;
-            // A return that is late on purpose comes after the flush.
+            // A return that a fault delays may arrive after the flush.
             eventually([this] { return client.ledger().outstanding() <= mMayLose; });
             flushed = client.ledger();
         } else {
@@ -94,7 +97,8 @@ class FaultScenario {
         if (std::ranges::find(seen, text) == seen.end()) seen.push_back(text);
     }
 
-    // Frames, a new size, a new ratio, drain, flush, frames; all of it, whatever fails.
+    // Plays frames, a new size, a new ratio, a drain, a flush, and frames again. Continues after
+    // failures.
     void playOn() {
         frames(4, 64, 48);
         frames(3, 96, 64);
@@ -105,11 +109,11 @@ class FaultScenario {
         frames(2, 96, 64);
     }
 
-    // The component in a healthy world: it starts, plays, and gives everything back.
+    // Expects that without faults the component starts, plays, and returns every buffer.
     void expectHealth() {
         seen.clear();
         flushed.reset();
-        VppComponentPeer(*client.vpp).setWaitLimit(10s);  // nothing is to run out of time here
+        VppComponentPeer(*client.vpp).setWaitLimit(10s);  // no wait must time out here
         start({1, 0, 1, 0});
         frames(4, 64, 48);
         flush();
@@ -120,12 +124,13 @@ class FaultScenario {
     }
 
     client::LiveClient client;
-    std::vector<std::string> seen;  // in order, each once
-    std::chrono::milliseconds longest{0};
-    std::chrono::milliseconds disabling{0};
-    std::optional<client::Ledger> flushed;  // the ledger after a flush that ended in IDLE
+    std::vector<std::string> seen;           // in order, without duplicates
+    std::chrono::milliseconds longest{0};    // the longest operation
+    std::chrono::milliseconds disabling{0};  // the longest disable()
+    std::optional<client::Ledger> flushed;   // the ledger after a flush that ended in IDLE
 
   private:
+    // Measures one operation.
     template <typename Act>
     std::chrono::milliseconds time(const Act& act) {
         const auto begin = std::chrono::steady_clock::now();

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A component against the scripted service, and the proof that nothing of it is left afterwards.
+// Fixtures: a component with a scripted service, and a check that every test releases its
+// resources.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -33,8 +34,8 @@ constexpr int32_t kRgba = host::kRgba8888;
 
 sp<GraphicBuffer> buffer(uint32_t width, uint32_t height, int32_t format, uint32_t usage = 0x300);
 
-// Every test ends with no more descriptors, threads, buffers, handles, sessions and binder
-// references than it began with, and ends.
+// Checks that a test ends with no more descriptors, threads, buffers, handles, sessions and binder
+// references than it began with, and aborts a test that hangs.
 class ResourceTest : public ::testing::Test {
   protected:
     void SetUp() override;
@@ -46,7 +47,8 @@ class ResourceTest : public ::testing::Test {
     Watchdog mWatchdog;
 };
 
-// Holds whoever comes by until it is let go.
+// Blocks a thread in hold() until the test counts `release` down. `inside` tells the test that the
+// thread has arrived.
 struct Gate {
     void hold() {
         inside.count_down();
@@ -56,15 +58,17 @@ struct Gate {
     std::latch release{1};
 };
 
+// A component with a recording client and a scripted service.
 class ComponentTest : public ResourceTest {
   protected:
     void SetUp() override;
     void TearDown() override;
 
-    // As a test begins: no component, a session without a script, nothing said yet.
+    // Restores the state at the beginning of a test: no component, a session without a script, and
+    // nothing recorded.
     void renew();
 
-    // With all diagnostics on, unless `logFlags` says otherwise.
+    // Creates the component. `logFlags` is the log property; the default enables all diagnostics.
     void make(const char* logFlags = "21");
     void makeEnabled();
     bool enable(bool debug = false) { return vpp->enable("test", &client, debug); }
@@ -77,11 +81,11 @@ class ComponentTest : public ResourceTest {
                           std::optional<ConfigParams> carried = {});
     int32_t processOutput(int32_t slot, const sp<GraphicBuffer>& output);
 
-    // What the service was given on a port.
+    // Returns the records that were queued on a port.
     std::vector<Queued> queuedOn(vpp::VppPort port) const;
     Strings lastCalls(size_t count) const;
 
-    // The worker stays at the gate, inside the client's callback for this slot.
+    // Blocks the output worker at the gate, in the client's callback for this slot.
     void holdDelivery(int32_t slot, Gate& gate);
 
     LogCapture log;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A connection to the service's bus that keeps to no rule.
+// A connection to the service's bus that may break any rule.
 #pragma once
 
 #include <host/vppd/Names.h>
@@ -15,7 +15,7 @@
 
 namespace qoz::test {
 
-// What a call was answered with: the name of a D-Bus error, or a number.
+// The answer to a call: the name of a D-Bus error, or a number.
 struct PeerAnswer {
     std::string error;
     int32_t number = -1;
@@ -27,14 +27,14 @@ inline PeerAnswer number(VppError error) {
     return {"", static_cast<int32_t>(error)};
 }
 
-// Owned by a test; for one thread at a time.
+// Must be used by one thread at a time.
 class HostilePeer {
   public:
     explicit HostilePeer(const std::string& address) : mBus(address) { mBus.start({}); }
 
     const std::string& name() const { return mBus.name(); }
 
-    // Calls and waits for the answer, behind all that it has sent before.
+    // Calls and waits for the answer. Messages that were sent earlier are delivered first.
     template <typename... Args>
     PeerAnswer call(const std::string& destination, const std::string& path, const char* interface,
                     const char* method, const Args&... args) {
@@ -50,7 +50,7 @@ class HostilePeer {
     PeerAnswer callSession(const std::string& path, const char* method, const Args&... args) {
         return call(host::vppd::kBusName, path, host::vppd::kSessionInterface, method, args...);
     }
-    // Calls, and does not care for an answer.
+    // Calls without waiting for an answer.
     template <typename... Args>
     void castSession(const std::string& path, const char* method, const Args&... args) {
         const auto proxy = sdbus::createProxy(mBus.connection(), host::vppd::kBusName, path);
@@ -60,7 +60,8 @@ class HostilePeer {
             .dontExpectReply();
     }
 
-    // A call that is ready to be sent, for when there are no descriptors left to make one.
+    // Prepares a call and returns a function that sends it, for use when no descriptor is left to
+    // create a call.
     template <typename... Args>
     std::function<void()> prepare(const std::string& destination, const char* interface,
                                   const char* method, const Args&... args) {
@@ -72,7 +73,7 @@ class HostilePeer {
         return [proxy, call] { proxy->callMethod(call); };
     }
 
-    // "/" when the service gives none.
+    // Returns the path of a new session, or "/" if the service creates none.
     std::string newSession() {
         const auto proxy =
             sdbus::createProxy(mBus.connection(), host::vppd::kBusName, host::vppd::kServicePath);
@@ -80,7 +81,7 @@ class HostilePeer {
         return host::vppd::callWithin<sdbus::ObjectPath>(end, *proxy, host::vppd::kServiceInterface,
                                                          "GetNewVppSession", int32_t{0});
     }
-    // A session that takes frames. Its callbacks go to an object that is not there.
+    // Returns the path of an open session. Its callbacks are sent to an object that does not exist.
     std::string newOpenSession(Size size) {
         const std::string path = newSession();
         const auto ports = host::vppd::toBus(port(size));
@@ -91,7 +92,7 @@ class HostilePeer {
         return path;
     }
 
-    // The unique names of all others on the bus.
+    // Returns the unique names of all other connections on the bus.
     std::vector<std::string> others() {
         const auto proxy =
             sdbus::createProxy(mBus.connection(), "org.freedesktop.DBus", "/org/freedesktop/DBus");

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The one friend: what the tests look at and set inside a component.
+// The only friend of the component: what the tests read and set inside it.
 #pragma once
 
 #include <qoz/VppComponent.h>
@@ -12,6 +12,7 @@
 
 namespace android {
 
+// Gives a test access to a component. The component must outlive the object.
 class VppComponentPeer {
   public:
     using SideBuffers = android::SideBuffers;
@@ -19,7 +20,7 @@ class VppComponentPeer {
 
     explicit VppComponentPeer(VppComponent& component) : c(component) {}
 
-    // Pools, seen and filled as the frame path leaves them.
+    // The pools and the requests of the frame path.
     auto& yuvMap() { return c.mYuvBufferMap; }
     auto& freeYuv() { return c.mFreeYuvIndex; }
     auto& extradataMap() { return c.mExtradataBufferMap; }
@@ -32,13 +33,13 @@ class VppComponentPeer {
         return c.requestExtradataBuffer(fw, bw, mv, ds, dsInfo);
     }
 
-    // Stream.
+    // The stream. Shape is the input of the rules for the port sizes.
     struct Shape {
         uint32_t width, height, maxWidth, maxHeight, upscaleIndex;
         float upscaleRatio;
         bool doubled;
     };
-    // Width and height of the input port, then of the output.
+    // Returns width and height of the input port, then of the output port.
     std::array<uint32_t, 4> resolve(const Shape& shape) {
         std::tie(c.mWidth, c.mHeight) = std::tie(shape.width, shape.height);
         std::tie(c.mMaxWidth, c.mMaxHeight) = std::tie(shape.maxWidth, shape.maxHeight);
@@ -50,7 +51,7 @@ class VppComponentPeer {
     bool needDownscale(uint32_t w, uint32_t h) {
         return c.mNeedDownscale(w, h, c.mMaxWidth, c.mMaxHeight);
     }
-    // Factor, AIS, doubled output, motion vectors, half-size copies, upscale ratio.
+    // Interpolation factor, AIS, doubled output, motion vectors, half-size copies, upscale ratio.
     using Settings = std::tuple<uint32_t, bool, bool, bool, bool, float>;
     Settings settings() const {
         return {c.mInterpFactor, c.mAisEnabled, c.mDoubleOutput,
@@ -76,12 +77,12 @@ class VppComponentPeer {
         return c.queueBuffer(buffer, side, id, ts, isInput);
     }
     void setNeedAdditionalBuffer(bool needed) { c.mNeedAdditionalBuffer = needed; }
-    // Inputs and outputs.
+    // Returns the numbers of input and output buffers in the VPP.
     std::pair<uint32_t, uint32_t> inVpp() const {
         return {c.mInputBuffersInVpp, c.mOutputBuffersInVpp};
     }
-    void storeCommand(int32_t cmd) { c.mParts->worker.store(cmd); }  // waits for nobody
-    // The worker looks for work, and goes to sleep, under this.
+    void storeCommand(int32_t cmd) { c.mParts->worker.store(cmd); }  // does not wait
+    // Holds the lock under which the worker checks for work before it sleeps.
     std::unique_lock<std::mutex> holdLook() { return std::unique_lock(c.mParts->worker.mPostLock); }
     bool store(uint32_t id, const VppBuffer& buffer) {
         return c.mParts->delivery.store(id, buffer);

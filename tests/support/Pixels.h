@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Pictures and vector fields in graphic buffers, for the tests of the converter and of the service.
+// Creates and reads pictures and vector fields in graphic buffers, for the tests of the converter
+// and of the service.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -27,10 +28,11 @@ inline sp<GraphicBuffer> makeBuffer(int width, int height, int32_t format) {
 inline sp<GraphicBuffer> makeField(int sourceWidth, int sourceHeight) {
     return makeBuffer((sourceWidth + 15) / 16 * 2, (sourceHeight + 15) / 16, kRgba8888);
 }
+// Returns the mapped pixels, which are valid as long as the buffer exists.
 inline uint8_t* pixelsOf(const sp<GraphicBuffer>& buffer) {
     void* pixels = nullptr;
     EXPECT_EQ(buffer->lock(GraphicBuffer::USAGE_SW_READ_OFTEN, &pixels), android::OK);
-    buffer->unlock();  // the simulator keeps buffers mapped for as long as they live
+    buffer->unlock();  // the simulator keeps a buffer mapped as long as it exists
     return static_cast<uint8_t*>(pixels);
 }
 
@@ -56,12 +58,14 @@ inline bool near(const Colour& a, const Colour& b, int tolerance) {
            std::abs(a[2] - b[2]) <= tolerance;
 }
 
+// The value of one plane at each pixel.
 using Picture = std::function<int(int x, int y)>;
 inline Picture flat(int value) {
     return [value](int, int) { return value; };
 }
 
-// A picture of this luma, and of this U and a V that mirrors it at each second pixel; RGBA is grey.
+// Paints a frame. An NV12 frame gets this luma, this chroma as U, and 255 - U as V. An RGBA frame
+// gets the luma in all four bytes.
 inline void paint(const sp<GraphicBuffer>& frame, const Picture& luma, const Picture& chroma) {
     const Nv12Layout layout = nv12Layout(frame->width, frame->height);
     uint8_t* const pixels = pixelsOf(frame);
@@ -84,13 +88,14 @@ inline sp<GraphicBuffer> painted(int width, int height, int32_t format, const Pi
     return made;
 }
 
+// Returns a pseudo-random value from 0 to 255 that depends only on the position.
 inline int noise(int x, int y) {
     uint32_t h = static_cast<uint32_t>(x) * 374761393U + static_cast<uint32_t>(y) * 668265263U;
     h = (h ^ (h >> 13)) * 1274126177U;
     return static_cast<int>((h ^ (h >> 16)) & 0xFF);
 }
 
-// Detail of several sizes, as pictures have it; never the same twice.
+// A non-repeating texture with detail of several sizes, like a natural picture.
 inline int textured(int x, int y) {
     constexpr int kOffset = 4096;  // keeps the divisions from rounding towards zero
     const auto smooth = [x = x + kOffset, y = y + kOffset](int size) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Whether this build is slowed down by a sanitizer, for limits that are times.
+// Whether a sanitizer slows this build down. Time limits depend on it.
 #pragma once
 
 namespace qoz::test {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A VPP service that does what a test tells it and writes down what it was sent.
+// A VPP service whose answers a test scripts and which records what it is sent.
 #pragma once
 
 #include <host/vppservice/SingleSessionService.h>
@@ -19,7 +19,7 @@ namespace qoz::test {
 
 namespace vpp = ::aidl::vendor::vuq::hardware::vpp;
 
-// What a queueBuf carried.
+// The contents of one queueBuf record.
 struct Queued {
     vpp::VppPort port;
     uint64_t timestamp;
@@ -28,41 +28,44 @@ struct Queued {
     uint32_t filledLen;
     uint32_t size;
     size_t descriptors;
-    uint64_t inode;                       // of the pixels: which buffer it was
-    std::vector<std::string> metas = {};  // names; "" for an entry that was left empty
+    uint64_t inode;                       // of the pixel memory; identifies the buffer
+    std::vector<std::string> metas = {};  // names; "" for an entry without a descriptor
 };
 
 uint64_t inodeOf(int fd);
 
+// The session. It answers every call with the scripted result, or else with VPP_OK, and sends the
+// event that completes a command from a thread of its own.
 class ScriptedVpp : public host::VppSessionBase {
   public:
-    // Called with a result to write to.
+    // Calls one callback; the second argument receives its result.
     using Event = std::function<void(vpp::IVppCallbacks&, vpp::VppError*)>;
 
     ScriptedVpp() : mThread([this] { serve(); }) {}
     ~ScriptedVpp() override;
 
-    // The script, set before the component is let loose.
+    // The script. It must be set before the component uses the session.
     std::map<std::string, vpp::VppError> results;  // by operation; "flush0" and "flush1" by port
     std::set<std::string> silent;  // events never sent: "flush0", "flush1", "reconfigure", "drain"
     vpp::VppError reconfigStatus = vpp::VppError::VPP_OK;
-    std::function<void(const std::string&)> onCall;  // at the beginning of an operation
+    std::function<void(const std::string&)> onCall;  // called first, on the caller's thread
 
     std::vector<std::string> calls() const { return read(mCalls); }
     std::vector<Queued> queued() const { return read(mQueued); }
-    // Of setParameter and reconfigure, in order.
+    // The parameters of setParameter and reconfigure, in order.
     std::vector<vpp::VppPortParam> ports() const { return read(mPorts); }
     std::vector<vpp::VppCtrlFrcSegment> segments() const { return read(mSegments); }  // last sent
     std::vector<vpp::VppCtrlAis> aisControls() const { return read(mAis); }
 
-    // Give buffers back on the calling thread, as a binder thread would.
+    // Return a buffer to the component on the calling thread, in place of a binder thread.
     void returnInput(int64_t cookie, uint64_t timestamp);
     void returnOutput(int64_t cookie, uint64_t timestamp, uint32_t filledLen);
 
-    // From now on no call gets through; returns when those linked to this death have been told.
+    // Makes every later call fail with a transport error. Returns after the death recipients have
+    // been notified.
     void die();
 
-    // Any event, on this session's own thread.
+    // Sends any event from this session's own thread.
     void send(Event event);
     vpp::IVppCallbacks* callbacks() const { return callbackObject().get(); }
     std::shared_ptr<vpp::IVppCallbacks> callbackObject() const { return read(mCallbacks); }
@@ -96,7 +99,8 @@ class ScriptedVpp : public host::VppSessionBase {
         return operation + std::to_string(static_cast<int32_t>(port));
     }
 
-    // `record` writes down what the call carried; `answer` follows a call that is not refused.
+    // Handles one call. `record` records its arguments. `answer` is sent afterwards unless the
+    // script refuses the call or silences the event.
     Status note(const std::string& call, Error* result, const std::function<void()>& record = {},
                 Event answer = {});
     void serve();

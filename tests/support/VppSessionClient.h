@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A client of one session of the simulated service, as the component is one: through IVpp.
+// A client of one session of the simulated service. Like the component, it uses IVpp.
 #pragma once
 
 #include <aidl/vendor/vuq/hardware/vpp/BnVppCallbacks.h>
@@ -27,21 +27,22 @@ using vpp::VppBuffer;
 using vpp::VppError;
 using vpp::VppPort;
 using Lines = std::vector<std::string>;
-using Factors = std::vector<std::pair<int64_t, int>>;  // from when on how many in between
+using Factors = std::vector<std::pair<int64_t, int>>;  // start timestamp, interpolation factor
 
 constexpr int64_t kOutputBit = static_cast<int64_t>(0xFFFFFFFF80000000);
 
-// Writes down what comes back, as "output 3 at 1000, 4608 bytes", "flush 0", "drain".
+// Records the events of a session as text: "output 3 at 1000, 4608 bytes", "flush 0", "drain".
+// Thread-safe.
 class SessionRecorder : public vpp::BnVppCallbacks {
   public:
     ~SessionRecorder() override {
         if (onEnd) onEnd();
     }
-    std::function<void(const std::string&)> onSeen;  // on the thread of the call, no lock held
-    std::function<void()> onEnd;                     // from the destructor
-    bool mayComeWithin = false;                      // callbacks on the client's own thread
+    std::function<void(const std::string&)> onSeen;  // called on the event's thread, without a lock
+    std::function<void()> onEnd;                     // called by the destructor
+    bool mayComeWithin = false;                      // whether events may use the client's thread
 
-    Lines seen(const std::string& what = "") {  // lines that begin so
+    Lines seen(const std::string& what = "") {  // lines that begin with `what`
         const std::lock_guard lock(mLock);
         return held(what);
     }
@@ -154,14 +155,14 @@ class VppServiceTest : public ResourceTest {
         ResourceTest::TearDown();
     }
 
-    // Calls an operation of the session; its result, or -1 when it failed below that.
+    // Calls an operation of the session. Returns its result, or -1 on a transport error.
     template <typename... Formal, typename... Given>
     int ask(ndk::ScopedAStatus (IVpp::*operation)(Formal...), const Given&... given) {
         VppError result = VppError::VPP_OK;
         const bool ok = (mSession.get()->*operation)(given..., &result).isOk();
         return ok ? static_cast<int>(result) : -1;
     }
-    // A session of its own, running.
+    // Creates and opens a session for this test.
     void openAt(int factor, Size in = kSmall, Size out = kSmall) {
         mRecorder = ndk::SharedRefBase::make<SessionRecorder>();
         mSession = newSession();
@@ -188,7 +189,8 @@ class VppServiceTest : public ResourceTest {
     int source(int id, uint64_t timestamp, const sp<GraphicBuffer>& pixels = frame(kSmall)) {
         return queue(VppPort::INPUT, record(pixels, id, timestamp));
     }
-    // That many of each, numbered from 0; the sources at 1000, 2000 and so on.
+    // Queues this many buffers on each port, numbered from 0. The sources have the timestamps 1000,
+    // 2000 and so on.
     void feed(int outputs, int sources) {
         for (int i = 0; i < outputs; ++i)
             EXPECT_EQ(queueOutput(i), 0);

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// Ends a test that hangs, and says where every thread of it stands.
+// Aborts a test that hangs and prints the stack of every thread.
 #pragma once
 
 namespace qoz::test {
 
-// From construction to destruction, or from the last feed() on, the process has a minute (two under
-// a sanitizer). Then every thread prints its stack and the process aborts. One at a time.
+// Limits the time from construction, or from the last feed(), to destruction to one minute (two
+// under a sanitizer). When the time is up, every thread prints its stack and the process aborts.
+// Only one watchdog may exist at a time.
 class Watchdog {
   public:
     Watchdog();
