@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The loops over the pixels of blocks, compiled for each vector extension and chosen at run time.
+// Loops over whole planes, compiled for each vector extension and chosen at run time.
 #pragma once
 
 #include <cstddef>
@@ -7,21 +7,11 @@
 
 namespace qoz::host {
 
-// Sums of absolute differences of 16x16 and 8x8 pixels.
-uint32_t difference16(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b, ptrdiff_t bStride);
-uint32_t difference8(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b, ptrdiff_t bStride);
+class BlockGrid;
+struct LumaPlane;
 
-// What a window of 16x16 pixels says of a small displacement: products of the gradient (the sum of
-// both windows' central differences, four times their mean) and of the residual b - a, summed.
-struct GradientSums {
-    int32_t xx, xy, yy;  // gradient by gradient
-    int32_t xr, yr;      // gradient by residual
-    int32_t x, y, r;     // alone
-};
-
-// The pixels around both windows are read too.
-GradientSums gradientSums16(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b,
-                            ptrdiff_t bStride);
+// For each block of the grid, in raster order, the mean of |d/dx| + |d/dy| over it, 255 at most.
+void measureTextures(const LumaPlane& plane, const BlockGrid& grid, uint8_t* textures);
 
 // to = from + from * gain / 256 + offset, saturated.
 void changeBrightness(const uint8_t* from, uint8_t* to, size_t count, int gain, int offset);

@@ -1,65 +1,34 @@
 // SPDX-License-Identifier: Apache-2.0
-// Where the blocks of one frame went in another, found from coarse to fine.
+// Where the blocks of one frame went in another, to whole pixels.
 #pragma once
 
-#include <host/converter/BlockDifference.h>
+#include <host/converter/BlockGrid.h>
 #include <host/converter/LumaPyramid.h>
 
 #include <array>
-#include <cstddef>
 #include <vector>
 
 namespace qoz::host {
 
-// No vector of a field is longer than this, either way: it fits a signed byte.
-constexpr int kMaxDisplacement = 120;
-
-struct BlockMatch {
-    Displacement displacement;
-    uint32_t difference = kUnseen;
-};
-
-// The blocks of one plane, in raster order.
-class BlockGrid {
-  public:
-    void reset(const LumaPlane& plane, int columns, int rows, int blockSize);
-
-    int columns() const { return mColumns; }
-    int rows() const { return mRows; }
-
-    bool has(int column, int row) const {
-        return column >= 0 && row >= 0 && column < mColumns && row < mRows;
-    }
-    BlockMatch& at(int column, int row) { return mMatches[index(column, row)]; }
-    const BlockMatch& at(int column, int row) const { return mMatches[index(column, row)]; }
-
-    // The last ones end with the plane, so that every block is whole if the plane has room for it.
-    Block block(int column, int row) const;
-
-  private:
-    size_t index(int column, int row) const {
-        return static_cast<size_t>(row) * static_cast<size_t>(mColumns) +
-               static_cast<size_t>(column);
-    }
-
-    std::vector<BlockMatch> mMatches;
-    int mColumns = 0;
-    int mRows = 0;
-    int mBlockSize = 0;
-    int mLastX = 0;
-    int mLastY = 0;
-};
-
+// Keeps the grids of one direction from frame to frame, so that no memory is asked for again. For
+// one thread.
 class BlockSearch {
   public:
-    // The grid of the full-size level: blocks of kMotionBlock pixels. It stands until the next
-    // call, and may be improved on in place.
+    // From coarse to fine. Gives the grid of the full-size level, blocks of kMotionBlock pixels,
+    // which stands until the next call and may be improved on in place.
     BlockGrid& search(const LumaPyramid& from, const LumaPyramid& to);
+
+    // The same where the way back is known: a block takes up the vector of the block that `back`,
+    // the grid over `to`, leads to its place, and looks around only where that does not fit.
+    BlockGrid& searchBack(const LumaPyramid& from, const LumaPyramid& to, const BlockGrid& back);
 
     void release() { *this = BlockSearch(); }
 
   private:
+    void resetGrids(const LumaPyramid& from);
+
     std::array<BlockGrid, LumaPyramid::kMaxLevels> mGrids;
+    std::vector<BlockMatch> mSeeds;  // what the way back says of each block; unseen: nothing
 };
 
 }  // namespace qoz::host

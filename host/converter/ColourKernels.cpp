@@ -23,7 +23,7 @@ struct Colours {
     Words green;
 };
 
-Colours Split(const uint8_t* rgba) {
+HWY_INLINE Colours Split(const uint8_t* rgba) {
     const Pixels d;
     const hn::RebindToUnsigned<Pixels> du;
     const hn::Repartition<uint8_t, Pixels> bytes;
@@ -33,7 +33,7 @@ Colours Split(const uint8_t* rgba) {
     return {hn::BitCast(d, hn::And(pixel, low)), hn::BitCast(d, green)};
 }
 
-Words Weighed(const Colours& colours, const int16_t (&shares)[3]) {
+HWY_INLINE Words Weighed(const Colours& colours, const int16_t (&shares)[3]) {
     const Pixels d;
     const Halves halves;
     const auto pair = [&](int first, int second) {
@@ -49,7 +49,7 @@ Words Weighed(const Colours& colours, const int16_t (&shares)[3]) {
                    product(colours.green, pair(shares[1], 0)));
 }
 
-void StoreLuma(const Colours& colours, const ColourMatrix& matrix, uint8_t* to) {
+HWY_INLINE void StoreLuma(const Colours& colours, const ColourMatrix& matrix, uint8_t* to) {
     const Pixels d;
     const hn::Rebind<uint8_t, Pixels> bytes;
     const auto dark = hn::Set(d, 16 * kColourUnit + kColourUnit / 2);
@@ -58,7 +58,7 @@ void StoreLuma(const Colours& colours, const ColourMatrix& matrix, uint8_t* to) 
 }
 
 // As many pixels as there are lanes.
-void Convert(const ColourMatrix& matrix, const RowPair& rows) {
+HWY_INLINE void Convert(const ColourMatrix& matrix, const RowPair& rows) {
     const Pixels d;
     const hn::Rebind<uint8_t, Pixels> bytes;
     const Colours upper = Split(rows.upper);

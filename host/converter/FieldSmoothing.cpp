@@ -5,7 +5,15 @@
 #include <cstdlib>
 #include <iterator>
 
-namespace qoz::host {
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "host/converter/FieldSmoothing.cpp"
+#include <hwy/foreach_target.h>  // compiles what follows once for each target
+// After it, as it is compiled once for each target too.
+#include <host/converter/BlockKernels-inl.h>
+#include <hwy/highway.h>
+
+HWY_BEFORE_NAMESPACE();
+namespace qoz::host::HWY_NAMESPACE {
 namespace {
 
 // Grey levels per pixel that a vector out of the picture costs: a block that finds no better
@@ -18,6 +26,8 @@ constexpr uint32_t kChargeShare = 16;
 
 constexpr int kAround[][2] = {{-1, -1}, {0, -1}, {1, -1}, {-1, 0}, {1, 0}, {-1, 1}, {0, 1}, {1, 1}};
 
+// Looks at one block after the other, and gives it a neighbour's vector where that makes the whole
+// of what is unlike and what disagrees less.
 class Smoother {
   public:
     Smoother(const LumaPlane& from, const LumaPlane& to, BlockGrid* grid)
@@ -28,15 +38,22 @@ class Smoother {
         const Block block = mGrid.block(column, row);
         const bool fits = own.difference <= block.area();
         if (agrees(column, row, own.displacement, fits ? 1 : 0)) return;
-        uint32_t least = energy(column, row, block, own);
+        uint32_t least = disagreement(column, row, block, own.displacement) +
+                         (own.difference == kUnseen ? kUnseenCost * block.area() : own.difference);
+        Displacement tried[std::size(kAround) + 1] = {own.displacement};
+        int count = 1;
         for (const auto& [right, down] : kAround) {
             if (!mGrid.has(column + right, row + down)) continue;
             const Displacement other = mGrid.at(column + right, row + down).displacement;
-            if (other == own.displacement) continue;
-            const BlockMatch match{other, blockDifference(mFrom, mTo, block, other)};
-            const uint32_t cost = energy(column, row, block, match);
+            if (std::find(tried, tried + count, other) != tried + count) continue;
+            tried[count++] = other;
+            const uint32_t charge = disagreement(column, row, block, other);
+            if (charge >= least) continue;
+            const uint32_t difference = blockDifference(mFrom, mTo, block, other, least - charge);
+            const uint32_t cost =
+                charge + (difference == kUnseen ? kUnseenCost * block.area() : difference);
             if (cost >= least) continue;
-            own = match;
+            own = {other, difference};
             least = cost;
         }
     }
@@ -51,18 +68,16 @@ class Smoother {
         });
     }
 
-    uint32_t energy(int column, int row, const Block& block, const BlockMatch& match) const {
-        uint32_t disagreement = 0;
+    // What the neighbours charge for such a vector.
+    uint32_t disagreement(int column, int row, const Block& block, Displacement own) const {
+        uint32_t sum = 0;
         for (const auto& [right, down] : kAround) {
             if (!mGrid.has(column + right, row + down)) continue;
             const Displacement other = mGrid.at(column + right, row + down).displacement;
-            const int distance = std::abs(match.displacement.dx - other.dx) +
-                                 std::abs(match.displacement.dy - other.dy);
-            disagreement += static_cast<uint32_t>(std::min(distance, kChargedDistance));
+            const int distance = std::abs(own.dx - other.dx) + std::abs(own.dy - other.dy);
+            sum += static_cast<uint32_t>(std::min(distance, kChargedDistance));
         }
-        const uint32_t unlikeness =
-            match.difference == kUnseen ? kUnseenCost * block.area() : match.difference;
-        return unlikeness + disagreement * block.area() / kChargeShare;
+        return sum * block.area() / kChargeShare;
     }
 
     const LumaPlane& mFrom;
@@ -70,9 +85,7 @@ class Smoother {
     BlockGrid& mGrid;
 };
 
-}  // namespace
-
-void smoothField(const LumaPlane& from, const LumaPlane& to, BlockGrid* grid) {
+void SmoothField(const LumaPlane& from, const LumaPlane& to, BlockGrid* grid) {
     Smoother smoother(from, to, grid);
     // Both ways: a vector that is right travels over any number of blocks, whichever side it is on.
     for (int row = grid->rows() - 1; row >= 0; --row) {
@@ -85,4 +98,21 @@ void smoothField(const LumaPlane& from, const LumaPlane& to, BlockGrid* grid) {
     }
 }
 
+}  // namespace
+}  // namespace qoz::host::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace qoz::host {
+namespace {
+
+HWY_EXPORT(SmoothField);
+
+}  // namespace
+
+void smoothField(const LumaPlane& from, const LumaPlane& to, BlockGrid* grid) {
+    HWY_DYNAMIC_DISPATCH(SmoothField)(from, to, grid);
+}
+
 }  // namespace qoz::host
+#endif

@@ -2,7 +2,7 @@
 // Agreement between neighbours in a field of vectors.
 #pragma once
 
-#include <host/converter/BlockSearch.h>
+#include <host/converter/BlockGrid.h>
 #include <host/converter/LumaPyramid.h>
 
 namespace qoz::host {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <host/converter/BlockKernels.h>
 #include <host/converter/FieldSmoothing.h>
 #include <host/converter/MotionEstimator.h>
 
@@ -15,19 +16,18 @@ uint8_t meanError(const BlockMatch& match, uint32_t area) {
 }
 
 int16_t steps(float pixels) {
-    return static_cast<int16_t>(std::lround(pixels * kMotionUnit));
+    return static_cast<int16_t>(std::floor(pixels * kMotionUnit + 0.5F));
 }
 
-void write(const LumaPlane& from, const BlockGrid& grid, const std::vector<Motion>& motion,
-           const BrightnessChange& change, MotionVector* field) {
-    const Motion* fine = motion.data();
+void write(const BlockGrid& grid, const SubpixelField& fine, const BrightnessChange& change,
+           const uint8_t* textures, MotionVector* field) {
     for (int row = 0; row < grid.rows(); ++row) {
-        for (int column = 0; column < grid.columns(); ++column, ++fine) {
-            const Block block = grid.block(column, row);
-            *field++ = {steps(fine->dx),
-                        steps(fine->dy),
-                        meanError(grid.at(column, row), block.area()),
-                        blockTexture(from, block),
+        for (int column = 0; column < grid.columns(); ++column) {
+            const Motion motion = fine.at(column, row);
+            *field++ = {steps(motion.dx),
+                        steps(motion.dy),
+                        meanError(grid.at(column, row), grid.block(column, row).area()),
+                        *textures++,
                         static_cast<int8_t>(change.gain),
                         static_cast<int8_t>(change.offset)};
         }
@@ -43,12 +43,26 @@ BrightnessChange inverse(const BrightnessChange& change) {
 
 }  // namespace
 
-void MotionEstimator::estimateOne(const LumaPyramid& from, const LumaPyramid& to,
-                                  const BrightnessChange& change, MotionVector* field) {
-    BlockGrid& grid = mSearch.search(from, to);
-    smoothField(from.level(0), to.level(0), &grid);
-    const std::vector<Motion>& motion = mSubpixel.refine(from.level(0), to.level(0), &grid);
-    write(from.level(0), grid, motion, change, field);
+void MotionEstimator::refine(const Frame& from, const Frame& to, const BrightnessChange& change,
+                             BlockGrid* grid, MotionVector* field) {
+    smoothField(from.luma.level(0), to.luma.level(0), grid);
+    mSubpixel.refine(from.luma.level(0), to.luma.level(0), grid);
+    write(*grid, mSubpixel, change, from.textures.data(), field);
+}
+
+void MotionEstimator::Frame::build(const MappedBuffer& frame) {
+    luma.build(frame);
+    measure();
+}
+
+void MotionEstimator::Frame::measure() {
+    const LumaPlane& plane = luma.level(0);
+    BlockGrid grid;
+    grid.reset(plane, static_cast<int>(fieldWidth(static_cast<uint32_t>(plane.width))),
+               static_cast<int>(fieldHeight(static_cast<uint32_t>(plane.height))),
+               static_cast<int>(kMotionBlock));
+    textures.resize(static_cast<size_t>(grid.columns()) * static_cast<size_t>(grid.rows()));
+    measureTextures(plane, grid, textures.data());
 }
 
 void MotionEstimator::estimate(const MappedBuffer& previous, const MappedBuffer& current,
@@ -59,16 +73,20 @@ void MotionEstimator::estimate(const MappedBuffer& previous, const MappedBuffer&
         mPrevious.build(previous);
     }
     mCurrent.build(current);
-    const BrightnessChange change = brightnessChange(mPrevious.smallest(), mCurrent.smallest());
-    if (change) mPrevious.change(change.gain, change.offset);
-    estimateOne(mPrevious, mCurrent, change, forward);
-    estimateOne(mCurrent, mPrevious, inverse(change), backward);
+    const BrightnessChange change =
+        brightnessChange(mPrevious.luma.smallest(), mCurrent.luma.smallest());
+    if (change) {
+        mPrevious.luma.change(change.gain, change.offset);
+        mPrevious.measure();
+    }
+    BlockGrid& there = mForward.search(mPrevious.luma, mCurrent.luma);
+    refine(mPrevious, mCurrent, change, &there, forward);
+    BlockGrid& back = mBackward.searchBack(mCurrent.luma, mPrevious.luma, there);
+    refine(mCurrent, mPrevious, inverse(change), &back, backward);
 }
 
 void MotionEstimator::release() {
-    mPrevious.release();
-    mCurrent.release();
-    mSearch.release();
+    *this = MotionEstimator();
 }
 
 }  // namespace qoz::host

@@ -9,6 +9,8 @@
 #include <host/converter/MotionField.h>
 #include <host/converter/SubpixelField.h>
 
+#include <vector>
+
 namespace qoz::host {
 
 // Keeps the current frame's luma for the next pair, whose previous frame it mostly is.
@@ -23,13 +25,24 @@ class MotionEstimator {
     void release();
 
   private:
-    // The field over `from`; `change` is told in it.
-    void estimateOne(const LumaPyramid& from, const LumaPyramid& to, const BrightnessChange& change,
-                     MotionVector* field);
+    // A frame's luma, and what there is to see in each of its blocks.
+    struct Frame {
+        LumaPyramid luma;
+        std::vector<uint8_t> textures;
 
-    LumaPyramid mPrevious;
-    LumaPyramid mCurrent;
-    BlockSearch mSearch;
+        void build(const MappedBuffer& frame);
+        void measure();  // the textures anew
+    };
+
+    // Makes the whole pixels of `grid` fine, and writes the field over `from`; `change` is told in
+    // it.
+    void refine(const Frame& from, const Frame& to, const BrightnessChange& change, BlockGrid* grid,
+                MotionVector* field);
+
+    Frame mPrevious;
+    Frame mCurrent;
+    BlockSearch mForward;
+    BlockSearch mBackward;
     SubpixelField mSubpixel;
 };
 

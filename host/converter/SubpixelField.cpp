@@ -1,14 +1,24 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <host/converter/BlockKernels.h>
 #include <host/converter/SubpixelField.h>
 
 #include <algorithm>
 #include <cmath>
 
-namespace qoz::host {
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "host/converter/SubpixelField.cpp"
+#include <hwy/foreach_target.h>  // compiles what follows once for each target
+// After it, as it is compiled once for each target too.
+#include <host/converter/BlockKernels-inl.h>
+#include <hwy/highway.h>
+
+HWY_BEFORE_NAMESPACE();
+namespace qoz::host::HWY_NAMESPACE {
 namespace {
 
-constexpr float kPixels = 16 * 16;
+// Pixels of a block that are measured: every second row.
+constexpr int kRowStep = 2;
+constexpr float kPixels = 16.0F * 16 / kRowStep;
+
 constexpr float kLongestStep = 1.5F;  // pixels; a longer one was no small displacement
 
 // Squared grey levels per pixel: what the noise of a block is worth, and the pull of one neighbour.
@@ -18,28 +28,64 @@ constexpr float kPull = 1.5F;
 // Neighbours further apart than this belong to other layers. Pixels.
 constexpr float kSameLayer = 1.6F;
 
-constexpr int kRounds = 4;
-constexpr int kAround[][2] = {{0, -1}, {-1, 0}, {1, 0}, {0, 1}};
+// What a window of 16x16 pixels says of a small displacement: products of the gradient (the sum of
+// both windows' central differences, four times their mean) and of the residual b - a, summed.
+struct GradientSums {
+    int32_t xx, xy, yy;  // gradient by gradient
+    int32_t xr, yr;      // gradient by residual
+    int32_t x, y, r;     // alone
+};
 
-float distance(const Motion& a, const Motion& b) {
-    return std::max(std::abs(a.dx - b.dx), std::abs(a.dy - b.dy));
+// The pixels around both windows are read too.
+HWY_INLINE GradientSums gradientSums(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b,
+                                     ptrdiff_t bStride) {
+    const hn::CappedTag<int16_t, 16> d;
+    const hn::Rebind<uint8_t, decltype(d)> bytes;
+    const hn::RepartitionToWide<decltype(d)> wide;
+    const auto load = [&](const uint8_t* p)
+                          HWY_ATTR { return hn::PromoteTo(d, hn::LoadU(bytes, p)); };
+    const auto zero = hn::Zero(wide);
+    auto xx = zero, xy = zero, yy = zero, xr = zero, yr = zero, x = zero, y = zero, r = zero;
+    const auto one = hn::Set(d, 1);
+    const auto add = [&](auto p, auto q, auto sum) HWY_ATTR {
+        auto upper = zero;  // some targets put half of the products here
+        sum = hn::ReorderWidenMulAccumulate(wide, p, q, sum, upper);
+        return hn::Add(sum, upper);
+    };
+    for (int row = 0; row < 16; row += kRowStep, a += kRowStep * aStride, b += kRowStep * bStride) {
+        for (size_t i = 0; i < 16; i += hn::Lanes(d)) {
+            const auto gx = hn::Add(hn::Sub(load(a + i + 1), load(a + i - 1)),
+                                    hn::Sub(load(b + i + 1), load(b + i - 1)));
+            const auto gy = hn::Add(hn::Sub(load(a + i + aStride), load(a + i - aStride)),
+                                    hn::Sub(load(b + i + bStride), load(b + i - bStride)));
+            const auto residual = hn::Sub(load(b + i), load(a + i));
+            xx = add(gx, gx, xx);
+            xy = add(gx, gy, xy);
+            yy = add(gy, gy, yy);
+            xr = add(gx, residual, xr);
+            yr = add(gy, residual, yr);
+            x = add(gx, one, x);
+            y = add(gy, one, y);
+            r = add(residual, one, r);
+        }
+    }
+    const auto total = [&](auto sum)
+                           HWY_ATTR { return hn::GetLane(hn::SumOfLanes(wide, sum)); };
+    return {total(xx), total(xy), total(yy), total(xr), total(yr), total(x), total(y), total(r)};
 }
 
-size_t indexOf(const BlockGrid& grid, int column, int row) {
-    return static_cast<size_t>(row) * static_cast<size_t>(grid.columns()) +
-           static_cast<size_t>(column);
-}
-
-bool hasRim(const LumaPlane& plane, int x, int y) {
-    return x >= 1 && y >= 1 && x + 17 <= plane.width && y + 17 <= plane.height;
-}
-
-}  // namespace
+// What one block says; by itself, nothing but that it moves as `own`.
+struct BlockEvidence {
+    Motion own;
+    float xx = 0;
+    float xy = 0;
+    float yy = 0;
+};
 
 // One step of Gauss and Newton from a whole displacement; false: it leads too far to be believed,
 // or there is nothing to measure.
-bool SubpixelField::step(const LumaPlane& from, const LumaPlane& to, const Block& block,
-                         Displacement displacement, Evidence* evidence) {
+HWY_INLINE bool step(const LumaPlane& from, const LumaPlane& to, const Block& block,
+                     Displacement displacement, BlockEvidence* evidence) {
     const auto [dx, dy] = displacement;
     // Blocks at the edges are measured a pixel further in.
     const auto inside = [](int at, int by, int side) {
@@ -47,12 +93,15 @@ bool SubpixelField::step(const LumaPlane& from, const LumaPlane& to, const Block
         const int high = std::min(side - 17, side - 17 - by);
         return std::clamp(at, low, std::max(low, high));
     };
+    const auto hasRim = [](const LumaPlane& plane, int x, int y) {
+        return x >= 1 && y >= 1 && x + 17 <= plane.width && y + 17 <= plane.height;
+    };
     const int x = inside(block.x, dx, from.width);
     const int y = inside(block.y, dy, from.height);
     if (!hasRim(from, x, y) || !hasRim(to, x + dx, y + dy)) return false;
 
     const GradientSums sums =
-        gradientSums16(from.at(x, y), from.width, to.at(x + dx, y + dy), to.width);
+        gradientSums(from.at(x, y), from.width, to.at(x + dx, y + dy), to.width);
     // The gradients' sum is four times their mean; without the means of both sides a change of
     // brightness moves nothing.
     const float gx = static_cast<float>(sums.x) / (4 * kPixels);
@@ -75,26 +124,29 @@ bool SubpixelField::step(const LumaPlane& from, const LumaPlane& to, const Block
     return true;
 }
 
-SubpixelField::Evidence SubpixelField::measure(const LumaPlane& from, const LumaPlane& to,
-                                               const Block& block, BlockMatch* match) {
+int nearest(float value) {
+    return static_cast<int>(std::floor(value + 0.5F));
+}
+
+BlockEvidence measure(const LumaPlane& from, const LumaPlane& to, const Block& block,
+                      BlockMatch* match) {
     const auto [dx, dy] = match->displacement;
-    Evidence evidence;
+    BlockEvidence evidence;
     evidence.own = {static_cast<float>(dx), static_cast<float>(dy)};
     if (match->difference == kUnseen) return evidence;
     if (!step(from, to, block, match->displacement, &evidence)) return evidence;
 
     // A step to another whole pixel is taken from there once more, where that is no worse.
-    const Displacement nearest = {static_cast<int>(std::lround(evidence.own.dx)),
-                                  static_cast<int>(std::lround(evidence.own.dy))};
-    if (nearest != match->displacement) {
-        const BlockMatch moved{nearest, blockDifference(from, to, block, nearest)};
+    const Displacement whole = {nearest(evidence.own.dx), nearest(evidence.own.dy)};
+    if (whole != match->displacement) {
+        const BlockMatch moved{whole, blockDifference(from, to, block, whole)};
         if (moved.difference <= match->difference) {
             *match = moved;
-            step(from, to, block, nearest, &evidence);
+            step(from, to, block, whole, &evidence);
         }
     }
     // What stays unlike after the best match is noise to this block: it is less sure.
-    const float error = static_cast<float>(match->difference) / kPixels;
+    const float error = static_cast<float>(match->difference) / (16 * 16);
     const float trust = 1 / (1 + error * error / 16);
     evidence.xx *= trust;
     evidence.xy *= trust;
@@ -102,47 +154,99 @@ SubpixelField::Evidence SubpixelField::measure(const LumaPlane& from, const Luma
     return evidence;
 }
 
-Motion SubpixelField::agree(int column, int row, const BlockGrid& grid) const {
-    const auto index = indexOf(grid, column, row);
-    const Motion& here = mMotion[index];
-    const Evidence& e = mEvidence[index];
-    float weight = 0, sumX = 0, sumY = 0;
-    for (const auto& [right, down] : kAround) {
-        if (!grid.has(column + right, row + down)) continue;
-        const Motion& other = mMotion[indexOf(grid, column + right, row + down)];
-        if (distance(here, other) > kSameLayer) continue;
-        weight += kPull;
-        sumX += kPull * other.dx;
-        sumY += kPull * other.dy;
-    }
-    if (weight == 0) return here;
-    const float xx = e.xx + weight;
-    const float yy = e.yy + weight;
-    const float bx = e.xx * e.own.dx + e.xy * e.own.dy + sumX;
-    const float by = e.xy * e.own.dx + e.yy * e.own.dy + sumY;
-    const float determinant = xx * yy - e.xy * e.xy;
-    return {(yy * bx - e.xy * by) / determinant, (xx * by - e.xy * bx) / determinant};
-}
-
-const std::vector<Motion>& SubpixelField::refine(const LumaPlane& from, const LumaPlane& to,
-                                                 BlockGrid* grid) {
-    const auto blocks = static_cast<size_t>(grid->columns()) * static_cast<size_t>(grid->rows());
-    mEvidence.resize(blocks);
-    mMotion.resize(blocks);
+void Measure(const LumaPlane& from, const LumaPlane& to, BlockGrid* grid, Evidence* evidence) {
     for (int row = 0; row < grid->rows(); ++row) {
         for (int column = 0; column < grid->columns(); ++column) {
-            const auto index = indexOf(*grid, column, row);
-            mEvidence[index] = measure(from, to, grid->block(column, row), &grid->at(column, row));
-            mMotion[index] = mEvidence[index].own;
+            const BlockEvidence block =
+                measure(from, to, grid->block(column, row), &grid->at(column, row));
+            const size_t index = evidence->at(column, row);
+            evidence->ownX[index] = evidence->dx[index] = block.own.dx;
+            evidence->ownY[index] = evidence->dy[index] = block.own.dy;
+            evidence->xx[index] = block.xx;
+            evidence->xy[index] = block.xy;
+            evidence->yy[index] = block.yy;
         }
     }
-    for (int round = 0; round < kRounds; ++round) {
-        for (int row = 0; row < grid->rows(); ++row) {
-            for (int column = 0; column < grid->columns(); ++column)
-                mMotion[indexOf(*grid, column, row)] = agree(column, row, *grid);
+}
+
+// Each block moves to where what it says itself and what its neighbours pull at are in balance. In
+// place, row after row: what the row above has come to is known. Cells of the rim stay as they are,
+// having no neighbours.
+void Agree(Evidence* e) {
+    const hn::ScalableTag<float> d;
+    const auto pull = hn::Set(d, kPull);
+    const auto far = hn::Set(d, kSameLayer);
+    const size_t beside[] = {size_t{0} - 1, 1, size_t{0} - static_cast<size_t>(e->stride),
+                             static_cast<size_t>(e->stride)};
+    for (int row = 0; row < e->rows; ++row) {
+        const size_t end = e->at(e->columns, row);
+        for (size_t i = e->at(0, row); i < end; i += hn::Lanes(d)) {
+            const auto load = [i, d](const std::vector<float>& plane, size_t by = 0)
+                                  HWY_ATTR { return hn::LoadU(d, plane.data() + (i + by)); };
+            const auto hereX = load(e->dx);
+            const auto hereY = load(e->dy);
+            auto weight = hn::Zero(d), sumX = hn::Zero(d), sumY = hn::Zero(d);
+            for (const size_t by : beside) {
+                const auto x = load(e->dx, by);
+                const auto y = load(e->dy, by);
+                const auto apart = hn::Max(hn::Abs(hn::Sub(x, hereX)), hn::Abs(hn::Sub(y, hereY)));
+                const auto share = hn::IfThenElseZero(hn::Le(apart, far), pull);
+                weight = hn::Add(weight, share);
+                sumX = hn::MulAdd(share, x, sumX);
+                sumY = hn::MulAdd(share, y, sumY);
+            }
+            const auto ownX = load(e->ownX), ownY = load(e->ownY);
+            const auto xy = load(e->xy);
+            const auto bx = hn::MulAdd(load(e->xx), ownX, hn::MulAdd(xy, ownY, sumX));
+            const auto by = hn::MulAdd(xy, ownX, hn::MulAdd(load(e->yy), ownY, sumY));
+            const auto xx = hn::Add(load(e->xx), weight);
+            const auto yy = hn::Add(load(e->yy), weight);
+            const auto alone = hn::Eq(weight, hn::Zero(d));
+            const auto determinant =
+                hn::IfThenElse(alone, pull, hn::NegMulAdd(xy, xy, hn::Mul(xx, yy)));
+            const auto inverse = hn::Div(hn::Set(d, 1), determinant);
+            const auto x = hn::Mul(inverse, hn::NegMulAdd(xy, by, hn::Mul(yy, bx)));
+            const auto y = hn::Mul(inverse, hn::NegMulAdd(xy, bx, hn::Mul(xx, by)));
+            hn::StoreU(hn::IfThenElse(alone, hereX, x), d, e->dx.data() + i);
+            hn::StoreU(hn::IfThenElse(alone, hereY, y), d, e->dy.data() + i);
         }
     }
-    return mMotion;
+}
+
+}  // namespace
+}  // namespace qoz::host::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace qoz::host {
+namespace {
+
+HWY_EXPORT(Measure);
+HWY_EXPORT(Agree);
+
+constexpr int kRounds = 4;
+
+}  // namespace
+
+void Evidence::reset(int newColumns, int newRows) {
+    constexpr float kNowhere = 1e9F;
+    columns = newColumns;
+    rows = newRows;
+    stride = columns + 2 * kRim;
+    const size_t cells = static_cast<size_t>(stride) * static_cast<size_t>(rows + 2);
+    for (std::vector<float>* plane : {&ownX, &ownY, &xx, &xy, &yy})
+        plane->assign(cells, 0);
+    for (std::vector<float>* plane : {&dx, &dy})
+        plane->assign(cells, kNowhere);
+}
+
+void SubpixelField::refine(const LumaPlane& from, const LumaPlane& to, BlockGrid* grid) {
+    if (grid->columns() != mEvidence.columns || grid->rows() != mEvidence.rows)
+        mEvidence.reset(grid->columns(), grid->rows());
+    HWY_DYNAMIC_DISPATCH(Measure)(from, to, grid, &mEvidence);
+    for (int round = 0; round < kRounds; ++round)
+        HWY_DYNAMIC_DISPATCH(Agree)(&mEvidence);
 }
 
 }  // namespace qoz::host
+#endif

@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: Apache-2.0
+// The loops over the pixels of blocks. Whoever walks over a whole field of blocks includes this
+// file once for each vector extension, so that it chooses the extension once a field and all of
+// this is inlined into its loops.
+
+// Included again for each extension, hence no `#pragma once`.
+#if defined(QOZ_HOST_CONVERTER_BLOCK_KERNELS_INL_H) == defined(HWY_TARGET_TOGGLE)
+#ifdef QOZ_HOST_CONVERTER_BLOCK_KERNELS_INL_H
+#undef QOZ_HOST_CONVERTER_BLOCK_KERNELS_INL_H
+#else
+#define QOZ_HOST_CONVERTER_BLOCK_KERNELS_INL_H
+#endif
+
+#include <host/converter/Block.h>
+#include <host/converter/LumaPyramid.h>
+#include <hwy/highway.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+HWY_BEFORE_NAMESPACE();
+namespace qoz::host::HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+template <class V>
+HWY_INLINE V absoluteDifference(V a, V b) {
+    return hn::Or(hn::SaturatedSub(a, b), hn::SaturatedSub(b, a));
+}
+
+// Sums of absolute differences of 16x16 and of 8x8 pixels; of the former, no more than the half of
+// the rows where that alone comes to the limit.
+HWY_INLINE uint32_t difference16(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b,
+                                 ptrdiff_t bStride, uint32_t limit) {
+    const hn::FixedTag<uint8_t, 16> d;
+    const hn::Repartition<uint64_t, decltype(d)> d64;
+    const auto everySecondRow = [&](const uint8_t* p, const uint8_t* q) HWY_ATTR {
+        auto even = hn::Zero(d64);
+        auto odd = hn::Zero(d64);
+        for (int y = 0; y < 16; y += 4, p += 4 * aStride, q += 4 * bStride) {
+            even = hn::Add(even, hn::SumsOf8(absoluteDifference(hn::LoadU(d, p), hn::LoadU(d, q))));
+            odd = hn::Add(odd, hn::SumsOf8(absoluteDifference(hn::LoadU(d, p + 2 * aStride),
+                                                              hn::LoadU(d, q + 2 * bStride))));
+        }
+        return static_cast<uint32_t>(hn::GetLane(hn::SumOfLanes(d64, hn::Add(even, odd))));
+    };
+    const uint32_t half = everySecondRow(a, b);
+    if (half >= limit) return half;
+    return half + everySecondRow(a + aStride, b + bStride);
+}
+
+HWY_INLINE uint32_t difference8(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b,
+                                ptrdiff_t bStride) {
+    const hn::FixedTag<uint8_t, 16> d;
+    const hn::FixedTag<uint8_t, 8> half;
+    const hn::Repartition<uint64_t, decltype(d)> d64;
+    const auto rows = [&](const uint8_t* p, ptrdiff_t stride) HWY_ATTR {
+        return hn::Combine(d, hn::LoadU(half, p + stride), hn::LoadU(half, p));
+    };
+    auto sum = hn::Zero(d64);
+    for (int y = 0; y < 8; y += 2, a += 2 * aStride, b += 2 * bStride) {
+        sum = hn::Add(sum, hn::SumsOf8(absoluteDifference(rows(a, aStride), rows(b, bStride))));
+    }
+    return static_cast<uint32_t>(hn::GetLane(hn::SumOfLanes(d64, sum)));
+}
+
+// Blocks of which a part lies outside: what is inside counts as much as a whole block, as long as
+// it is half of it.
+inline uint32_t clippedDifference(const LumaPlane& from, const LumaPlane& to, const Block& block,
+                                  int toX, int toY) {
+    const int left = std::max(0, -toX);
+    const int top = std::max(0, -toY);
+    const int width = std::min({block.size, from.width - block.x, to.width - toX}) - left;
+    const int height = std::min({block.size, from.height - block.y, to.height - toY}) - top;
+    if (width <= 0 || height <= 0) return kUnseen;
+
+    // Planes smaller than a block have no more than themselves to show.
+    const int whole = std::min(block.size, from.width) * std::min(block.size, from.height);
+    if (width * height * 2 < whole) return kUnseen;
+    uint32_t sum = 0;
+    for (int y = 0; y < height; ++y) {
+        const uint8_t* a = from.at(block.x + left, block.y + top + y);
+        const uint8_t* b = to.at(toX + left, toY + top + y);
+        for (int x = 0; x < width; ++x)
+            sum += static_cast<uint32_t>(std::abs(a[x] - b[x]));
+    }
+    return sum * block.area() / static_cast<uint32_t>(width * height);
+}
+
+// How much a block of one plane differs from a displaced block of another: the sum of the absolute
+// differences of their pixels, or anything from the limit up where it comes to that.
+HWY_INLINE uint32_t blockDifference(const LumaPlane& from, const LumaPlane& to, const Block& block,
+                                    Displacement displacement, uint32_t limit = kUnseen) {
+    const auto within = [size = block.size](const LumaPlane& plane, int x, int y) {
+        return x >= 0 && y >= 0 && x + size <= plane.width && y + size <= plane.height;
+    };
+    const int toX = block.x + displacement.dx;
+    const int toY = block.y + displacement.dy;
+    if (!within(to, toX, toY) || !within(from, block.x, block.y)) {
+        return clippedDifference(from, to, block, toX, toY);
+    }
+    const uint8_t* a = from.at(block.x, block.y);
+    const uint8_t* b = to.at(toX, toY);
+    return block.size == 16 ? difference16(a, from.width, b, to.width, limit)
+                            : difference8(a, from.width, b, to.width);
+}
+
+}  // namespace qoz::host::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#endif  // once for each extension
