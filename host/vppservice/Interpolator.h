@@ -23,7 +23,7 @@ struct NumberedView {
 
 class Interpolator {
   public:
-    // `fields` belong to the pair and need to live until the interval is done.
+    // `fields` belong to the pair; they are read at once.
     void beginInterval(const NumberedView& older, const NumberedView& newer,
                        const MotionFields& fields);
     void write(const Nv12View& older, const Nv12View& newer, Phase phase, const Nv12Canvas& to);
@@ -31,9 +31,8 @@ class Interpolator {
   private:
     enum class Way { Blend, Follow, Repeat };
 
-    void prepare(const NumberedView& older, const NumberedView& newer);
-    void writeLuma(const Nv12Canvas& to) const;
-    void writeChroma(const Nv12Canvas& to) const;
+    // `any` vector tells the pair's change of brightness.
+    void prepare(const NumberedView& older, const NumberedView& newer, const MotionVector& any);
 
     struct Planes {
         SubpixelPlanes planes;
@@ -41,7 +40,6 @@ class Interpolator {
     };
 
     Way mWay = Way::Blend;
-    MotionFields mFields;
     Planes mOlder;
     Planes mNewer;
     SubpixelPlanes mAsBright;  // the older source, as bright as the newer, in a fade

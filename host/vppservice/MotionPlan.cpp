@@ -1,13 +1,49 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/vppservice/MotionPlan.h"
 
-#include <algorithm>
-#include <cstdlib>
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "host/vppservice/MotionPlan.cpp"
+#include <hwy/foreach_target.h>  // compiles what follows once for each target
+#include <hwy/highway.h>
+// After it, as it is compiled once for each target too.
+#include "host/vppservice/Window-inl.h"
 
+#ifndef QOZ_HOST_VPPSERVICE_MOTION_PLAN_ONCE
+#define QOZ_HOST_VPPSERVICE_MOTION_PLAN_ONCE
 namespace qoz::host::vppservice {
-namespace {
 
-constexpr int kBlock = static_cast<int>(kMotionBlock);
+// Shares of a vector are counted in this.
+constexpr int kPartUnit = 1 << 14;
+
+// What the choice for one plan works on.
+struct MotionPlan::Work {
+    const SubpixelPlanes& older;
+    const SubpixelPlanes& newer;
+    const NodeField& forwardField;
+    const NodeField& backwardField;
+    const Arrival* forward;
+    const Arrival* backward;
+    int columns;
+    int rows;
+    int olderShare;  // of a vector, from the node back to the older source, of kPartUnit
+    int newerShare;  // and on to the newer one
+    int16_t byTime;  // of the newer source, of kWholeShare
+    Vector* vectors;
+    uint32_t* costs;
+    NodeMotion* nodes;
+
+    size_t at(int column, int row) const {
+        return static_cast<size_t>(row) * static_cast<size_t>(columns) +
+               static_cast<size_t>(column);
+    }
+};
+
+}  // namespace qoz::host::vppservice
+#endif
+
+HWY_BEFORE_NAMESPACE();
+namespace qoz::host::vppservice::HWY_NAMESPACE {
+namespace {
 
 // The window compared around a node: every second row of 16 x 16 pixels.
 constexpr int kWindow = 16;
@@ -23,251 +59,351 @@ constexpr uint32_t kMovesFor = kSamples / 4;
 // What a likeness but for brightness is worth less than a full one.
 constexpr uint32_t kShapesOnly = 1 * kSamples;
 
-constexpr int kSameLayer = 13;   // eighths of a pixel: less apart is one motion
-constexpr int kSameMotion = 24;  // likewise, where the fields are compared
+constexpr int kSameMotion = 24;  // eighths of a pixel, where the fields are compared
 
+// `share` of a vector in eighths, in quarters of a pixel; halves away from 0, so that both ways
+// from the middle are equally far.
+HWY_INLINE int16_t part(int value, int share) {
+    const int size = (std::abs(value) * share + kPartUnit) / (2 * kPartUnit);
+    return static_cast<int16_t>(value < 0 ? -size : size);
+}
+
+// Chooses among the candidates of one node after the other.
+class Chooser {
+  public:
+    explicit Chooser(const MotionPlan::Work& work)
+        : mWork(work),
+          mStride(work.newer.stride()),
+          mLastX(work.newer.width() - kWindow),
+          mLastY(work.newer.height() - kWindow) {}
+
+    // Every second node both ways, whose windows cover the picture, then the others: where the
+    // nodes around have all found what agrees, and this one is to move as they do, nothing needs to
+    // be compared once more.
+    HWY_INLINE void chooseAll() {
+        for (int row = 0; row < mWork.rows; row += 2) {
+            for (int column = 0; column < mWork.columns; column += 2)
+                choose(column, row, 2);
+        }
+        for (int row = 0; row < mWork.rows; ++row) {
+            for (int column = row % 2 == 0 ? 1 : 0; column < mWork.columns; column += row % 2 == 0 ? 2 : 1) {
+                if (!follow(column, row)) choose(column, row, 1);
+            }
+        }
+    }
+
+  private:
+    struct Best {
+        int column;
+        int row;
+        Vector vector = {};
+        uint32_t cost = UINT32_MAX;
+    };
+
+    HWY_INLINE NodeMotion along(Vector vector) const {
+        NodeMotion motion;
+        motion.olderX = part(-vector.dx, mWork.olderShare);
+        motion.olderY = part(-vector.dy, mWork.olderShare);
+        motion.newerX = part(vector.dx, mWork.newerShare);
+        motion.newerY = part(vector.dy, mWork.newerShare);
+        return motion;
+    }
+
+    HWY_INLINE void set(int column, int row, Vector vector, uint32_t cost, int16_t share) {
+        const size_t node = mWork.at(column, row);
+        mWork.vectors[node] = vector;
+        mWork.costs[node] = cost;
+        mWork.nodes[node] = along(vector);
+        mWork.nodes[node].newerShare = share;
+    }
+
+    // The mean of what both fields say, where they say the same.
+    HWY_INLINE bool bothSay(size_t node, Vector* mean) const {
+        const Arrival& forward = mWork.forward[node];
+        const Arrival& backward = mWork.backward[node];
+        if (forward.rank == Arrival::kNothing || backward.rank == Arrival::kNothing) return false;
+        if (distance(forward.vector, backward.vector) >= kMotionUnit) return false;
+        *mean = {static_cast<int16_t>((forward.vector.dx + backward.vector.dx) / 2),
+                 static_cast<int16_t>((forward.vector.dy + backward.vector.dy) / 2)};
+        return true;
+    }
+
+    HWY_INLINE bool follow(int column, int row) {
+        Vector vector;
+        if (!bothSay(mWork.at(column, row), &vector)) return false;
+        const int left = column & ~1, top = row & ~1;
+        const int right = std::min(left + 2 * (column & 1), (mWork.columns - 1) & ~1);
+        const int bottom = std::min(top + 2 * (row & 1), (mWork.rows - 1) & ~1);
+        const auto agrees = [&](int c, int r) {
+            const size_t node = mWork.at(c, r);
+            return mWork.costs[node] <= kAgreeing &&
+                   distance(mWork.vectors[node], vector) < kMotionUnit;
+        };
+        if (!agrees(left, top) || !agrees(right, top) || !agrees(left, bottom) ||
+            !agrees(right, bottom)) {
+            return false;
+        }
+        // Where the others stand still, so does this one.
+        if (mWork.vectors[mWork.at(left, top)] == Vector{}) vector = {};
+        set(column, row, vector, kAgreeing, mWork.byTime);
+        return true;
+    }
+
+    // Where both fields say the same, their mean is all there is to try as long as it fits.
+    // `beside` is how far away the nodes are that have chosen before.
+    HWY_INLINE void choose(int column, int row, int beside) {
+        Best best{column, row};
+        const size_t node = mWork.at(column, row);
+        const bool sure = mWork.forward[node].sure;
+        Vector both;
+        if (bothSay(node, &both)) {
+            offer(both, &best);
+        } else {
+            offerArrival(mWork.forward[node], &best);
+            offerArrival(mWork.backward[node], &best);
+        }
+        if (best.cost > kAgreeing) {
+            if (column >= beside) offer(mWork.vectors[mWork.at(column - beside, row)], &best);
+            if (row >= beside) offer(mWork.vectors[mWork.at(column, row - beside)], &best);
+            if (column + 1 < mWork.columns) offerArrival(mWork.forward[node + 1], &best);
+            if (row + 1 < mWork.rows) offerArrival(mWork.forward[mWork.at(column, row + 1)], &best);
+        }
+        if (best.cost > kAgreeing || !sure) orStill(&best);
+        set(column, row, best.vector, best.cost, shareAt(best));
+    }
+
+    HWY_INLINE void offerArrival(const Arrival& arrival, Best* best) const {
+        if (arrival.rank != Arrival::kNothing) offer(arrival.vector, best);
+    }
+
+    HWY_INLINE void offer(Vector candidate, Best* best) const {
+        if (best->cost <= kAgreeing) return;
+        if (best->cost != UINT32_MAX && candidate == best->vector) return;
+        const uint32_t other = costOf(best->column, best->row, along(candidate), false);
+        if (other >= best->cost) return;
+        best->cost = other;
+        best->vector = candidate;
+    }
+
+    // No motion wins unless moving explains clearly more.
+    HWY_INLINE void orStill(Best* best) const {
+        if (best->cost <= kAgreeing && best->vector == Vector{}) return;
+        uint32_t still = costOf(best->column, best->row, {}, false);
+        if (best->cost > kDisagreeing) {
+            still = std::min(still, costOf(best->column, best->row, {}, true) + kShapesOnly);
+        }
+        if (best->cost < still / 2 && best->cost + kMovesFor < still) return;
+        best->vector = {};
+        best->cost = still;
+    }
+
+    HWY_INLINE int16_t shareAt(const Best& best) const {
+        if (best.cost < kDisagreeing) return mWork.byTime;
+        const auto meets = [&](const NodeField& field, int share) {
+            const auto node = [&](int at, int by) {
+                return at + ((by * share + kNodeStep * kMotionUnit * (kPartUnit / 2)) >>
+                             (14 + 6));
+            };
+            const Vector there =
+                field.at(node(best.column, best.vector.dx), node(best.row, best.vector.dy)).vector;
+            return distance(there, best.vector) <= kSameMotion;
+        };
+        const bool inOlder = meets(mWork.forwardField, -mWork.olderShare);
+        const bool inNewer = meets(mWork.backwardField, mWork.newerShare);
+        if (inOlder == inNewer) return mWork.byTime;
+        return inOlder ? int16_t{0} : static_cast<int16_t>(kWholeShare);
+    }
+
+    // How far the sources differ along the motion. Near the picture's edges the window moves
+    // inwards until both of them hold it.
+    HWY_INLINE uint32_t costOf(int column, int row, const NodeMotion& motion, bool shapes) const {
+        const auto place = [](int node, int older, int newer, int last, int* at) {
+            const int low = std::max({0, -older, -newer});
+            const int high = std::min({last, last - older, last - newer});
+            *at = std::clamp(node * kNodeStep - kWindow / 2, low, std::max(low, high));
+            return low <= high;
+        };
+        int x = 0;
+        int y = 0;
+        if (!place(column, motion.olderX >> 2, motion.newerX >> 2, mLastX, &x)) return UINT32_MAX;
+        if (!place(row, motion.olderY >> 2, motion.newerY >> 2, mLastY, &y)) return UINT32_MAX;
+        const PixelPair older = mWork.older.at({4 * x + motion.olderX, 4 * y + motion.olderY});
+        const PixelPair newer = mWork.newer.at({4 * x + motion.newerX, 4 * y + motion.newerY});
+        return shapes ? windowDifferenceOfShapes(older, newer, mStride)
+                      : windowDifference(older, newer, mStride);
+    }
+
+    const MotionPlan::Work& mWork;
+    const ptrdiff_t mStride;
+    const int mLastX;
+    const int mLastY;
+};
+
+void Choose(const MotionPlan::Work& work) {
+    Chooser(work).chooseAll();
+}
+
+// `step` leaves out blocks of a large picture: shares do not need them all.
+Unexplained CountUnexplained(const MotionFields& fields, const SubpixelPlanes& older,
+                             const SubpixelPlanes& newer, int step) {
+    constexpr int kBlock = static_cast<int>(kMotionBlock);
+    const auto across = static_cast<int>(fieldWidth(static_cast<uint32_t>(newer.width())));
+    struct Count {
+        uint32_t changing = 0;
+        uint32_t unlike = 0;
+
+        void add(const MotionVector& vector, uint32_t still) {
+            if (vector.error == UINT8_MAX) return;
+            ++changing;
+            unlike += vector.error * 2U > still ? 1U : 0U;
+        }
+        uint32_t percent() const { return changing < 8 ? 0 : unlike * 100 / changing; }
+    };
+    Count forward;
+    Count backward;
+    for (int row = 0; (row + 1) * kBlock <= newer.height(); row += step) {
+        for (int column = 0; (column + 1) * kBlock <= newer.width(); column += step) {
+            const QuarterPlace place = {4 * column * kBlock, 4 * row * kBlock};
+            const uint32_t still =
+                windowDifference(older.at(place), newer.at(place), newer.stride()) / kSamples;
+            if (still < 2) continue;
+            forward.add(fields.forward[row * across + column], still);
+            backward.add(fields.backward[row * across + column], still);
+        }
+    }
+    return {forward.percent(), backward.percent()};
+}
+
+}  // namespace
+}  // namespace qoz::host::vppservice::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace qoz::host::vppservice {
+namespace {
+
+HWY_EXPORT(Choose);
+HWY_EXPORT(CountUnexplained);
+
+constexpr int kSameLayer = 13;         // eighths of a pixel: less apart is one motion
 constexpr uint16_t kFlatTexture = 2;   // below, the vector was a guess
 constexpr uint16_t kSureTexture = 4;   // from here on, standing still would show
 constexpr uint16_t kFlatHandicap = 8;  // in the rank of such a vector
 
-// Shares of a vector are counted in this.
-constexpr int kPartUnit = 1 << 14;
-
-// `value` * index / steps, to the nearest; halves away from 0, so that both ways from the middle
-// are equally far.
-int scaled(int value, uint32_t index, uint32_t steps) {
-    const int doubled = 2 * value * static_cast<int>(index);
-    const int whole = static_cast<int>(steps);
-    return (doubled + (doubled < 0 ? -whole : whole)) / (2 * whole);
-}
+// Blocks of a picture that is looked at in full; of a larger one, every fourth is.
+constexpr size_t kFewBlocks = 1024;
 
 int nodesOver(int pixels) {
     return (pixels + kNodeStep - 1) / kNodeStep + 1;
 }
 
-int distance(Vector a, Vector b) {
-    return std::max(std::abs(a.dx - b.dx), std::abs(a.dy - b.dy));
-}
-
 }  // namespace
 
-Vector MotionPlan::Field::at(int column, int row) const {
-    const MotionVector& told =
-        vectors[std::clamp(row, 0, rows - 1) * columns + std::clamp(column, 0, columns - 1)];
-    return {static_cast<int16_t>(sign * told.dx), static_cast<int16_t>(sign * told.dy)};
+// A node stands in the middle of a block or between two, both ways: its vector is the mean of those
+// of the blocks around that move about as the one it belongs to.
+void NodeField::read(const MotionVector* vectors, int sign, FrameSize size) {
+    const auto across = static_cast<int>(fieldWidth(size.width));
+    const auto down = static_cast<int>(fieldHeight(size.height));
+    mColumns = nodesOver(static_cast<int>(size.width));
+    mRows = nodesOver(static_cast<int>(size.height));
+    mCells.resize(static_cast<size_t>(mColumns) * static_cast<size_t>(mRows));
+    const auto block = [&](int column, int row) -> const MotionVector& {
+        return vectors[std::min(row, down - 1) * across + std::min(column, across - 1)];
+    };
+    Arrival* cell = mCells.data();
+    for (int row = 0; row < mRows; ++row) {
+        const int up = row % 2 == 0 && row > 0 ? 1 : 0;
+        for (int column = 0; column < mColumns; ++column, ++cell) {
+            const MotionVector& own = block(column / 2, row / 2);
+            const int left = column % 2 == 0 && column > 0 ? 1 : 0;
+            int sumX = 0, sumY = 0, count = 0;
+            for (int y = 0; y <= up; ++y) {
+                for (int x = 0; x <= left; ++x) {
+                    const MotionVector& one = block(column / 2 - x, row / 2 - y);
+                    if (std::max(std::abs(one.dx - own.dx), std::abs(one.dy - own.dy)) > kSameLayer)
+                        continue;
+                    sumX += one.dx;
+                    sumY += one.dy;
+                    ++count;
+                }
+            }
+            // Four, three, two or one of them: twelve parts.
+            const int parts = 12 / count;
+            const auto mean = [sign, parts](int sum) {
+                const int whole = sign * sum * parts;
+                return static_cast<int16_t>((whole + (whole < 0 ? -6 : 6)) / 12);
+            };
+            cell->vector = {mean(sumX), mean(sumY)};
+            cell->rank = own.error;
+            if (own.texture < kFlatTexture) cell->rank += kFlatHandicap;
+            cell->sure = own.texture >= kSureTexture && distance(cell->vector, {}) >= kMotionUnit;
+        }
+    }
 }
 
-void MotionPlan::lay(const SubpixelPlanes& older, const SubpixelPlanes& newer,
-                     const MotionFields& fields, Phase phase) {
-    mOlder = &older;
-    mNewer = &newer;
+void MotionPlan::take(const MotionFields& fields, FrameSize size) {
+    mForwardField.read(fields.forward, 1, size);
+    mBackwardField.read(fields.backward, -1, size);
+}
+
+void MotionPlan::lay(const SubpixelPlanes& older, const SubpixelPlanes& newer, Phase phase) {
     mPhase = phase;
-    constexpr int kToQuarters = kMotionUnit / 4;
-    const auto partOf = [&](uint32_t steps) {
-        const uint32_t whole = phase.steps * kToQuarters;
-        return static_cast<int>((steps * kPartUnit + whole / 2) / whole);
-    };
-    mOlderPart = partOf(phase.index);
-    mNewerPart = partOf(phase.steps - phase.index);
-    mColumns = nodesOver(newer.width());
-    mRows = nodesOver(newer.height());
+    mColumns = mForwardField.columns();
+    mRows = mForwardField.rows();
     const auto nodes = static_cast<size_t>(mColumns) * static_cast<size_t>(mRows);
-    mForward.assign(nodes, {});
-    mBackward.assign(nodes, {});
-    mVectors.assign(nodes, {});
+    mVectors.resize(nodes);
+    mCosts.resize(nodes);
     mNodes.resize(nodes);
-    const auto across = static_cast<int>(fieldWidth(static_cast<uint32_t>(newer.width())));
-    const auto down = static_cast<int>(fieldHeight(static_cast<uint32_t>(newer.height())));
-    mForwardField = {fields.forward, 1, across, down};
-    mBackwardField = {fields.backward, -1, across, down};
-    carry(mForwardField, &mForward);
-    carry(mBackwardField, &mBackward);
+    const int olderShare =
+        static_cast<int>((phase.index * kPartUnit + phase.steps / 2) / phase.steps);
+    const int newerShare = kPartUnit - olderShare;
+    carry(mForwardField, olderShare, &mForward);
+    carry(mBackwardField, -newerShare, &mBackward);
+    HWY_DYNAMIC_DISPATCH(Choose)
+    ({.older = older,
+      .newer = newer,
+      .forwardField = mForwardField,
+      .backwardField = mBackwardField,
+      .forward = mForward.data(),
+      .backward = mBackward.data(),
+      .columns = mColumns,
+      .rows = mRows,
+      .olderShare = olderShare,
+      .newerShare = newerShare,
+      .byTime = static_cast<int16_t>(shareByTime()),
+      .vectors = mVectors.data(),
+      .costs = mCosts.data(),
+      .nodes = mNodes.data()});
+}
+
+// Each cell goes to the node nearest to where it is after `share` of its way.
+void MotionPlan::carry(const NodeField& field, int share, std::vector<Arrival>* arrivals) const {
+    arrivals->assign(static_cast<size_t>(mColumns) * static_cast<size_t>(mRows), {});
+    constexpr int kNode = kNodeStep * kMotionUnit * kPartUnit;
+    const auto nodes = [share](int eighths) {
+        return (eighths * share + kNode / 2) >> (14 + 6);
+    };
+    static_assert(kNode == 1 << (14 + 6));
     for (int row = 0; row < mRows; ++row) {
         for (int column = 0; column < mColumns; ++column) {
-            choose(column, row);
+            const Arrival& cell = field.at(column, row);
+            const int toColumn = column + nodes(cell.vector.dx);
+            const int toRow = row + nodes(cell.vector.dy);
+            if (toColumn < 0 || toRow < 0 || toColumn >= mColumns || toRow >= mRows) continue;
+            Arrival& there = (*arrivals)[nodeAt(toColumn, toRow)];
+            if (cell.rank < there.rank) there = cell;
         }
     }
 }
 
-void MotionPlan::carry(const Field& field, std::vector<Arrival>* arrivals) const {
-    const int lastX = mNewer->width() - kBlock;
-    const int lastY = mNewer->height() - kBlock;
-    const uint32_t steps = field.sign > 0 ? mPhase.index : mPhase.steps - mPhase.index;
-    const MotionVector* told = field.vectors;
-    for (int row = 0; row < field.rows; ++row) {
-        for (int column = 0; column < field.columns; ++column, ++told) {
-            Arrival arrival;
-            arrival.vector = field.at(column, row);
-            arrival.rank = told->error;
-            if (told->texture < kFlatTexture) arrival.rank += kFlatHandicap;
-            arrival.sure =
-                told->texture >= kSureTexture && distance(arrival.vector, {}) >= kMotionUnit;
-            arrive(
-                arrivals,
-                std::min(column * kBlock, lastX) +
-                    scaled(told->dx, steps, mPhase.steps * kMotionUnit),
-                std::min(row * kBlock, lastY) + scaled(told->dy, steps, mPhase.steps * kMotionUnit),
-                arrival);
-        }
-    }
-}
-
-// The block now covers 16 x 16 pixels from (x, y): two nodes each way.
-void MotionPlan::arrive(std::vector<Arrival>* arrivals, int x, int y, Arrival arrival) const {
-    const auto nodeFrom = [](int pixel) { return (pixel + kNodeStep - 1) >> 3; };
-    const int endColumn = std::min(nodeFrom(x + kBlock), mColumns);
-    const int endRow = std::min(nodeFrom(y + kBlock), mRows);
-    for (int row = std::max(nodeFrom(y), 0); row < endRow; ++row) {
-        for (int column = std::max(nodeFrom(x), 0); column < endColumn; ++column) {
-            Arrival& there = (*arrivals)[nodeAt(column, row)];
-            if (arrival.rank < there.rank) there = arrival;
-        }
-    }
-}
-
-// The field at a pixel: linear between the centres of blocks, of those that move about as `near`.
-Vector MotionPlan::between(const Field& field, int x, int y, Vector near) {
-    const int left = (x - kBlock / 2) >> 4;
-    const int top = (y - kBlock / 2) >> 4;
-    const int u = x - kBlock / 2 - left * kBlock;
-    const int v = y - kBlock / 2 - top * kBlock;
-    const Vector around[4] = {field.at(left, top), field.at(left + 1, top), field.at(left, top + 1),
-                              field.at(left + 1, top + 1)};
-    if (std::all_of(around, around + 4, [near](Vector one) { return one == near; })) return near;
-    int sumX = 0, sumY = 0, sum = 0;
-    for (int i = 0; i < 4; ++i) {
-        const Vector one = around[i];
-        if (distance(one, near) > kSameLayer) continue;
-        const int weight = ((i & 1) != 0 ? u : kBlock - u) * (i > 1 ? v : kBlock - v);
-        sumX += weight * one.dx;
-        sumY += weight * one.dy;
-        sum += weight;
-    }
-    if (sum == 0) return near;
-    const auto mean = [sum](int of) {
-        return static_cast<int16_t>((2 * of + (of < 0 ? -sum : sum)) / (2 * sum));
-    };
-    return {mean(sumX), mean(sumY)};
-}
-
-// `vector` is a block's; this is what the field says for the node's own pixels.
-Vector MotionPlan::fine(const Field& field, int column, int row, Vector vector) const {
-    const int back = field.sign > 0 ? -static_cast<int>(mPhase.index)
-                                    : static_cast<int>(mPhase.steps - mPhase.index);
-    const int whole = static_cast<int>(mPhase.steps) * kMotionUnit;
-    return between(field, column * kNodeStep + vector.dx * back / whole,
-                   row * kNodeStep + vector.dy * back / whole, vector);
-}
-
-// The vector of what has arrived at a node, made fine for this one; false: nothing has.
-bool MotionPlan::arrived(const Field& field, const std::vector<Arrival>& arrivals, Place node,
-                         Place from, Vector* vector) const {
-    if (from.column >= mColumns || from.row >= mRows) return false;
-    const Arrival& arrival = arrivals[nodeAt(from.column, from.row)];
-    if (arrival.rank == Arrival::kNothing) return false;
-    *vector = fine(field, node.column, node.row, arrival.vector);
-    return true;
-}
-
-// Where both fields say the same, their mean is all there is to try as long as it fits.
-void MotionPlan::choose(int column, int row) {
-    Best best{column, row, *this};
-    Vector forward, backward;
-    const Place here = {column, row};
-    const bool there = arrived(mForwardField, mForward, here, here, &forward);
-    const bool sure = mForward[nodeAt(column, row)].sure;
-    const bool back = arrived(mBackwardField, mBackward, here, here, &backward);
-    if (there && back && distance(forward, backward) < kMotionUnit) {
-        best.offer({static_cast<int16_t>((forward.dx + backward.dx) / 2),
-                    static_cast<int16_t>((forward.dy + backward.dy) / 2)});
-    } else {
-        if (there) best.offer(forward);
-        if (back) best.offer(backward);
-    }
-    if (best.cost > kAgreeing) {
-        if (column > 0) best.offer(vector(column - 1, row));
-        if (row > 0) best.offer(vector(column, row - 1));
-        Vector beside;
-        for (const Place from : {Place{column + 1, row}, Place{column, row + 1}}) {
-            if (arrived(mForwardField, mForward, here, from, &beside)) best.offer(beside);
-        }
-    }
-    if (best.cost > kAgreeing || !sure) best.orStill();
-    const size_t node = nodeAt(column, row);
-    mVectors[node] = best.vector;
-    mNodes[node] = along(best.vector);
-    mNodes[node].newerShare = shareAt(column, row, best.vector, best.cost);
-}
-
-void MotionPlan::Best::offer(Vector candidate) {
-    if (cost <= kAgreeing || (cost != UINT32_MAX && candidate == vector)) return;
-    const uint32_t other = plan.costOf(column, row, plan.along(candidate));
-    if (other >= cost) return;
-    cost = other;
-    vector = candidate;
-}
-
-// No motion wins unless moving explains clearly more.
-void MotionPlan::Best::orStill() {
-    if (cost <= kAgreeing && vector == Vector{}) return;
-    uint32_t still = plan.costOf(column, row, {});
-    if (cost > kDisagreeing) {
-        still =
-            std::min(still, plan.costOf(column, row, {}, windowDifferenceOfShapes) + kShapesOnly);
-    }
-    if (cost < still / 2 && cost + kMovesFor < still) return;
-    vector = {};
-    cost = still;
-}
-
-int16_t MotionPlan::shareAt(int column, int row, Vector vector, uint32_t cost) const {
-    const auto byTime = static_cast<int16_t>(kWholeShare * mPhase.index / mPhase.steps);
-    if (cost < kDisagreeing) return byTime;
-    const auto meets = [&](const Field& field) {
-        const int back = field.sign > 0 ? -static_cast<int>(mPhase.index)
-                                        : static_cast<int>(mPhase.steps - mPhase.index);
-        const int whole = static_cast<int>(mPhase.steps) * kMotionUnit;
-        const int x = column * kNodeStep + vector.dx * back / whole;
-        const int y = row * kNodeStep + vector.dy * back / whole;
-        return distance(field.at(x >> 4, y >> 4), vector) <= kSameMotion;
-    };
-    const bool inOlder = meets(mForwardField);
-    const bool inNewer = meets(mBackwardField);
-    if (inOlder == inNewer) return byTime;
-    return inOlder ? int16_t{0} : static_cast<int16_t>(kWholeShare);
-}
-
-// How far the sources differ along the motion. Near the picture's edges the window moves inwards
-// until both of them hold it.
-uint32_t MotionPlan::costOf(int column, int row, const NodeMotion& motion, Measure measure) const {
-    const auto place = [](int node, int older, int newer, int last, int* at) {
-        const int low = std::max({0, -older, -newer});
-        const int high = std::min({last, last - older, last - newer});
-        *at = std::clamp(node * kNodeStep - kWindow / 2, low, std::max(low, high));
-        return low <= high;
-    };
-    int x = 0;
-    int y = 0;
-    const int lastX = mNewer->width() - kWindow;
-    const int lastY = mNewer->height() - kWindow;
-    if (!place(column, motion.olderX >> 2, motion.newerX >> 2, lastX, &x)) return UINT32_MAX;
-    if (!place(row, motion.olderY >> 2, motion.newerY >> 2, lastY, &y)) return UINT32_MAX;
-    return measure(mOlder->at({4 * x + motion.olderX, 4 * y + motion.olderY}),
-                   mNewer->at({4 * x + motion.newerX, 4 * y + motion.newerY}), mNewer->stride());
-}
-
-NodeMotion MotionPlan::along(Vector vector) const {
-    // Halves away from 0, so that both ways from the middle are equally far.
-    const auto part = [](int value, int share) {
-        const int size = (std::abs(value) * share + kPartUnit / 2) / kPartUnit;
-        return static_cast<int16_t>(value < 0 ? -size : size);
-    };
-    NodeMotion motion;
-    motion.olderX = part(-vector.dx, mOlderPart);
-    motion.olderY = part(-vector.dy, mOlderPart);
-    motion.newerX = part(vector.dx, mNewerPart);
-    motion.newerY = part(vector.dy, mNewerPart);
-    return motion;
+Unexplained unexplainedPercent(const MotionFields& fields, const SubpixelPlanes& older,
+                               const SubpixelPlanes& newer) {
+    const auto width = static_cast<uint32_t>(newer.width());
+    const auto height = static_cast<uint32_t>(newer.height());
+    const size_t blocks = size_t{fieldWidth(width)} * fieldHeight(height);
+    return HWY_DYNAMIC_DISPATCH(CountUnexplained)(fields, older, newer,
+                                                  blocks > kFewBlocks ? 2 : 1);
 }
 
 }  // namespace qoz::host::vppservice
+#endif

@@ -2,8 +2,8 @@
 // Which way the picture moves at one instant between two sources.
 //
 // The vectors that come in are laid over one of the two sources; a frame in between needs them laid
-// over itself. So every block of the forward field is carried along its vector to where it is at
-// that instant, every block of the backward field likewise from the other side, and what arrives at
+// over itself. So every cell of the forward field is carried along its vector to where it is at
+// that instant, every cell of the backward field likewise from the other side, and what arrives at
 // a node of an 8-pixel grid is a candidate for it, beside what its neighbours chose and no motion
 // at all. The candidate along which the two sources agree best is taken: the sources themselves,
 // not the vectors' word for it, decide. No motion wins where nothing is clearly better: what
@@ -15,6 +15,8 @@
 // uncovered.
 #pragma once
 
+#include <algorithm>
+#include <cstdlib>
 #include <vector>
 
 #include "host/vppservice/Frames.h"
@@ -23,6 +25,8 @@
 namespace qoz::host::vppservice {
 
 constexpr int kNodeStep = 8;  // pixels, both ways
+
+constexpr int kWholeShare = 64;  // both sources' shares of a pixel
 
 // The `index`th of `steps` even steps from the older source to the newer.
 struct Phase {
@@ -40,6 +44,10 @@ struct Vector {
     bool operator==(const Vector&) const = default;
 };
 
+inline int distance(Vector a, Vector b) {
+    return std::max(std::abs(a.dx - b.dx), std::abs(a.dy - b.dy));
+}
+
 // Where a node's pixels come from, in quarters of a pixel from its place, and how much of them from
 // the newer source.
 struct NodeMotion {
@@ -52,14 +60,46 @@ struct NodeMotion {
     bool operator==(const NodeMotion&) const = default;
 };
 
+// What a field says of one place, or what has arrived at one.
+struct Arrival {
+    static constexpr uint16_t kNothing = 0xFFFF;
+
+    Vector vector;
+    uint16_t rank = kNothing;  // lower is better
+    bool sure = false;         // it moves, and there is something to see
+};
+
+// One field on the grid of nodes, which is finer than its blocks, turned to lead from the older
+// source to the newer.
+class NodeField {
+  public:
+    // `sign` is 1 for the forward field and -1 for the backward one.
+    void read(const MotionVector* vectors, int sign, FrameSize size);
+
+    int columns() const { return mColumns; }
+    int rows() const { return mRows; }
+    const Arrival& at(int column, int row) const {
+        return mCells[static_cast<size_t>(std::clamp(row, 0, mRows - 1)) *
+                          static_cast<size_t>(mColumns) +
+                      static_cast<size_t>(std::clamp(column, 0, mColumns - 1))];
+    }
+
+  private:
+    int mColumns = 0;
+    int mRows = 0;
+    std::vector<Arrival> mCells;
+};
+
 class MotionPlan {
   public:
     // Smaller frames have no room for a window of comparison.
     static bool canServe(FrameSize size) { return size.width >= 16 && size.height >= 16; }
 
-    // `older` is as bright as `newer`: a fade has been undone.
-    void lay(const SubpixelPlanes& older, const SubpixelPlanes& newer, const MotionFields& fields,
-             Phase phase);
+    // The fields of a pair of frames, for all the plans laid from now on.
+    void take(const MotionFields& fields, FrameSize size);
+
+    // `older` is as bright as `newer`: a fade has been undone. Both are of the fields' size.
+    void lay(const SubpixelPlanes& older, const SubpixelPlanes& newer, Phase phase);
 
     // Of the newer source, of kWholeShare.
     int shareByTime() const { return static_cast<int>(kWholeShare * mPhase.index / mPhase.steps); }
@@ -69,67 +109,35 @@ class MotionPlan {
     const NodeMotion& at(int column, int row) const { return mNodes[nodeAt(column, row)]; }
     const Vector& vector(int column, int row) const { return mVectors[nodeAt(column, row)]; }
 
+    // What the choice for one plan works on; see the source.
+    struct Work;
+
   private:
-    struct Arrival {
-        Vector vector;
-        uint16_t rank = kNothing;  // lower is better
-        bool sure = false;         // it moves, and there is something to see
-        static constexpr uint16_t kNothing = 0xFFFF;
-    };
-    // One field, turned to lead from the older source to the newer.
-    struct Field {
-        const MotionVector* vectors;
-        int sign;
-        int columns;
-        int rows;
-
-        Vector at(int column, int row) const;
-    };
-    struct Place {
-        int column;
-        int row;
-    };
-    // What a node has been offered, and the best of it.
-    struct Best {
-        int column;
-        int row;
-        const MotionPlan& plan;
-        Vector vector = {};
-        uint32_t cost = UINT32_MAX;
-
-        void offer(Vector candidate);
-        void orStill();
-    };
-    void carry(const Field& field, std::vector<Arrival>* arrivals) const;
-    void arrive(std::vector<Arrival>* arrivals, int x, int y, Arrival arrival) const;
-    static Vector between(const Field& field, int x, int y, Vector near);
-    Vector fine(const Field& field, int column, int row, Vector vector) const;
-    bool arrived(const Field& field, const std::vector<Arrival>& arrivals, Place node, Place from,
-                 Vector* vector) const;
-    void choose(int column, int row);
-    using Measure = uint32_t (*)(PixelPair a, PixelPair b, ptrdiff_t stride);
-    uint32_t costOf(int column, int row, const NodeMotion& motion,
-                    Measure measure = windowDifference) const;
-    int16_t shareAt(int column, int row, Vector vector, uint32_t cost) const;
-    NodeMotion along(Vector vector) const;
+    void carry(const NodeField& field, int share, std::vector<Arrival>* arrivals) const;
     size_t nodeAt(int column, int row) const {
         return static_cast<size_t>(row) * static_cast<size_t>(mColumns) +
                static_cast<size_t>(column);
     }
 
-    const SubpixelPlanes* mOlder = nullptr;
-    const SubpixelPlanes* mNewer = nullptr;
     Phase mPhase = {1, 2};
-    int mOlderPart = 0;  // of a vector, from the node back to the older source, in quarters
-    int mNewerPart = 0;
     int mColumns = 0;
     int mRows = 0;
-    Field mForwardField = {};
-    Field mBackwardField = {};
-    std::vector<Arrival> mForward;
+    NodeField mForwardField;
+    NodeField mBackwardField;
+    std::vector<Arrival> mForward;  // at this instant
     std::vector<Arrival> mBackward;
-    std::vector<Vector> mVectors;  // chosen
+    std::vector<Vector> mVectors;   // chosen
+    std::vector<uint32_t> mCosts;   // along these
     std::vector<NodeMotion> mNodes;
 };
+
+// Share of the blocks that change between two sources which differ along their vectors at least
+// half as much as in place, in percent: one number for each field. Where few blocks change, 0.
+struct Unexplained {
+    uint32_t forward;
+    uint32_t backward;
+};
+Unexplained unexplainedPercent(const MotionFields& fields, const SubpixelPlanes& older,
+                               const SubpixelPlanes& newer);
 
 }  // namespace qoz::host::vppservice

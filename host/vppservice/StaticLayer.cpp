@@ -4,28 +4,130 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "host/vppservice/PixelKernels.h"
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "host/vppservice/StaticLayer.cpp"
+#include <hwy/foreach_target.h>  // compiles what follows once for each target
+#include <hwy/highway.h>
+// After it, as it is compiled once for each target too.
+#include "host/vppservice/Window-inl.h"
 
+#ifndef QOZ_HOST_VPPSERVICE_STATIC_LAYER_ONCE
+#define QOZ_HOST_VPPSERVICE_STATIC_LAYER_ONCE
+namespace qoz::host::vppservice {
+
+// Where suspects are looked for, and where they are noted.
+struct StaticLayer::Search {
+    const SubpixelPlanes& older;
+    const SubpixelPlanes& newer;
+    const MotionPlan& plan;
+    int columns;  // tiles
+    int rows;
+    uint8_t* suspects;  // 0 or 255 for each pixel, all 0 before
+    ptrdiff_t stride;
+    uint8_t* tiles;  // 1: there is one
+};
+
+}  // namespace qoz::host::vppservice
+#endif
+
+HWY_BEFORE_NAMESPACE();
+namespace qoz::host::vppservice::HWY_NAMESPACE {
+namespace {
+
+// Grey levels by which a pixel may change that stands still, and by which it must differ from what
+// moves.
+constexpr uint8_t kStill = 6;
+constexpr uint8_t kUnlike = 24;
+
+// Eight by eight pixels of both sources: where they are, and where the motion around leads from the
+// other source: `olderMoved` shows what would be at `newer`, and the other way round.
+struct StillTile {
+    const uint8_t* older;
+    const uint8_t* newer;
+    const uint8_t* olderMoved;
+    const uint8_t* newerMoved;
+};
+
+// Marks with 255 what is the same in both sources and what the motion explains in neither; says
+// whether there is any. Two rows at a time.
+HWY_INLINE bool markStill(const StillTile& tile, ptrdiff_t stride, uint8_t* mask,
+                          ptrdiff_t maskStride) {
+    const hn::FixedTag<uint8_t, 16> d;
+    const hn::FixedTag<uint8_t, 8> half;
+    auto any = hn::Zero(d);
+    for (ptrdiff_t row = 0; row < kNodeStep; row += 2) {
+        const auto load = [=](const uint8_t* p) HWY_ATTR {
+            p += row * stride;
+            return hn::Combine(d, hn::LoadU(half, p + stride), hn::LoadU(half, p));
+        };
+        const auto older = load(tile.older);
+        const auto newer = load(tile.newer);
+        const auto change = apart(older, newer);
+        const auto moved =
+            hn::Min(apart(older, load(tile.newerMoved)), apart(newer, load(tile.olderMoved)));
+        const auto still = hn::Eq(hn::Min(change, hn::Set(d, kStill)), change);
+        const auto unlike = hn::Eq(hn::Max(moved, hn::Set(d, kUnlike)), moved);
+        const auto marks = hn::VecFromMask(d, hn::And(still, unlike));
+        hn::StoreU(hn::LowerHalf(half, marks), half, mask + row * maskStride);
+        hn::StoreU(hn::UpperHalf(half, marks), half, mask + (row + 1) * maskStride);
+        any = hn::Or(any, marks);
+    }
+    return !hn::AllTrue(d, hn::Eq(any, hn::Zero(d)));
+}
+
+// The motion of the four nodes around a tile that leads furthest.
+HWY_INLINE Vector fastest(const MotionPlan& plan, int column, int row) {
+    const auto length = [](const Vector& v) { return std::abs(v.dx) + std::abs(v.dy); };
+    Vector most = plan.vector(column, row);
+    for (const Vector& other : {plan.vector(column + 1, row), plan.vector(column, row + 1),
+                                plan.vector(column + 1, row + 1)}) {
+        if (length(other) > length(most)) most = other;
+    }
+    return most;
+}
+
+bool Suspect(const StaticLayer::Search& search) {
+    const int width = search.newer.width();
+    const int height = search.newer.height();
+    const auto whole = [](int eighths) { return (eighths + kMotionUnit / 2) >> 3; };
+    bool any = false;
+    for (int row = 0; row < search.rows; ++row) {
+        for (int column = 0; column < search.columns; ++column) {
+            const Vector vector = fastest(search.plan, column, row);
+            if (distance(vector, {}) < kMotionUnit) continue;
+            const int x = std::min(column * kNodeStep, width - kNodeStep);
+            const int y = std::min(row * kNodeStep, height - kNodeStep);
+            const int dx = whole(vector.dx);
+            const int dy = whole(vector.dy);
+            const auto inside = [&](int atX, int atY) {
+                return atX >= 0 && atY >= 0 && atX + kNodeStep <= width &&
+                       atY + kNodeStep <= height;
+            };
+            if (!inside(x + dx, y + dy) || !inside(x - dx, y - dy)) continue;
+            const StillTile tile = {search.older.pixel(x, y), search.newer.pixel(x, y),
+                                    search.older.pixel(x - dx, y - dy),
+                                    search.newer.pixel(x + dx, y + dy)};
+            uint8_t* mask = search.suspects + y * search.stride + x;
+            if (!markStill(tile, search.newer.stride(), mask, search.stride)) continue;
+            search.tiles[row * search.columns + column] = 1;
+            any = true;
+        }
+    }
+    return any;
+}
+
+}  // namespace
+}  // namespace qoz::host::vppservice::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
 namespace qoz::host::vppservice {
 namespace {
 
+HWY_EXPORT(Suspect);
+
 // Neighbours, of eight, that are suspected too: an end of a line has one, a speck none.
 constexpr int kSupport = 2;
-
-// The motion of the four nodes around a tile that leads furthest.
-const Vector& fastest(const MotionPlan& plan, int column, int row) {
-    const Vector* most = &plan.vector(column, row);
-    const auto length = [](const Vector& v) { return std::abs(v.dx) + std::abs(v.dy); };
-    for (const auto& [right, down] : {std::pair{1, 0}, {0, 1}, {1, 1}}) {
-        const Vector& other = plan.vector(column + right, row + down);
-        if (length(other) > length(*most)) most = &other;
-    }
-    return *most;
-}
-
-int whole(int eighths) {
-    return (eighths + kMotionUnit / 2) >> 3;
-}
 
 uint8_t mixed(int older, int newer, int newerShare) {
     return static_cast<uint8_t>(
@@ -44,39 +146,21 @@ void StaticLayer::find(const SubpixelPlanes& older, const SubpixelPlanes& newer,
     const auto bytes =
         static_cast<size_t>(mStride) * static_cast<size_t>(mHeight + 2 * kRim + kNodeStep);
     mSuspects.assign(bytes, 0);
-    mMask.assign(bytes, 0);
     mTiles.assign(static_cast<size_t>(mColumns) * static_cast<size_t>(mRows), 0);
     mAny = false;
-    suspect(older, newer, plan);
-    if (!mAny) return;
-    mAny = false;
+    const bool any = HWY_DYNAMIC_DISPATCH(Suspect)({.older = older,
+                                                    .newer = newer,
+                                                    .plan = plan,
+                                                    .columns = mColumns,
+                                                    .rows = mRows,
+                                                    .suspects = at(mSuspects, 0, 0),
+                                                    .stride = mStride,
+                                                    .tiles = mTiles.data()});
+    if (!any) return;
+    mMask.assign(bytes, 0);
     for (int row = 0; row < mRows; ++row) {
         for (int column = 0; column < mColumns; ++column) {
             if (mTiles[tileAt(column, row)] != 0) confirm(column, row);
-        }
-    }
-}
-
-void StaticLayer::suspect(const SubpixelPlanes& older, const SubpixelPlanes& newer,
-                          const MotionPlan& plan) {
-    for (int row = 0; row < mRows; ++row) {
-        for (int column = 0; column < mColumns; ++column) {
-            const Vector& vector = fastest(plan, column, row);
-            if (std::max(std::abs(vector.dx), std::abs(vector.dy)) < kMotionUnit) continue;
-            const int x = std::min(column * kNodeStep, mWidth - kNodeStep);
-            const int y = std::min(row * kNodeStep, mHeight - kNodeStep);
-            const int dx = whole(vector.dx);
-            const int dy = whole(vector.dy);
-            const auto inside = [&](int atX, int atY) {
-                return atX >= 0 && atY >= 0 && atX + kNodeStep <= mWidth &&
-                       atY + kNodeStep <= mHeight;
-            };
-            if (!inside(x + dx, y + dy) || !inside(x - dx, y - dy)) continue;
-            const StillTile tile = {older.pixel(x, y), newer.pixel(x, y),
-                                    older.pixel(x - dx, y - dy), newer.pixel(x + dx, y + dy)};
-            if (!markStill(tile, newer.stride(), at(mSuspects, x, y), mStride)) continue;
-            mTiles[tileAt(column, row)] = 1;
-            mAny = true;
         }
     }
 }
@@ -189,3 +273,4 @@ void StaticLayer::paste(const SubpixelPlanes& older, const SubpixelPlanes& newer
 }
 
 }  // namespace qoz::host::vppservice
+#endif

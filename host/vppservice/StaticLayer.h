@@ -22,10 +22,12 @@ class StaticLayer {
     void restore(const SubpixelPlanes& older, const SubpixelPlanes& newer, const MotionPlan& plan,
                  const Nv12Canvas& to) const;
 
+    // What the search for suspects works on; see the source.
+    struct Search;
+
   private:
     static constexpr int kRim = 2;  // pixels around the mask, so that neighbours may be looked at
 
-    void suspect(const SubpixelPlanes& older, const SubpixelPlanes& newer, const MotionPlan& plan);
     void confirm(int column, int row);
     void uncover(const SubpixelPlanes& older, const SubpixelPlanes& newer, const NodeMotion& node,
                  int column, int row, const Nv12Canvas& to) const;

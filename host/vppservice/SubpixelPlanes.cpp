@@ -53,18 +53,22 @@ void SubpixelPlanes::resize(FrameSize size) {
     }
 }
 
-// Repeats the picture's edge: `rim` rows, and as many samples of `sample` bytes.
-void SubpixelPlanes::extend(uint8_t* origin, ptrdiff_t stride, int bytes, int rows, int sample,
-                            int rim) {
+// Repeats the picture's edge: `rim` rows, and as many samples, of one byte or two.
+template <typename Sample>
+void SubpixelPlanes::extend(uint8_t* origin, ptrdiff_t stride, int samples, int rows, int rim) {
+    const auto bytes = ptrdiff_t{samples} * static_cast<ptrdiff_t>(sizeof(Sample));
+    const auto left = ptrdiff_t{rim} * static_cast<ptrdiff_t>(sizeof(Sample));
+    const auto repeat = [rim](const uint8_t* sample, uint8_t* to) {
+        Sample edge;
+        std::memcpy(&edge, sample, sizeof(edge));
+        for (int i = 0; i < rim; ++i, to += sizeof(edge))
+            std::memcpy(to, &edge, sizeof(edge));
+    };
     for (int y = 0; y < rows; ++y) {
         uint8_t* row = origin + y * stride;
-        for (int i = 1; i <= rim; ++i) {
-            std::memcpy(row - ptrdiff_t{i} * sample, row, static_cast<size_t>(sample));
-            std::memcpy(row + bytes + ptrdiff_t{i - 1} * sample, row + bytes - sample,
-                        static_cast<size_t>(sample));
-        }
+        repeat(row, row - left);
+        repeat(row + bytes - sizeof(Sample), row + bytes);
     }
-    const ptrdiff_t left = static_cast<ptrdiff_t>(rim) * sample;
     const auto whole = static_cast<size_t>(2 * left + bytes);
     for (int i = 1; i <= rim; ++i) {
         std::memcpy(origin - left - i * stride, origin - left, whole);
@@ -81,7 +85,7 @@ void SubpixelPlanes::copyChroma(const Nv12View& frame) {
                     frame.chroma + static_cast<size_t>(y) * frame.stride,
                     static_cast<size_t>(bytes));
     }
-    extend(mChromaOrigin, mStride, bytes, rows, 2, kRim / 2);
+    extend<uint16_t>(mChromaOrigin, mStride, bytes / 2, rows, kRim / 2);
 }
 
 void SubpixelPlanes::build(const Nv12View& frame) {
@@ -90,27 +94,10 @@ void SubpixelPlanes::build(const Nv12View& frame) {
         std::memcpy(pixel(0, y), frame.luma + static_cast<size_t>(y) * frame.stride,
                     static_cast<size_t>(mWidth));
     }
-    extend(mOrigin, mStride, mWidth, mHeight, 1, kRim);
+    extend<uint8_t>(mOrigin, mStride, mWidth, mHeight, kRim);
     copyChroma(frame);
-    rebuild(-kRim, -kRim, mWidth + kRim, mHeight + kRim);
-}
-
-void SubpixelPlanes::rebuild(int left, int top, int right, int bottom) {
-    left = std::max(left - kTaps, -kRim + kTaps);
-    top = std::max(top - kTaps, -kRim + kTaps);
-    right = std::min(right + kTaps, mWidth + kRim - kTaps);
-    bottom = std::min(bottom + kTaps, mHeight + kRim - kTaps);
-    const auto count = static_cast<size_t>(right - left);
-    // Both ways is half down of half to the right, which it needs some rows ahead.
-    int ready = top - 2;
-    for (int y = top; y < bottom; ++y) {
-        for (; ready <= std::min(y + kTaps, bottom + 2); ++ready) {
-            const uint8_t* from = pixel(left, ready);
-            halfPixels(from, 1, pixel(left, ready) + mPlane, count);
-        }
-        halfPixels(pixel(left, y), mStride, pixel(left, y) + 2 * mPlane, count);
-        halfPixels(pixel(left, y) + mPlane, mStride, pixel(left, y) + 3 * mPlane, count);
-    }
+    constexpr int kOut = kRim - kTaps;
+    makeHalfPixels({pixel(-kOut, -kOut), mStride, mPlane, mWidth + 2 * kOut, mHeight + 2 * kOut});
 }
 
 }  // namespace qoz::host::vppservice

@@ -6,9 +6,14 @@
 #include <vector>
 
 #include "host/vppservice/Frames.h"
-#include "host/vppservice/PixelKernels.h"
 
 namespace qoz::host::vppservice {
+
+// Two rows of pixels, or planes of them, whose mean is meant.
+struct PixelPair {
+    const uint8_t* first;
+    const uint8_t* second;
+};
 
 // A place in quarters of a pixel of luma.
 struct QuarterPlace {
@@ -45,12 +50,10 @@ class SubpixelPlanes {
     int width() const { return mWidth; }
     int height() const { return mHeight; }
 
-    // Makes the half pixels anew within this part of the picture, after pixels in it have changed.
-    void rebuild(int left, int top, int right, int bottom);
-
   private:
     void resize(FrameSize size);
-    static void extend(uint8_t* origin, ptrdiff_t stride, int bytes, int rows, int sample, int rim);
+    template <typename Sample>
+    static void extend(uint8_t* origin, ptrdiff_t stride, int samples, int rows, int rim);
     void copyChroma(const Nv12View& frame);
 
     std::vector<uint8_t> mBytes;

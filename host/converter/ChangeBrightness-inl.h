@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+// Pixels made brighter or darker; for files that are compiled once for each vector extension.
+
+// Included again for each extension, hence no `#pragma once`.
+#if defined(QOZ_HOST_CONVERTER_CHANGE_BRIGHTNESS_INL_H) == defined(HWY_TARGET_TOGGLE)
+#ifdef QOZ_HOST_CONVERTER_CHANGE_BRIGHTNESS_INL_H
+#undef QOZ_HOST_CONVERTER_CHANGE_BRIGHTNESS_INL_H
+#else
+#define QOZ_HOST_CONVERTER_CHANGE_BRIGHTNESS_INL_H
+#endif
+
+#include <hwy/highway.h>
+
+HWY_BEFORE_NAMESPACE();
+namespace qoz::host::HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+// to = from + from * gain / 256 + offset, saturated.
+inline void ChangeBrightness(const uint8_t* from, uint8_t* to, size_t count, int gain, int offset) {
+    const hn::ScalableTag<int16_t> d;
+    const hn::Rebind<uint8_t, decltype(d)> bytes;
+    // Of products of 15 bits the upper half: luma * 128 * gain * 2 / 65536.
+    const auto factor = hn::Set(d, static_cast<int16_t>(gain * 2));
+    const auto addend = hn::Set(d, static_cast<int16_t>(offset));
+    const size_t lanes = hn::Lanes(d);
+    size_t i = 0;
+    for (; i + lanes <= count; i += lanes) {
+        const auto luma = hn::PromoteTo(d, hn::LoadU(bytes, from + i));
+        const auto scaled = hn::MulHigh(hn::ShiftLeft<7>(luma), factor);
+        hn::StoreU(hn::DemoteTo(bytes, hn::Add(hn::Add(luma, scaled), addend)), bytes, to + i);
+    }
+    for (; i < count; ++i) {
+        const int value = from[i] + ((from[i] * 128 * gain * 2) >> 16) + offset;
+        to[i] = static_cast<uint8_t>(value < 0 ? 0 : value > 255 ? 255 : value);
+    }
+}
+
+}  // namespace qoz::host::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#endif  // once for each extension

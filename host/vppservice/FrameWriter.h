@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: Apache-2.0
+// The pixels of a frame in between, along a plan.
+//
+// A tile of 8 x 8 pixels lies between four nodes. Where these move alike, it is read from both
+// sources along that motion, together with the tiles beside it that move so too. Elsewhere each
+// pixel is mixed of what the four predict for it: by distance, so that no block shows its edge, and
+// where they move apart the more by how well the two sources agree along each.
+#pragma once
+
+#include "host/vppservice/MotionPlan.h"
+#include "host/vppservice/SubpixelPlanes.h"
+
+namespace qoz::host::vppservice {
+
+void writeLuma(const MotionPlan& plan, const SubpixelPlanes& older, const SubpixelPlanes& newer,
+               const Nv12Canvas& to);
+void writeChroma(const MotionPlan& plan, const SubpixelPlanes& older, const SubpixelPlanes& newer,
+                 const Nv12Canvas& to);
+
+}  // namespace qoz::host::vppservice
