@@ -27,8 +27,8 @@ HWY_INLINE V absoluteDifference(V a, V b) {
     return hn::Or(hn::SaturatedSub(a, b), hn::SaturatedSub(b, a));
 }
 
-// Sums of absolute differences of 16x16 and of 8x8 pixels; of the former, no more than the half of
-// the rows where that alone comes to the limit.
+// Sums of absolute differences of 16x16 and of 8x8 pixels; of every second row alone where that
+// comes to the limit.
 HWY_INLINE uint32_t difference16(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b,
                                  ptrdiff_t bStride, uint32_t limit) {
     const hn::FixedTag<uint8_t, 16> d;
@@ -49,18 +49,23 @@ HWY_INLINE uint32_t difference16(const uint8_t* a, ptrdiff_t aStride, const uint
 }
 
 HWY_INLINE uint32_t difference8(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b,
-                                ptrdiff_t bStride) {
+                                ptrdiff_t bStride, uint32_t limit) {
     const hn::FixedTag<uint8_t, 16> d;
-    const hn::FixedTag<uint8_t, 8> half;
+    const hn::FixedTag<uint8_t, 8> eight;
     const hn::Repartition<uint64_t, decltype(d)> d64;
-    const auto rows = [&](const uint8_t* p, ptrdiff_t stride) HWY_ATTR {
-        return hn::Combine(d, hn::LoadU(half, p + stride), hn::LoadU(half, p));
+    const auto twoRows = [=](const uint8_t* p, ptrdiff_t apart) HWY_ATTR {
+        return hn::Combine(d, hn::LoadU(eight, p + apart), hn::LoadU(eight, p));
     };
-    auto sum = hn::Zero(d64);
-    for (int y = 0; y < 8; y += 2, a += 2 * aStride, b += 2 * bStride) {
-        sum = hn::Add(sum, hn::SumsOf8(absoluteDifference(rows(a, aStride), rows(b, bStride))));
-    }
-    return static_cast<uint32_t>(hn::GetLane(hn::SumOfLanes(d64, sum)));
+    const auto fourRows = [&](const uint8_t* p, const uint8_t* q) HWY_ATTR {
+        const auto sum = hn::Add(
+            hn::SumsOf8(absoluteDifference(twoRows(p, 2 * aStride), twoRows(q, 2 * bStride))),
+            hn::SumsOf8(absoluteDifference(twoRows(p + 4 * aStride, 2 * aStride),
+                                           twoRows(q + 4 * bStride, 2 * bStride))));
+        return static_cast<uint32_t>(hn::GetLane(hn::SumOfLanes(d64, sum)));
+    };
+    const uint32_t half = fourRows(a, b);
+    if (half >= limit) return half;
+    return half + fourRows(a + aStride, b + bStride);
 }
 
 // Blocks of which a part lies outside: what is inside counts as much as a whole block, as long as
@@ -101,7 +106,7 @@ HWY_INLINE uint32_t blockDifference(const LumaPlane& from, const LumaPlane& to, 
     const uint8_t* a = from.at(block.x, block.y);
     const uint8_t* b = to.at(toX, toY);
     return block.size == 16 ? difference16(a, from.width, b, to.width, limit)
-                            : difference8(a, from.width, b, to.width);
+                            : difference8(a, from.width, b, to.width, limit);
 }
 
 }  // namespace qoz::host::HWY_NAMESPACE

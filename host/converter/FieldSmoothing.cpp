@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <iterator>
+#include <vector>
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "host/converter/FieldSmoothing.cpp"
@@ -27,27 +28,54 @@ constexpr uint32_t kChargeShare = 16;
 constexpr int kAround[][2] = {{-1, -1}, {0, -1}, {1, -1}, {-1, 0}, {1, 0}, {-1, 1}, {0, 1}, {1, 1}};
 
 // Looks at one block after the other, and gives it a neighbour's vector where that makes the whole
-// of what is unlike and what disagrees less.
+// of what is unlike and what disagrees less. A block is looked at again only once one around it has
+// changed.
 class Smoother {
   public:
     Smoother(const LumaPlane& from, const LumaPlane& to, BlockGrid* grid)
-        : mFrom(from), mTo(to), mGrid(*grid) {}
+        : mFrom(from),
+          mTo(to),
+          mGrid(*grid),
+          mDue(static_cast<size_t>(grid->columns()) * static_cast<size_t>(grid->rows()), 1) {}
 
-    void visit(int column, int row) {
-        BlockMatch& own = mGrid.at(column, row);
-        const Block block = mGrid.block(column, row);
-        const bool fits = own.difference <= block.area();
-        if (agrees(column, row, own.displacement, fits ? 1 : 0)) return;
-        uint32_t least = disagreement(column, row, block, own.displacement) +
-                         (own.difference == kUnseen ? kUnseenCost * block.area() : own.difference);
-        Displacement tried[std::size(kAround) + 1] = {own.displacement};
-        int count = 1;
+    HWY_INLINE void visit(int column, int row) {
+        uint8_t& due = mDue[mGrid.index(column, row)];
+        if (due == 0) return;
+        due = 0;
+        lookAround(column, row);
+        const BlockMatch& own = mGrid.at(column, row);
+        // What fits within a grey level need agree to a pixel only: it is measured more finely
+        // later.
+        const int apart = own.difference <= mGrid.block(column, row).area() ? 1 : 0;
+        for (int i = 0; i < mCount; ++i) {
+            const Displacement other = mAround[i];
+            if (std::abs(own.displacement.dx - other.dx) > apart ||
+                std::abs(own.displacement.dy - other.dy) > apart) {
+                improve(column, row);
+                return;
+            }
+        }
+    }
+
+  private:
+    HWY_INLINE void lookAround(int column, int row) {
+        mCount = 0;
         for (const auto& [right, down] : kAround) {
             if (!mGrid.has(column + right, row + down)) continue;
-            const Displacement other = mGrid.at(column + right, row + down).displacement;
-            if (std::find(tried, tried + count, other) != tried + count) continue;
-            tried[count++] = other;
-            const uint32_t charge = disagreement(column, row, block, other);
+            mAround[mCount++] = mGrid.at(column + right, row + down).displacement;
+        }
+    }
+
+    void improve(int column, int row) {
+        BlockMatch& own = mGrid.at(column, row);
+        const Block block = mGrid.block(column, row);
+        const Displacement before = own.displacement;
+        uint32_t least = disagreement(block, before) +
+                         (own.difference == kUnseen ? kUnseenCost * block.area() : own.difference);
+        for (int i = 0; i < mCount; ++i) {
+            const Displacement other = mAround[i];
+            if (other == before || std::find(mAround, mAround + i, other) != mAround + i) continue;
+            const uint32_t charge = disagreement(block, other);
             if (charge >= least) continue;
             const uint32_t difference = blockDifference(mFrom, mTo, block, other, least - charge);
             const uint32_t cost =
@@ -56,25 +84,18 @@ class Smoother {
             own = {other, difference};
             least = cost;
         }
-    }
-
-  private:
-    // What fits within a grey level need agree to a pixel only: it is measured more finely later.
-    bool agrees(int column, int row, Displacement own, int apart) const {
-        return std::all_of(std::begin(kAround), std::end(kAround), [&](const auto& beside) {
-            if (!mGrid.has(column + beside[0], row + beside[1])) return true;
-            const Displacement other = mGrid.at(column + beside[0], row + beside[1]).displacement;
-            return std::abs(own.dx - other.dx) <= apart && std::abs(own.dy - other.dy) <= apart;
-        });
+        if (own.displacement == before) return;
+        for (const auto& [right, down] : kAround) {
+            if (mGrid.has(column + right, row + down))
+                mDue[mGrid.index(column + right, row + down)] = 1;
+        }
     }
 
     // What the neighbours charge for such a vector.
-    uint32_t disagreement(int column, int row, const Block& block, Displacement own) const {
+    HWY_INLINE uint32_t disagreement(const Block& block, Displacement own) const {
         uint32_t sum = 0;
-        for (const auto& [right, down] : kAround) {
-            if (!mGrid.has(column + right, row + down)) continue;
-            const Displacement other = mGrid.at(column + right, row + down).displacement;
-            const int distance = std::abs(own.dx - other.dx) + std::abs(own.dy - other.dy);
+        for (int i = 0; i < mCount; ++i) {
+            const int distance = std::abs(own.dx - mAround[i].dx) + std::abs(own.dy - mAround[i].dy);
             sum += static_cast<uint32_t>(std::min(distance, kChargedDistance));
         }
         return sum * block.area() / kChargeShare;
@@ -83,6 +104,9 @@ class Smoother {
     const LumaPlane& mFrom;
     const LumaPlane& mTo;
     BlockGrid& mGrid;
+    std::vector<uint8_t> mDue;  // blocks to be looked at, 1 or 0
+    Displacement mAround[std::size(kAround)];  // of the neighbours of the block in hand
+    int mCount = 0;
 };
 
 void SmoothField(const LumaPlane& from, const LumaPlane& to, BlockGrid* grid) {

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/vppservice/MotionPlan.h"
 
+#include <algorithm>
+
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "host/vppservice/MotionPlan.cpp"
 #include <hwy/foreach_target.h>  // compiles what follows once for each target
@@ -293,6 +295,21 @@ constexpr uint16_t kFlatHandicap = 8;  // in the rank of such a vector
 // Blocks of a picture that is looked at in full; of a larger one, every fourth is.
 constexpr size_t kFewBlocks = 1024;
 
+// Halves away from 0, so that both fields are treated alike.
+int16_t halved(int sum) {
+    return static_cast<int16_t>((sum + (sum > 0 ? 1 : 0)) >> 1);
+}
+
+bool moveAlike(Vector a, Vector b) {
+    return distance(a, b) <= kSameLayer;
+}
+
+// The mean of a vector and of another that leads about where it does.
+Vector meanOf(Vector own, Vector other) {
+    if (!moveAlike(own, other)) return own;
+    return {halved(own.dx + other.dx), halved(own.dy + other.dy)};
+}
+
 int nodesOver(int pixels) {
     return (pixels + kNodeStep - 1) / kNodeStep + 1;
 }
@@ -307,37 +324,41 @@ void NodeField::read(const MotionVector* vectors, int sign, FrameSize size) {
     mColumns = nodesOver(static_cast<int>(size.width));
     mRows = nodesOver(static_cast<int>(size.height));
     mCells.resize(static_cast<size_t>(mColumns) * static_cast<size_t>(mRows));
-    const auto block = [&](int column, int row) -> const MotionVector& {
-        return vectors[std::min(row, down - 1) * across + std::min(column, across - 1)];
+    const auto turned = [sign](const MotionVector& one) {
+        return Vector{static_cast<int16_t>(sign * one.dx), static_cast<int16_t>(sign * one.dy)};
     };
-    Arrival* cell = mCells.data();
-    for (int row = 0; row < mRows; ++row) {
-        const int up = row % 2 == 0 && row > 0 ? 1 : 0;
-        for (int column = 0; column < mColumns; ++column, ++cell) {
-            const MotionVector& own = block(column / 2, row / 2);
-            const int left = column % 2 == 0 && column > 0 ? 1 : 0;
-            int sumX = 0, sumY = 0, count = 0;
-            for (int y = 0; y <= up; ++y) {
-                for (int x = 0; x <= left; ++x) {
-                    const MotionVector& one = block(column / 2 - x, row / 2 - y);
-                    if (std::max(std::abs(one.dx - own.dx), std::abs(one.dy - own.dy)) > kSameLayer)
-                        continue;
-                    sumX += one.dx;
-                    sumY += one.dy;
-                    ++count;
-                }
-            }
-            // Four, three, two or one of them: twelve parts.
-            const int parts = 12 / count;
-            const auto mean = [sign, parts](int sum) {
-                const int whole = sign * sum * parts;
-                return static_cast<int16_t>((whole + (whole < 0 ? -6 : 6)) / 12);
+    for (int row = 0; row < down; ++row) {
+        const MotionVector* here = vectors + row * across;
+        const MotionVector* above = row > 0 ? here - across : here;
+        Arrival* upper = mCells.data() + ptrdiff_t{2} * row * mColumns;
+        Arrival* lower = 2 * row + 1 < mRows ? upper + mColumns : upper;
+        for (int column = 0; column < across; ++column) {
+            const MotionVector& block = here[column];
+            const int left = std::max(column - 1, 0);
+            const Vector own = turned(block);
+            const Vector beside = meanOf(own, turned(here[left]));
+            const Vector over = meanOf(own, turned(above[column]));
+            Arrival cell;
+            cell.rank = block.error;
+            if (block.texture < kFlatTexture) cell.rank += kFlatHandicap;
+            cell.sure = block.texture >= kSureTexture && distance(own, {}) >= kMotionUnit;
+            const int next = std::min(2 * column + 1, mColumns - 1);
+            const auto put = [&cell](Arrival& at, Vector vector) {
+                at = cell;
+                at.vector = vector;
             };
-            cell->vector = {mean(sumX), mean(sumY)};
-            cell->rank = own.error;
-            if (own.texture < kFlatTexture) cell->rank += kFlatHandicap;
-            cell->sure = own.texture >= kSureTexture && distance(cell->vector, {}) >= kMotionUnit;
+            put(lower[next], own);
+            put(lower[2 * column], beside);
+            put(upper[next], over);
+            put(upper[2 * column], meanOf(meanOf(own, turned(above[left])), meanOf(beside, over)));
         }
+        // Past the last block.
+        for (Arrival* cells : {lower, upper})
+            cells[mColumns - 1] = cells[std::min(2 * across - 1, mColumns - 1)];
+    }
+    for (int row = 2 * down; row < mRows; ++row) {
+        const auto last = mCells.begin() + ptrdiff_t{row - 1} * mColumns;
+        std::copy(last, last + mColumns, last + mColumns);
     }
 }
 

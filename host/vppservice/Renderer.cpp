@@ -35,10 +35,9 @@ Source Renderer::open(ImportedBuffer input) {
     source.view = input.inputView();
     source.input = std::move(input);
     const PortSizes& sizes = source.input->sizes;
+    if (!isLarger(sizes.output, sizes.input)) return source;
     const Nv12View half = source.input->halfView();
-    const bool smooth = half.luma != nullptr && isLarger(sizes.output, sizes.input) &&
-                        isLarger(sizes.input, half.size);
-    if (smooth) {
+    if (half.luma != nullptr && isLarger(sizes.input, half.size)) {
         const Nv12View queued = source.view;
         raiseDetail(queued, half, ownCanvas(source));
     }

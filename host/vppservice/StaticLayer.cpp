@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "host/vppservice/StaticLayer.cpp"
@@ -54,6 +55,7 @@ HWY_INLINE bool markStill(const StillTile& tile, ptrdiff_t stride, uint8_t* mask
                           ptrdiff_t maskStride) {
     const hn::FixedTag<uint8_t, 16> d;
     const hn::FixedTag<uint8_t, 8> half;
+    hn::VFromD<decltype(d)> marks[kNodeStep / 2];
     auto any = hn::Zero(d);
     for (ptrdiff_t row = 0; row < kNodeStep; row += 2) {
         const auto load = [=](const uint8_t* p) HWY_ATTR {
@@ -67,12 +69,16 @@ HWY_INLINE bool markStill(const StillTile& tile, ptrdiff_t stride, uint8_t* mask
             hn::Min(apart(older, load(tile.newerMoved)), apart(newer, load(tile.olderMoved)));
         const auto still = hn::Eq(hn::Min(change, hn::Set(d, kStill)), change);
         const auto unlike = hn::Eq(hn::Max(moved, hn::Set(d, kUnlike)), moved);
-        const auto marks = hn::VecFromMask(d, hn::And(still, unlike));
-        hn::StoreU(hn::LowerHalf(half, marks), half, mask + row * maskStride);
-        hn::StoreU(hn::UpperHalf(half, marks), half, mask + (row + 1) * maskStride);
-        any = hn::Or(any, marks);
+        marks[row / 2] = hn::VecFromMask(d, hn::And(still, unlike));
+        any = hn::Or(any, marks[row / 2]);
     }
-    return !hn::AllTrue(d, hn::Eq(any, hn::Zero(d)));
+    if (hn::AllTrue(d, hn::Eq(any, hn::Zero(d)))) return false;
+    for (const auto& two : marks) {
+        hn::StoreU(hn::LowerHalf(half, two), half, mask);
+        hn::StoreU(hn::UpperHalf(half, two), half, mask + maskStride);
+        mask += 2 * maskStride;
+    }
+    return true;
 }
 
 // The motion of the four nodes around a tile that leads furthest.
@@ -138,29 +144,55 @@ uint8_t mixed(int older, int newer, int newerShare) {
 
 void StaticLayer::find(const SubpixelPlanes& older, const SubpixelPlanes& newer,
                        const MotionPlan& plan) {
-    mWidth = newer.width();
-    mHeight = newer.height();
-    mStride = mWidth + 2 * kRim + kNodeStep;
-    mColumns = plan.columns() - 1;
-    mRows = plan.rows() - 1;
-    const auto bytes =
-        static_cast<size_t>(mStride) * static_cast<size_t>(mHeight + 2 * kRim + kNodeStep);
-    mSuspects.assign(bytes, 0);
-    mTiles.assign(static_cast<size_t>(mColumns) * static_cast<size_t>(mRows), 0);
+    if (newer.width() != mWidth || newer.height() != mHeight) {
+        resize(newer.width(), newer.height());
+    } else if (mSuspected) {
+        forget();
+    }
+    std::fill(mTiles.begin(), mTiles.end(), uint8_t{0});
     mAny = false;
-    const bool any = HWY_DYNAMIC_DISPATCH(Suspect)({.older = older,
-                                                    .newer = newer,
-                                                    .plan = plan,
-                                                    .columns = mColumns,
-                                                    .rows = mRows,
-                                                    .suspects = at(mSuspects, 0, 0),
-                                                    .stride = mStride,
-                                                    .tiles = mTiles.data()});
-    if (!any) return;
-    mMask.assign(bytes, 0);
+    mSuspected = HWY_DYNAMIC_DISPATCH(Suspect)({.older = older,
+                                                .newer = newer,
+                                                .plan = plan,
+                                                .columns = mColumns,
+                                                .rows = mRows,
+                                                .suspects = at(mSuspects, 0, 0),
+                                                .stride = mStride,
+                                                .tiles = mTiles.data()});
+    if (!mSuspected) return;
+    mSuspectTiles = mTiles;
     for (int row = 0; row < mRows; ++row) {
         for (int column = 0; column < mColumns; ++column) {
             if (mTiles[tileAt(column, row)] != 0) confirm(column, row);
+        }
+    }
+}
+
+void StaticLayer::resize(int width, int height) {
+    mWidth = width;
+    mHeight = height;
+    mStride = mWidth + 2 * kRim + kNodeStep;
+    mColumns = (width + kNodeStep - 1) / kNodeStep;
+    mRows = (height + kNodeStep - 1) / kNodeStep;
+    const auto bytes =
+        static_cast<size_t>(mStride) * static_cast<size_t>(mHeight + 2 * kRim + kNodeStep);
+    mSuspects.assign(bytes, 0);
+    mMask.assign(bytes, 0);
+    mTiles.resize(static_cast<size_t>(mColumns) * static_cast<size_t>(mRows));
+    mSuspectTiles.resize(mTiles.size());
+}
+
+// Wipes what the last frame has left, where it has.
+void StaticLayer::forget() {
+    for (int row = 0; row < mRows; ++row) {
+        for (int column = 0; column < mColumns; ++column) {
+            if (mSuspectTiles[tileAt(column, row)] == 0) continue;
+            const int x = std::min(column * kNodeStep, mWidth - kNodeStep);
+            const int y = std::min(row * kNodeStep, mHeight - kNodeStep);
+            for (int down = 0; down < kNodeStep; ++down) {
+                std::memset(at(mSuspects, x, y + down), 0, kNodeStep);
+                std::memset(at(mMask, x, y + down), 0, kNodeStep);
+            }
         }
     }
 }

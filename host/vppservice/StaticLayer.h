@@ -28,6 +28,8 @@ class StaticLayer {
   private:
     static constexpr int kRim = 2;  // pixels around the mask, so that neighbours may be looked at
 
+    void resize(int width, int height);
+    void forget();
     void confirm(int column, int row);
     void uncover(const SubpixelPlanes& older, const SubpixelPlanes& newer, const NodeMotion& node,
                  int column, int row, const Nv12Canvas& to) const;
@@ -54,7 +56,9 @@ class StaticLayer {
     int mRows = 0;
     std::vector<uint8_t> mSuspects;  // 0 or 255 for each pixel
     std::vector<uint8_t> mMask;
-    std::vector<uint8_t> mTiles;  // whether a tile has any of the mask
+    std::vector<uint8_t> mTiles;         // 1: the tile has some of the mask
+    std::vector<uint8_t> mSuspectTiles;  // 1: it has suspects, as long as mSuspected
+    bool mSuspected = false;
     bool mAny = false;
 };
 
