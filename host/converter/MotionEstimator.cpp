@@ -67,12 +67,14 @@ void MotionEstimator::Frame::measure() {
 
 void MotionEstimator::estimate(const MappedBuffer& previous, const MappedBuffer& current,
                                bool known, MotionVector* forward, MotionVector* backward) {
-    if (known) {
+    // Memory may have run out in the last call, with its current frame half read.
+    if (std::exchange(mWhole, false) && known) {
         std::swap(mPrevious, mCurrent);
     } else {
         mPrevious.build(previous);
     }
     mCurrent.build(current);
+    mWhole = true;
     const BrightnessChange change =
         brightnessChange(mPrevious.luma.smallest(), mCurrent.luma.smallest());
     if (change) {

@@ -41,6 +41,7 @@ class MotionEstimator {
 
     Frame mPrevious;
     Frame mCurrent;
+    bool mWhole = false;  // mCurrent is all of the last call's current frame
     BlockSearch mForward;
     BlockSearch mBackward;
     SubpixelField mSubpixel;

@@ -228,16 +228,19 @@ constexpr int kRounds = 4;
 
 }  // namespace
 
+// The size counts only once all planes have it: memory may run out in between.
 void Evidence::reset(int newColumns, int newRows) {
     constexpr float kNowhere = 1e9F;
-    columns = newColumns;
-    rows = newRows;
-    stride = columns + 2 * kRim;
-    const size_t cells = static_cast<size_t>(stride) * static_cast<size_t>(rows + 2);
+    columns = rows = 0;
+    const int newStride = newColumns + 2 * kRim;
+    const size_t cells = static_cast<size_t>(newStride) * static_cast<size_t>(newRows + 2);
     for (std::vector<float>* plane : {&ownX, &ownY, &xx, &xy, &yy})
         plane->assign(cells, 0);
     for (std::vector<float>* plane : {&dx, &dy})
         plane->assign(cells, kNowhere);
+    stride = newStride;
+    columns = newColumns;
+    rows = newRows;
 }
 
 void SubpixelField::refine(const LumaPlane& from, const LumaPlane& to, BlockGrid* grid) {

@@ -168,18 +168,21 @@ void StaticLayer::find(const SubpixelPlanes& older, const SubpixelPlanes& newer,
     }
 }
 
+// The size counts only once all masks have it: memory may run out in between.
 void StaticLayer::resize(int width, int height) {
-    mWidth = width;
-    mHeight = height;
-    mStride = mWidth + 2 * kRim + kNodeStep;
+    mWidth = mHeight = 0;
+    mSuspected = false;
+    mStride = width + 2 * kRim + kNodeStep;
     mColumns = (width + kNodeStep - 1) / kNodeStep;
     mRows = (height + kNodeStep - 1) / kNodeStep;
     const auto bytes =
-        static_cast<size_t>(mStride) * static_cast<size_t>(mHeight + 2 * kRim + kNodeStep);
+        static_cast<size_t>(mStride) * static_cast<size_t>(height + 2 * kRim + kNodeStep);
     mSuspects.assign(bytes, 0);
     mMask.assign(bytes, 0);
     mTiles.resize(static_cast<size_t>(mColumns) * static_cast<size_t>(mRows));
     mSuspectTiles.resize(mTiles.size());
+    mWidth = width;
+    mHeight = height;
 }
 
 // Wipes what the last frame has left, where it has.

@@ -35,13 +35,14 @@ void SubpixelPlanes::resize(FrameSize size) {
     const int width = static_cast<int>(size.width);
     const int height = static_cast<int>(size.height);
     if (width == mWidth && height == mHeight) return;
-    mWidth = width;
-    mHeight = height;
+    mWidth = mHeight = 0;  // until there is memory
     mStride = ptrdiff_t{(width + 2 * kRim + kVector + 63) / 64} * 64;
     mPlane = mStride * (height + 2 * kRim);
     // Kernels read whole vectors: past the last row's end, and before the first row's beginning.
     constexpr ptrdiff_t kSlack = 64;
     mBytes.assign(static_cast<size_t>(5 * mPlane + 2 * kSlack), 0);
+    mWidth = width;
+    mHeight = height;
     mChromaOrigin = mBytes.data() + kSlack + 4 * mPlane + kRim / 2 * mStride + kRim;
     mOrigin = mBytes.data() + kSlack + kRim * mStride + kRim;
     const auto offset = [&](const Source& s) {
