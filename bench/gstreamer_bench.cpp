@@ -81,7 +81,7 @@ class ReturningSession : public NullSession {
         {
             const std::lock_guard lock(mLock);
             if (port == Port::OUTPUT) {
-                mLent.push_back(buffer.cookie);
+                mQueuedOutputs.push_back(buffer.cookie);
                 return Status::ok();
             }
             mSources.push_back({android::unsignedOf(buffer.timestamp), buffer.cookie});
@@ -105,8 +105,8 @@ class ReturningSession : public NullSession {
             mSources.pop_front();
             int64_t filled = source.cookie;
             if (!mPasses) {
-                filled = mLent.front();
-                mLent.pop_front();
+                filled = mQueuedOutputs.front();
+                mQueuedOutputs.pop_front();
             }
             lock.unlock();
             giveBack(source, filled);
@@ -129,7 +129,7 @@ class ReturningSession : public NullSession {
     std::mutex mLock;
     std::condition_variable mCond;
     std::deque<Source> mSources;
-    std::deque<int64_t> mLent;
+    std::deque<int64_t> mQueuedOutputs;
     bool mEnd = false;
     std::thread mThread{[this] { serve(); }};
 };

@@ -41,7 +41,8 @@ constexpr size_t kOutputs = 8;
 constexpr int64_t kAhead = 4;  // frames in flight of a healthy component: all its outputs
 constexpr long kMaxGrowth = 1 << 20;
 
-struct Findings {
+// What went wrong with the frames of one component or of several.
+struct Tally {
     uint64_t lost = 0;
     uint64_t doubled = 0;
     uint64_t disordered = 0;
@@ -54,7 +55,7 @@ class Player {
     explicit Player(bool patient)
         : mPatient(patient), mClient(patient ? kSources : kSourcesOnce, kOutputs) {
         mClient.onFrame = [this](GraphicBuffer&, uint64_t timestamp) {
-            if (mFrames > 0 && timestamp <= mNewest) ++mFindings.disordered;
+            if (mFrames > 0 && timestamp <= mNewest) ++mTally.disordered;
             mNewest = timestamp;
             ++mFrames;
         };
@@ -76,7 +77,7 @@ class Player {
             (void)mClient.waitForSource();
             time([&] { (void)mClient.send(kWidth, kHeight, mNow); });
         }
-        // Gives up when nothing comes at all: what is missing shows in the findings.
+        // Gives up when nothing comes at all: what is missing shows in the tally.
         if (mPatient) (void)mClient.waitForTimestamp(microseconds(mNow));
         time([&] { mClient.vpp->flushsync(); });
         if (frames > 0) mExpected += 1 + (frames - 1) * (kFactor + 1);
@@ -85,11 +86,11 @@ class Player {
     void finish() {
         time([&] { mClient.vpp->disable(); });
         const client::Ledger ledger = mClient.ledger();
-        mFindings.lost = ledger.outstanding() + (mFrames < mExpected ? mExpected - mFrames : 0);
-        mFindings.doubled = ledger.totals().doubled + ledger.totals().wrongPort;
+        mTally.lost = ledger.outstanding() + (mFrames < mExpected ? mExpected - mFrames : 0);
+        mTally.doubled = ledger.totals().doubled + ledger.totals().wrongPort;
     }
 
-    const Findings& findings() const { return mFindings; }
+    const Tally& tally() const { return mTally; }
 
   private:
     static uint64_t microseconds(int64_t nanoseconds) {
@@ -100,7 +101,7 @@ class Player {
     void time(const Act& act) {
         const auto begin = Clock::now();
         act();
-        mFindings.longest = std::max(mFindings.longest, Clock::now() - begin);
+        mTally.longest = std::max(mTally.longest, Clock::now() - begin);
     }
 
     const bool mPatient;  // waits for what is to come out
@@ -109,7 +110,7 @@ class Player {
     uint64_t mExpected = 0;  // frames that are to come out
     uint64_t mFrames = 0;
     uint64_t mNewest = 0;
-    Findings mFindings;
+    Tally mTally;
 };
 
 // What the process holds; nothing may grow in a long run.
@@ -133,7 +134,7 @@ class LateSession : public NullSession {
     }
 };
 
-bool isOdd(size_t nth) {
+bool isFaulty(size_t nth) {
     return nth % 8 == 7;
 }
 
@@ -141,19 +142,19 @@ bool isOdd(size_t nth) {
 class MixedService : public vpp::BnVppService {
   public:
     // A component that ends in ERROR leaves its session open, and the two keep each other.
-    void endOddSessions() {
-        for (const auto& session : mOdd)
+    void endFaultySessions() {
+        for (const auto& session : mFaulty)
             (void)session->terminateSession();
     }
     ndk::ScopedAStatus getNewVppSession(int32_t flags, std::shared_ptr<vpp::IVpp>* out) override {
         const size_t nth = mGiven++;
-        if (!isOdd(nth)) return mReal->getNewVppSession(flags, out);
+        if (!isFaulty(nth)) return mReal->getNewVppSession(flags, out);
         if (nth % 16 == 7) {
             *out = ndk::SharedRefBase::make<LateSession>();
         } else {
             *out = ndk::SharedRefBase::make<NullSession>();
         }
-        mOdd.push_back(*out);
+        mFaulty.push_back(*out);
         return ndk::ScopedAStatus::ok();
     }
     ndk::ScopedAStatus getSessionCount(int32_t* out) override {
@@ -163,11 +164,11 @@ class MixedService : public vpp::BnVppService {
   private:
     const std::shared_ptr<host::vppservice::Service> mReal =
         ndk::SharedRefBase::make<host::vppservice::Service>();
-    std::vector<std::shared_ptr<vpp::IVpp>> mOdd;
+    std::vector<std::shared_ptr<vpp::IVpp>> mFaulty;
     size_t mGiven = 0;
 };
 
-bool report(const char* who, const Findings& all) {
+bool report(const char* who, const Tally& all) {
     const double seconds = std::chrono::duration<double>(all.longest).count();
     std::printf("%s: %lu lost, %lu doubled, %lu out of order; longest operation %.3f s\n", who,
                 all.lost, all.doubled, all.disordered, seconds);
@@ -186,11 +187,11 @@ void onThreads(const Players& players, const Act& act) {
         thread.join();
 }
 
-Findings sum(const Players& players, bool odd, bool mixed) {
-    Findings all;
+Tally sum(const Players& players, bool faulty, bool mixed) {
+    Tally all;
     for (size_t i = 0; i < players.size(); ++i) {
-        if ((mixed && isOdd(i)) != odd) continue;
-        const Findings& one = players[i]->findings();
+        if ((mixed && isFaulty(i)) != faulty) continue;
+        const Tally& one = players[i]->tally();
         all.lost += one.lost;
         all.doubled += one.doubled;
         all.disordered += one.disordered;
@@ -201,7 +202,7 @@ Findings sum(const Players& players, bool odd, bool mixed) {
 
 bool startAll(Players& players, size_t count, bool mixed) {
     for (size_t i = 0; i < count; ++i) {
-        players.push_back(std::make_unique<Player>(!mixed || !isOdd(i)));
+        players.push_back(std::make_unique<Player>(!mixed || !isFaulty(i)));
         if (!players.back()->start()) return false;
     }
     return true;
@@ -240,9 +241,9 @@ bool misbehave(uint64_t frames) {
         });
     }
     host::removeService(name);
-    service->endOddSessions();
+    service->endFaultySessions();
     (void)report("the 8 that are late or silent", sum(players, true, true));
-    const Findings healthy = sum(players, false, true);
+    const Tally healthy = sum(players, false, true);
     // Far below the wait limit of three seconds that the others run into.
     return report("the other 56", healthy) && started && healthy.longest < 1s;
 }

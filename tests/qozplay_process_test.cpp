@@ -38,6 +38,23 @@ TEST(PlayerProcess, MakesTheSameFramesAsInline) {
     }
 }
 
+TEST(PlayerProcess, TakesAnyFolderForTemporaryFilesThatASocketCanLieIn) {
+    const Folder folder;
+    const char* before = getenv("TMPDIR");
+    const std::string usual = before != nullptr ? before : "/tmp";
+    const std::pair<std::string, const char*> cases[] = {
+        {"a b'%", ""}, {std::string(100, 'x'), "the folder for temporary files is too long"}};
+    for (const auto& [name, message] : cases) {
+        std::filesystem::create_directory(folder.file(name));
+        setenv("TMPDIR", folder.file(name).c_str(), 1);
+        const Outcome outcome = run("--scene-size 64x48 --frames 4 --service process");
+        EXPECT_EQ(outcome.code, *message == '\0' ? 0 : 1) << outcome.err;
+        EXPECT_THAT(outcome.err, HasSubstr(message));
+        EXPECT_TRUE(std::filesystem::is_empty(folder.file(name)));
+    }
+    setenv("TMPDIR", usual.c_str(), 1);
+}
+
 // The service of the player that runs: its bus has handed it this folder for temporary files. No
 // question to the bus, which the player may be starting or ending.
 std::optional<pid_t> servicePid(const std::string& folder) {

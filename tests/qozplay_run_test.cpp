@@ -189,6 +189,8 @@ TEST(Player, EndsWithOneWhenASessionFails) {
         {"--fault getNewVppSession=die", "the service died"},
         {"--fault setCtrlFrc=transport --verify", "--verify: 0 of 1 interpolated frames"},
         {"--fault setCtrlFrc=transport --truth 2", "5 frames held out were not interpolated"},
+        {"--sheet /dev/null --sheet-at 50", "the frame of --sheet-at did not come out"},
+        {"--fault queueBuf=7@4+", "(the same again"},
         {"--budget interpolated=12", "qozplay: interpolated is 11, under the budget of 12"},
     };
     for (const auto& [args, message] : cases) {

@@ -308,6 +308,7 @@ TEST(Sheet, HasARowForEachIntervalItKeeps) {
     EXPECT_EQ(sheetSize(9, 1, {{4, 8}}), two);
     EXPECT_LT(sheetSize(1, 1).second, two.second);
     EXPECT_GT(sheetSize(9, 1, {{4, 10}}).second, two.second);
+    EXPECT_EQ(sheetSize(3, 1, {{400, 800}}), two) << "the last ones, as none of these came";
     EXPECT_EQ(sheetSize(2, 3).second, two.second);
     EXPECT_GT(sheetSize(2, 3).first, two.first);
 }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The least that a client does: ten frames through the component at twice their rate. Exit code 0:
-// every buffer that was handed over has come back.
+// every buffer that was handed over has come back. It is meant to be copied, so it needs nothing
+// but the public header and, on a desk, the host simulator: no client kit of this tree. The guide
+// shows the part between the marks; a test compares the two.
 #include <host/control.h>
 #include <qoz/VppComponent.h>
 
@@ -10,66 +12,73 @@ namespace {
 
 using android::GraphicBuffer;
 using android::QOZBufferInfo;
+using android::QOZFormat;
+using android::QOZPort;
+using android::QOZResult;
 using BufferRef = android::sp<GraphicBuffer>;
 
 constexpr uint32_t kWidth = 320;
 constexpr uint32_t kHeight = 192;
-constexpr int32_t kRgba = 1, kNv12 = 0x7FA30C06;
+constexpr android::ConfigParams kTwiceTheRate{android::QOZMode::kFrc, 0, 1,
+                                              android::QOZUpscale::k1x};
 constexpr int32_t kOutputs = 8;           // slots 0 to 7
 constexpr int32_t kSlots = kOutputs + 3;  // the sources' are behind them
 constexpr uint32_t kFrames = 10;
 constexpr uint32_t kFramesOut = 1 + (kFrames - 1) * 2;  // one between each two
 
-// Which buffers are outstanding. The callbacks come on several threads.
+// Which buffers are outstanding. The callbacks come on several threads; the lock guards all of it.
 class Client : public android::IQOZCallback {
   public:
     void onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint64_t timestamp) override {
-        const bool frame = port == 0 && valid != 0;
-        const char* what = port == 1 ? "source released" : frame ? "frame" : "output not used";
+        const bool source = port == QOZPort::kSource;
+        const char* what = source ? "source released" : valid != 0 ? "frame" : "output not used";
         std::printf("slot %d: %s, %.1f ms\n", slot, what, static_cast<double>(timestamp) / 1000);
         const std::lock_guard lock(mLock);
-        if (mLent.erase(slot) == 0) mTwice = true;
-        if (frame) ++mFrames;
-        mMoved.notify_all();
+        if (mOutstanding.erase(slot) == 0) mTwice = true;
+        if (!source && valid != 0) ++mFrames;
+        mChanged.notify_all();
     }
 
     void onConfigChanged(std::set<uint32_t>) override {}
 
-    // Before the buffer is handed over: it may be back before that call returns.
-    bool take(int32_t slot) {
+    // Before the buffer is handed over: it may be back before that call returns. False: it is
+    // outstanding already.
+    bool note(int32_t slot) {
         const std::lock_guard lock(mLock);
-        return mLent.insert(slot).second;
+        return mOutstanding.insert(slot).second;
     }
 
+    // It was not taken, and is still the client's.
     void keep(int32_t slot) {
         const std::lock_guard lock(mLock);
-        mLent.erase(slot);
+        mOutstanding.erase(slot);
     }
 
     bool isComplete() {
         const std::lock_guard lock(mLock);
-        return !mTwice && mLent.empty();
+        return !mTwice && mOutstanding.empty();
     }
 
     // True: not yet all frames, but `frames` has grown.
     bool awaitMore(uint32_t& frames) {
         std::unique_lock lock(mLock);
         const auto grown = [&] { return mFrames > frames; };
-        if (!mMoved.wait_for(lock, std::chrono::seconds(10), grown)) return false;
+        if (!mChanged.wait_for(lock, std::chrono::seconds(10), grown)) return false;
         frames = mFrames;
         return frames < kFramesOut;
     }
 
   private:
     std::mutex mLock;
-    std::condition_variable mMoved;
-    std::set<int32_t> mLent;
+    std::condition_variable mChanged;
+    std::set<int32_t> mOutstanding;
     uint32_t mFrames = 0;
     bool mTwice = false;
 };
 
-BufferRef make(uint32_t width, uint32_t height, int32_t format) {
-    return BufferRef(new GraphicBuffer(width, height, format, GraphicBuffer::USAGE_SW_WRITE_OFTEN));
+BufferRef make(uint32_t width, uint32_t height, uint32_t format) {
+    return BufferRef(new GraphicBuffer(width, height, static_cast<int>(format),
+                                       GraphicBuffer::USAGE_SW_WRITE_OFTEN));
 }
 
 // A white square that moves eight pixels to the right with every frame.
@@ -91,30 +100,35 @@ int main() {
     Client client;
     auto vpp = std::make_shared<android::VppComponent>();
     if (!vpp->enable("minimal", &client, false)) return 1;
-    vpp->config(kWidth, kHeight, kRgba, {1, 0, /*interpFactor*/ 1, /*upscaleIndex*/ 0}, true);
+    vpp->config(kWidth, kHeight, QOZFormat::kRgba8888, kTwiceTheRate, true);
     std::vector<BufferRef> buffers;
     while (buffers.size() < kOutputs)
-        buffers.push_back(make(vpp->expectedOutputWidth(), vpp->expectedOutputHeight(), kNv12));
+        buffers.push_back(
+            make(vpp->expectedOutputWidth(), vpp->expectedOutputHeight(), QOZFormat::kNv12Vemo));
     while (buffers.size() < kSlots)
-        buffers.push_back(make(kWidth, kHeight, kRgba));
+        buffers.push_back(make(kWidth, kHeight, QOZFormat::kRgba8888));
 
-    const auto lendOutputs = [&] {
+    // [stream]
+    const auto queueFreeOutputs = [&] {
         for (int32_t slot = 0; slot < kOutputs; ++slot) {
+            if (!client.note(slot)) continue;  // it is outstanding
             QOZBufferInfo output{slot, buffers[slot], nullptr, 0, {}};
-            if (client.take(slot) && vpp->process(nullptr, &output) != 0) client.keep(slot);
+            if (vpp->process(nullptr, &output) != QOZResult::kTaken) client.keep(slot);
         }
     };
     for (uint32_t frame = 0; frame < kFrames; ++frame) {
         const auto slot = static_cast<int32_t>(kOutputs + frame % (kSlots - kOutputs));
-        if (!client.take(slot)) break;
+        if (!client.note(slot)) break;  // before the call: it may be back before the call is
         paint(buffers[slot], frame);
         std::vector<QOZBufferInfo> source{{slot, buffers[slot], nullptr, frame * 33'333'333LL, {}}};
-        if (vpp->process(&source, nullptr) != 0) client.keep(slot);
-        lendOutputs();
+        if (vpp->process(&source, nullptr) != QOZResult::kTaken) client.keep(slot);
+        queueFreeOutputs();
     }
+    // Let the service finish: until all frames are there, or none has come for a while.
     for (uint32_t frames = 0; client.awaitMore(frames);)
-        lendOutputs();
-    vpp->flushsync();
-    vpp->disable();
+        queueFreeOutputs();
+    vpp->flushsync();  // everything else comes back, the last source too
+    vpp->disable();    // now, as nothing is outstanding any more
+    // [stream]
     return client.isComplete() ? 0 : 1;
 }

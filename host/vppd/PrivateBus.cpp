@@ -5,13 +5,18 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <iomanip>
+#include <sstream>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -57,6 +62,25 @@ void endProcess(const Descriptor& process) {
         }
         if (ended.revents != 0) return;
     }
+}
+
+// As an address of the bus names a path: most signs are spelled by their numbers.
+std::string addressOf(const fs::path& socket) {
+    constexpr size_t kLongest = sizeof(sockaddr_un::sun_path) - 1;
+    if (socket.string().size() > kLongest) {
+        throw std::runtime_error(
+            "the name of the folder for temporary files is too long for a socket");
+    }
+    std::ostringstream address;
+    address << "unix:path=" << std::hex << std::setfill('0');
+    for (const unsigned char sign : socket.string()) {
+        if (std::isalnum(sign) != 0 || sign == '/' || sign == '-' || sign == '_' || sign == '.') {
+            address << sign;
+        } else {
+            address << '%' << std::setw(2) << int{sign};
+        }
+    }
+    return address.str();
 }
 
 // Up to the end of the line, which the bus writes when it is ready.
@@ -118,7 +142,7 @@ void PrivateBus::writeConfig(const std::vector<std::string>& arguments,
            // Calls that a connection has not been answered: of the service a few for each session,
            // whose client may never answer.
            "<limit name=\"max_replies_per_connection\">4096</limit>\n"
-        << "<listen>unix:path=" << (mFolder.path / "socket").string() << "</listen>\n"
+        << "<listen>" << addressOf(mFolder.path / "socket") << "</listen>\n"
         << "<servicedir>" << mFolder.path.string() << "</servicedir>\n"
         << "<policy context=\"default\"><allow own=\"*\"/>\n"
            "<allow send_destination=\"*\"/><allow receive_sender=\"*\"/></policy></busconfig>\n";

@@ -3,13 +3,30 @@
 #pragma once
 
 #include <cstddef>
+#include <deque>
 #include <memory>
 #include <optional>
+#include <vector>
 
-#include "qozplay/media/AudioTracks.h"
 #include "qozplay/media/Colour.h"
 
 namespace qozplay {
+
+// The audio of a clip on its way past the processing: the reader of the clip puts the packets in as
+// it meets them, the writer takes them out. Both run on the thread of one session.
+struct AudioTracks {
+    struct Track {
+        AvPtr<AVCodecParameters> parameters;
+        AVRational timeBase;
+    };
+    struct Packet {
+        size_t track;
+        AvPtr<AVPacket> data;  // its times count from the start of the clip
+    };
+
+    std::vector<Track> tracks;
+    std::deque<Packet> packets;
+};
 
 class FrameSource {
   public:

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "qozplay/media/AudioTracks.h"
 #include "qozplay/media/FrameSink.h"
+#include "qozplay/media/FrameSource.h"
 #include "qozplay/media/MediaIo.h"
 #include "qozplay/media/OutputFile.h"
 

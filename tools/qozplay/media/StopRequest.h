@@ -3,8 +3,8 @@
 // sessions look between two frames, and waits for a pipe watch its descriptor.
 #pragma once
 
+#include <android/binder_auto_utils.h>
 #include <sys/eventfd.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cstdint>
@@ -13,26 +13,19 @@ namespace qozplay {
 
 class StopRequest {
   public:
-    StopRequest() : mEvent(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
-    ~StopRequest() {
-        if (mEvent >= 0) close(mEvent);
-    }
-    StopRequest(const StopRequest&) = delete;
-    StopRequest& operator=(const StopRequest&) = delete;
-
     // Any thread.
     void request(int signal) {
         mSignal.store(signal);
-        (void)!eventfd_write(mEvent, 1);
+        (void)!eventfd_write(descriptor(), 1);
     }
     int signal() const { return mSignal.load(); }  // 0: none yet
     bool requested() const { return signal() != 0; }
 
     // Readable once a stop has been requested; -1 when there was no descriptor to be had.
-    int descriptor() const { return mEvent; }
+    int descriptor() const { return mEvent.get(); }
 
   private:
-    const int mEvent;
+    const ndk::ScopedFileDescriptor mEvent{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
     std::atomic<int> mSignal{0};  // read between two frames, without a lock
 };
 

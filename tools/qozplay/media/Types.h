@@ -20,8 +20,6 @@ using qoz::client::toText;
 struct Rate {
     uint32_t num = 30;
     uint32_t den = 1;
-
-    bool operator==(const Rate&) const = default;
 };
 
 // What the user gave cannot be used: exit code 2.

@@ -4,6 +4,7 @@
 #include <libyuv.h>
 
 #include <algorithm>
+#include <functional>
 #include <utility>
 
 namespace qozplay {
@@ -45,18 +46,15 @@ Sheet::Sheet(std::string title, std::optional<std::pair<uint64_t, uint64_t>> win
     : mTitle(std::move(title)), mWindow(window) {}
 
 bool Sheet::take(const FinishedFrame& frame) {
-    if (mWindow && (frame.timestamp < mWindow->first || frame.timestamp > mWindow->second)) {
-        return true;
-    }
+    if (mWindow && frame.timestamp > mWindow->second) return true;
+    const bool inside = mWindow && frame.timestamp >= mWindow->first;
+    if (inside && !std::exchange(mReached, true)) mCells.clear();
     mCells.push_back({frame.timestamp, frame.source, shrink(frame)});
-    if (mWindow) return true;
+    if (inside) return true;
     // The oldest interval goes once those after it suffice.
-    const auto sources =
-        std::count_if(mCells.begin(), mCells.end(), [](const Cell& cell) { return cell.source; });
-    if (sources <= kIntervals + 1) return true;
-    const auto isSource = [](const Cell& cell) { return cell.source; };
-    const auto first = std::find_if(mCells.begin(), mCells.end(), isSource);
-    mCells.erase(mCells.begin(), std::find_if(first + 1, mCells.end(), isSource));
+    if (std::ranges::count(mCells, true, &Cell::source) <= kIntervals + 1) return true;
+    const auto first = std::ranges::find(mCells, true, &Cell::source);
+    mCells.erase(mCells.begin(), std::find_if(first + 1, mCells.end(), std::mem_fn(&Cell::source)));
     return true;
 }
 

@@ -18,11 +18,13 @@ class Sheet final : public FrameSink {
     static constexpr uint32_t kIntervals = 2;
     using Psnr = std::map<uint64_t, double>;  // microseconds, dB
 
-    // Keeps the frames with timestamps from `window->first` to `window->second`; without a window
-    // the last ones that come.
+    // Keeps the frames with timestamps from `window->first` to `window->second`; without a window,
+    // or as long as none of these has come, the last ones that come.
     Sheet(std::string title, std::optional<std::pair<uint64_t, uint64_t>> window);
 
     bool take(const FinishedFrame& frame) override;
+
+    bool reachedWindow() const { return mReached; }
 
     // `psnr` of frames for which it is known, by timestamp. Throws SessionFailed: no frame came.
     Image draw(const Psnr& psnr = {}) const;
@@ -43,6 +45,7 @@ class Sheet final : public FrameSink {
     const std::string mTitle;
     const std::optional<std::pair<uint64_t, uint64_t>> mWindow;
     std::deque<Cell> mCells;
+    bool mReached = false;
 };
 
 }  // namespace qozplay

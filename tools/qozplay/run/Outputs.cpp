@@ -140,6 +140,10 @@ void Outputs::save(RunStats* stats, const std::filesystem::path& folder) {
     }
     if (mSheet != nullptr) {
         attempt(stats, [&] { savePng(*mSheetFile, mSheet->draw(psnrOf(*stats))); });
+        if (mOptions.sheetAt && !mSheet->reachedWindow()) {
+            stats->failures.emplace_back(
+                "the frame of --sheet-at did not come out; the sheet shows the last ones that did");
+        }
     }
     if (mVectors != nullptr) {
         const uint64_t frame = stats->vectorsOf.value_or(0);

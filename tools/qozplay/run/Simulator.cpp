@@ -40,9 +40,14 @@ void setProperties(const Options& options) {
     }
 }
 
+// A line that comes again and again, as when the service has no memory, is shown once.
 qoz::host::LogSink sinkTo(Console& console, const LogFilter& filter) {
-    return [&console, filter](const LogLine& line) {
+    return [&console, filter, last = std::string(), again = false](const LogLine& line) mutable {
         if (!filter.shows(line.priority, line.tag)) return;
+        const bool same = std::exchange(last, line.text) == line.text;
+        if (same && !again) console.report("(the same again, which is said once only)");
+        again = same;
+        if (same) return;
         constexpr std::array kLetters{'?', '?', 'V', 'D', 'I', 'W', 'E', 'F', 'S'};
         const auto priority = static_cast<size_t>(line.priority);
         const char letter = priority < kLetters.size() ? kLetters[priority] : '?';
@@ -50,15 +55,11 @@ qoz::host::LogSink sinkTo(Console& console, const LogFilter& filter) {
     };
 }
 
-class InlineService final : public Simulator::Service {
-  public:
-    // Of an injected fault.
-    bool died() const override { return !qoz::client::LiveClient::serviceLives(); }
-    uint64_t faultsFired() const override { return 0; }
-
-  private:
-    qoz::host::VppService mService;
-};
+Simulator::Service startInline() {
+    return {std::make_shared<qoz::host::VppService>(),
+            [] { return !qoz::client::LiveClient::serviceLives(); },  // of an injected fault
+            [] { return uint64_t{0}; }};
+}
 
 // What a fault breaks on this side; the rest is the service's.
 bool isOurs(const qoz::host::Fault& fault) {
@@ -69,34 +70,32 @@ bool isOurs(const qoz::host::Fault& fault) {
 }
 
 #ifdef QOZ_SERVICE_PROCESS
-class ServiceProcess final : public Simulator::Service {
-  public:
-    ServiceProcess(const std::vector<std::string>& faults, const std::filesystem::path& folder)
-        : mBus(faults, folder), mService(mBus.address()) {}
+struct ServiceProcess {
+    ServiceProcess(const std::vector<std::string>& arguments, const std::filesystem::path& folder)
+        : bus(arguments, folder), service(bus.address()) {}
 
-    bool died() const override { return mService.deaths() != 0; }
-    uint64_t faultsFired() const override { return mService.faultsFired(); }
-
-  private:
-    qoz::host::PrivateBus mBus;
-    qoz::host::RemoteVppService mService;
+    qoz::host::PrivateBus bus;
+    qoz::host::RemoteVppService service;
 };
 
-std::unique_ptr<Simulator::Service> startProcess(const std::vector<qoz::host::Fault>& faults,
-                                                 const std::filesystem::path& folder) {
+Simulator::Service startProcess(const std::vector<qoz::host::Fault>& faults,
+                                const std::filesystem::path& folder) {
     std::vector<std::string> arguments;
     for (const qoz::host::Fault& fault : faults) {
         arguments.insert(arguments.end(), {"--fault", qoz::host::toText(fault)});
     }
     try {
-        return std::make_unique<ServiceProcess>(arguments, folder);
+        const auto process = std::make_shared<ServiceProcess>(arguments, folder);
+        const qoz::host::RemoteVppService& service = process->service;
+        return {process, [&service] { return service.deaths() != 0; },
+                [&service] { return service.faultsFired(); }};
     } catch (const std::exception& error) {
         throw SessionFailed("--service process: " + plainly(error));
     }
 }
 #else
-std::unique_ptr<Simulator::Service> startProcess(const std::vector<qoz::host::Fault>&,
-                                                 const std::filesystem::path&) {
+Simulator::Service startProcess(const std::vector<qoz::host::Fault>&,
+                                const std::filesystem::path&) {
     throw BadInput("--service process: this player was built without D-Bus");
 }
 #endif
@@ -115,12 +114,12 @@ Simulator::Simulator(const Options& options, Console& console) {
             qoz::host::armFault(fault);
         }
     }
-    mService = options.serviceProcess() ? startProcess(mRemoteFaults, mFolder->path())
-                                        : std::make_unique<InlineService>();
+    mService =
+        options.serviceProcess() ? startProcess(mRemoteFaults, mFolder->path()) : startInline();
 }
 
 Simulator::~Simulator() {
-    mService.reset();
+    mService = {};
     qoz::host::clearFaults();
     qoz::host::clearProperties();
     qoz::host::setLogSink(std::move(mOldSink));
@@ -136,17 +135,17 @@ void Simulator::dump(std::optional<uint64_t> frame) {
 }
 
 bool Simulator::serviceDied() const {
-    return mService->died();
+    return mService.died();
 }
 
 uint64_t Simulator::faultsFired() const {
-    return qoz::host::faultsFired() + mService->faultsFired();
+    return qoz::host::faultsFired() + mService.faultsFired();
 }
 
 // The service's process tells only how many there were, and after its death not even that.
 std::vector<std::string> Simulator::unfiredFaults() const {
     std::vector<qoz::host::Fault> unfired = qoz::host::unfiredFaults();
-    if (mService->faultsFired() == 0 && !serviceDied()) {
+    if (mService.faultsFired() == 0 && !serviceDied()) {
         unfired.insert(unfired.end(), mRemoteFaults.begin(), mRemoteFaults.end());
     }
     std::vector<std::string> texts;

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -41,19 +42,18 @@ class Simulator {
     uint64_t faultsFired() const;
     std::vector<std::string> unfiredFaults() const;
 
-    // Inline, or a process.
-    class Service {
-      public:
-        virtual ~Service() = default;
-        virtual bool died() const = 0;
-        virtual uint64_t faultsFired() const = 0;
+    // Inline, or a process: what runs, and the answers to two questions about it.
+    struct Service {
+        std::shared_ptr<void> running;
+        std::function<bool()> died;
+        std::function<uint64_t()> faultsFired;
     };
 
   private:
     std::optional<TemporaryFolder> mFolder;  // for what lasts as long as the run; only on demand
     std::vector<qoz::host::Fault> mRemoteFaults;  // armed in the service's process
     qoz::host::LogSink mOldSink;
-    std::unique_ptr<Service> mService;
+    Service mService;
 };
 
 }  // namespace qozplay

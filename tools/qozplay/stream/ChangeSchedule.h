@@ -36,7 +36,6 @@ Change parseChange(const std::string& text);
 // What happens with each frame, in the order of the frames.
 class ChangeSchedule {
   public:
-    ChangeSchedule() = default;
     explicit ChangeSchedule(std::vector<Change> changes);
 
     // Takes out what is due with `frame`.

@@ -36,8 +36,6 @@ class FrameTracker {
     // Source frames that are still to come. One that a later frame has overtaken is not waited for.
     size_t underWay() const;
 
-    const Tally& tally() const { return mTally; }  // so far
-
     // Closes the account.
     Tally finish();
 

@@ -125,9 +125,11 @@ void Stream::consume(const ReturnedBuffer& done) {
     const qoz::client::LockedPixels pixels(mOutputs.buffer(done.slot),
                                            GraphicBuffer::USAGE_SW_READ_OFTEN);
     const FinishedFrame frame{done.timestamp, source, pixels.nv12(), converterMatrix(mSourceSize)};
-    for (FrameSink* sink : mSinks) {
-        if (!sink->take(frame)) mStopped = true;
-    }
+    mStopped = true;  // also when one of them throws: nobody waits for more frames then
+    bool more = true;
+    for (FrameSink* sink : mSinks)
+        more = sink->take(frame) && more;
+    mStopped = !more;
 }
 
 double Stream::seconds() const {
