@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <android-base/thread_annotations.h>
 #include <android/binder_auto_utils.h>
 #include <android/binder_interface_utils.h>
 #include <android/binder_manager.h>
@@ -21,8 +22,8 @@ namespace {
 // reference must not be promoted while the last strong one goes.
 struct References {
     std::mutex lock;
-    int32_t strong = 1;
-    AIBinder* binder = nullptr;
+    int32_t strong GUARDED_BY(lock) = 1;
+    AIBinder* binder = nullptr;  // set before anybody else knows of this
 };
 
 }  // namespace
@@ -93,7 +94,7 @@ namespace {
 struct Registry {
     std::mutex lock;
     std::condition_variable registered;
-    std::map<std::string, ndk::SpAIBinder> services;
+    std::map<std::string, ndk::SpAIBinder> services GUARDED_BY(lock);
 };
 
 // Never destroyed: a detached thread may wait on it to the very end of the process.
@@ -102,8 +103,8 @@ Registry& registry() {
     return *instance;
 }
 
-// With the registry's lock held. The caller owns the reference.
-AIBinder* find(Registry& all, const std::string& instance) {
+// The caller owns the reference.
+AIBinder* find(Registry& all, const std::string& instance) REQUIRES(all.lock) {
     const auto found = all.services.find(instance);
     if (found == all.services.end()) return nullptr;
     AIBinder_incStrong(found->second.get());
@@ -158,7 +159,10 @@ AIBinder* AServiceManager_checkService(const char* instance) {
 AIBinder* AServiceManager_waitForService(const char* instance) {
     auto& all = qoz::host::registry();
     std::unique_lock lock(all.lock);
+    const android::base::ScopedLockAssertion held(all.lock);
     AIBinder* found = nullptr;
-    all.registered.wait(lock, [&] { return (found = qoz::host::find(all, instance)) != nullptr; });
+    all.registered.wait(lock, [&]() REQUIRES(all.lock) {
+        return (found = qoz::host::find(all, instance)) != nullptr;
+    });
     return found;
 }

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <android-base/thread_annotations.h>
 #include <android/binder_process.h>
 #include <host/platform/BinderThreads.h>
 #include <pthread.h>
@@ -18,6 +19,7 @@ namespace {
 constexpr int kThreads = 8;
 constexpr std::chrono::milliseconds kGrowthPause{10};  // while there is not a single thread
 
+// A call on its way, on the stack of its caller; the pool's lock guards it.
 struct Call {
     const std::function<void()>& work;
     bool done = false;
@@ -28,7 +30,7 @@ struct Call {
 // process. Where no thread is to be had it makes do with those it has, and grows with a later call.
 class Pool {
   public:
-    void start() {
+    void start() EXCLUDES(mLock) {
         const std::lock_guard lock(mLock);
         mStarted = true;
         if (grow()) return;
@@ -36,24 +38,27 @@ class Pool {
             call->finished.notify_one();
     }
 
-    void run(const std::function<void()>& work) {
+    // On the caller's thread, which waits.
+    void run(const std::function<void()>& work) EXCLUDES(mLock) {
         Call call{.work = work, .finished = {}};
         std::unique_lock lock(mLock);
+        const android::base::ScopedLockAssertion held(mLock);
         mWaiting.push_back(&call);
         mPosted.notify_one();
         while (!call.done) {
             if (mStarted && !grow()) {
                 call.finished.wait_for(lock, kGrowthPause);
             } else {
-                call.finished.wait(lock, [&] { return call.done || (mStarted && mThreads == 0); });
+                call.finished.wait(lock, [&]() REQUIRES(mLock) {
+                    return call.done || (mStarted && mThreads == 0);
+                });
             }
         }
     }
 
   private:
     // Makes the threads that are still missing, as far as they are to be had; false: there is none.
-    // mLock is held.
-    bool grow() {
+    bool grow() REQUIRES(mLock) {
         try {
             for (; mThreads < kThreads; ++mThreads) {
                 std::thread([this, number = mThreads + 1] { serve(number); }).detach();
@@ -64,26 +69,32 @@ class Pool {
         return true;
     }
 
-    void serve(int number) {
+    // A thread of the pool, for ever.
+    void serve(int number) EXCLUDES(mLock) {
         pthread_setname_np(pthread_self(), ("binder:" + std::to_string(number)).c_str());
-        std::unique_lock lock(mLock);
         for (;;) {
-            mPosted.wait(lock, [this] { return !mWaiting.empty(); });
-            Call* call = mWaiting.front();
-            mWaiting.pop_front();
-            lock.unlock();
+            Call* call = next();
             call->work();
-            lock.lock();
+            const std::lock_guard lock(mLock);
             call->done = true;
-            call->finished.notify_one();  // still under the lock: the caller owns the call
+            call->finished.notify_one();  // under the lock: the caller owns the call
         }
+    }
+
+    Call* next() EXCLUDES(mLock) {
+        std::unique_lock lock(mLock);
+        const android::base::ScopedLockAssertion held(mLock);
+        mPosted.wait(lock, [this]() REQUIRES(mLock) { return !mWaiting.empty(); });
+        Call* call = mWaiting.front();
+        mWaiting.pop_front();
+        return call;
     }
 
     std::mutex mLock;
     std::condition_variable mPosted;
-    std::deque<Call*> mWaiting;
-    bool mStarted = false;
-    int mThreads = 0;
+    std::deque<Call*> mWaiting GUARDED_BY(mLock);
+    bool mStarted GUARDED_BY(mLock) = false;
+    int mThreads GUARDED_BY(mLock) = 0;
 };
 
 Pool& pool() {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <android-base/thread_annotations.h>
 #include <host/platform/Faults.h>
 
 #include <algorithm>
@@ -47,13 +48,14 @@ constexpr std::string_view kOperations[] = {"getNewVppSession",
 
 struct Table {
     std::mutex lock;
-    std::vector<Armed> rows;
-    uint64_t fired = 0;
+    std::vector<Armed> rows GUARDED_BY(lock);
+    uint64_t fired GUARDED_BY(lock) = 0;
 };
 
+// Never destroyed: threads that nobody waits for may call to the very end of the process.
 Table& table() {
-    static Table instance;
-    return instance;
+    static auto* instance = new Table;
+    return *instance;
 }
 
 // Relaxed: whether anything is armed at all; the table itself is under its lock.

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <android-base/thread_annotations.h>
 #include <android/log.h>
 #include <host/control.h>
 #include <sys/syscall.h>
@@ -18,13 +19,14 @@ namespace qoz::host {
 namespace {
 
 struct Sink {
-    std::mutex lock;
-    LogSink sink;
+    std::mutex lock;  // held while a line is written, so that lines come one at a time
+    LogSink sink GUARDED_BY(lock);
 };
 
+// Never destroyed: threads that nobody waits for may log to the very end of the process.
 Sink& installed() {
-    static Sink instance;
-    return instance;
+    static auto* instance = new Sink;
+    return *instance;
 }
 
 char letterOf(int priority) {
@@ -56,9 +58,9 @@ __attribute__((__format__(printf, 1, 0))) std::string format(const char* fmt, va
 __attribute__((__format__(printf, 3, 0))) int write(int priority, const char* tag, const char* fmt,
                                                     va_list arguments) try {
     const LogLine line{priority, tag, format(fmt, arguments)};
-    const std::lock_guard lock(installed().lock);
-    const LogSink& sink = installed().sink;
-    sink ? sink(line) : printThreadTime(line);
+    Sink& to = installed();
+    const std::lock_guard lock(to.lock);
+    to.sink ? to.sink(line) : printThreadTime(line);
     return 1;
 } catch (const std::bad_alloc&) {
     return -ENOMEM;
@@ -67,8 +69,9 @@ __attribute__((__format__(printf, 3, 0))) int write(int priority, const char* ta
 }  // namespace
 
 LogSink setLogSink(LogSink sink) {
-    const std::lock_guard lock(installed().lock);
-    return std::exchange(installed().sink, std::move(sink));
+    Sink& to = installed();
+    const std::lock_guard lock(to.lock);
+    return std::exchange(to.sink, std::move(sink));
 }
 
 }  // namespace qoz::host

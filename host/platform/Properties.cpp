@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <android-base/thread_annotations.h>
 #include <cutils/properties.h>
 #include <host/control.h>
 
@@ -15,7 +16,7 @@ namespace {
 
 struct Store {
     std::mutex lock;
-    std::map<std::string, std::string, std::less<>> values;
+    std::map<std::string, std::string, std::less<>> values GUARDED_BY(lock);
 };
 
 bool isPropertyName(std::string_view name) {
@@ -37,7 +38,8 @@ std::string trimmed(const std::string& text) {
     return first == std::string::npos ? "" : text.substr(first, last - first + 1);
 }
 
-bool read(std::istream& lines, Store& store, std::string* error) {
+// Up to the first line that is wrong, which `error` then names.
+bool read(std::istream& lines, Store& store, std::string* error) EXCLUDES(store.lock) {
     std::string raw;
     for (int number = 1; std::getline(lines, raw); ++number) {
         const std::string line = trimmed(raw);
@@ -56,21 +58,23 @@ bool read(std::istream& lines, Store& store, std::string* error) {
     return true;
 }
 
+// The environment's file comes first, so that what tests and tools set later prevails.
+Store* loadedStore() {
+    auto* made = new Store;
+    const char* path = getenv("QOZ_PROPERTIES");
+    if (path == nullptr) return made;
+    std::ifstream file(path);
+    std::string error = "cannot be read";
+    if (!file || !read(file, *made, &error)) {
+        fprintf(stderr, "QOZ_PROPERTIES: %s: %s\n", path, error.c_str());
+    }
+    return made;
+}
+
+// Never destroyed: threads that nobody waits for may ask to the very end of the process.
 Store& store() {
-    static Store instance;
-    // The environment's file comes first, so that what tests and tools set later prevails.
-    static const bool loaded = [] {
-        const char* path = getenv("QOZ_PROPERTIES");
-        if (path == nullptr) return true;
-        std::ifstream file(path);
-        std::string error = "cannot be read";
-        if (!file || !read(file, instance, &error)) {
-            fprintf(stderr, "QOZ_PROPERTIES: %s: %s\n", path, error.c_str());
-        }
-        return true;
-    }();
-    (void)loaded;
-    return instance;
+    static auto* instance = loadedStore();
+    return *instance;
 }
 
 std::string valueOf(const char* name) {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <android-base/thread_annotations.h>
 #include <host/control.h>
 #include <processgroup/sched_policy.h>
 #include <pthread.h>
@@ -14,18 +15,20 @@ namespace {
 
 struct Calls {
     std::mutex lock;
-    std::vector<SchedCall> made;
+    std::vector<SchedCall> made GUARDED_BY(lock);
 };
 
+// Never destroyed: threads that nobody waits for may call to the very end of the process.
 Calls& calls() {
-    static Calls instance;
-    return instance;
+    static auto* instance = new Calls;
+    return *instance;
 }
 
 // The groups themselves are the device's: here a call is written down and succeeds.
 int note(const char* call, int tid, int policy) try {
-    const std::lock_guard lock(calls().lock);
-    calls().made.push_back({call, tid, policy});
+    Calls& all = calls();
+    const std::lock_guard lock(all.lock);
+    all.made.push_back({call, tid, policy});
     return 0;
 } catch (const std::bad_alloc&) {
     return -ENOMEM;
@@ -34,8 +37,9 @@ int note(const char* call, int tid, int policy) try {
 }  // namespace
 
 std::vector<SchedCall> schedCalls() {
-    const std::lock_guard lock(calls().lock);
-    return calls().made;
+    Calls& all = calls();
+    const std::lock_guard lock(all.lock);
+    return all.made;
 }
 
 }  // namespace qoz::host

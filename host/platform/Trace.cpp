@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Recording: each thread writes into its own share under a lock that nobody else wants while the
 // trace runs.
+#include <android-base/thread_annotations.h>
 #include <cutils/properties.h>
 #include <host/control.h>
 #include <host/platform/TraceRecording.h>
@@ -29,15 +30,18 @@ void setEnabledTags(uint64_t tags) {
     __atomic_store_n(&atrace_enabled_tags, tags, __ATOMIC_RELAXED);
 }
 
+// What one thread records. The lock is contended only when the trace is written.
 struct Share {
+    explicit Share(TraceThread own) : thread(std::move(own)) {}
+
     std::mutex lock;
-    TraceThread thread;
+    TraceThread thread GUARDED_BY(lock);
 };
 
 struct Recording {
     std::mutex lock;
-    std::vector<std::shared_ptr<Share>> shares;  // of this trace
-    std::atomic<uint64_t> number{0};             // which trace it is
+    std::vector<std::shared_ptr<Share>> shares GUARDED_BY(lock);  // of this trace
+    std::atomic<uint64_t> number{0};  // which trace it is; one that is seen late costs a few events
 };
 
 Recording& recording() {
@@ -46,12 +50,13 @@ Recording& recording() {
 }
 
 std::shared_ptr<Share> newShare(Recording& r) {
-    auto share = std::make_shared<Share>();
-    share->thread.events.reserve(kShare);  // never moved; memory that is not used is not touched
-    share->thread.tid = static_cast<int32_t>(syscall(SYS_gettid));
+    TraceThread thread;
+    thread.events.reserve(kShare);  // never moved; memory that is not used is not touched
+    thread.tid = static_cast<int32_t>(syscall(SYS_gettid));
     std::array<char, 16> name{};
     pthread_getname_np(pthread_self(), name.data(), name.size());
-    share->thread.name = name.data();
+    thread.name = name.data();
+    auto share = std::make_shared<Share>(std::move(thread));
     const std::lock_guard lock(r.lock);
     r.shares.push_back(share);
     return share;

@@ -69,7 +69,6 @@ void Engine::queueInput(ImportedBuffer buffer) {
 }
 
 // How many frames go between the source queued last and this one; none when it begins afresh.
-// mLock is held.
 uint32_t Engine::framesBefore(const ImportedBuffer& source) {
     if (!mNewest) return 0;
     const auto& [timestamp, size] = *mNewest;
@@ -119,47 +118,39 @@ void Engine::give(Command command) {
 }
 
 void Engine::run() {
-    std::unique_lock lock(mLock);
     for (;;) {
-        switch (awaitStep(lock)) {
-            case Step::Stop:
-                lock.unlock();
-                mJob.reset();
-                mReference.reset();
-                return;
-            case Step::Obey: {
-                Command command = std::move(mCommands.front());
-                mCommands.pop_front();
-                lock.unlock();
-                obey(std::move(command));
-                break;
-            }
-            case Step::Begin: {
-                QueuedSource input = std::move(mInputs.front());
-                mInputs.pop_front();
-                ++mTaken;
-                lock.unlock();
-                begin(std::move(input));
-                break;
-            }
-            case Step::Write: {
-                ImportedBuffer output = std::move(mOutputs.front());
-                mOutputs.pop_front();
-                lock.unlock();
-                write(std::move(output));
-                break;
-            }
+        Work work = awaitWork();
+        if (auto* command = std::get_if<Command>(&work)) {
+            obey(std::move(*command));
+        } else if (auto* input = std::get_if<QueuedSource>(&work)) {
+            begin(std::move(*input));
+        } else if (auto* output = std::get_if<ImportedBuffer>(&work)) {
+            write(std::move(*output));
+        } else {
+            break;
         }
-        lock.lock();
     }
+    mJob.reset();
+    mReference.reset();
 }
 
-Engine::Step Engine::awaitStep(std::unique_lock<std::mutex>& lock) {
+// Takes what is next out of its queue; waits while there is nothing to do.
+Engine::Work Engine::awaitWork() {
+    const auto take = [](auto& queue) {
+        Work work = std::move(queue.front());
+        queue.pop_front();
+        return work;
+    };
+    std::unique_lock lock(mLock);
+    const android::base::ScopedLockAssertion held(mLock);
     for (;;) {
-        if (mStopped) return Step::Stop;
-        if (!mCommands.empty() && isDue(mCommands.front())) return Step::Obey;
-        if (!mJob && !mInputs.empty()) return Step::Begin;
-        if (mJob && !mOutputs.empty()) return Step::Write;
+        if (mStopped) return {};
+        if (!mCommands.empty() && isDue(mCommands.front())) return take(mCommands);
+        if (!mJob && !mInputs.empty()) {
+            ++mTaken;
+            return take(mInputs);
+        }
+        if (mJob && !mOutputs.empty()) return take(mOutputs);
         mCond.wait(lock);
     }
 }

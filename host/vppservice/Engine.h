@@ -12,12 +12,15 @@
 // later never reaches back.
 #pragma once
 
+#include <android-base/thread_annotations.h>
+
 #include <condition_variable>
 #include <deque>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "host/vppservice/CallbackDispatcher.h"
@@ -27,6 +30,9 @@
 
 namespace qoz::host::vppservice {
 
+// Owned by its session, and by its own thread while that runs. The public operations are called on
+// the threads of the session's calls, and none of them waits but stop(). Nothing is called with
+// mLock held.
 class Engine : public std::enable_shared_from_this<Engine> {
   public:
     Engine(const std::shared_ptr<vpp::IVppCallbacks>& callbacks,
@@ -37,13 +43,13 @@ class Engine : public std::enable_shared_from_this<Engine> {
 
     // Drops everything, ends the threads and lets go of the client's object, as
     // CallbackDispatcher::stop().
-    void stop();
+    void stop() EXCLUDES(mLock);
 
-    VppError setFrc(const std::vector<vpp::VppCtrlFrcSegment>& segments);
-    void clearFrc();
+    VppError setFrc(const std::vector<vpp::VppCtrlFrcSegment>& segments) EXCLUDES(mLock);
+    void clearFrc() EXCLUDES(mLock);
 
-    void queueInput(ImportedBuffer buffer);
-    void queueOutput(ImportedBuffer buffer);
+    void queueInput(ImportedBuffer buffer) EXCLUDES(mLock);
+    void queueOutput(ImportedBuffer buffer) EXCLUDES(mLock);
 
     // Each is answered by its event. A flush or a reconfiguration first sends back, unfilled, all
     // that is held of its ports, and the next source starts afresh.
@@ -77,12 +83,14 @@ class Engine : public std::enable_shared_from_this<Engine> {
         uint32_t next = 0;  // index into the interval: `factor` frames in between, then the source
     };
 
-    enum class Step { Stop, Obey, Begin, Write };
+    // What the engine thread does next, out of its queue: obey a command, begin an interval with a
+    // source, write an output; nothing: end.
+    using Work = std::variant<std::monostate, Command, QueuedSource, ImportedBuffer>;
 
-    void give(Command command);
-    void run();
-    Step awaitStep(std::unique_lock<std::mutex>& lock);
-    bool isDue(const Command& command) const;
+    void give(Command command) EXCLUDES(mLock);
+    void run() EXCLUDES(mLock);
+    Work awaitWork() EXCLUDES(mLock);
+    bool isDue(const Command& command) const REQUIRES(mLock);
     void obey(Command command);
     void begin(QueuedSource input);
     void write(ImportedBuffer output);
@@ -92,24 +100,23 @@ class Engine : public std::enable_shared_from_this<Engine> {
     void postInput(ImportedBuffer buffer);
     void postOutput(ImportedBuffer buffer);
     void announce(const Command& command);
-    uint32_t framesBefore(const ImportedBuffer& source);
-    uint32_t factorAt(uint64_t timestamp);
+    uint32_t framesBefore(const ImportedBuffer& source) REQUIRES(mLock);
+    uint32_t factorAt(uint64_t timestamp) EXCLUDES(mLock);
 
     const std::shared_ptr<CallbackDispatcher> mInputDispatcher;
     const std::shared_ptr<CallbackDispatcher> mOutputDispatcher;
 
     std::mutex mLock;
     std::condition_variable mCond;
-    // Guarded by mLock.
-    std::deque<QueuedSource> mInputs;
-    std::deque<ImportedBuffer> mOutputs;
-    std::deque<Command> mCommands;
-    FrcControl mFrc;
+    std::deque<QueuedSource> mInputs GUARDED_BY(mLock);
+    std::deque<ImportedBuffer> mOutputs GUARDED_BY(mLock);
+    std::deque<Command> mCommands GUARDED_BY(mLock);
+    FrcControl mFrc GUARDED_BY(mLock);
     // Time and size of the source queued last; none after what begins afresh.
-    std::optional<std::pair<uint64_t, FrameSize>> mNewest;
-    uint64_t mQueued = 0;  // sources, ever
-    uint64_t mTaken = 0;   // of these, no longer in mInputs
-    bool mStopped = false;
+    std::optional<std::pair<uint64_t, FrameSize>> mNewest GUARDED_BY(mLock);
+    uint64_t mQueued GUARDED_BY(mLock) = 0;  // sources, ever
+    uint64_t mTaken GUARDED_BY(mLock) = 0;   // of these, no longer in mInputs
+    bool mStopped GUARDED_BY(mLock) = false;
 
     // The engine thread's own.
     Renderer mRenderer;

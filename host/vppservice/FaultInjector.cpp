@@ -8,7 +8,8 @@ namespace qoz::host::vppservice {
 void Pause::sleepFor(std::chrono::milliseconds time) {
     if (time.count() <= 0) return;
     std::unique_lock lock(mLock);
-    mCond.wait_for(lock, time, [this] { return mEnded; });
+    const android::base::ScopedLockAssertion held(mLock);
+    mCond.wait_for(lock, time, [this]() REQUIRES(mLock) { return mEnded; });
 }
 
 void Pause::end() {

@@ -2,6 +2,7 @@
 // Where armed faults meet the service: what each call, and each callback, is to suffer.
 #pragma once
 
+#include <android-base/thread_annotations.h>
 #include <android/binder_auto_utils.h>
 
 #include <chrono>
@@ -38,28 +39,31 @@ struct FaultEffect {
     std::chrono::milliseconds delay{0};
 };
 
-// A pause that the end of its owner cuts short.
+// A pause that the end of its owner cuts short. Callable on any thread; after end() nobody sleeps.
 class Pause {
   public:
-    void sleepFor(std::chrono::milliseconds time);
-    void end();
+    void sleepFor(std::chrono::milliseconds time) EXCLUDES(mLock);
+    void end() EXCLUDES(mLock);
 
   private:
     std::mutex mLock;
     std::condition_variable mCond;
-    bool mEnded = false;
+    bool mEnded GUARDED_BY(mLock) = false;
 };
 
+// Translates what the table of armed faults says about a call into what the service does with it.
+// One for a service, shared by its sessions and their dispatchers. Callable on any thread.
 class FaultInjector {
   public:
     // `die` ends the service; called on the thread of the call that was to die, which may hold
     // locks of the client, so it must not wait.
     explicit FaultInjector(std::function<void()> die) : mDie(std::move(die)) {}
 
+    // Counts this call of `operation`, by whichever session.
     FaultEffect effectOn(const char* operation) const;
 
   private:
-    std::function<void()> mDie;
+    const std::function<void()> mDie;
 };
 
 }  // namespace qoz::host::vppservice

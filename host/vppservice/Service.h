@@ -65,16 +65,17 @@ class Service : public vpp::BnVppService {
 
     static std::string instance();
 
-    ndk::ScopedAStatus getNewVppSession(int32_t flags, std::shared_ptr<vpp::IVpp>* result) override;
-    ndk::ScopedAStatus getSessionCount(int32_t* result) override;
+    ndk::ScopedAStatus getNewVppSession(int32_t flags, std::shared_ptr<vpp::IVpp>* result) override
+        EXCLUDES(mLock);
+    ndk::ScopedAStatus getSessionCount(int32_t* result) override EXCLUDES(mLock);
 
     // The same for a client with a quota. Null when the call succeeds and there is no session.
     ndk::ScopedAStatus openSession(int32_t flags, std::shared_ptr<Quota> quota,
-                                   std::shared_ptr<Session>* result);
+                                   std::shared_ptr<Session>* result) EXCLUDES(mLock);
 
     // From now on nothing answers. Returns at once, on any thread; what was held goes meanwhile, on
     // a thread of its own.
-    void die();
+    void die() EXCLUDES(mLock);
     // After die(), on one thread: returns when all is gone.
     void awaitEnd();
 

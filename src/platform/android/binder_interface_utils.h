@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <android-base/thread_annotations.h>
 #include <android/binder_auto_utils.h>
 #include <android/binder_ibinder.h>
 
@@ -77,7 +78,7 @@ class BnCInterface : public INTERFACE {
 
   private:
     std::mutex mMutex;
-    ScopedAIBinder_Weak mWeakBinder;
+    ScopedAIBinder_Weak mWeakBinder GUARDED_BY(mMutex);
 };
 
 }  // namespace ndk
