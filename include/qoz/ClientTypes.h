@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 /// @file
-/// What crosses the boundary between a client and its VppComponent: records, numbers, callbacks.
+/// The records, constants and callbacks that a client exchanges with its VppComponent.
 #pragma once
 
 #include <ui/Fence.h>
@@ -13,113 +13,115 @@
 
 namespace android {
 
-/// What VppComponent::process() answers.
+/// The results of VppComponent::process().
 struct QOZResult {
-    static constexpr int32_t kTaken = 0;    ///< comes back through IQOZCallback::onBufferDone()
-    static constexpr int32_t kRefused = 1;  ///< refused or failed; the reason is in the log
-    static constexpr int32_t kNothingGiven = 2;  ///< neither a source nor an output buffer
+    static constexpr int32_t kTaken = 0;         ///< taken; returned later by onBufferDone()
+    static constexpr int32_t kRefused = 1;       ///< refused or failed; the reason is in the log
+    static constexpr int32_t kNothingGiven = 2;  ///< no source and no output buffer given
 };
 
-/// The `port` of IQOZCallback::onBufferDone().
+/// The values of `port` in IQOZCallback::onBufferDone().
 struct QOZPort {
     static constexpr uint32_t kOutput = 0;  ///< an output buffer or a conversion target
     static constexpr uint32_t kSource = 1;  ///< a source frame
 };
 
-/// ConfigParams::mode.
+/// The values of ConfigParams::mode.
 struct QOZMode {
-    static constexpr uint32_t kFrcOnly = 0;     ///< frame-rate conversion; so is any number above 2
+    static constexpr uint32_t kFrcOnly = 0;     ///< frame-rate conversion; also any value above 2
     static constexpr uint32_t kFrc = 1;         ///< frame-rate conversion with optional upscaling
     static constexpr uint32_t kDoubleSize = 2;  ///< twice the source size, no frame-rate conversion
 };
 
-/// ConfigParams::upscaleIndex.
+/// The values of ConfigParams::upscaleIndex.
 struct QOZUpscale {
     static constexpr uint32_t k1x = 0;    ///< the size of the source
-    static constexpr uint32_t k1_5x = 1;  ///< rounded up to even sides
-    static constexpr uint32_t k2x = 2;    ///< twice the size
+    static constexpr uint32_t k1_5x = 1;  ///< 1.5 times the source size, rounded up to even sides
+    static constexpr uint32_t k2x = 2;    ///< twice the source size, rounded up to even sides
 };
 
-/// The codes of IQOZCallback::onConfigChanged().
+/// What has changed: the codes that IQOZCallback::onConfigChanged() reports.
 struct QOZChange {
-    static constexpr uint32_t kOutBufReqs = 0;  ///< another number of output buffers for a frame
-    static constexpr uint32_t kUpscale = 4;     ///< another upscale ratio, so another output size
+    static constexpr uint32_t kOutBufReqs = 0;  ///< number of output buffers per frame
+    static constexpr uint32_t kUpscale = 4;     ///< upscale ratio, and with it the output size
 };
 
-/// Pixel formats, as graphic buffers number them.
+/// Pixel formats, with the numbers that graphic buffers use.
 struct QOZFormat {
     static constexpr uint32_t kRgba8888 = 1;            ///< bytes R, G, B, A
     static constexpr uint32_t kRgbx8888 = 2;            ///< the same, A ignored
     static constexpr uint32_t kVendorRgb = 277;         ///< the vendor's RGB format
     static constexpr uint32_t kVendorYuv = 0x7FA30C04;  ///< the vendor's YUV format
-    static constexpr uint32_t kNv12Vemo = 0x7FA30C06;   ///< compressed NV12: what the VPP is given
+    static constexpr uint32_t kNv12Vemo = 0x7FA30C06;   ///< compressed NV12; the VPP takes this
 };
 
-/// Settings of a stream. Given to VppComponent::config(), or carried by a source frame to change
-/// the stream from the next frame on.
+/// The settings of a stream. They are passed to VppComponent::config(), or attached to a source
+/// frame to change the stream from the next frame on.
 struct ConfigParams {
     uint32_t mode = QOZMode::kFrcOnly;  ///< see QOZMode
     uint32_t reserved = 0;              ///< not read
-    /// n: (n + 1)x frame rate, 0 to 3. config() takes a larger one as 1; a frame's is not changed.
+    /// A value of n multiplies the frame rate by n + 1; valid values are 0 to 3. config() replaces
+    /// a larger value with 1. A larger value carried by a frame is passed on unchanged.
     uint32_t interpFactor = 0;
-    /// See QOZUpscale; read with QOZMode::kFrc. VppComponent::config() takes 1x as "keep the
-    /// ratio": after 1.5x or 2x only settings that a frame carries go back to 1x.
+    /// See QOZUpscale. config() reads it only with QOZMode::kFrc, and takes k1x to mean "keep the
+    /// current ratio": after 1.5x or 2x, only settings carried by a frame return the stream to 1x.
     uint32_t upscaleIndex = QOZUpscale::k1x;
 };
 
-/// One buffer handed over by the client. A source frame uses every member, a conversion target and
-/// an output buffer use `slot` and `buffer`.
+/// One buffer that the client passes to the component. A source frame uses every member; a
+/// conversion target and an output buffer use only `slot` and `buffer`.
 ///
-/// An output buffer has VppComponent::expectedOutputWidth() x expectedOutputHeight() pixels and
-/// receives NV12: a plane of luma rows, then a plane of interleaved U and V at half the size in
-/// both directions, rounded up. Row pitch and modifiers are those that its own format and usage
-/// have with the device's allocator; allocate it with QOZFormat::kNv12Vemo and a usage that the VPP
-/// may write (0x300 is what the component's own buffers have). The alpha of a source is ignored.
+/// An output buffer must have VppComponent::expectedOutputWidth() x expectedOutputHeight() pixels.
+/// It receives NV12: a plane of luma rows, then a plane of interleaved U and V at half the size in
+/// both directions, rounded up. The device's allocator determines row pitch and modifiers from the
+/// buffer's format and usage. Allocate it with QOZFormat::kNv12Vemo and a usage that lets the VPP
+/// write (the component's own buffers have 0x300). The alpha channel of a source is ignored.
 struct QOZBufferInfo {
-    static constexpr int32_t kNoSlot = -1;       ///< see slot
-    static constexpr int32_t kOutputSlots = 64;  ///< output buffers have slots below this
+    static constexpr int32_t kNoSlot = -1;       ///< marks a buffer without a slot; see `slot`
+    static constexpr int32_t kOutputSlots = 64;  ///< output buffers must have slots from 0 to 63
 
-    /// The client's own number for the buffer; it comes back in IQOZCallback::onBufferDone().
-    /// kNoSlot on a source that comes alone marks a dummy frame, which sets the converter up and
-    /// never comes back. A source that has a target beside it is converted whatever its slot, but
-    /// kNoSlot never comes back either.
+    /// The client's number for the buffer, which IQOZCallback::onBufferDone() reports. A
+    /// single-entry source packet with kNoSlot is a dummy frame: it sets the converter up and is
+    /// never returned. A source with a conversion target is converted whatever its slot, but a
+    /// source with kNoSlot is not returned in this case either.
     int32_t slot = 0;
-    sp<GraphicBuffer> buffer;  ///< the pixels; never null
-    sp<Fence> fence;           ///< acquire fence of a source frame; null or invalid: ready now
-    int64_t timestamp = 0;     ///< presentation time of a source frame, nanoseconds
-    std::optional<ConfigParams> config;  ///< of a source frame: settings from the next frame on
+    sp<GraphicBuffer> buffer;  ///< the pixels; must not be null
+    sp<Fence> fence;  ///< acquire fence of a source frame; null or invalid if the pixels are ready
+    int64_t timestamp = 0;               ///< presentation time of a source frame, nanoseconds
+    std::optional<ConfigParams> config;  ///< of a source frame: settings for the next frames
 };
 
-/// Implemented by the client. Its operations are called on the client's own thread (from within
-/// process() or flushsync()), on binder threads and on the component's output worker, also at the
-/// same time. They return without waiting for the component.
+/// The interface that the client implements. The component calls it on the client's own thread
+/// (from within process() or flushsync()), on binder threads and on its output worker, possibly at
+/// the same time. The callbacks must return without waiting for the component.
 ///
-/// From within them the client may use the getters, dump(), GetFormat(), and process() with an
-/// output buffer; every other operation of the same component is refused at once with a message.
-/// While a flush or a start is under way process() refuses an output buffer, too: the result is
-/// QOZResult::kRefused and the buffer is still the client's. The object outlives the component.
+/// From within a callback the client may use the getters, dump(), GetFormat(), and process() with
+/// an output buffer. Every other operation of the same component is refused at once, with a
+/// message. While a flush or a start is in progress, process() refuses an output buffer too: it
+/// returns QOZResult::kRefused and the buffer stays with the client. The object must outlive the
+/// component.
 class IQOZCallback {
   public:
-    /// A buffer is the client's again. `port`: see QOZPort. `valid`: 1 for a source that has been
-    /// converted and for an output buffer that holds a frame, else 0. `timestamp`: of the frame in
-    /// an output buffer, in microseconds on the clock of the sources; without a frame it means
-    /// nothing.
+    /// Returns a buffer to the client. `port`: see QOZPort. `slot`: the slot that the client gave
+    /// the buffer. `valid`: 1 for a converted source and for an output buffer that holds a frame,
+    /// else 0. `timestamp`: for an output buffer with a frame, the frame's time in microseconds on
+    /// the clock of the sources; otherwise undefined.
     virtual void onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint64_t timestamp) = 0;
 
-    /// Settings carried by a source frame are in force; see QOZChange. A change of the
-    /// interpolation factor alone comes with an empty set. Called within process(), after the frame
-    /// was queued.
+    /// Reports that settings carried by a source frame are in force. `changes`: codes of QOZChange;
+    /// empty if only the interpolation factor has changed. Called from within process(), after the
+    /// frame has been queued.
     virtual void onConfigChanged(std::set<uint32_t> changes) = 0;
 
   protected:
-    ~IQOZCallback() = default;  ///< never deleted through this interface
+    ~IQOZCallback() = default;  ///< objects are never deleted through this interface
 };
 
 }  // namespace android
 
-/// What the frame path asks of the pools of internal buffers.
+/// A request of the frame path to a pool of internal buffers.
 struct RequestInfo {
-    bool needed = false;  ///< else the rest is not read
+    bool needed = false;  ///< if false, the other members are not read
     uint32_t width = 0;   ///< pixels
     uint32_t height = 0;  ///< pixels
     uint32_t format = 0;  ///< pixel format of the graphic buffer

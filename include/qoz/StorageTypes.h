@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 /// @file
-/// What the layout of VppComponent needs to know of the platform and of the service's package. Of
-/// no use to a client by itself.
+/// Brings the declarations that the layout of VppComponent needs: from the standard library, from
+/// the platform and from the service's interface package. A client has no use for it by itself.
 #pragma once
 
 #include <aidl/vendor/vuq/hardware/vpp/VppBuffer.h>
@@ -9,7 +9,16 @@
 #include <ui/GraphicBuffer.h>
 #include <utils/StrongPointer.h>
 
+#include <array>
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <list>
+#include <mutex>
+#include <thread>
 #include <tuple>
+#include <unordered_map>
 
 namespace aidl::vendor::vuq::hardware::vpp {
 class FlushDone;
@@ -26,7 +35,8 @@ class Rgb2Yuv;
 
 namespace vpp = ::aidl::vendor::vuq::hardware::vpp;
 
-/// Of one frame: forward vectors, backward vectors, half-size copy; any may be null.
+/// The side buffers of one frame: forward vectors, backward vectors, half-size copy. Any may be
+/// null.
 using SideBuffers = std::tuple<sp<GraphicBuffer>, sp<GraphicBuffer>, sp<GraphicBuffer>>;
 
 }  // namespace android

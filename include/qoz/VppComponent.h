@@ -1,41 +1,35 @@
 // SPDX-License-Identifier: Apache-2.0
 /// @class android::VppComponent
 /// One post-processing session between a client that renders frames and the device's VPP service,
-/// which interpolates frames (2x to 4x) and scales them (1x, 1.5x, 2x). examples/minimal is a whole
-/// client. Order of calls: construct (owned by a std::shared_ptr), enable(), config(), process()
-/// once for each source frame and once for each output buffer, flushsync(), disable().
+/// which interpolates frames (2x to 4x the frame rate) and scales them (1x, 1.5x, 2x).
+/// examples/minimal is a complete client. Order of calls: construct (owned by a std::shared_ptr),
+/// enable(), config(), process() once for each source frame and once for each output buffer,
+/// flushsync(), disable().
 ///
-/// Threading: one thread at a time calls the operations. Any thread may at any time call the
-/// getters, GetFormat(), dump(), and process() with an output buffer. From within a callback these
-/// alone are allowed; everything else is refused there at once, with a message.
+/// Threading: the client must call the operations from one thread at a time. The getters,
+/// GetFormat(), dump(), and process() with an output buffer may be called on any thread at any
+/// time. Only these are allowed from within a callback; every other operation is refused there at
+/// once, with a message.
 ///
-/// Ownership: what process() takes comes back once through IQOZCallback::onBufferDone(); what it
-/// refuses is still the client's. Not given back are sources of the slot QOZBufferInfo::kNoSlot,
-/// and what disable() finds with the service or held as the reference frame: call flushsync()
-/// first. A service that dies gives everything back without frames, at once, and what is queued
-/// later too; flushsync() then leaves ERROR, and disable() and enable() begin a new session.
+/// Ownership: every buffer that process() takes is returned once through
+/// IQOZCallback::onBufferDone(). A refused buffer stays with the client. Two kinds are never
+/// returned: sources in slot QOZBufferInfo::kNoSlot, and buffers that are still with the service or
+/// held as reference when disable() is called; call flushsync() first. If the service dies, every
+/// buffer it had is returned without a frame; buffers queued later are returned at once.
+/// flushsync() then leaves ERROR; call disable(), then enable().
 ///
-/// Time: the waits of one operation end after three seconds in all; callbacks and calls into the
-/// service take the time they take. Nothing of its own is thrown after construction.
+/// Time: config(), process(), flushsync() and isInputPortEnabled() each wait at most three seconds
+/// in total; enable() and disable() state their own limits. Callbacks, the conversion and calls
+/// into the service are not limited. After construction the class throws no exceptions itself.
 #pragma once
 
 #include <android-base/thread_annotations.h>
 #include <qoz/ClientTypes.h>
 #include <qoz/StorageTypes.h>
 
-#include <array>
-#include <atomic>
-#include <condition_variable>
 #include <cstdint>
-#include <deque>
-#include <functional>
-#include <list>
 #include <memory>
-#include <mutex>
 #include <string>
-#include <thread>
-#include <tuple>
-#include <unordered_map>
 #include <vector>
 
 namespace android {
@@ -47,69 +41,76 @@ class __attribute__((visibility("default"))) VppComponent
     enum status : int32_t {
         UNINIT = 0,   ///< not enabled
         INIT = 1,     ///< enabled, not started
-        IDLE = 2,     ///< flushed; active again with the next output buffer
+        IDLE = 2,     ///< flushed; becomes ACTIVE with the next output buffer
         ACTIVE = 3,   ///< started
         PENDING = 4,  ///< a flush is under way
-        ERROR = 5,    ///< left by disable(), or by a start that succeeds
+        ERROR = 5,    ///< cleared by disable(), or by a successful start
     };
 
-    /// Reads the system properties vendor.qoz.*, which hold for the object's life. Throws
-    /// std::invalid_argument or std::out_of_range when a numeric one does not begin with a number.
+    /// Reads the system properties vendor.qoz.*, whose values then apply for the object's lifetime.
+    /// Throws std::invalid_argument or std::out_of_range if the value of a numeric property does
+    /// not begin with a number or the number is too large.
     VppComponent();
-    /// Does what disable() does. But a session owns its component, too: without disable() nothing
-    /// ends.
+    /// Performs disable(). An open session also holds a reference to its component, so releasing
+    /// the client's own reference is not enough: call disable() explicitly.
     virtual ~VppComponent();
 
-    /// Finds the service, opens a session and starts the output worker. `name` begins every log
-    /// message; `callback` may be null and outlives the component; `debug` logs changes of state.
-    /// Moves the calling thread into the system's cpuset where there are cpusets. False, with the
-    /// reason in the log, leaves UNINIT, or ERROR when the service refused the session: then call
-    /// disable() first. Waits: about 1.4 s for a service that is not there, and for the worker.
+    /// Finds the service, opens a session and starts the output worker. Every log message begins
+    /// with `name`. `callback` may be null and must outlive the component. `debug` logs changes of
+    /// state. Moves the calling thread into the system's cpuset, if the device has cpusets. Returns
+    /// false, with the reason in the log, on failure; the state is then unchanged, or ERROR if the
+    /// service refused the session (call disable() first). Waits up to 3 s for events of the
+    /// previous session, up to 1.4 s for the service, and up to 3 s for the worker.
     bool enable(const std::string& name, IQOZCallback* callback, bool debug);
 
-    /// Sets size (pixels), pixel format (QOZFormat) and settings of the sources, and has the worker
-    /// start the session. The getters answer for the new settings when this returns. `wait`:
-    /// returns when the first start that this component ever made has finished; the next process()
-    /// waits for later ones. state() tells whether a first start succeeded; a later one that fails
-    /// leaves ACTIVE, or ERROR when its settings were refused, and an error message: to know the
-    /// outcome, disable() and enable() before. Waits: also for a start under way and a delivery in
-    /// progress.
+    /// Sets the size in pixels, the pixel format (QOZFormat) and the settings of the sources, and
+    /// asks the worker to start the session. The getters report the new settings on return. With
+    /// `wait`, returns after the component's first start has finished; later starts are awaited by
+    /// the next process(). state() tells whether a first start succeeded. If a later one fails, the
+    /// log has an error and the state is still ACTIVE, or ERROR if the settings were refused; to
+    /// learn the outcome of every start, call disable() and enable() before config(). Also waits
+    /// for a pending start, for output buffers being queued, and for a delivery in progress.
     void config(uint32_t width, uint32_t height, uint32_t format, ConfigParams params, bool wait);
 
-    /// Takes a source packet (`src`: the frame and, if the client brings its own, the NV12 target
-    /// of the conversion) or one output buffer (`dst`), and answers as QOZResult says. An output
-    /// buffer whose start fails is given back and refused. A frame is refused while the service
-    /// keeps 128. Waits: for a start under way, the conversion, the acquire fence of an NV12 source
-    /// that needs no conversion, and at a new size or upscale ratio for the service. Calls back:
-    /// both.
+    /// Takes a source packet (`src`: the frame and, optionally, the client's NV12 conversion
+    /// target) or one output buffer (`dst`), and returns a QOZResult. An empty `src` counts as
+    /// none. Refuses a frame while the service has 128. An output buffer whose session start fails
+    /// is both returned by callback and refused. Waits for a pending start, the conversion, the
+    /// acquire fence of an NV12 source that is not converted, and, at a new size or ratio, for the
+    /// service. An output buffer from within a callback waits for none of these. May call both
+    /// callbacks.
     int32_t process(std::vector<QOZBufferInfo>* src, QOZBufferInfo* dst);
-    /// The same, but an absent `src` is null, never empty, and kRefused when nothing was given.
+    /// Like process(), but an absent `src` must be null; returns kRefused if both are null.
     int32_t processBuffer(std::vector<QOZBufferInfo>* src, QOZBufferInfo* dst);
 
-    /// Has an ACTIVE session return everything it holds, and delivers it: IDLE afterwards, or ERROR
-    /// when the service refused, did not answer or died. Nothing in any other state. Waits: for the
-    /// service and for the deliveries. Calls back: onBufferDone() for held source slots.
+    /// Makes an ACTIVE session return every buffer, and delivers them. Leaves IDLE, or ERROR if the
+    /// service refused, did not answer or died. Does nothing in other states. Waits for a pending
+    /// start, the service and the deliveries. Calls onBufferDone() for held sources.
     void flushsync();
 
-    /// Closes the session, ends the worker and lets the internal buffers go; the last source stays
-    /// referenced until the next session's first. In ERROR the session stays open: it keeps this
-    /// object alive, and late returns may still call the client, until the next enable() or the end
-    /// of the service. Waits: 1.2 s for a start under way, and for the worker's last callbacks.
+    /// Closes the session, stops the worker and frees the internal buffers. The last source stays
+    /// referenced until the next session's first. In ERROR the session stays open: until the next
+    /// enable() or the end of the service it keeps this object alive, and late returns may call the
+    /// client. Waits up to 1.2 s for a pending start, for output buffers being queued, and for the
+    /// worker's last callbacks.
     void disable();
 
-    /// 0 for the RGB formats, else 3; `yuvFormat` receives what the input port carries for it.
+    /// Returns 0 for the RGB formats, else 3. Sets `yuvFormat` to the format that the input port
+    /// carries for sources of `format`. Logs whether `format` is supported.
     int GetFormat(int format, int& yuvFormat);
-    /// Whether the session is ACTIVE for sources of just this size and format. Waits: for a start.
+    /// Returns whether the session is ACTIVE for exactly this source size (pixels) and format.
+    /// Waits for a pending start.
     bool isInputPortEnabled(uint32_t width, uint32_t height, uint32_t format);
-    /// Output buffers that one frame needs; also records whether upscaling goes with conversion.
+    /// Returns the number of output buffers needed for each source frame. Outside callbacks it also
+    /// records whether these settings combine frame-rate conversion with upscaling.
     uint32_t calculateOutBufferReqsPerFrame(ConfigParams params);
-    status state() const;                   ///< any thread, without waiting; so are the others
-    uint32_t outBufReqsPerFrame() const;    ///< output buffers to queue for each source frame
+    status state() const;                   ///< any thread, never waits; likewise the other getters
+    uint32_t outBufReqsPerFrame() const;    ///< output buffers to queue per source frame
     uint32_t expectedOutputWidth() const;   ///< pixels, of every output buffer; 0 before config()
     uint32_t expectedOutputHeight() const;  ///< pixels; see expectedOutputWidth()
 
-    /// Writes state, sizes, where the buffers are and what is awaited to `fd`, as text for people.
-    /// Waits for nobody but `fd`; an error of the descriptor ends the text.
+    /// Writes the state, sizes, buffer counts and awaited answers to `fd` as readable text. Waits
+    /// only for `fd`. Stops silently if writing fails.
     void dump(int fd) const;
 
     /// @cond INTERNAL
@@ -124,7 +125,7 @@ class __attribute__((visibility("default"))) VppComponent
         static const char* name(status s);
 
       private:
-        std::atomic<status> mState;  // the frame path reads it without mLock
+        std::atomic<status> mState;  // read by the frame path without mLock
         bool mDebug = false;         // set before the worker starts
     };
     /// @endcond
@@ -134,10 +135,10 @@ class __attribute__((visibility("default"))) VppComponent
     class IVppCallbacks;   // receives the service's events
     class SessionControl;  // enables and disables
     class StateDump;       // the text of dump()
-    struct Parts;          // what does the work
+    struct Parts;          // the classes that implement the operations
 
-    // `_l` marks a command of the session. Despite the platform's custom its caller does not hold
-    // mLock, save flushsync() for its flush.
+    // The suffix `_l` marks a command of the session. Contrary to the platform's convention the
+    // caller does not hold mLock, except in flushsync().
     bool acquireVppService() REQUIRES(mLock);
     static void waitForService(std::string instance);
     bool processStart_l(uint32_t width, uint32_t height, uint32_t format) EXCLUDES(mLock);
@@ -166,8 +167,7 @@ class __attribute__((visibility("default"))) VppComponent
     void queueOBD() EXCLUDES(mVppOBDQueueLock);
     void VppOBDworkerThread() EXCLUDES(mOBDCmdLock);
 
-    // The storage of the parts, which own the rules of its use; docs/threads.md has who writes
-    // what.
+    // The storage of the parts. docs/threads.md lists which thread may write each member.
     GraphicBufferMapper& mMapper;
     uint32_t mLogFlags = 0;
     bool mDumpEnable = false, mDumpMvEnable = false;
@@ -224,7 +224,7 @@ class __attribute__((visibility("default"))) VppComponent
     std::unique_ptr<Parts> mParts;  // never null
 };
 
-/// The name of a state: "UNINIT", "INIT", "IDLE", "ACTIVE", "PENDING" or "ERROR".
+/// Returns the name of a state: "UNINIT", "INIT", "IDLE", "ACTIVE", "PENDING" or "ERROR".
 __attribute__((visibility("default"))) const char* toString(VppComponent::status s);
 
 }  // namespace android

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Waits that end. Private to src/.
+// Waits with a time limit. Private to src/.
 #pragma once
 
 #include <android-base/thread_annotations.h>
@@ -15,10 +15,12 @@ namespace android {
 
 using SteadyTime = std::chrono::steady_clock::time_point;
 
-// Sleeps until `condition` is notified or `end` has passed; false: it has passed. May wake early.
+// Sleeps until `condition` is notified or `end` has passed. Returns false if `end` has passed. May
+// wake spuriously.
 //
 // The C++ library of some platform releases turns a wait on the steady clock into one on the wall
-// clock, which setting the clock back prolongs. pthread_cond_clockwait() names the clock.
+// clock, so setting the clock back would prolong the wait. pthread_cond_clockwait() takes the clock
+// as a parameter.
 inline bool sleepUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
                        SteadyTime end) {
     constexpr long kNanosInSecond = 1'000'000'000;
@@ -30,9 +32,10 @@ inline bool sleepUntil(std::condition_variable& condition, std::unique_lock<std:
                                   CLOCK_MONOTONIC, &until) == 0;
 }
 
-// Waits until `done` holds or `end` has passed; the last answer of `done`, which is asked with the
-// lock held. An end that has passed already is no wait. (The analysis of lock annotations cannot
-// know that `lock` holds what `done` requires; the callers' side of it is analysed.)
+// Waits until `done` returns true or `end` has passed, and returns the last result of `done`, which
+// is called with the lock held. Does not wait if `end` has passed already. (Thread-safety analysis
+// is disabled because it cannot know that `lock` is the lock that `done` requires; it still checks
+// the callers.)
 template <typename Done>
 bool waitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
                SteadyTime end, Done done) NO_THREAD_SAFETY_ANALYSIS {
@@ -42,9 +45,9 @@ bool waitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>&
     return true;
 }
 
-// The time that all waits of one operation of the client share, so that the operation ends within
-// the limit however many answers it waits for. What finds the time used up does not wait. Belongs
-// to the thread that runs the operation.
+// The time that all waits of one client operation share, so that the operation ends within the
+// limit however many answers it waits for. Once the time is used up, further waits return at once.
+// Used only by the thread that runs the operation.
 class WaitBudget {
   public:
     explicit WaitBudget(std::chrono::nanoseconds limit) : mLeft(limit) {}
@@ -67,7 +70,7 @@ class WaitBudget {
     std::chrono::nanoseconds mLeft;
 };
 
-// How long one operation may wait for the service and for the worker.
+// The longest time that one operation may wait for the service and the worker.
 struct WaitLimit {
     std::chrono::nanoseconds value = std::chrono::seconds(3);
 

@@ -6,8 +6,8 @@
 namespace android {
 namespace {
 
-// One call to a client that this thread is within, and those around it: a callback of one component
-// may call another component, which calls its own client.
+// One call to a client that is in progress on this thread. The calls form a list, because a
+// callback of one component may call another component, which calls its own client.
 class CallScope;
 thread_local const CallScope* tInnermost = nullptr;
 
@@ -21,7 +21,7 @@ class CallScope {
     CallScope(const CallScope&) = delete;
     CallScope& operator=(const CallScope&) = delete;
 
-    // Looks through all calls that this thread is within; usually there is none.
+    // Searches all calls in progress on this thread; usually there are none.
     static bool isWithin(const ClientCallback* caller) {
         for (const CallScope* scope = tInnermost; scope != nullptr; scope = scope->mAround) {
             if (scope->mCaller == caller) return true;
@@ -36,8 +36,9 @@ class CallScope {
 
 }  // namespace
 
-// The pointer is plain, but a callback of the previous session may still read it while enable()
-// writes it. (By the builtins: std::atomic_ref is not in every library that this is built with.)
+// The pointer is not atomic, but a callback of the previous session may still read it while
+// enable() writes it. (The compiler's builtins are used because some of the supported standard
+// libraries lack std::atomic_ref.)
 IQOZCallback* ClientCallback::get() const {
     return __atomic_load_n(&mCallback, __ATOMIC_ACQUIRE);
 }
@@ -46,8 +47,8 @@ void ClientCallback::set(IQOZCallback* callback) {
     __atomic_store_n(&mCallback, callback, __ATOMIC_RELEASE);
 }
 
-// The callback may be null: a client that wants no buffers back is allowed. No lock is held here,
-// and none is taken: the client may take locks of its own.
+// A client may pass a null callback; its buffers are then not reported. The component holds no lock
+// of its own during the call, so the client may take locks.
 void ClientCallback::giveBack(uint32_t port, int32_t slot, uint32_t valid,
                               uint64_t timestamp) const {
     IQOZCallback* const callback = get();

@@ -3,7 +3,7 @@
 
 namespace android {
 
-// Without a budget a closed gate is an answer at once.
+// Without a budget it fails at once if the gate is closed.
 bool Gate::enter(WaitBudget* waits) {
     std::unique_lock<std::mutex> lock(mLock);
     const base::ScopedLockAssertion held(mLock);
@@ -19,14 +19,14 @@ void Gate::leave() {
     mChanged.notify_all();
 }
 
-// First the gate is to be had for oneself, then it is closed to newcomers, then those on their way
-// are waited for. If they do not leave in time it is opened again, and nothing has changed.
+// Waits first until no other change has the gate closed, then closes it to new users, then waits
+// for the users inside. If they do not leave in time, it reopens the gate and returns false.
 bool Gate::close(WaitBudget* waits) {
     std::unique_lock<std::mutex> lock(mLock);
     const base::ScopedLockAssertion held(mLock);
     const auto isOpen = [this]() REQUIRES(mLock) { return !mClosed; };
     if (waits == nullptr ? !isOpen() : !waits->wait(mChanged, lock, isOpen)) return false;
-    mClosed = true;  // from here on nobody enters, so those on their way become fewer
+    mClosed = true;  // no new user enters, so mPassing can only decrease
     WaitBudget own = WaitLimit().budget();
     WaitBudget& budget = waits == nullptr ? own : *waits;
     if (budget.wait(mChanged, lock, [this]() REQUIRES(mLock) { return mPassing == 0; })) {

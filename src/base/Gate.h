@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Keeps what uses something apart from what changes it. Private to src/.
+// A gate between the users of shared state and the operations that change it. Private to src/.
 #pragma once
 
 #include <android-base/thread_annotations.h>
@@ -12,23 +12,28 @@
 
 namespace android {
 
-// Many may pass at a time, or one change may have the gate closed: it waits until nobody is on the
-// way through, keeps others out, and opens the gate when it is done. A component has two.
+// Any number of users may pass the gate at the same time, or one change may keep it closed. A
+// change waits until no user is passing, keeps new users out, and reopens the gate when it is done.
+// A component has two gates.
 //
-// Output buffers pass the first, on any thread, also beside a process() of a source and from within
-// a callback. A start, a flush, a reconfiguration, config() and disable() change what such a thread
-// reads, and may wait for a callback that is about to queue a buffer; so they close the gate, and a
-// callback does not wait at it. The service's events pass the second, which enable() closes to
-// begin a session, so that no event of the previous one is under way any more.
+// The first gate is for threads that queue an output buffer; they may run beside a process() of a
+// source and from within a callback. A start, a flush, a reconfiguration, config() and disable()
+// change the state that such a thread reads, so they close the gate. They may also be waiting for a
+// callback that is about to queue a buffer; therefore a callback does not wait at the gate.
 //
-// The lock is a leaf. Who has the gate closed neither passes nor closes it again before opening it.
+// The second gate is for the service's events. enable() closes it to begin a session, so that no
+// event of the previous session is still being handled.
+//
+// The lock is a leaf. A thread that has closed the gate must reopen it before it passes or closes
+// it again.
 class Gate {
   public:
     Gate() = default;
     Gate(const Gate&) = delete;
     Gate& operator=(const Gate&) = delete;
 
-    // The way of one user through the gate. Without a budget it never waits.
+    // One user inside the gate, for the lifetime of the object. Without a budget the constructor
+    // never waits.
     class Passage {
       public:
         Passage(Gate& gate, WaitBudget* waits) : mGate(gate), mPassed(gate.enter(waits)) {}
@@ -45,8 +50,8 @@ class Gate {
         const bool mPassed;
     };
 
-    // The time of one change. Without a budget it does not wait for another change, though for
-    // those on their way through.
+    // One change, which keeps the gate closed for the lifetime of the object. Without a budget the
+    // constructor does not wait for another change, but it does wait for the users inside.
     class Closure {
       public:
         Closure(Gate& gate, WaitBudget* waits) : mGate(gate), mClosed(gate.close(waits)) {}
@@ -73,8 +78,8 @@ class Gate {
 
     std::mutex mLock;
     std::condition_variable mChanged;
-    uint32_t mPassing GUARDED_BY(mLock) = 0;  // on their way through
-    bool mClosed GUARDED_BY(mLock) = false;   // a change waits for those, or is under way
+    uint32_t mPassing GUARDED_BY(mLock) = 0;  // users inside the gate
+    bool mClosed GUARDED_BY(mLock) = false;   // a change is waiting for them or in progress
 };
 
 }  // namespace android

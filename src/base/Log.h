@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// Messages of the component. Private to src/.
+// Log messages of the component. Private to src/.
 //
-// Messages about a session begin with its name and the component's address, which the macros put
-// in front; they are used where `mLog` names the component's SessionLog. INFO, DEBUG and WARN
-// messages are diagnostics: VPP_LOGI, VPP_LOGD and VPP_LOGW test the gate before any argument is
-// evaluated, so that a closed gate costs one test. Errors are always printed.
+// Messages about a session begin with its name and the component's address, which the macros
+// insert. The macros must be used where `mLog` names the component's SessionLog. INFO, DEBUG and
+// WARN messages are diagnostics: VPP_LOGI, VPP_LOGD and VPP_LOGW test the gate before they evaluate
+// any argument, so a closed gate costs one test. Errors are always printed.
 #pragma once
 
 #include <android-base/thread_annotations.h>
@@ -22,7 +22,7 @@
 
 namespace android {
 
-// What the messages of one component begin with, and whether its diagnostics are printed.
+// The prefix of one component's messages, and whether its diagnostics are printed.
 class SessionLog {
   public:
     SessionLog(const uint32_t& flags, const std::string& name, const void* component)
@@ -31,11 +31,11 @@ class SessionLog {
     SessionLog(const SessionLog&) = delete;
     SessionLog& operator=(const SessionLog&) = delete;
 
-    // Bits 0 and 5 together open the gate; no other bit counts.
+    // Returns whether bits 0 and 5 are both set; no other bit matters.
     bool isOpen() const { return (mFlags & kGate) == kGate; }
 
-    // The caller shares the name: a callback of the previous session may still be printing it while
-    // enable() puts another in its place. The lock is a leaf.
+    // The caller shares ownership of the name, because a callback of the previous session may still
+    // be printing it while enable() replaces it. The lock is a leaf.
     std::shared_ptr<const std::string> name() const EXCLUDES(mLock) {
         const std::lock_guard<std::mutex> lock(mLock);
         return mName;
@@ -59,7 +59,7 @@ class SessionLog {
 
 }  // namespace android
 
-// Gated, with the prefix.
+// Printed only if the gate is open; with the prefix.
 #define VPP_LOG_GATED(priority, format, ...)                                                  \
     do {                                                                                      \
         if (mLog.isOpen()) __android_log_print(priority, VPP_LOG_TAG, format, ##__VA_ARGS__); \
@@ -71,10 +71,10 @@ class SessionLog {
 #define VPP_LOGW(format, ...) \
     VPP_LOG_GATED(ANDROID_LOG_WARN, VPP_PREFIX format, VPP_PREFIX_ARGS, ##__VA_ARGS__)
 
-// Gated, without the prefix.
+// Printed only if the gate is open; without the prefix.
 #define VPP_LOGD_BARE(format, ...) VPP_LOG_GATED(ANDROID_LOG_DEBUG, format, ##__VA_ARGS__)
 
-// Always printed; VPP_LOGE with the prefix, VPP_LOGE_BARE without.
+// Always printed. VPP_LOGE adds the prefix, VPP_LOGE_BARE does not.
 #define VPP_LOGE_BARE(format, ...) \
     __android_log_print(ANDROID_LOG_ERROR, VPP_LOG_TAG, format, ##__VA_ARGS__)
 #define VPP_LOGE(format, ...) VPP_LOGE_BARE(VPP_PREFIX format, VPP_PREFIX_ARGS, ##__VA_ARGS__)

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a component says about its stream to other threads. Private to src/.
+// The facts about a stream that a component publishes to other threads. Private to src/.
 #pragma once
 
 #include <android-base/thread_annotations.h>
@@ -10,8 +10,8 @@
 
 namespace android {
 
-// A copy of what the getters answer and dump() prints. The members that these are copied from
-// belong to the thread that runs the stream; the copy may be read by any thread at any moment.
+// A copy of the values that the getters return and dump() prints. The original members belong to
+// the thread that runs the stream; any thread may read the copy at any time.
 struct StreamFacts {
     uint32_t outBufReqsPerFrame = 1;
     uint32_t outputWidth = 0;   // pixels
@@ -22,10 +22,10 @@ struct StreamFacts {
     uint32_t interpFactor = 0;
     bool motionVectors = false;
     bool downscaledCopies = false;
-    size_t heldSlots = 0;  // places in the list of held source slots
+    size_t heldSlots = 0;  // entries in the list of held source slots
 };
 
-// Owns the copy; its lock is a leaf.
+// Owns the copy. Its lock is a leaf.
 class PublishedFacts {
   public:
     StreamFacts read() const EXCLUDES(mLock) {
@@ -33,7 +33,7 @@ class PublishedFacts {
         return mFacts;
     }
 
-    // `change` is given the facts to alter, under the lock.
+    // Calls `change` with the facts, under the lock.
     template <typename Change>
     void update(Change change) EXCLUDES(mLock) {
         const std::lock_guard<std::mutex> lock(mLock);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Sections and markers of the buffer path, under the graphics tag. Private to src/.
+// Trace sections and markers of the buffer path, under the graphics tag. Private to src/.
 #pragma once
 
 #define ATRACE_TAG ATRACE_TAG_GRAPHICS
@@ -8,8 +8,8 @@
 #include <array>
 #include <cstdio>
 
-// An empty section whose name carries numbers, formatted into `size` bytes; nothing while tracing
-// is off.
+// Emits an empty trace section whose name contains numbers. The name is formatted into `size`
+// bytes. Does nothing while tracing is off.
 #define VPP_TRACE_MARKER(size, format, ...)                                \
     do {                                                                   \
         if (ATRACE_ENABLED() != 0) {                                       \

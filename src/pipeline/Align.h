@@ -5,8 +5,8 @@
 
 namespace android {
 
-// `value` rounded up to a multiple of `alignment`; unchanged when `value` is 0 or `alignment`
-// below 2.
+// Returns `value` rounded up to a multiple of `alignment`. Returns `value` unchanged if it is 0 or
+// if `alignment` is less than 2.
 constexpr uint32_t align(uint32_t value, uint32_t alignment) {
     if (value == 0 || alignment < 2) return value;
     return (value - 1) / alignment * alignment + alignment;

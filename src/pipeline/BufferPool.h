@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the two pools of internal buffers share. Private to src/.
+// The common base of the two pools of internal buffers. Private to src/.
 #pragma once
 
 #include <android-base/thread_annotations.h>
@@ -20,24 +20,26 @@
 
 namespace android {
 
-// What makes one pool's messages differ from the other's.
+// The words in which the messages of one pool differ from those of the other.
 struct PoolText {
-    const char* operation;  // that requests from it
-    const char* kind;       // what it holds, as in "free yuv buffer index list"
-    const char* map;        // its map
+    const char* operation;  // name of the request operation
+    const char* kind;       // kind of buffer, as in "free yuv buffer index list"
+    const char* map;        // name of the pool's map
     const char* emptyEntry;
 };
 
-// A map from the timestamp (microseconds) under which a frame was queued to what travelled with it,
-// and the set of those keys that the VPP has given back. A buffer that is handed out is in neither.
-// Free entries are drawn oldest first; one that does not fit the request is replaced, and then
-// every other free entry goes too, as they are of the same old size. Entries still in the VPP stay
-// and are judged when they are drawn.
+// A pool of the internal buffers that are queued with frames. A map holds, under the timestamp
+// (microseconds) of each queued frame, the buffers that were queued with it. A set holds the keys
+// of those entries that the VPP has returned: the free entries. A buffer that is drawn for a new
+// frame leaves both. A request draws the oldest free entry. If that entry does not fit the request,
+// new buffers are allocated in its place, and all other free entries are discarded, because they
+// have the same old size. Entries whose buffers are still in the VPP stay; they are compared with a
+// request when they are drawn.
 //
-// Requests come from the client's thread, returns from binder threads, clearing from whoever
-// flushes or disables: everything happens under the pool's own lock, a leaf, which a request holds
-// while it allocates. The nodes of a drawn entry and of its key are spared for the entries to come,
-// so that a pool in steady state asks nothing of the heap.
+// Requests come from the client's thread, returns from binder threads, and clear() from the thread
+// that flushes or disables. Everything happens under the pool's own lock, a leaf, which a request
+// also holds while it allocates. The map and set nodes of drawn entries are kept for later entries,
+// so a pool in steady state does not allocate.
 template <typename Entry>
 class BufferPool {
   public:
@@ -55,40 +57,40 @@ class BufferPool {
     BufferPool(const BufferPool&) = delete;
     BufferPool& operator=(const BufferPool&) = delete;
 
-    // Keeps what travels under `key`. False when there is an entry under it already, which stays,
-    // or on allocation failure: then nobody will draw it again, and it ends with its last other
-    // owner.
+    // Stores the internal buffers of a queued frame under `key`. Returns false if `key` has an
+    // entry already, which is kept, or on allocation failure. In both cases the pool does not keep
+    // the new buffers; they are freed when their last other owner releases them.
     bool record(uint64_t key, Entry travelling) EXCLUDES(mLock);
 
-    // What is recorded under `key`; an empty entry when nothing is.
+    // Returns the buffers stored under `key`, or an empty entry if there are none.
     Entry find(uint64_t key) const EXCLUDES(mLock);
 
-    // Makes the entry of `key` free for reuse; without one there is nothing to do. `operation` says
-    // for whom in the message.
+    // Marks the entry of `key` free for reuse. Does nothing if there is no entry. `operation` names
+    // the caller in the message.
     void free(uint64_t key, const char* operation) EXCLUDES(mLock);
 
-    // Drops every entry, also those that the VPP still has: their memory ends with the last of its
-    // other owners, and their return finds nothing to free.
+    // Removes every entry, including those whose buffers the VPP still has. Their memory is freed
+    // when the last other owner releases it, and their return then finds no entry.
     void clear() EXCLUDES(mLock);
 
-    // Nothing while the lock is in use.
+    // Returns nothing if the lock is taken.
     std::optional<Sizes> trySizes() const;
 
   protected:
-    // How a drawn entry met a request.
+    // How the oldest free entry served a request.
     enum class Drawn { Failed, Reused, Replaced };
 
-    // Serves one request: `draw` from the oldest free entry, else `allocate`, both under the lock.
-    // False, and the pool as it was, when either fails.
+    // Serves one request under the lock: calls `draw` with the oldest free entry, or `allocate` if
+    // no entry is free. If either fails, it returns false and leaves the pool unchanged.
     template <typename Allocate, typename Draw>
     bool serve(Allocate allocate, Draw draw) EXCLUDES(mLock);
 
     const SessionLog& mLog;
 
   private:
-    // Puts a key among the free ones.
+    // Adds a key to the set of free keys.
     void insertFree(uint64_t key) REQUIRES(mLock);
-    // Takes the drawn entry out of the pool.
+    // Removes the drawn entry from the pool.
     void retire(uint64_t key) REQUIRES(mLock);
     // Removes all free entries.
     void dropFree() REQUIRES(mLock);
@@ -106,26 +108,28 @@ namespace pool {
 constexpr uint32_t kInternalUsage =
     GraphicBuffer::USAGE_HW_TEXTURE | GraphicBuffer::USAGE_HW_RENDER;
 
-// A buffer as the request describes it. Null when no object could be made. Whether the object got
-// memory shows at the conversion.
+// Creates a buffer as `info` describes it. Returns null if the object could not be created. A
+// buffer object whose pixel memory could not be allocated is returned too; the conversion or the
+// queueing detects that.
 inline sp<GraphicBuffer> allocate(const RequestInfo& info) {
     return sp<GraphicBuffer>(new (std::nothrow) GraphicBuffer(
         info.width, info.height, static_cast<PixelFormat>(info.format), info.usage));
 }
 
-// Whether a free buffer can serve the request: all four properties are the same.
+// Returns whether a free buffer can serve the request, that is, whether all four properties are
+// equal.
 inline bool isCompatible(const sp<GraphicBuffer>& buffer, const RequestInfo& info) {
     return buffer->getWidth() == info.width && buffer->getHeight() == info.height &&
            buffer->getPixelFormat() == static_cast<PixelFormat>(info.format) &&
            buffer->getUsage() == info.usage;
 }
 
-// Whether the object has pixels that can be handed over.
+// Returns whether the buffer object has pixel memory that can be shared.
 inline bool hasMemory(const sp<GraphicBuffer>& buffer) {
     return buffer != nullptr && buffer->getNativeBuffer()->handle != nullptr;
 }
 
-// Whether a pool's entry holds any buffer at all.
+// Returns whether a pool's entry holds any buffer.
 inline bool holdsBuffer(const sp<GraphicBuffer>& buffer) {
     return buffer != nullptr;
 }
@@ -138,9 +142,9 @@ inline bool holdsBuffer(
 
 }  // namespace pool
 
-// Insert-only: with two frames of one timestamp in flight the first one's memory stays under the
-// key, where the return of either looks for it. The second one's ends when its frame has been
-// dropped by everybody else.
+// Never replaces an entry. If two frames with the same timestamp are queued at the same time, the
+// entry keeps the buffers of the first, and the return of either frame looks there. The buffers of
+// the second are freed when their last other owner releases them.
 template <typename Entry>
 bool BufferPool<Entry>::record(uint64_t key, Entry travelling) {
     const std::lock_guard<std::mutex> lock(mLock);
@@ -162,7 +166,7 @@ Entry BufferPool<Entry>::find(uint64_t key) const {
     return entry == mBuffers.end() ? Entry{} : entry->second;
 }
 
-// An entry without any buffer would be drawn as one that fits nothing; it is removed.
+// Removes an entry without any buffer: if it were drawn, it would not fit any request.
 template <typename Entry>
 void BufferPool<Entry>::free(uint64_t key, const char* operation) {
     const std::lock_guard<std::mutex> lock(mLock);
@@ -178,7 +182,7 @@ void BufferPool<Entry>::free(uint64_t key, const char* operation) {
         VPP_LOGI("%s : emplace free index in %s map ts=%lu", operation, mText.map,
                  static_cast<unsigned long>(key));
     } catch (const std::bad_alloc&) {
-        mBuffers.erase(entry);  // nobody could draw it
+        mBuffers.erase(entry);  // without a free key it could never be drawn
     }
 }
 
@@ -197,9 +201,9 @@ std::optional<typename BufferPool<Entry>::Sizes> BufferPool<Entry>::trySizes() c
     return sizes;
 }
 
-// The oldest free entry decides. If it fits, it is handed out and nothing else changes. If it had
-// to be replaced, every other free entry is as old and goes as well. If it fails, the entry stays
-// free and the pool is as it was.
+// If the oldest free entry fits, it is drawn and nothing else changes. If its buffers had to be
+// replaced, every other free entry is as old and is removed too. If serving it fails, the entry
+// stays free and the pool is unchanged.
 template <typename Entry>
 template <typename Allocate, typename Draw>
 bool BufferPool<Entry>::serve(Allocate allocate, Draw draw) {
@@ -223,7 +227,8 @@ bool BufferPool<Entry>::serve(Allocate allocate, Draw draw) {
     return true;
 }
 
-// In a node of a key that was drawn before, if there is one. Throws std::bad_alloc if not.
+// Uses the node of a key that was drawn before, if there is one. Throws std::bad_alloc if it has to
+// allocate and cannot.
 template <typename Entry>
 void BufferPool<Entry>::insertFree(uint64_t key) {
     if (mSpareKeys.empty()) {
@@ -236,7 +241,7 @@ void BufferPool<Entry>::insertFree(uint64_t key) {
     mFreeKeys.insert(std::move(node));
 }
 
-// Takes a drawn entry and its key out, and spares their nodes.
+// Removes a drawn entry and its key, and keeps their nodes for later entries.
 template <typename Entry>
 void BufferPool<Entry>::retire(uint64_t key) {
     try {
@@ -248,7 +253,7 @@ void BufferPool<Entry>::retire(uint64_t key) {
     mSpareEntry.mapped() = {};
 }
 
-// Only what is free: what travels is judged when it comes back and is drawn.
+// Removes only free entries. Entries whose buffers are in the VPP are checked when they are drawn.
 template <typename Entry>
 void BufferPool<Entry>::dropFree() {
     for (const uint64_t stale : mFreeKeys)

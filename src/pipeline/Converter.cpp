@@ -23,7 +23,8 @@ Converter::Shape Converter::shapeFor(const sp<GraphicBuffer>& source) const {
     return shape;
 }
 
-// A reference of the previous session is another scene; it goes when a converter is made.
+// Creates the converter if there is none. It then also drops the reference frame, which belongs to
+// the previous session and shows another scene.
 void Converter::configure(sp<GraphicBuffer>& source) {
     if (m.converter == nullptr) {
         m.converter = new Rgb2Yuv();
@@ -33,8 +34,8 @@ void Converter::configure(sp<GraphicBuffer>& source) {
     mConfigured = shapeFor(source);
 }
 
-// Configured anew whenever the frame does not have the shape of the last configuration: a converter
-// allocates for one shape and does not look at what it is given later.
+// Reconfigures the converter whenever the frame differs in shape from the last configuration: a
+// converter allocates for one shape and does not check the size of later frames.
 void Converter::setUp(SourceFrame& frame) {
     const bool missing = !exists();
     frame.fresh = m.isFirstFrame || frame.sizeChanged || missing || !hasReferenceFor(frame);
@@ -45,8 +46,9 @@ void Converter::setUp(SourceFrame& frame) {
     configure(frame.source);
 }
 
-// After a frame of a new size that failed, the previous source is still one of the old size. One
-// RGB format is as good a reference as another.
+// Returns whether the previous source can be the reference of this frame. After a frame of a new
+// size has failed, the previous source still has the old size. Any RGB format can be the reference
+// for any other.
 bool Converter::hasReferenceFor(const SourceFrame& frame) const {
     const sp<GraphicBuffer>& previous = m.previousSource;
     return previous != nullptr && previous->getWidth() == frame.width &&
@@ -58,8 +60,8 @@ bool Converter::vectorSize(uint32_t& width, uint32_t& height) {
     return m.converter->GetMVbufferSize(width, height);
 }
 
-// Pixels first, as they decide whether the frame can be queued at all; vectors only when those are
-// there. The converter waits for the frame's fence itself.
+// Converts the pixels first, because without them the frame cannot be queued; estimates motion only
+// if that succeeded. The converter itself waits for the frame's fence.
 bool Converter::convert(SourceFrame& frame, bool motion) {
     bool ok =
         m.converter->RGBToNV12(frame.source, frame.target, frame.downscaled, motion, frame.fence);
@@ -71,7 +73,7 @@ bool Converter::convert(SourceFrame& frame, bool motion) {
     return ok;
 }
 
-// Whether or not the conversion succeeded: what went wrong is what one wants to see.
+// Dumps the frame even if the conversion failed, so that the failure can be examined.
 void Converter::dump(SourceFrame& frame) {
     const auto write = [this](sp<GraphicBuffer>& buffer, const char* name, const char* label) {
         if (buffer != nullptr) m.converter->DumpBuffer(buffer, name, m.dumpFrameCount, label);
@@ -95,7 +97,8 @@ void Converter::releaseResources() {
     if (exists()) m.converter->clearOpenGLResources();
 }
 
-// With the session. The reference frame stays until the next session's converter is made.
+// Called when the session ends. The reference frame is kept until the next session's converter is
+// created.
 void Converter::destroy() {
     delete std::exchange(m.converter, nullptr);
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The converter of a component and its reference frame. Private to src/.
+// The converter of a component, and its reference frame. Private to src/.
 #pragma once
 
 #include <Rgb2Yuv.h>
@@ -13,9 +13,9 @@
 
 namespace android {
 
-// Makes the converter on first use, and has it configured for what it is given: whenever source
-// size, source format or expected output size are not those of the last configuration. Belongs to
-// the client's thread.
+// Creates the converter on first use, and reconfigures it whenever the source size, the source
+// format or the expected output size differs from the last configuration. Used only by the client's
+// thread.
 class Converter {
   public:
     struct Members {
@@ -30,37 +30,37 @@ class Converter {
     Converter(const Members& members, const Ports& ports, const SessionLog& log)
         : m(members), mPorts(ports), mLog(log) {}
 
-    // Made by the first frame, or a dummy, of a session.
+    // Returns whether the session has a converter; its first frame or dummy frame creates it.
     bool exists() const { return m.converter != nullptr; }
 
-    // Makes the converter if there is none, which drops the reference frame: it is of the previous
-    // session. Throws std::bad_alloc.
+    // Configures the converter for `source`. Creates it if there is none and then drops the
+    // reference frame, which belongs to the previous session. Throws std::bad_alloc.
     void configure(sp<GraphicBuffer>& source);
 
-    // Configures for a frame whose `sizeChanged` is known, where that is due, and decides whether
-    // the frame is fresh: nothing before it can serve as its reference.
+    // Configures the converter for `frame` if necessary, and sets `frame.fresh` if no earlier frame
+    // can be its reference. `frame.sizeChanged` must have been set.
     void setUp(SourceFrame& frame);
 
-    // The size in pixels of one vector buffer; false when there are to be none.
+    // Sets the size in pixels of one vector buffer. Returns false if there are to be no vectors.
     bool vectorSize(uint32_t& width, uint32_t& height);
 
-    // Fills the frame's target and side buffers. `motion`: the frame takes part in motion
-    // estimation.
+    // Fills the frame's target and side buffers. `motion` tells the converter whether the frame
+    // takes part in motion estimation. Returns whether the conversion succeeded.
     bool convert(SourceFrame& frame, bool motion);
 
-    // The frame has been queued: it is the reference of the next one.
+    // Makes a frame that has been queued the reference of the next one.
     void adoptReference(const SourceFrame& frame);
 
-    // The next frame counts as the first.
+    // Makes the next frame count as the first.
     void startAnew() { m.isFirstFrame = true; }
 
-    // Has the converter let go of what it holds on the graphics processor; the next frame makes it
-    // anew.
+    // Makes the converter release its graphics-processor resources; it creates them again for the
+    // next frame.
     void releaseResources();
     void destroy();
 
   private:
-    // What the converter has been configured for.
+    // The properties that the converter is configured for.
     struct Shape {
         uint32_t width = 0;
         uint32_t height = 0;
@@ -69,7 +69,7 @@ class Converter {
         uint32_t outHeight = 0;
         bool operator==(const Shape& other) const;
     };
-    // What it would have to be configured for, with this source and the ports as they are.
+    // Returns the configuration needed for this source with the current ports.
     Shape shapeFor(const sp<GraphicBuffer>& source) const;
     bool hasReferenceFor(const SourceFrame& frame) const;
     void dump(SourceFrame& frame);

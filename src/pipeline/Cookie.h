@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// The cookie of a buffer on its way through the VPP. Private to src/.
+// The cookie that identifies a buffer in the VPP. Private to src/.
 //
-// The low 31 bits carry the buffer id (the client's slot) but for bit 16, which marks a buffer of
-// the component's own pool; bit 31 marks the output port and is stored sign-extended.
+// The low 31 bits contain the buffer id (the client's slot), except bit 16, which marks a buffer of
+// the component's own pool. Bit 31 marks the output port; the cookie is sign-extended from it.
 #pragma once
 
 #include <cstdint>
@@ -18,7 +18,7 @@ constexpr int64_t forInput(uint32_t id, bool internal) {
     return static_cast<int64_t>(internal ? id | kInternalBit : id);
 }
 constexpr int64_t forOutput(uint32_t id) {
-    return static_cast<int32_t>(id | kOutputBit);  // widened as a signed number
+    return static_cast<int32_t>(id | kOutputBit);  // sign-extended to 64 bits
 }
 
 constexpr bool isInternal(int64_t cookie) {

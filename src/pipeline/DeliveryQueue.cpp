@@ -7,8 +7,8 @@
 
 namespace android {
 
-// Only what the client is told is kept of the record: its descriptors end with the call that
-// brought it.
+// Copies only the fields that are reported to the client. The record's descriptors are closed when
+// the service's call ends.
 bool DeliveryQueue::store(uint32_t slot, const Record& returned) {
     const std::lock_guard<std::mutex> lock(mLock);
     Record& record = mRecords[slot];
@@ -23,7 +23,8 @@ bool DeliveryQueue::store(uint32_t slot, const Record& returned) {
     return true;
 }
 
-// What is taken counts as undelivered until finish(), so that a flush waits for the callback, too.
+// A buffer that has been taken counts as undelivered until finish(), so that a flush also waits for
+// its callback.
 bool DeliveryQueue::take(Delivery* delivery) {
     const std::lock_guard<std::mutex> lock(mLock);
     if (mQueue.empty()) return false;
@@ -47,7 +48,7 @@ bool DeliveryQueue::waitUntilDelivered(WaitBudget& waits) {
                       [this]() REQUIRES(mLock) { return mQueue.empty() && mCurrent == nullptr; });
 }
 
-// Of the previous session; the client has learnt of its end otherwise.
+// Drops buffers of the previous session. Their slots are not reported to the client.
 size_t DeliveryQueue::clear() {
     const std::lock_guard<std::mutex> lock(mLock);
     const size_t dropped = mQueue.size();

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Output buffers that the service has returned and the client has not been given yet. Private to
-// src/.
+// Output buffers that the service has returned and the worker has not yet delivered to the client.
+// Private to src/.
 #pragma once
 
 #include <aidl/vendor/vuq/hardware/vpp/VppBuffer.h>
@@ -17,42 +17,44 @@
 
 namespace android {
 
-// One record for each client slot, and the order in which they came back. Binder threads store, the
-// output worker takes, the client's thread waits until all are delivered. A record is written under
-// the queue's lock, so that even a service that returns a slot twice cannot tear it while the
-// worker reads it. The lock is a leaf.
+// Holds one record for each client slot, and a queue of records in the order of their return.
+// Binder threads store records, the output worker takes them, and the client's thread waits until
+// all are delivered. Records are written under the queue's lock, so that a service that returns a
+// slot twice cannot change a record while the worker reads it. The lock is a leaf.
 class DeliveryQueue {
   public:
     using Record = ::aidl::vendor::vuq::hardware::vpp::VppBuffer;
     using Records = std::array<Record, QOZBufferInfo::kOutputSlots>;
 
-    // What the client is told of one buffer.
+    // The information about one buffer that the client receives.
     struct Delivery {
         int32_t slot;
         bool filled;
         uint64_t timestamp;
-        size_t left;  // still queued behind it
+        size_t left;  // number of buffers queued behind it
     };
     // For the state dump.
     struct Summary {
         size_t waiting;
-        int64_t current;  // the slot that the client is being given; -1: none
+        int64_t current;  // the slot being delivered to the client; -1 if none
     };
 
     DeliveryQueue(Records& records, std::deque<Record*>& queue, Record*& current, std::mutex& lock)
         : mRecords(records), mQueue(queue), mCurrent(current), mLock(lock) {}
 
-    // False on allocation failure: the buffer is not in the queue.
+    // Queues a returned buffer. Returns false on allocation failure; the buffer is then not in the
+    // queue.
     bool store(uint32_t slot, const Record& returned) EXCLUDES(mLock);
 
-    // The next one; finish() when the client has been given it.
+    // Takes the next buffer; returns false if there is none. Call finish() after the client's
+    // callback.
     bool take(Delivery* delivery) EXCLUDES(mLock);
     void finish() EXCLUDES(mLock);
 
-    // Waits until the client has been given everything.
+    // Waits until every buffer has been delivered. Returns false if the budget ran out first.
     bool waitUntilDelivered(WaitBudget& waits) EXCLUDES(mLock);
 
-    // Drops what is left; how many that were.
+    // Removes all queued buffers and returns their number.
     size_t clear() EXCLUDES(mLock);
 
     Summary summary() const EXCLUDES(mLock);

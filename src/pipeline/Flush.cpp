@@ -3,8 +3,8 @@
 
 namespace android {
 
-// The order matters: when the service has answered it holds nothing, so the pools may drop what
-// travelled with its frames, the converter its resources, and the sources go back last.
+// The order matters. Once the service has answered, it holds no buffers, so the pools may drop the
+// buffers of its frames and the converter its resources. The held source slots are returned last.
 bool Flush::flushPorts(bool withYuvPool, WaitBudget& waits) {
     if (!p.service.hasSession()) {
         VPP_LOGE("processFlush_l: component is not enabled");
@@ -19,11 +19,12 @@ bool Flush::flushPorts(bool withYuvPool, WaitBudget& waits) {
     return flushed;
 }
 
-// The client's operation. The lock is held to the end, so that no start and no buffer comes between
-// the flush and the change of state; the worker needs it for neither deliveries nor callbacks. A
-// delivery that outlasts the budget is reported and finishes later.
+// Carries out flushsync(). The component's lock is held to the end, so that no start and no buffer
+// comes between the flush and the change of state. The worker can deliver without that lock. If the
+// deliveries outlast the budget, that is logged, and they finish later.
 void Flush::flushAndDeliver(WaitBudget& waits) {
-    // A flush holds the component's lock, which a start on the worker needs: let that finish first.
+    // Waits for a pending start first: the start needs the component's lock, which the flush will
+    // hold.
     if (!p.worker.waitForPendingStart(waits, "flushsync")) return;
     const Gate::Closure closure(p.outputGate, &waits);
     if (!closure) {

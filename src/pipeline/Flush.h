@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Emptying a running session. Private to src/.
+// Flushing of a running session. Private to src/.
 #pragma once
 
 #include <mutex>
@@ -18,9 +18,9 @@
 
 namespace android {
 
-// Has the service return everything it holds, and lets go of what the component holds for it: the
-// pools, the converter's resources, the held source slots. Runs on the client's thread with
-// the gate for output buffers closed.
+// Makes the service return every buffer it has, and releases what the component holds for the
+// session: the pools, the converter's resources and the held source slots. Runs on the client's
+// thread with the gate for output buffers closed.
 class Flush {
   public:
     struct Peers {
@@ -40,12 +40,12 @@ class Flush {
 
     explicit Flush(const Peers& peers) : p(peers), mLog(peers.log) {}
 
-    // True when the service has flushed both ports. The component lets go of its own either way, of
-    // the YUV pool only if asked to.
+    // Returns true if the service has flushed both ports. The component's own resources are
+    // released in either case; the YUV pool is cleared only if `withYuvPool` is set.
     bool flushPorts(bool withYuvPool, WaitBudget& waits);
 
-    // Flushes an ACTIVE session and waits until the client has been given everything: IDLE. ERROR
-    // when the service refused, did not answer, or died.
+    // Flushes an ACTIVE session and waits until every output buffer has been delivered. Leaves
+    // IDLE, or ERROR if the service refused, did not answer or died.
     void flushAndDeliver(WaitBudget& waits) EXCLUDES(p.lock);
 
   private:

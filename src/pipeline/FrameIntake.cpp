@@ -18,7 +18,7 @@ namespace {
 constexpr int32_t kTaken = QOZResult::kTaken;
 constexpr int32_t kRefused = QOZResult::kRefused;
 
-// Whether the fence has signalled within what is left of the operation's time.
+// Returns whether the fence signals within the time left for the operation.
 bool waitForFence(const SourceFrame& frame) {
     const auto begin = std::chrono::steady_clock::now();
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(frame.waits.left()).count();
@@ -30,9 +30,9 @@ bool waitForFence(const SourceFrame& frame) {
 
 }  // namespace
 
-// Exactly one of the two is given. A start that config() has posted is waited for, because it
-// decides the sizes that a source is converted to; an output buffer waits for it further down,
-// unless it comes from within a callback.
+// Exactly one of the two must be given. A source waits here for a start that config() has posted,
+// because that start decides the size a source is converted to. An output buffer waits for it in
+// takeOutput(), unless it comes from within a callback.
 int32_t FrameIntake::process(const std::vector<QOZBufferInfo>* source,
                              const QOZBufferInfo* output) {
     if (source == nullptr && output == nullptr) return kRefused;
@@ -47,7 +47,7 @@ int32_t FrameIntake::process(const std::vector<QOZBufferInfo>* source,
         if (!p.worker.waitForPendingStart(waits, "processBuffer")) return kRefused;
         return takeSource(*source, waits);
     } catch (const std::bad_alloc&) {
-        // Thrown before anything was queued or held: the packet is still the client's.
+        // Thrown before any buffer was queued or held, so the packet stays with the client.
         VPP_LOGE("processBuffer: out of memory");
         return kRefused;
     }
@@ -59,20 +59,21 @@ bool FrameIntake::isEnabled() const {
     return false;
 }
 
-// Under the component's lock, as a start makes the session ACTIVE under it.
+// Reads the state under the component's lock, because a start sets ACTIVE under it.
 bool FrameIntake::isInputPortEnabled(uint32_t width, uint32_t height, uint32_t format) {
     const std::lock_guard<std::mutex> lock(p.lock);
     return p.status == Status::ACTIVE && p.ports.isSource(width, height, format);
 }
 
-// From within a callback nothing is waited for: a flush, a start or disable() may be waiting for
+// From within a callback it never waits, because a flush, a start or disable() may be waiting for
 // that callback.
 int32_t FrameIntake::takeOutput(const QOZBufferInfo& output) {
     if (output.buffer == nullptr || !isEnabled()) return kRefused;
     WaitBudget budget = p.limit.budget();
     const bool inCallback = p.client.isOnThisThread();
     WaitBudget* const waits = inCallback ? nullptr : &budget;
-    // A client that queues again whatever comes back would never leave its callback.
+    // A dead service's buffers are returned at once, so a client that requeues every buffer from
+    // its callback would never leave that callback.
     if (inCallback && p.outstanding.isServiceGone()) {
         VPP_LOGW("processBuffer: the vpp service has died, output buffer refused");
         return kRefused;
@@ -90,9 +91,9 @@ int32_t FrameIntake::takeOutput(const QOZBufferInfo& output) {
 }
 
 // The first output buffer starts a session that config() has not started. The gate keeps all other
-// output buffers out meanwhile, and the state is looked at again behind it: another thread's buffer
-// may have started the session first. The buffer itself is given back when the start fails, and
-// refused as well.
+// output buffers out meanwhile. The state is checked again behind the gate, because another
+// thread's buffer may have started the session first. If the start fails, the buffer is both
+// returned through the callback and refused.
 bool FrameIntake::startFor(const QOZBufferInfo& output, WaitBudget* waits) {
     bool started = true;
     {
@@ -115,9 +116,9 @@ bool FrameIntake::startFor(const QOZBufferInfo& output, WaitBudget* waits) {
     return true;
 }
 
-// False: the buffer is still the client's. Else it comes back, whatever became of it: the queue
-// gives back at once what the service does not take. Output buffers are stamped with the time of
-// their queueing, in nanoseconds.
+// Returns false if the buffer stays with the client. Otherwise the buffer will be returned through
+// the callback: at once if the service refuses it. An output buffer's timestamp is the time of its
+// queueing, in nanoseconds.
 bool FrameIntake::queueOutput(const QOZBufferInfo& output, WaitBudget* waits) {
     const Gate::Passage passage(p.outputGate, waits);
     if (!passage || p.worker.isStartPending()) {
@@ -137,10 +138,10 @@ bool FrameIntake::queueOutput(const QOZBufferInfo& output, WaitBudget* waits) {
     return false;
 }
 
-// Decides what the packet is. A dummy is a single entry without a slot; it never travels, not even
-// as a frame that needs no conversion. A frame that is NV12 already needs none when it fits the
-// input port and no side buffers are wanted. Everything else is converted, into the packet's second
-// entry or into a buffer of the component's own.
+// Decides how the packet is handled. A dummy is a single entry without a slot; it is never queued,
+// not even if it needs no conversion. An NV12 frame needs no conversion if it fits the input port
+// and no side buffers are wanted. Every other frame is converted, into the packet's second entry or
+// into a buffer of the component's pool.
 int32_t FrameIntake::takeSource(const std::vector<QOZBufferInfo>& packet, WaitBudget& waits) {
     if (packet.empty() || packet[0].buffer == nullptr || p.ports.inputFormat() == 0) {
         VPP_LOGE("processBuffer: INVALID INPUT !");
@@ -169,8 +170,8 @@ int32_t FrameIntake::takeSource(const std::vector<QOZBufferInfo>& packet, WaitBu
     return convertAndQueue(frame);
 }
 
-// The service gives the frame back itself. It cannot wait for a fence, so that is done here.
-// Nothing is converted into what else the packet holds, which goes straight back.
+// The frame is returned when the service has read it. The service cannot wait for a fence, so this
+// function does. The packet's other entries are not needed and are returned at once.
 int32_t FrameIntake::queueUnconverted(SourceFrame& frame,
                                       const std::vector<QOZBufferInfo>& packet) {
     VPP_LOGW("Nothing needs to be done in ME, directly queue buffer to VPP");
@@ -179,7 +180,7 @@ int32_t FrameIntake::queueUnconverted(SourceFrame& frame,
                  frame.slot);
         return kRefused;
     }
-    // Copied: the callbacks may change the client's packet.
+    // The slots are copied because the callbacks may change the client's packet.
     std::vector<int32_t> unused;
     for (size_t i = 1; i < packet.size(); ++i)
         unused.push_back(packet[i].slot);
@@ -191,7 +192,8 @@ int32_t FrameIntake::queueUnconverted(SourceFrame& frame,
     return kTaken;
 }
 
-// Only the first one has anything to do: it sets the converter up before frames come.
+// Only a dummy that comes before there is a converter has an effect: it sets the converter up
+// before the first frame.
 int32_t FrameIntake::acceptDummy(SourceFrame& frame) {
     VPP_LOGI("processBuffer : receive dummy buffer to start ME initialization, src buf size=%ux%u",
              frame.width, frame.height);
@@ -203,8 +205,8 @@ int32_t FrameIntake::acceptDummy(SourceFrame& frame) {
     return kTaken;
 }
 
-// The client's own target comes back through onBufferDone() when the service has read it; then its
-// slot travels with the frame, not the source's.
+// A target that the client supplies is returned through onBufferDone() when the service has read
+// it. The frame is then queued under the target's slot instead of the source's.
 bool FrameIntake::chooseTarget(SourceFrame& frame, const std::vector<QOZBufferInfo>& packet) {
     if (packet.size() == 1) {
         VPP_LOGI("processBuffer : request additional buffer, size=%ux%u", p.ports.inputWidth(),
@@ -221,19 +223,20 @@ bool FrameIntake::chooseTarget(SourceFrame& frame, const std::vector<QOZBufferIn
     return true;
 }
 
-// The main road of a frame:
+// The steps for a frame that needs conversion:
 //
-//     adoptSourceSize   a new size empties and reconfigures the session
-//     setUp             the converter is made or configured where it does not fit the frame
-//     requestBuffers    a target and side buffers, from the pools
-//     convert           pixels, half-size copy, motion vectors from the previous source to this one
-//     hold, queue       the source's slot is held, the converted frame goes to the service
-//     adoptReference    this source is the reference of the next one, in place of the previous,
-//     releaseFront      whose slot goes back to the client now
-//     apply             settings that came with the frame, in force from the next one on
+//     adoptSourceSize   a new size flushes and reconfigures the session
+//     setUp             creates or configures the converter if it does not fit the frame
+//     requestBuffers    takes a target and side buffers from the pools
+//     convert           pixels, half-size copy, motion vectors between the previous source and this
+//     hold, queue       holds the source's slot and queues the converted frame to the service
+//     adoptReference    makes this source the reference of the next one, in place of the previous
+//     releaseFront      returns the slot at the front, usually the previous source, to the client
+//     apply             applies settings that came with the frame, for the next frame on
 //
-// Until `hold` a failure refuses the packet, and all of it is still the client's. From then on the
-// packet is taken, whatever the service says: the source has been read and its slot comes back.
+// A failure before `hold` refuses the packet, and all its buffers stay with the client. From `hold`
+// on the packet is taken whatever the service answers: the source has been read and will be
+// returned.
 int32_t FrameIntake::convertAndQueue(SourceFrame& frame) {
     if (!adoptSourceSize(frame)) return kRefused;
     p.converter.setUp(frame);
@@ -253,13 +256,13 @@ int32_t FrameIntake::convertAndQueue(SourceFrame& frame) {
     p.converter.adoptReference(frame);
     p.heldSlots.releaseFront();
     if (frame.config) p.inBand.apply(frame, *frame.config);
-    return kTaken;  // the frame is on its way, whatever became of the settings
+    return kTaken;  // the frame has been taken, whether or not the settings were applied
 }
 
-// A frame of a new size reshapes the session, unless the input port runs at that size already. What
-// flush and reconfiguration answer does not matter here: they report it, and the frame goes on with
-// the new sizes.
-// False, and nothing changed: an output buffer is being queued all the time.
+// A frame of a new size reconfigures the session, unless the input port runs at that size already.
+// The results of the flush and the reconfiguration are not checked: both log their failures, and
+// the frame is converted for the new sizes in any case. Returns false, with nothing changed, if an
+// output buffer is still being queued when the wait ends.
 bool FrameIntake::adoptSourceSize(SourceFrame& frame) {
     frame.sizeChanged = !p.ports.isSourceSize(frame.width, frame.height);
     if (!frame.sizeChanged) return true;
@@ -277,7 +280,7 @@ bool FrameIntake::adoptSourceSize(SourceFrame& frame) {
     return true;
 }
 
-// The conversion target, unless the client brought its own, and the side buffers.
+// Requests the conversion target, unless the client supplied one, and the side buffers.
 bool FrameIntake::requestBuffers(SourceFrame& frame) {
     if (m.needAdditionalBuffer && !requestTarget(frame)) {
         VPP_LOGE("processBuffer Failed to allocate temp YUV buffer");
@@ -312,7 +315,7 @@ bool FrameIntake::requestSideBuffers(SourceFrame& frame) {
                               downscaled);
 }
 
-// A side buffer that got no memory fails the frame as a conversion would.
+// A side buffer without memory fails the frame, as a failed conversion does.
 bool FrameIntake::convert(SourceFrame& frame) {
     for (const sp<GraphicBuffer>* side : {&frame.forward, &frame.backward, &frame.downscaled}) {
         if (*side == nullptr || pool::hasMemory(*side)) continue;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The way of a packet through process(). Private to src/.
+// Handling of the packets that process() receives. Private to src/.
 #pragma once
 
 #include <qoz/ClientTypes.h>
@@ -30,16 +30,17 @@ namespace android {
 
 // Takes source packets on the client's thread, one at a time, and output buffers on any thread.
 //
-// A source is the client's again when the result says so (kRefused), or when onBufferDone() has
-// named its slot: straight after its conversion, or one frame later while it is the reference frame
-// of the motion engine. An output buffer that is taken always comes back, filled or not.
+// A source belongs to the client again if the result is kRefused, or when onBufferDone() reports
+// its slot: directly after its conversion, or one frame later if it is the reference frame for
+// motion estimation. An output buffer that is taken is always returned, with or without a frame.
 //
-// Nothing is allocated for a frame in steady state: targets and side buffers come from the pools.
+// In steady state no memory is allocated for a frame, because targets and side buffers come from
+// the pools.
 class FrameIntake {
   public:
     struct Members {
         bool& needAdditionalBuffer;
-        SideBuffers& extraBuffers;  // of the current frame, until they are queued
+        SideBuffers& extraBuffers;  // the current frame's, until they are queued
     };
     struct Peers {
         YuvPool& yuvPool;
@@ -66,26 +67,25 @@ class FrameIntake {
     FrameIntake(const Members& members, const Peers& peers)
         : m(members), p(peers), mLog(peers.log) {}
 
-    // The result codes are those of QOZResult.
+    // Returns a QOZResult.
     int32_t process(const std::vector<QOZBufferInfo>* source, const QOZBufferInfo* output);
 
-    // Whether the session is ACTIVE for sources of just this size and format.
+    // Returns whether the session is ACTIVE for exactly this source size and format.
     bool isInputPortEnabled(uint32_t width, uint32_t height, uint32_t format) EXCLUDES(p.lock);
 
   private:
-    // With a message when it is not: frames of a component without a worker would never come back.
+    // Returns false, with a message, if there is no worker: buffers would never be returned.
     bool isEnabled() const;
 
-    // Output buffers.
-    // One output buffer, on any thread, also from within a callback.
+    // Output buffers. takeOutput() takes one on any thread, also from within a callback.
     int32_t takeOutput(const QOZBufferInfo& output);
     // Starts a session that is INIT, with the buffer's size and format. `waits` is null within a
-    // callback, which waits for nobody; so it is below.
+    // callback, which must not wait; the same holds for queueOutput().
     bool startFor(const QOZBufferInfo& output, WaitBudget* waits);
     bool queueOutput(const QOZBufferInfo& output, WaitBudget* waits);
 
-    // Source packets, in the order in which one goes through these steps. Each answers whether to
-    // go on, or the result.
+    // Steps for a source packet, in the order in which they run. A step returns whether to
+    // continue, or the result of process().
     int32_t takeSource(const std::vector<QOZBufferInfo>& packet, WaitBudget& waits);
     int32_t queueUnconverted(SourceFrame& frame, const std::vector<QOZBufferInfo>& packet);
     int32_t acceptDummy(SourceFrame& frame);

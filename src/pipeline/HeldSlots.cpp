@@ -5,8 +5,8 @@
 
 namespace android {
 
-// More than one place would delay every release by one frame more, until the client runs out of
-// sources.
+// Keeps at most one place: each further place would delay every release by another frame, until the
+// client had no free source left.
 void HeldSlots::holdPlace() {
     if (mSlots.empty()) hold(QOZBufferInfo::kNoSlot);
 }
@@ -21,8 +21,9 @@ void HeldSlots::hold(int32_t slot) {
     publish();
 }
 
-// The list is not empty: the frame that calls this has just been put at its end. It is changed
-// before the client is called, who may queue the next buffer from within.
+// The list is not empty, because the caller has just appended its own slot. The list is changed
+// before the client is called, because the client may queue the next buffer from within the
+// callback.
 void HeldSlots::releaseFront() {
     const int32_t slot = mSlots.front();
     mSpares.splice(mSpares.end(), mSlots, mSlots.begin());
@@ -32,7 +33,7 @@ void HeldSlots::releaseFront() {
     mClient.giveBackSource(slot);
 }
 
-// At a flush: no frame after it uses a source from before it as its reference.
+// Called at a flush: no later frame uses a source from before the flush as its reference.
 void HeldSlots::releaseAll() {
     const std::list<int32_t> released = std::exchange(mSlots, {});
     publish();

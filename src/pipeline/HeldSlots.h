@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Source slots that are given back one frame late. Private to src/.
+// Source slots that are returned to the client one frame late. Private to src/.
 #pragma once
 
 #include <cstdint>
@@ -11,32 +11,32 @@
 
 namespace android {
 
-// Each converted frame puts its slot at the end of the list and then releases the front. With a
-// place in the list that stands for no slot every source is therefore released when the next one
-// has been converted: until then the motion engine reads it as the reference frame. Between frames
-// the list holds at most one place.
+// Each converted frame appends its slot to the list and then releases the front entry. If the list
+// contains a place that stands for no slot, every source is released only when the next one has
+// been converted; until then the converter reads it as the reference frame. Between frames the list
+// has at most one entry.
 //
-// Belongs to the client's thread. What is released goes straight to the client.
+// Used only by the client's thread. A released slot is reported to the client at once.
 class HeldSlots {
   public:
     HeldSlots(std::list<int32_t>& slots, const ClientCallback& client, const SessionLog& log,
               PublishedFacts& facts)
         : mSlots(slots), mClient(client), mLog(log), mFacts(facts) {}
 
-    // Has sources released one frame late from now on. Nothing to do when they are already.
-    // Throws std::bad_alloc, as hold() does.
+    // Makes every later source be released one frame late. Does nothing if that is the case
+    // already. Throws std::bad_alloc, as hold() does.
     void holdPlace();
     void hold(int32_t slot);
     void releaseFront();
     void releaseAll();
-    // Without giving them back.
+    // Empties the list without reporting the slots to the client.
     void clear();
 
   private:
     void publish();
 
     std::list<int32_t>& mSlots;
-    std::list<int32_t> mSpares;  // nodes of released slots, for those to come
+    std::list<int32_t> mSpares;  // nodes of released slots, kept for reuse
     const ClientCallback& mClient;
     const SessionLog& mLog;
     PublishedFacts& mFacts;

@@ -9,12 +9,12 @@
 
 namespace android {
 
-// No outcome of what is called is examined: each reports its own failure, and the frame is on its
-// way.
+// The results of the calls are not checked: each call logs its own failure, and the frame has been
+// queued already.
 void InBandSettings::apply(SourceFrame& frame, const ConfigParams& params) {
     const Changes changes = p.settings.changesBy(params);
     try {
-        // What needs memory comes first.
+        // Everything that allocates comes before anything is stored.
         std::set<uint32_t> codes;
         if (changes.outBufReqs) codes.insert(QOZChange::kOutBufReqs);
         if (changes.upscale) codes.insert(QOZChange::kUpscale);
@@ -26,7 +26,7 @@ void InBandSettings::apply(SourceFrame& frame, const ConfigParams& params) {
     }
 }
 
-// False: an output buffer is being queued all the time, and nothing has been stored.
+// Returns false, with nothing stored, if an output buffer is still being queued when the wait ends.
 bool InBandSettings::adopt(SourceFrame& frame, const ConfigParams& params, const Changes& changes) {
     std::optional<Gate::Closure> closure;
     if (changes.upscale) {
@@ -43,8 +43,9 @@ bool InBandSettings::adopt(SourceFrame& frame, const ConfigParams& params, const
     return true;
 }
 
-// The NV12 pool stays, as its buffers have the size of the input port, which does not change. The
-// next frame counts as the first: its vectors would lead to a picture of another scale.
+// The YUV pool is kept, because its buffers have the size of the input port, which does not change.
+// The next frame counts as the first, because vectors from this frame to it would refer to a
+// picture of another scale.
 void InBandSettings::reshape(SourceFrame& frame) {
     const uint32_t format = VppUtils::GetYUVFormat(p.ports.inputFormat());
     p.flush.flushPorts(false, frame.waits);
@@ -54,8 +55,8 @@ void InBandSettings::reshape(SourceFrame& frame) {
     p.converter.startAnew();
 }
 
-// Without a place sources are released a frame earlier than they might be; the first frame after a
-// reshape has no reference anyway.
+// Without a place, sources are released one frame early. The first frame after a change of ratio
+// has no reference anyway.
 void InBandSettings::holdPlace() {
     try {
         p.heldSlots.holdPlace();

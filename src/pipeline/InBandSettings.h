@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Settings that a source frame carries. Private to src/.
+// Settings that source frames carry. Private to src/.
 #pragma once
 
 #include <qoz/ClientTypes.h>
@@ -20,9 +20,9 @@
 
 namespace android {
 
-// Applies them after their frame has been queued, so that they are in force from the next one on,
-// and tells the client. Runs on the client's thread. On allocation failure nothing is stored that
-// is not applied.
+// Applies the settings of a source frame after the frame has been queued, so that they are in force
+// from the next frame on, and notifies the client. Runs on the client's thread. On allocation
+// failure no setting is stored without being applied.
 class InBandSettings {
   public:
     struct Peers {
@@ -40,16 +40,16 @@ class InBandSettings {
 
     explicit InBandSettings(const Peers& peers) : p(peers), mLog(peers.log) {}
 
-    // Compares the settings with those in force and applies what differs. The client is told when
-    // there was any difference, whatever the service answered.
+    // Compares the settings with the current ones and applies the differences. The client is
+    // notified if there was any difference, whatever the service answered.
     void apply(SourceFrame& frame, const ConfigParams& params);
 
   private:
     using Changes = StreamSettings::Changes;
-    // Stores the settings and has the service follow.
+    // Stores the settings and passes them on to the service. Returns false if nothing was stored.
     bool adopt(SourceFrame& frame, const ConfigParams& params, const Changes& changes);
-    // Another upscale ratio is another output size: empties the session, reconfigures it, and has
-    // the converter make side buffers for it.
+    // Changes the output size for a new upscale ratio: flushes and reconfigures the session, and
+    // configures the converter for side buffers of the new size.
     void reshape(SourceFrame& frame);
     void holdPlace();
 

@@ -16,12 +16,12 @@
 namespace android {
 namespace {
 
-// The worker that this thread is; none is ever reached through it.
+// The worker that runs on this thread. The pointer is only compared, never dereferenced.
 thread_local const OutputWorker* tThisWorker = nullptr;
 
-// A delivery run gives way to a waiting command after as many buffers: a service that goes on
-// returning outputs keeps no command waiting, and what a well-behaved one has returned before is
-// delivered first.
+// The number of deliveries after which a run yields to a waiting command. A service that keeps
+// returning outputs therefore cannot delay a command forever, while everything that a well-behaved
+// service had returned before is delivered first.
 constexpr size_t kMaxBeforeCommand = QOZBufferInfo::kOutputSlots;
 
 }  // namespace
@@ -47,9 +47,9 @@ OutputWorker::OutputWorker(const Members& members, Hooks hooks, DeliveryQueue& q
       mLog(log) {}
 
 bool OutputWorker::launch() {
-    // In place of what was posted while there was no worker. No command is in progress, so there is
-    // none to wait for, and mCommandLock is never taken with the component's lock held: the worker
-    // has them the other way round when it carries out a Start.
+    // Init replaces any command that was posted while there was no worker. No command is in
+    // progress, so there is none to wait for. mCommandLock must not be taken with the component's
+    // lock held, because the worker takes them in the opposite order when it carries out a Start.
     store(kInit);
     {
         const std::lock_guard<std::mutex> lock(mPostLock);
@@ -72,8 +72,8 @@ bool OutputWorker::launch() {
     return true;
 }
 
-// By the platform's rules for threads that feed a display. A refused real-time class is reported
-// and the worker runs without it.
+// Follows the platform's rules for threads that feed a display. If the real-time class is refused,
+// that is logged and the worker runs without it.
 void OutputWorker::schedule() {
     const pthread_t worker = mThread.native_handle();
     sched_param priority{};
@@ -85,7 +85,7 @@ void OutputWorker::schedule() {
     if (cpusets_enabled()) set_cpuset_policy(0, SP_SYSTEM);  // the calling thread
 }
 
-// Exit replaces a Start that has not been taken; carryOutExit() tells those who wait for it.
+// Exit replaces a Start that has not been taken; carryOutExit() wakes the threads that wait for it.
 void OutputWorker::stop() {
     if (mThread.joinable()) {
         if (isOnWorkerThread()) {
@@ -102,8 +102,8 @@ bool OutputWorker::isOnWorkerThread() const {
     return tThisWorker == this;
 }
 
-// For a component whose last owner lets go within a callback of the worker, where joining would be
-// waiting for itself.
+// Used when the last reference to the component is released within a callback on the worker.
+// Joining would make the thread wait for itself.
 void OutputWorker::leaveWorkerThread() {
     mThread.detach();
     tThisWorker = nullptr;
@@ -115,8 +115,8 @@ void OutputWorker::store(int32_t command) {
     mPosted.notify_one();
 }
 
-// Announces itself before it waits for the command lock, so that the worker lets it have the lock
-// between two commands, however many deliveries are requested.
+// Increments mPostsWaiting before it waits for the command lock, so that the worker leaves the lock
+// free between two commands, however many deliveries are requested.
 void OutputWorker::post(int32_t command) {
     {
         const std::lock_guard<std::mutex> lock(mPostLock);
@@ -129,14 +129,14 @@ void OutputWorker::post(int32_t command) {
     mPosted.notify_one();
 }
 
-// The pending mark first: whoever sees the command sees the mark.
+// Sets mStartPending before posting, so that any thread that sees the command also sees the flag.
 void OutputWorker::postStart() {
     mStartPending.store(true, std::memory_order_release);
     post(kStart);
 }
 
-// If a request is pending there is nothing to do. The worker is notified after the lock has been
-// released, so that it does not wake up only to wait for the lock.
+// Does nothing if a request is pending already. Notifies the worker after releasing the lock, so
+// that the worker does not wake up only to wait for it.
 void OutputWorker::requestDelivery() {
     {
         const std::lock_guard<std::mutex> lock(mPostLock);
@@ -162,7 +162,7 @@ void OutputWorker::run() {
     if (workUntilExit()) VPP_LOGI("VppOBDworkerThread exited");
 }
 
-// The name shows in the tools of the platform; the kernel keeps its first 15 characters.
+// Sets the thread name, which the platform's tools show; the kernel keeps its first 15 characters.
 void OutputWorker::name() {
     std::array<char, 32> name{};
     std::snprintf(name.data(), name.size(), "VPPOBDWorker%ld", syscall(SYS_gettid));
@@ -170,8 +170,9 @@ void OutputWorker::name() {
     VPP_LOGI("VppOBDworkerThread started, name: %s", name.data());
 }
 
-// The component is kept alive while a command is carried out, even when the client lets go of it
-// from within a callback. False: that was the last reference, and the component is gone.
+// Keeps the component alive while a command is carried out, even if the client releases it from
+// within a callback. Returns false if the loop held the last reference and the component has been
+// destroyed.
 bool OutputWorker::workUntilExit() {
     while (mRunning.load(std::memory_order_acquire) && mLoop) {
         awaitWork();
@@ -183,7 +184,8 @@ bool OutputWorker::workUntilExit() {
     return true;
 }
 
-// Word and request are looked at under the lock that the thread sleeps under: no wake-up is lost.
+// Checks the command and the delivery request under the lock that it sleeps under, so that no
+// wake-up is lost.
 void OutputWorker::awaitWork() {
     std::unique_lock<std::mutex> lock(mPostLock);
     const base::ScopedLockAssertion held(mPostLock);
@@ -192,8 +194,8 @@ void OutputWorker::awaitWork() {
     });
 }
 
-// Command first, then a requested delivery: what was returned before an Exit is delivered by the
-// Exit itself.
+// Carries out the command first, then a requested delivery. An Exit itself delivers what was
+// returned before it.
 void OutputWorker::carryOutPosted() {
     const std::lock_guard<std::mutex> lock(mCommandLock);
     int32_t command = kNone;
@@ -226,7 +228,7 @@ void OutputWorker::carryOut(int32_t command) {
     }
 }
 
-// Tells launch() that the thread runs.
+// Tells launch() that the thread is running.
 void OutputWorker::carryOutInit() {
     VPP_LOGI("VppOBDworkerThread: Init");
     const std::lock_guard<std::mutex> lock(mStateLock);
@@ -234,7 +236,7 @@ void OutputWorker::carryOutInit() {
     mStateChanged.notify_all();
 }
 
-// Several threads may wait, each for something else: all are woken.
+// Wakes all waiting threads, because they may wait for different conditions.
 void OutputWorker::carryOutStart() {
     if (mHooks.start()) {
         VPP_LOGD("VPP processStart_l success");
@@ -247,7 +249,7 @@ void OutputWorker::carryOutStart() {
     mStateChanged.notify_all();
 }
 
-// What is queued still reaches the client, and nobody waits for a start that this Exit has
+// Delivers what is queued, and releases the threads that wait for a start which this Exit has
 // replaced.
 void OutputWorker::carryOutExit() {
     mLoop = false;
@@ -257,8 +259,8 @@ void OutputWorker::carryOutExit() {
     mStateChanged.notify_all();
 }
 
-// Until the queue is empty, or, when a command waits or this is the last run, until those are
-// delivered that may have been there when the run began.
+// Runs until the queue is empty. If a command is waiting, or if this is the last run, it stops
+// after the number of buffers that may have been queued when the run began.
 void OutputWorker::deliverQueued() {
     ATRACE_NAME("queueOBD");
     DeliveryQueue::Delivery next{};
@@ -283,7 +285,7 @@ bool OutputWorker::waitForPendingStart(WaitBudget& waits, const char* operation)
     return false;
 }
 
-// Of the component's life, not of the session's: the mark that a start has finished is never
+// Waits for the first start in the component's life, not in the session: mStartDone is never
 // cleared, so this returns at once from the second session on.
 void OutputWorker::waitForFirstStart(WaitBudget& waits) {
     std::unique_lock<std::mutex> lock(mStateLock);

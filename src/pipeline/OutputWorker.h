@@ -19,15 +19,16 @@
 
 namespace android {
 
-// Confirms its own start, starts the session, and gives the client its finished output buffers, so
-// that no thread of the service ever waits for the client's code. It takes commands from a single
-// command word; a post replaces a command that has not been taken.
+// The thread that starts the session and delivers finished output buffers to the client, so that no
+// thread of the service ever waits for the client's code. It takes commands from a single command
+// word; posting a command replaces one that has not been taken.
 //
-// mCommandLock is held while a command is carried out, the client's callbacks included, so posting
-// a command waits for that. What has been posted is under mPostLock, a leaf that is held only for a
-// moment and that the worker sleeps under: a request for a delivery, which is kept beside the word,
-// waits for nothing, and no wake-up falls between the worker's look and its sleep. The worker does
-// not take mCommandLock while somebody waits for it to post.
+// The worker holds mCommandLock while it carries a command out, including the client's callbacks,
+// so posting a command waits for that. mPostLock guards the posted command and the delivery
+// request. It is a leaf, is held only briefly, and is the lock that the worker sleeps under, so
+// that no wake-up is lost between the worker's check and its sleep. A delivery request is a flag
+// beside the command word, so requesting a delivery never waits. The worker does not take
+// mCommandLock while a thread waits for it to post a command.
 class OutputWorker {
   public:
     enum Command : int32_t {
@@ -38,7 +39,7 @@ class OutputWorker {
         kExit = 5,
     };
 
-    // The component's storage; the private members below say what each is for.
+    // References to the component's storage; see the private members below.
     struct Members {
         std::thread& thread;
         std::atomic<bool>& running;
@@ -52,12 +53,12 @@ class OutputWorker {
         bool& startDone;
         std::atomic<bool>& startPending;
     };
-    // What the worker does for the rest of the component.
+    // The functions that the worker calls in the rest of the component.
     struct Hooks {
-        std::function<void()> body;                        // of the thread: runs run()
-        std::function<void()> deliver;                     // one delivery run: deliverQueued()
-        std::function<bool()> start;                       // the session; true: it is ACTIVE
-        std::function<std::shared_ptr<void>()> keepAlive;  // the component
+        std::function<void()> body;     // thread function; calls run()
+        std::function<void()> deliver;  // one delivery run; calls deliverQueued()
+        std::function<bool()> start;    // starts the session; true if it is ACTIVE
+        std::function<std::shared_ptr<void>()> keepAlive;  // a reference to the component
     };
     // For the state dump.
     struct Posted {
@@ -68,32 +69,33 @@ class OutputWorker {
     OutputWorker(const Members& members, Hooks hooks, DeliveryQueue& queue,
                  const ClientCallback& client, const WaitLimit& limit, const SessionLog& log);
 
-    // Starts the thread and waits, bounded, for its answer to Init; no answer in time is no error.
-    // False: the thread could not be made.
+    // Starts the thread and waits, within the limit, until it has carried out Init. A missing
+    // answer is not an error. Returns false if the thread could not be created.
     bool launch();
-    // Has the thread give the client what is queued, end, and be joined. Nothing when there is
-    // none.
+    // Makes the thread deliver what is queued and end, and joins it. Does nothing without a thread.
+    // On the worker itself, detaches the thread instead.
     void stop();
     bool isRunning() const { return mRunning; }
 
-    // The thread's body: carries out what is posted until Exit.
+    // The thread function: carries out posted commands until Exit.
     void run();
-    // One delivery run, on the worker: gives the client what the delivery queue holds.
+    // One delivery run, on the worker: delivers the contents of the delivery queue to the client.
     void deliverQueued();
 
-    // Posts a command in place of one that has not been taken. Waits for a command in progress, so
-    // never from within a callback of the worker.
+    // Posts a command, replacing one that has not been taken. Waits for a command in progress, so
+    // it must not be called from within a callback on the worker.
     void post(int32_t command) EXCLUDES(mCommandLock, mPostLock);
-    // Has the worker make a delivery run soon. Waits for nothing: any thread, also a binder thread
-    // while the client is within a callback.
+    // Requests a delivery run. Never waits; any thread may call it, including a binder thread while
+    // the client is inside a callback.
     void requestDelivery() EXCLUDES(mPostLock);
 
-    // A start that has been posted and not finished.
+    // Posts a Start. A start is pending from then until it has finished.
     void postStart() EXCLUDES(mCommandLock, mPostLock);
     bool isStartPending() const { return mStartPending; }
-    // True: none is pending (any more).
+    // Waits for a pending start. Returns true if none is pending (any more), false if the budget
+    // ran out.
     bool waitForPendingStart(WaitBudget& waits, const char* operation) EXCLUDES(mStateLock);
-    // Waits for the first start that this component has finished.
+    // Waits until the component's first start has finished.
     void waitForFirstStart(WaitBudget& waits) EXCLUDES(mStateLock);
 
     Posted posted() const EXCLUDES(mPostLock);
@@ -101,10 +103,10 @@ class OutputWorker {
   private:
     friend class VppComponentPeer;  // defined by the tests
 
-    // Gives the thread its real-time class, and the calling thread its cpuset.
+    // Gives the worker its real-time class and the calling thread its cpuset.
     void schedule();
     void name();
-    // The loop of the thread: sleep, take what is posted, carry it out.
+    // The thread's loop: sleeps until something is posted, takes it, and carries it out.
     bool workUntilExit();
     void awaitWork() EXCLUDES(mPostLock);
     void carryOutPosted() EXCLUDES(mCommandLock, mPostLock);
@@ -112,15 +114,16 @@ class OutputWorker {
     void carryOutInit() EXCLUDES(mStateLock);
     void carryOutStart() EXCLUDES(mStateLock);
     void carryOutExit() EXCLUDES(mStateLock);
-    // Posts without waiting; only while there is no thread that could be carrying a command out.
+    // Posts a command without waiting. Must be called only while no thread can be carrying a
+    // command out.
     void store(int32_t command) EXCLUDES(mPostLock);
     bool isPostWaiting() const EXCLUDES(mPostLock);
     bool isOnWorkerThread() const;
     void leaveWorkerThread();
 
-    std::thread& mThread;         // of whoever enables and disables
-    std::atomic<bool>& mRunning;  // the worker looks before each wait, others without a lock
-    bool& mLoop;                  // the worker's own
+    std::thread& mThread;         // used only by the thread in enable() or disable()
+    std::atomic<bool>& mRunning;  // read by the worker before each wait, by others without a lock
+    bool& mLoop;                  // used only by the worker
     int32_t& mCommand GUARDED_BY(mPostLock);
     std::mutex& mCommandLock;
     std::condition_variable& mPosted;  // with mPostLock

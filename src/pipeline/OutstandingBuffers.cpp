@@ -13,7 +13,7 @@ void countDown(uint32_t& count) {
 
 }  // namespace
 
-// With room for every source that process() lets in: addInput() then asks nothing of the heap.
+// Reserves space for every source that process() accepts, so that addInput() does not allocate.
 void OutstandingBuffers::restart() {
     std::vector<Input> inputs;
     inputs.reserve(kMaxSources);
@@ -41,8 +41,8 @@ bool OutstandingBuffers::addOutput(uint32_t slot) {
     return true;
 }
 
-// The service has refused the buffer, so nobody will return it. If it is not there any more, the
-// death of the service came in between and has given it back.
+// Called when the service has refused the buffer and will not return it. If the entry is gone, the
+// service has died in between and onServiceDied() has returned the buffer.
 bool OutstandingBuffers::withdrawInput(const Input& input) {
     const std::lock_guard<std::mutex> lock(mLock);
     const auto entry = find(input.id, input.internal, input.key);
@@ -72,15 +72,15 @@ std::vector<OutstandingBuffers::Input>::iterator OutstandingBuffers::find(uint32
     return exact != mInputs.end() ? exact : std::find_if(mInputs.begin(), mInputs.end(), isSame);
 }
 
-// How many frames are outstanding that share one entry of the pools.
+// Returns the number of outstanding frames that share one entry of the pools.
 size_t OutstandingBuffers::queuedUnder(uint64_t key) const {
     return static_cast<size_t>(std::count_if(
         mInputs.begin(), mInputs.end(), [key](const Input& input) { return input.key == key; }));
 }
 
-// The key is the one that the frame was queued under, whatever timestamp the service returns it
-// with. A frame that was never queued changes no count below zero and frees only what nobody else
-// uses.
+// Uses the key that the frame was queued under, whatever timestamp the service returns. A frame
+// that was never queued does not reduce a count below zero, and frees only entries that no other
+// frame uses.
 OutstandingBuffers::Return OutstandingBuffers::takeInput(uint32_t id, bool internal,
                                                          uint64_t timestamp) {
     const std::lock_guard<std::mutex> lock(mLock);
@@ -95,8 +95,8 @@ OutstandingBuffers::Return OutstandingBuffers::takeInput(uint32_t id, bool inter
     return result;
 }
 
-// An output carries the timestamp of a frame, which may come back before the frame itself does.
-// What travelled with one frame alone is free then.
+// An output carries the timestamp of a frame, and may be returned before that frame. The frame's
+// pool entry is then free if no other frame shares it.
 OutstandingBuffers::Return OutstandingBuffers::takeOutput(uint32_t id, uint64_t timestamp) {
     const std::lock_guard<std::mutex> lock(mLock);
     const Return result{!mServiceGone, timestamp, queuedUnder(timestamp) <= 1};
@@ -105,8 +105,8 @@ OutstandingBuffers::Return OutstandingBuffers::takeOutput(uint32_t id, uint64_t 
     return result;
 }
 
-// In one step under the lock: a buffer that is being queued meanwhile is either among these or is
-// refused by addInput() and addOutput().
+// Takes all buffers in one step under the lock: a buffer that is being queued meanwhile is either
+// among them or is refused by addInput() or addOutput().
 OutstandingBuffers::Lost OutstandingBuffers::takeAll() {
     const std::lock_guard<std::mutex> lock(mLock);
     Lost lost{std::move(mInputs), mOutputs};

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The buffers that the service has. Private to src/.
+// The buffers that are queued with the service. Private to src/.
 #pragma once
 
 #include <android-base/thread_annotations.h>
@@ -12,27 +12,27 @@
 
 namespace android {
 
-// Counts what is queued to either port and not yet returned, and remembers of each buffer what its
-// return is to be judged by: the service is not relied on to keep a timestamp, and at its death
-// every buffer of the client's is known.
+// Counts the buffers that are queued on either port and not yet returned, and records for each
+// buffer what is needed to handle its return. This does not rely on the service to preserve
+// timestamps, and when the service dies all buffers of the client are known.
 //
-// Any thread; the lock is a leaf.
+// Any thread may use it; the lock is a leaf.
 class OutstandingBuffers {
   public:
-    // Source frames in the service; process() refuses more, so that a service which keeps
-    // everything cannot take all memory.
+    // The largest number of source frames in the service. process() refuses more, so that a service
+    // that returns nothing cannot use up all memory.
     static constexpr uint32_t kMaxSources = 128;
 
     struct Input {
-        uint32_t id;    // of the client's buffer; of the source for one of the component's own
-        bool internal;  // one of the component's own
-        uint64_t key;   // the timestamp (microseconds) it was queued under
+        uint32_t id;    // slot of the client's buffer, or of the source if `internal`
+        bool internal;  // a buffer of the component's own pool
+        uint64_t key;   // timestamp (microseconds) that it was queued under
     };
-    // What a return means.
+    // How to handle a returned buffer.
     struct Return {
-        bool expected;  // false: it was given back when the service died
-        uint64_t key;   // under which the pools have what travelled with it
-        bool keyFree;   // nothing else that was queued under the key is outstanding
+        bool expected;  // false if the client got it when the service died
+        uint64_t key;   // key of the frame's entries in the pools
+        bool keyFree;   // no other outstanding frame uses the key
     };
     using OutputCounts = std::array<uint32_t, QOZBufferInfo::kOutputSlots>;
     struct Counts {
@@ -41,31 +41,33 @@ class OutstandingBuffers {
     };
     struct Lost {
         std::vector<Input> inputs;
-        OutputCounts outputs;  // by slot
+        OutputCounts outputs;  // count for each slot
     };
 
     OutstandingBuffers(std::mutex& lock, uint32_t& inputs, uint32_t& outputs)
         : mLock(lock), mInputCount(inputs), mOutputCount(outputs) {}
 
-    // A session begins: nothing is outstanding, and the service is alive. Throws std::bad_alloc.
+    // Begins a session: nothing is outstanding, and the service is alive. Throws std::bad_alloc.
     void restart() EXCLUDES(mLock);
 
-    // Before the call that queues it: the buffer may be back before the call is. False: the service
-    // has died, and the buffer is not to be queued. addInput() throws std::bad_alloc.
+    // Records a buffer before the call that queues it, because the buffer may be returned before
+    // that call ends. Returns false if the service has died; the buffer must not be queued then.
+    // addInput() throws std::bad_alloc.
     bool addInput(const Input& input) EXCLUDES(mLock);
     bool addOutput(uint32_t slot) EXCLUDES(mLock);
 
-    // After a call that the service refused. False: the buffer was given back when the service
-    // died.
+    // Removes a buffer after the service has refused it. Returns false if the buffer was already
+    // returned because the service died.
     bool withdrawInput(const Input& input) EXCLUDES(mLock);
     bool withdrawOutput(uint32_t slot) EXCLUDES(mLock);
 
-    // The service has returned a buffer that was queued on the input or on the output port. Counts
-    // stay at zero for one that was never queued.
+    // Records that the service has returned a buffer on the input or on the output port. A buffer
+    // that was never queued does not reduce a count below zero.
     Return takeInput(uint32_t id, bool internal, uint64_t timestamp) EXCLUDES(mLock);
     Return takeOutput(uint32_t id, uint64_t timestamp) EXCLUDES(mLock);
 
-    // The service has died: everything is taken, and nothing more is expected.
+    // Called when the service has died: removes and returns all buffers, and expects no further
+    // returns.
     Lost takeAll() EXCLUDES(mLock);
 
     bool isFull() const EXCLUDES(mLock);
@@ -73,14 +75,14 @@ class OutstandingBuffers {
     Counts counts() const EXCLUDES(mLock);
 
   private:
-    // The entry with this key if there is one, else the oldest of the id.
+    // Finds the entry with this key, or else the oldest entry of the id.
     std::vector<Input>::iterator find(uint32_t id, bool internal, uint64_t key) REQUIRES(mLock);
     size_t queuedUnder(uint64_t key) const REQUIRES(mLock);
 
     std::mutex& mLock;
     uint32_t& mInputCount GUARDED_BY(mLock);
     uint32_t& mOutputCount GUARDED_BY(mLock);
-    std::vector<Input> mInputs GUARDED_BY(mLock);  // in the order of their queueing
+    std::vector<Input> mInputs GUARDED_BY(mLock);  // in queueing order
     OutputCounts mOutputs GUARDED_BY(mLock){};
     bool mServiceGone GUARDED_BY(mLock) = false;
 };

@@ -27,21 +27,22 @@ void releaseNativeHandle(const native_handle_t* handle, bool closeFds) {
     }
 }
 
-// Handles before the record: a handle names descriptors that the record owns.
+// Deletes the handles before the record, because they refer to descriptors that the record owns.
 QueueRecord::~QueueRecord() {
     for (auto& handle : mHandles)
         handle.reset();
 }
 
-// In bytes. The record has 32 bits for it, and no graphic buffer needs more.
+// Returns the allocation size in bytes. The record's field has 32 bits, and no graphic buffer needs
+// more.
 uint32_t QueueRecord::allocationSize(const sp<GraphicBuffer>& buffer) const {
     uint64_t bytes = 0;
     mMapper.getAllocationSize(buffer->getNativeBuffer()->handle, &bytes);
     return static_cast<uint32_t>(bytes);
 }
 
-// The duplicate belongs to the handle until makeToAidl() has moved it into the record; from then on
-// the handle is deleted without closing anything.
+// The handle owns the duplicated descriptor until makeToAidl() has moved it into the record. After
+// that the handle is deleted without closing any descriptor.
 QueueRecord::Shared QueueRecord::share(const sp<GraphicBuffer>& buffer, NativeHandle* to,
                                        uint32_t* allocLen) {
     auto& handle = mHandles[mHandleCount];
@@ -56,7 +57,7 @@ QueueRecord::Shared QueueRecord::share(const sp<GraphicBuffer>& buffer, NativeHa
     try {
         *to = makeToAidl(handle.get());
     } catch (...) {
-        native_handle_close(handle.get());  // still the handle's
+        native_handle_close(handle.get());  // the handle still owns the descriptor
         throw;
     }
     ++mHandleCount;

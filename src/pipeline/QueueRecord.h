@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// One record on its way to the service. Private to src/.
+// One buffer record for the service. Private to src/.
 #pragma once
 
 #include <aidl/android/hardware/common/NativeHandle.h>
@@ -14,13 +14,13 @@
 
 namespace android {
 
-// Deletes a native handle, after closing its descriptors if `closeFds`. Null is nothing to release,
-// and a handle whose descriptors cannot be closed is kept.
+// Deletes a native handle; with `closeFds` closes its descriptors first. Does nothing for null. A
+// handle whose descriptors cannot be closed is not deleted.
 void releaseNativeHandle(const native_handle_t* handle, bool closeFds);
 
-// A VppBuffer under construction, with the native handles that its descriptors pass through.
-// Descriptors are duplicates and end with the record; the handles are deleted first. No pixel is
-// copied.
+// A VppBuffer under construction, and the native handles that carry its descriptors into it. The
+// descriptors are duplicates, which the record closes when it is destroyed; the handles are deleted
+// first. No pixels are copied.
 class QueueRecord {
   public:
     using VppBuffer = ::aidl::vendor::vuq::hardware::vpp::VppBuffer;
@@ -28,8 +28,8 @@ class QueueRecord {
 
     static constexpr size_t kMaxMetaBuffers = 3;  // two vector fields and a half-size copy
 
-    // How sharing a buffer's descriptor went. NoDescriptor, with a message: the process has none
-    // left.
+    // The result of sharing a buffer's descriptor. NoDescriptor, which is logged, means that the
+    // process has no free descriptors.
     enum class Shared { Ok, NoHandle, NoDescriptor };
 
     explicit QueueRecord(GraphicBufferMapper& mapper) : mMapper(mapper) {}
@@ -40,11 +40,11 @@ class QueueRecord {
 
     VppBuffer& vppBuffer() { return mVppBuffer; }
 
-    // Sets `to` to a duplicate of the buffer's descriptor and `allocLen` to its allocation size in
-    // bytes. The buffer has memory.
+    // Sets `to` to a duplicate of the buffer's descriptor and `allocLen` to the buffer's allocation
+    // size in bytes. The buffer must have memory.
     Shared share(const sp<GraphicBuffer>& buffer, NativeHandle* to, uint32_t* allocLen);
 
-    // The same for the metabuffer `index`, which exists, under this name.
+    // Does the same for the metabuffer `index`, which must exist, and sets its name.
     Shared shareMeta(size_t index, const char* name, const sp<GraphicBuffer>& buffer);
 
   private:

@@ -8,22 +8,23 @@
 namespace android {
 namespace {
 
-// The client's slot as the messages print it, with the output bit if there is one.
+// Returns the slot as messages print it: with the output bit, without the internal bit.
 uint32_t printedCookie(int64_t cookie) {
     return static_cast<uint32_t>(cookie) & ~cookie::kInternalBit;
 }
 
 }  // namespace
 
-// What arrives after the death of the service has been given back already.
+// Returns false, with a message, for a buffer that arrives after the service's death, because it
+// was returned to the client then.
 bool ReturnHandler::isExpected(const OutstandingBuffers::Return& returned,
                                const char* operation) const {
     if (!returned.expected) VPP_LOGE("%s: return from a dead vpp service dropped", operation);
     return returned.expected;
 }
 
-// The pools' entries become free once nothing else that was queued under their key is outstanding:
-// two frames of one microsecond share them.
+// Frees the pool entries once no other outstanding frame uses their key: two frames of the same
+// microsecond share them.
 void ReturnHandler::onInputDone(const VppBuffer& buffer) {
     const bool internal = cookie::isInternal(buffer.cookie);
     const auto returned = p.outstanding.takeInput(cookie::idOf(buffer.cookie), internal,
@@ -41,10 +42,10 @@ void ReturnHandler::onInputDone(const VppBuffer& buffer) {
              printedCookie(buffer.cookie));
 }
 
-// The cookie says what the memory is. Without the output bit it is an input buffer that the service
-// has passed on unprocessed (bypass), with the internal bit the component's own target; only the
-// client's buffers are delivered. An output carries the timestamp of the frame that it was made
-// from, whose side buffers are no longer needed once it has come.
+// The cookie identifies the buffer. Without the output bit it is an input buffer that the service
+// has passed through unprocessed (bypass); with the internal bit that is the component's own
+// target, which is not delivered. An output carries the timestamp of its source frame, whose side
+// buffers are no longer needed once the output has arrived.
 void ReturnHandler::onOutputDone(const VppBuffer& buffer) {
     ATRACE_NAME("onVppOBD");
     const bool internal = cookie::isInternal(buffer.cookie);
@@ -69,8 +70,8 @@ void ReturnHandler::onOutputDone(const VppBuffer& buffer) {
     deliver(id, buffer);
 }
 
-// An id without a record in the delivery table cannot be an output buffer's, but an input buffer of
-// the client's may have one: it goes straight back.
+// An id outside the delivery table cannot belong to an output buffer. It may belong to one of the
+// client's input buffers, which is then returned directly.
 void ReturnHandler::deliver(uint32_t id, const VppBuffer& buffer) {
     const auto slot = static_cast<int32_t>(id);
     if (slot >= QOZBufferInfo::kOutputSlots) {
@@ -89,8 +90,8 @@ void ReturnHandler::deliver(uint32_t id, const VppBuffer& buffer) {
     }
 }
 
-// On this thread: there need not be a worker any more. What the service had returned before is in
-// the delivery queue and not among these.
+// Returns the buffers on this thread, because there may be no worker any more. Buffers that the
+// service had returned before are in the delivery queue, not among these.
 void ReturnHandler::onServiceDied() {
     const auto lost = p.outstanding.takeAll();
     for (const auto& input : lost.inputs) {

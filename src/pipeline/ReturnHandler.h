@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Buffers that the service gives back. Private to src/.
+// Handling of buffers that the service returns. Private to src/.
 #pragma once
 
 #include <aidl/vendor/vuq/hardware/vpp/VppBuffer.h>
@@ -17,9 +17,10 @@
 
 namespace android {
 
-// Decides from a returned record what the memory was and where it goes: to its pool, straight to
-// the client, or into the delivery queue for the output worker. Runs on binder threads, several at
-// once; takes leaf locks, one at a time, and waits for nobody but the client's own callback.
+// Decides from a returned record which buffer it is and where it goes: to its pool, directly to the
+// client, or into the delivery queue for the output worker. Runs on binder threads, possibly
+// several at once. It takes leaf locks, one at a time, and waits for nothing but the client's own
+// callback.
 class ReturnHandler {
   public:
     using VppBuffer = ::aidl::vendor::vuq::hardware::vpp::VppBuffer;
@@ -30,27 +31,28 @@ class ReturnHandler {
         OutstandingBuffers& outstanding;
         DeliveryQueue& delivery;
         OutputWorker& worker;
-        std::atomic<uint64_t>& lastOutputTimestamp;  // a stale value only picks another segment
+        std::atomic<uint64_t>& lastOutputTimestamp;  // a stale value only selects another segment
         const ClientCallback& client;
         const SessionLog& log;
     };
 
     explicit ReturnHandler(const Peers& peers) : p(peers), mLog(peers.log) {}
 
-    // The service needs a source frame no longer. A target of the component's own is free for the
-    // next frame, one of the client's goes back to it on this thread.
+    // Handles an input buffer that the service no longer needs. A target of the component's own
+    // pool is free for the next frame; a client's buffer is returned to the client on this thread.
     void onInputDone(const VppBuffer& buffer);
-    // The service returns an output buffer, or a source that it has passed through. Both go to the
-    // client by way of the worker, but for what is the component's own.
+    // Handles an output buffer that the service returns, or an input buffer that it has passed
+    // through. The worker delivers the client's buffers; the component's own buffers become free
+    // again.
     void onOutputDone(const VppBuffer& buffer);
 
-    // Gives the client every buffer of its own that the service had.
+    // Returns every buffer of the client that the service had.
     void onServiceDied();
 
   private:
-    // With a message when it is not.
+    // Returns false, with a message, if the buffer was returned when the service died.
     bool isExpected(const OutstandingBuffers::Return& returned, const char* operation) const;
-    // Puts one of the client's buffers into the delivery queue.
+    // Queues one of the client's buffers for delivery.
     void deliver(uint32_t id, const VppBuffer& buffer);
 
     const Peers p;

@@ -21,12 +21,12 @@ constexpr const char* kForwardName = "vpp.metabuf.mv.fw";
 constexpr const char* kBackwardName = "vpp.metabuf.mv.bw";
 constexpr const char* kDownscaledName = "vpp.metabuf.scale.0p5";
 
-// How long a callback waits for a call into the service that another thread makes. Longer than such
-// a call takes, unless the service waits for the callback.
+// The time that a callback waits while another thread calls the service. It is longer than such a
+// call takes, unless the service waits for the callback.
 constexpr auto kCallPatience = std::chrono::milliseconds(20);
 constexpr auto kLookAgain = std::chrono::microseconds(100);
 
-// The queue whose call into the service this thread is within.
+// The queue whose call into the service is in progress on this thread.
 thread_local const void* tCalling = nullptr;
 
 }  // namespace
@@ -42,8 +42,8 @@ bool ServiceQueue::queueFromCallback(const sp<GraphicBuffer>& buffer, uint32_t s
     return queueItem({buffer, slot, timestamp, false, true}, none) != Outcome::Busy;
 }
 
-// What is not queued goes back: to the client, unless it is a target of the component's own, which
-// queueSource() has made free again.
+// Returns a buffer that was not queued to the client. A target of the component's own pool is not
+// the client's; queueSource() has freed it already.
 ServiceQueue::Outcome ServiceQueue::queueItem(const Item& item, SideBuffers& extradata) {
     const bool isPooled = item.isInput && p.needAdditionalBuffer;
     Outcome outcome = Outcome::NotQueued;
@@ -63,7 +63,7 @@ bool ServiceQueue::send(uint32_t cookie, const sp<GraphicBuffer>& buffer, uint64
     return handOver({buffer, cookie, timestamp, isInput, false}) == Outcome::Queued;
 }
 
-// There is no lock of the standard library's kind that is waited for within a limit.
+// Polls when called for a callback, because std::mutex has no wait with a time limit.
 bool ServiceQueue::take(std::unique_lock<std::mutex>& lock, const Item& item) const {
     if (!item.isFromCallback) {
         lock.lock();
@@ -77,8 +77,8 @@ bool ServiceQueue::take(std::unique_lock<std::mutex>& lock, const Item& item) co
     return true;
 }
 
-// The first output buffer after a flush makes the session ACTIVE again: the service is still open
-// and goes on with what it is given.
+// The first output buffer after a flush makes the session ACTIVE again. The service's session is
+// still open and continues with later buffers.
 ServiceQueue::Outcome ServiceQueue::queueOutput(const Item& item) {
     if (p.status == Status::IDLE) {
         std::unique_lock<std::mutex> lock(p.lock, std::defer_lock);
@@ -88,8 +88,8 @@ ServiceQueue::Outcome ServiceQueue::queueOutput(const Item& item) {
     return handOver(item);
 }
 
-// A source that was not queued does not come back either, so what was recorded for it becomes free
-// here: else each refusal would cost a buffer.
+// A frame that was not queued is never returned by the service, so its pool entries are freed here.
+// Otherwise each refusal would cost a buffer.
 ServiceQueue::Outcome ServiceQueue::queueSource(const Item& item, SideBuffers& extradata) {
     const bool hasExtradata = recordExtradata(extradata, item.timestamp);
     const bool hasYuv = p.needAdditionalBuffer && p.yuvPool.record(item.timestamp, item.buffer);
@@ -100,8 +100,8 @@ ServiceQueue::Outcome ServiceQueue::queueSource(const Item& item, SideBuffers& e
     return outcome;
 }
 
-// Output buffers come back through the delivery table, which has one record for each slot; an input
-// buffer of the client's comes back by its id, which must not collide with the flag bits.
+// Output buffers are returned through the delivery table, which has one record for each slot. A
+// client's input buffer is returned by its id, which must not contain the flag bits.
 bool ServiceQueue::isQueueableId(uint32_t id, bool isInput) const {
     const bool fits = isInput ? p.needAdditionalBuffer || cookie::idOf(id) == id
                               : id < QOZBufferInfo::kOutputSlots;
@@ -111,7 +111,7 @@ bool ServiceQueue::isQueueableId(uint32_t id, bool isInput) const {
     return false;
 }
 
-// False: there is nothing under this key that is this frame's own.
+// Returns false if the pool holds no entry that belongs to this frame.
 bool ServiceQueue::recordExtradata(SideBuffers& extradata, uint64_t timestamp) {
     if (!pool::holdsBuffer(extradata)) {
         VPP_LOGI("skip to emplace empty mv buffers and downscale buffers");
@@ -120,8 +120,8 @@ bool ServiceQueue::recordExtradata(SideBuffers& extradata, uint64_t timestamp) {
     return p.sidePool.record(timestamp, std::exchange(extradata, {}));
 }
 
-// Judged again for each buffer, under the component's lock: a client that has not yet learnt of a
-// new size queues buffers of the old one for a while.
+// Must be checked for each buffer, under the component's lock: a client that has not yet learnt of
+// a new size queues buffers of the old size for a while.
 bool ServiceQueue::fitsOutput(const sp<GraphicBuffer>& buffer) const {
     if (p.ports.isOutputSize(buffer->getWidth(), buffer->getHeight())) return true;
     VPP_LOGW("Queued output buffer size=%ux%u doesn't match expected buffer size=%ux%u",
@@ -130,8 +130,9 @@ bool ServiceQueue::fitsOutput(const sp<GraphicBuffer>& buffer) const {
     return false;
 }
 
-// Under the component's lock from the first look at the session to the end of the call. The record
-// ends with this function: the service has duplicates of its descriptors by then.
+// Holds the component's lock from the first check of the session to the end of the call. The record
+// is destroyed at the end of this function; the service has its own duplicates of the descriptors
+// by then.
 ServiceQueue::Outcome ServiceQueue::handOver(const Item& item) {
     ATRACE_NAME("queueVppBuffer");
     std::unique_lock<std::mutex> lock(p.lock, std::defer_lock);
@@ -152,8 +153,8 @@ ServiceQueue::Outcome ServiceQueue::handOver(const Item& item) {
     }
 }
 
-// False when descriptors have run out. A native handle that cannot be made only ends the attaching,
-// and a side buffer without memory is left out.
+// Returns false if the process has no free descriptors. If a native handle cannot be created, no
+// further side buffers are attached. A side buffer without memory is left out.
 bool ServiceQueue::attachMetaBuffers(QueueRecord& record, uint64_t timestamp) const {
     if (!p.settings.motionVectors() && !p.settings.downscaledCopies()) return true;
     const SideBuffers side = p.sidePool.find(timestamp);
@@ -170,7 +171,8 @@ bool ServiceQueue::attachMetaBuffers(QueueRecord& record, uint64_t timestamp) co
     return shared != Shared::NoDescriptor;
 }
 
-// Forward then backward, in this order: the service finds them by name, people by place.
+// Attaches the forward vectors first, then the backward vectors. The service finds them by name;
+// the fixed order is for people who read records.
 Shared ServiceQueue::attachVectors(QueueRecord& record, const sp<GraphicBuffer>& forward,
                                    const sp<GraphicBuffer>& backward) const {
     if (!pool::hasMemory(forward) || !pool::hasMemory(backward)) {
@@ -208,7 +210,8 @@ Shared ServiceQueue::attachDownscaled(QueueRecord& record,
     return shared;
 }
 
-// The frame itself. A source is filled to its allocation size; an output buffer is empty.
+// Attaches the pixels of the buffer. A source is filled to its allocation size; an output buffer is
+// empty.
 bool ServiceQueue::attachPixels(QueueRecord& record, const Item& item) const {
     auto& out = record.vppBuffer();
     uint32_t allocLen = 0;
@@ -230,8 +233,8 @@ bool ServiceQueue::attachPixels(QueueRecord& record, const Item& item) const {
     return true;
 }
 
-// Counted before the call: the buffer may be back before the call is. A service that dies meanwhile
-// has everything given back that was counted.
+// Records the buffer before the call, because it may be returned before the call ends. If the
+// service dies meanwhile, every recorded buffer is returned to the client.
 ServiceQueue::Outcome ServiceQueue::call(const QueueRecord::VppBuffer& record, bool isInput) {
     const uint32_t id = cookie::idOf(record.cookie);
     const OutstandingBuffers::Input input{id, cookie::isInternal(record.cookie),
@@ -258,7 +261,7 @@ bool ServiceQueue::isOnThisThread() const {
     return tCalling == this;
 }
 
-// Formats only while somebody traces: this is on every buffer's way.
+// Formats the message only while tracing is on, because this runs for every buffer.
 void ServiceQueue::traceOutstanding() const {
     if (ATRACE_ENABLED() == 0) return;
     const auto [inputs, outputs] = p.outstanding.counts();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Buffers on their way to the service. Private to src/.
+// Queueing of buffers to the service. Private to src/.
 #pragma once
 
 #include <ui/GraphicBuffer.h>
@@ -21,16 +21,17 @@
 
 namespace android {
 
-// Turns one graphic buffer into one record and queues it. For a source frame it first records under
-// the frame's timestamp what travels with it, so that its return can give that back to the pools.
+// Builds a record for a graphic buffer and queues it. For a source frame it first stores the
+// frame's internal buffers in the pools under the frame's timestamp, so that they can be reused
+// when the service returns the frame.
 //
-// Sources come from the client's thread, output buffers from any thread that has passed the
-// gate for them. The component's lock is held from building the record to the end of the call, so
-// that buffers reach the service in the order of their queueing.
+// Sources come from the client's thread, output buffers from any thread that has passed the gate.
+// The component's lock is held from building the record to the end of the call, so that buffers
+// reach the service in the order in which they were queued.
 class ServiceQueue {
   public:
     struct Peers {
-        const bool& needAdditionalBuffer;  // the target of this frame is one of the YUV pool
+        const bool& needAdditionalBuffer;  // the current frame's target belongs to the YUV pool
         GraphicBufferMapper& mapper;
         YuvPool& yuvPool;
         SideBufferPool& sidePool;
@@ -46,26 +47,29 @@ class ServiceQueue {
 
     explicit ServiceQueue(const Peers& peers) : p(peers), mLog(peers.log) {}
 
-    // `cookie` is the buffer's id, `timestamp` in microseconds for a source. False: it was not
-    // queued. Then a buffer of the client's has gone back to it, invalid, and one of the pool's own
-    // is free for the next frame. A source's side buffers are moved from.
+    // Queues a buffer. `cookie` is the buffer's id; `timestamp` is in microseconds for a source.
+    // Returns false if the buffer was not queued: a client's buffer has then been returned to it
+    // without a frame, and a buffer of the component's pool is free for the next frame. The side
+    // buffers of a source are moved out of `extradata`.
     bool queue(const sp<GraphicBuffer>& buffer, SideBuffers& extradata, uint32_t cookie,
                uint64_t timestamp, bool isInput);
 
-    // The same for an output buffer that a callback brings. The service may be waiting for that
-    // callback before it answers a call that another thread makes under the component's lock, so
-    // the lock is waited for no longer than such a call takes. False: the buffer is still the
-    // client's.
+    // Queues an output buffer from within a callback. The service may be waiting for that callback
+    // before it answers a call that another thread makes under the component's lock; therefore the
+    // wait for the lock is limited. Returns false if the lock was not free in time; the buffer
+    // stays with the client.
     bool queueFromCallback(const sp<GraphicBuffer>& buffer, uint32_t slot, uint64_t timestamp);
 
-    // The second half of queue(): builds the record and hands it over. Gives nothing back.
+    // The second half of queue(): builds the record and queues it. On failure it does not return
+    // the buffer to the client.
     bool send(uint32_t cookie, const sp<GraphicBuffer>& buffer, uint64_t timestamp, bool isInput);
 
-    // Whether this thread is within a call that queues a buffer: the service may return one from
-    // within that call, and the client queue another in its callback, which would wait for itself.
+    // Returns whether this thread is inside a call that queues a buffer. The service may return a
+    // buffer from within that call, and a client that queued another one in its callback would wait
+    // for itself.
     bool isOnThisThread() const;
 
-    // Whether an output buffer has the size that the output port has; with a gated message.
+    // Returns whether an output buffer has the size of the output port. Logs a diagnostic if not.
     bool fitsOutput(const sp<GraphicBuffer>& buffer) const;
 
   private:
@@ -77,12 +81,12 @@ class ServiceQueue {
         bool isInput;
         bool isFromCallback;
     };
-    // What became of it. GivenBack: the service died during the call, and the client has its
-    // buffer. Busy: the component's lock was not to be had in time; nothing has happened.
+    // The result of queueing. GivenBack: the service died during the call, and the client has its
+    // buffer back. Busy: the component's lock was not free in time, and nothing was done.
     enum class Outcome { Queued, NotQueued, GivenBack, Busy };
 
-    // The steps of queueing one buffer, each called by the one before: checks and the pools'
-    // entries; the lock; the record; the call.
+    // The steps of queueing one buffer, each called by the one before. They check the buffer and
+    // fill the pools, take the lock, build the record, and call the service.
     Outcome queueItem(const Item& item, SideBuffers& extradata);
 
     bool isQueueableId(uint32_t id, bool isInput) const;

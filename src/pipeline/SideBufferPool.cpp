@@ -4,7 +4,7 @@
 namespace android {
 namespace {
 
-// Vectors come as a pair: one alone is a failure, with a message.
+// Returns whether both vector buffers exist. One without the other is a failure, which is logged.
 bool haveVectors(const SideBufferPool::Out& out) {
     if (*out.forward != nullptr && *out.backward != nullptr) return true;
     VPP_LOGE_BARE("failed to allocate fwBuffer or bwBuffer");
@@ -33,8 +33,8 @@ SideBufferPool::SideBufferPool(Buffers& buffers, Keys& freeKeys, std::mutex& loc
                   "Should NOT enter here, we should NOT push all empty extradata buffers!!"},
                  log) {}
 
-// A request for nothing succeeds, though with a message: intake asks whenever side buffers are on,
-// also for a fresh frame, which has no vectors.
+// A request for no buffers succeeds, but logs a message: the frame path requests side buffers
+// whenever they are on, also for a fresh frame, which has no vectors.
 bool SideBufferPool::request(const Out& out, const RequestInfo& vectors,
                              const RequestInfo& downscaled) {
     if (out.forward == nullptr || out.backward == nullptr || out.downscaled == nullptr) {
@@ -74,7 +74,8 @@ SideBufferPool::Drawn SideBufferPool::draw(SideBuffers& oldest, const Out& out,
     return copy == Drawn::Reused ? drawn : copy;
 }
 
-// The forward buffer decides for the pair. A missing one does not count as a replacement.
+// The forward buffer decides for the pair. Allocating a missing pair does not count as a
+// replacement.
 SideBufferPool::Drawn SideBufferPool::drawVectors(SideBuffers& oldest, const Out& out,
                                                   const RequestInfo& info) const {
     auto& [forward, backward, downscaled] = oldest;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Side buffers: forward and backward motion vectors and the half-size copy. Private to src/.
+// The pool of side buffers: forward and backward motion vectors and the half-size copy. Private to
+// src/.
 #pragma once
 
 #include <qoz/StorageTypes.h>
@@ -8,12 +9,12 @@
 
 namespace android {
 
-// One entry for each frame that has side buffers: a pair of vector buffers, a half-size copy, or
-// all three. An entry may lack a kind that was not wanted when its frame came; a request that wants
-// it allocates it beside what the entry has. The frame's timestamp in microseconds is the key.
+// Holds one entry for each frame that has side buffers: a pair of vector buffers, a half-size copy,
+// or all three. An entry may lack a kind that was not wanted for its frame; a request that needs
+// the missing kind allocates it in addition. The key is the frame's timestamp in microseconds.
 class SideBufferPool : public BufferPool<SideBuffers> {
   public:
-    // Where the buffers of one request go.
+    // The destinations of the buffers of one request.
     struct Out {
         sp<GraphicBuffer>* forward;
         sp<GraphicBuffer>* backward;
@@ -22,14 +23,15 @@ class SideBufferPool : public BufferPool<SideBuffers> {
 
     SideBufferPool(Buffers& buffers, Keys& freeKeys, std::mutex& lock, const SessionLog& log);
 
-    // Has `out` hold buffers that fit, of the kinds that are needed. False, with a message: bad
-    // arguments, or no object could be made.
+    // Sets `out` to fitting buffers of the kinds that are needed. Returns false, with a message, if
+    // an argument is invalid or a buffer could not be created.
     bool request(const Out& out, const RequestInfo& vectors, const RequestInfo& downscaled);
 
   private:
-    // All that is needed, anew: no entry is free.
+    // Allocates every needed buffer; used when no entry is free.
     bool allocate(const Out& out, const RequestInfo& vectors, const RequestInfo& downscaled) const;
-    // From the oldest free entry, kind by kind. Replaced if any kind was.
+    // Takes each needed kind from the oldest free entry. Returns Replaced if any kind had to be
+    // replaced.
     Drawn draw(SideBuffers& oldest, const Out& out, const RequestInfo& vectors,
                const RequestInfo& downscaled) const;
     Drawn drawVectors(SideBuffers& oldest, const Out& out, const RequestInfo& info) const;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// One source packet on its way through intake. Private to src/.
+// The state of one source packet in the frame path. Private to src/.
 #pragma once
 
 #include <qoz/ClientTypes.h>
@@ -12,9 +12,9 @@
 
 namespace android {
 
-// Made from the packet's first entry when process() takes it, and filled step by step: target, side
-// buffers, and what the steps find out about it. Belongs to the client's thread for the time of one
-// process(); what it holds then goes on with the record, the pools, or the reference frame.
+// Created from the packet's first entry when process() takes it, and filled by the steps of
+// FrameIntake. Used only by the client's thread, for the duration of one process(). Its buffers are
+// then owned by the pools or by the converter as reference frame.
 struct SourceFrame {
     SourceFrame(const QOZBufferInfo& entry, WaitBudget& operationWaits)
         : waits(operationWaits),
@@ -27,14 +27,15 @@ struct SourceFrame {
           height(source->getHeight()),
           queuedSlot(entry.slot) {}
 
-    // Microseconds: what the VPP is given, and the key of the pools. Truncates toward zero.
+    // The timestamp in microseconds, as passed to the VPP and used as the key of the pools.
+    // Truncated toward zero.
     uint64_t timestampUs() const { return static_cast<uint64_t>(timestampNs / 1000); }
     uint32_t format() const { return static_cast<uint32_t>(source->getPixelFormat()); }
     bool hasVectors() const { return forward != nullptr && backward != nullptr; }
 
-    WaitBudget& waits;  // of the whole operation
+    WaitBudget& waits;  // shared by the whole operation
 
-    // Copies: the callbacks on the way may change the client's packet.
+    // Copies of the client's values, because a callback may change the client's packet.
     const int32_t slot;
     sp<GraphicBuffer> source;
     const sp<Fence> fence;
@@ -43,13 +44,13 @@ struct SourceFrame {
 
     const uint32_t width;      // pixels
     const uint32_t height;     // pixels
-    int32_t queuedSlot;        // travels with the target to the VPP
+    int32_t queuedSlot;        // the slot under which the target is queued
     sp<GraphicBuffer> target;  // receives the NV12 frame
     sp<GraphicBuffer> forward;
     sp<GraphicBuffer> backward;
     sp<GraphicBuffer> downscaled;
     bool sizeChanged = false;
-    bool fresh = false;  // no valid reference frame before it: no motion vectors
+    bool fresh = false;  // no valid reference frame, so no motion vectors
 };
 
 }  // namespace android

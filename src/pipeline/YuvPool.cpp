@@ -26,7 +26,7 @@ bool YuvPool::request(sp<GraphicBuffer>* out, const RequestInfo& info) {
         [&](sp<GraphicBuffer>& oldest) { return draw(oldest, out, info); });
 }
 
-// An entry without a buffer is one that does not fit.
+// An entry without a buffer counts as one that does not fit.
 YuvPool::Drawn YuvPool::draw(sp<GraphicBuffer>& oldest, sp<GraphicBuffer>* out,
                              const RequestInfo& info) const {
     if (oldest != nullptr && pool::isCompatible(oldest, info)) {

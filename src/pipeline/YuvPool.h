@@ -1,23 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
-// Conversion targets: NV12 buffers of the component's own. Private to src/.
+// The pool of conversion targets: the component's own NV12 buffers. Private to src/.
 #pragma once
 
 #include "pipeline/BufferPool.h"
 
 namespace android {
 
-// One buffer for each frame that is converted without a target of the client's own: as large as the
-// input port, NV12. The frame's timestamp in microseconds is the key.
+// Holds one NV12 buffer of the input port's size for each frame that is converted without a target
+// supplied by the client. The key is the frame's timestamp in microseconds.
 class YuvPool : public BufferPool<sp<GraphicBuffer>> {
   public:
     YuvPool(Buffers& buffers, Keys& freeKeys, std::mutex& lock, const SessionLog& log);
 
-    // Has `out` hold a buffer that fits. False, with a message: bad arguments, or no object could
-    // be made.
+    // Sets `out` to a fitting buffer. Returns false, with a message, if an argument is invalid or
+    // the buffer could not be created.
     bool request(sp<GraphicBuffer>* out, const RequestInfo& info);
 
   private:
-    // Both have `out` hold a new buffer; `draw` only when the oldest free one does not fit.
+    // Both set `out` to a new buffer; draw() does so only if the oldest free buffer does not fit.
     bool allocate(sp<GraphicBuffer>* out, const RequestInfo& info) const;
     Drawn draw(sp<GraphicBuffer>& oldest, sp<GraphicBuffer>* out, const RequestInfo& info) const;
 };

@@ -3,8 +3,8 @@
 
 namespace android {
 
-// Who works on which members of the component, all in one place. The order is that of the
-// declarations, so that a part is given only parts that exist.
+// Gives each part references to the members it works on; this is the only place that does. The
+// order is that of the declarations, so a part is given only parts that already exist.
 VppComponent::Parts::Parts(VppComponent& c)
     : log(c.mLogFlags, c.mName, &c),
       client(c.mCallback),
@@ -50,8 +50,9 @@ VppComponent::Parts::Parts(VppComponent& c)
               client, waitLimit, log}),
       session(c, *this) {}
 
-// The start that config() has asked for, on the worker. Output buffers are kept out while the
-// session changes; one that does not leave in time makes the start fail.
+// Carries out the start that config() posted; runs on the worker. The gate keeps output buffers out
+// while the session changes. The start fails if an output buffer is still being queued when the
+// wait ends.
 bool VppComponent::Parts::startPosted() {
     WaitBudget waits = waitLimit.budget();
     const Gate::Closure closure(outputGate, &waits);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a component is made of. Private to src/session.
+// The parts of a component. Private to src/session.
 #pragma once
 
 #include <qoz/VppComponent.h>
@@ -32,13 +32,14 @@
 
 namespace android {
 
-// The parts of one component, in the order in which they build on each other. Each owns the rules
-// of one concern and works on the component's members, to which it is given references here; the
-// component's operations only say which part does the work. Lives exactly as long as the component.
+// The parts of one component, in the order in which they depend on each other. Each part owns the
+// rules of one concern and works on members of the component, to which it receives references here.
+// The component's operations only select the part that does the work. The object has the lifetime
+// of its component.
 struct VppComponent::Parts {
     explicit Parts(VppComponent& component);
 
-    // What all share.
+    // Shared by all parts.
     SessionLog log;
     WaitLimit waitLimit;
     PublishedFacts facts;
@@ -74,7 +75,7 @@ struct VppComponent::Parts {
     SessionControl session;
 
   private:
-    // What the worker does for a Start.
+    // Carries out the worker's Start command.
     bool startPosted();
 };
 

@@ -16,18 +16,19 @@ namespace {
 
 using ::aidl::vendor::vuq::hardware::vpp::IVppService;
 
-constexpr uint32_t kRetries = 35;  // after the first attempt
+constexpr uint32_t kRetries = 35;  // retries after the first attempt
 constexpr auto kRetryPause = std::chrono::microseconds(40000);
 
-// The instances that a thread of this process waits for: one thread for each, however often
-// enable() fails. Never destroyed, as those threads may outlive everything.
+// The service instances that a thread of this process waits for. There is at most one such thread
+// for each instance, however often enable() fails. The object is never destroyed, because those
+// threads may outlive every other object.
 class WaitedFor {
   public:
     static WaitedFor& instance() {
         static auto* waited = new WaitedFor;
         return *waited;
     }
-    // False: somebody waits for it already.
+    // Returns false if a thread waits for the instance already.
     bool add(const std::string& name) EXCLUDES(mLock) {
         const std::lock_guard<std::mutex> lock(mLock);
         return mNames.insert(name).second;
@@ -42,7 +43,8 @@ class WaitedFor {
     std::set<std::string> mNames GUARDED_BY(mLock);
 };
 
-// The thread runs detached and touches no component: it may outlive the one that started it.
+// The thread is detached and uses no component, because it may outlive the component that started
+// it.
 void startWaiting(const std::string& instance, void (*waitForService)(std::string),
                   const SessionLog& mLog) {
     WaitedFor& waited = WaitedFor::instance();
@@ -53,22 +55,23 @@ void startWaiting(const std::string& instance, void (*waitForService)(std::strin
             waited.remove(instance);
         }).detach();
     } catch (const std::exception& error) {
-        // Without it a service that starts on demand is not asked to; one that runs is still found.
+        // Without the thread the service manager is not asked to start a service on demand; a
+        // running service is still found.
         waited.remove(instance);
         VPP_LOGE("cannot start waitForServiceThread: %s", error.what());
     }
 }
 
-// Null when the service is not registered at this moment.
+// Returns null if the service is not registered at this moment.
 ::ndk::SpAIBinder lookUp(const std::string& instance) {
     return ::ndk::SpAIBinder(AServiceManager_checkService(instance.c_str()));
 }
 
 }  // namespace
 
-// Polls, because the thread that blocks until the service comes cannot be given up: it waits on,
-// for the next enable(). Binder threads are started only when there is something for them to
-// receive.
+// Polls, because a blocking wait for the service could not be cancelled when the time is up. The
+// waiting thread keeps waiting, which helps the next enable(). Binder threads are started only once
+// a service has been found, because nothing can call back before that.
 std::shared_ptr<IVppService> findVppService(const SessionLog& mLog,
                                             void (*waitForService)(std::string)) {
     const std::string instance = std::string(IVppService::descriptor) + "/default";

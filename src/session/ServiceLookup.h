@@ -11,14 +11,14 @@
 
 namespace android {
 
-// Looks the service up, 36 times within about 1.4 s while it is not there, and starts the process's
-// binder threads once it is. Null: it was not found; a thread of the process goes on waiting for
-// it.
+// Looks the service up, up to 36 times within about 1.4 s, and starts the process's binder threads
+// when it is found. Returns null if it was not found; a thread of the process then keeps waiting
+// for it.
 std::shared_ptr<::aidl::vendor::vuq::hardware::vpp::IVppService> findVppService(
     const SessionLog& log, void (*waitForService)(std::string));
 
-// Blocks until the service is registered, which also has the service manager start one that starts
-// on demand.
+// Blocks until the service is registered. The call also makes the service manager start a service
+// that is configured to start on demand.
 void blockUntilRegistered(const std::string& instance);
 
 }  // namespace android

@@ -23,7 +23,8 @@ using vpp::VppError;
 VppComponent::SessionControl::SessionControl(VppComponent& component, Parts& parts)
     : c(component), p(parts), mLog(parts.log) {}
 
-// Nothing is half enabled: on allocation failure a session that has been opened is closed again.
+// On allocation failure it closes a session that has been opened already, so that the component is
+// never partly enabled.
 bool VppComponent::SessionControl::enable(const std::string& name, IQOZCallback* callback,
                                           bool debug) {
     const std::lock_guard<std::mutex> lock(c.mLock);
@@ -36,8 +37,8 @@ bool VppComponent::SessionControl::enable(const std::string& name, IQOZCallback*
     }
 }
 
-// First the previous session ends for good, then the books begin empty, then the service is asked.
-// INIT comes last: from then on frames are taken.
+// Ends the previous session, resets the records of outstanding buffers and answers, and then opens
+// a session with the service. INIT is set last, because frames are accepted from then on.
 bool VppComponent::SessionControl::begin(const std::string& name, IQOZCallback* callback,
                                          bool debug) {
     if (c.mStatus != UNINIT) {
@@ -72,8 +73,8 @@ bool VppComponent::SessionControl::begin(const std::string& name, IQOZCallback* 
     return true;
 }
 
-// From here on the previous session's events are dropped. One that is under way is waited for,
-// within the limit: it may be within a callback of the client's.
+// From here on events of the previous session are dropped. Waits, within the limit, for an event
+// that is being handled now, because it may be inside a callback of the client.
 void VppComponent::SessionControl::beginSession() {
     WaitBudget waits = p.waitLimit.budget();
     const Gate::Closure closure(p.eventGate, &waits);
@@ -85,8 +86,8 @@ bool VppComponent::SessionControl::acquireService() {
     return c.mVppService != nullptr;
 }
 
-// A refused initSession() leaves ERROR, which the client leaves by disable(): the service may hold
-// what it was given.
+// If the service refuses initSession(), the state becomes ERROR, because the service may keep the
+// callback object it was given. The client leaves ERROR by disable().
 bool VppComponent::SessionControl::openSession() {
     VPP_LOGI("getNewVppSession");
     if (!p.service.openSession()) {
@@ -108,7 +109,7 @@ bool VppComponent::SessionControl::openSession() {
     return true;
 }
 
-// The watch does not keep the component alive, and a notice for an earlier session does nothing.
+// The watch holds the component weakly. A death notice for an earlier session is ignored.
 void VppComponent::SessionControl::watchForDeath() {
     const uint32_t session = number();
     mDeathWatch = DeathWatch(p.service.sessionBinder(), [weak = c.weak_from_this(), session] {
@@ -120,18 +121,18 @@ void VppComponent::SessionControl::watchForDeath() {
     });
 }
 
-// On a binder thread. The client gets its buffers back first, so that an operation which waits for
-// the service finds all of them returned when its wait ends.
+// Runs on a binder thread. The client's buffers are returned first, so that an operation that waits
+// for the service finds all of them returned when its wait ends.
 void VppComponent::SessionControl::onServiceDied() {
     VPP_LOGE("the vpp service has died");
     p.returns.onServiceDied();
     p.events.onServiceDied();
 }
 
-// Without the component's lock but for moments: a start that still runs on the worker needs it. The
-// state is read twice, because such a start may change it until the worker has been joined. In
-// ERROR the session stays open: the service is in a state that nobody knows, and what it still
-// returns reaches the client.
+// Takes the component's lock only briefly, because a start that still runs on the worker needs it.
+// The state is read twice, because such a start may change it until the worker has been joined. In
+// ERROR the session stays open: the state of the service is unknown, and buffers that it still
+// returns must reach the client.
 void VppComponent::SessionControl::disable() {
     status state = UNINIT;
     {
@@ -141,8 +142,8 @@ void VppComponent::SessionControl::disable() {
     }
     if (state == UNINIT) return;
     if (state != ERROR) waitForPendingStart();
-    // Until the end no output buffer comes in, from whatever thread. A start that still runs keeps
-    // them out itself.
+    // Keeps output buffers out until this function ends. A start that is still running already does
+    // so itself.
     WaitBudget waits = p.waitLimit.budget();
     std::optional<Gate::Closure> closure;
     if (!p.worker.isStartPending()) closure.emplace(p.outputGate, &waits);
@@ -153,7 +154,7 @@ void VppComponent::SessionControl::disable() {
     if (state != ERROR) {
         letGoOfSession();
     } else if (c.mStatus != ERROR) {
-        // A start that was pending when this began has opened it.
+        // A start that was pending at the beginning has left ERROR and opened the session.
         closeSession();
         letGoOfSession();
     }
@@ -164,8 +165,8 @@ void VppComponent::SessionControl::disable() {
     c.mStatus = UNINIT;
 }
 
-// Up to 1.2 s. A component that is let go of from within a callback of the worker does not wait:
-// the start would wait for that callback.
+// Waits up to 1.2 s. Does not wait on a thread inside a callback of this component (a last release
+// there runs disable()): the start would have to wait for that callback.
 void VppComponent::SessionControl::waitForPendingStart() const {
     constexpr int kPolls = 600;
     constexpr auto kPollPause = std::chrono::microseconds(2000);
@@ -175,21 +176,23 @@ void VppComponent::SessionControl::waitForPendingStart() const {
     }
 }
 
-// terminateSession() in any case: it is what makes the service let its callback object go.
+// Calls terminateSession() whatever close() returns, because only terminateSession() makes the
+// service release its callback object.
 void VppComponent::SessionControl::closeSession() {
     const VppError result = p.service.close();
     if (result != VppError::VPP_OK) VPP_LOGI("vppClose error=%s", toString(result).c_str());
     p.service.terminateSession();
 }
 
-// Within enable(), before there is a worker.
+// Used by enable() before the worker exists.
 void VppComponent::SessionControl::abandonSession() {
     closeSession();
     p.service.reset();
     mDeathWatch = {};
 }
 
-// Only after the worker has been joined: a start that outlasted the polls was still using it.
+// Must be called only after the worker has been joined, because a start that outlasted
+// waitForPendingStart() still uses the session until then.
 void VppComponent::SessionControl::letGoOfSession() {
     mDeathWatch = {};
     std::shared_ptr<vpp::IVppService> service;

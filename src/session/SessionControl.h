@@ -13,32 +13,33 @@
 
 namespace android {
 
-// Opens and closes the session with the service and starts and stops the output worker. Runs on the
-// client's thread.
+// Opens and closes the session with the service, and starts and stops the output worker. Runs on
+// the client's thread, or on the thread that releases the last reference to the component.
 class VppComponent::SessionControl {
   public:
     SessionControl(VppComponent& component, Parts& parts);
 
-    // As VppComponent documents them.
+    // See VppComponent.
     bool enable(const std::string& name, IQOZCallback* callback, bool debug);
     void disable();
 
-    // Counts the enables: which of them an event of the service belongs to.
+    // Returns the number of enable() calls so far. An event of the service belongs to the session
+    // with the same number.
     uint32_t number() const { return mNumber.load(std::memory_order_acquire); }
 
-    // Finds the service and keeps it; false when it is not there.
+    // Finds the service and stores it. Returns false if it was not found.
     bool acquireService();
 
   private:
-    // Parts of enable(), under the component's lock.
+    // Steps of enable(), under the component's lock.
     bool begin(const std::string& name, IQOZCallback* callback, bool debug) REQUIRES(c.mLock);
     void beginSession();
     bool openSession();
-    // Parts of disable(), and what a failed enable() undoes.
+    // Steps of disable(); abandonSession() cleans up after a failed enable().
     void closeSession();
     void abandonSession();
     void letGoOfSession() EXCLUDES(c.mLock);
-    // Asks for the notice of the service's death, and acts on it.
+    // Requests notification of the service's death, and handles it.
     void watchForDeath();
     void onServiceDied();
     void waitForPendingStart() const;

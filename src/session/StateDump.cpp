@@ -15,7 +15,7 @@
 namespace android {
 namespace {
 
-// The worker's commands; numbers that are not in use have a name, too.
+// The names of the worker's commands. The unused number 4 is named "other".
 const char* commandName(int32_t command) {
     static constexpr std::array<const char*, 6> kNames{"none",    "init",  "start",
                                                        "deliver", "other", "exit"};
@@ -31,8 +31,8 @@ const char* onOff(bool on) {
     return on ? "on" : "off";
 }
 
-// Keeps a write to a pipe that nobody reads from ending the process: SIGPIPE is blocked on this
-// thread meanwhile, and one that the write has raised is taken away.
+// Keeps a write to a pipe without a reader from ending the process: blocks SIGPIPE on this thread,
+// and consumes a SIGPIPE that the write has raised.
 class BrokenPipeGuard {
   public:
     BrokenPipeGuard() {
@@ -60,7 +60,7 @@ class BrokenPipeGuard {
     bool mWasPending = false;
 };
 
-// Ends silently at the first error: a dump has nobody to report it to.
+// Stops silently at the first error, because there is nobody to report it to.
 void writeAll(int fd, const char* data, size_t size) {
     const BrokenPipeGuard guard;
     while (size > 0) {
@@ -93,8 +93,8 @@ void VppComponent::StateDump::add(const char* format, ...) {
     if (length > 0) mSize += std::min(static_cast<size_t>(length), left - 1);
 }
 
-// From the published facts: the members belong to the thread that runs the stream, which may be
-// what hangs.
+// Uses the published facts, because the members belong to the thread that runs the stream, which
+// may be the one that hangs.
 void VppComponent::StateDump::addStream() {
     const StreamFacts facts = p.facts.read();
     add("VppComponent [%.64s](%p)\n", p.log.name()->c_str(), p.log.component());
@@ -113,7 +113,7 @@ void VppComponent::StateDump::addOutstanding() {
     add("  held back: %zu\n", p.facts.read().heldSlots);
 }
 
-// A pool whose lock is held is allocating at this moment.
+// Prints "in use" for a pool whose lock is held, for example by a request that is allocating.
 void VppComponent::StateDump::addPools() {
     const auto addPool = [this](const char* name, const auto& sizes) {
         if (sizes) {

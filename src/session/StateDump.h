@@ -9,18 +9,18 @@
 
 namespace android {
 
-// For a person who looks at a stream that runs or hangs. Reads under leaf locks, one at a time, and
-// only tries a lock that is held across an allocation. Formats into memory of its own: a state dump
-// is wanted when memory is short, too. One thread makes one dump.
+// Formats the state for a person who diagnoses a running or hanging stream. Takes leaf locks one at
+// a time, and only tries a lock that is held across an allocation. Formats into its own array, so
+// that it works when memory has run out. Each object serves one dump on one thread.
 class VppComponent::StateDump {
   public:
     StateDump(const VppComponent& component, const Parts& parts) : c(component), p(parts) {}
 
-    // Formats everything, then writes it in one go; once.
+    // Formats everything, then writes it. Must be called only once.
     void writeTo(int fd);
 
   private:
-    // Appends to the text. What does not fit any more is cut off.
+    // Appends to the text. Text beyond the end of the array is cut off.
     __attribute__((__format__(printf, 2, 3))) void add(const char* format, ...);
     void addStream();
     void addOutstanding();

@@ -28,8 +28,8 @@ std::shared_ptr<VppComponent::IVppCallbacks> VppComponent::IVppCallbacks::makeFo
     }
 }
 
-// The gate is closed by enable() alone, for the moment in which the next session begins: an event
-// is either over before that or finds another number.
+// Only enable() closes the gate, for the moment in which the next session begins. So an event
+// either finishes before that or sees the new session number and is dropped.
 template <typename Action>
 ndk::ScopedAStatus VppComponent::IVppCallbacks::handle(const char* operation, VppError* result,
                                                        Action action) {
@@ -55,7 +55,8 @@ ndk::ScopedAStatus VppComponent::IVppCallbacks::eventDrainDone(VppError* _aidl_r
     return handle("eventDrainDone", _aidl_return, [](VppComponent& c) { c.onVppEDD(); });
 }
 
-// Dropped: what the service reports here also shows in the results of the component's own calls.
+// Ignored: the errors that the service reports here also appear in the results of the component's
+// own calls.
 ndk::ScopedAStatus VppComponent::IVppCallbacks::eventError(VppError /*error*/,
                                                            VppError* _aidl_return) {
     return handle("eventError", _aidl_return, [](VppComponent&) {});

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The object by which the VPP service reaches a component. Private to src/.
+// The object through which the VPP service calls a component. Private to src/.
 #pragma once
 
 #include <aidl/vendor/vuq/hardware/vpp/BnVppCallbacks.h>
@@ -10,19 +10,20 @@
 
 namespace android {
 
-// Its operations run on binder threads, several at once, and answer OK in every case. It holds its
-// component strongly: the component lives at least as long as the service holds this object. It
-// belongs to the session that was being opened when it was made; once a later enable() has begun,
-// what arrives through it is dropped.
+// The operations run on binder threads, possibly several at once, and always answer OK. The object
+// holds a strong reference to its component, so the component lives at least as long as the service
+// keeps the object. It belongs to the session that was being opened when it was created; once a
+// later enable() has begun, calls through it are dropped.
 class VppComponent::IVppCallbacks : public ::aidl::vendor::vuq::hardware::vpp::BnVppCallbacks {
   public:
     using VppError = ::aidl::vendor::vuq::hardware::vpp::VppError;
 
-    // Belongs to the session that is being opened.
+    // Belongs to the session that is being opened. `component` may be null; events are then
+    // ignored.
     explicit IVppCallbacks(std::shared_ptr<VppComponent> component);
     ~IVppCallbacks() override;
 
-    // Null on allocation failure, or when no std::shared_ptr owns the component.
+    // Returns null on allocation failure, or if no std::shared_ptr owns the component.
     static std::shared_ptr<IVppCallbacks> makeFor(const std::weak_ptr<VppComponent>& component);
 
     ::ndk::ScopedAStatus eventDrainDone(VppError* _aidl_return) override;
@@ -37,12 +38,13 @@ class VppComponent::IVppCallbacks : public ::aidl::vendor::vuq::hardware::vpp::B
                                           VppError* _aidl_return) override;
 
   private:
-    // What all six share: the checks, `action` on the component, and the result.
+    // The common code of the six operations: performs the checks, runs `action` on the component,
+    // and sets the result.
     template <typename Action>
     ::ndk::ScopedAStatus handle(const char* operation, VppError* result, Action action);
 
     std::shared_ptr<VppComponent> mVppComponent;
-    const uint32_t mSession;  // number of the enable() that it was made by
+    const uint32_t mSession;  // the session number when the object was created
 };
 
 }  // namespace android

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The operations of a component: each says which of its parts does the work.
+// The operations of a component. Each one forwards to the part that does the work.
 #include <aidl/vendor/vuq/hardware/vpp/VppPortParam.h>
 #include <cutils/properties.h>
 #include <qoz/VppComponent.h>
@@ -17,22 +17,23 @@
 namespace android {
 namespace {
 
-// The text of a numeric property as std::stoul reads it, low 32 bits.
+// Converts the value of a numeric property with std::stoul and returns the low 32 bits.
 uint32_t numericProperty(const char* name, int base) {
     std::array<char, PROPERTY_VALUE_MAX> value{};
     property_get(name, value.data(), "0");
     return static_cast<uint32_t>(std::stoul(value.data(), nullptr, base));
 }
 
-// Long side against long limit, short side against short limit, whatever the orientation of either.
-// A limit of 0 is none.
+// Compares the longer side with the larger limit and the shorter side with the smaller one,
+// whatever the orientation of either. A limit of 0 means no limit.
 bool exceedsLimit(uint32_t width, uint32_t height, uint32_t maxWidth, uint32_t maxHeight) {
     if (maxWidth == 0 || maxHeight == 0) return false;
     if (std::max(width, height) > std::max(maxWidth, maxHeight)) return true;
     return std::min(width, height) > std::min(maxWidth, maxHeight);
 }
 
-// What a callback of the component calls would wait for that callback.
+// Refuses an operation that is called from within a callback of the same component, because it
+// would wait for that callback.
 bool isRefused(const ClientCallback& client, const SessionLog& mLog, const char* operation) {
     if (!client.isOnThisThread()) return false;
     VPP_LOGE("%s: called from within a callback of its own component", operation);
@@ -41,8 +42,8 @@ bool isRefused(const ClientCallback& client, const SessionLog& mLog, const char*
 
 }  // namespace
 
-// Properties are read once and hold for the object's life; a numeric one that is not a number
-// throws here, before anything has been made.
+// Reads the properties once; their values apply for the object's lifetime. An invalid numeric
+// property throws here, before any part has been constructed.
 VppComponent::VppComponent()
     : mMapper(Singleton<GraphicBufferMapper>::getInstance()), mNeedDownscale(exceedsLimit) {
     mLogFlags = numericProperty("vendor.qoz.log.msg", 16);
@@ -56,7 +57,8 @@ VppComponent::VppComponent()
     VPP_LOGI("VppComponent");
 }
 
-// May run on any thread, also on the worker or within a callback: whoever lets go last.
+// Runs on the thread that releases the last reference, which may be the worker or a thread inside a
+// callback.
 VppComponent::~VppComponent() {
     const SessionLog& mLog = mParts->log;
     VPP_LOGD("~VppComponent");
@@ -75,8 +77,9 @@ void VppComponent::disable() {
     mParts->session.disable();
 }
 
-// Stores everything before the worker is asked, so that the getters answer for the new settings on
-// return. Output buffers are kept out meanwhile: they are judged by what is stored here.
+// Stores everything before it posts the start, so that the getters report the new settings on
+// return. The gate keeps output buffers out meanwhile, because they are checked against the stored
+// values.
 void VppComponent::config(uint32_t width, uint32_t height, uint32_t format, ConfigParams params,
                           bool wait) {
     Parts& p = *mParts;
@@ -108,15 +111,15 @@ void VppComponent::config(uint32_t width, uint32_t height, uint32_t format, Conf
     if (wait) p.worker.waitForFirstStart(waits);
 }
 
-// An empty packet is no source.
+// An empty packet counts as no source.
 int32_t VppComponent::process(std::vector<QOZBufferInfo>* src, QOZBufferInfo* dst) {
     const bool haveSource = src != nullptr && !src->empty();
     if (!haveSource && dst == nullptr) return QOZResult::kNothingGiven;
     return processBuffer(haveSource ? src : nullptr, dst);
 }
 
-// An output buffer may come from within a callback, a source may not; a call with both is refused
-// further down, whatever thread it comes from.
+// An output buffer may be queued from within a callback, a source may not. A call with both is
+// refused by FrameIntake, on any thread.
 int32_t VppComponent::processBuffer(std::vector<QOZBufferInfo>* src, QOZBufferInfo* dst) {
     const bool hasSource = src != nullptr && dst == nullptr;
     if (hasSource && isRefused(mParts->client, mParts->log, "process")) return QOZResult::kRefused;
@@ -136,13 +139,14 @@ bool VppComponent::isInputPortEnabled(uint32_t width, uint32_t height, uint32_t 
            mParts->intake.isInputPortEnabled(width, height, format);
 }
 
-// From within a callback nothing is recorded: another thread may be using the settings.
+// From within a callback it only computes the result, because another thread may be using the
+// settings.
 uint32_t VppComponent::calculateOutBufferReqsPerFrame(ConfigParams params) {
     if (mParts->client.isOnThisThread()) return StreamSettings::outBufReqs(params);
     return mParts->settings.adoptOutBufReqs(params);
 }
 
-// Says so in the log, too, whatever its gate: a client asks once a stream.
+// Also logs the answer, whatever the log gate, because a client asks only once for each stream.
 int VppComponent::GetFormat(int format, int& yuvFormat) {
     uint32_t portFormat = 0;
     const bool rgb = VppUtils::isConvertible(static_cast<uint32_t>(format), portFormat);
@@ -170,7 +174,7 @@ void VppComponent::dump(int fd) const {
     StateDump(*this, *mParts).writeTo(fd);
 }
 
-// Internal operations. Each waits within a budget of its own, as if the client had called it.
+// Internal operations. Each one that waits has its own wait budget, as if the client had called it.
 
 bool VppComponent::acquireVppService() {
     return mParts->session.acquireService();
@@ -212,7 +216,7 @@ bool VppComponent::processReconfig_l(uint32_t width, uint32_t height, uint32_t f
     return mParts->reconfiguration.run(width, height, format, waits);
 }
 
-// Not used by any operation of the client: flushsync() returns frames unprocessed instead.
+// Not used by any client operation: flushsync() flushes, which returns queued frames unprocessed.
 bool VppComponent::processDrainDone_l() {
     Parts& p = *mParts;
     const SessionLog& mLog = p.log;

@@ -7,7 +7,7 @@
 
 namespace android {
 
-// Before the log gate and the name are known: always printed, without a prefix.
+// Always printed and without a prefix, because neither the log gate nor the name is known yet.
 VppComponent::VppStatus::VppStatus(status s) : mState(s) {
     __android_log_print(ANDROID_LOG_DEBUG, VPP_LOG_TAG, "status: %s", name(s));
 }
