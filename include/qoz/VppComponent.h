@@ -14,9 +14,9 @@
 /// Ownership: every buffer that process() takes is returned once through
 /// IQOZCallback::onBufferDone(). A refused buffer stays with the client. Two kinds are never
 /// returned: sources in slot QOZBufferInfo::kNoSlot, and buffers that are still with the service or
-/// held as reference when disable() is called; call flushsync() first. If the service dies, every
-/// buffer it had is returned without a frame; buffers queued later are returned at once.
-/// flushsync() then leaves ERROR; call disable(), then enable().
+/// held as reference when disable() is called; call flushsync() first. If the service dies, the
+/// component returns every buffer that the service had without a frame, and later buffers at once.
+/// The state after a flushsync() is then ERROR; call disable(), then enable().
 ///
 /// Time: config(), process(), flushsync() and isInputPortEnabled() each wait at most three seconds
 /// in total; enable() and disable() state their own limits. Callbacks, the conversion and calls
@@ -74,18 +74,18 @@ class __attribute__((visibility("default"))) VppComponent
 
     /// Takes a source packet (`src`: the frame and, optionally, the client's NV12 conversion
     /// target) or one output buffer (`dst`), and returns a QOZResult. An empty `src` counts as
-    /// none. Refuses a frame while the service has 128. An output buffer whose session start fails
-    /// is both returned by callback and refused. Waits for a pending start, the conversion, the
-    /// acquire fence of an NV12 source that is not converted, and, at a new size or ratio, for the
-    /// service. An output buffer from within a callback waits for none of these. May call both
-    /// callbacks.
+    /// none. Refuses a frame while the service has 128 frames. An output buffer whose session start
+    /// fails is returned by callback as well as refused; it is one return, not two. Waits for a
+    /// pending start, the conversion, the acquire fence of an NV12 source that is not converted,
+    /// and, at a new size or ratio, for the service. An output buffer from within a callback waits
+    /// for none of these. May call both callbacks.
     int32_t process(std::vector<QOZBufferInfo>* src, QOZBufferInfo* dst);
     /// Like process(), but an absent `src` must be null; returns kRefused if both are null.
     int32_t processBuffer(std::vector<QOZBufferInfo>* src, QOZBufferInfo* dst);
 
-    /// Makes an ACTIVE session return every buffer, and delivers them. Leaves IDLE, or ERROR if the
-    /// service refused, did not answer or died. Does nothing in other states. Waits for a pending
-    /// start, the service and the deliveries. Calls onBufferDone() for held sources.
+    /// Makes an ACTIVE session return every buffer, and delivers them. The state is then IDLE, or
+    /// ERROR if the service refused, did not answer or died. Does nothing in other states. Waits
+    /// for a pending start, the service and the deliveries. Calls onBufferDone() for held sources.
     void flushsync();
 
     /// Closes the session, stops the worker and frees the internal buffers. The last source stays

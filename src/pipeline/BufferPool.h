@@ -30,11 +30,14 @@ struct PoolText {
 
 // A pool of the internal buffers that are queued with frames. A map holds, under the timestamp
 // (microseconds) of each queued frame, the buffers that were queued with it. A set holds the keys
-// of those entries that the VPP has returned: the free entries. A buffer that is drawn for a new
-// frame leaves both. A request draws the oldest free entry. If that entry does not fit the request,
-// new buffers are allocated in its place, and all other free entries are discarded, because they
-// have the same old size. Entries whose buffers are still in the VPP stay; they are compared with a
-// request when they are drawn.
+// of those entries that the VPP has returned: the free entries. A buffer is thus drawn (being
+// filled; in neither), queued (with the VPP; in the map) or free (in the map, its key in the set).
+//
+// A request draws the oldest free entry, which is the one with the smallest timestamp. If that
+// entry does not fit the request, new buffers are allocated in its place, and all other free
+// entries are discarded, on the assumption that they have the old size as well. Entries whose
+// buffers are still in the VPP stay; they are compared with a request when they are drawn. Buffers
+// of a drawn entry that the request did not ask for are released.
 //
 // Requests come from the client's thread, returns from binder threads, and clear() from the thread
 // that flushes or disables. Everything happens under the pool's own lock, a leaf, which a request
@@ -81,7 +84,8 @@ class BufferPool {
     enum class Drawn { Failed, Reused, Replaced };
 
     // Serves one request under the lock: calls `draw` with the oldest free entry, or `allocate` if
-    // no entry is free. If either fails, it returns false and leaves the pool unchanged.
+    // no entry is free. If either fails, it returns false and the oldest entry stays free, without
+    // the buffers that `draw` had already taken from it.
     template <typename Allocate, typename Draw>
     bool serve(Allocate allocate, Draw draw) EXCLUDES(mLock);
 
@@ -203,7 +207,7 @@ std::optional<typename BufferPool<Entry>::Sizes> BufferPool<Entry>::trySizes() c
 
 // If the oldest free entry fits, it is drawn and nothing else changes. If its buffers had to be
 // replaced, every other free entry is as old and is removed too. If serving it fails, the entry
-// stays free and the pool is unchanged.
+// stays free and every other entry is unchanged.
 template <typename Entry>
 template <typename Allocate, typename Draw>
 bool BufferPool<Entry>::serve(Allocate allocate, Draw draw) {

@@ -22,8 +22,7 @@ void HeldSlots::hold(int32_t slot) {
 }
 
 // The list is not empty, because the caller has just appended its own slot. The list is changed
-// before the client is called, because the client may queue the next buffer from within the
-// callback.
+// before the client is called, so that a dump() from within the callback shows what is still held.
 void HeldSlots::releaseFront() {
     const int32_t slot = mSlots.front();
     mSpares.splice(mSpares.end(), mSlots, mSlots.begin());

@@ -11,10 +11,12 @@
 
 namespace android {
 
-// Each converted frame appends its slot to the list and then releases the front entry. If the list
-// contains a place that stands for no slot, every source is released only when the next one has
-// been converted; until then the converter reads it as the reference frame. Between frames the list
-// has at most one entry.
+// Each converted frame appends its slot to the list and then releases the front entry. An empty
+// list therefore releases every source as soon as it has been converted. holdPlace() puts a place
+// that stands for no slot (-1) into an empty list. The next frame releases that place, and from
+// then on the list holds the previous source between frames: it is released only when the next one
+// has been converted, because the converter reads it as the reference frame until then. Between
+// frames the list has at most one entry.
 //
 // Used only by the client's thread. A released slot is reported to the client at once.
 class HeldSlots {
@@ -23,8 +25,9 @@ class HeldSlots {
               PublishedFacts& facts)
         : mSlots(slots), mClient(client), mLog(log), mFacts(facts) {}
 
-    // Makes every later source be released one frame late. Does nothing if that is the case
-    // already. Throws std::bad_alloc, as hold() does.
+    // Makes every later source be released one frame late. Called whenever a configuration begins
+    // that uses motion vectors: by config(), and after a change of size or ratio. Does nothing if
+    // sources are released late already. Throws std::bad_alloc, as hold() does.
     void holdPlace();
     void hold(int32_t slot);
     void releaseFront();

@@ -25,17 +25,18 @@ namespace android {
 //
 // The worker holds mCommandLock while it carries a command out, including the client's callbacks,
 // so posting a command waits for that. mPostLock guards the posted command and the delivery
-// request. It is a leaf, is held only briefly, and is the lock that the worker sleeps under, so
-// that no wake-up is lost between the worker's check and its sleep. A delivery request is a flag
-// beside the command word, so requesting a delivery never waits. The worker does not take
-// mCommandLock while a thread waits for it to post a command.
+// request; it is a leaf and is held only briefly. It is also the mutex of the condition variable
+// on which the worker sleeps, so that no wake-up is lost between the worker's check and its sleep.
+// A delivery request is a flag beside the command word, so requesting a delivery never waits. The
+// worker does not begin new work while a thread waits in post(), so a post waits for at most the
+// work in progress and one more delivery run.
 class OutputWorker {
   public:
     enum Command : int32_t {
         kNone = 0,
         kInit = 1,
         kStart = 2,
-        kDeliver = 3,
+        kDeliver = 3,  // never posted: a delivery is requested, so that it replaces no command
         kExit = 5,
     };
 
@@ -82,18 +83,21 @@ class OutputWorker {
     // One delivery run, on the worker: delivers the contents of the delivery queue to the client.
     void deliverQueued();
 
-    // Posts a command, replacing one that has not been taken. Waits for a command in progress, so
-    // it must not be called from within a callback on the worker.
+    // Posts a command, replacing one that has not been taken. Waits, without a limit, for work in
+    // progress. It must therefore not be called from within a callback on the worker, nor with the
+    // component's lock held, which a Start in progress may need.
     void post(int32_t command) EXCLUDES(mCommandLock, mPostLock);
     // Requests a delivery run. Never waits; any thread may call it, including a binder thread while
     // the client is inside a callback.
     void requestDelivery() EXCLUDES(mPostLock);
 
-    // Posts a Start. A start is pending from then until it has finished.
+    // Posts a Start. A start is pending from then until it has finished. No start may be pending
+    // already, because its end would clear the mark of this one.
     void postStart() EXCLUDES(mCommandLock, mPostLock);
     bool isStartPending() const { return mStartPending; }
-    // Waits for a pending start. Returns true if none is pending (any more), false if the budget
-    // ran out.
+    // Waits for a pending start. Returns true if none is pending (any more) or if there is no
+    // worker, false if the budget ran out. It must not be called on the worker, which would wait
+    // for itself.
     bool waitForPendingStart(WaitBudget& waits, const char* operation) EXCLUDES(mStateLock);
     // Waits until the component's first start has finished.
     void waitForFirstStart(WaitBudget& waits) EXCLUDES(mStateLock);
