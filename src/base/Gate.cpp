@@ -3,7 +3,7 @@
 
 namespace android {
 
-// Without a budget it fails at once if the gate is closed.
+// Without a budget, returns false at once if the gate is closed.
 bool Gate::enter(WaitBudget* waits) {
     std::unique_lock<std::mutex> lock(mLock);
     const base::ScopedLockAssertion held(mLock);

@@ -2,7 +2,7 @@
 // The cookie that identifies a buffer in the VPP. Private to src/.
 //
 // The low 31 bits contain the buffer id (the client's slot), except bit 16, which marks a buffer of
-// the component's own pool. Bit 31 marks the output port; the cookie is sign-extended from it.
+// the component's own pool. Bit 31 marks the output port and is sign-extended to 64 bits.
 #pragma once
 
 #include <cstdint>

@@ -65,8 +65,8 @@ bool FrameIntake::isInputPortEnabled(uint32_t width, uint32_t height, uint32_t f
     return p.status == Status::ACTIVE && p.ports.isSource(width, height, format);
 }
 
-// From within a callback it never waits, because a flush, a start or disable() may be waiting for
-// that callback.
+// Never waits when it is called from within a callback, because a flush, a start or disable() may
+// be waiting for that callback.
 int32_t FrameIntake::takeOutput(const QOZBufferInfo& output) {
     if (output.buffer == nullptr || !isEnabled()) return kRefused;
     WaitBudget budget = p.limit.budget();

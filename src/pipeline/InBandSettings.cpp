@@ -55,8 +55,8 @@ void InBandSettings::reshape(SourceFrame& frame) {
     p.converter.startAnew();
 }
 
-// Without a place, sources are released one frame early. The first frame after a change of ratio
-// has no reference anyway.
+// If the place cannot be allocated, sources are released one frame earlier than usual. The first
+// frame after a change of ratio has no reference anyway.
 void InBandSettings::holdPlace() {
     try {
         p.heldSlots.holdPlace();

@@ -43,9 +43,9 @@ void ReturnHandler::onInputDone(const VppBuffer& buffer) {
 }
 
 // The cookie identifies the buffer. Without the output bit it is an input buffer that the service
-// has passed through unprocessed (bypass); with the internal bit that is the component's own
-// target, which is not delivered. An output carries the timestamp of its source frame, whose side
-// buffers are no longer needed once the output has arrived.
+// has passed through unprocessed (bypass). The internal bit marks the component's own target, which
+// is not delivered. An output carries the timestamp of its source frame, whose side buffers are no
+// longer needed once the output has arrived.
 void ReturnHandler::onOutputDone(const VppBuffer& buffer) {
     ATRACE_NAME("onVppOBD");
     const bool internal = cookie::isInternal(buffer.cookie);

@@ -42,8 +42,8 @@ bool ServiceQueue::queueFromCallback(const sp<GraphicBuffer>& buffer, uint32_t s
     return queueItem({buffer, slot, timestamp, false, true}, none) != Outcome::Busy;
 }
 
-// Returns a buffer that was not queued to the client. A target of the component's own pool is not
-// the client's; queueSource() has freed it already.
+// If the buffer was not queued, returns it to the client. A target of the component's own pool is
+// not the client's; queueSource() has freed it already.
 ServiceQueue::Outcome ServiceQueue::queueItem(const Item& item, SideBuffers& extradata) {
     const bool isPooled = item.isInput && p.needAdditionalBuffer;
     Outcome outcome = Outcome::NotQueued;

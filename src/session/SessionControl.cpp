@@ -23,7 +23,7 @@ using vpp::VppError;
 VppComponent::SessionControl::SessionControl(VppComponent& component, Parts& parts)
     : c(component), p(parts), mLog(parts.log) {}
 
-// On allocation failure it closes a session that has been opened already, so that the component is
+// On allocation failure, closes a session that has been opened already, so that the component is
 // never partly enabled.
 bool VppComponent::SessionControl::enable(const std::string& name, IQOZCallback* callback,
                                           bool debug) {
