@@ -85,7 +85,7 @@ class __attribute__((visibility("default"))) VppComponent
 
     /// Makes an ACTIVE session return every buffer, and delivers them. The state is then IDLE, or
     /// ERROR if the service refused, did not answer or died. Does nothing in other states. Waits
-    /// for a pending start, the service and the deliveries. Calls onBufferDone() for held sources.
+    /// for a pending start, queueing under way, the service and the deliveries. May call back.
     void flushsync();
 
     /// Closes the session, stops the worker and frees the internal buffers. The last source stays
