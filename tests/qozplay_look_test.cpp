@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Looking inside a run: the trace file, the log's filter, the dashboard's lines.
+// Looking inside a run: the trace file and the log's filter.
 #include <host/control.h>
 #include <nlohmann/json.hpp>
 

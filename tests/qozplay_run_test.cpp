@@ -48,6 +48,7 @@ TEST(Player, EndsWithTwoAndASentenceOnBadInput) {
         {"--rate 1000000", "more than 100000"},
         {"--stats ''", "names no file"},
         {"--no-such-option", "--no-such-option"},
+        {"clip.mp4", "a clip is named by -i"},
     };
     for (const auto& [args, message] : cases) {
         const Outcome outcome = run(args);

@@ -250,6 +250,9 @@ Options parseOptions(int argc, const char* const argv[], std::string* answer) {
     } catch (const CLI::CallForVersion& version) {
         *answer = std::string(version.what()) + "\n";
         return options;
+    } catch (const CLI::ExtrasError& error) {
+        throw BadInput(std::string(error.what()) +
+                       "; a clip is named by -i, and --help lists all options");
     } catch (const CLI::ParseError& error) {
         throw BadInput(error.what());
     }

@@ -124,7 +124,7 @@ void MediaReader::refuseRotation() const {
     if (std::isnan(angle) || std::abs(angle) < 1) return;
     throw BadInput(
         format("%s is to be shown turned by %.0f degrees, which is not done here; "
-               "turn its frames first",
+               "turn its frames first, as ffmpeg -i IN OUT does",
                mName.c_str(), std::abs(angle)));
 }
 

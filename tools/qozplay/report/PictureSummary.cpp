@@ -80,7 +80,7 @@ Yuv toYuv(const Yuv& rgb, AVColorSpace matrix) {
 }  // namespace
 
 PictureSummary::Grid PictureSummary::gridFor(Size size) {
-    constexpr uint32_t kCell = 16;  // pixels at least
+    constexpr uint32_t kCell = 32;  // pixels at least
     constexpr uint32_t kMost = 8;
     return {std::clamp(size.width / kCell, 1U, kMost), std::clamp(size.height / kCell, 1U, kMost)};
 }

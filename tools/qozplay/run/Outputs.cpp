@@ -41,7 +41,7 @@ void refuseCollisions(const Options& options) {
         for (size_t i = options.input == "-" ? 1 : 0; i < k; ++i) {  // a pipe in and a pipe out
             if (!isSame(*named[i].second, *named[k].second)) continue;
             throw BadInput(*named[k].second + " is named by " + named[i].first + " and by " +
-                           named[k].first + ", and would be overwritten");
+                           named[k].first + ", and would be overwritten; name another file");
         }
     }
 }

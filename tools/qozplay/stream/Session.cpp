@@ -86,7 +86,7 @@ android::ConfigParams Session::paramsFor(const Settings& settings) const {
 
 void Session::start() {
     if (!mVpp->enable(mPlan.name, &mReturns, mPlan.diagnostics)) {
-        throw SessionFailed("the session could not be enabled");
+        throw SessionFailed("the session could not be enabled; --log shows why");
     }
     mVpp->config(mSettings.size.width, mSettings.size.height, qoz::client::kRgba,
                  paramsFor(mSettings), true);
