@@ -19,6 +19,7 @@ constexpr int kSamples = 20;  // a round
 constexpr int kFrames = 640;  // a sample, over all components
 constexpr double kAim = 1.2;  // for 16 of them
 
+// What a frame costs one thread.
 struct Cost {
     double wall = 0;  // nanoseconds a frame
     double cpu = 0;

@@ -32,6 +32,7 @@ uint8_t* pixelsOf(const sp<GraphicBuffer>& buffer) {
     return static_cast<uint8_t*>(pixels);
 }
 
+// A source and what the converter writes for it.
 struct Frames {
     Frames(uint32_t width, uint32_t height)
         : source(makeBuffer(width, height, kRgba)),

@@ -24,6 +24,7 @@ constexpr int kFrames = 8;     // a sample
 constexpr int kPasses = 1000;  // of ten gates, a sample
 constexpr double kAim = 0.01;
 
+// How many gates of each kind one frame passes.
 struct Gates {
     int logs = 0;
     int traces = 0;

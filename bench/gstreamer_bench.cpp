@@ -134,6 +134,7 @@ class ReturningSession : public NullSession {
     std::thread mThread{[this] { serve(); }};
 };
 
+// Our side: a component that this thread feeds.
 class Component {
   public:
     explicit Component(bool passes) : mPasses(passes) {}
@@ -165,6 +166,7 @@ struct Unref {
 template <typename Type>
 using Owned = std::unique_ptr<Type, Unref>;
 
+// The other side: a pipeline that this thread pushes buffers into.
 class Pipeline {
   public:
     Pipeline() {

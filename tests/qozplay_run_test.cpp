@@ -15,7 +15,7 @@ TEST(Player, EndsWithTwoAndASentenceOnBadInput) {
     const std::string garbage = folder.write("garbage.y4m", "no clip\n");
     const std::pair<std::string, const char*> cases[] = {
         {"-i " + folder.file("missing.y4m"), "cannot read"},
-        {"--size 0x4 -i " + garbage, "size of 0"},
+        {"--size 0x4 -i " + garbage, "a size looks like"},
         {"--rate 30 -i " + garbage, "has its own"},
         {"--size 1x2 -i " + garbage + " -o " + garbage, "overwritten"},
         {"-o " + folder.file("no/such/folder.y4m"), "cannot write"},
@@ -45,7 +45,7 @@ TEST(Player, EndsWithTwoAndASentenceOnBadInput) {
         {"--sessions 2 -i /dev/null", "only once"},
         {"--max 1x8", "no side is below 2"},
         {"--at 3:size=8x1", "no side is below 2"},
-        {"--rate 1000000", "more than 100000"},
+        {"--rate 1000000", "at most 100000"},
         {"--stats ''", "names no file"},
         {"--no-such-option", "--no-such-option"},
         {"clip.mp4", "a clip is named by -i"},

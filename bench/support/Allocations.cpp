@@ -10,6 +10,7 @@ namespace {
 
 constexpr size_t kSizes = 4096;  // larger ones are counted under the last
 
+// Calls of operator new on one thread, by size, while `on`.
 struct Counter {
     bool on = false;
     std::array<uint64_t, kSizes> calls{};

@@ -15,6 +15,7 @@
 
 namespace qoz::client {
 
+// What one onBufferDone() said, and when.
 struct ReturnedBuffer {
     uint32_t port;
     int32_t slot;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What of the log is shown, in logcat's words: TAG:PRIORITY ..., with V D I W E F S.
+// What of the log is shown, in logcat's words: TAG:PRIORITY ..., with V D I W E F S. It does not
+// change once it has been made, so any thread may ask it.
 #pragma once
 
 #include <android/log.h>

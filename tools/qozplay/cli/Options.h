@@ -17,6 +17,7 @@ namespace qozplay {
 
 constexpr uint32_t kLeastVectorSide = 2;  // pixels of a picture that has a half-size copy
 
+// What was asked for, checked as far as that can be done without opening a file.
 struct Options {
     std::string input;            // empty: the built-in scene
     std::optional<Size> rawSize;  // given: the input is raw RGBA

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Where finished frames go.
+// Where finished frames go. A session calls its sinks one after the other, on its own thread.
 #pragma once
 
 #include "qozplay/media/Colour.h"

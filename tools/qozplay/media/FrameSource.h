@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Where frames come from: a clip in a file or pipe, or the built-in scene.
+// Where frames come from: a clip in a file or pipe, or the built-in scene. Each session has one of
+// its own, and reads it on its own thread.
 #pragma once
 
 #include <cstddef>

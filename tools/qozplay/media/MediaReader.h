@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // A clip in whatever container, codec and pixel format libavformat and libavcodec know, as RGBA
-// frames.
+// frames. Owned by the player; used on the thread of one session once it has been opened.
 #pragma once
 
 #include <android/binder_auto_utils.h>

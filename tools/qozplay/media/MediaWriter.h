@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Finished frames as a clip: y4m for pipes and devices, else the container that the file's ending
-// names, with the frames' own times and the audio of the input.
+// names, with the frames' own times and the audio of the input. Owned by the outputs; frames come
+// on the first session's thread, which has ended before finish().
 #pragma once
 
 #include <optional>

@@ -1,6 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "qozplay/media/Types.h"
 
+extern "C" {
+#include <libavutil/mathematics.h>
+#include <libavutil/parseutils.h>
+}
+
+#include <algorithm>
 #include <charconv>
 #include <new>
 #include <system_error>
@@ -31,36 +37,29 @@ uint64_t parseNumber(const std::string& text, uint64_t limit) {
 }
 
 Size parseSize(const std::string& text) {
-    const size_t cross = text.find('x');
-    if (cross == std::string::npos) throw BadInput("a size looks like 1280x720");
-    const auto side = [&](const std::string& part) {
-        return static_cast<uint32_t>(parseNumber(part, kMaxSide));
-    };
-    const Size size{side(text.substr(0, cross)), side(text.substr(cross + 1))};
-    if (size.width == 0 || size.height == 0) throw BadInput("a size of 0 holds no picture");
-    return size;
+    constexpr int kLimit = kMaxSide;
+    int width = 0;
+    int height = 0;
+    if (av_parse_video_size(&width, &height, text.c_str()) < 0 ||
+        std::max(width, height) > kLimit) {
+        throw BadInput(format("a size looks like 1280x720, and no side is above %d", kLimit));
+    }
+    return {static_cast<uint32_t>(width), static_cast<uint32_t>(height)};
 }
 
 Rate parseRate(const std::string& text) {
-    constexpr uint64_t kLimit = 1'000'000;
-    constexpr uint32_t kFastest = 100'000;  // interpolated frames have microseconds of their own
-    const size_t slash = text.find('/');
-    Rate rate;
-    rate.num = static_cast<uint32_t>(parseNumber(text.substr(0, slash), kLimit));
-    if (slash != std::string::npos) {
-        rate.den = static_cast<uint32_t>(parseNumber(text.substr(slash + 1), kLimit));
+    constexpr int kFastest = 100'000;  // interpolated frames have microseconds of their own
+    AVRational rate{};
+    if (av_parse_video_rate(&rate, text.c_str()) < 0 || rate.num / rate.den > kFastest) {
+        throw BadInput(
+            format("a rate looks like 30, 29.97 or 30000/1001, and is at most %d", kFastest));
     }
-    if (rate.num == 0 || rate.den == 0) throw BadInput("a rate of 0 shows no frames");
-    if (rate.num / rate.den > kFastest) throw BadInput(format("more than %u a second", kFastest));
-    return rate;
+    return {static_cast<uint32_t>(rate.num), static_cast<uint32_t>(rate.den)};
 }
 
-// In two steps: frames times nanoseconds would not fit.
 int64_t timestampOf(Rate rate, uint64_t frame) {
-    constexpr uint64_t kNanoseconds = 1'000'000'000;
-    const uint64_t ticks = frame * rate.den;
-    return static_cast<int64_t>(ticks / rate.num * kNanoseconds +
-                                ticks % rate.num * kNanoseconds / rate.num);
+    const AVRational duration{static_cast<int>(rate.den), static_cast<int>(rate.num)};
+    return av_rescale_q(static_cast<int64_t>(frame), duration, {1, 1'000'000'000});
 }
 
 std::string toText(Rate rate) {

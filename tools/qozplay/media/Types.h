@@ -16,7 +16,7 @@ using qoz::client::SessionFailed;
 using qoz::client::Size;
 using qoz::client::toText;
 
-// Frames a second, as a fraction: 30000/1001 has no finite decimal form.
+// Frames a second, as a fraction: 30000/1001 has no finite decimal form. Both fit an int.
 struct Rate {
     uint32_t num = 30;
     uint32_t den = 1;
@@ -33,8 +33,8 @@ std::string plainly(const std::exception& error);
 
 constexpr uint32_t kMaxSide = 16384;  // beyond that a header is taken for nonsense
 
-// Each throws BadInput that says what is wrong with the text: "1280x720"; "30" or "30000/1001", but
-// not "29.97"; a whole decimal number of at most `limit`, nothing around it.
+// Each throws BadInput that says what is wrong with the text: "1280x720"; "30", "29.97" or
+// "30000/1001"; a whole decimal number of at most `limit`, nothing around it.
 Size parseSize(const std::string& text);
 Rate parseRate(const std::string& text);
 uint64_t parseNumber(const std::string& text, uint64_t limit);

@@ -16,6 +16,7 @@ namespace {
 enum class Unit { Milliseconds, Plain };
 enum class Bound { AtMost, AtLeast };
 
+// A figure that can have a bound.
 struct Figure {
     std::string_view name;
     const char* place;  // in the figures of a session

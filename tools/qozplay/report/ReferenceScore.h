@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the interpolated frames ought to look like: the frames of the clip that were held back, and
-// a score for each made one against them. The peers to beat are scored the same way.
+// a score for each made one against them. The peers to beat are scored the same way. Owned by the
+// player; source and score are used on the one session's thread.
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>

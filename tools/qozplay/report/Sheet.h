@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // A picture of what the processing does: source frames and the frames made between them, side by
-// side in time order. One row an interval.
+// side in time order. One row an interval. Owned by the outputs; frames come on the first session's
+// thread, the picture is drawn when that has ended.
 #pragma once
 
 #include <deque>

@@ -17,11 +17,13 @@ namespace qozplay {
 
 using qoz::client::Ledger;
 
+// A change that has taken place.
 struct ChangeNote {
     Change change;
     double blocked;  // milliseconds that the client could not go on
 };
 
+// The figures of one session, which fills them in before it ends.
 struct SessionStats {
     FrameTracker::Tally frames;
     std::vector<double> blocked;  // milliseconds in process(), of each source frame
@@ -52,6 +54,7 @@ struct Limit {
     double value;
 };
 
+// The figures of the whole run.
 struct RunStats {
     std::string input;
     std::string settings;

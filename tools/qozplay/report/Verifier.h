@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Checks one stream as it goes: what went in says what has to come out. Knows the settings that the
-// client has given and nothing of how frames are made.
+// client has given and nothing of how frames are made. Owned by its session, and used on that
+// session's thread alone.
 #pragma once
 
 #include <cstddef>

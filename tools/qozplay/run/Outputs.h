@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Everything that a run writes: opened before the work, so that what cannot be written is found out
-// then, and put in its place at the end.
+// then, and put in its place at the end. Owned by the player, on whose thread it is made and saved.
 #pragma once
 
 #include <filesystem>

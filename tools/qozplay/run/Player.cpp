@@ -60,6 +60,8 @@ SessionPlan planOf(const Options& options, uint32_t session) {
             options.log.wantsDiagnostics()};
 }
 
+// One run: opens what it reads and writes, runs the sessions on threads of their own, and says how
+// it went. Everything but the sessions' work is done on the thread that calls it.
 class Player {
   public:
     Player(Options options, Console& console, const StopRequest& stop);

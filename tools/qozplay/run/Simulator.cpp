@@ -70,6 +70,7 @@ bool isOurs(const qoz::host::Fault& fault) {
 }
 
 #ifdef QOZ_SERVICE_PROCESS
+// The bus outlives the connection of the service to it.
 struct ServiceProcess {
     ServiceProcess(const std::vector<std::string>& arguments, const std::filesystem::path& folder)
         : bus(arguments, folder), service(bus.address()) {}

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The host simulator, switched on for one run: properties, log, trace, service and faults as the
-// options ask, and everything off again at the end.
+// options ask, and everything off again at the end. One at a time in a process, as these are
+// settings of the process; made and ended on the player's thread.
 #pragma once
 
 #include <host/control.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Changes while frames flow, as --at names them.
+// Changes while frames flow, as --at names them. Owned by a session, and used on its thread.
 #pragma once
 
 #include <array>

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The frames of one stream on their way: what has gone in, what has come out and how long it took.
-// Frames are known by their timestamp in microseconds.
+// Frames are known by their timestamp in microseconds. Owned by the stream of a session, and used
+// on its thread alone.
 #pragma once
 
 #include <map>

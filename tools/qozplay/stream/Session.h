@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// One session from beginning to end: enable, config, frame after frame, flush, disable.
+// One session from beginning to end: enable, config, frame after frame, flush, disable. Each runs
+// on a thread of its own; only the component's callbacks come on others, and wait in the return
+// queue.
 #pragma once
 
 #include <functional>
