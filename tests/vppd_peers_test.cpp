@@ -1,45 +1,25 @@
 // SPDX-License-Identifier: Apache-2.0
-// Clients that share one service: what a hostile one on the same bus can do to another, and what a
-// client's own trouble does to itself.
-#include <android/binder_ibinder.h>
-#include <client/LiveClient.h>
-#include <host/vppd/PrivateBus.h>
-#include <host/vppd/RemoteService.h>
+// Clients that share one service: what a hostile one on the same bus can do to another.
 #include <host/vppservice/Quota.h>
 #include <sys/mman.h>
-#include <sys/resource.h>
 
 #include <algorithm>
-#include <csignal>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <iomanip>
 #include <sstream>
 
-#include "support/HostilePeer.h"
-#include "support/Sanitized.h"
+#include "support/VppdPeers.h"
 
 namespace qoz::test {
 namespace {
 
-using namespace std::chrono_literals;
 using client::LiveClient;
 using host::vppd::toBus;
 using host::vppservice::kClientBudget;
 using Clock = std::chrono::steady_clock;
 
-#ifdef NDEBUG
-constexpr bool kSlow = kSanitized;
-#else
-constexpr bool kSlow = true;  // frames of this size take an unoptimised build minutes
-#endif
-constexpr uint32_t kW = kSlow ? 320 : 1280;
-constexpr uint32_t kH = kSlow ? 180 : 720;
-constexpr Size kSize{static_cast<int>(kW), static_cast<int>(kH)};
-constexpr int64_t kFrameNs = 33333000;
 constexpr int kFrames = kSlow ? 10 : 40;
-constexpr ConfigParams kDouble{1, 0, 1, 0};
 
 // The session of the first client that asks a service.
 const std::string kVictim = std::string(host::vppd::kSessionFolder) + "1";
@@ -92,6 +72,15 @@ class Healthy {
 
 using Attack = std::string (*)(const std::string& bus);
 
+// No attack: what the other rows are to be read against. A machine of two processors has one left
+// for the client, the bus and the service together.
+std::string takesAProcessor(const std::string&) {
+    const auto end = Clock::now() + std::chrono::milliseconds(20);
+    while (Clock::now() < end) {
+    }
+    return "nothing";
+}
+
 std::string queuesOnAnothersSession(const std::string& bus) {
     HostilePeer peer(bus);
     const auto mine = frame(kSize);
@@ -130,35 +119,18 @@ std::string forgesCallbacks(const std::string& bus) {
     return "refused, and logged";
 }
 
-int memory(unsigned flags, off_t bytes, int seals) {
-    const int fd = memfd_create("hostile", MFD_CLOEXEC | flags);
-    if (fd < 0) return -1;
-    EXPECT_EQ(ftruncate(fd, bytes), 0);
-    EXPECT_TRUE(seals == 0 || fcntl(fd, F_ADD_SEALS, seals) == 0);
-    return fd;
-}
-
+// What the service takes cannot be truncated afterwards; what can be, it does not take.
 std::string pullsMemoryAway(const std::string& bus) {
     HostilePeer peer(bus);
     const std::string session = peer.newOpenSession(kSize);
     const auto good = frame(kSize);
-    const auto length = static_cast<off_t>(sizeOf(good));
-    // Not sealed, sealed one way only, too small, of huge pages, and no memory at all.
-    const int bad[] = {
-        memory(0, length, 0),
-        memory(MFD_ALLOW_SEALING, length, F_SEAL_GROW),
-        memory(MFD_ALLOW_SEALING, length, F_SEAL_SHRINK),
-        memory(MFD_ALLOW_SEALING, 4096, F_SEAL_GROW | F_SEAL_SHRINK),
-        memory(MFD_ALLOW_SEALING | MFD_HUGETLB, 2 << 20, F_SEAL_GROW | F_SEAL_SHRINK),
-        open("/proc/self/exe", O_RDONLY | O_CLOEXEC)};
-    for (const int fd : bad) {
-        if (fd < 0) continue;  // no huge pages here
-        VppBuffer sent = record(good, 1 | kOutputBit, 1);
-        sent.pixelHandle.fds[0].set(fd);
-        EXPECT_EQ(peer.callSession(session, "QueueBuf", int32_t{1}, toBus(sent)),
-                  number(VppError::VPP_ERR_PARAM))
-            << &fd - bad;
-    }
+    VppBuffer open = record(good, 1 | kOutputBit, 1);
+    const int fd = memfd_create("hostile", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+    EXPECT_EQ(ftruncate(fd, static_cast<off_t>(sizeOf(good))), 0);
+    open.pixelHandle.fds[0].set(fd);
+    EXPECT_EQ(peer.callSession(session, "QueueBuf", int32_t{1}, toBus(open)),
+              number(VppError::VPP_ERR_PARAM));
+    EXPECT_EQ(ftruncate(fd, 0), 0);
     EXPECT_EQ(
         peer.callSession(session, "QueueBuf", int32_t{1}, toBus(record(good, 2 | kOutputBit, 1))),
         number(VppError::VPP_OK));
@@ -232,19 +204,12 @@ std::string endsSessionsThatHang(const std::string& bus) {
     return "the next session opens at once";
 }
 
-class VppdPeers : public ResourceTest {
-  protected:
-    // With a service whose setCtrlVppMode is slow from the second call on: the healthy client,
-    // which is there first, makes one.
-    const host::PrivateBus bus{{"--fault", "setCtrlVppMode=late:700@2+"}};
-    host::RemoteVppService service{bus.address()};
-};
-
 struct PeerRow {
     const char* name;
     Attack attack;
 };
 constexpr PeerRow kPeerRows[] = {
+    {"takes a processor, and no part of the bus", takesAProcessor},
     {"queues buffers on another's session", queuesOnAnothersSession},
     {"ends and releases another's session", endsAnothersSession},
     {"forges callbacks to another", forgesCallbacks},
@@ -306,223 +271,13 @@ void writeRows(const std::string& rows) {
 Written by `tests/vppd_peers_test.cpp` in the same way. Each peer is a connection of its own to the bus of
 one service, and does its worst over and over while a client beside it plays 40 frames. The last column
 is the median of that client's latencies, from `process` to the frame, against its own median just
-before; of one run, on two cores that had other work to do. What protects a client, and what does not, is
-in [isolation](isolation.md).
+before; of one run, on two processors that had other work to do. The first peer does nothing but take
+a processor: what it costs is the share of two processors that is left, and bounds what any other
+peer can be said to cost. What protects a client, and what does not, is in [isolation](isolation.md).
 
 | a peer | is told | the client beside it | latency |
 |---|---|---|---|
 )" << rows;
-}
-
-// What the service has mapped of the memory of graphic buffers.
-size_t buffersMappedBy(pid_t process) {
-    std::ifstream maps("/proc/" + std::to_string(process) + "/maps");
-    size_t count = 0;
-    for (std::string line; std::getline(maps, line);)
-        count += line.find("/memfd:graphic-buffer") != std::string::npos ? 1 : 0;
-    return count;
-}
-
-// A session that is used as no component uses it: with new buffers for every frame.
-TEST_F(VppdPeers, MappingsEndWithTheirBuffers) {
-    const auto recorder = ndk::SharedRefBase::make<SessionRecorder>();
-    const auto session = newSession();
-    VppError result = VppError::VPP_ERR;
-    session->initSession(0, recorder, &result);
-    for (const VppPort side : {VppPort::INPUT, VppPort::OUTPUT})
-        session->setParameter(side, port(kSize), &result);
-    session->open(&result);
-    ASSERT_EQ(result, VppError::VPP_OK);
-    const pid_t pid = bus.servicePid().value_or(0);
-    size_t most = 0;
-    for (int n = 1; n <= 60; ++n) {
-        const auto timestamp = static_cast<uint64_t>(n) * 1000;
-        session->queueBuf(VppPort::OUTPUT, record(frame(kSize), n | kOutputBit, 1), &result);
-        session->queueBuf(VppPort::INPUT, record(frame(kSize), n, timestamp), &result);
-        ASSERT_TRUE(recorder->await("output " + std::to_string(n) + " "));
-        most = std::max(most, buffersMappedBy(pid));
-    }
-    EXPECT_LE(most, 3U) << "more than a source, its reference and an output";
-    session->close(&result);
-    EXPECT_EQ(buffersMappedBy(pid), 0U);
-}
-
-// A limit of the process, lowered and put back.
-class Limit {
-  public:
-    Limit(decltype(RLIMIT_NOFILE) which, rlim_t value) : mWhich(which) {
-        getrlimit(mWhich, &mBefore);
-        const rlimit lowered{value, mBefore.rlim_max};
-        setrlimit(mWhich, &lowered);
-    }
-    ~Limit() { setrlimit(mWhich, &mBefore); }
-    Limit(const Limit&) = delete;
-    Limit& operator=(const Limit&) = delete;
-
-  private:
-    const decltype(RLIMIT_NOFILE) mWhich;
-    rlimit mBefore{};
-};
-
-TEST_F(VppdPeers, AClientOutOfDescriptorsGoesOnAfterwards) {
-    LogCapture quiet;
-    LiveClient client;
-    ASSERT_TRUE(client.start(kW, kH, kDouble));
-    for (int n = 0; n < 4; ++n)
-        ASSERT_TRUE(client.send(kW, kH, n * kFrameNs));
-    {
-        const Limit none(RLIMIT_NOFILE, 3);
-        const auto end = Clock::now() + 500ms;
-        for (int n = 4; Clock::now() < end; ++n) {
-            client.send(kW, kH, n * kFrameNs);
-            std::this_thread::sleep_for(10ms);
-        }
-        const auto start = Clock::now();
-        client.vpp->flushsync();
-        EXPECT_LT(Clock::now() - start, host::vppd::kCallLimit);
-    }
-    client.disable();
-    EXPECT_EQ(client.account(), "");
-    EXPECT_EQ(service.deaths(), 0U);
-}
-
-TEST_F(VppdPeers, AClientOutOfThreadsIsToldSo) {
-    LogCapture quiet;
-    const auto session = newSession();
-    pthread_attr_t before, huge;
-    pthread_getattr_default_np(&before);
-    pthread_attr_init(&huge);
-    pthread_attr_setstacksize(&huge, size_t{1} << 46);  // that no address space holds
-    pthread_setattr_default_np(&huge);
-    VppError result = VppError::VPP_OK;
-    const auto recorder = ndk::SharedRefBase::make<SessionRecorder>();
-    EXPECT_TRUE(session->initSession(0, recorder, &result).isOk());
-    pthread_setattr_default_np(&before);
-    EXPECT_EQ(result, VppError::VPP_ERR_RESOURCES);
-    EXPECT_TRUE(session->initSession(0, recorder, &result).isOk());
-    EXPECT_EQ(result, VppError::VPP_OK);
-    pthread_attr_destroy(&huge);
-    pthread_attr_destroy(&before);
-}
-
-// Asks for the death notice of a session's binder, and counts it.
-struct DeathNotices {
-    explicit DeathNotices(vpp::IVpp& session) : binder(session.asBinder()) {
-        EXPECT_EQ(AIBinder_linkToDeath(binder.get(), recipient, this), STATUS_OK);
-    }
-    ~DeathNotices() { AIBinder_DeathRecipient_delete(recipient); }
-    DeathNotices(const DeathNotices&) = delete;
-    DeathNotices& operator=(const DeathNotices&) = delete;
-
-    std::atomic<int> count{0};
-    const ndk::SpAIBinder binder;
-    AIBinder_DeathRecipient* const recipient = AIBinder_DeathRecipient_new(
-        [](void* cookie) { ++static_cast<DeathNotices*>(cookie)->count; });
-};
-
-TEST_F(VppdPeers, ADeathIsAnnouncedAtOnceAndOnce) {
-    LogCapture quiet;
-    const auto first = newSession(), second = newSession();
-    const DeathNotices one(*first), two(*second);
-    const auto start = Clock::now();
-    kill(bus.servicePid().value_or(0), SIGKILL);
-    EXPECT_TRUE(eventually([&] { return one.count == 1 && two.count == 1; }));
-    EXPECT_LT(Clock::now() - start, 1s);
-    VppError result = VppError::VPP_PENDING;
-    EXPECT_FALSE(first->open(&result).isOk());
-    const auto third = newSession();
-    ASSERT_NE(third, nullptr) << "the service is started anew";
-    const DeathNotices three(*third);
-    EXPECT_EQ(one.count + two.count + three.count, 2);
-}
-
-// A message that this process has no room for ends its connection, and with it its sessions.
-TEST_F(VppdPeers, AConnectionThatIsLostIsADeathAndIsMadeAnew) {
-    LogCapture quiet;
-    auto session = newSession();
-    const DeathNotices notices(*session);
-    HostilePeer peer(bus.address());
-    const auto mine = frame(kSmall);
-    VppBuffer many = record(mine, 1, 1);
-    while (many.pixelHandle.fds.size() < 100)
-        share(mine, &many.pixelHandle);
-    std::vector<std::function<void()>> calls;
-    for (const std::string& name : peer.others())
-        calls.push_back(
-            peer.prepare(name, host::vppd::kCallbacksInterface, "OutputBufferDone", toBus(many)));
-    {
-        const Limit none(RLIMIT_NOFILE, 3);
-        for (const auto& send : calls)
-            send();
-        EXPECT_TRUE(eventually([&] { return notices.count == 1; }));
-    }
-    VppError result = VppError::VPP_PENDING;
-    EXPECT_FALSE(session->open(&result).isOk());
-    session = newSession();
-    ASSERT_NE(session, nullptr);
-    EXPECT_TRUE(session->open(&result).isOk());
-    EXPECT_EQ(service.deaths(), 1U);
-}
-
-// A program for a bus to start: the daemon, for which one thread cannot be had. How it ended is in
-// the file.
-std::string withoutThread(int number, const std::filesystem::path& folder) {
-    const std::string script = folder / "vppd";
-    std::ofstream(script) << "#!/bin/sh\nLD_PRELOAD=" QOZ_FAIL_THREAD_LIBRARY " QOZ_FAIL_THREAD="
-                          << number << " " QOZ_VPPD " \"$@\"\necho $? >> " << folder.string()
-                          << "/ends\n";
-    std::filesystem::permissions(script, std::filesystem::perms::owner_all);
-    return script;
-}
-
-bool playsOneFrame() {
-    LiveClient client;
-    if (!client.start(kW, kH, kDouble)) return false;
-    EXPECT_TRUE(client.send(kW, kH, 0));
-    EXPECT_TRUE(client.waitForTimestamp(0));
-    client.stop();
-    EXPECT_EQ(client.account(), "");
-    return true;
-}
-
-// Those of its start may end it with a message; no other ends it, and the next client is served.
-TEST(VppdThreads, TheOneThatCannotBeHadEndsNoService) {
-    if (kSanitized) GTEST_SKIP() << "a sanitizer wants to be loaded first";
-    LogCapture quiet;
-    std::string pattern = std::filesystem::temp_directory_path() / "qoz-threads-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    const std::filesystem::path folder = pattern;
-    int refused = 0;
-    for (int number = 1; number <= 16; ++number) {
-        SCOPED_TRACE(number);
-        bool plays = false;
-        {
-            const host::PrivateBus bus({}, folder, withoutThread(number, folder));
-            const host::RemoteVppService service(bus.address());
-            plays = playsOneFrame();
-            refused += plays ? 0 : 1;
-            plays = plays || playsOneFrame();
-            EXPECT_EQ(service.deaths(), 0U);
-        }
-        int end = -1;
-        EXPECT_TRUE(eventually([&] { return (std::ifstream(folder / "ends") >> end).good(); }));
-        EXPECT_EQ(end, plays ? 0 : 1);
-        std::filesystem::remove(folder / "ends");
-    }
-    EXPECT_GT(refused, 0) << "no thread of a session's was missing";
-    std::filesystem::remove_all(folder);
-}
-
-// No side so long that a size computed from it wraps.
-TEST(GraphicBuffers, OfSizesWhoseProductWrapsHaveNoMemory) {
-    const std::pair<uint32_t, uint32_t> sizes[] = {{UINT32_MAX, UINT32_MAX},
-                                                   {2147437308U, 2147529989U},
-                                                   {UINT32_MAX, 1},
-                                                   {1U << 31, 1U << 31}};
-    for (const auto& [width, height] : sizes)
-        for (const int32_t format : {kRgba, kNv12})
-            EXPECT_NE(buffer(width, height, format)->initCheck(), android::OK)
-                << width << "x" << height;
 }
 
 }  // namespace

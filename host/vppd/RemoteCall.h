@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <future>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <thread>
@@ -14,11 +15,14 @@
 
 namespace qoz::host::vppd {
 
-// The bus, or this process, had no room for a message. It has not been carried and never will be,
-// so that it may be sent again.
+// The bus, or a process at either end, had no room for a message or for the descriptors in it. It
+// has not been carried out and never will be, so that it may be sent again.
 inline bool wasNotCarried(const sdbus::Error& error) {
-    return error.getName() == "org.freedesktop.DBus.Error.LimitsExceeded" ||
-           error.getName() == "org.freedesktop.DBus.Error.NoMemory";
+    constexpr const char* kShortages[] = {"org.freedesktop.DBus.Error.LimitsExceeded",
+                                          "org.freedesktop.DBus.Error.NoMemory",
+                                          "System.Error.EMFILE", "System.Error.ENFILE"};
+    return std::find(std::begin(kShortages), std::end(kShortages), error.getName()) !=
+           std::end(kShortages);
 }
 
 // Waits for the one value that the call is answered with. What the bus does not carry is sent again

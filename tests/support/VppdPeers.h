@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: Apache-2.0
+// A service in a process of its own, on a bus that a test's clients and hostile peers share.
+#pragma once
+
+#include <client/LiveClient.h>
+#include <host/vppd/PrivateBus.h>
+#include <host/vppd/RemoteService.h>
+
+#include "support/HostilePeer.h"
+#include "support/Sanitized.h"
+
+namespace qoz::test {
+
+#ifdef NDEBUG
+constexpr bool kSlow = kSanitized;
+#else
+constexpr bool kSlow = true;  // frames of this size take an unoptimised build minutes
+#endif
+constexpr uint32_t kW = kSlow ? 320 : 1280;
+constexpr uint32_t kH = kSlow ? 180 : 720;
+constexpr Size kSize{static_cast<int>(kW), static_cast<int>(kH)};
+constexpr int64_t kFrameNs = 33333000;
+constexpr ConfigParams kDouble{1, 0, 1, 0};
+
+class VppdPeers : public ResourceTest {
+  protected:
+    // A service whose setCtrlVppMode is slow from the second call on: the healthy client,
+    // which is there first, makes one.
+    const host::PrivateBus bus{{"--fault", "setCtrlVppMode=late:700@2+"}};
+    host::RemoteVppService service{bus.address()};
+};
+
+}  // namespace qoz::test
