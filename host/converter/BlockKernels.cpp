@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <host/converter/BlockKernels.h>
 #include <host/converter/BlockGrid.h>
+#include <host/converter/BlockKernels.h>
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "host/converter/BlockKernels.cpp"

@@ -104,8 +104,7 @@ class Candidates {
         if (std::abs(candidate.dx) > mReach || std::abs(candidate.dy) > mReach) return;
         const uint32_t dearer = bias(candidate);
         if (dearer >= mCost) return;
-        const uint32_t difference =
-            blockDifference(mFrom, mTo, mBlock, candidate, mCost - dearer);
+        const uint32_t difference = blockDifference(mFrom, mTo, mBlock, candidate, mCost - dearer);
         if (difference == kUnseen) return;
         const uint32_t cost = difference + dearer;
         if (cost >= mCost) return;
@@ -189,9 +188,9 @@ void SearchSeeded(const LumaPlane& from, const LumaPlane& to, const BlockMatch* 
             Candidates candidates(from, to, block, seed.displacement, kMaxDisplacement);
             if (seed.difference != kUnseen) candidates.offer(seed.displacement);
             // What fits as well as on the way there is the same picture.
-            const bool fits = seed.difference != kUnseen &&
-                              candidates.best().difference <=
-                                  seed.difference + block.area() * kSettled;
+            const bool fits =
+                seed.difference != kUnseen &&
+                candidates.best().difference <= seed.difference + block.area() * kSettled;
             if (!fits) {
                 candidates.offer({});
                 offerNeighbours(*grid, column, row, &candidates);

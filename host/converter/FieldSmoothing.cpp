@@ -95,7 +95,8 @@ class Smoother {
     HWY_INLINE uint32_t disagreement(const Block& block, Displacement own) const {
         uint32_t sum = 0;
         for (int i = 0; i < mCount; ++i) {
-            const int distance = std::abs(own.dx - mAround[i].dx) + std::abs(own.dy - mAround[i].dy);
+            const int distance =
+                std::abs(own.dx - mAround[i].dx) + std::abs(own.dy - mAround[i].dy);
             sum += static_cast<uint32_t>(std::min(distance, kChargedDistance));
         }
         return sum * block.area() / kChargeShare;
@@ -104,7 +105,7 @@ class Smoother {
     const LumaPlane& mFrom;
     const LumaPlane& mTo;
     BlockGrid& mGrid;
-    std::vector<uint8_t> mDue;  // blocks to be looked at, 1 or 0
+    std::vector<uint8_t> mDue;                 // blocks to be looked at, 1 or 0
     Displacement mAround[std::size(kAround)];  // of the neighbours of the block in hand
     int mCount = 0;
 };

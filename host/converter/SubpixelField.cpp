@@ -69,8 +69,7 @@ HWY_INLINE GradientSums gradientSums(const uint8_t* a, ptrdiff_t aStride, const 
             r = add(residual, one, r);
         }
     }
-    const auto total = [&](auto sum)
-                           HWY_ATTR { return hn::GetLane(hn::SumOfLanes(wide, sum)); };
+    const auto total = [&](auto sum) HWY_ATTR { return hn::GetLane(hn::SumOfLanes(wide, sum)); };
     return {total(xx), total(xy), total(yy), total(xr), total(yr), total(x), total(y), total(r)};
 }
 

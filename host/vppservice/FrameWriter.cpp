@@ -71,9 +71,8 @@ struct Tile {
     // Of nodes that are not apart.
     HWY_INLINE NodeMotion mean() const {
         const auto of = [this](int16_t NodeMotion::*part) {
-            return static_cast<int16_t>((nodes[0]->*part + nodes[1]->*part + nodes[2]->*part +
-                                         nodes[3]->*part + 2) >>
-                                        2);
+            return static_cast<int16_t>(
+                (nodes[0]->*part + nodes[1]->*part + nodes[2]->*part + nodes[3]->*part + 2) >> 2);
         };
         return {of(&NodeMotion::olderX), of(&NodeMotion::olderY), of(&NodeMotion::newerX),
                 of(&NodeMotion::newerY), nodes[0]->newerShare};
@@ -262,9 +261,8 @@ HWY_INLINE void weighTile(const LumaSource (&sources)[4], ptrdiff_t stride, uint
     const hn::CappedTag<float, 8> d;
     const hn::Rebind<int32_t, decltype(d)> ints;
     const hn::Rebind<uint8_t, decltype(d)> bytes;
-    const auto promote = [d, ints](auto v) HWY_ATTR {
-        return hn::ConvertTo(d, hn::PromoteTo(ints, v));
-    };
+    const auto promote = [d, ints](auto v)
+                             HWY_ATTR { return hn::ConvertTo(d, hn::PromoteTo(ints, v)); };
     HWY_ALIGN float rightShares[8];
     for (int i = 0; i < 8; ++i)
         rightShares[i] = kRight[i];
@@ -357,9 +355,8 @@ HWY_INLINE void writeChromaSpan(const ChromaSource& source, ptrdiff_t stride, ui
 HWY_INLINE void mixChroma(const ChromaSource (&sources)[4], ptrdiff_t stride, uint8_t* to,
                           ptrdiff_t toStride, int rows) {
     const hn::FixedTag<uint16_t, 8> d;
-    const auto predict = [&](int k, int row) HWY_ATTR {
-        return chromaMixed(d, sources[k], row * stride, stride);
-    };
+    const auto predict = [&](int k, int row)
+                             HWY_ATTR { return chromaMixed(d, sources[k], row * stride, stride); };
     mixByDistance(predict, kChromaRight, kNodeStep / 2, to, toStride, rows);
 }
 

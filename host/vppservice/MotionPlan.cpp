@@ -88,7 +88,8 @@ class Chooser {
                 choose(column, row, 2);
         }
         for (int row = 0; row < mWork.rows; ++row) {
-            for (int column = row % 2 == 0 ? 1 : 0; column < mWork.columns; column += row % 2 == 0 ? 2 : 1) {
+            for (int column = row % 2 == 0 ? 1 : 0; column < mWork.columns;
+                 column += row % 2 == 0 ? 2 : 1) {
                 if (!follow(column, row)) choose(column, row, 1);
             }
         }
@@ -203,8 +204,7 @@ class Chooser {
         if (best.cost < kDisagreeing) return mWork.byTime;
         const auto meets = [&](const NodeField& field, int share) {
             const auto node = [&](int at, int by) {
-                return at + ((by * share + kNodeStep * kMotionUnit * (kPartUnit / 2)) >>
-                             (14 + 6));
+                return at + ((by * share + kNodeStep * kMotionUnit * (kPartUnit / 2)) >> (14 + 6));
             };
             const Vector there =
                 field.at(node(best.column, best.vector.dx), node(best.row, best.vector.dy)).vector;
@@ -401,9 +401,7 @@ void MotionPlan::lay(const SubpixelPlanes& older, const SubpixelPlanes& newer, P
 void MotionPlan::carry(const NodeField& field, int share, std::vector<Arrival>* arrivals) const {
     arrivals->assign(static_cast<size_t>(mColumns) * static_cast<size_t>(mRows), {});
     constexpr int kNode = kNodeStep * kMotionUnit * kPartUnit;
-    const auto nodes = [share](int eighths) {
-        return (eighths * share + kNode / 2) >> (14 + 6);
-    };
+    const auto nodes = [share](int eighths) { return (eighths * share + kNode / 2) >> (14 + 6); };
     static_assert(kNode == 1 << (14 + 6));
     for (int row = 0; row < mRows; ++row) {
         for (int column = 0; column < mColumns; ++column) {

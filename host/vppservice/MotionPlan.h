@@ -126,8 +126,8 @@ class MotionPlan {
     NodeField mBackwardField;
     std::vector<Arrival> mForward;  // at this instant
     std::vector<Arrival> mBackward;
-    std::vector<Vector> mVectors;   // chosen
-    std::vector<uint32_t> mCosts;   // along these
+    std::vector<Vector> mVectors;  // chosen
+    std::vector<uint32_t> mCosts;  // along these
     std::vector<NodeMotion> mNodes;
 };
 

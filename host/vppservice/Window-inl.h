@@ -51,8 +51,9 @@ inline uint32_t windowDifferenceOfShapes(PixelPair a, PixelPair b, ptrdiff_t str
         ofA = hn::Add(ofA, hn::SumsOf8(meanOf(d, a, row * stride)));
         ofB = hn::Add(ofB, hn::SumsOf8(meanOf(d, b, row * stride)));
     }
-    const auto total = [d64](auto sums)
-                           HWY_ATTR { return static_cast<int>(hn::GetLane(hn::SumOfLanes(d64, sums))); };
+    const auto total = [d64](auto sums) HWY_ATTR {
+        return static_cast<int>(hn::GetLane(hn::SumOfLanes(d64, sums)));
+    };
     const int brighter = (total(ofA) - total(ofB)) / 128;
     const auto lift = hn::Set(d, static_cast<uint8_t>(brighter < 0 ? -brighter : brighter));
     auto sum = hn::Zero(d64);
