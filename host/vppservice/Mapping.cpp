@@ -17,8 +17,9 @@ std::shared_ptr<Mapping> Mapping::make(int fd, size_t offset, size_t length, boo
 }
 
 uint8_t* Mapping::ready() const {
-    // A kernel that does not know this leaves the faults to come one by one.
-    madvise(mPages, mLength, mWritable ? MADV_POPULATE_WRITE : MADV_POPULATE_READ);
+    // Also of what will be written: pages of such memory come writable, and for reading the kernel
+    // brings sixteen at a time. One that does not know this leaves the faults to come one by one.
+    madvise(mPages, mLength, MADV_POPULATE_READ);
     return static_cast<uint8_t*>(mPages) + mSkipped;
 }
 
