@@ -27,45 +27,36 @@ HWY_INLINE V absoluteDifference(V a, V b) {
     return hn::Or(hn::SaturatedSub(a, b), hn::SaturatedSub(b, a));
 }
 
-// Sums of absolute differences of 16x16 and of 8x8 pixels; of every second row alone where that
-// comes to the limit.
-HWY_INLINE uint32_t difference16(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b,
-                                 ptrdiff_t bStride, uint32_t limit) {
+// Sums of absolute differences over every second row of 16x16 and of 8x8 pixels.
+HWY_INLINE uint32_t halfDifference16(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b,
+                                     ptrdiff_t bStride) {
     const hn::FixedTag<uint8_t, 16> d;
     const hn::Repartition<uint64_t, decltype(d)> d64;
-    const auto everySecondRow = [&](const uint8_t* p, const uint8_t* q) HWY_ATTR {
-        auto even = hn::Zero(d64);
-        auto odd = hn::Zero(d64);
-        for (int y = 0; y < 16; y += 4, p += 4 * aStride, q += 4 * bStride) {
-            even = hn::Add(even, hn::SumsOf8(absoluteDifference(hn::LoadU(d, p), hn::LoadU(d, q))));
-            odd = hn::Add(odd, hn::SumsOf8(absoluteDifference(hn::LoadU(d, p + 2 * aStride),
-                                                              hn::LoadU(d, q + 2 * bStride))));
-        }
-        return static_cast<uint32_t>(hn::GetLane(hn::SumOfLanes(d64, hn::Add(even, odd))));
-    };
-    const uint32_t half = everySecondRow(a, b);
-    if (half >= limit) return half;
-    return half + everySecondRow(a + aStride, b + bStride);
+    auto even = hn::Zero(d64);
+    auto odd = hn::Zero(d64);
+    for (int y = 0; y < 16; y += 4, a += 4 * aStride, b += 4 * bStride) {
+        even = hn::Add(even, hn::SumsOf8(absoluteDifference(hn::LoadU(d, a), hn::LoadU(d, b))));
+        odd = hn::Add(odd, hn::SumsOf8(absoluteDifference(hn::LoadU(d, a + 2 * aStride),
+                                                          hn::LoadU(d, b + 2 * bStride))));
+    }
+    return static_cast<uint32_t>(hn::GetLane(hn::SumOfLanes(d64, hn::Add(even, odd))));
 }
 
-HWY_INLINE uint32_t difference8(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b,
-                                ptrdiff_t bStride, uint32_t limit) {
-    const hn::FixedTag<uint8_t, 16> d;
+HWY_INLINE auto twoRowsOf8(const uint8_t* p, ptrdiff_t apart) {
     const hn::FixedTag<uint8_t, 8> eight;
-    const hn::Repartition<uint64_t, decltype(d)> d64;
-    const auto twoRows = [=](const uint8_t* p, ptrdiff_t apart) HWY_ATTR {
-        return hn::Combine(d, hn::LoadU(eight, p + apart), hn::LoadU(eight, p));
-    };
-    const auto fourRows = [&](const uint8_t* p, const uint8_t* q) HWY_ATTR {
-        const auto sum = hn::Add(
-            hn::SumsOf8(absoluteDifference(twoRows(p, 2 * aStride), twoRows(q, 2 * bStride))),
-            hn::SumsOf8(absoluteDifference(twoRows(p + 4 * aStride, 2 * aStride),
-                                           twoRows(q + 4 * bStride, 2 * bStride))));
-        return static_cast<uint32_t>(hn::GetLane(hn::SumOfLanes(d64, sum)));
-    };
-    const uint32_t half = fourRows(a, b);
-    if (half >= limit) return half;
-    return half + fourRows(a + aStride, b + bStride);
+    return hn::Combine(hn::FixedTag<uint8_t, 16>(), hn::LoadU(eight, p + apart),
+                       hn::LoadU(eight, p));
+}
+
+HWY_INLINE uint32_t halfDifference8(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b,
+                                    ptrdiff_t bStride) {
+    const hn::FixedTag<uint64_t, 2> d64;
+    const auto upper = absoluteDifference(twoRowsOf8(a, 2 * aStride), twoRowsOf8(b, 2 * bStride));
+    a += 4 * aStride;
+    b += 4 * bStride;
+    const auto lower = absoluteDifference(twoRowsOf8(a, 2 * aStride), twoRowsOf8(b, 2 * bStride));
+    const auto sum = hn::Add(hn::SumsOf8(upper), hn::SumsOf8(lower));
+    return static_cast<uint32_t>(hn::GetLane(hn::SumOfLanes(d64, sum)));
 }
 
 // Blocks of which a part lies outside: what is inside counts as much as a whole block, as long as
@@ -92,7 +83,7 @@ inline uint32_t clippedDifference(const LumaPlane& from, const LumaPlane& to, co
 }
 
 // How much a block of one plane differs from a displaced block of another: the sum of the absolute
-// differences of their pixels, or anything from the limit up where it comes to that.
+// differences of their pixels; of every second row alone where that comes to the limit.
 HWY_INLINE uint32_t blockDifference(const LumaPlane& from, const LumaPlane& to, const Block& block,
                                     Displacement displacement, uint32_t limit = kUnseen) {
     const auto within = [size = block.size](const LumaPlane& plane, int x, int y) {
@@ -105,8 +96,9 @@ HWY_INLINE uint32_t blockDifference(const LumaPlane& from, const LumaPlane& to, 
     }
     const uint8_t* a = from.at(block.x, block.y);
     const uint8_t* b = to.at(toX, toY);
-    return block.size == 16 ? difference16(a, from.width, b, to.width, limit)
-                            : difference8(a, from.width, b, to.width, limit);
+    const auto half = block.size == 16 ? halfDifference16 : halfDifference8;
+    const uint32_t sum = half(a, from.width, b, to.width);
+    return sum >= limit ? sum : sum + half(a + from.width, from.width, b + to.width, to.width);
 }
 
 }  // namespace qoz::host::HWY_NAMESPACE

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "host/vppservice/FrameWriter.cpp"
@@ -22,9 +23,27 @@ constexpr int kApart = 4;
 constexpr float kAgreement = 12;
 constexpr float kOneSided = 100;  // what is taken for the disagreement where there is but one
 
-// Shares of the right-hand nodes, of 16, at the centres of the pixels between two.
-HWY_ALIGN constexpr uint16_t kRight[8] = {1, 3, 5, 7, 9, 11, 13, 15};
-HWY_ALIGN constexpr uint16_t kChromaRight[8] = {2, 2, 6, 6, 10, 10, 14, 14};
+// Pixels of a tile, row after row without gaps. Chroma has half as many rows.
+constexpr size_t kTilePixels = size_t{kNodeStep} * kNodeStep;
+
+// For each byte of a tile the shares, of 16, of the right-hand nodes and of the lower ones.
+struct Shares {
+    HWY_ALIGN uint16_t right[kTilePixels];
+    HWY_ALIGN uint16_t below[kTilePixels];
+};
+
+// `wide` bytes of a row lie at one place across, `tall` rows between two nodes.
+constexpr Shares sharesOf(size_t wide, size_t tall) {
+    constexpr size_t kStep = kNodeStep;
+    Shares shares{};
+    for (size_t i = 0; i < kTilePixels; ++i) {
+        shares.right[i] = static_cast<uint16_t>((i % kStep / wide * 2 + 1) * wide);
+        shares.below[i] = static_cast<uint16_t>((i / kStep * 2 + 1) * (kStep / tall));
+    }
+    return shares;
+}
+constexpr Shares kLumaShares = sharesOf(1, kNodeStep);
+constexpr Shares kChromaShares = sharesOf(2, kNodeStep / 2);
 
 // One prediction: from both sources, each with its share.
 struct LumaSource {
@@ -214,85 +233,117 @@ HWY_INLINE void writeSpan(const LumaSource& source, ptrdiff_t stride, uint8_t* t
     }
 }
 
-// Eight pixels a row, mixed of the four predictions by distance. predict(k, row) gives words;
-// `tall` is the rows between two nodes.
-template <class Predict>
-HWY_INLINE void mixByDistance(const Predict& predict, const uint16_t* shares, int tall, uint8_t* to,
-                              ptrdiff_t toStride, int rows) {
-    const hn::FixedTag<uint16_t, 8> d;
-    const hn::Rebind<uint8_t, decltype(d)> bytes;
-    const auto right = hn::Load(d, shares);
-    for (int row = 0; row < rows; ++row, to += toStride) {
-        // left * 16 + (right - left) * share; differences wrap around and back.
-        const auto across = [&](auto left, auto other) HWY_ATTR {
-            return hn::Add(hn::ShiftLeft<4>(left), hn::Mul(hn::Sub(other, left), right));
-        };
-        const auto top = across(predict(0, row), predict(1, row));
-        const auto bottom = across(predict(2, row), predict(3, row));
-        const auto below = static_cast<uint16_t>((2 * row + 1) * 8 / tall);
-        const auto sum = hn::Add(hn::Mul(top, hn::Set(d, static_cast<uint16_t>(16 - below))),
-                                 hn::Add(hn::Mul(bottom, hn::Set(d, below)), hn::Set(d, 128)));
-        hn::StoreU(narrow(bytes, hn::ShiftRight<8>(sum)), bytes, to);
+// What each of a tile's nodes predicts for all of it. Nodes that move alike share one prediction.
+class Predictions {
+  public:
+    // predict(k, to) writes what node k predicts.
+    template <class Predict>
+    HWY_INLINE Predictions(const Tile& tile, const Predict& predict) {
+        for (size_t k = 0; k < 4; ++k) {
+            size_t same = 0;
+            while (same < k && *tile.nodes[same] != *tile.nodes[k])
+                ++same;
+            mOf[k] = mPixels[same];
+            if (same == k) predict(k, mPixels[k]);
+        }
     }
+
+    // Mixes the first `count` bytes by distance.
+    HWY_INLINE void mix(const Shares& shares, size_t count, uint8_t* to) const {
+        const hn::CappedTag<uint16_t, 32> d;
+        const hn::Rebind<uint8_t, decltype(d)> bytes;
+        for (size_t i = 0; i < count; i += hn::Lanes(d)) {
+            const auto right = hn::Load(d, shares.right + i);
+            // left * 16 + (right - left) * share; differences wrap around and back.
+            const auto mean = [&](auto from, auto other, auto share) HWY_ATTR {
+                return hn::Add(hn::ShiftLeft<4>(from), hn::Mul(hn::Sub(other, from), share));
+            };
+            const auto load = [&](size_t k) HWY_ATTR {
+                return hn::PromoteTo(d, hn::LoadU(bytes, mOf[k] + i));
+            };
+            const auto top = mean(load(0), load(1), right);
+            const auto bottom = mean(load(2), load(3), right);
+            const auto sum = mean(top, bottom, hn::Load(d, shares.below + i));
+            hn::StoreU(narrow(bytes, hn::ShiftRight<8>(hn::Add(sum, hn::Set(d, 128)))), bytes,
+                       to + i);
+        }
+    }
+
+  private:
+    HWY_ALIGN uint8_t mPixels[4][kTilePixels];
+    const uint8_t* mOf[4];
+};
+
+// Rows of eight bytes to where they belong.
+HWY_INLINE void copyTile(const uint8_t* pixels, uint8_t* to, ptrdiff_t toStride, int rows) {
+    for (int row = 0; row < rows; ++row)
+        std::memcpy(to + row * toStride, pixels + ptrdiff_t{row} * kNodeStep, kNodeStep);
 }
 
-HWY_INLINE void mixTile(const LumaSource (&sources)[4], ptrdiff_t stride, uint8_t* to,
-                        ptrdiff_t toStride, int rows) {
-    const hn::FixedTag<uint16_t, 8> d;
-    const hn::Rebind<uint8_t, decltype(d)> bytes;
-    if (sources[0].even() && sources[1].even() && sources[2].even() && sources[3].even()) {
-        const auto predict = [&](int k, int row) HWY_ATTR {
-            const ptrdiff_t at = row * stride;
-            return hn::PromoteTo(d, hn::AverageRound(meanOf(bytes, sources[k].older, at),
-                                                     meanOf(bytes, sources[k].newer, at)));
-        };
-        mixByDistance(predict, kRight, kNodeStep, to, toStride, rows);
-        return;
-    }
-    const auto predict = [&](int k, int row) HWY_ATTR {
-        return hn::PromoteTo(d, mixed(bytes, sources[k], row * stride));
-    };
-    mixByDistance(predict, kRight, kNodeStep, to, toStride, rows);
+HWY_INLINE void mixTile(const Tile& tile, const LumaSource (&sources)[4], ptrdiff_t stride,
+                        uint8_t* to, ptrdiff_t toStride, int rows) {
+    const Predictions predictions(tile, [&](size_t k, uint8_t* pixels) HWY_ATTR {
+        const hn::FixedTag<uint8_t, 8> d;
+        const LumaSource source = sources[k];
+        for (ptrdiff_t row = 0; row < kNodeStep; ++row)
+            hn::StoreU(mixed(d, source, row * stride), d, pixels + row * kNodeStep);
+    });
+    HWY_ALIGN uint8_t pixels[kTilePixels];
+    predictions.mix(kLumaShares, kTilePixels, pixels);
+    copyTile(pixels, to, toStride, rows);
 }
 
 // By distance, and the more by how well the two sources of a prediction agree at each pixel.
 HWY_INLINE void weighTile(const LumaSource (&sources)[4], ptrdiff_t stride, uint8_t* to,
                           ptrdiff_t toStride, int rows) {
-    const hn::CappedTag<float, 8> d;
-    const hn::Rebind<int32_t, decltype(d)> ints;
-    const hn::Rebind<uint8_t, decltype(d)> bytes;
-    const auto promote = [d, ints](auto v)
-                             HWY_ATTR { return hn::ConvertTo(d, hn::PromoteTo(ints, v)); };
-    HWY_ALIGN float rightShares[8];
-    for (int i = 0; i < 8; ++i)
-        rightShares[i] = kRight[i];
-    for (int row = 0; row < rows; ++row, to += toStride) {
-        const auto below = static_cast<float>(2 * row + 1);
-        for (size_t i = 0; i < 8; i += hn::Lanes(d)) {
-            const auto right = hn::Load(d, rightShares + i);
-            const auto left = hn::Sub(hn::Set(d, 16), right);
-            auto sum = hn::Zero(d);
-            auto weights = hn::Zero(d);
-            for (int k = 0; k < 4; ++k) {
-                const LumaSource& source = sources[k];
-                const ptrdiff_t at = row * stride + static_cast<ptrdiff_t>(i);
-                const auto older = promote(meanOf(bytes, source.older, at));
-                const auto newer = promote(meanOf(bytes, source.newer, at));
-                const auto difference = hn::Sub(older, newer);
-                const bool both = source.newerShare > 0 && source.newerShare < kWholeShare;
-                const auto doubt = both ? hn::MulAdd(difference, difference, hn::Set(d, kAgreement))
-                                        : hn::Set(d, kOneSided);
-                const auto near =
-                    hn::Mul(k % 2 == 0 ? left : right, hn::Set(d, k < 2 ? 16 - below : below));
-                const auto weight = hn::Div(near, hn::Mul(doubt, doubt));
-                const auto share = hn::Set(d, static_cast<float>(source.newerShare) / kWholeShare);
-                sum = hn::MulAdd(hn::NegMulAdd(difference, share, older), weight, sum);
-                weights = hn::Add(weights, weight);
-            }
-            const auto mean = hn::NearestInt(hn::Div(sum, weights));
-            hn::StoreU(hn::DemoteTo(bytes, mean), bytes, to + i);
+    const hn::FixedTag<uint8_t, 8> eight;
+    HWY_ALIGN uint8_t older[4][kTilePixels];
+    HWY_ALIGN uint8_t newer[4][kTilePixels];
+    for (size_t k = 0; k < 4; ++k) {
+        const LumaSource source = sources[k];
+        for (ptrdiff_t row = 0; row < kNodeStep; ++row) {
+            const ptrdiff_t at = row * kNodeStep;
+            hn::StoreU(meanOf(eight, source.older, row * stride), eight, older[k] + at);
+            hn::StoreU(meanOf(eight, source.newer, row * stride), eight, newer[k] + at);
         }
     }
+
+    const hn::CappedTag<float, 16> d;
+    const hn::Rebind<int32_t, decltype(d)> ints;
+    const hn::Rebind<uint16_t, decltype(d)> words;
+    const hn::Rebind<uint8_t, decltype(d)> bytes;
+    HWY_ALIGN uint8_t pixels[kTilePixels];
+    for (size_t i = 0; i < kTilePixels; i += hn::Lanes(d)) {
+        const auto share = [&](const uint16_t* p) HWY_ATTR {
+            return hn::ConvertTo(d, hn::PromoteTo(ints, hn::Load(words, p + i)));
+        };
+        const auto load = [&](const uint8_t* p) HWY_ATTR {
+            return hn::ConvertTo(d, hn::PromoteTo(ints, hn::LoadU(bytes, p + i)));
+        };
+        const auto right = share(kLumaShares.right);
+        const auto below = share(kLumaShares.below);
+        const auto left = hn::Sub(hn::Set(d, 16), right);
+        const auto above = hn::Sub(hn::Set(d, 16), below);
+        auto sum = hn::Zero(d);
+        auto weights = hn::Zero(d);
+        for (size_t k = 0; k < 4; ++k) {
+            const int newerShare = sources[k].newerShare;
+            const auto from = load(older[k]);
+            const auto difference = hn::Sub(from, load(newer[k]));
+            const bool both = newerShare > 0 && newerShare < kWholeShare;
+            const auto doubt = both ? hn::MulAdd(difference, difference, hn::Set(d, kAgreement))
+                                    : hn::Set(d, kOneSided);
+            const auto near = hn::Mul(k % 2 == 0 ? left : right, k < 2 ? above : below);
+            // Nearly will do: the weights are summed as they are.
+            const auto weight = hn::Mul(near, hn::ApproximateReciprocal(hn::Mul(doubt, doubt)));
+            const auto part = hn::Set(d, static_cast<float>(newerShare) / kWholeShare);
+            sum = hn::MulAdd(hn::NegMulAdd(difference, part, from), weight, sum);
+            weights = hn::Add(weights, weight);
+        }
+        const auto mean = hn::NearestInt(hn::Div(sum, weights));
+        hn::StoreU(hn::DemoteTo(bytes, mean), bytes, pixels + i);
+    }
+    copyTile(pixels, to, toStride, rows);
 }
 
 // Linear between the four samples around the place.
@@ -352,12 +403,20 @@ HWY_INLINE void writeChromaSpan(const ChromaSource& source, ptrdiff_t stride, ui
     }
 }
 
-HWY_INLINE void mixChroma(const ChromaSource (&sources)[4], ptrdiff_t stride, uint8_t* to,
-                          ptrdiff_t toStride, int rows) {
-    const hn::FixedTag<uint16_t, 8> d;
-    const auto predict = [&](int k, int row)
-                             HWY_ATTR { return chromaMixed(d, sources[k], row * stride, stride); };
-    mixByDistance(predict, kChromaRight, kNodeStep / 2, to, toStride, rows);
+HWY_INLINE void mixChroma(const Tile& tile, const ChromaSource (&sources)[4], ptrdiff_t stride,
+                          uint8_t* to, ptrdiff_t toStride, int rows) {
+    const Predictions predictions(tile, [&](size_t k, uint8_t* pixels) HWY_ATTR {
+        const hn::FixedTag<uint16_t, 8> d;
+        const hn::FixedTag<uint8_t, 8> bytes;
+        const ChromaSource source = sources[k];
+        for (ptrdiff_t row = 0; row < kNodeStep / 2; ++row) {
+            const auto words = chromaMixed(d, source, row * stride, stride);
+            hn::StoreU(narrow(bytes, words), bytes, pixels + row * kNodeStep);
+        }
+    });
+    HWY_ALIGN uint8_t pixels[kTilePixels / 2];
+    predictions.mix(kChromaShares, kTilePixels / 2, pixels);
+    copyTile(pixels, to, toStride, rows);
 }
 
 void WriteLuma(const MotionPlan& plan, const SubpixelPlanes& older, const SubpixelPlanes& newer,
@@ -382,7 +441,7 @@ void WriteLuma(const MotionPlan& plan, const SubpixelPlanes& older, const Subpix
                 if (tile.apart()) {
                     weighTile(sources, stride, out(x, y), toStride, rows);
                 } else {
-                    mixTile(sources, stride, out(x, y), toStride, rows);
+                    mixTile(tile, sources, stride, out(x, y), toStride, rows);
                 }
             });
     }
@@ -415,7 +474,7 @@ void WriteChroma(const MotionPlan& plan, const SubpixelPlanes& older, const Subp
                 const ChromaSource sources[4] = {
                     reader.chroma(*tile.nodes[0], x, y), reader.chroma(*tile.nodes[1], x, y),
                     reader.chroma(*tile.nodes[2], x, y), reader.chroma(*tile.nodes[3], x, y)};
-                mixChroma(sources, stride, out(x, y), toStride, rows);
+                mixChroma(tile, sources, stride, out(x, y), toStride, rows);
             });
     }
 }

@@ -182,7 +182,7 @@ class Chooser {
     HWY_INLINE void offer(Vector candidate, Best* best) const {
         if (best->cost <= kAgreeing) return;
         if (best->cost != UINT32_MAX && candidate == best->vector) return;
-        const uint32_t other = costOf(best->column, best->row, along(candidate), false);
+        const uint32_t other = costOf(best->column, best->row, along(candidate), best->cost);
         if (other >= best->cost) return;
         best->cost = other;
         best->vector = candidate;
@@ -191,9 +191,9 @@ class Chooser {
     // No motion wins unless moving explains clearly more.
     HWY_INLINE void orStill(Best* best) const {
         if (best->cost <= kAgreeing && best->vector == Vector{}) return;
-        uint32_t still = costOf(best->column, best->row, {}, false);
+        uint32_t still = costOf(best->column, best->row, {}, UINT32_MAX);
         if (best->cost > kDisagreeing) {
-            still = std::min(still, costOf(best->column, best->row, {}, true) + kShapesOnly);
+            still = std::min(still, costOfShapes(best->column, best->row) + kShapesOnly);
         }
         if (best->cost < still / 2 && best->cost + kMovesFor < still) return;
         best->vector = {};
@@ -216,9 +216,10 @@ class Chooser {
         return inOlder ? int16_t{0} : static_cast<int16_t>(kWholeShare);
     }
 
-    // How far the sources differ along the motion. Near the picture's edges the window moves
-    // inwards until both of them hold it.
-    HWY_INLINE uint32_t costOf(int column, int row, const NodeMotion& motion, bool shapes) const {
+    // How far the sources differ along the motion, or anything from the limit up where it comes to
+    // that. Near the picture's edges the window moves inwards until both of them hold it.
+    HWY_INLINE uint32_t costOf(int column, int row, const NodeMotion& motion,
+                               uint32_t limit) const {
         const auto place = [](int node, int older, int newer, int last, int* at) {
             const int low = std::max({0, -older, -newer});
             const int high = std::min({last, last - older, last - newer});
@@ -231,8 +232,15 @@ class Chooser {
         if (!place(row, motion.olderY >> 2, motion.newerY >> 2, mLastY, &y)) return UINT32_MAX;
         const PixelPair older = mWork.older.at({4 * x + motion.olderX, 4 * y + motion.olderY});
         const PixelPair newer = mWork.newer.at({4 * x + motion.newerX, 4 * y + motion.newerY});
-        return shapes ? windowDifferenceOfShapes(older, newer, mStride)
-                      : windowDifference(older, newer, mStride);
+        return windowDifference(older, newer, mStride, limit);
+    }
+
+    // The same without motion, but for brightness.
+    HWY_INLINE uint32_t costOfShapes(int column, int row) const {
+        const int x = std::clamp(column * kNodeStep - kWindow / 2, 0, mLastX);
+        const int y = std::clamp(row * kNodeStep - kWindow / 2, 0, mLastY);
+        const QuarterPlace place = {4 * x, 4 * y};
+        return windowDifferenceOfShapes(mWork.older.at(place), mWork.newer.at(place), mStride);
     }
 
     const MotionPlan::Work& mWork;
