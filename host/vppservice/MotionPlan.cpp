@@ -52,7 +52,7 @@ constexpr int kWindow = 16;
 constexpr uint32_t kSamples = kWindow * kWindow / 2;
 
 // Costs are sums over the window; these are mean differences of luma.
-constexpr uint32_t kAgreeing = 1 * kSamples;     // good enough to look no further
+constexpr uint32_t kAgreeing = 3 * kSamples / 2; // good enough to look no further
 constexpr uint32_t kDisagreeing = 4 * kSamples;  // one of the sources may show something else
 
 // What motion must spare against standing still: an eighth, and this.
@@ -60,6 +60,9 @@ constexpr uint32_t kMovesFor = kSamples / 4;
 
 // What a likeness but for brightness is worth less than a full one.
 constexpr uint32_t kShapesOnly = 1 * kSamples;
+
+// Eighths of a pixel: candidates no further apart lead to the same quarters, or nearly.
+constexpr int kOneStep = 1;
 
 constexpr int kSameMotion = 24;  // eighths of a pixel, where the fields are compared
 
@@ -96,11 +99,16 @@ class Chooser {
     }
 
   private:
+    static constexpr int kMostOffered = 6;
+
+    // What a node has been offered, and the best of it.
     struct Best {
         int column;
         int row;
         Vector vector = {};
         uint32_t cost = UINT32_MAX;
+        int offered = 0;
+        Vector known[kMostOffered] = {};
     };
 
     HWY_INLINE NodeMotion along(Vector vector) const {
@@ -181,7 +189,10 @@ class Chooser {
 
     HWY_INLINE void offer(Vector candidate, Best* best) const {
         if (best->cost <= kAgreeing) return;
-        if (best->cost != UINT32_MAX && candidate == best->vector) return;
+        for (int i = 0; i < best->offered; ++i) {
+            if (distance(candidate, best->known[i]) <= kOneStep) return;
+        }
+        if (best->offered < kMostOffered) best->known[best->offered++] = candidate;
         const uint32_t other = costOf(best->column, best->row, along(candidate), best->cost);
         if (other >= best->cost) return;
         best->cost = other;
