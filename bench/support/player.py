@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The whole player at twice the frame rate of a 720p clip against ffmpeg's frame interpolation."""
+"""The whole player at twice and four times a clip's frame rate against ffmpeg's interpolation."""
 
 import pathlib
 import shutil
@@ -8,8 +8,16 @@ import subprocess
 import sys
 import time
 
-FRAMES = 60
+FRAMES = 60      # of a clip
+RATE = 30        # of a clip, a second
 MCI_FRAMES = 30  # ffmpeg's motion compensation takes its time
+# ffmpeg's mode, the clip, times its frame rate, frames, rounds
+CASES = [
+    ("blend", "720p", "1280x720", 2, FRAMES, 9),
+    ("blend", "720p", "1280x720", 4, FRAMES, 5),
+    ("blend", "1080p", "1920x1080", 2, FRAMES, 5),
+    ("mci", "720p", "1280x720", 2, MCI_FRAMES, 3),
+]
 THREADS = "2"    # of ffmpeg
 
 
@@ -19,22 +27,21 @@ def seconds(command):
     return time.monotonic() - begin
 
 
-def make_clip(qozplay):
-    clip = pathlib.Path("build/bench-clip.y4m")
+def make_clip(qozplay, size):
+    clip = pathlib.Path(f"build/bench-clip-{size}.y4m")
     if not clip.exists():
-        part = clip.with_suffix(".part")
-        seconds([qozplay, "--interp", "0", "--frames", str(FRAMES), "-o", part])
-        part.rename(clip)
+        # The player leaves no half file behind.
+        seconds([qozplay, "--scene-size", size, "--interp", "0", "--frames", str(FRAMES), "-o", clip])
     return clip
 
 
-def ours(qozplay, clip, frames):
-    return [qozplay, "-i", clip, "--frames", str(frames), "--interp", "1", "--service", "inline",
-            "-o", "/dev/null"]
+def ours(qozplay, clip, frames, times):
+    return [qozplay, "-i", clip, "--frames", str(frames), "--interp", str(times - 1),
+            "--service", "inline", "-o", "/dev/null"]
 
 
-def ffmpeg(clip, frames, mode):
-    filters = f"trim=end_frame={frames},minterpolate=fps=60:mi_mode={mode}"
+def ffmpeg(clip, frames, mode, times):
+    filters = f"trim=end_frame={frames},minterpolate=fps={RATE * times}:mi_mode={mode}"
     return ["ffmpeg", "-v", "error", "-nostdin", "-y", "-threads", THREADS, "-filter_threads",
             THREADS, "-i", clip, "-vf", filters, "-f", "yuv4mpegpipe", "/dev/null"]
 
@@ -55,11 +62,11 @@ def rows(qozplay, quick):
     if not shutil.which("ffmpeg"):
         print("== player: left out, no ffmpeg (scripts/setup --bench)", file=sys.stderr)
         return []
-    clip = make_clip(qozplay)
     made = []
-    for mode, frames, rounds in (("blend", FRAMES, 9), ("mci", MCI_FRAMES, 3)):
+    for mode, label, size, times, frames, rounds in CASES:
+        clip = make_clip(qozplay, size)
         frames = 6 if quick else frames
-        made.append(compare(f"player: 720p at 2x against ffmpeg's {mode}",
-                            ours(qozplay, clip, frames), ffmpeg(clip, frames, mode), frames,
-                            1 if quick else rounds))
+        made.append(compare(f"player: {label} at {times}x against ffmpeg's {mode}",
+                            ours(qozplay, clip, frames, times), ffmpeg(clip, frames, mode, times),
+                            frames, 1 if quick else rounds))
     return made
