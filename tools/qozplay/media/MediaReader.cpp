@@ -8,7 +8,6 @@ extern "C" {
 }
 
 #include <fcntl.h>
-#include <libyuv.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,6 +16,8 @@ extern "C" {
 #include <cmath>
 #include <cstring>
 #include <utility>
+
+#include "qozplay/media/YuvToRgba.h"
 
 namespace qozplay {
 namespace {
@@ -33,20 +34,6 @@ bool isFullRange(const AVFrame& frame) {
     const char* name = av_get_pix_fmt_name(static_cast<AVPixelFormat>(frame.format));
     return frame.color_range == AVCOL_RANGE_JPEG ||
            (name != nullptr && std::strncmp(name, "yuvj", 4) == 0);
-}
-
-// The matrices that the exact and fast way over 8-bit 4:2:0 knows; null: it does not. The constants
-// are those for R and B, U and V in each other's place.
-const libyuv::YuvConstants* exactMatrix(AVColorSpace matrix, bool full) {
-    switch (matrix) {
-        case AVCOL_SPC_BT709:
-            return full ? &libyuv::kYvuF709Constants : &libyuv::kYvuH709Constants;
-        case AVCOL_SPC_SMPTE170M:
-        case AVCOL_SPC_BT470BG:
-            return full ? &libyuv::kYvuJPEGConstants : &libyuv::kYvuI601Constants;
-        default:
-            return nullptr;
-    }
 }
 
 }  // namespace
@@ -265,13 +252,14 @@ AVColorSpace MediaReader::matrixOf(const AVFrame& frame) const {
 bool MediaReader::convertExactly(uint8_t* rgba, size_t stride) const {
     const AVFrame& frame = *mFrame;
     const bool planar = frame.format == AV_PIX_FMT_YUV420P || frame.format == AV_PIX_FMT_YUVJ420P;
-    const auto* matrix = exactMatrix(matrixOf(frame), isFullRange(frame));
+    const std::optional<YuvMatrix> matrix = yuvMatrix(matrixOf(frame), isFullRange(frame));
     const bool sized = frame.width == static_cast<int>(mSize.width) &&
                        frame.height == static_cast<int>(mSize.height);
-    if (!planar || !sized || matrix == nullptr) return false;
-    libyuv::I420ToARGBMatrix(frame.data[0], frame.linesize[0], frame.data[2], frame.linesize[2],
-                             frame.data[1], frame.linesize[1], rgba, static_cast<int>(stride),
-                             matrix, frame.width, frame.height);
+    if (!planar || !sized || !matrix) return false;
+    yuvToRgba(*matrix,
+              {frame.data[0], frame.data[1], frame.data[2], frame.linesize[0], frame.linesize[1],
+               frame.linesize[2]},
+              rgba, stride, mSize.width, mSize.height);
     return true;
 }
 

@@ -1,0 +1,152 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "qozplay/media/YuvToRgba.h"
+
+#include <algorithm>
+#include <cstring>
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "qozplay/media/YuvToRgba.cpp"
+#include <hwy/foreach_target.h>  // compiles what follows once for each target
+#include <hwy/highway.h>
+
+HWY_BEFORE_NAMESPACE();
+namespace qozplay::HWY_NAMESPACE {
+namespace {
+namespace hn = hwy::HWY_NAMESPACE;
+
+constexpr size_t kChunk = 16;  // pixels taken at a time
+
+using Pixels = hn::CappedTag<int32_t, kChunk>;  // a pixel a lane
+using Halves = hn::Repartition<int16_t, Pixels>;
+using Words = hn::VFromD<Pixels>;
+
+// first * its lower half's factor + second * its upper half's, as both lie in the halves of words.
+HWY_INLINE Words sumOfProducts(Words pairs, int lower, int upper) {
+    const Pixels d;
+    const auto factors = hn::BitCast(Halves(), hn::Set(d, (upper << 16) | (lower & 0xFFFF)));
+    auto odd = hn::Zero(d);
+    const auto even =
+        hn::ReorderWidenMulAccumulate(d, hn::BitCast(Halves(), pairs), factors, hn::Zero(d), odd);
+    return hn::RearrangeToOddPlusEven(even, odd);
+}
+
+HWY_INLINE Words pairOf(Words lower, Words upper) {
+    return hn::Or(hn::And(lower, hn::Set(Pixels(), 0xFFFF)), hn::ShiftLeft<16>(upper));
+}
+
+// A channel's value, from 0 to 255.
+HWY_INLINE Words whole(Words sum) {
+    const Pixels d;
+    const auto rounded = hn::ShiftRight<13>(hn::Add(sum, hn::Set(d, kYuvUnit / 2)));
+    return hn::Min(hn::Max(rounded, hn::Zero(d)), hn::Set(d, 255));
+}
+
+// kChunk pixels, of eight samples of chroma.
+HWY_INLINE void convertChunk(const YuvMatrix& matrix, const uint8_t* y, const uint8_t* u,
+                             const uint8_t* v, uint8_t* rgba) {
+    const hn::FixedTag<uint8_t, kChunk / 2> half;
+    const hn::FixedTag<uint8_t, kChunk> full;
+    HWY_ALIGN uint8_t us[kChunk];
+    HWY_ALIGN uint8_t vs[kChunk];
+    const auto twice = [&](const uint8_t* samples, uint8_t* to) HWY_ATTR {
+        const auto once = hn::ZeroExtendVector(full, hn::LoadU(half, samples));
+        hn::Store(hn::InterleaveLower(full, once, once), full, to);
+    };
+    twice(u, us);
+    twice(v, vs);
+
+    const Pixels d;
+    const hn::Rebind<uint8_t, Pixels> bytes;
+    for (size_t i = 0; i < kChunk; i += hn::Lanes(d)) {
+        const auto load = [&](const uint8_t* p, int none) HWY_ATTR {
+            return hn::Sub(hn::PromoteTo(d, hn::LoadU(bytes, p + i)), hn::Set(d, none));
+        };
+        const auto luma = load(y, matrix.black);
+        const auto blueness = load(us, 128);
+        const auto redness = load(vs, 128);
+        const auto withBlue = pairOf(luma, blueness);
+        const auto red = whole(sumOfProducts(pairOf(luma, redness), matrix.luma, matrix.redV));
+        const auto blue = whole(sumOfProducts(withBlue, matrix.luma, matrix.blueU));
+        const auto green = whole(hn::Add(sumOfProducts(withBlue, matrix.luma, matrix.greenU),
+                                         hn::Mul(redness, hn::Set(d, matrix.greenV))));
+        const auto opaque = hn::Set(d, static_cast<int32_t>(0xFF000000));
+        const auto pixels =
+            hn::Or(hn::Or(red, hn::ShiftLeft<8>(green)), hn::Or(hn::ShiftLeft<16>(blue), opaque));
+        const hn::Repartition<uint8_t, Pixels> out;
+        hn::StoreU(hn::BitCast(out, pixels), out, rgba + 4 * i);
+    }
+}
+
+void ConvertRow(const YuvMatrix& matrix, const uint8_t* y, const uint8_t* u, const uint8_t* v,
+                uint8_t* rgba, size_t width) {
+    size_t x = 0;
+    for (; x + kChunk <= width; x += kChunk)
+        convertChunk(matrix, y + x, u + x / 2, v + x / 2, rgba + 4 * x);
+    if (x == width) return;
+    // The rest goes through copies that are long enough.
+    const size_t left = width - x;
+    uint8_t in[2][kChunk] = {};
+    uint8_t luma[kChunk] = {};
+    uint8_t out[4 * kChunk];
+    std::memcpy(luma, y + x, left);
+    std::memcpy(in[0], u + x / 2, (left + 1) / 2);
+    std::memcpy(in[1], v + x / 2, (left + 1) / 2);
+    convertChunk(matrix, luma, in[0], in[1], out);
+    std::memcpy(rgba + 4 * x, out, 4 * left);
+}
+
+void YuvToRgba(const YuvMatrix& matrix, const YuvPlanes& from, uint8_t* rgba, size_t stride,
+               size_t width, size_t height) {
+    for (size_t row = 0; row < height; ++row) {
+        const auto down = static_cast<ptrdiff_t>(row);
+        ConvertRow(matrix, from.y + down * from.yStride, from.u + down / 2 * from.uStride,
+                   from.v + down / 2 * from.vStride, rgba + row * stride, width);
+    }
+}
+
+}  // namespace
+}  // namespace qozplay::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace qozplay {
+namespace {
+
+HWY_EXPORT(YuvToRgba);
+
+}  // namespace
+
+std::optional<YuvMatrix> yuvMatrix(AVColorSpace space, bool fullRange) {
+    double red = 0;  // the shares in luma
+    double blue = 0;
+    switch (space) {
+        case AVCOL_SPC_BT709:
+            red = 0.2126, blue = 0.0722;
+            break;
+        case AVCOL_SPC_SMPTE170M:
+        case AVCOL_SPC_BT470BG:
+            red = 0.299, blue = 0.114;
+            break;
+        default:
+            return std::nullopt;
+    }
+    const double green = 1 - red - blue;
+    const double chroma = fullRange ? 1 : 255.0 / 224;
+    const auto part = [](double value) {
+        return static_cast<int16_t>(value * kYuvUnit + (value < 0 ? -0.5 : 0.5));
+    };
+    return YuvMatrix{.black = static_cast<int16_t>(fullRange ? 0 : 16),
+                     .luma = part(fullRange ? 1 : 255.0 / 219),
+                     .redV = part(2 * (1 - red) * chroma),
+                     .greenU = part(-2 * (1 - blue) * blue / green * chroma),
+                     .greenV = part(-2 * (1 - red) * red / green * chroma),
+                     .blueU = part(2 * (1 - blue) * chroma)};
+}
+
+void yuvToRgba(const YuvMatrix& matrix, const YuvPlanes& from, uint8_t* rgba, size_t stride,
+               size_t width, size_t height) {
+    HWY_DYNAMIC_DISPATCH(YuvToRgba)(matrix, from, rgba, stride, width, height);
+}
+
+}  // namespace qozplay
+#endif
