@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <array>
 #include <vector>
 
 #include "qozplay_files.h"
@@ -116,6 +117,52 @@ TEST(Player, MakesFramesOfSessionsSideBySideAndAccountsForAll) {
     EXPECT_THAT(written, HasSubstr("W192 H128 F90:1"));
     for (const char* picture : {"sheet.png", "vectors.png"})
         EXPECT_THAT(folder.read(picture).substr(1, 3), "PNG") << picture;
+}
+
+// Of saturated colours, by both matrices; each pass goes through RGB and back.
+TEST(Player, KeepsColoursThroughAnyNumberOfPasses) {
+    const Folder folder;
+    for (const Size size : {Size{96, 64}, Size{96, 720}}) {
+        // Luma and chroma of red, green, blue, yellow, cyan and violet, 253 of 255, by the matrix.
+        using Patch = std::array<int, 3>;
+        const std::array<Patch, 6> patches = size.height < 720
+                                                 ? std::array<Patch, 6>{{{81, 91, 239},
+                                                                         {144, 54, 35},
+                                                                         {41, 239, 110},
+                                                                         {209, 17, 146},
+                                                                         {168, 165, 17},
+                                                                         {77, 186, 157}}}
+                                                 : std::array<Patch, 6>{{{62, 103, 239},
+                                                                         {171, 43, 27},
+                                                                         {32, 239, 118},
+                                                                         {218, 17, 138},
+                                                                         {187, 153, 17},
+                                                                         {60, 186, 151}}};
+        std::string frame = grey(size, 0);
+        const size_t pixels = size_t{size.width} * size.height;
+        for (size_t i = 0; i < frame.size(); ++i) {
+            const size_t plane = i < pixels ? 0 : i < pixels + pixels / 4 ? 1 : 2;
+            const size_t wide = plane == 0 ? size.width : size.width / 2;
+            frame[i] = static_cast<char>(patches[i % wide * 6 / wide][plane]);
+        }
+        std::string clip =
+            format("YUV4MPEG2 W%u H%u F30:1\nFRAME\n", size.width, size.height) + frame;
+        std::string first;
+        for (int pass = 0; pass < 10; ++pass) {
+            folder.write("in.y4m", clip);
+            const Outcome outcome =
+                run("--interp 0 -i " + folder.file("in.y4m") + " -o " + folder.file("out.y4m"));
+            ASSERT_EQ(outcome.code, 0) << outcome.err;
+            clip = folder.read("out.y4m");
+            const std::string picture = clip.substr(clip.size() - frame.size());
+            if (pass == 0) first = picture;
+            EXPECT_EQ(picture, first) << "pass " << pass << " at " << size.height;
+        }
+        for (size_t i = 0; i < frame.size(); ++i) {
+            const int was = static_cast<uint8_t>(frame[i]), is = static_cast<uint8_t>(first[i]);
+            ASSERT_NEAR(is, was, 1) << "byte " << i << " at " << size.height;
+        }
+    }
 }
 
 // Colours with hard edges, none of them where a cell of the verifier's grid ends: rows 22 and 23 of
