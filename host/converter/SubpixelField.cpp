@@ -15,8 +15,8 @@ HWY_BEFORE_NAMESPACE();
 namespace qoz::host::HWY_NAMESPACE {
 namespace {
 
-// Pixels of a block that are measured: every fourth row.
-constexpr int kRowStep = 4;
+// Pixels of a block that are measured: every second row.
+constexpr int kRowStep = 2;
 constexpr float kPixels = 16.0F * 16 / kRowStep;
 
 constexpr float kLongestStep = 1.5F;  // pixels; a longer one was no small displacement

@@ -52,8 +52,8 @@ constexpr int kWindow = 16;
 constexpr uint32_t kSamples = kWindow * kWindow / 2;
 
 // Costs are sums over the window; these are mean differences of luma.
-constexpr uint32_t kAgreeing = 3 * kSamples / 2; // good enough to look no further
-constexpr uint32_t kDisagreeing = 4 * kSamples;  // one of the sources may show something else
+constexpr uint32_t kAgreeing = 3 * kSamples / 2;  // good enough to look no further
+constexpr uint32_t kDisagreeing = 4 * kSamples;   // one of the sources may show something else
 
 // What motion must spare against standing still: an eighth, and this.
 constexpr uint32_t kMovesFor = kSamples / 4;
