@@ -48,6 +48,7 @@ constexpr Shares kChromaShares = sharesOf(2, kNodeStep / 2);
 // One prediction: from both sources, each with its share.
 struct LumaSource {
     PixelPair older;
+    PixelPair asBright;  // the older source, as bright as the newer
     PixelPair newer;
     int newerShare;  // of kWholeShare
 
@@ -101,8 +102,11 @@ struct Tile {
 // Finds where a node's motion leads from a tile in both sources.
 class Reader {
   public:
-    Reader(const SubpixelPlanes& older, const SubpixelPlanes& newer)
+    // `asBright` is the older source, as bright as the newer: the same object where there is no
+    // fade.
+    Reader(const SubpixelPlanes& older, const SubpixelPlanes& asBright, const SubpixelPlanes& newer)
         : mOlder(older),
+          mAsBright(asBright),
           mNewer(newer),
           mLastX(4 * (newer.width() - kNodeStep)),
           mLastY(4 * (newer.height() - kNodeStep)) {}
@@ -111,7 +115,8 @@ class Reader {
         bool inOlder = false, inNewer = false;
         const QuarterPlace older = clamped(x, y, node.olderX, node.olderY, &inOlder);
         const QuarterPlace newer = clamped(x, y, node.newerX, node.newerY, &inNewer);
-        return {mOlder.at(older), mNewer.at(newer), share(node, inOlder, inNewer)};
+        return {mOlder.at(older), mAsBright.at(older), mNewer.at(newer),
+                share(node, inOlder, inNewer)};
     }
     HWY_INLINE ChromaSource chroma(const NodeMotion& node, int x, int y) const {
         bool inOlder = false, inNewer = false;
@@ -151,6 +156,7 @@ class Reader {
     }
 
     const SubpixelPlanes& mOlder;
+    const SubpixelPlanes& mAsBright;
     const SubpixelPlanes& mNewer;
     const int mLastX;
     const int mLastY;
@@ -298,13 +304,18 @@ HWY_INLINE void weighTile(const LumaSource (&sources)[4], ptrdiff_t stride, uint
                           ptrdiff_t toStride, int rows) {
     const hn::FixedTag<uint8_t, 8> eight;
     HWY_ALIGN uint8_t older[4][kTilePixels];
+    HWY_ALIGN uint8_t asBright[4][kTilePixels];
     HWY_ALIGN uint8_t newer[4][kTilePixels];
+    const bool fades = sources[0].older.first != sources[0].asBright.first;
+    const auto& compared = fades ? asBright : older;
     for (size_t k = 0; k < 4; ++k) {
         const LumaSource source = sources[k];
         for (ptrdiff_t row = 0; row < kNodeStep; ++row) {
             const ptrdiff_t at = row * kNodeStep;
             hn::StoreU(meanOf(eight, source.older, row * stride), eight, older[k] + at);
             hn::StoreU(meanOf(eight, source.newer, row * stride), eight, newer[k] + at);
+            if (!fades) continue;
+            hn::StoreU(meanOf(eight, source.asBright, row * stride), eight, asBright[k] + at);
         }
     }
 
@@ -329,15 +340,16 @@ HWY_INLINE void weighTile(const LumaSource (&sources)[4], ptrdiff_t stride, uint
         for (size_t k = 0; k < 4; ++k) {
             const int newerShare = sources[k].newerShare;
             const auto from = load(older[k]);
-            const auto difference = hn::Sub(from, load(newer[k]));
+            const auto until = load(newer[k]);
+            const auto unlike = hn::Sub(load(compared[k]), until);
             const bool both = newerShare > 0 && newerShare < kWholeShare;
-            const auto doubt = both ? hn::MulAdd(difference, difference, hn::Set(d, kAgreement))
-                                    : hn::Set(d, kOneSided);
+            const auto doubt =
+                both ? hn::MulAdd(unlike, unlike, hn::Set(d, kAgreement)) : hn::Set(d, kOneSided);
             const auto near = hn::Mul(k % 2 == 0 ? left : right, k < 2 ? above : below);
             // Nearly will do: the weights are summed as they are.
             const auto weight = hn::Mul(near, hn::ApproximateReciprocal(hn::Mul(doubt, doubt)));
             const auto part = hn::Set(d, static_cast<float>(newerShare) / kWholeShare);
-            sum = hn::MulAdd(hn::NegMulAdd(difference, part, from), weight, sum);
+            sum = hn::MulAdd(hn::MulAdd(hn::Sub(until, from), part, from), weight, sum);
             weights = hn::Add(weights, weight);
         }
         const auto mean = hn::NearestInt(hn::Div(sum, weights));
@@ -419,9 +431,9 @@ HWY_INLINE void mixChroma(const Tile& tile, const ChromaSource (&sources)[4], pt
     copyTile(pixels, to, toStride, rows);
 }
 
-void WriteLuma(const MotionPlan& plan, const SubpixelPlanes& older, const SubpixelPlanes& newer,
-               const Nv12Canvas& to) {
-    const Reader reader(older, newer);
+void WriteLuma(const MotionPlan& plan, const SubpixelPlanes& older, const SubpixelPlanes& asBright,
+               const SubpixelPlanes& newer, const Nv12Canvas& to) {
+    const Reader reader(older, asBright, newer);
     const ptrdiff_t stride = newer.stride();
     const auto toStride = static_cast<ptrdiff_t>(to.stride);
     const auto height = static_cast<int>(to.size.height);
@@ -450,7 +462,7 @@ void WriteLuma(const MotionPlan& plan, const SubpixelPlanes& older, const Subpix
 // Chroma is coarse: of a tile whose nodes are not apart, the mean of their motion will do.
 void WriteChroma(const MotionPlan& plan, const SubpixelPlanes& older, const SubpixelPlanes& newer,
                  const Nv12Canvas& to) {
-    const Reader reader(older, newer);
+    const Reader reader(older, older, newer);
     const ptrdiff_t stride = newer.stride();
     const auto toStride = static_cast<ptrdiff_t>(to.stride);
     const auto height = static_cast<int>(to.chromaRows());
@@ -492,9 +504,9 @@ HWY_EXPORT(WriteChroma);
 
 }  // namespace
 
-void writeLuma(const MotionPlan& plan, const SubpixelPlanes& older, const SubpixelPlanes& newer,
-               const Nv12Canvas& to) {
-    HWY_DYNAMIC_DISPATCH(WriteLuma)(plan, older, newer, to);
+void writeLuma(const MotionPlan& plan, const SubpixelPlanes& older, const SubpixelPlanes& asBright,
+               const SubpixelPlanes& newer, const Nv12Canvas& to) {
+    HWY_DYNAMIC_DISPATCH(WriteLuma)(plan, older, asBright, newer, to);
 }
 
 void writeChroma(const MotionPlan& plan, const SubpixelPlanes& older, const SubpixelPlanes& newer,

@@ -12,8 +12,10 @@
 
 namespace qoz::host::vppservice {
 
-void writeLuma(const MotionPlan& plan, const SubpixelPlanes& older, const SubpixelPlanes& newer,
-               const Nv12Canvas& to);
+// `asBright` is the older source, as bright as the newer, by which the two are compared: the same
+// object where there is no fade.
+void writeLuma(const MotionPlan& plan, const SubpixelPlanes& older, const SubpixelPlanes& asBright,
+               const SubpixelPlanes& newer, const Nv12Canvas& to);
 void writeChroma(const MotionPlan& plan, const SubpixelPlanes& older, const SubpixelPlanes& newer,
                  const Nv12Canvas& to);
 

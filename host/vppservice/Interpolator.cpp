@@ -98,13 +98,15 @@ void Interpolator::write(const Nv12View& older, const Nv12View& newer, Phase pha
         case Way::Blend:
             blend(older, newer, phase, to);
             break;
-        case Way::Follow:
-            mPlan.lay(mFades ? mAsBright : mOlder.planes, mNewer.planes, phase);
-            writeLuma(mPlan, mOlder.planes, mNewer.planes, to);
+        case Way::Follow: {
+            const SubpixelPlanes& asBright = mFades ? mAsBright : mOlder.planes;
+            mPlan.lay(asBright, mNewer.planes, phase);
+            writeLuma(mPlan, mOlder.planes, asBright, mNewer.planes, to);
             writeChroma(mPlan, mOlder.planes, mNewer.planes, to);
-            mStatic.find(mFades ? mAsBright : mOlder.planes, mNewer.planes, mPlan);
+            mStatic.find(asBright, mNewer.planes, mPlan);
             mStatic.restore(mOlder.planes, mNewer.planes, mPlan, to);
             break;
+        }
     }
 }
 
