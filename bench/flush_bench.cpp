@@ -140,6 +140,7 @@ void flushsync(benchmark::State& state) {
     component->enable("bench", &client, false);
     component->config(64, 64, 1, {1, 0, 1, 0}, true);
     std::vector<sp<GraphicBuffer>> buffers;
+    buffers.reserve(kSources + kOutputs);
     for (int i = 0; i < kSources + kOutputs; ++i)
         buffers.push_back(makeBuffer(64, 64, i < kSources ? kRgba : kNv12));
     Bare bare;

@@ -122,7 +122,7 @@ BusBuffer goodBuffer(RecordReader& in, bool isOutput) {
     std::vector<sdbus::UnixFd> fds;
     fds.emplace_back(fd, sdbus::adopt_fd);
     const BusHandle none{{}, {}};
-    return {BusHandle{std::move(fds), {}},
+    return {BusHandle{fds, {}},
             0,
             bytes,
             isOutput ? 0 : bytes,
@@ -177,6 +177,7 @@ void callSession(RecordReader& in, Target& session, const std::string& name) {
 void callService(RecordReader& in) {
     World& w = world();
     std::vector<std::string> paths;
+    paths.reserve(2);
     for (int i = 0; i < 2; ++i)
         paths.push_back(ask<sdbus::ObjectPath>(*w.client, "GetNewVppSession", int32_t{0}));
     for (int steps = 0; steps < 64 && in.more(); ++steps) {

@@ -40,7 +40,7 @@ TEST(StrongPointer, EndsItsObjectWithTheLastOwner) {
     EXPECT_EQ(first, second);
     EXPECT_EQ(first->getStrongCount(), 2);
     sp<Counted> moved = std::move(first);
-    EXPECT_EQ(first, nullptr);
+    EXPECT_EQ(first, nullptr);  // NOLINT(bugprone-use-after-move): what a move leaves is told
     EXPECT_EQ(moved->getStrongCount(), 2);
     moved = nullptr;
     EXPECT_EQ(ended, 0);
@@ -56,9 +56,11 @@ TEST(StrongPointer, OwnersOnManyThreadsEndItOnce) {
     {
         const sp<Counted> shared(new Counted(&ended));
         std::vector<std::thread> owners;
+        owners.reserve(4);
         for (int i = 0; i < 4; ++i) {
             owners.emplace_back([owner = shared] {
                 for (int n = 0; n < 1000; ++n)
+                    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): counts
                     const sp<Counted> another = owner;
             });
         }
@@ -73,11 +75,11 @@ TEST(NativeHandle, DeletingClosesNothingAndClosingFreesNothing) {
     ASSERT_NE(handle, nullptr);
     EXPECT_EQ(handle->version, static_cast<int>(sizeof(native_handle_t)));
     EXPECT_EQ(std::pair(handle->numFds, handle->numInts), std::pair(1, 2));
-    const int open = dup(STDERR_FILENO);
+    const int open = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
     handle->data[0] = open;
     EXPECT_EQ(native_handle_close(handle), 0);
     EXPECT_EQ(fcntl(open, F_GETFD), -1) << "closed";
-    const int kept = dup(STDERR_FILENO);
+    const int kept = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
     handle->data[0] = kept;
     EXPECT_EQ(native_handle_delete(handle), 0);
     EXPECT_EQ(close(kept), 0) << "still open";

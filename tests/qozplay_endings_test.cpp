@@ -179,7 +179,7 @@ TEST(Ending, GivesNoFileTheNumberOfAStandardStream) {
         holdStandardStreams();
         char byte = 0;
         const bool useless = read(0, &byte, 1) < 0 && write(1, "x", 1) < 0 && write(2, "x", 1) < 0;
-        _exit(useless && open("/dev/null", O_RDONLY) > 2 ? 0 : 1);
+        _exit(useless && open("/dev/null", O_RDONLY | O_CLOEXEC) > 2 ? 0 : 1);
     }
     int status = 0;
     waitpid(child, &status, 0);

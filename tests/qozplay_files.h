@@ -71,6 +71,7 @@ inline int run(const std::string& line, const StopRequest& stop, std::ostream& o
     std::istringstream words("qozplay " + line);
     const std::vector<std::string> typed(std::istream_iterator<std::string>(words), {});
     std::vector<const char*> args;
+    args.reserve(typed.size());
     for (const std::string& word : typed)
         args.push_back(word == "''" ? "" : word.c_str());
     Console console(out, err, false);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Tests of queueing buffers to the service: records, cookies, side buffers, counters, and failures.
+#include <fcntl.h>
 #include <sys/resource.h>
 
 #include "pipeline/Cookie.h"
@@ -201,7 +202,7 @@ TEST_F(Queueing, AFailedMetabufferLeavesTheFrame) {
 TEST_F(Queueing, NativeHandlesAreReleased) {
     peer().releaseHandle(nullptr, true);
     native_handle_t* handle = native_handle_create(1, 0);
-    handle->data[0] = dup(0);
+    handle->data[0] = fcntl(0, F_DUPFD_CLOEXEC, 0);
     peer().releaseHandle(handle, true);  // the fixture counts handles and descriptors
     native_handle_t* broken = native_handle_create(0, 0);
     broken->version = 1;

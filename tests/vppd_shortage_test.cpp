@@ -131,7 +131,7 @@ TEST_F(VppdPeers, AnyCallMayBeShortOfADescriptor) {
         sweepCalls(
             [&] {
                 // As many as the lowest number that is free allows.
-                const ndk::ScopedFileDescriptor next(dup(0));
+                const ndk::ScopedFileDescriptor next(fcntl(0, F_DUPFD_CLOEXEC, 0));
                 return Limit(RLIMIT_NOFILE, static_cast<rlim_t>(next.get()) + spare);
             },
             &refused);
@@ -221,7 +221,7 @@ TEST_F(VppdPeers, AConnectionThatIsLostIsADeathAndIsMadeAnew) {
 // A program for a bus to start: the daemon, for which one thread cannot be had. How it ended is in
 // the file.
 std::string withoutThread(int number, const std::filesystem::path& folder) {
-    const std::string script = folder / "vppd";
+    std::string script = folder / "vppd";
     std::ofstream(script) << "#!/bin/sh\nLD_PRELOAD=" QOZ_FAIL_THREAD_LIBRARY " QOZ_FAIL_THREAD="
                           << number << " " QOZ_VPPD " \"$@\"\necho $? >> " << folder.string()
                           << "/ends\n";

@@ -38,7 +38,7 @@ std::set<std::string> buffersMappedBy(const std::string& process) {
         std::istringstream words(line);
         std::string range, access, offset, device, inode;
         words >> range >> access >> offset >> device >> inode;
-        all.insert(device + ' ' + inode);
+        all.insert(device.append(1, ' ').append(inode));
     }
     return all;
 }
@@ -229,7 +229,8 @@ TEST_F(Vppd, RefusesMalformedRecords) {
         {bad,
          [](VppBuffer& b) {
              for (int i = 0; i < 16; ++i) {
-                 b.pixelHandle.fds.emplace_back(dup(b.auxHandle.fds[0].get()));
+                 b.pixelHandle.fds.emplace_back(
+                     fcntl(b.auxHandle.fds[0].get(), F_DUPFD_CLOEXEC, 0));
              }
          }},
         {bad, [](VppBuffer& b) { b.auxHandle.ints.resize(65); }},

@@ -24,6 +24,7 @@ bool Rgb2Yuv::Configure(sp<GraphicBuffer>& source, uint32_t, uint32_t) {
 }
 
 bool Rgb2Yuv::RGBToNV12(sp<GraphicBuffer>&, sp<GraphicBuffer>&, sp<GraphicBuffer>&, bool,
+                        // NOLINTNEXTLINE(performance-unnecessary-value-param): as on the device
                         sp<Fence>) {
     return true;
 }

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -35,7 +36,7 @@ inline double nanoseconds(Clock::duration d) {
 // `share` from 0 to 1.
 inline double percentile(std::vector<double> values, double share) {
     const auto last = static_cast<double>(values.size() - 1);
-    const auto at = values.begin() + static_cast<std::ptrdiff_t>(share * last + 0.5);
+    const auto at = values.begin() + std::lround(share * last);
     std::nth_element(values.begin(), at, values.end());
     return *at;
 }

@@ -27,7 +27,7 @@ constexpr uint32_t kFrames = 10;
 constexpr uint32_t kFramesOut = 1 + (kFrames - 1) * 2;  // one between each two
 
 // Which buffers are outstanding. The callbacks come on several threads; the lock guards all of it.
-class Client : public android::IQOZCallback {
+class Client final : public android::IQOZCallback {
   public:
     void onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint64_t timestamp) override {
         const bool source = port == QOZPort::kSource;

@@ -83,7 +83,7 @@ class HostilePeer {
     }
     // Returns the path of an open session. Its callbacks are sent to an object that does not exist.
     std::string newOpenSession(Size size) {
-        const std::string path = newSession();
+        std::string path = newSession();
         const auto ports = host::vppd::toBus(port(size));
         callSession(path, "InitSession", int32_t{0}, mBus.name(), sdbus::ObjectPath("/none"));
         for (const int32_t side : {0, 1})

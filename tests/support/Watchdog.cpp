@@ -60,7 +60,7 @@ constexpr size_t kNameAt = 19;
 
 void endHang(int) {
     say("\nthis test hangs; the stacks of all threads:\n");
-    const int folder = open("/proc/self/task", O_RDONLY | O_DIRECTORY);
+    const int folder = open("/proc/self/task", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     std::array<char, 32768> entries{};
     const long bytes = syscall(SYS_getdents64, folder, entries.data(), entries.size());
     for (long at = 0; at < bytes;) {
