@@ -276,43 +276,5 @@ TEST_F(Death, ASilentServiceIsGivenSoMuchAndNoMore) {
     EXPECT_EQ(processSource(1, source, 200'000), 0) << "there is room again";
 }
 
-TEST_F(Death, ChangedTimestampsCostNoBuffers) {
-    enableAndConfig(kW, kH, kTwice);
-    const auto source = frame();
-    uint64_t live = 0;
-    for (int n = 0; n < 600; ++n) {
-        ASSERT_EQ(processSource(n % 4, source, (n + 1) * 1'000'000), 0);
-        const Queued sent = queuedOn(VppPort::INPUT).back();
-        session().returnInput(sent.cookie, sent.timestamp + 1);
-        if (n == 299) live = host::counters().graphicBuffersLive;
-    }
-    EXPECT_LE(host::counters().graphicBuffersLive, live);
-}
-
-// A paused game repeats its timestamps.
-TEST_F(Death, FramesOfOneMicrosecondKeepTheirMemory) {
-    startPlain();
-    const auto source = frame();
-    const auto inode = [this] { return queuedOn(VppPort::INPUT).back().inode; };
-    ASSERT_EQ(processSource(0, source, 5000), 0);
-    const auto first = inode();
-    ASSERT_EQ(processSource(1, source, 5000), 0);
-    ASSERT_NE(inode(), first);
-    session().returnInput(0x10001, 5);
-    ASSERT_EQ(processSource(2, source, 6000), 0);
-    EXPECT_NE(inode(), first) << "the service still reads it";
-    session().returnInput(0x10000, 5);
-    ASSERT_EQ(processSource(3, source, 7000), 0);
-    EXPECT_EQ(inode(), first) << "free once all of its key is back";
-}
-
-TEST_F(Death, ATargetBesideASourceWithoutASlotComesBack) {
-    startPlain();
-    ASSERT_EQ(process({{-1, frame(), {}, 5000, {}}, {40, nv12(), {}, 0, {}}}), 0);
-    ASSERT_EQ(queuedOn(VppPort::INPUT).size(), 1);
-    session().returnInput(40, 5);
-    EXPECT_EQ(client.done(), (std::vector<Done>{{0, 40, 0, 0}}));
-}
-
 }  // namespace
 }  // namespace qoz::test

@@ -214,5 +214,19 @@ TEST_F(Queueing, NativeHandlesAreReleased) {
     native_handle_delete(broken);
 }
 
+// The second half alone also returns an output buffer that does not fit, and nothing is ever
+// reported for a buffer without a slot.
+TEST_F(Queueing, OnlyBuffersWithASlotAreReported) {
+    EXPECT_FALSE(peer().queueVppBuffer(7, buffer(32, 32, kNv12), false));
+    EXPECT_EQ(client.done(), (std::vector<Done>{{0, 7, 0, 0}}));
+    client.clear();
+    peer().setSideBuffersEnabled(false, false);
+    const auto nv12 = buffer(64, 48, kNv12);
+    EXPECT_EQ(process({{-1, nv12, {}, 1000, {}}, {4, nv12, {}, 0, {}}}), 0);
+    EXPECT_EQ(process({{5, buffer(64, 48, kRgba), {}, 2000, {}}, {-1, nv12, {}, 0, {}}}), 0);
+    for (const Done& done : client.done())
+        EXPECT_NE(done.slot, -1);
+}
+
 }  // namespace
 }  // namespace qoz::test

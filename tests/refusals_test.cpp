@@ -135,6 +135,23 @@ class RefusedReconfiguration : public ResourceTest {
     LogCapture log;
 };
 
+// A converter that could not be configured is configured again for the next frame, and nothing
+// reaches it without memory.
+TEST_F(Refusals, AConfigureThatFailsCostsItsFrameAlone) {
+    enableAndConfig(64, 48, {1, 0, 1, 0});
+    int refused = 0;
+    for (const uint32_t width : {64U, 96U}) {
+        host::armFault({.operation = "Configure"});
+        for (int n = 1; n <= 4; ++n)
+            refused += processSource(n, buffer(width, 48, kRgba), (width + n) * 1'000'000LL);
+    }
+    EXPECT_LE(refused, 2);
+    const auto none = [] { return buffer(UINT32_MAX, UINT32_MAX, kNv12); };  // is given no memory
+    EXPECT_EQ(processSource(5, none(), 300'000'000), android::QOZResult::kRefused);
+    EXPECT_EQ(process({{6, buffer(96, 48, kRgba), {}, 400'000'000, {}}, {7, none(), {}, 0, {}}}),
+              android::QOZResult::kRefused);
+}
+
 TEST_F(RefusedReconfiguration, GivesNoFrameThatIsNotOne) {
     for (const char* fault : {"reconfigure=5", "eventReconfigDone=5"}) {
         for (const auto& [width, height, upscale] :

@@ -92,6 +92,13 @@ TEST_F(Session, OperationsBeforeEnableFailAndHangNobody) {
 }
 
 // Every operation in every state: its result, and the state that it leaves.
+TEST_F(Session, AStateWithoutASessionEndsQuietly) {
+    make();
+    peer().setStatus(VppComponent::ACTIVE);
+    vpp->disable();
+    EXPECT_EQ(vpp->state(), VppComponent::UNINIT);
+}
+
 TEST_F(Session, EachOperationInEachState) {
     using enum VppComponent::status;
     using State = VppComponent::status;

@@ -37,6 +37,12 @@ bool Gate::close(WaitBudget* waits) {
     return false;
 }
 
+void Gate::settle(WaitBudget& waits) {
+    std::unique_lock<std::mutex> lock(mLock);
+    const base::ScopedLockAssertion held(mLock);
+    waits.wait(mChanged, lock, [this]() REQUIRES(mLock) { return mPassing == 0; });
+}
+
 void Gate::open() {
     const std::lock_guard<std::mutex> lock(mLock);
     mClosed = false;

@@ -70,6 +70,9 @@ class Gate {
         bool mClosed;
     };
 
+    // Waits, within the budget, until no user is passing. The gate stays open.
+    void settle(WaitBudget& waits) EXCLUDES(mLock);
+
   private:
     bool enter(WaitBudget* waits) EXCLUDES(mLock);
     void leave() EXCLUDES(mLock);

@@ -60,9 +60,10 @@ class BufferPool {
     BufferPool(const BufferPool&) = delete;
     BufferPool& operator=(const BufferPool&) = delete;
 
-    // Stores the internal buffers of a queued frame under `key`. Returns false if `key` has an
-    // entry already, which is kept, or on allocation failure. In both cases the pool does not keep
-    // the new buffers; they are freed when their last other owner releases them.
+    // Stores the internal buffers of a queued frame under `key`. If `key` has an entry already,
+    // that one is kept instead and is no longer free. Returns false if the entry is in use by
+    // another outstanding frame, or on allocation failure. Buffers that the pool does not keep are
+    // freed when their last other owner releases them.
     bool record(uint64_t key, Entry travelling) EXCLUDES(mLock);
 
     // Returns the buffers stored under `key`, or an empty entry if there are none.
@@ -152,6 +153,7 @@ inline bool holdsBuffer(
 template <typename Entry>
 bool BufferPool<Entry>::record(uint64_t key, Entry travelling) {
     const std::lock_guard<std::mutex> lock(mLock);
+    if (mBuffers.count(key) != 0) return mFreeKeys.erase(key) != 0;
     try {
         if (mSpareEntry.empty()) return mBuffers.emplace(key, std::move(travelling)).second;
         auto entry = std::exchange(mSpareEntry, {});

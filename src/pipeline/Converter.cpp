@@ -30,8 +30,8 @@ void Converter::configure(sp<GraphicBuffer>& source) {
         m.converter = new Rgb2Yuv();
         m.previousSource.clear();
     }
-    m.converter->Configure(source, mPorts.outputWidth(), mPorts.outputHeight());
-    mConfigured = shapeFor(source);
+    const bool done = m.converter->Configure(source, mPorts.outputWidth(), mPorts.outputHeight());
+    mConfigured = done ? shapeFor(source) : Shape{};  // the next frame tries again
 }
 
 // Reconfigures the converter whenever the frame differs in shape from the last configuration: a

@@ -29,6 +29,7 @@ bool DeliveryQueue::take(Delivery* delivery) {
     const std::lock_guard<std::mutex> lock(mLock);
     if (mQueue.empty()) return false;
     mCurrent = mQueue.front();
+    mDelivering = true;
     mQueue.pop_front();
     *delivery = {static_cast<int32_t>(mCurrent->cookie), mCurrent->pixelFilledLen != 0,
                  unsignedOf(mCurrent->timestamp), mQueue.size()};
@@ -37,7 +38,7 @@ bool DeliveryQueue::take(Delivery* delivery) {
 
 void DeliveryQueue::finish() {
     const std::lock_guard<std::mutex> lock(mLock);
-    mCurrent = nullptr;
+    mDelivering = false;
     mDelivered.notify_all();
 }
 
@@ -45,7 +46,7 @@ bool DeliveryQueue::waitUntilDelivered(WaitBudget& waits) {
     std::unique_lock<std::mutex> lock(mLock);
     const base::ScopedLockAssertion held(mLock);
     return waits.wait(mDelivered, lock,
-                      [this]() REQUIRES(mLock) { return mQueue.empty() && mCurrent == nullptr; });
+                      [this]() REQUIRES(mLock) { return mQueue.empty() && !mDelivering; });
 }
 
 // Drops buffers of the previous session. Their slots are not reported to the client.
@@ -58,7 +59,7 @@ size_t DeliveryQueue::clear() {
 
 DeliveryQueue::Summary DeliveryQueue::summary() const {
     const std::lock_guard<std::mutex> lock(mLock);
-    return {mQueue.size(), mCurrent == nullptr ? -1 : static_cast<int64_t>(mCurrent->cookie)};
+    return {mQueue.size(), mDelivering ? static_cast<int64_t>(mCurrent->cookie) : -1};
 }
 
 }  // namespace android

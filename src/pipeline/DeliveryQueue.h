@@ -62,7 +62,8 @@ class DeliveryQueue {
   private:
     Records& mRecords GUARDED_BY(mLock);
     std::deque<Record*>& mQueue GUARDED_BY(mLock);
-    Record*& mCurrent GUARDED_BY(mLock);
+    Record*& mCurrent GUARDED_BY(mLock);         // the record that was delivered last
+    bool mDelivering GUARDED_BY(mLock) = false;  // the client is being given mCurrent
     std::mutex& mLock;
     std::condition_variable mDelivered;
 };

@@ -12,6 +12,7 @@ bool Flush::flushPorts(bool withYuvPool, WaitBudget& waits) {
     }
     VPP_LOGI("processFlush_l");
     const bool flushed = p.events.flush(waits);
+    if (flushed) p.outstanding.forgetInternalInputs();
     p.sidePool.clear();
     if (withYuvPool) p.yuvPool.clear();
     p.converter.releaseResources();

@@ -12,6 +12,7 @@
 #include "pipeline/DeliveryQueue.h"
 #include "pipeline/HeldSlots.h"
 #include "pipeline/OutputWorker.h"
+#include "pipeline/OutstandingBuffers.h"
 #include "pipeline/SideBufferPool.h"
 #include "pipeline/YuvPool.h"
 #include "stream/ServiceEvents.h"
@@ -26,6 +27,7 @@ class Flush {
     struct Peers {
         ServiceEvents& events;
         ServiceCalls& service;
+        OutstandingBuffers& outstanding;
         SideBufferPool& sidePool;
         YuvPool& yuvPool;
         Converter& converter;

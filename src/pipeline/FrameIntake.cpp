@@ -143,7 +143,7 @@ bool FrameIntake::queueOutput(const QOZBufferInfo& output, WaitBudget* waits) {
 // and no side buffers are wanted. Every other frame is converted, into the packet's second entry or
 // into a buffer of the component's pool.
 int32_t FrameIntake::takeSource(const std::vector<QOZBufferInfo>& packet, WaitBudget& waits) {
-    if (packet.empty() || packet[0].buffer == nullptr || p.ports.inputFormat() == 0) {
+    if (packet.empty() || !pool::hasMemory(packet[0].buffer) || p.ports.inputFormat() == 0) {
         VPP_LOGE("processBuffer: INVALID INPUT !");
         return kRefused;
     }
@@ -182,8 +182,9 @@ int32_t FrameIntake::queueUnconverted(SourceFrame& frame,
     }
     // The slots are copied because the callbacks may change the client's packet.
     std::vector<int32_t> unused;
-    for (size_t i = 1; i < packet.size(); ++i)
-        unused.push_back(packet[i].slot);
+    for (size_t i = 1; i < packet.size(); ++i) {
+        if (packet[i].slot != QOZBufferInfo::kNoSlot) unused.push_back(packet[i].slot);
+    }
     m.extraBuffers = {};
     for (const int32_t slot : unused)
         p.client.giveBackUnused(slot);
@@ -214,7 +215,7 @@ bool FrameIntake::chooseTarget(SourceFrame& frame, const std::vector<QOZBufferIn
         m.needAdditionalBuffer = true;
         return true;
     }
-    if (packet[1].buffer == nullptr) {
+    if (!pool::hasMemory(packet[1].buffer)) {
         VPP_LOGE("processBuffer: INVALID INPUT !");
         return false;
     }

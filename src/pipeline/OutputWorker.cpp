@@ -270,7 +270,8 @@ void OutputWorker::deliverQueued() {
         VPP_TRACE_MARKER(64, "%s: %d buffer in Queue", "queueOBD", static_cast<int>(next.left));
         mClient.deliver(next.slot, next.filled, next.timestamp);
         mQueue.finish();
-        if (delivered + 1 < kMaxBeforeCommand || (mLoop && !isPostWaiting())) continue;
+        if (!isOnWorkerThread() || delivered + 1 < kMaxBeforeCommand) continue;
+        if (mLoop && !isPostWaiting()) continue;
         if (mLoop) requestDelivery();
         return;
     }

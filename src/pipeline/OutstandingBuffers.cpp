@@ -7,6 +7,10 @@
 namespace android {
 namespace {
 
+bool isSame(const OutstandingBuffers::Input& one, const OutstandingBuffers::Input& other) {
+    return one.id == other.id && one.internal == other.internal && one.key == other.key;
+}
+
 void countDown(uint32_t& count) {
     if (count > 0) --count;
 }
@@ -19,6 +23,7 @@ void OutstandingBuffers::restart() {
     inputs.reserve(kMaxSources);
     const std::lock_guard<std::mutex> lock(mLock);
     mInputs.swap(inputs);
+    mReturned.fill({});
     mOutputs.fill(0);
     mInputCount = 0;
     mOutputCount = 0;
@@ -45,7 +50,7 @@ bool OutstandingBuffers::addOutput(uint32_t slot) {
 // service has died in between and onServiceDied() has returned the buffer.
 bool OutstandingBuffers::withdrawInput(const Input& input) {
     const std::lock_guard<std::mutex> lock(mLock);
-    const auto entry = find(input.id, input.internal, input.key);
+    const auto entry = find(input);
     if (entry == mInputs.end()) return false;
     mInputs.erase(entry);
     countDown(mInputCount);
@@ -60,16 +65,38 @@ bool OutstandingBuffers::withdrawOutput(uint32_t slot) {
     return true;
 }
 
-std::vector<OutstandingBuffers::Input>::iterator OutstandingBuffers::find(uint32_t id,
-                                                                          bool internal,
-                                                                          uint64_t key) {
-    const auto isSame = [&](const Input& input) {
-        return input.id == id && input.internal == internal;
-    };
-    const auto exact = std::find_if(mInputs.begin(), mInputs.end(), [&](const Input& input) {
-        return isSame(input) && input.key == key;
+// The oldest entry of the id stands in for a frame whose timestamp the service has changed. Slots
+// are reused, so the repeated return of an earlier frame must not end up there: it would free the
+// memory of a frame that the service still reads.
+std::vector<OutstandingBuffers::Input>::iterator OutstandingBuffers::find(const Input& returned) {
+    const auto exact = std::find_if(mInputs.begin(), mInputs.end(),
+                                    [&](const Input& input) { return isSame(input, returned); });
+    if (exact != mInputs.end()) return exact;
+    if (isRepeated(returned)) return mInputs.end();
+    return std::find_if(mInputs.begin(), mInputs.end(), [&](const Input& input) {
+        return input.id == returned.id && input.internal == returned.internal;
     });
-    return exact != mInputs.end() ? exact : std::find_if(mInputs.begin(), mInputs.end(), isSame);
+}
+
+// Timestamp 0 tells nothing: a service may return every frame with it.
+bool OutstandingBuffers::isRepeated(const Input& returned) const {
+    return returned.key != 0 &&
+           std::any_of(mReturned.begin(), mReturned.end(),
+                       [&](const Input& input) { return isSame(input, returned); });
+}
+
+void OutstandingBuffers::remember(const Input& input) {
+    mReturned[mNextReturned] = input;
+    mNextReturned = (mNextReturned + 1) % mReturned.size();
+}
+
+void OutstandingBuffers::forgetInternalInputs() {
+    const std::lock_guard<std::mutex> lock(mLock);
+    const auto lost = std::stable_partition(mInputs.begin(), mInputs.end(),
+                                            [](const Input& input) { return !input.internal; });
+    std::for_each(lost, mInputs.end(),
+                  [this](const Input& input) REQUIRES(mLock) { remember(input); });
+    mInputs.erase(lost, mInputs.end());
 }
 
 // Returns the number of outstanding frames that share one entry of the pools.
@@ -78,20 +105,22 @@ size_t OutstandingBuffers::queuedUnder(uint64_t key) const {
         mInputs.begin(), mInputs.end(), [key](const Input& input) { return input.key == key; }));
 }
 
-// Uses the key that the frame was queued under, whatever timestamp the service returns. A frame
-// that was never queued does not reduce a count below zero, and frees only entries that no other
-// frame uses.
+// Both the timestamp of the record and the key that the frame was queued under become free, as far
+// as no other frame uses them. A frame that was never queued does not reduce a count below zero.
 OutstandingBuffers::Return OutstandingBuffers::takeInput(uint32_t id, bool internal,
                                                          uint64_t timestamp) {
     const std::lock_guard<std::mutex> lock(mLock);
-    Return result{!mServiceGone, timestamp, false};
-    const auto entry = find(id, internal, timestamp);
+    Return result{!mServiceGone, {}};
+    uint64_t queuedKey = timestamp;
+    const auto entry = find({id, internal, timestamp});
     if (entry != mInputs.end()) {
-        result.key = entry->key;
+        queuedKey = entry->key;
+        if (queuedKey == timestamp) remember(*entry);
         mInputs.erase(entry);
     }
     countDown(mInputCount);
-    result.keyFree = queuedUnder(result.key) == 0;
+    if (queuedUnder(timestamp) == 0) result.freeKeys[0] = timestamp;
+    if (queuedKey != timestamp && queuedUnder(queuedKey) == 0) result.freeKeys[1] = queuedKey;
     return result;
 }
 
@@ -99,7 +128,8 @@ OutstandingBuffers::Return OutstandingBuffers::takeInput(uint32_t id, bool inter
 // pool entry is then free if no other frame shares it.
 OutstandingBuffers::Return OutstandingBuffers::takeOutput(uint32_t id, uint64_t timestamp) {
     const std::lock_guard<std::mutex> lock(mLock);
-    const Return result{!mServiceGone, timestamp, queuedUnder(timestamp) <= 1};
+    Return result{!mServiceGone, {}};
+    if (queuedUnder(timestamp) <= 1) result.freeKeys[0] = timestamp;
     if (id < mOutputs.size()) countDown(mOutputs[id]);
     countDown(mOutputCount);
     return result;
@@ -120,7 +150,7 @@ OutstandingBuffers::Lost OutstandingBuffers::takeAll() {
 
 bool OutstandingBuffers::isFull() const {
     const std::lock_guard<std::mutex> lock(mLock);
-    return mInputCount >= kMaxSources;
+    return mInputs.size() >= kMaxSources;
 }
 
 bool OutstandingBuffers::isServiceGone() const {

@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 namespace android {
@@ -31,8 +32,10 @@ class OutstandingBuffers {
     // How to handle a returned buffer.
     struct Return {
         bool expected;  // false if the client got it when the service died
-        uint64_t key;   // key of the frame's entries in the pools
-        bool keyFree;   // no other outstanding frame uses the key
+        // The keys of the pools' entries that this return makes free: the timestamp that it
+        // carries, and the one that the frame was queued under if the service has changed it.
+        // Nothing for a key that another outstanding frame uses.
+        std::array<std::optional<uint64_t>, 2> freeKeys;
     };
     using OutputCounts = std::array<uint32_t, QOZBufferInfo::kOutputSlots>;
     struct Counts {
@@ -47,7 +50,8 @@ class OutstandingBuffers {
     OutstandingBuffers(std::mutex& lock, uint32_t& inputs, uint32_t& outputs)
         : mLock(lock), mInputCount(inputs), mOutputCount(outputs) {}
 
-    // Begins a session: nothing is outstanding, and the service is alive. Throws std::bad_alloc.
+    // Begins a session: nothing is outstanding, and the service is alive. The counts stay, because
+    // only returns reduce them. Throws std::bad_alloc.
     void restart() EXCLUDES(mLock);
 
     // Records a buffer before the call that queues it, because the buffer may be returned before
@@ -66,23 +70,37 @@ class OutstandingBuffers {
     Return takeInput(uint32_t id, bool internal, uint64_t timestamp) EXCLUDES(mLock);
     Return takeOutput(uint32_t id, uint64_t timestamp) EXCLUDES(mLock);
 
+    // Called when the service has flushed both ports: it holds nothing any more, so an internal
+    // buffer that it has not returned is lost. Forgets those buffers. Buffers of the client stay,
+    // because they may be returned yet.
+    void forgetInternalInputs() EXCLUDES(mLock);
+
     // Called when the service has died: removes and returns all buffers, and expects no further
     // returns.
     Lost takeAll() EXCLUDES(mLock);
 
+    // Judged by the buffers themselves: stray and repeated returns also reduce the count.
     bool isFull() const EXCLUDES(mLock);
     bool isServiceGone() const EXCLUDES(mLock);
     Counts counts() const EXCLUDES(mLock);
 
   private:
-    // Finds the entry with this key, or else the oldest entry of the id.
-    std::vector<Input>::iterator find(uint32_t id, bool internal, uint64_t key) REQUIRES(mLock);
+    // The number of buffers that are remembered after their return.
+    static constexpr size_t kRemembered = 2 * kMaxSources;
+
+    // Finds the entry with this key, or else the oldest entry of the id. A return that has been
+    // seen before finds nothing.
+    std::vector<Input>::iterator find(const Input& returned) REQUIRES(mLock);
+    bool isRepeated(const Input& returned) const REQUIRES(mLock);
+    void remember(const Input& input) REQUIRES(mLock);
     size_t queuedUnder(uint64_t key) const REQUIRES(mLock);
 
     std::mutex& mLock;
     uint32_t& mInputCount GUARDED_BY(mLock);
     uint32_t& mOutputCount GUARDED_BY(mLock);
-    std::vector<Input> mInputs GUARDED_BY(mLock);  // in queueing order
+    std::vector<Input> mInputs GUARDED_BY(mLock);                  // in queueing order
+    std::array<Input, kRemembered> mReturned GUARDED_BY(mLock){};  // a ring; key 0 is none
+    size_t mNextReturned GUARDED_BY(mLock) = 0;
     OutputCounts mOutputs GUARDED_BY(mLock){};
     bool mServiceGone GUARDED_BY(mLock) = false;
 };

@@ -30,9 +30,10 @@ void ReturnHandler::onInputDone(const VppBuffer& buffer) {
     const auto returned = p.outstanding.takeInput(cookie::idOf(buffer.cookie), internal,
                                                   unsignedOf(buffer.timestamp));
     if (!isExpected(returned, "onVppIBD")) return;
-    if (returned.keyFree) {
-        p.sidePool.free(returned.key, "onVppIBD");
-        if (internal) p.yuvPool.free(returned.key, "onVppIBD");
+    for (const auto& key : returned.freeKeys) {
+        if (!key) continue;
+        p.sidePool.free(*key, "onVppIBD");
+        if (internal) p.yuvPool.free(*key, "onVppIBD");
     }
     if (!internal) p.client.giveBackUnused(static_cast<int32_t>(buffer.cookie));
     VPP_LOGI("onVppIBD: receive %s, buffer cookie %u",
@@ -56,9 +57,10 @@ void ReturnHandler::onOutputDone(const VppBuffer& buffer) {
     const auto returned = bypassed ? p.outstanding.takeInput(id, internal, timestamp)
                                    : p.outstanding.takeOutput(id, timestamp);
     if (!isExpected(returned, "onVppOBD")) return;
-    if (returned.keyFree) {
-        if (internal) p.yuvPool.free(returned.key, "onVppOBD");
-        p.sidePool.free(returned.key, "onVppOBD");
+    for (const auto& key : returned.freeKeys) {
+        if (!key) continue;
+        if (internal) p.yuvPool.free(*key, "onVppOBD");
+        p.sidePool.free(*key, "onVppOBD");
     }
     if (internal) {
         VPP_LOGD(

@@ -17,6 +17,8 @@ using vpp::VppError;
 using vpp::VppPort;
 using Shared = QueueRecord::Shared;
 
+constexpr auto kNoSlot = static_cast<uint32_t>(QOZBufferInfo::kNoSlot);
+
 constexpr const char* kForwardName = "vpp.metabuf.mv.fw";
 constexpr const char* kBackwardName = "vpp.metabuf.mv.bw";
 constexpr const char* kDownscaledName = "vpp.metabuf.scale.0p5";
@@ -52,7 +54,9 @@ ServiceQueue::Outcome ServiceQueue::queueItem(const Item& item, SideBuffers& ext
     } else if (isQueueableId(item.cookie, item.isInput)) {
         outcome = item.isInput ? queueSource(item, extradata) : queueOutput(item);
     }
-    if (outcome == Outcome::NotQueued && !isPooled) {
+    const bool isNamed = !item.isInput || item.cookie != kNoSlot;
+    const bool isRefused = outcome == Outcome::NotQueued || outcome == Outcome::WrongSize;
+    if (isRefused && !isPooled && isNamed) {
         p.client.giveBackUnused(static_cast<int32_t>(item.cookie));
     }
     return outcome;
@@ -60,7 +64,9 @@ ServiceQueue::Outcome ServiceQueue::queueItem(const Item& item, SideBuffers& ext
 
 bool ServiceQueue::send(uint32_t cookie, const sp<GraphicBuffer>& buffer, uint64_t timestamp,
                         bool isInput) {
-    return handOver({buffer, cookie, timestamp, isInput, false}) == Outcome::Queued;
+    const Outcome outcome = handOver({buffer, cookie, timestamp, isInput, false});
+    if (outcome == Outcome::WrongSize) p.client.giveBackUnused(static_cast<int32_t>(cookie));
+    return outcome == Outcome::Queued;
 }
 
 // Polls when called for a callback, because std::mutex has no wait with a time limit.
@@ -141,7 +147,7 @@ ServiceQueue::Outcome ServiceQueue::handOver(const Item& item) {
         VPP_LOGE("queueVppBuffer: component is not enabled");
         return Outcome::NotQueued;
     }
-    if (!item.isInput && !fitsOutput(item.buffer)) return Outcome::NotQueued;
+    if (!item.isInput && !fitsOutput(item.buffer)) return Outcome::WrongSize;
     try {
         QueueRecord record(p.mapper);
         if (item.isInput && !attachMetaBuffers(record, item.timestamp)) return Outcome::NotQueued;

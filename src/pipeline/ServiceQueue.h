@@ -61,7 +61,7 @@ class ServiceQueue {
     bool queueFromCallback(const sp<GraphicBuffer>& buffer, uint32_t slot, uint64_t timestamp);
 
     // The second half of queue(): builds the record and queues it. On failure it does not return
-    // the buffer to the client.
+    // the buffer to the client, except an output buffer that does not fit the output port.
     bool send(uint32_t cookie, const sp<GraphicBuffer>& buffer, uint64_t timestamp, bool isInput);
 
     // Returns whether this thread is inside a call that queues a buffer. The service may return a
@@ -81,9 +81,10 @@ class ServiceQueue {
         bool isInput;
         bool isFromCallback;
     };
-    // The result of queueing. GivenBack: the service died during the call, and the client has its
-    // buffer back. Busy: the component's lock was not free in time, and nothing was done.
-    enum class Outcome { Queued, NotQueued, GivenBack, Busy };
+    // The result of queueing. WrongSize: an output buffer that does not fit the output port.
+    // GivenBack: the service died during the call, and the client has its buffer back. Busy: the
+    // component's lock was not free in time, and nothing was done.
+    enum class Outcome { Queued, NotQueued, WrongSize, GivenBack, Busy };
 
     // The steps of queueing one buffer, each called by the one before. They check the buffer and
     // fill the pools, take the lock, build the record, and call the service.

@@ -40,8 +40,8 @@ VppComponent::Parts::Parts(VppComponent& c)
              service, c.mStatus, c.mLock, client, log}),
       returns(
           {yuvPool, sidePool, outstanding, delivery, worker, c.mLastOutputTimestamp, client, log}),
-      flush({events, service, sidePool, yuvPool, converter, heldSlots, delivery, worker, outputGate,
-             c.mStatus, c.mLock, log}),
+      flush({events, service, outstanding, sidePool, yuvPool, converter, heldSlots, delivery,
+             worker, outputGate, c.mStatus, c.mLock, log}),
       inBand({settings, control, ports, reconfiguration, flush, converter, heldSlots, outputGate,
               client, log}),
       intake({c.mNeedAdditionalBuffer, c.mExtraBuffers},

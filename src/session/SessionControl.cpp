@@ -11,7 +11,7 @@
 
 #include "session/Parts.h"
 #include "session/ServiceLookup.h"
-#include "session/VppCallbacks.h"
+#include "vpp/VppCallbacks.h"
 
 namespace android {
 namespace {
@@ -158,6 +158,8 @@ void VppComponent::SessionControl::disable() {
         closeSession();
         letGoOfSession();
     }
+    // An event of the session that has just ended may still be inside a callback of the client.
+    if (state != ERROR) p.eventGate.settle(waits);
     p.heldSlots.clear();
     p.converter.destroy();
     p.sidePool.clear();
@@ -179,6 +181,7 @@ void VppComponent::SessionControl::waitForPendingStart() const {
 // Calls terminateSession() whatever close() returns, because only terminateSession() makes the
 // service release its callback object.
 void VppComponent::SessionControl::closeSession() {
+    if (!p.service.hasSession()) return;
     const VppError result = p.service.close();
     if (result != VppError::VPP_OK) VPP_LOGI("vppClose error=%s", toString(result).c_str());
     p.service.terminateSession();

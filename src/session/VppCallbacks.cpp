@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "session/VppCallbacks.h"
+#include "vpp/VppCallbacks.h"
 
 #include <new>
 #include <utility>

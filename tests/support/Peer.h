@@ -66,6 +66,7 @@ class VppComponentPeer {
         c.mInterpFactor = factor;
         return c.configVppFrc(timestamp);
     }
+    void setStatus(VppComponent::status s) { c.mStatus = s; }
     bool drain() { return c.processDrainDone_l(); }
     bool reconfig(uint32_t w, uint32_t h, uint32_t format) {
         return c.processReconfig_l(w, h, format);
@@ -75,6 +76,9 @@ class VppComponentPeer {
     bool queueBuffer(const sp<GraphicBuffer>& buffer, SideBuffers& side, uint32_t id, uint64_t ts,
                      bool isInput) {
         return c.queueBuffer(buffer, side, id, ts, isInput);
+    }
+    bool queueVppBuffer(uint32_t id, const sp<GraphicBuffer>& buffer, bool isInput) {
+        return c.queueVppBuffer(id, buffer, 1, isInput);
     }
     void setNeedAdditionalBuffer(bool needed) { c.mNeedAdditionalBuffer = needed; }
     // Returns the numbers of input and output buffers in the VPP.

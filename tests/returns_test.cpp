@@ -1,0 +1,169 @@
+// SPDX-License-Identifier: Apache-2.0
+// Returns that a service makes wrong: with another timestamp, twice, too late or not at all. No
+// memory that the service still uses may be drawn for another frame, and none may be lost for good.
+#include <atomic>
+#include <thread>
+
+#include "support/Fixture.h"
+
+namespace qoz::test {
+namespace {
+
+using vpp::VppPort;
+
+constexpr uint32_t kW = 64;
+constexpr uint32_t kH = 48;
+constexpr ConfigParams kTwice{1, 0, 1, 0};
+
+class Returns : public ComponentTest {
+  protected:
+    void startPlain() {
+        host::setProperty("debug.vpp.frc.game.ext.mbi", "false");
+        enableAndConfig(kW, kH, kTwice);
+    }
+    static sp<GraphicBuffer> frame() { return buffer(kW, kH, kRgba); }
+    static sp<GraphicBuffer> nv12() { return buffer(kW, kH, kNv12); }
+    std::vector<Queued> inputs() const { return queuedOn(VppPort::INPUT); }
+    void giveBack(const Queued& sent) { session().returnInput(sent.cookie, sent.timestamp); }
+};
+
+TEST_F(Returns, ChangedTimestampsCostNoBuffers) {
+    enableAndConfig(kW, kH, kTwice);
+    const auto source = frame();
+    uint64_t live = 0;
+    for (int n = 0; n < 600; ++n) {
+        ASSERT_EQ(processSource(n % 4, source, (n + 1) * 1'000'000), 0);
+        const Queued sent = queuedOn(VppPort::INPUT).back();
+        session().returnInput(sent.cookie, sent.timestamp + 1);
+        if (n == 299) live = host::counters().graphicBuffersLive;
+    }
+    EXPECT_LE(host::counters().graphicBuffersLive, live);
+}
+
+// A paused game repeats its timestamps.
+TEST_F(Returns, FramesOfOneMicrosecondKeepTheirMemory) {
+    startPlain();
+    const auto source = frame();
+    const auto inode = [this] { return queuedOn(VppPort::INPUT).back().inode; };
+    ASSERT_EQ(processSource(0, source, 5000), 0);
+    const auto first = inode();
+    ASSERT_EQ(processSource(1, source, 5000), 0);
+    ASSERT_NE(inode(), first);
+    session().returnInput(0x10001, 5);
+    ASSERT_EQ(processSource(2, source, 6000), 0);
+    EXPECT_NE(inode(), first) << "the service still reads it";
+    session().returnInput(0x10000, 5);
+    ASSERT_EQ(processSource(3, source, 7000), 0);
+    EXPECT_EQ(inode(), first) << "free once all of its key is back";
+}
+
+TEST_F(Returns, ATargetBesideASourceWithoutASlotComesBack) {
+    startPlain();
+    ASSERT_EQ(process({{-1, frame(), {}, 5000, {}}, {40, nv12(), {}, 0, {}}}), 0);
+    ASSERT_EQ(queuedOn(VppPort::INPUT).size(), 1);
+    session().returnInput(40, 5);
+    EXPECT_EQ(client.done(), (std::vector<Done>{{0, 40, 0, 0}}));
+}
+
+// Slots are reused, so the second return names a slot under which another frame is outstanding.
+TEST_F(Returns, ARepeatedReturnFreesNoOtherFrame) {
+    startPlain();
+    const auto source = frame();
+    ASSERT_EQ(processSource(0, source, 1'000'000), 0);
+    const Queued first = inputs()[0];
+    giveBack(first);
+    ASSERT_EQ(processSource(0, source, 2'000'000), 0);
+    giveBack(first);
+    ASSERT_EQ(processSource(0, source, 3'000'000), 0);
+    EXPECT_NE(inputs()[1].inode, inputs()[2].inode) << "the service still reads the second frame";
+    EXPECT_TRUE(peer().freeYuv().empty());
+}
+
+// The entry of the earlier frame is kept under the timestamp, so it must not be free meanwhile.
+TEST_F(Returns, ATimestampThatComesAgainTakesItsEntryBackIntoUse) {
+    enableAndConfig(kW, kH, kTwice);
+    for (int n = 1; n <= 3; ++n)
+        ASSERT_EQ(processSource(n, frame(), n * 1'000'000), 0);
+    for (const Queued& sent : inputs())
+        giveBack(sent);
+    const auto kept = peer().extradataMap().at(3000);
+    ASSERT_EQ(processSource(4, frame(), 3'000'000), 0);
+    const Queued again = inputs().back();
+    EXPECT_FALSE(peer().freeExtradata().contains(3000));
+    for (int n = 4; n <= 6; ++n) {
+        ASSERT_EQ(processSource(n + 1, frame(), n * 1'000'000), 0);
+        EXPECT_NE(std::get<0>(peer().extradataMap().at(n * 1000)), std::get<0>(kept));
+    }
+    giveBack(again);
+    EXPECT_TRUE(peer().freeExtradata().contains(3000));
+    // One that the service refuses leaves the entry free again.
+    session().results["queueBuf0"] = vpp::VppError::VPP_ERR_HW;
+    ASSERT_EQ(processSource(8, frame(), 3'000'000), 0);
+    EXPECT_TRUE(peer().freeExtradata().contains(3000));
+}
+
+TEST_F(Returns, StrayReturnsMakeNoRoomForMoreFrames) {
+    startPlain();
+    const auto source = frame();
+    int taken = 0;
+    for (int n = 1; n <= 150; ++n) {
+        taken += processSource(n % 4, source, n * 1'000'000) == 0 ? 1 : 0;
+        session().returnInput(-1, 5);
+    }
+    EXPECT_EQ(taken, 128);
+}
+
+// A service may return a frame with the timestamp of another one. Both are free then, as far as no
+// outstanding frame uses them.
+TEST_F(Returns, AReturnFreesTheTimestampThatItCarries) {
+    startPlain();
+    ASSERT_EQ(processSource(0, frame(), 1'000'000), 0);
+    peer().yuvMap()[2000] = nv12();
+    session().returnInput(inputs()[0].cookie, 2000);
+    EXPECT_EQ(peer().freeYuv(), (std::set<uint64_t>{1000, 2000}));
+}
+
+// After a flush the service holds nothing. What it has not returned by then is lost, and a return
+// that comes after all frees nothing.
+TEST_F(Returns, AFlushForgetsTheFramesThatWereLost) {
+    startPlain();
+    const auto source = frame();
+    for (int n = 1; n <= 128; ++n)
+        ASSERT_EQ(processSource(n % 4, source, n * 1'000'000), 0);
+    ASSERT_EQ(processSource(0, source, 200'000'000), 1);
+    const Queued late = inputs()[3];
+    vpp->flushsync();
+    ASSERT_EQ(vpp->state(), VppComponent::IDLE);
+    ASSERT_EQ(processSource(0, source, 201'000'000), 0);
+    const auto inService = inputs().back().inode;
+    giveBack(late);
+    ASSERT_EQ(processSource(0, source, 202'000'000), 0);
+    EXPECT_NE(inputs().back().inode, inService);
+}
+
+// When disable() has returned, no callback of the session that it ended is under way any more.
+TEST_F(Returns, DisableWaitsForACallbackUnderWay) {
+    startPlain();
+    ASSERT_EQ(process({{1, frame(), {}, 9'000'000, {}}, {40, nv12(), {}, 0, {}}}), 0);
+    Gate gate;
+    std::atomic<bool> left{false};
+    client.onDone = [&](const Done& done) {
+        if (done.slot != 40) return;
+        gate.hold();
+        left = true;
+    };
+    std::thread binder([&, session = &session()] { session->returnInput(40, 9000); });
+    gate.inside.wait();
+    // The callback goes on once disable() has ended the worker.
+    std::thread releaser([&] {
+        EXPECT_TRUE(eventually([&] { return log.count("component thread is terminated") == 1; }));
+        gate.release.count_down();
+    });
+    vpp->disable();
+    EXPECT_TRUE(left);
+    binder.join();
+    releaser.join();
+}
+
+}  // namespace
+}  // namespace qoz::test
