@@ -13,7 +13,7 @@ std::shared_ptr<Mapping> Mapping::make(int fd, size_t offset, size_t length, boo
     void* pages =
         mmap(nullptr, mapped, access, MAP_SHARED, fd, static_cast<off_t>(offset - skipped));
     if (pages == MAP_FAILED) return nullptr;
-    return std::shared_ptr<Mapping>(new Mapping(pages, skipped, mapped, writable));
+    return std::shared_ptr<Mapping>(new Mapping(pages, skipped, mapped));
 }
 
 uint8_t* Mapping::ready() const {

@@ -24,13 +24,12 @@ class Mapping {
     uint8_t* ready() const;
 
   private:
-    Mapping(void* pages, size_t skipped, size_t length, bool writable)
-        : mPages(pages), mSkipped(skipped), mLength(length), mWritable(writable) {}
+    Mapping(void* pages, size_t skipped, size_t length)
+        : mPages(pages), mSkipped(skipped), mLength(length) {}
 
     void* const mPages;
     const size_t mSkipped;  // bytes of the first page
     const size_t mLength;   // with these
-    const bool mWritable;
 };
 
 }  // namespace qoz::host::vppservice
