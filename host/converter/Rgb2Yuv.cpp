@@ -98,6 +98,8 @@ Rgb2Yuv::~Rgb2Yuv() {
 
 bool Rgb2Yuv::Configure(sp<GraphicBuffer>& source, uint32_t width, uint32_t height) {
     constexpr char kOperation[] = "Configure";
+    // A configuration that fails leaves none: what was set up before is not used any more.
+    mEngine->setup.reset();
     if (faulty(kOperation)) return false;
     const auto pixels = MappedBuffer::map(source, kOperation, "source");
     if (!pixels) return false;

@@ -106,6 +106,10 @@ class IQOZCallback {
     /// the buffer. `valid`: 1 for a converted source and for an output buffer that holds a frame,
     /// else 0. `timestamp`: for an output buffer with a frame, the frame's time in microseconds on
     /// the clock of the sources; otherwise undefined.
+    ///
+    /// A flush, and a config() that turns motion vectors on, return the newest source although the
+    /// motion vectors of the next frame are still measured against it: pixels that the client draws
+    /// into it before that frame has been processed spoil those vectors, and nothing else.
     virtual void onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint64_t timestamp) = 0;
 
     /// Reports that settings carried by a source frame are in force. `changes`: codes of QOZChange;

@@ -32,7 +32,8 @@ void HeldSlots::releaseFront() {
     mClient.giveBackSource(slot);
 }
 
-// Called at a flush: no later frame uses a source from before the flush as its reference.
+// Called at a flush. The last source stays the converter's reference frame: the next frame may
+// still be compared with it, which the header tells the client.
 void HeldSlots::releaseAll() {
     const std::list<int32_t> released = std::exchange(mSlots, {});
     publish();
