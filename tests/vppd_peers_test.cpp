@@ -271,9 +271,9 @@ void writeRows(const std::string& rows) {
 Written by `tests/vppd_peers_test.cpp` in the same way. Each peer is a connection of its own to the bus of
 one service, and does its worst over and over while a client beside it plays 40 frames. The last column
 is the median of that client's latencies, from `process` to the frame, against its own median just
-before; of one run, on two processors that had other work to do. The first peer does nothing but take
-a processor: what it costs is the share of two processors that is left, and bounds what any other
-peer can be said to cost. What protects a client, and what does not, is in [isolation](isolation.md).
+before; of one run, on two processors. The first peer does nothing but take
+a processor, so its row shows what a busy machine costs by itself. What protects a client, and what
+does not, is in [isolation](isolation.md).
 
 | a peer | is told | the client beside it | latency |
 |---|---|---|---|
