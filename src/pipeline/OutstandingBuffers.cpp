@@ -7,8 +7,10 @@
 namespace android {
 namespace {
 
+// Whether both are the same frame. The key alone identifies a buffer of the component's own pool.
 bool isSame(const OutstandingBuffers::Input& one, const OutstandingBuffers::Input& other) {
-    return one.id == other.id && one.internal == other.internal && one.key == other.key;
+    return one.key == other.key && one.internal == other.internal &&
+           (one.internal || one.id == other.id);
 }
 
 void countDown(uint32_t& count) {
