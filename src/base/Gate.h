@@ -4,6 +4,7 @@
 
 #include <android-base/thread_annotations.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -79,10 +80,18 @@ class Gate {
     bool close(WaitBudget* waits) EXCLUDES(mLock);
     void open() EXCLUDES(mLock);
 
-    std::mutex mLock;
+    bool tryEnter();
+    uint32_t passing() const { return mState.load(std::memory_order_acquire) & kCount; }
+
+    // The number of users inside the gate, and two flags. Users change the number without the lock,
+    // so that an open gate costs two atomic operations a buffer; the flags are changed under it.
+    static constexpr uint32_t kClosed = 1U << 31;  // a change waits for the users or is in progress
+    static constexpr uint32_t kAwaited = 1U << 30;  // settle() waits for the users
+    static constexpr uint32_t kCount = kAwaited - 1;
+    std::atomic<uint32_t> mState{0};
+
+    std::mutex mLock;  // with mChanged: threads that wait sleep under it
     std::condition_variable mChanged;
-    uint32_t mPassing GUARDED_BY(mLock) = 0;  // users inside the gate
-    bool mClosed GUARDED_BY(mLock) = false;   // a change is waiting for them or in progress
 };
 
 }  // namespace android

@@ -4,6 +4,7 @@
 
 #include <android-base/thread_annotations.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
@@ -22,7 +23,6 @@ struct StreamFacts {
     uint32_t interpFactor = 0;
     bool motionVectors = false;
     bool downscaledCopies = false;
-    size_t heldSlots = 0;  // entries in the list of held source slots
 };
 
 // Owns the copy. Its lock is a leaf.
@@ -40,7 +40,13 @@ class PublishedFacts {
         change(mFacts);
     }
 
+    // The number of entries in the list of held source slots. It is apart from the other facts and
+    // atomic, because it changes twice with every frame.
+    size_t heldSlots() const { return mHeldSlots.load(std::memory_order_relaxed); }
+    void setHeldSlots(size_t count) { mHeldSlots.store(count, std::memory_order_relaxed); }
+
   private:
+    std::atomic<size_t> mHeldSlots{0};
     mutable std::mutex mLock;
     StreamFacts mFacts GUARDED_BY(mLock);
 };

@@ -50,7 +50,7 @@ void HeldSlots::clear() {
 }
 
 void HeldSlots::publish() {
-    mFacts.update([this](StreamFacts& facts) { facts.heldSlots = mSlots.size(); });
+    mFacts.setHeldSlots(mSlots.size());
 }
 
 }  // namespace android

@@ -110,7 +110,7 @@ void VppComponent::StateDump::addStream() {
 void VppComponent::StateDump::addOutstanding() {
     const auto [inputs, outputs] = p.outstanding.counts();
     add("  in the vpp: %u input, %u output\n", inputs, outputs);
-    add("  held back: %zu\n", p.facts.read().heldSlots);
+    add("  held back: %zu\n", p.facts.heldSlots());
 }
 
 // Prints "in use" for a pool whose lock is held, for example by a request that is allocating.
