@@ -59,8 +59,12 @@ void serve(const sigset_t& signals) {
     const auto bus = std::make_shared<vppd::Bus>(std::string());
     const vppservice::RegisteredService service(end);
     vppd::ServiceObject object(bus, service.service());
-    bus->start(end);
+    // Before the reader starts. The bus may deliver a client's first call, for which it has started
+    // this process, ahead of its answer about the name. A call that comes while this thread waits
+    // for that answer is put into the queue of the bus library, where a reader that already sleeps
+    // would not find it.
     bus->connection().requestName(vppd::kBusName);
+    bus->start(end);
     int signal = 0;
     sigwait(&signals, &signal);
 }
