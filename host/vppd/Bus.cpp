@@ -99,6 +99,12 @@ void Bus::startService(const std::string& busName, SteadyTime end) {
     askDriver<uint32_t>("StartServiceByName", end, busName, uint32_t{0});
 }
 
+bool Bus::takeName(const std::string& busName, SteadyTime end) {
+    constexpr uint32_t kDoNotQueue = 4;  // as RequestName of the bus has it
+    constexpr uint32_t kPrimaryOwner = 1;
+    return askDriver<uint32_t>("RequestName", end, busName, kDoNotQueue) == kPrimaryOwner;
+}
+
 std::optional<std::string> Bus::ownerOf(const std::string& busName, SteadyTime end) {
     return askDriver<std::string>("GetNameOwner", end, busName);
 }

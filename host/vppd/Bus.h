@@ -53,6 +53,11 @@ class Bus {
     // Has the bus start a service that it knows how to start and that does not run.
     void startService(const std::string& busName, SteadyTime end);
 
+    // Makes this connection the owner of a name. Returns false if another one owns it. To be called
+    // after start(), on another thread than the reader's: the answer comes through the reader, and
+    // so does the first call to the name, which may come before the answer.
+    bool takeName(const std::string& busName, SteadyTime end);
+
     // The unique name of the owner.
     std::optional<std::string> ownerOf(const std::string& busName, SteadyTime end);
     std::optional<pid_t> pidOf(const std::string& busName, SteadyTime end);

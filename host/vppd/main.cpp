@@ -6,8 +6,10 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -59,12 +61,10 @@ void serve(const sigset_t& signals) {
     const auto bus = std::make_shared<vppd::Bus>(std::string());
     const vppservice::RegisteredService service(end);
     vppd::ServiceObject object(bus, service.service());
-    // Before the reader starts. The bus may deliver a client's first call, for which it has started
-    // this process, ahead of its answer about the name. A call that comes while this thread waits
-    // for that answer is put into the queue of the bus library, where a reader that already sleeps
-    // would not find it.
-    bus->connection().requestName(vppd::kBusName);
     bus->start(end);
+    if (!bus->takeName(vppd::kBusName, std::chrono::steady_clock::now() + vppd::kCallLimit)) {
+        throw std::runtime_error("the name of the service cannot be had");
+    }
     int signal = 0;
     sigwait(&signals, &signal);
 }
