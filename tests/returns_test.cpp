@@ -141,6 +141,24 @@ TEST_F(Returns, AFlushForgetsTheFramesThatWereLost) {
     EXPECT_NE(inputs().back().inode, inService);
 }
 
+// Only returns reduce the counts, so a new session begins with those of the previous one, but with
+// room for as many frames as ever.
+TEST_F(Returns, CountsOutlastTheSessionAndRefuseNoFrame) {
+    startPlain();
+    const auto source = frame();
+    for (int n = 1; n <= 3; ++n)
+        ASSERT_EQ(processSource(n, source, n * 1'000'000), 0);
+    vpp->disable();
+    ASSERT_TRUE(enable());
+    EXPECT_EQ(peer().inVpp().first, 3U);
+    vpp->config(kW, kH, kRgba, kTwice, true);
+    ASSERT_TRUE(vpp->isInputPortEnabled(kW, kH, kRgba));
+    int taken = 0;
+    for (int n = 1; n <= 130; ++n)
+        taken += processSource(n % 4, source, n * 1'000'000) == 0 ? 1 : 0;
+    EXPECT_EQ(taken, 128);
+}
+
 // When disable() has returned, no callback of the session that it ended is under way any more.
 TEST_F(Returns, DisableWaitsForACallbackUnderWay) {
     startPlain();

@@ -15,7 +15,7 @@ namespace android {
 
 /// The results of VppComponent::process().
 struct QOZResult {
-    static constexpr int32_t kTaken = 0;         ///< taken; returned later by onBufferDone()
+    static constexpr int32_t kTaken = 0;  ///< taken; see onBufferDone() and kNoSlot for its return
     static constexpr int32_t kRefused = 1;       ///< refused or failed; the reason is in the log
     static constexpr int32_t kNothingGiven = 2;  ///< no source and no output buffer given
 };
@@ -97,9 +97,9 @@ struct QOZBufferInfo {
 ///
 /// From within a callback the client may use the getters, dump(), GetFormat(), and process() with
 /// an output buffer. Every other operation of the same component is refused at once, with a
-/// message. While a flush or a start is in progress, process() refuses an output buffer too: it
-/// returns QOZResult::kRefused and the buffer stays with the client. The object must outlive the
-/// component.
+/// message. From within a callback, process() also refuses an output buffer while a flush or a
+/// start is in progress: it returns QOZResult::kRefused and the buffer stays with the client. The
+/// object must outlive the component.
 class IQOZCallback {
   public:
     /// Returns a buffer to the client. `port`: see QOZPort. `slot`: the slot that the client gave
@@ -107,14 +107,15 @@ class IQOZCallback {
     /// else 0. `timestamp`: for an output buffer with a frame, the frame's time in microseconds on
     /// the clock of the sources; otherwise undefined.
     ///
-    /// A flush, and a config() that turns motion vectors on, return the newest source although the
-    /// motion vectors of the next frame are still measured against it: pixels that the client draws
-    /// into it before that frame has been processed spoil those vectors, and nothing else.
+    /// After a flush, until the next config(), and after a config() that turns motion vectors on,
+    /// the client has the newest source back although the motion vectors of the next frame are
+    /// measured against it. Pixels that the client draws into it before that frame has been
+    /// processed spoil those vectors, and nothing else.
     virtual void onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint64_t timestamp) = 0;
 
     /// Reports that settings carried by a source frame are in force. `changes`: codes of QOZChange;
-    /// empty if only the interpolation factor has changed. Called from within process(), after the
-    /// frame has been queued.
+    /// empty if the interpolation factor has changed but not the number of output buffers. Called
+    /// from within process(), after the frame has been queued.
     virtual void onConfigChanged(std::set<uint32_t> changes) = 0;
 
   protected:
@@ -123,7 +124,7 @@ class IQOZCallback {
 
 }  // namespace android
 
-/// A request of the frame path to a pool of internal buffers.
+/// A request from the frame path to a pool of internal buffers.
 struct RequestInfo {
     bool needed = false;  ///< if false, the other members are not read
     uint32_t width = 0;   ///< pixels

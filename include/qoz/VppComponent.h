@@ -7,9 +7,9 @@
 /// flushsync(), disable().
 ///
 /// Threading: the client must call the operations from one thread at a time. The getters,
-/// GetFormat(), dump(), and process() with an output buffer may be called on any thread at any
-/// time. Only these are allowed from within a callback; every other operation is refused there at
-/// once, with a message.
+/// calculateOutBufferReqsPerFrame(), GetFormat(), dump() and process() with an output buffer may be
+/// called on any thread at any time. Only these are allowed from within a callback; every other
+/// operation is refused there at once, with a message.
 ///
 /// Ownership: every buffer that process() takes is returned once through
 /// IQOZCallback::onBufferDone(). A refused buffer stays with the client. Two kinds are never
@@ -59,26 +59,27 @@ class __attribute__((visibility("default"))) VppComponent
     /// with `name`. `callback` may be null and must outlive the component. `debug` logs changes of
     /// state. Moves the calling thread into the system's cpuset, if the device has cpusets. Returns
     /// false, with the reason in the log, on failure; the state is then unchanged, or ERROR if the
-    /// service refused the session (call disable() first). Waits up to 3 s for events of the
-    /// previous session, up to 1.4 s for the service, and up to 3 s for the worker.
+    /// service refused the session: then call disable() before the next enable(). Waits up to 3 s
+    /// for events of the previous session, up to 1.4 s for the service, and up to 3 s for the
+    /// worker.
     bool enable(const std::string& name, IQOZCallback* callback, bool debug);
 
     /// Sets the size in pixels, the pixel format (QOZFormat) and the settings of the sources, and
     /// asks the worker to start the session. The getters report the new settings on return. With
-    /// `wait`, returns after the component's first start has finished; later starts are awaited by
-    /// the next process(). state() tells whether a first start succeeded. If a later one fails, the
-    /// log has an error and the state is still ACTIVE, or ERROR if the settings were refused; to
-    /// learn the outcome of every start, call disable() and enable() before config(). Also waits
+    /// `wait`, returns after the first start in the component's life; later, it has no effect. The
+    /// next process() and isInputPortEnabled() wait for any start, after which state() tells how a
+    /// session's first one ended. If a later one fails, the log has an error and the state is still
+    /// ACTIVE, or ERROR if the settings were refused; disable() and enable() before. Also waits
     /// for a pending start, for output buffers being queued, and for a delivery in progress.
     void config(uint32_t width, uint32_t height, uint32_t format, ConfigParams params, bool wait);
 
     /// Takes a source packet (`src`: the frame and, optionally, the client's NV12 conversion
     /// target) or one output buffer (`dst`), and returns a QOZResult. An empty `src` counts as
-    /// none. Refuses a frame while the service has 128 frames. An output buffer whose session start
-    /// fails is returned by callback as well as refused; it is one return, not two. Waits for a
-    /// pending start, the conversion, the acquire fence of an NV12 source that is not converted,
-    /// and, at a new size or ratio, for the service. An output buffer from within a callback waits
-    /// for none of these. May call both callbacks.
+    /// none. Refuses a frame while the service has 128 frames. If an output buffer starts the
+    /// session and that fails, it is returned by callback and refused: one return, not two. Waits
+    /// for a pending start, the conversion, the acquire fence of an NV12 source that is not
+    /// converted, and, at a new size or ratio, for the service. An output buffer from within a
+    /// callback waits for none of these. May call both callbacks.
     int32_t process(std::vector<QOZBufferInfo>* src, QOZBufferInfo* dst);
     /// Like process(), but an absent `src` must be null; returns kRefused if both are null.
     int32_t processBuffer(std::vector<QOZBufferInfo>* src, QOZBufferInfo* dst);
@@ -88,11 +89,11 @@ class __attribute__((visibility("default"))) VppComponent
     /// for a pending start, queueing under way, the service and the deliveries. May call back.
     void flushsync();
 
-    /// Closes the session, stops the worker and frees the internal buffers. The last source stays
-    /// referenced until the next session's first. In ERROR the session stays open: until the next
-    /// enable() or the end of the service it keeps this object alive, and late returns may call the
-    /// client. Waits up to 1.2 s for a pending start, for output buffers being queued, and for the
-    /// worker's last callbacks.
+    /// Closes the session, stops the worker and frees the internal buffers. The component refers to
+    /// the last source until the next session's first one. In ERROR the session stays open until
+    /// the next enable() or the end of the service; until then it keeps this object alive, and late
+    /// returns may call the client. Waits up to 1.2 s for a pending start, up to 3 s for output
+    /// buffers being queued, and for the worker's last callbacks without a limit.
     void disable();
 
     /// Returns 0 for the RGB formats, else 3. Sets `yuvFormat` to the format that the input port
@@ -109,8 +110,7 @@ class __attribute__((visibility("default"))) VppComponent
     uint32_t expectedOutputWidth() const;   ///< pixels, of every output buffer; 0 before config()
     uint32_t expectedOutputHeight() const;  ///< pixels; see expectedOutputWidth()
 
-    /// Writes the state, sizes, buffer counts and awaited answers to `fd` as readable text. Waits
-    /// only for `fd`. Stops silently if writing fails.
+    /// Writes state, sizes, counts and awaited answers to `fd` as text; waits only for `fd`.
     void dump(int fd) const;
 
     /// @cond INTERNAL

@@ -22,8 +22,9 @@ bool Gate::enter(WaitBudget* waits) {
     return waits->wait(mChanged, lock, [this] { return tryEnter(); });
 }
 
-// A thread that waits for the users sets its flag before it counts them, and sleeps under the lock.
-// So a user either is counted, or sees the flag and finds the thread asleep.
+// A thread that waits for the users sets its flag before it reads their number, and holds the lock
+// from then until it sleeps. A leaving user therefore either is no longer counted, or sees the flag
+// and, once it has the lock, finds the thread asleep.
 void Gate::leave() {
     const uint32_t before = mState.fetch_sub(1, std::memory_order_acq_rel);
     if ((before & (kClosed | kAwaited)) == 0) return;

@@ -90,7 +90,7 @@ class Gate {
     static constexpr uint32_t kCount = kAwaited - 1;
     std::atomic<uint32_t> mState{0};
 
-    std::mutex mLock;  // with mChanged: threads that wait sleep under it
+    std::mutex mLock;  // used with mChanged by threads that wait
     std::condition_variable mChanged;
 };
 

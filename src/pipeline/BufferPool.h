@@ -147,8 +147,8 @@ inline bool holdsBuffer(
 
 }  // namespace pool
 
-// Never replaces an entry. If two frames with the same timestamp are queued at the same time, the
-// entry keeps the buffers of the first, and the return of either frame looks there. The buffers of
+// Never replaces an entry. If two outstanding frames have the same timestamp, the entry keeps
+// the buffers of the first, and the return of either frame finds that entry. The buffers of
 // the second are freed when their last other owner releases them.
 template <typename Entry>
 bool BufferPool<Entry>::record(uint64_t key, Entry travelling) {
@@ -172,7 +172,7 @@ Entry BufferPool<Entry>::find(uint64_t key) const {
     return entry == mBuffers.end() ? Entry{} : entry->second;
 }
 
-// Removes an entry without any buffer: if it were drawn, it would not fit any request.
+// An entry that holds no buffer is removed instead: drawing it would save no allocation.
 template <typename Entry>
 void BufferPool<Entry>::free(uint64_t key, const char* operation) {
     const std::lock_guard<std::mutex> lock(mLock);
@@ -208,8 +208,8 @@ std::optional<typename BufferPool<Entry>::Sizes> BufferPool<Entry>::trySizes() c
 }
 
 // If the oldest free entry fits, it is drawn and nothing else changes. If its buffers had to be
-// replaced, every other free entry is as old and is removed too. If serving it fails, the entry
-// stays free and every other entry is unchanged.
+// replaced, every other free entry is assumed to be out of date and is removed too. If serving it
+// fails, the entry stays free and every other entry is unchanged.
 template <typename Entry>
 template <typename Allocate, typename Draw>
 bool BufferPool<Entry>::serve(Allocate allocate, Draw draw) {

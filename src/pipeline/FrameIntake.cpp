@@ -65,8 +65,8 @@ bool FrameIntake::isInputPortEnabled(uint32_t width, uint32_t height, uint32_t f
     return p.status == Status::ACTIVE && p.ports.isSource(width, height, format);
 }
 
-// Never waits when it is called from within a callback, because a flush, a start or disable() may
-// be waiting for that callback.
+// Within a callback it does not wait for a flush, a start or disable(), which may be waiting for
+// that callback. If it has to start the session, it waits for buffers that are being queued.
 int32_t FrameIntake::takeOutput(const QOZBufferInfo& output) {
     if (output.buffer == nullptr || !isEnabled()) return kRefused;
     WaitBudget budget = p.limit.budget();

@@ -33,7 +33,7 @@ void HeldSlots::releaseFront() {
 }
 
 // Called at a flush. The last source stays the converter's reference frame: the next frame may
-// still be compared with it, which the header tells the client.
+// still be compared with it, see IQOZCallback::onBufferDone().
 void HeldSlots::releaseAll() {
     const std::list<int32_t> released = std::exchange(mSlots, {});
     publish();

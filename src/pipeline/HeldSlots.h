@@ -25,9 +25,11 @@ class HeldSlots {
               PublishedFacts& facts)
         : mSlots(slots), mClient(client), mLog(log), mFacts(facts) {}
 
-    // Makes every later source be released one frame late. Called whenever a configuration begins
-    // that uses motion vectors: by config(), and after a change of size or ratio. Does nothing if
-    // sources are released late already. Throws std::bad_alloc, as hold() does.
+    // Makes every later source be released one frame late, until releaseAll() or clear() empties
+    // the list: after a flush without a new configuration, sources are released at once. Called
+    // whenever a configuration begins that uses motion vectors: by config(), and after a change of
+    // size or ratio. Does nothing if sources are released late already. Throws std::bad_alloc, as
+    // hold() does.
     void holdPlace();
     void hold(int32_t slot);
     void releaseFront();

@@ -21,7 +21,7 @@ thread_local const OutputWorker* tThisWorker = nullptr;
 
 // The number of deliveries after which a run yields to a waiting command. A service that keeps
 // returning outputs therefore cannot delay a command forever, while everything that a well-behaved
-// service had returned before is delivered first.
+// service returned before the command was posted is delivered first.
 constexpr size_t kMaxBeforeCommand = QOZBufferInfo::kOutputSlots;
 
 }  // namespace
@@ -102,7 +102,8 @@ bool OutputWorker::isOnWorkerThread() const {
     return tThisWorker == this;
 }
 
-// Used when the last reference to the component is released within a callback on the worker.
+// Used when the worker's loop releases the last reference to the component, after the client has
+// released its own.
 // Joining would make the thread wait for itself.
 void OutputWorker::leaveWorkerThread() {
     mThread.detach();
@@ -249,8 +250,8 @@ void OutputWorker::carryOutStart() {
     mStateChanged.notify_all();
 }
 
-// Delivers what is queued, and releases the threads that wait for a start which this Exit has
-// replaced.
+// Delivers what is queued, and releases the threads in waitForPendingStart() whose start this Exit
+// has replaced.
 void OutputWorker::carryOutExit() {
     mLoop = false;
     mHooks.deliver();
@@ -259,8 +260,8 @@ void OutputWorker::carryOutExit() {
     mStateChanged.notify_all();
 }
 
-// Runs until the queue is empty. If a command is waiting, or if this is the last run, it stops
-// after the number of buffers that may have been queued when the run began.
+// Runs until the queue is empty. On the worker, after kMaxBeforeCommand deliveries, it stops as
+// soon as a command waits (and requests another run), or at once if this is the last run.
 void OutputWorker::deliverQueued() {
     ATRACE_NAME("queueOBD");
     DeliveryQueue::Delivery next{};

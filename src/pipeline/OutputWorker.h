@@ -20,16 +20,16 @@
 namespace android {
 
 // The thread that starts the session and delivers finished output buffers to the client, so that no
-// thread of the service ever waits for the client's code. It takes commands from a single command
-// word; posting a command replaces one that has not been taken.
+// binder thread waits for the client's code when an output buffer is returned. It takes commands
+// from a single command word; posting a command replaces one that has not been taken.
 //
 // The worker holds mCommandLock while it carries a command out, including the client's callbacks,
 // so posting a command waits for that. mPostLock guards the posted command and the delivery
 // request; it is a leaf and is held only briefly. It is also the mutex of the condition variable
 // on which the worker sleeps, so that no wake-up is lost between the worker's check and its sleep.
 // A delivery request is a flag beside the command word, so requesting a delivery never waits. The
-// worker does not begin new work while a thread waits in post(), so a post waits for at most the
-// work in progress and one more delivery run.
+// worker does not take new work while a thread waits in post(), except what it was just about to
+// take, so a post waits for at most one command and one delivery run.
 class OutputWorker {
   public:
     enum Command : int32_t {
@@ -70,8 +70,9 @@ class OutputWorker {
     OutputWorker(const Members& members, Hooks hooks, DeliveryQueue& queue,
                  const ClientCallback& client, const WaitLimit& limit, const SessionLog& log);
 
-    // Starts the thread and waits, within the limit, until it has carried out Init. A missing
-    // answer is not an error. Returns false if the thread could not be created.
+    // Starts the thread and waits, within the limit, until it has carried out Init; from the second
+    // session on it does not wait, because the mark is never cleared. A missing answer is no error.
+    // Returns false if the thread could not be created.
     bool launch();
     // Makes the thread deliver what is queued and end, and joins it. Does nothing without a thread.
     // On the worker itself, detaches the thread instead.
@@ -80,7 +81,8 @@ class OutputWorker {
 
     // The thread function: carries out posted commands until Exit.
     void run();
-    // One delivery run, on the worker: delivers the contents of the delivery queue to the client.
+    // One delivery run: delivers the contents of the delivery queue to the client. The worker's own
+    // runs give way to a waiting command.
     void deliverQueued();
 
     // Posts a command, replacing one that has not been taken. Waits, without a limit, for work in

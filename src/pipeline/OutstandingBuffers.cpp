@@ -27,8 +27,6 @@ void OutstandingBuffers::restart() {
     mInputs.swap(inputs);
     mReturned.fill({});
     mOutputs.fill(0);
-    mInputCount = 0;
-    mOutputCount = 0;
     mServiceGone = false;
 }
 
@@ -68,8 +66,8 @@ bool OutstandingBuffers::withdrawOutput(uint32_t slot) {
 }
 
 // The oldest entry of the id stands in for a frame whose timestamp the service has changed. Slots
-// are reused, so the repeated return of an earlier frame must not end up there: it would free the
-// memory of a frame that the service still reads.
+// are reused, so the repeated return of an earlier frame must not
+// match that entry: it would free the memory of a frame that the service is still reading.
 std::vector<OutstandingBuffers::Input>::iterator OutstandingBuffers::find(const Input& returned) {
     const auto exact = std::find_if(mInputs.begin(), mInputs.end(),
                                     [&](const Input& input) { return isSame(input, returned); });
@@ -80,7 +78,7 @@ std::vector<OutstandingBuffers::Input>::iterator OutstandingBuffers::find(const 
     });
 }
 
-// Timestamp 0 tells nothing: a service may return every frame with it.
+// Timestamp 0 does not identify a frame: a service may return every frame with it.
 bool OutstandingBuffers::isRepeated(const Input& returned) const {
     return returned.key != 0 &&
            std::any_of(mReturned.begin(), mReturned.end(),
@@ -107,8 +105,8 @@ size_t OutstandingBuffers::queuedUnder(uint64_t key) const {
         mInputs.begin(), mInputs.end(), [key](const Input& input) { return input.key == key; }));
 }
 
-// Both the timestamp of the record and the key that the frame was queued under become free, as far
-// as no other frame uses them. A frame that was never queued does not reduce a count below zero.
+// Frees the returned timestamp and the key that the frame was queued under, each unless another
+// outstanding frame uses it. A frame that was never queued does not reduce a count below zero.
 OutstandingBuffers::Return OutstandingBuffers::takeInput(uint32_t id, bool internal,
                                                          uint64_t timestamp) {
     const std::lock_guard<std::mutex> lock(mLock);
@@ -126,8 +124,9 @@ OutstandingBuffers::Return OutstandingBuffers::takeInput(uint32_t id, bool inter
     return result;
 }
 
-// An output carries the timestamp of a frame, and may be returned before that frame. The frame's
-// pool entry is then free if no other frame shares it.
+// An output carries the timestamp of the frame that it was made from, and may be returned before
+// that frame's input buffer. Its return frees the pool entries of that timestamp unless more than
+// one outstanding frame uses them.
 OutstandingBuffers::Return OutstandingBuffers::takeOutput(uint32_t id, uint64_t timestamp) {
     const std::lock_guard<std::mutex> lock(mLock);
     Return result{!mServiceGone, {}};

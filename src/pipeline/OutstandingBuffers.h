@@ -14,8 +14,9 @@
 namespace android {
 
 // Counts the buffers that are queued on either port and not yet returned, and records for each
-// buffer what is needed to handle its return. This does not rely on the service to preserve
-// timestamps, and when the service dies all buffers of the client are known.
+// buffer what is needed to handle its return. Returns are thus handled correctly even if the
+// service changes timestamps, and if the service dies, the class knows which buffers of the client
+// it had.
 //
 // Any thread may use it; the lock is a leaf.
 class OutstandingBuffers {
@@ -56,7 +57,7 @@ class OutstandingBuffers {
 
     // Records a buffer before the call that queues it, because the buffer may be returned before
     // that call ends. Returns false if the service has died; the buffer must not be queued then.
-    // addInput() throws std::bad_alloc.
+    // addInput() can throw std::bad_alloc only beyond kMaxSources sources.
     bool addInput(const Input& input) EXCLUDES(mLock);
     bool addOutput(uint32_t slot) EXCLUDES(mLock);
 
@@ -70,16 +71,17 @@ class OutstandingBuffers {
     Return takeInput(uint32_t id, bool internal, uint64_t timestamp) EXCLUDES(mLock);
     Return takeOutput(uint32_t id, uint64_t timestamp) EXCLUDES(mLock);
 
-    // Called when the service has flushed both ports: it holds nothing any more, so an internal
-    // buffer that it has not returned is lost. Forgets those buffers. Buffers of the client stay,
-    // because they may be returned yet.
+    // Called when the service has flushed both ports and should hold nothing. Forgets the internal
+    // buffers that it has not returned, which are lost. Keeps the client's buffers, whose returns
+    // may still arrive.
     void forgetInternalInputs() EXCLUDES(mLock);
 
     // Called when the service has died: removes and returns all buffers, and expects no further
     // returns.
     Lost takeAll() EXCLUDES(mLock);
 
-    // Judged by the buffers themselves: stray and repeated returns also reduce the count.
+    // isFull() examines the recorded buffers and not the count, because stray and repeated returns
+    // reduce the count as well.
     bool isFull() const EXCLUDES(mLock);
     bool isServiceGone() const EXCLUDES(mLock);
     Counts counts() const EXCLUDES(mLock);

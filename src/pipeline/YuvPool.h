@@ -17,7 +17,8 @@ class YuvPool : public BufferPool<sp<GraphicBuffer>> {
     bool request(sp<GraphicBuffer>* out, const RequestInfo& info);
 
   private:
-    // Both set `out` to a new buffer; draw() does so only if the oldest free buffer does not fit.
+    // allocate() sets `out` to a new buffer; draw() sets it to the oldest free buffer, or to a new
+    // one if that does not fit.
     bool allocate(sp<GraphicBuffer>* out, const RequestInfo& info) const;
     Drawn draw(sp<GraphicBuffer>& oldest, sp<GraphicBuffer>* out, const RequestInfo& info) const;
 };
