@@ -347,7 +347,7 @@ void NodeField::read(const MotionVector* vectors, int sign, FrameSize size) {
         return Vector{static_cast<int16_t>(sign * one.dx), static_cast<int16_t>(sign * one.dy)};
     };
     for (int row = 0; row < down; ++row) {
-        const MotionVector* here = vectors + row * across;
+        const MotionVector* here = vectors + ptrdiff_t{row} * across;
         const MotionVector* above = row > 0 ? here - across : here;
         Arrival* upper = mCells.data() + ptrdiff_t{2} * row * mColumns;
         Arrival* lower = 2 * row + 1 < mRows ? upper + mColumns : upper;
@@ -367,9 +367,10 @@ void NodeField::read(const MotionVector* vectors, int sign, FrameSize size) {
                 at.vector = vector;
             };
             put(lower[next], own);
-            put(lower[2 * column], beside);
+            put(lower[ptrdiff_t{2} * column], beside);
             put(upper[next], over);
-            put(upper[2 * column], meanOf(meanOf(own, turned(above[left])), meanOf(beside, over)));
+            put(upper[ptrdiff_t{2} * column],
+                meanOf(meanOf(own, turned(above[left])), meanOf(beside, over)));
         }
         // Past the last block.
         for (Arrival* cells : {lower, upper})

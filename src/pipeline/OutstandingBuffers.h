@@ -88,7 +88,7 @@ class OutstandingBuffers {
 
   private:
     // The number of buffers that are remembered after their return.
-    static constexpr size_t kRemembered = 2 * kMaxSources;
+    static constexpr size_t kRemembered = size_t{2} * kMaxSources;
 
     // Finds the entry with this key, or else the oldest entry of the id. A return that has been
     // seen before finds nothing.

@@ -62,7 +62,8 @@ CLI::Option* addParsed(CLI::App& app, const std::string& name, const char* type,
             try {
                 store(parse(text), to);
             } catch (const BadInput& error) {
-                throw BadInput(name + " " + text + ": " + error.what());
+                throw BadInput(
+                    std::string(name).append(" ").append(text).append(": ").append(error.what()));
             }
         }
     };
