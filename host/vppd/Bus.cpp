@@ -14,7 +14,8 @@
 // thread that reads the bus to a caller: the sanitizer does not see the atomic counts that order
 // the ends of both.
 extern "C" const char* __tsan_default_suppressions() {
-    return "race:sdbus::PendingAsyncCall\nrace:std::runtime_error::~runtime_error\n";
+    return "race:sdbus::PendingAsyncCall\nrace:sdbus::internal::Proxy::sdbus_async_reply_handler\n"
+           "race:std::runtime_error::~runtime_error\n";
 }
 #endif
 
