@@ -82,7 +82,11 @@ std::vector<std::string> failures(const RunStats& stats) {
                    "buffers after frame %llu",
                    big(stats.lateBuffers->component), big(kWarmUpFrames)));
     }
-    if (stats.descriptorsAfter > stats.descriptorsBefore) {
+    // A session whose flush has failed stays open after disable(), with what it holds, until the
+    // service ends: its failure is the cause, and has been named.
+    const bool isAnyLeftOpen =
+        std::ranges::any_of(stats.sessions, [](const auto& one) { return !one.failure.empty(); });
+    if (!isAnyLeftOpen && stats.descriptorsAfter > stats.descriptorsBefore) {
         all.push_back(format("%d descriptors were open before and %d after",
                              stats.descriptorsBefore, stats.descriptorsAfter));
     }
