@@ -92,8 +92,8 @@ class __attribute__((visibility("default"))) VppComponent
     /// Closes the session, stops the worker and frees the internal buffers. The component refers to
     /// the last source until the next session's first one. In ERROR the session stays open until
     /// the next enable() or the end of the service; until then it keeps this object alive, and late
-    /// returns may call the client. Waits up to 1.2 s for a pending start, up to 3 s for output
-    /// buffers being queued, and for the worker's last callbacks without a limit.
+    /// returns may call the client. Waits up to 1.2 s for a pending start, up to 3 s in all for
+    /// buffers being queued and events being handled, and for the worker's last callbacks.
     void disable();
 
     /// Returns 0 for the RGB formats, else 3. Sets `yuvFormat` to the format that the input port

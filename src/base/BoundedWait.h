@@ -52,7 +52,8 @@ class WaitBudget {
   public:
     explicit WaitBudget(std::chrono::nanoseconds limit) : mLeft(limit) {}
 
-    // Returns whether `done` holds. Reads the clock only if there is something to wait for: most
+    // Returns whether `done` holds, which may be asked several times, but not again once it has
+    // returned true. Reads the clock only if there is something to wait for: most
     // waits on a frame's way find their condition met.
     template <typename Done>
     bool wait(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,

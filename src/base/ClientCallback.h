@@ -24,7 +24,13 @@ class ClientCallback {
     // A null `callback` disables the calls.
     void set(IQOZCallback* callback);
 
-    void giveBackSource(int32_t slot) const { giveBack(QOZPort::kSource, slot, 1, 0); }
+    // Sources and conversion targets. Nothing is reported for a buffer without a slot.
+    void giveBackSource(int32_t slot) const {
+        if (slot != QOZBufferInfo::kNoSlot) giveBack(QOZPort::kSource, slot, 1, 0);
+    }
+    void giveBackTarget(int32_t slot) const {
+        if (slot != QOZBufferInfo::kNoSlot) giveBackUnused(slot);
+    }
     // Returns a buffer without a frame: one that was refused or lost with the service, or a
     // conversion target that the service has read.
     void giveBackUnused(int32_t slot) const { giveBack(QOZPort::kOutput, slot, 0, 0); }

@@ -47,11 +47,12 @@ bool Gate::close(WaitBudget* waits) {
     return false;
 }
 
-void Gate::settle(WaitBudget& waits) {
+bool Gate::settle(WaitBudget& waits) {
     std::unique_lock<std::mutex> lock(mLock);
     mState.fetch_or(kAwaited, std::memory_order_acq_rel);
-    waits.wait(mChanged, lock, [this] { return passing() == 0; });
+    const bool settled = waits.wait(mChanged, lock, [this] { return passing() == 0; });
     mState.fetch_and(~kAwaited, std::memory_order_acq_rel);
+    return settled;
 }
 
 void Gate::open() {

@@ -23,7 +23,8 @@ namespace android {
 // callback that is about to queue a buffer; therefore a callback does not wait at the gate.
 //
 // The second gate is for the service's events. enable() closes it to begin a session, so that no
-// event of the previous session is still being handled.
+// event of the previous session is still being handled. disable() leaves it open, because a service
+// may still send events, but waits for those that are being handled.
 //
 // The lock is a leaf. A thread that has closed the gate must reopen it before it passes or closes
 // it again.
@@ -71,8 +72,9 @@ class Gate {
         bool mClosed;
     };
 
-    // Waits, within the budget, until no user is passing. The gate stays open.
-    void settle(WaitBudget& waits) EXCLUDES(mLock);
+    // Waits, within the budget, until no user is passing; the gate stays open. Returns false if
+    // some still are. One thread at a time may call it.
+    bool settle(WaitBudget& waits) EXCLUDES(mLock);
 
   private:
     bool enter(WaitBudget* waits) EXCLUDES(mLock);

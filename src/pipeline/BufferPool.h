@@ -147,9 +147,10 @@ inline bool holdsBuffer(
 
 }  // namespace pool
 
-// Never replaces an entry. If two outstanding frames have the same timestamp, the entry keeps
-// the buffers of the first, and the return of either frame finds that entry. The buffers of
-// the second are freed when their last other owner releases them.
+// Never replaces an entry. If two outstanding frames have the same timestamp, the entry keeps the
+// buffers of the first, and the return of either frame finds that entry. The buffers of the second
+// are freed when their last other owner releases them. If the first frame has come back already,
+// its entry is taken back into use: it is what the service is sent for the second frame, too.
 template <typename Entry>
 bool BufferPool<Entry>::record(uint64_t key, Entry travelling) {
     const std::lock_guard<std::mutex> lock(mLock);

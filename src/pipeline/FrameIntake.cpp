@@ -182,12 +182,11 @@ int32_t FrameIntake::queueUnconverted(SourceFrame& frame,
     }
     // The slots are copied because the callbacks may change the client's packet.
     std::vector<int32_t> unused;
-    for (size_t i = 1; i < packet.size(); ++i) {
-        if (packet[i].slot != QOZBufferInfo::kNoSlot) unused.push_back(packet[i].slot);
-    }
+    for (size_t i = 1; i < packet.size(); ++i)
+        unused.push_back(packet[i].slot);
     m.extraBuffers = {};
     for (const int32_t slot : unused)
-        p.client.giveBackUnused(slot);
+        p.client.giveBackTarget(slot);
     p.queue.queue(frame.source, m.extraBuffers, static_cast<uint32_t>(frame.queuedSlot),
                   frame.timestampUs(), true);
     return kTaken;

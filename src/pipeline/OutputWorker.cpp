@@ -103,8 +103,7 @@ bool OutputWorker::isOnWorkerThread() const {
 }
 
 // Used when the worker's loop releases the last reference to the component, after the client has
-// released its own.
-// Joining would make the thread wait for itself.
+// released its own. Joining would make the thread wait for itself.
 void OutputWorker::leaveWorkerThread() {
     mThread.detach();
     tThisWorker = nullptr;

@@ -50,7 +50,7 @@ bool OutstandingBuffers::addOutput(uint32_t slot) {
 // service has died in between and onServiceDied() has returned the buffer.
 bool OutstandingBuffers::withdrawInput(const Input& input) {
     const std::lock_guard<std::mutex> lock(mLock);
-    const auto entry = find(input);
+    const auto entry = findExact(input);
     if (entry == mInputs.end()) return false;
     mInputs.erase(entry);
     countDown(mInputCount);
@@ -65,12 +65,16 @@ bool OutstandingBuffers::withdrawOutput(uint32_t slot) {
     return true;
 }
 
+std::vector<OutstandingBuffers::Input>::iterator OutstandingBuffers::findExact(const Input& input) {
+    return std::find_if(mInputs.begin(), mInputs.end(),
+                        [&](const Input& queued) { return isSame(queued, input); });
+}
+
 // The oldest entry of the id stands in for a frame whose timestamp the service has changed. Slots
-// are reused, so the repeated return of an earlier frame must not
-// match that entry: it would free the memory of a frame that the service is still reading.
+// are reused, so the repeated return of an earlier frame must not match that entry: it would free
+// the memory of a frame that the service is still reading.
 std::vector<OutstandingBuffers::Input>::iterator OutstandingBuffers::find(const Input& returned) {
-    const auto exact = std::find_if(mInputs.begin(), mInputs.end(),
-                                    [&](const Input& input) { return isSame(input, returned); });
+    const auto exact = findExact(returned);
     if (exact != mInputs.end()) return exact;
     if (isRepeated(returned)) return mInputs.end();
     return std::find_if(mInputs.begin(), mInputs.end(), [&](const Input& input) {
@@ -92,11 +96,12 @@ void OutstandingBuffers::remember(const Input& input) {
 
 void OutstandingBuffers::forgetInternalInputs() {
     const std::lock_guard<std::mutex> lock(mLock);
-    const auto lost = std::stable_partition(mInputs.begin(), mInputs.end(),
-                                            [](const Input& input) { return !input.internal; });
-    std::for_each(lost, mInputs.end(),
-                  [this](const Input& input) REQUIRES(mLock) { remember(input); });
-    mInputs.erase(lost, mInputs.end());
+    for (const Input& input : mInputs) {
+        if (input.internal) remember(input);
+    }
+    mInputs.erase(std::remove_if(mInputs.begin(), mInputs.end(),
+                                 [](const Input& input) { return input.internal; }),
+                  mInputs.end());
 }
 
 // Returns the number of outstanding frames that share one entry of the pools.
@@ -115,6 +120,8 @@ OutstandingBuffers::Return OutstandingBuffers::takeInput(uint32_t id, bool inter
     const auto entry = find({id, internal, timestamp});
     if (entry != mInputs.end()) {
         queuedKey = entry->key;
+        // A changed timestamp is not remembered: a service may return every frame with the same
+        // one.
         if (queuedKey == timestamp) remember(*entry);
         mInputs.erase(entry);
     }
@@ -126,7 +133,8 @@ OutstandingBuffers::Return OutstandingBuffers::takeInput(uint32_t id, bool inter
 
 // An output carries the timestamp of the frame that it was made from, and may be returned before
 // that frame's input buffer. Its return frees the pool entries of that timestamp unless more than
-// one outstanding frame uses them.
+// one outstanding frame uses them. If a client repeats a timestamp after the frame has come back, a
+// late output of the first frame cannot be told from one of the second.
 OutstandingBuffers::Return OutstandingBuffers::takeOutput(uint32_t id, uint64_t timestamp) {
     const std::lock_guard<std::mutex> lock(mLock);
     Return result{!mServiceGone, {}};

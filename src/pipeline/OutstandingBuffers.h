@@ -51,8 +51,9 @@ class OutstandingBuffers {
     OutstandingBuffers(std::mutex& lock, uint32_t& inputs, uint32_t& outputs)
         : mLock(lock), mInputCount(inputs), mOutputCount(outputs) {}
 
-    // Begins a session: nothing is outstanding, and the service is alive. The counts stay, because
-    // only returns reduce them. Throws std::bad_alloc.
+    // Begins a session: nothing is outstanding, and the service is alive. The counts are for trace
+    // and dump and are not reset: only returns, withdrawals and the death of the service reduce
+    // them. isFull() does not use them. Throws std::bad_alloc.
     void restart() EXCLUDES(mLock);
 
     // Records a buffer before the call that queues it, because the buffer may be returned before
@@ -90,8 +91,10 @@ class OutstandingBuffers {
     // The number of buffers that are remembered after their return.
     static constexpr size_t kRemembered = size_t{2} * kMaxSources;
 
-    // Finds the entry with this key, or else the oldest entry of the id. A return that has been
-    // seen before finds nothing.
+    // Finds the entry of just this frame.
+    std::vector<Input>::iterator findExact(const Input& input) REQUIRES(mLock);
+    // Finds the frame that a return stands for: the entry of just this frame, or else the oldest
+    // entry of the id. A return that has been seen before finds nothing.
     std::vector<Input>::iterator find(const Input& returned) REQUIRES(mLock);
     bool isRepeated(const Input& returned) const REQUIRES(mLock);
     void remember(const Input& input) REQUIRES(mLock);

@@ -23,18 +23,23 @@ bool ReturnHandler::isExpected(const OutstandingBuffers::Return& returned,
     return returned.expected;
 }
 
-// Frees the pool entries once no other outstanding frame uses their key: two frames of the same
-// microsecond share them.
+// A key is not among them while another outstanding frame uses it: two frames of the same
+// microsecond share their entries.
+void ReturnHandler::freeEntries(const OutstandingBuffers::Return& returned, bool internal,
+                                const char* operation) const {
+    for (const auto& key : returned.freeKeys) {
+        if (!key) continue;
+        if (internal) p.yuvPool.free(*key, operation);
+        p.sidePool.free(*key, operation);
+    }
+}
+
 void ReturnHandler::onInputDone(const VppBuffer& buffer) {
     const bool internal = cookie::isInternal(buffer.cookie);
     const auto returned = p.outstanding.takeInput(cookie::idOf(buffer.cookie), internal,
                                                   unsignedOf(buffer.timestamp));
     if (!isExpected(returned, "onVppIBD")) return;
-    for (const auto& key : returned.freeKeys) {
-        if (!key) continue;
-        p.sidePool.free(*key, "onVppIBD");
-        if (internal) p.yuvPool.free(*key, "onVppIBD");
-    }
+    freeEntries(returned, internal, "onVppIBD");
     if (!internal) p.client.giveBackUnused(static_cast<int32_t>(buffer.cookie));
     VPP_LOGI("onVppIBD: receive %s, buffer cookie %u",
              internal
@@ -57,11 +62,7 @@ void ReturnHandler::onOutputDone(const VppBuffer& buffer) {
     const auto returned = bypassed ? p.outstanding.takeInput(id, internal, timestamp)
                                    : p.outstanding.takeOutput(id, timestamp);
     if (!isExpected(returned, "onVppOBD")) return;
-    for (const auto& key : returned.freeKeys) {
-        if (!key) continue;
-        if (internal) p.yuvPool.free(*key, "onVppOBD");
-        p.sidePool.free(*key, "onVppOBD");
-    }
+    freeEntries(returned, internal, "onVppOBD");
     if (internal) {
         VPP_LOGD(
             "onVppOBD: receives temp allocated buffer cookie=%u, this should only happen when VPP "

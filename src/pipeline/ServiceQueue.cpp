@@ -17,8 +17,6 @@ using vpp::VppError;
 using vpp::VppPort;
 using Shared = QueueRecord::Shared;
 
-constexpr auto kNoSlot = static_cast<uint32_t>(QOZBufferInfo::kNoSlot);
-
 constexpr const char* kForwardName = "vpp.metabuf.mv.fw";
 constexpr const char* kBackwardName = "vpp.metabuf.mv.bw";
 constexpr const char* kDownscaledName = "vpp.metabuf.scale.0p5";
@@ -54,11 +52,10 @@ ServiceQueue::Outcome ServiceQueue::queueItem(const Item& item, SideBuffers& ext
     } else if (isQueueableId(item.cookie, item.isInput)) {
         outcome = item.isInput ? queueSource(item, extradata) : queueOutput(item);
     }
-    const bool isNamed = !item.isInput || item.cookie != kNoSlot;
     const bool isRefused = outcome == Outcome::NotQueued || outcome == Outcome::WrongSize;
-    if (isRefused && !isPooled && isNamed) {
-        p.client.giveBackUnused(static_cast<int32_t>(item.cookie));
-    }
+    if (!isRefused || isPooled) return outcome;
+    const auto slot = static_cast<int32_t>(item.cookie);
+    item.isInput ? p.client.giveBackTarget(slot) : p.client.giveBackUnused(slot);
     return outcome;
 }
 

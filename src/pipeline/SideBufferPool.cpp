@@ -4,8 +4,7 @@
 namespace android {
 namespace {
 
-// Returns whether both vector buffers exist. Returns whether both vector buffers exist; logs a
-// failure if either is missing.
+// Returns whether both vector buffers exist; logs a failure if either is missing.
 bool haveVectors(const SideBufferPool::Out& out) {
     if (*out.forward != nullptr && *out.backward != nullptr) return true;
     VPP_LOGE_BARE("failed to allocate fwBuffer or bwBuffer");

@@ -158,8 +158,11 @@ void VppComponent::SessionControl::disable() {
         closeSession();
         letGoOfSession();
     }
-    // An event of the session that has just ended may still be inside a callback of the client.
-    if (state != ERROR) p.eventGate.settle(waits);
+    // An event of the session that has just ended may still be inside a callback of the client. The
+    // wait shares the budget of the gate for output buffers, so that disable() ends in time.
+    if (state != ERROR && !p.eventGate.settle(waits)) {
+        VPP_LOGE("disable: an event of the vpp service is still being handled");
+    }
     p.heldSlots.clear();
     p.converter.destroy();
     p.sidePool.clear();

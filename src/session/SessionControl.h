@@ -23,8 +23,8 @@ class VppComponent::SessionControl {
     bool enable(const std::string& name, IQOZCallback* callback, bool debug);
     void disable();
 
-    // Returns the number of enable() calls so far. An event of the service belongs to the session
-    // with the same number.
+    // Returns the number of the session. Each enable() of a component that is UNINIT begins a new
+    // one; an event of the service belongs to the session with the same number.
     uint32_t number() const { return mNumber.load(std::memory_order_acquire); }
 
     // Finds the service and stores it. Returns false if it was not found.
