@@ -11,7 +11,7 @@
 #include "support/Buffers.h"
 #include "support/NullSession.h"
 #include "support/Rounds.h"
-#include "support/SerialExecutor.h"
+#include "support/SingleJobThread.h"
 
 namespace qoz::bench {
 namespace {
@@ -70,7 +70,7 @@ class HoldingSession : public NullSession {
     }
     std::vector<Held> mInputs, mOutputs;
     vpp::VppError mResult = vpp::VppError::VPP_OK;
-    SerialExecutor mExecutor;
+    SingleJobThread mExecutor;
 };
 
 void fill(android::VppComponent& component, std::vector<sp<GraphicBuffer>>& buffers) {
@@ -119,7 +119,7 @@ class Bare {
         return pooled;
     }
 
-    SerialExecutor mExecutor;
+    SingleJobThread mExecutor;
     std::mutex mLock;
     std::condition_variable mCond;
 };

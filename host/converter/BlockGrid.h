@@ -20,17 +20,16 @@ struct BlockMatch {
     uint32_t difference = kUnseen;
 };
 
-// The blocks of one plane, in raster order.
-class BlockGrid {
+// Where the blocks of one plane lie, in raster order.
+class BlockLayout {
   public:
-    void reset(const LumaPlane& plane, int columns, int rows, int blockSize) {
-        mColumns = columns;
-        mRows = rows;
-        mBlockSize = blockSize;
-        mLastX = std::max(0, plane.width - blockSize);
-        mLastY = std::max(0, plane.height - blockSize);
-        mMatches.assign(static_cast<size_t>(columns) * static_cast<size_t>(rows), BlockMatch{});
-    }
+    BlockLayout() = default;
+    BlockLayout(const LumaPlane& plane, int columns, int rows, int blockSize)
+        : mColumns(columns),
+          mRows(rows),
+          mBlockSize(blockSize),
+          mLastX(std::max(0, plane.width - blockSize)),
+          mLastY(std::max(0, plane.height - blockSize)) {}
 
     int columns() const { return mColumns; }
     int rows() const { return mRows; }
@@ -38,9 +37,6 @@ class BlockGrid {
     bool has(int column, int row) const {
         return column >= 0 && row >= 0 && column < mColumns && row < mRows;
     }
-    BlockMatch& at(int column, int row) { return mMatches[index(column, row)]; }
-    const BlockMatch& at(int column, int row) const { return mMatches[index(column, row)]; }
-
     // The last ones end with the plane, so that every block is whole if the plane has room for it.
     Block block(int column, int row) const {
         return {std::min(column * mBlockSize, mLastX), std::min(row * mBlockSize, mLastY),
@@ -52,12 +48,26 @@ class BlockGrid {
     }
 
   private:
-    std::vector<BlockMatch> mMatches;
     int mColumns = 0;
     int mRows = 0;
     int mBlockSize = 0;
     int mLastX = 0;
     int mLastY = 0;
+};
+
+// The same blocks, with where each of them was found.
+class BlockGrid : public BlockLayout {
+  public:
+    void reset(const LumaPlane& plane, int columns, int rows, int blockSize) {
+        static_cast<BlockLayout&>(*this) = BlockLayout(plane, columns, rows, blockSize);
+        mMatches.assign(static_cast<size_t>(columns) * static_cast<size_t>(rows), BlockMatch{});
+    }
+
+    BlockMatch& at(int column, int row) { return mMatches[index(column, row)]; }
+    const BlockMatch& at(int column, int row) const { return mMatches[index(column, row)]; }
+
+  private:
+    std::vector<BlockMatch> mMatches;
 };
 
 }  // namespace qoz::host

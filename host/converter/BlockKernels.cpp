@@ -23,10 +23,10 @@ HWY_INLINE uint8_t textureOf(const LumaPlane& plane, const Block& block) {
     return static_cast<uint8_t>(std::min(255U, sum / block.area()));
 }
 
-void MeasureTextures(const LumaPlane& plane, const BlockGrid& grid, uint8_t* textures) {
-    for (int row = 0; row < grid.rows(); ++row) {
-        for (int column = 0; column < grid.columns(); ++column)
-            *textures++ = textureOf(plane, grid.block(column, row));
+void MeasureTextures(const LumaPlane& plane, const BlockLayout& blocks, uint8_t* textures) {
+    for (int row = 0; row < blocks.rows(); ++row) {
+        for (int column = 0; column < blocks.columns(); ++column)
+            *textures++ = textureOf(plane, blocks.block(column, row));
     }
 }
 
@@ -39,8 +39,8 @@ namespace qoz::host {
 HWY_EXPORT(MeasureTextures);
 HWY_EXPORT(ChangeBrightness);
 
-void measureTextures(const LumaPlane& plane, const BlockGrid& grid, uint8_t* textures) {
-    HWY_DYNAMIC_DISPATCH(MeasureTextures)(plane, grid, textures);
+void measureTextures(const LumaPlane& plane, const BlockLayout& blocks, uint8_t* textures) {
+    HWY_DYNAMIC_DISPATCH(MeasureTextures)(plane, blocks, textures);
 }
 
 void changeBrightness(const uint8_t* from, uint8_t* to, size_t count, int gain, int offset) {

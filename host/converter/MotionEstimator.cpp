@@ -50,37 +50,32 @@ void MotionEstimator::refine(const Frame& from, const Frame& to, const Brightnes
     write(*grid, mSubpixel, change, from.textures.data(), field);
 }
 
-void MotionEstimator::Frame::build(const MappedBuffer& frame) {
-    luma.build(frame);
-    measure();
-}
-
 void MotionEstimator::Frame::measure() {
     const LumaPlane& plane = luma.level(0);
-    BlockGrid grid;
-    grid.reset(plane, static_cast<int>(fieldWidth(static_cast<uint32_t>(plane.width))),
-               static_cast<int>(fieldHeight(static_cast<uint32_t>(plane.height))),
-               static_cast<int>(kMotionBlock));
-    textures.resize(static_cast<size_t>(grid.columns()) * static_cast<size_t>(grid.rows()));
-    measureTextures(plane, grid, textures.data());
+    const BlockLayout blocks(plane,
+                             static_cast<int>(fieldWidth(static_cast<uint32_t>(plane.width))),
+                             static_cast<int>(fieldHeight(static_cast<uint32_t>(plane.height))),
+                             static_cast<int>(kMotionBlock));
+    textures.resize(static_cast<size_t>(blocks.columns()) * static_cast<size_t>(blocks.rows()));
+    measureTextures(plane, blocks, textures.data());
 }
 
 void MotionEstimator::estimate(const MappedBuffer& previous, const MappedBuffer& current,
                                bool known, MotionVector* forward, MotionVector* backward) {
     // Memory may have run out in the last call, with its current frame half read.
-    if (std::exchange(mWhole, false) && known) {
+    const bool isKept = std::exchange(mWhole, false) && known;
+    if (isKept) {
         std::swap(mPrevious, mCurrent);
     } else {
-        mPrevious.build(previous);
+        mPrevious.luma.build(previous);
     }
-    mCurrent.build(current);
-    mWhole = true;
+    mCurrent.luma.build(current);
     const BrightnessChange change =
         brightnessChange(mPrevious.luma.smallest(), mCurrent.luma.smallest());
-    if (change) {
-        mPrevious.luma.change(change.gain, change.offset);
-        mPrevious.measure();
-    }
+    if (change) mPrevious.luma.change(change.gain, change.offset);
+    if (change || !isKept) mPrevious.measure();
+    mCurrent.measure();
+    mWhole = true;
     BlockGrid& there = mForward.search(mPrevious.luma, mCurrent.luma);
     refine(mPrevious, mCurrent, change, &there, forward);
     BlockGrid& back = mBackward.searchBack(mCurrent.luma, mPrevious.luma, there);

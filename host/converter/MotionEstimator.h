@@ -30,8 +30,7 @@ class MotionEstimator {
         LumaPyramid luma;
         std::vector<uint8_t> textures;
 
-        void build(const MappedBuffer& frame);
-        void measure();  // the textures anew
+        void measure();  // sets the textures from the luma
     };
 
     // Makes the whole pixels of `grid` fine, and writes the field over `from`; `change` is told in

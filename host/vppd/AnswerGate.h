@@ -63,7 +63,7 @@ class AnswerGate {
         if (--mWithin == 0) mAllLeft.notify_all();
     }
 
-    const std::shared_ptr<Bus> mBus;
+    const std::shared_ptr<Bus> mBus;  // kept alive for answers that outlive their object
     std::mutex mLock;
     std::condition_variable mAllLeft;
     bool mClosed GUARDED_BY(mLock) = false;

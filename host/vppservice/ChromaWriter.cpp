@@ -134,12 +134,10 @@ void WriteChroma(const MotionPlan& plan, const SubpixelPlanes& older, const Subp
         forEachTile(
             plan, reader.places(), static_cast<int>(to.chromaBytes()), row,
             [&](const Tile& tile, int x, int y, int count) HWY_ATTR {
-                x &= ~1;
                 writeChromaSpan(reader.at(*tile.nodes[0], x, y), stride, out(x, y), toStride,
                                 static_cast<size_t>(count) * size_t{kNodeStep}, rows);
             },
             [&](const Tile& tile, int x, int y) HWY_ATTR {
-                x &= ~1;
                 if (tile.sharedAlike() && !tile.apart()) {
                     writeChromaSpan(reader.at(tile.mean(), x, y), stride, out(x, y), toStride,
                                     size_t{kNodeStep}, rows);

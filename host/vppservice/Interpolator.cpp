@@ -7,13 +7,17 @@
 #include <utility>
 
 #include "host/vppservice/FrameWriter.h"
-#include "host/vppservice/PixelKernels.h"
 
 namespace qoz::host::vppservice {
 namespace {
 
-// Shares of the blocks with texture that nothing in the other source is like.
+// Percent of the blocks with texture that nothing in the other source is like, in both fields,
+// above which the pair is a cut: the nearer source is repeated.
 constexpr uint32_t kCutPercent = 40;
+
+// Percent of the blocks that change and that no motion explains, in both fields, above which one
+// picture gives way to another: the two are blended.
+constexpr uint32_t kDissolvePercent = 75;
 
 // A block is unlike everything when its best match differs by more than this share of its texture.
 constexpr uint32_t kUnlikeFloor = 6;
@@ -40,7 +44,7 @@ uint32_t unlikePercent(const MotionVector* field, size_t blocks) {
         ++compared;
         if (v.error > kUnlikeFloor && v.error > v.texture * 3 / 4) ++unlike;
     }
-    return compared < 8 ? 0 : unlike * 100 / compared;
+    return percentOf(unlike, compared);
 }
 
 bool isCut(const MotionFields& fields, FrameSize size) {
@@ -48,9 +52,6 @@ bool isCut(const MotionFields& fields, FrameSize size) {
     return unlikePercent(fields.forward, blocks) > kCutPercent &&
            unlikePercent(fields.backward, blocks) > kCutPercent;
 }
-
-// One picture gives way to another: what changes is explained by no motion.
-constexpr uint32_t kDissolvePercent = 75;
 
 }  // namespace
 
@@ -64,11 +65,7 @@ void Interpolator::prepare(const NumberedView& older, const NumberedView& newer,
     }
     mFades = any.gain != 0 || any.offset != 0;
     if (!mFades) return;
-    mBrightened.resize(older.view.stride * older.view.size.height);
-    changeBrightness(older.view.luma, mBrightened.data(), mBrightened.size(), any.gain, any.offset);
-    Nv12View changed = older.view;
-    changed.luma = mBrightened.data();
-    mAsBright.build(changed);
+    mAsBright.buildLuma(older.view, any.gain, any.offset);
 }
 
 void Interpolator::beginInterval(const NumberedView& older, const NumberedView& newer,

@@ -43,7 +43,6 @@ class Interpolator {
     Planes mOlder;
     Planes mNewer;
     SubpixelPlanes mAsBright;  // the older source, as bright as the newer, in a fade
-    std::vector<uint8_t> mBrightened;
     bool mFades = false;
     MotionPlan mPlan;
     StaticLayer mStatic;

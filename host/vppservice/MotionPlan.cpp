@@ -17,6 +17,13 @@ namespace qoz::host::vppservice {
 // Shares of a vector are counted in this.
 constexpr int kPartUnit = 1 << 14;
 
+// Nodes from a place to where `share` of a way in eighths of a pixel leads from it, to the nearest.
+constexpr int nodesAway(int eighths, int share) {
+    constexpr int kShift = 14 + 6;
+    static_assert(kNodeStep * kMotionUnit * kPartUnit == 1 << kShift);
+    return (eighths * share + (1 << (kShift - 1))) >> kShift;
+}
+
 // What the choice for one plan works on.
 struct MotionPlan::Work {
     const SubpixelPlanes& older;
@@ -214,9 +221,7 @@ class Chooser {
     HWY_INLINE int16_t shareAt(const Best& best) const {
         if (best.cost < kDisagreeing) return mWork.byTime;
         const auto meets = [&](const NodeField& field, int share) {
-            const auto node = [&](int at, int by) {
-                return at + ((by * share + kNodeStep * kMotionUnit * (kPartUnit / 2)) >> (14 + 6));
-            };
+            const auto node = [&](int at, int by) { return at + nodesAway(by, share); };
             const Vector there =
                 field.at(node(best.column, best.vector.dx), node(best.row, best.vector.dy)).vector;
             return distance(there, best.vector) <= kSameMotion;
@@ -278,7 +283,7 @@ Unexplained CountUnexplained(const MotionFields& fields, const SubpixelPlanes& o
             ++changing;
             unlike += vector.error * 2U > still ? 1U : 0U;
         }
-        uint32_t percent() const { return changing < 8 ? 0 : unlike * 100 / changing; }
+        uint32_t percent() const { return percentOf(unlike, changing); }
     };
     Count forward;
     Count backward;
@@ -420,14 +425,11 @@ void MotionPlan::lay(const SubpixelPlanes& older, const SubpixelPlanes& newer, P
 // Each cell goes to the node nearest to where it is after `share` of its way.
 void MotionPlan::carry(const NodeField& field, int share, std::vector<Arrival>* arrivals) const {
     arrivals->assign(static_cast<size_t>(mColumns) * static_cast<size_t>(mRows), {});
-    constexpr int kNode = kNodeStep * kMotionUnit * kPartUnit;
-    const auto nodes = [share](int eighths) { return (eighths * share + kNode / 2) >> (14 + 6); };
-    static_assert(kNode == 1 << (14 + 6));
     for (int row = 0; row < mRows; ++row) {
         for (int column = 0; column < mColumns; ++column) {
             const Arrival& cell = field.at(column, row);
-            const int toColumn = column + nodes(cell.vector.dx);
-            const int toRow = row + nodes(cell.vector.dy);
+            const int toColumn = column + nodesAway(cell.vector.dx, share);
+            const int toRow = row + nodesAway(cell.vector.dy, share);
             if (toColumn < 0 || toRow < 0 || toColumn >= mColumns || toRow >= mRows) continue;
             Arrival& there = (*arrivals)[nodeAt(toColumn, toRow)];
             if (cell.rank < there.rank) there = cell;

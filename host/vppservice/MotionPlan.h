@@ -32,8 +32,6 @@ constexpr int kWholeShare = 64;  // both sources' shares of a pixel
 struct Phase {
     uint32_t index;
     uint32_t steps;
-
-    bool operator==(const Phase&) const = default;
 };
 
 // From the older source to the newer, in units of 1 / kMotionUnit pixel.
@@ -131,8 +129,16 @@ class MotionPlan {
     std::vector<NodeMotion> mNodes;
 };
 
-// Share of the blocks that change between two sources which differ along their vectors at least
-// half as much as in place, in percent: one number for each field. Where few blocks change, 0.
+// Too few blocks to judge a picture by.
+constexpr uint32_t kFewest = 8;
+
+// `part` of `whole` blocks, in percent; 0 where these are too few.
+constexpr uint32_t percentOf(uint32_t part, uint32_t whole) {
+    return whole < kFewest ? 0 : part * 100 / whole;
+}
+
+// Share of the blocks that change between two sources which differ along their vectors more than
+// half as much as in place, in percent: one number for each field.
 struct Unexplained {
     uint32_t forward;
     uint32_t backward;

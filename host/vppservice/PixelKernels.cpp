@@ -13,8 +13,6 @@ namespace qoz::host::vppservice::HWY_NAMESPACE {
 namespace {
 namespace hn = hwy::HWY_NAMESPACE;
 
-constexpr int kTaps = 3;  // pixels that the filter reads beyond its own
-
 // What lies half way between from[i] and from[i + step], of six pixels `step` apart:
 // (20 inner - 5 middle + outer + 16) / 32.
 HWY_INLINE void halfPixels(const uint8_t* from, ptrdiff_t step, uint8_t* to, int count) {
@@ -39,9 +37,9 @@ void MakeHalfPixels(const HalfPlanes& planes) {
     const auto row = [&](int plane, int y) {
         return planes.picture + plane * planes.next + y * planes.stride;
     };
-    int ready = 1 - kTaps;
+    int ready = 1 - kFilterReach;
     for (int y = 0; y < planes.height; ++y) {
-        for (; ready <= y + kTaps; ++ready)
+        for (; ready <= y + kFilterReach; ++ready)
             halfPixels(row(0, ready), 1, row(1, ready), planes.width);
         halfPixels(row(0, y), planes.stride, row(2, y), planes.width);
         halfPixels(row(1, y), planes.stride, row(3, y), planes.width);

@@ -16,9 +16,12 @@ struct HalfPlanes {
     int height;
 };
 
+// The pixels around its own that the filter for half pixels reads.
+constexpr int kFilterReach = 3;
+
 // From the picture, what lies half a pixel to its right, half a pixel down, and both: into the
-// second, the third and the fourth plane. Three pixels around all of it are read, and as much as a
-// vector behind each row is written.
+// second, the third and the fourth plane. kFilterReach pixels around all of it are read, and as
+// much as a vector behind each row is written.
 void makeHalfPixels(const HalfPlanes& planes);
 
 // to = from + from * gain / 256 + offset, saturated.

@@ -223,7 +223,8 @@ void StaticLayer::confirm(int column, int row) {
     mAny = mAny || any;
 }
 
-// Whether the four tiles that a tile from (x, y) lies over have any of the mask.
+// Whether any tile that the eight pixels from (x, y), both ways, or the pixels beside these lie in
+// has some of the mask.
 bool StaticLayer::touches(int x, int y) const {
     const auto tile = [](int pixel, int last) { return std::clamp(pixel >> 3, 0, last); };
     const int left = tile(x - 1, mColumns - 1), right = tile(x + kNodeStep, mColumns - 1);

@@ -9,8 +9,6 @@
 namespace qoz::host::vppservice {
 namespace {
 
-constexpr int kTaps = 3;  // pixels that the filter reads beyond its own
-
 // Bytes that a kernel may write past the end of a row.
 constexpr int kVector = 64;
 
@@ -95,9 +93,22 @@ void SubpixelPlanes::build(const Nv12View& frame) {
         std::memcpy(pixel(0, y), frame.luma + static_cast<size_t>(y) * frame.stride,
                     static_cast<size_t>(mWidth));
     }
-    extend<uint8_t>(mOrigin, mStride, mWidth, mHeight, kRim);
+    finishLuma();
     copyChroma(frame);
-    constexpr int kOut = kRim - kTaps;
+}
+
+void SubpixelPlanes::buildLuma(const Nv12View& frame, int gain, int offset) {
+    resize(frame.size);
+    for (int y = 0; y < mHeight; ++y) {
+        changeBrightness(frame.luma + static_cast<size_t>(y) * frame.stride, pixel(0, y),
+                         static_cast<size_t>(mWidth), gain, offset);
+    }
+    finishLuma();
+}
+
+void SubpixelPlanes::finishLuma() {
+    extend<uint8_t>(mOrigin, mStride, mWidth, mHeight, kRim);
+    constexpr int kOut = kRim - kFilterReach;
     makeHalfPixels({pixel(-kOut, -kOut), mStride, mPlane, mWidth + 2 * kOut, mHeight + 2 * kOut});
 }
 

@@ -29,6 +29,9 @@ class SubpixelPlanes {
     static constexpr int kRim = 24;  // pixels
 
     void build(const Nv12View& frame);
+    // The same without chroma, of a frame whose luma is made brighter: luma + luma * gain / 256 +
+    // offset.
+    void buildLuma(const Nv12View& frame, int gain, int offset);
 
     // Two bytes whose mean is the luma there, and with them all that follow to the right and, by
     // the stride, below. The place may be in the rim, three pixels from its outer edge at most.
@@ -55,6 +58,8 @@ class SubpixelPlanes {
     template <typename Sample>
     static void extend(uint8_t* origin, ptrdiff_t stride, int samples, int rows, int rim);
     void copyChroma(const Nv12View& frame);
+    // The rim, and what lies between pixels.
+    void finishLuma();
 
     std::vector<uint8_t> mBytes;
     uint8_t* mChromaOrigin = nullptr;

@@ -28,7 +28,8 @@ HWY_INLINE V apart(V a, V b) {
     return hn::Or(hn::SaturatedSub(a, b), hn::SaturatedSub(b, a));
 }
 
-// Sum of absolute differences between a and b over every fourth row of 16x16 pixels.
+// Sum of absolute differences between a and b over every fourth row of 16x16 pixels, from row
+// `first` on.
 HWY_INLINE uint32_t everyFourthRow(PixelPair a, PixelPair b, ptrdiff_t stride, ptrdiff_t first) {
     const hn::FixedTag<uint8_t, 16> d;
     const hn::Repartition<uint64_t, decltype(d)> d64;
@@ -48,7 +49,8 @@ HWY_INLINE uint32_t windowDifference(PixelPair a, PixelPair b, ptrdiff_t stride,
     return half >= limit ? half : half + everyFourthRow(a, b, stride, 2);
 }
 
-// All of it, less the difference of the windows' means: a light that goes on is no difference.
+// Over every second row, less the difference of the windows' means: a light that goes on is no
+// difference.
 inline uint32_t windowDifferenceOfShapes(PixelPair a, PixelPair b, ptrdiff_t stride) {
     const hn::FixedTag<uint8_t, 16> d;
     const hn::Repartition<uint64_t, decltype(d)> d64;

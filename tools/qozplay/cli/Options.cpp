@@ -186,10 +186,6 @@ void addChecks(CLI::App& app, Options& options) {
         ->delimiter(',');
 }
 
-bool isThin(Size size) {
-    return std::min(size.width, size.height) < kLeastVectorSide;
-}
-
 // A size to process that the half-size copy, which comes with the vectors, has no picture for.
 void refuseThinSizes(const Options& options) {
     if (!options.motionVectors) return;
@@ -228,6 +224,10 @@ void check(const Options& options) {
 }
 
 }  // namespace
+
+bool isThin(Size size) {
+    return std::min(size.width, size.height) < kLeastVectorSide;
+}
 
 Options parseOptions(int argc, const char* const argv[], std::string* answer) {
     Options options;

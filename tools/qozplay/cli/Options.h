@@ -17,6 +17,9 @@ namespace qozplay {
 
 constexpr uint32_t kLeastVectorSide = 2;  // pixels of a picture that has a half-size copy
 
+// Whether a picture is too thin for one.
+bool isThin(Size size);
+
 // What was asked for, checked as far as that can be done without opening a file.
 struct Options {
     std::string input;            // empty: the built-in scene

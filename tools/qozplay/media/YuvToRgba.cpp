@@ -37,7 +37,7 @@ HWY_INLINE Words pairOf(Words lower, Words upper) {
 // A channel's value, from 0 to 255.
 HWY_INLINE Words whole(Words sum) {
     const Pixels d;
-    const auto rounded = hn::ShiftRight<13>(hn::Add(sum, hn::Set(d, kYuvUnit / 2)));
+    const auto rounded = hn::ShiftRight<kYuvShift>(hn::Add(sum, hn::Set(d, kYuvUnit / 2)));
     return hn::Min(hn::Max(rounded, hn::Zero(d)), hn::Set(d, 255));
 }
 
@@ -85,13 +85,13 @@ void ConvertRow(const YuvMatrix& matrix, const uint8_t* y, const uint8_t* u, con
     if (x == width) return;
     // The rest goes through copies that are long enough.
     const size_t left = width - x;
-    uint8_t in[2][kChunk] = {};
+    uint8_t chroma[2][kChunk / 2] = {};
     uint8_t luma[kChunk] = {};
     uint8_t out[4 * kChunk];
     std::memcpy(luma, y + x, left);
-    std::memcpy(in[0], u + x / 2, (left + 1) / 2);
-    std::memcpy(in[1], v + x / 2, (left + 1) / 2);
-    convertChunk(matrix, luma, in[0], in[1], out);
+    std::memcpy(chroma[0], u + x / 2, (left + 1) / 2);
+    std::memcpy(chroma[1], v + x / 2, (left + 1) / 2);
+    convertChunk(matrix, luma, chroma[0], chroma[1], out);
     std::memcpy(rgba + 4 * x, out, 4 * left);
 }
 

@@ -13,7 +13,8 @@ namespace qozplay {
 
 // Parts of kYuvUnit that luma and the two chroma samples, each less what stands for none, add to
 // red, green and blue.
-constexpr int kYuvUnit = 1 << 13;
+constexpr int kYuvShift = 13;
+constexpr int kYuvUnit = 1 << kYuvShift;
 struct YuvMatrix {
     int16_t black;  // of luma
     int16_t luma;

@@ -50,7 +50,7 @@ const Figure& find(std::string_view name) {
     throw BadInput(std::string(name) + " is none of " + names);
 }
 
-// Milliseconds in one of the unit, or none for a word that is no unit.
+// The factor from the word's unit to that of the figure; none for a word that is no unit of it.
 std::optional<double> scaleOf(std::string_view word, Unit unit) {
     if (word.empty()) return 1;
     if (unit == Unit::Plain) return std::nullopt;

@@ -96,7 +96,7 @@ Player::Player(Options options, Console& console, const StopRequest& stop)
     // Half the size of a picture one pixel wide is none, and the vectors come with a copy of that
     // size.
     const Size size = mSources[0]->size();
-    if (std::min(size.width, size.height) < kLeastVectorSide) mOptions.motionVectors = false;
+    if (isThin(size)) mOptions.motionVectors = false;
     if (mOptions.truth) holdFramesOut();
     mOutputs = std::make_unique<Outputs>(mOptions, *mSources[0], mStop);
     mWarmUp = std::make_unique<WarmUp>(mOptions.sessions);

@@ -125,7 +125,7 @@ void Stream::consume(const ReturnedBuffer& done) {
     const qoz::client::LockedPixels pixels(mOutputs.buffer(done.slot),
                                            GraphicBuffer::USAGE_SW_READ_OFTEN);
     const FinishedFrame frame{done.timestamp, source, pixels.nv12(), converterMatrix(mSourceSize)};
-    mStopped = true;  // also when one of them throws: nobody waits for more frames then
+    mStopped = true;  // for the calls, so that it stays set if one of them throws
     bool more = true;
     for (FrameSink* sink : mSinks)
         more = sink->take(frame) && more;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Carries out one job at a time on a thread of its own.
+// Carries out jobs on a thread of its own, for a hand-over and no more: a job that has not been
+// taken is replaced by the next.
 #pragma once
 
 #include <condition_variable>
@@ -10,15 +11,15 @@
 
 namespace qoz::bench {
 
-class SerialExecutor {
+class SingleJobThread {
   public:
-    SerialExecutor() : mThread([this] { serve(); }) {}
-    ~SerialExecutor() {
+    SingleJobThread() : mThread([this] { serve(); }) {}
+    ~SingleJobThread() {
         give(nullptr);
         mThread.join();
     }
-    SerialExecutor(const SerialExecutor&) = delete;
-    SerialExecutor& operator=(const SerialExecutor&) = delete;
+    SingleJobThread(const SingleJobThread&) = delete;
+    SingleJobThread& operator=(const SingleJobThread&) = delete;
 
     void give(std::function<void()> job) {
         const std::lock_guard lock(mLock);
