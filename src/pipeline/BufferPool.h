@@ -93,10 +93,13 @@ class BufferPool {
     const SessionLog& mLog;
 
   private:
+    // Adds an entry to the map. Returns false, with nothing changed, if `key` has one. Throws
+    // std::bad_alloc.
+    bool insert(uint64_t key, Entry travelling) REQUIRES(mLock);
     // Adds a key to the set of free keys.
     void insertFree(uint64_t key) REQUIRES(mLock);
-    // Removes the drawn entry from the pool.
-    void retire(uint64_t key) REQUIRES(mLock);
+    // Removes the drawn entry, which is the oldest free one, from the pool.
+    void retire(typename Buffers::iterator drawn) REQUIRES(mLock);
     // Removes all free entries.
     void dropFree() REQUIRES(mLock);
 
@@ -154,16 +157,26 @@ inline bool holdsBuffer(
 template <typename Entry>
 bool BufferPool<Entry>::record(uint64_t key, Entry travelling) {
     const std::lock_guard<std::mutex> lock(mLock);
-    if (mBuffers.count(key) != 0) return mFreeKeys.erase(key) != 0;
     try {
-        if (mSpareEntry.empty()) return mBuffers.emplace(key, std::move(travelling)).second;
-        auto entry = std::exchange(mSpareEntry, {});
-        entry.key() = key;
-        entry.mapped() = std::move(travelling);
-        return mBuffers.insert(std::move(entry)).inserted;
+        if (insert(key, std::move(travelling))) return true;
     } catch (const std::bad_alloc&) {
         return false;
     }
+    return mFreeKeys.erase(key) != 0;
+}
+
+// Uses the node of an entry that was drawn before, if there is one.
+template <typename Entry>
+bool BufferPool<Entry>::insert(uint64_t key, Entry travelling) {
+    if (mSpareEntry.empty()) return mBuffers.try_emplace(key, std::move(travelling)).second;
+    auto entry = std::exchange(mSpareEntry, {});
+    entry.key() = key;
+    entry.mapped() = std::move(travelling);
+    auto result = mBuffers.insert(std::move(entry));
+    if (result.inserted) return true;
+    mSpareEntry = std::move(result.node);
+    mSpareEntry.mapped() = {};
+    return false;
 }
 
 template <typename Entry>
@@ -223,8 +236,8 @@ bool BufferPool<Entry>::serve(Allocate allocate, Draw draw) {
     VPP_LOGI("%s : free %s buffer index list size=%u, %s buffer map size=%u", mText.operation,
              mText.kind, static_cast<uint32_t>(mFreeKeys.size()), mText.kind,
              static_cast<uint32_t>(mBuffers.size()));
-    const uint64_t oldest = *mFreeKeys.begin();
-    const Drawn drawn = draw(mBuffers[oldest]);
+    const auto oldest = mBuffers.try_emplace(*mFreeKeys.begin()).first;
+    const Drawn drawn = draw(oldest->second);
     if (drawn == Drawn::Failed) return false;
     retire(oldest);
     if (drawn == Drawn::Replaced) {
@@ -250,13 +263,14 @@ void BufferPool<Entry>::insertFree(uint64_t key) {
 
 // Removes a drawn entry and its key, and keeps their nodes for later entries.
 template <typename Entry>
-void BufferPool<Entry>::retire(uint64_t key) {
+void BufferPool<Entry>::retire(typename Buffers::iterator drawn) {
+    auto key = mFreeKeys.extract(mFreeKeys.begin());
     try {
-        mSpareKeys.push_back(mFreeKeys.extract(key));
+        mSpareKeys.push_back(std::move(key));
     } catch (const std::bad_alloc&) {
-        mFreeKeys.erase(key);
+        // The node is freed, and a later key allocates its own.
     }
-    mSpareEntry = mBuffers.extract(key);
+    mSpareEntry = mBuffers.extract(drawn);
     mSpareEntry.mapped() = {};
 }
 

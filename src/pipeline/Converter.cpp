@@ -63,8 +63,8 @@ bool Converter::vectorSize(uint32_t& width, uint32_t& height) {
 // Converts the pixels first, because without them the frame cannot be queued; estimates motion only
 // if that succeeded. The converter itself waits for the frame's fence.
 bool Converter::convert(SourceFrame& frame, bool motion) {
-    bool ok =
-        m.converter->RGBToNV12(frame.source, frame.target, frame.downscaled, motion, frame.fence);
+    bool ok = m.converter->RGBToNV12(frame.source, frame.target, frame.downscaled, motion,
+                                     std::move(frame.fence));
     if (frame.hasVectors()) {
         ok = ok && m.converter->MvBufferGeneration(m.previousSource, frame.source, frame.forward,
                                                    frame.backward);

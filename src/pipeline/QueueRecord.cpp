@@ -27,12 +27,6 @@ void releaseNativeHandle(const native_handle_t* handle, bool closeFds) {
     }
 }
 
-// Deletes the handles before the record, because they refer to descriptors that the record owns.
-QueueRecord::~QueueRecord() {
-    for (auto& handle : mHandles)
-        handle.reset();
-}
-
 // Returns the allocation size in bytes. The record's field has 32 bits, and no graphic buffer needs
 // more.
 uint32_t QueueRecord::allocationSize(const sp<GraphicBuffer>& buffer) const {

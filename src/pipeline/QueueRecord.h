@@ -33,7 +33,6 @@ class QueueRecord {
     enum class Shared { Ok, NoHandle, NoDescriptor };
 
     explicit QueueRecord(GraphicBufferMapper& mapper) : mMapper(mapper) {}
-    ~QueueRecord();
 
     QueueRecord(const QueueRecord&) = delete;
     QueueRecord& operator=(const QueueRecord&) = delete;
@@ -55,6 +54,7 @@ class QueueRecord {
     };
     GraphicBufferMapper& mMapper;
     VppBuffer mVppBuffer;
+    // After the record, so that they are destroyed first: they refer to descriptors that it owns.
     std::array<std::unique_ptr<native_handle_t, HandleDeleter>, 1 + kMaxMetaBuffers> mHandles;
     size_t mHandleCount = 0;
 };

@@ -38,7 +38,7 @@ struct SourceFrame {
     // Copies of the client's values, because a callback may change the client's packet.
     const int32_t slot;
     sp<GraphicBuffer> source;
-    const sp<Fence> fence;
+    sp<Fence> fence;  // moved to the converter
     const int64_t timestampNs;
     const std::optional<ConfigParams> config;
 
