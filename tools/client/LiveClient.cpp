@@ -36,6 +36,7 @@ bool LiveClient::enable() {
     mSources.clear();
     mOutputs.clear();
     mLedger = {};
+    mNewest = 0;
     mWrong.clear();
     return enabled;
 }
@@ -77,6 +78,9 @@ std::optional<QOZBufferInfo> LiveClient::takeSource(Size size) {
 
 // A buffer that is refused is offered again by the next call.
 void LiveClient::queueOutputs(size_t target) {
+    // After a start that failed there is no expected size.
+    shapeOutputs({vpp->expectedOutputWidth(), vpp->expectedOutputHeight()},
+                 std::min(target, mOutputCount));
     for (size_t i = 0; i < mOutputCount; ++i) {
         std::optional<QOZBufferInfo> output = takeOutput(target);
         if (!output) return;
@@ -84,16 +88,18 @@ void LiveClient::queueOutputs(size_t target) {
     }
 }
 
+void LiveClient::shapeOutputs(Size expected, size_t count) {
+    const std::lock_guard lock(mLock);
+    try {
+        mOutputs.reshape(expected.width != 0 ? expected : mSize, count);
+    } catch (const SessionFailed&) {  // then with those that there are
+    }
+}
+
 // None when enough are outstanding, or all of them.
 std::optional<QOZBufferInfo> LiveClient::takeOutput(size_t target) {
     const std::lock_guard lock(mLock);
     if (mLedger.outstanding(kOutputPort) >= target) return std::nullopt;
-    const Size expected{vpp->expectedOutputWidth(), vpp->expectedOutputHeight()};
-    try {
-        // After a start that failed there is no expected size: as large as the source.
-        mOutputs.reshape(expected.width != 0 ? expected : mSize, mOutputCount);
-    } catch (const SessionFailed&) {  // then with those that there are
-    }
     const std::optional<int32_t> slot = mOutputs.take();
     if (!slot) return std::nullopt;
     mLedger.queue(kOutputPort, *slot);

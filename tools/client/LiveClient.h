@@ -58,7 +58,8 @@ class LiveClient final : public android::IQOZCallback {
     // Called on the thread that returns a buffer, before the ledger knows of it.
     std::function<void()> onReturn;
 
-    // Called with each frame that comes out, one at a time, before its buffer is queued again.
+    // Called with each frame that comes out, before its buffer is queued again. The lock is held:
+    // the frames come one at a time, and the function calls neither this object nor the component.
     std::function<void(android::GraphicBuffer& frame, uint64_t microseconds)> onFrame;
 
     static bool serviceLives();
@@ -70,6 +71,7 @@ class LiveClient final : public android::IQOZCallback {
         EXCLUDES(mLock);
     void onConfigChanged(std::set<uint32_t>) override {}
     std::optional<android::QOZBufferInfo> takeSource(Size size) EXCLUDES(mLock);
+    void shapeOutputs(Size expected, size_t count) EXCLUDES(mLock);
     std::optional<android::QOZBufferInfo> takeOutput(size_t target) EXCLUDES(mLock);
     void refused(uint32_t port, int32_t slot) EXCLUDES(mLock);
     void putBack(int32_t slot) REQUIRES(mLock);
