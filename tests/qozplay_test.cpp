@@ -8,8 +8,8 @@
 #include "client/Ledger.h"
 #include "qozplay/media/MediaReader.h"
 #include "qozplay/media/MediaWriter.h"
-#include "qozplay/report/Budget.h"
 #include "qozplay/report/Sheet.h"
+#include "qozplay/report/Stats.h"
 #include "qozplay/report/Verifier.h"
 #include "qozplay/stream/ChangeSchedule.h"
 #include "qozplay/stream/FrameTracker.h"
@@ -111,7 +111,8 @@ TEST(MediaWriter, WritesEverySampleOfTheFirstSizeUnderALineThatReadsBack) {
     // Rows of the source are four bytes apart, as even chroma rows need for an odd width.
     const std::string luma = "abc.ABC.123.", chroma = "uvUVxyXY", larger(36, 'm');
     const StopRequest stop;
-    MediaWriter writer(folder.file("out.y4m"), {{30000, 1001}, {128, 117}, {}, nullptr}, stop);
+    const ClipInfo info{{}, {30000, 1001}, {}, {128, 117}};
+    MediaWriter writer(folder.file("out.y4m"), info, nullptr, stop);
     EXPECT_TRUE(writer.take({0, true, {bytes(luma), bytes(chroma), 4, {3, 3}}}));
     EXPECT_TRUE(writer.take({1, false, {bytes(larger), bytes(larger), 6, {6, 6}}}));
     EXPECT_FALSE(std::filesystem::exists(folder.file("out.y4m"))) << "before it is whole";
@@ -288,11 +289,10 @@ TEST(Budget, NamesEachFigureBeyondItsBound) {
 }
 
 // Width and height of a sheet with `interpolated` frames in each interval.
-using Window = std::optional<std::pair<uint64_t, uint64_t>>;
 std::pair<uint32_t, uint32_t> sheetSize(uint64_t intervals, uint64_t interpolated,
-                                        Window window = {}) {
+                                        Sheet::Window window = {}) {
     const std::vector<uint8_t> pixels(8 * 12, 128);
-    Sheet sheet("t", window);
+    Sheet sheet(window);
     EXPECT_THROW(sheet.draw(), SessionFailed) << "no frame to show";
     for (uint64_t time = 0; time <= intervals * (interpolated + 1); ++time) {
         const bool source = time % (interpolated + 1) == 0;

@@ -5,10 +5,9 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <type_traits>
+#include <functional>
 
 #include "qozplay/media/Scene.h"
-#include "qozplay/report/Budget.h"
 
 namespace qozplay {
 namespace {
@@ -34,40 +33,21 @@ class OptionFormatter final : public CLI::Formatter {
     }
 };
 
-// A validator whose range the type's name already tells.
-CLI::Validator quietly(CLI::Validator validator) {
-    return validator.description("");
-}
-
-template <typename Value>
-void store(Value value, Value* to) {
-    *to = std::move(value);
-}
-template <typename Value>
-void store(Value value, std::optional<Value>* to) {
-    *to = std::move(value);
-}
-template <typename Value>
-void store(Value value, std::vector<Value>* to) {
-    to->push_back(std::move(value));
-}
-
-// An option whose value `parse` understands, or throws BadInput for; it may be given several times,
-// and where there is room for one value the last one counts.
-template <typename Value, typename To>
+// An option whose texts `take` understands, or throws BadInput for. It may be given several times.
 CLI::Option* addParsed(CLI::App& app, const std::string& name, const char* type,
-                       Value (*parse)(const std::string&), To* to, const char* description) {
-    const auto read = [=](const std::vector<std::string>& texts) {
+                       const std::function<void(const std::string&)>& take,
+                       const char* description) {
+    const auto takeAll = [=](const std::vector<std::string>& texts) {
         for (const std::string& text : texts) {
             try {
-                store(parse(text), to);
+                take(text);
             } catch (const BadInput& error) {
                 throw BadInput(
                     std::string(name).append(" ").append(text).append(": ").append(error.what()));
             }
         }
     };
-    return app.add_option_function<std::vector<std::string>>(name, read, description)
+    return app.add_option_function<std::vector<std::string>>(name, takeAll, description)
         ->type_name(type)
         ->allow_extra_args(false);
 }
@@ -81,13 +61,11 @@ CLI::Option* addFile(CLI::App& app, const std::string& name, const char* type, s
         });
 }
 
-template <typename Value>
-CLI::Option* addNumber(CLI::App& app, const std::string& name, const char* type, Value least,
-                       Value most, std::type_identity_t<std::optional<Value>>* to,
-                       const char* description) {
-    return app.add_option(name, *to, description)
-        ->type_name(type)
-        ->check(quietly(CLI::Range(least, most)));
+// What the check allows is in the type's name.
+template <typename To>
+CLI::Option* addChecked(CLI::App& app, const std::string& name, const char* type,
+                        CLI::Validator check, To* to, const char* description) {
+    return app.add_option(name, *to, description)->type_name(type)->check(check.description(""));
 }
 
 qoz::host::Fault parseFaultOption(const std::string& text) {
@@ -108,35 +86,40 @@ std::pair<std::string, std::string> parseProperty(const std::string& text) {
 void addInput(CLI::App& app, Options& options) {
     CLI::Option* input = addFile(app, "-i,--input", "FILE", &options.input,
                                  "clip; - reads a pipe; none: a built-in scene");
-    addParsed(app, "--size", "WxH", parseSize, &options.rawSize,
-              "the input is raw RGBA frames of this size")
+    addParsed(
+        app, "--size", "WxH", [&](const auto& text) { options.rawSize = parseSize(text); },
+        "the input is raw RGBA frames of this size")
         ->needs(input);
-    addParsed(app, "--rate", "N[/D]", parseRate, &options.rate,
-              "frames a second of raw input and of the scene (30)");
-    addNumber<uint64_t>(app, "--frames", "N", 1, kMaxFrames, &options.frames,
-                        "stop after N source frames");
-    addParsed(app, "--scene-size", "WxH", parseSize, &options.sceneSize,
-              "of the built-in scene (1280x720)")
+    addParsed(
+        app, "--rate", "N[/D]", [&](const auto& text) { options.rate = parseRate(text); },
+        "frames a second of raw input and of the scene (30)");
+    addChecked(app, "--frames", "N", CLI::Range(uint64_t{1}, kMaxFrames), &options.frames,
+               "stop after N source frames");
+    addParsed(
+        app, "--scene-size", "WxH", [&](const auto& text) { options.sceneSize = parseSize(text); },
+        "of the built-in scene (1280x720)")
         ->excludes(input);
 }
 
 void addProcessing(CLI::App& app, Options& options) {
-    CLI::Option* interp =
-        app.add_option("--interp", options.interp, "interpolated frames for each source frame (1)")
-            ->type_name("0..3")
-            ->check(quietly(CLI::Range(0, 3)));
-    CLI::Option* upscale = addParsed(app, "--upscale", "1|1.5|2", parseUpscale,
-                                     &options.upscaleIndex, "output size against the source (1)");
+    CLI::Option* interp = addChecked(app, "--interp", "0..3", CLI::Range(0, 3), &options.interp,
+                                     "interpolated frames for each source frame (1)");
+    CLI::Option* upscale = addParsed(
+        app, "--upscale", "1|1.5|2",
+        [&](const auto& text) { options.upscaleIndex = parseUpscale(text); },
+        "output size against the source (1)");
     app.add_flag("--ais-only", options.aisOnly, "double the size, interpolate no frames")
         ->excludes(interp)
         ->excludes(upscale);
-    app.add_option("--mv", options.motionVectors, "motion vectors for the interpolation (on)")
-        ->type_name("on|off")
-        ->check(quietly(CLI::IsMember({"on", "off"})));
-    addParsed(app, "--max", "WxH", parseSize, &options.max,
-              "larger sources are scaled down to this");
-    addParsed(app, "--at", "N:CHANGE", parseChange, &options.changes,
-              "change at source frame N: N:interp=K, N:upscale=R,\nN:size=WxH, N:flush");
+    addChecked(app, "--mv", "on|off", CLI::IsMember({"on", "off"}), &options.motionVectors,
+               "motion vectors for the interpolation (on)");
+    addParsed(
+        app, "--max", "WxH", [&](const auto& text) { options.max = parseSize(text); },
+        "larger sources are scaled down to this");
+    addParsed(
+        app, "--at", "N:CHANGE",
+        [&](const auto& text) { options.changes.push_back(parseChange(text)); },
+        "change at source frame N: N:interp=K, N:upscale=R,\nN:size=WxH, N:flush");
 }
 
 void addOutput(CLI::App& app, Options& options) {
@@ -145,57 +128,50 @@ void addOutput(CLI::App& app, Options& options) {
         "clip of all processed frames: .mkv (FFV1), .mp4 or .mov\n(H.264), .y4m; - is a pipe for "
         "y4m");
     addFile(app, "--sheet", "PNG", &options.sheet, "source and interpolated frames side by side");
-    addNumber<uint64_t>(app, "--sheet-at", "N", 0, kMaxFrames, &options.sheetAt,
-                        "source frame in the middle of the sheet");
+    addChecked(app, "--sheet-at", "N", CLI::Range(uint64_t{0}, kMaxFrames), &options.sheetAt,
+               "source frame in the middle of the sheet");
     addFile(app, "--vectors", "PNG", &options.vectors, "that frame with its motion vectors");
     addFile(app, "--trace", "JSON", &options.trace, "trace of the run");
     addFile(app, "--stats", "JSON", &options.stats, "figures of the run");
 }
 
 void addHost(CLI::App& app, Options& options) {
-    app.add_option("--sessions", options.sessions, "sessions on the same clip at the same time (1)")
-        ->type_name("N")
-        ->check(quietly(CLI::Range(uint64_t{1}, kMaxSessions)));
-    app.add_option("--service", options.service,
-                   "run the service in this process or in another (inline)")
-        ->type_name("inline|process")
-        ->check(quietly(CLI::IsMember({"inline", "process"})));
-    addParsed(app, "--fault", "OP=CODE@N", parseFaultOption, &options.faults,
-              "break the Nth call of an operation; in place of a code:\ndrop, late:MS, twice, "
-              "unknown, keep:CODE, swap, stray,\ntransport, within, die");
-    addParsed(app, "--prop", "NAME=VALUE", parseProperty, &options.properties,
-              "set a system property");
-    addParsed(app, "--log", "[\"TAG:PRIORITY ...\"]", LogFilter::parse, &options.log,
-              "show the log: all of it, or what a filter as logcat's\nlets through")
+    addChecked(app, "--sessions", "N", CLI::Range(uint64_t{1}, kMaxSessions), &options.sessions,
+               "sessions on the same clip at the same time (1)");
+    addChecked(app, "--service", "inline|process", CLI::IsMember({"inline", "process"}),
+               &options.service, "run the service in this process or in another (inline)");
+    addParsed(
+        app, "--fault", "OP=CODE@N",
+        [&](const auto& text) { options.faults.push_back(parseFaultOption(text)); },
+        "break the Nth call of an operation; in place of a code:\ndrop, late:MS, twice, "
+        "unknown, keep:CODE, swap, stray,\ntransport, within, die");
+    addParsed(
+        app, "--prop", "NAME=VALUE",
+        [&](const auto& text) { options.properties.push_back(parseProperty(text)); },
+        "set a system property");
+    addParsed(
+        app, "--log", "[\"TAG:PRIORITY ...\"]",
+        [&](const auto& text) { options.log = LogFilter::parse(text); },
+        "show the log: all of it, or what a filter as logcat's\nlets through")
         ->expected(0, 1);
 }
 
 void addChecks(CLI::App& app, Options& options) {
     app.add_flag("--verify", options.verify,
                  "check every frame and buffer; stop at the first that is\nwrong, and fail");
-    CLI::Option* truth = addNumber<uint32_t>(
-        app, "--truth", "2..4", 2, 4, &options.truth,
+    CLI::Option* truth = addChecked(
+        app, "--truth", "2..4", CLI::Range(2, 4), &options.truth,
         "give every Nth frame, interpolate the others, and score\nthem against those of the clip");
     for (const char* other :
          {"--interp", "--upscale", "--ais-only", "--max", "--at", "--sessions", "--vectors"}) {
         truth->excludes(app.get_option(other));
     }
-    addParsed(app, "--budget", "NAME=BOUND,...", parseLimit, &options.budget,
-              "fail when a figure is beyond its bound, as p95=8ms,lost=0;\nof p50, p90, p95, p99, "
-              "max, blocked, lost, missing, refused,\nflushed, source, interpolated, fps")
+    addParsed(
+        app, "--budget", "NAME=BOUND,...",
+        [&](const auto& text) { options.budget.push_back(parseLimit(text)); },
+        "fail when a figure is beyond its bound, as p95=8ms,lost=0;\nof p50, p90, p95, p99, "
+        "max, blocked, lost, missing, refused,\nflushed, source, interpolated, fps")
         ->delimiter(',');
-}
-
-// A size to process that the half-size copy, which comes with the vectors, has no picture for.
-void refuseThinSizes(const Options& options) {
-    if (!options.motionVectors) return;
-    const std::string end = ": with motion vectors no side is below 2; --mv off takes it";
-    if (options.max && isThin(*options.max)) throw BadInput("--max " + toText(*options.max) + end);
-    for (const Change& change : options.changes) {
-        if (change.kind == Change::Kind::Size && isThin(change.size)) {
-            throw BadInput(format("--at %llu:", big(change.frame)) + change.text + end);
-        }
-    }
 }
 
 // What the options mean together.
@@ -207,11 +183,17 @@ void check(const Options& options) {
     if (std::min(options.sceneSize.width, options.sceneSize.height) < Scene::kMinSide) {
         throw BadInput(format("--scene-size: no side may be below %u", Scene::kMinSide));
     }
-    const bool changed = std::ranges::any_of(options.changes, [](const Change& change) {
-        return change.kind == Change::Kind::Interp || change.kind == Change::Kind::Upscale;
-    });
-    if (options.aisOnly && changed) {
-        throw BadInput("--ais-only goes with neither interp nor upscale");
+    const auto refuseThin = [&](const std::string& option, Size size) {
+        if (!options.motionVectors || !isThin(size)) return;
+        throw BadInput(option + ": with motion vectors no side is below 2; --mv off takes it");
+    };
+    if (options.max) refuseThin("--max " + toText(*options.max), *options.max);
+    for (const Change& change : options.changes) {
+        if (change.kind == Change::Kind::Size) {
+            refuseThin(format("--at %llu:", big(change.frame)) + change.text, change.size);
+        } else if (change.kind != Change::Kind::Flush && options.aisOnly) {
+            throw BadInput("--ais-only goes with neither interp nor upscale");
+        }
     }
     if (!options.vectors.empty() && (!options.motionVectors || options.interp == 0)) {
         throw BadInput("--vectors needs motion vectors and an --interp of 1 or more");
@@ -220,14 +202,9 @@ void check(const Options& options) {
     const bool again = scene || std::filesystem::is_regular_file(options.input, error) ||
                        (options.input != "-" && !std::filesystem::exists(options.input, error));
     if (options.sessions > 1 && !again) throw BadInput("--sessions: a pipe can be read only once");
-    refuseThinSizes(options);
 }
 
 }  // namespace
-
-bool isThin(Size size) {
-    return std::min(size.width, size.height) < kLeastVectorSide;
-}
 
 Options parseOptions(int argc, const char* const argv[], std::string* answer) {
     Options options;

@@ -15,16 +15,16 @@
 
 namespace qozplay {
 
-constexpr uint32_t kLeastVectorSide = 2;  // pixels of a picture that has a half-size copy
-
-// Whether a picture is too thin for one.
-bool isThin(Size size);
+// Whether a picture is too thin for a half-size copy, which comes with the motion vectors.
+inline bool isThin(Size size) {
+    return size.width < 2 || size.height < 2;
+}
 
 // What was asked for, checked as far as that can be done without opening a file.
 struct Options {
-    std::string input;            // empty: the built-in scene
-    std::optional<Size> rawSize;  // given: the input is raw RGBA
-    std::optional<Rate> rate;     // of raw input and of the scene
+    std::string input;               // empty: the built-in scene
+    std::optional<Size> rawSize;     // given: the input is raw RGBA
+    std::optional<AVRational> rate;  // of raw input and of the scene
     std::optional<uint64_t> frames;
     Size sceneSize{1280, 720};
 

@@ -4,13 +4,10 @@
 #include <png.h>
 
 #include <algorithm>
-#include <cctype>
-#include <cstring>
 
 #include "qozplay/media/Font.h"
 
 namespace qozplay {
-namespace {
 
 void mix(uint8_t* pixel, Colour colour) {
     const auto blend = [&](uint8_t under, uint8_t over) {
@@ -22,82 +19,29 @@ void mix(uint8_t* pixel, Colour colour) {
     pixel[3] = 255;
 }
 
-Box clip(Box box, Size size) {
-    const int32_t left = std::max(box.x, 0);
-    const int32_t top = std::max(box.y, 0);
-    const int32_t right = std::min(box.x + box.width, static_cast<int32_t>(size.width));
-    const int32_t bottom = std::min(box.y + box.height, static_cast<int32_t>(size.height));
-    return {left, top, right - left, bottom - top};
-}
-
-const Glyph* glyphOf(char letter) {
-    const char capital = static_cast<char>(std::toupper(static_cast<unsigned char>(letter)));
-    const auto* found = std::find_if(kGlyphs.begin(), kGlyphs.end(),
-                                     [&](const Glyph& glyph) { return glyph.letter == capital; });
-    return found == kGlyphs.end() ? nullptr : found;
-}
-
-void drawGlyph(const Surface& surface, int32_t x, int32_t y, int32_t scale, const Glyph& glyph,
-               Colour colour) {
-    for (uint32_t row = 0; row < kGlyphHeight; ++row) {
-        for (uint32_t column = 0; column < kGlyphWidth; ++column) {
-            if ((glyph.rows[row] >> (kGlyphWidth - 1 - column) & 1) == 0) continue;
-            const Box dot{x + static_cast<int32_t>(column) * scale,
-                          y + static_cast<int32_t>(row) * scale, scale, scale};
-            fill(surface, dot, colour);
-        }
-    }
-}
-
-}  // namespace
-
 void fill(const Surface& surface, Box box, Colour colour) {
-    const Box inside = clip(box, surface.size);
-    for (int32_t y = 0; y < inside.height; ++y) {
-        for (int32_t x = 0; x < inside.width; ++x) {
-            mix(surface.at(static_cast<uint32_t>(inside.x + x),
-                           static_cast<uint32_t>(inside.y + y)),
-                colour);
-        }
+    const auto inside = [](int32_t at, uint32_t side) {
+        return static_cast<uint32_t>(std::clamp(at, 0, static_cast<int32_t>(side)));
+    };
+    const uint32_t right = inside(box.x + box.width, surface.size.width);
+    const uint32_t bottom = inside(box.y + box.height, surface.size.height);
+    for (uint32_t y = inside(box.y, surface.size.height); y < bottom; ++y) {
+        for (uint32_t x = inside(box.x, surface.size.width); x < right; ++x)
+            mix(surface.at(x, y), colour);
     }
 }
 
-void outline(const Surface& surface, Box box, int32_t thickness, Colour colour) {
-    const int32_t inner = box.height - 2 * thickness;
-    fill(surface, {box.x, box.y, box.width, thickness}, colour);
-    fill(surface, {box.x, box.y + box.height - thickness, box.width, thickness}, colour);
-    fill(surface, {box.x, box.y + thickness, thickness, inner}, colour);
-    fill(surface, {box.x + box.width - thickness, box.y + thickness, thickness, inner}, colour);
-}
-
-void drawText(const Surface& surface, int32_t x, int32_t y, int32_t scale, std::string_view text,
+void drawText(const Surface& surface, int32_t x, int32_t y, int32_t dot, std::string_view text,
               Colour colour) {
     for (const char letter : text) {
-        if (const Glyph* glyph = glyphOf(letter)) drawGlyph(surface, x, y, scale, *glyph, colour);
-        x += static_cast<int32_t>(kGlyphAdvance) * scale;
-    }
-}
-
-int32_t textWidth(std::string_view text, int32_t scale) {
-    if (text.empty()) return 0;
-    return (static_cast<int32_t>(text.size() * kGlyphAdvance) - 1) * scale;
-}
-
-int32_t textHeight(int32_t scale) {
-    return static_cast<int32_t>(kGlyphHeight) * scale;
-}
-
-void paste(const Surface& surface, int32_t x, int32_t y, const Image& image) {
-    const Box inside = clip(
-        {x, y, static_cast<int32_t>(image.size.width), static_cast<int32_t>(image.size.height)},
-        surface.size);
-    if (inside.width <= 0) return;
-    for (int32_t row = 0; row < inside.height; ++row) {
-        const size_t from = static_cast<size_t>(inside.y + row - y) * image.stride() +
-                            size_t{4} * static_cast<size_t>(inside.x - x);
-        std::memcpy(
-            surface.at(static_cast<uint32_t>(inside.x), static_cast<uint32_t>(inside.y + row)),
-            image.pixels.data() + from, size_t{4} * static_cast<size_t>(inside.width));
+        const auto* glyph = std::ranges::find(kGlyphs, letter, &Glyph::letter);
+        for (int32_t i = 0; glyph != kGlyphs.end() && i < 5 * kLetterHeight; ++i) {
+            const int32_t row = i / 5;
+            const int32_t column = i % 5;
+            if ((glyph->rows.at(static_cast<size_t>(row)) >> (4 - column) & 1) == 0) continue;
+            fill(surface, {x + column * dot, y + row * dot, dot, dot}, colour);
+        }
+        x += kLetterAdvance * dot;
     }
 }
 

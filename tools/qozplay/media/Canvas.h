@@ -18,10 +18,6 @@ struct Colour {
     uint8_t a = 255;
 };
 
-// Of the pictures' margins, and of the words on them.
-constexpr Colour kGround{22, 24, 29};
-constexpr Colour kInk{232, 234, 240};
-
 // Pixels that belong to somebody else.
 struct Surface {
     uint8_t* rgba = nullptr;
@@ -49,18 +45,18 @@ struct Box {
     int32_t height = 0;
 };
 
-// Both mix the colour in by its alpha and leave out what lies beyond the surface.
+// Mixes the colour into a pixel by its alpha.
+void mix(uint8_t* pixel, Colour colour);
+
+// The same with all pixels of the box that the surface has.
 void fill(const Surface& surface, Box box, Colour colour);
-void outline(const Surface& surface, Box box, int32_t thickness, Colour colour);
 
-// Small letters are drawn as capitals; `scale` is the side of a dot in pixels.
-void drawText(const Surface& surface, int32_t x, int32_t y, int32_t scale, std::string_view text,
+// A letter is 7 dots high, and the next one begins 6 dots after it; `dot` is a dot's side in
+// pixels. A letter that the font does not have leaves its place empty.
+constexpr int32_t kLetterHeight = 7;
+constexpr int32_t kLetterAdvance = 6;
+void drawText(const Surface& surface, int32_t x, int32_t y, int32_t dot, std::string_view text,
               Colour colour);
-int32_t textWidth(std::string_view text, int32_t scale);
-int32_t textHeight(int32_t scale);
-
-// Places `image` with its upper left corner at x, y.
-void paste(const Surface& surface, int32_t x, int32_t y, const Image& image);
 
 // None: there is no such picture.
 std::optional<Image> readPng(const std::string& path);

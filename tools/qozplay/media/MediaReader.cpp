@@ -38,7 +38,7 @@ bool isFullRange(const AVFrame& frame) {
 
 }  // namespace
 
-MediaReader::MediaReader(const std::string& path, std::optional<Size> rawSize, Rate rawRate,
+MediaReader::MediaReader(const std::string& path, std::optional<Size> rawSize, AVRational rawRate,
                          const StopRequest& stop)
     : mName(path == "-" ? "standard input" : path),
       mStop(stop),
@@ -64,7 +64,7 @@ void MediaReader::openFile(const std::string& path) {
     mIo.emplace(mFile.get(), MediaIo::Direction::Read, mStop);
 }
 
-void MediaReader::openContainer(std::optional<Size> rawSize, Rate rawRate) {
+void MediaReader::openContainer(std::optional<Size> rawSize, AVRational rawRate) {
     AVFormatContext* context = avformat_alloc_context();
     if (context == nullptr) throw std::bad_alloc();
     context->pb = mIo->context();
@@ -72,7 +72,7 @@ void MediaReader::openContainer(std::optional<Size> rawSize, Rate rawRate) {
     if (rawSize) {
         av_dict_set(&options, "video_size", toText(*rawSize).c_str(), 0);
         av_dict_set(&options, "pixel_format", "rgba", 0);
-        av_dict_set(&options, "framerate", format("%u/%u", rawRate.num, rawRate.den).c_str(), 0);
+        av_dict_set(&options, "framerate", format("%d/%d", rawRate.num, rawRate.den).c_str(), 0);
     }
     const AVInputFormat* input = rawSize ? av_find_input_format("rawvideo") : nullptr;
     const int error = avformat_open_input(&context, mName.c_str(), input, &options);
@@ -134,39 +134,40 @@ void MediaReader::describe() {
     if (parameters.width <= 0 || parameters.height <= 0) {
         throw BadInput(mName + ": a size of 0 holds no picture");
     }
-    mSize = {static_cast<uint32_t>(parameters.width), static_cast<uint32_t>(parameters.height)};
-    if (std::max(mSize.width, mSize.height) > kMaxSide) {
+    mInfo.size = {static_cast<uint32_t>(parameters.width),
+                  static_cast<uint32_t>(parameters.height)};
+    if (std::max(mInfo.size.width, mInfo.size.height) > kMaxSide) {
         throw BadInput(format("%s: a side is more than %u", mName.c_str(), kMaxSide));
     }
     AVStream* video = mContainer->streams[mVideo];
-    const AVRational rate = av_guess_frame_rate(mContainer.get(), video, nullptr);
     const AVRational average = video->avg_frame_rate;
-    const AVRational chosen = average.num > 0 ? average : rate;
-    if (chosen.num > 0 && chosen.den > 0) {
-        mRate = {static_cast<uint32_t>(chosen.num), static_cast<uint32_t>(chosen.den)};
-    }
+    const AVRational rate =
+        average.num > 0 ? average : av_guess_frame_rate(mContainer.get(), video, nullptr);
+    if (rate.num > 0 && rate.den > 0) mInfo.rate = rate;
     const AVRational aspect = av_guess_sample_aspect_ratio(mContainer.get(), video, nullptr);
-    if (aspect.num > 0 && aspect.den > 0) mAspect = aspect;
-    mTags = {parameters.color_primaries, parameters.color_trc};
+    if (aspect.num > 0 && aspect.den > 0) mInfo.sampleAspect = aspect;
+    mInfo.primaries = parameters.color_primaries;
+    mInfo.transfer = parameters.color_trc;
+    mInfo.length = length();
 }
 
 std::optional<uint64_t> MediaReader::length() const {
     if (mIo->context()->seekable == 0) return std::nullopt;
     if (stream().nb_frames > 0) return static_cast<uint64_t>(stream().nb_frames);
     if (mContainer->duration <= 0) return std::nullopt;
-    const AVRational frame{static_cast<int>(mRate.den), static_cast<int>(mRate.num)};
-    return static_cast<uint64_t>(av_rescale_q(mContainer->duration, kMicroseconds, frame));
+    return static_cast<uint64_t>(
+        av_rescale_q(mContainer->duration, kMicroseconds, av_inv_q(mInfo.rate)));
 }
 
-bool MediaReader::next(uint8_t* rgba, size_t stride) {
+std::optional<int64_t> MediaReader::next(uint8_t* rgba, size_t stride) {
     if (!decode()) {
         if (!mDamage.empty()) throw BadInput(mDamage);
-        return false;
+        return std::nullopt;
     }
     advanceTime();
     convert(rgba, stride);
     ++mFrames;
-    return true;
+    return mTime;
 }
 
 // False: there are no more frames.
@@ -232,7 +233,7 @@ void MediaReader::take(AvPtr<AVPacket> packet) {
 
 // Frames without a time, or with one that does not rise, follow at the clip's rate.
 void MediaReader::advanceTime() {
-    const int64_t step = timestampOf(mRate, 1);
+    const int64_t step = timestampOf(mInfo.rate, 1);
     int64_t time = mTime < 0 ? 0 : mTime + step;
     if (mFrame->best_effort_timestamp != AV_NOPTS_VALUE) {
         const int64_t start = av_rescale_q(mStart, kMicroseconds, kNanoseconds);
@@ -245,7 +246,7 @@ void MediaReader::advanceTime() {
 }
 
 AVColorSpace MediaReader::matrixOf(const AVFrame& frame) const {
-    return frame.colorspace != AVCOL_SPC_UNSPECIFIED ? frame.colorspace : usualMatrix(mSize);
+    return frame.colorspace != AVCOL_SPC_UNSPECIFIED ? frame.colorspace : usualMatrix(mInfo.size);
 }
 
 // False: the frame is of another form.
@@ -253,13 +254,13 @@ bool MediaReader::convertExactly(uint8_t* rgba, size_t stride) const {
     const AVFrame& frame = *mFrame;
     const bool planar = frame.format == AV_PIX_FMT_YUV420P || frame.format == AV_PIX_FMT_YUVJ420P;
     const std::optional<YuvMatrix> matrix = yuvMatrix(matrixOf(frame), isFullRange(frame));
-    const bool sized = frame.width == static_cast<int>(mSize.width) &&
-                       frame.height == static_cast<int>(mSize.height);
+    const bool sized = frame.width == static_cast<int>(mInfo.size.width) &&
+                       frame.height == static_cast<int>(mInfo.size.height);
     if (!planar || !sized || !matrix) return false;
     yuvToRgba(*matrix,
               {frame.data[0], frame.data[1], frame.data[2], frame.linesize[0], frame.linesize[1],
                frame.linesize[2]},
-              rgba, stride, mSize.width, mSize.height);
+              rgba, stride, mInfo.size.width, mInfo.size.height);
     return true;
 }
 
@@ -268,8 +269,8 @@ bool MediaReader::convertExactly(uint8_t* rgba, size_t stride) const {
 void MediaReader::convert(uint8_t* rgba, size_t stride) {
     if (convertExactly(rgba, stride)) return;
     const auto format = static_cast<AVPixelFormat>(mFrame->format);
-    const auto width = static_cast<int>(mSize.width);
-    const auto height = static_cast<int>(mSize.height);
+    const auto width = static_cast<int>(mInfo.size.width);
+    const auto height = static_cast<int>(mInfo.size.height);
     mScaler.reset(sws_getCachedContext(mScaler.release(), mFrame->width, mFrame->height, format,
                                        width, height, AV_PIX_FMT_RGBA, kScalerFlags, nullptr,
                                        nullptr, nullptr));

@@ -7,7 +7,7 @@
 
 #include <string>
 
-#include "qozplay/media/FrameSource.h"
+#include "qozplay/media/Frames.h"
 #include "qozplay/media/MediaIo.h"
 
 namespace qozplay {
@@ -16,24 +16,19 @@ class MediaReader final : public FrameSource {
   public:
     // "-" is standard input. With `rawSize` the input is RGBA frames and nothing else, `rawRate` of
     // them a second. Throws BadInput. A stop request ends the clip.
-    MediaReader(const std::string& path, std::optional<Size> rawSize, Rate rawRate,
+    MediaReader(const std::string& path, std::optional<Size> rawSize, AVRational rawRate,
                 const StopRequest& stop);
 
-    Size size() const override { return mSize; }
-    Rate rate() const override { return mRate; }
-    std::optional<uint64_t> length() const override;
-    bool next(uint8_t* rgba, size_t stride) override;
-    int64_t timeOf(uint64_t) const override { return mTime; }
-    AVRational sampleAspect() const override { return mAspect; }
-    ColourTags colourTags() const override { return mTags; }
+    std::optional<int64_t> next(uint8_t* rgba, size_t stride) override;
     AudioTracks* audio() override { return &mAudio; }
 
   private:
     void openFile(const std::string& path);
-    void openContainer(std::optional<Size> rawSize, Rate rawRate);
+    void openContainer(std::optional<Size> rawSize, AVRational rawRate);
     void chooseStreams();
     void openDecoder();
     void describe();
+    std::optional<uint64_t> length() const;
     void refuseRotation() const;
     bool decode();
     void feed();
@@ -57,10 +52,6 @@ class MediaReader final : public FrameSource {
     AvPtr<AVFrame> mConverted;  // where rows need room behind them
     AvPtr<SwsContext> mScaler;
 
-    Size mSize;
-    Rate mRate;
-    AVRational mAspect{1, 1};
-    ColourTags mTags;
     AudioTracks mAudio;
 
     int64_t mStart = 0;      // of the clip, microseconds

@@ -42,10 +42,12 @@ AVPixelFormat pixelFormat(const Container& container, Size size) {
 
 }  // namespace
 
-MediaWriter::MediaWriter(const std::string& path, const Format& format, const StopRequest& stop)
+MediaWriter::MediaWriter(const std::string& path, const ClipInfo& info, AudioTracks* audio,
+                         const StopRequest& stop)
     : mKind(containerOf(path)),
       mFile(path),
-      mFormat(format),
+      mInfo(info),
+      mAudio(audio),
       mIo(mFile.descriptor(), MediaIo::Direction::Write, stop),
       mFrame(owned(av_frame_alloc())),
       mPacket(owned(av_packet_alloc())) {}
@@ -75,13 +77,13 @@ void MediaWriter::openEncoder(const FinishedFrame& first) {
     to.width = static_cast<int>(first.picture.size.width);
     to.height = static_cast<int>(first.picture.size.height);
     to.pix_fmt = pixelFormat(mKind, first.picture.size);
-    to.sample_aspect_ratio = mFormat.sampleAspect;
+    to.sample_aspect_ratio = mInfo.sampleAspect;
     to.color_range = AVCOL_RANGE_MPEG;
     to.colorspace = first.matrix;
-    to.color_primaries = mFormat.tags.primaries;
-    to.color_trc = mFormat.tags.transfer;
+    to.color_primaries = mInfo.primaries;
+    to.color_trc = mInfo.transfer;
     to.chroma_sample_location = AVCHROMA_LOC_CENTER;
-    to.framerate = {static_cast<int>(mFormat.rate.num), static_cast<int>(mFormat.rate.den)};
+    to.framerate = mInfo.rate;
     to.time_base = mKind.keepsTimes ? kMicroseconds : av_inv_q(to.framerate);
     if ((mMuxer->oformat->flags & AVFMT_GLOBALHEADER) != 0) {
         to.flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
@@ -93,12 +95,12 @@ void MediaWriter::openEncoder(const FinishedFrame& first) {
     avcodec_parameters_from_context(stream->codecpar, &to);
     stream->time_base = to.time_base;
     stream->avg_frame_rate = to.framerate;
-    stream->sample_aspect_ratio = mFormat.sampleAspect;
+    stream->sample_aspect_ratio = mInfo.sampleAspect;
 }
 
 void MediaWriter::addAudio() {
-    if (mFormat.audio == nullptr) return;
-    for (const AudioTracks::Track& track : mFormat.audio->tracks) {
+    if (mAudio == nullptr) return;
+    for (const AudioTracks::Track& track : mAudio->tracks) {
         const AVCodecID codec = track.parameters->codec_id;
         if (!mKind.keepsTimes || avformat_query_codec(mMuxer->oformat, codec, 0) != 1) {
             mLeftOut.emplace_back(avcodec_get_name(codec));
@@ -123,7 +125,7 @@ void MediaWriter::convert(const FinishedFrame& frame) {
         mFrame->format = mEncoder->pix_fmt;
         mFrame->width = mEncoder->width;
         mFrame->height = mEncoder->height;
-        mFrame->sample_aspect_ratio = mFormat.sampleAspect;
+        mFrame->sample_aspect_ratio = mInfo.sampleAspect;
         mFrame->color_range = mEncoder->color_range;
         mFrame->colorspace = mEncoder->colorspace;
         if (av_frame_get_buffer(mFrame.get(), 0) < 0) throw std::bad_alloc();
@@ -162,13 +164,13 @@ bool MediaWriter::encode(const AVFrame* frame) {
 }
 
 bool MediaWriter::writeAudio() {
-    if (mFormat.audio == nullptr) return true;
-    for (auto& packets = mFormat.audio->packets; !packets.empty(); packets.pop_front()) {
+    if (mAudio == nullptr) return true;
+    for (auto& packets = mAudio->packets; !packets.empty(); packets.pop_front()) {
         AVPacket& packet = *packets.front().data;
         const size_t track = packets.front().track;
         if (mStreamOfTrack[track] < 0) continue;
         packet.stream_index = mStreamOfTrack[track];
-        av_packet_rescale_ts(&packet, mFormat.audio->tracks[track].timeBase,
+        av_packet_rescale_ts(&packet, mAudio->tracks[track].timeBase,
                              mMuxer->streams[packet.stream_index]->time_base);
         packet.pos = -1;
         if (!write(&packet)) return false;

@@ -8,8 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "qozplay/media/FrameSink.h"
-#include "qozplay/media/FrameSource.h"
+#include "qozplay/media/Frames.h"
 #include "qozplay/media/MediaIo.h"
 #include "qozplay/media/OutputFile.h"
 
@@ -17,13 +16,6 @@ namespace qozplay {
 
 class MediaWriter final : public FrameSink {
   public:
-    struct Format {
-        Rate rate;  // of the frames that come out; y4m knows no other time
-        AVRational sampleAspect{1, 1};
-        ColourTags tags;
-        AudioTracks* audio = nullptr;  // null: none
-    };
-
     // What an ending stands for.
     struct Container {
         const char* ending;
@@ -32,8 +24,11 @@ class MediaWriter final : public FrameSink {
         bool keepsTimes;
     };
 
-    // Throws BadInput when the ending names no container of ours, or the file cannot be written.
-    MediaWriter(const std::string& path, const Format& format, const StopRequest& stop);
+    // `info` is of the frames that come out: y4m knows no other time than its rate. `audio` is null
+    // for none. Throws BadInput when the ending names no container of ours, or the file cannot be
+    // written.
+    MediaWriter(const std::string& path, const ClipInfo& info, AudioTracks* audio,
+                const StopRequest& stop);
 
     // The clip has one size: frames of another than the first are scaled to it.
     bool take(const FinishedFrame& frame) override;
@@ -59,7 +54,8 @@ class MediaWriter final : public FrameSink {
 
     const Container& mKind;
     OutputFile mFile;
-    const Format mFormat;
+    const ClipInfo mInfo;
+    AudioTracks* const mAudio;
     MediaIo mIo;
     AvPtr<AVFormatContext> mMuxer;
     AvPtr<AVCodecContext> mEncoder;

@@ -5,8 +5,8 @@
 // lines straight over the moving ground, and every few seconds a cut.
 #pragma once
 
-#include "qozplay/media/FrameSource.h"
-#include "qozplay/media/SceneArt.h"
+#include "qozplay/media/Canvas.h"
+#include "qozplay/media/Frames.h"
 
 namespace qozplay {
 
@@ -14,12 +14,9 @@ class Scene final : public FrameSource {
   public:
     static constexpr uint32_t kMinSide = 32;  // pixels; a scene below shows nothing
 
-    Scene(Size size, Rate rate, uint64_t frames);
+    Scene(Size size, AVRational rate, uint64_t frames);
 
-    Size size() const override { return mSize; }
-    Rate rate() const override { return mRate; }
-    std::optional<uint64_t> length() const override { return mFrames; }
-    bool next(uint8_t* rgba, size_t stride) override;
+    std::optional<int64_t> next(uint8_t* rgba, size_t stride) override;
 
   private:
     // Pixels that something has moved by the current frame at `speed` pixels a frame; speeds are
@@ -27,25 +24,21 @@ class Scene final : public FrameSource {
     float moved(float speed) const;
     int32_t scaled(float pixels) const;  // likewise
 
-    void drawLayer(const Surface& surface, const Layer& layer, float speed) const;
+    void drawLayer(const Surface& surface, const Image& layer, float speed) const;
     void drawGround(const Surface& surface) const;
+    void drawSprite(const Surface& surface, const Image& sprite, float x, float y, float radius,
+                    float angle) const;
     void drawObjects(const Surface& surface) const;
     void drawDisplay(const Surface& surface) const;
-    void drawThinLines(const Surface& surface) const;
 
-    const Size mSize;
-    const Rate mRate;
-    const uint64_t mFrames;
-    const float mScale;         // against a scene 720 rows high
     const uint32_t mHorizon;    // first row of the ground
-    const uint32_t mTileWidth;  // of every layer
-    Layer mSky;
-    Layer mFarRidge;
-    Layer mNearRidge;
-    Layer mGround;
-    Image mCrate;
-    Image mGear;
-    Image mBall;
+    const uint32_t mTileWidth;  // of every layer; a power of two
+    const Image mSky;
+    const Image mFarRidge;
+    const Image mNearRidge;
+    const Image mGround;
+    const Image mCrate;
+    const Image mBall;
     uint64_t mFrame = 0;
 };
 

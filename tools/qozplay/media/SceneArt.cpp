@@ -21,9 +21,17 @@ float smooth(float t) {
     return t * t * (3 - 2 * t);
 }
 
-// Height of the layer in units of its width: keeps grain as fine down the layer as along it.
-float aspectOf(Size size) {
-    return static_cast<float>(size.height) / static_cast<float>(size.width);
+// Smooth noise from 0 to 1 that repeats after `period` cells in x.
+float noise(float x, float y, uint32_t period, uint32_t seed) {
+    const float left = std::floor(x);
+    const float up = std::floor(y);
+    const auto column = static_cast<uint32_t>(left) % period;
+    const uint32_t next = (column + 1) % period;
+    const auto row = static_cast<uint32_t>(up);
+    const float tx = smooth(x - left);
+    return std::lerp(std::lerp(hashed(column, row, seed), hashed(next, row, seed), tx),
+                     std::lerp(hashed(column, row + 1, seed), hashed(next, row + 1, seed), tx),
+                     smooth(y - up));
 }
 
 // Three octaves; `cells` across the period.
@@ -41,30 +49,26 @@ Colour shade(Colour colour, float light) {
     return {channel(colour.r), channel(colour.g), channel(colour.b), colour.a};
 }
 
-Colour between(Colour from, Colour to, float t) {
-    const auto channel = [&](uint8_t a, uint8_t b) {
-        return static_cast<uint8_t>(std::lerp(static_cast<float>(a), static_cast<float>(b), t));
-    };
-    return {channel(from.r, to.r), channel(from.g, to.g), channel(from.b, to.b),
-            channel(from.a, to.a)};
-}
-
-// Calls `colourAt(u, v, x, y)` for every texel, u and v from 0 to 1.
+// A picture of `colourAt(u, v)`, with u from 0 to 1 and v as fine down as u is along.
 template <typename ColourAt>
-void paint(Image* image, ColourAt colourAt) {
-    const Surface surface = image->surface();
-    for (uint32_t y = 0; y < image->size.height; ++y) {
-        const float v = (static_cast<float>(y) + 0.5F) / static_cast<float>(image->size.height);
-        for (uint32_t x = 0; x < image->size.width; ++x) {
-            const float u = (static_cast<float>(x) + 0.5F) / static_cast<float>(image->size.width);
-            const Colour colour = colourAt(u, v, x, y);
-            uint8_t* texel = surface.at(x, y);
-            texel[0] = colour.r;
-            texel[1] = colour.g;
-            texel[2] = colour.b;
+Image painted(Size size, ColourAt colourAt) {
+    Image image(size);
+    const auto width = static_cast<float>(size.width);
+    for (uint32_t y = 0; y < size.height; ++y) {
+        for (uint32_t x = 0; x < size.width; ++x) {
+            const Colour colour = colourAt((static_cast<float>(x) + 0.5F) / width,
+                                           (static_cast<float>(y) + 0.5F) / width);
+            uint8_t* texel = image.surface().at(x, y);
+            mix(texel, {colour.r, colour.g, colour.b});
             texel[3] = colour.a;
         }
     }
+    return image;
+}
+
+// The height in the units of `painted`.
+float heightOf(Size size) {
+    return static_cast<float>(size.height) / static_cast<float>(size.width);
 }
 
 // Alpha that falls from 255 to 0 within two texels around `edge`, so turned edges do not crawl.
@@ -75,119 +79,65 @@ uint8_t coverage(float radius, float edge, uint32_t side) {
 
 }  // namespace
 
-float noise(float x, float y, uint32_t period, uint32_t seed) {
-    const float left = std::floor(x);
-    const float up = std::floor(y);
-    const auto column = static_cast<uint32_t>(left) % period;
-    const uint32_t next = (column + 1) % period;
-    const auto row = static_cast<uint32_t>(up);
-    const float tx = smooth(x - left);
-    return std::lerp(std::lerp(hashed(column, row, seed), hashed(next, row, seed), tx),
-                     std::lerp(hashed(column, row + 1, seed), hashed(next, row + 1, seed), tx),
-                     smooth(y - up));
-}
-
-Layer paintSky(Size size) {
-    Layer layer{Image(size), {}};
-    paint(&layer.image, [&](float u, float v, uint32_t x, uint32_t y) {
-        const Colour air = between({18, 24, 62}, {246, 150, 92}, v * v);
-        const float cloud =
-            smooth(std::clamp(grain(u, v * 1.5F, 8, 11) * 2.2F - 0.85F, 0.0F, 1.0F));
-        Colour colour = between(air, {255, 226, 205}, 0.65F * cloud * (0.35F + 0.65F * v));
-        const bool star = hashed(x / 2, y / 2, 5) > 0.9985F;
-        if (star && v < 0.55F) colour = between(colour, {255, 255, 240}, 0.9F * (1 - cloud));
-        return colour;
+Image paintSky(Size size) {
+    return painted(size, [height = heightOf(size)](float u, float v) {
+        const float light = 0.3F + 0.7F * v / height;
+        return shade({246, 190, 160}, light * (0.5F + grain(u, v, 8, 11)));
     });
-    return layer;
 }
 
-Layer paintRidge(Size size, float base, float relief, Colour rock, uint32_t seed) {
-    Layer layer{Image(size), std::vector<uint32_t>(size.width)};
-    const float aspect = aspectOf(size);
-    const auto height = static_cast<float>(size.height);
+Image paintRidge(Size size, float base, float relief, Colour rock, uint32_t seed) {
+    std::vector<float> line(size.width);
     for (uint32_t x = 0; x < size.width; ++x) {
         const float u = static_cast<float>(x) / static_cast<float>(size.width);
         const float peak = std::sin(u * kTurn * 3 + static_cast<float>(seed)) * 0.3F +
                            std::sin(u * kTurn * 7) * 0.2F + grain(u, 0, 12, seed) - 0.5F;
-        layer.top[x] = static_cast<uint32_t>(std::clamp(base - relief * peak, 0.0F, 1.0F) * height);
+        line[x] = (base - relief * peak) * heightOf(size);
     }
-    paint(&layer.image, [&](float u, float v, uint32_t x, uint32_t y) {
-        const float depth = static_cast<float>(y) - static_cast<float>(layer.top[x]);
-        const float snow = std::clamp(1 - depth / (0.035F * height), 0.0F, 0.7F);
-        const float strata =
-            0.12F * std::sin(v * 90 + 5 * noise(u * 24, v * aspect * 24, 24, seed));
-        return between(shade(rock, 0.55F + 0.9F * grain(u, v * aspect, 40, seed + 9) + strata),
-                       {235, 235, 250}, snow);
+    return painted(size, [&](float u, float v) {
+        if (v < line[static_cast<size_t>(u * static_cast<float>(size.width))])
+            return Colour{.a = 0};
+        return shade(rock, 0.5F + grain(u, v, 40, seed + 9));
     });
-    return layer;
 }
 
-Layer paintGround(Size size) {
-    Layer layer{Image(size), {}};
-    const float aspect = aspectOf(size);
-    paint(&layer.image, [&](float u, float v, uint32_t, uint32_t) {
-        const float turf = 0.5F + 0.9F * grain(u, v * aspect, 64, 31);
-        const bool tile = (static_cast<uint32_t>(u * 32) + static_cast<uint32_t>(v * 5)) % 2 == 0;
-        const Colour grass = tile ? Colour{58, 118, 62} : Colour{74, 140, 70};
-        const bool lane = v > 0.42F && v < 0.72F;
-        const bool dash = lane && std::abs(v - 0.57F) < 0.02F && std::fmod(u * 16, 1.0F) < 0.5F;
-        if (dash) return shade({240, 214, 120}, 0.7F + 0.3F * turf);
-        return shade(lane ? Colour{92, 88, 96} : grass, turf);
+Image paintGround(Size size) {
+    return painted(size, [height = heightOf(size)](float u, float v) {
+        const float down = v / height;
+        const bool road = down > 0.42F && down < 0.72F;
+        const bool dash = std::abs(down - 0.57F) < 0.02F && std::fmod(u * 16, 1.0F) < 0.5F;
+        const bool tile = static_cast<int>(u * 32 + std::floor(down * 5)) % 2 == 0;
+        Colour colour = tile ? Colour{58, 118, 62} : Colour{74, 140, 70};
+        if (road) colour = dash ? Colour{240, 214, 120} : Colour{92, 88, 96};
+        return shade(colour, 0.5F + 0.9F * grain(u, v, 64, 31));
     });
-    return layer;
 }
 
 Image paintCrate(uint32_t side) {
-    Image image({side, side});
-    paint(&image, [&](float u, float v, uint32_t, uint32_t) {
+    return painted({side, side}, [side](float u, float v) {
         const float x = 2 * u - 1;
         const float y = 2 * v - 1;
         const float edge = std::max(std::abs(x), std::abs(y));
-        const bool frame = edge > 0.72F && edge < 0.93F;
-        const bool brace = std::abs(std::abs(x) - std::abs(y)) < 0.12F && x * y < 0;
-        const float plank = std::fmod(v * 5, 1.0F) < 0.08F ? 0.45F : 1.0F;
-        const float wood = 0.65F + 0.6F * noise(u * 4, v * 32, 4, 41);
-        Colour colour = shade(frame || brace ? Colour{206, 152, 84} : Colour{150, 98, 52},
-                              wood * (frame || brace ? 1.0F : plank));
+        const bool brace = edge > 0.72F || (std::abs(std::abs(x) - std::abs(y)) < 0.12F);
+        Colour colour = shade(brace ? Colour{206, 152, 84} : Colour{150, 98, 52},
+                              0.65F + 0.6F * noise(u * 4, v * 32, 4, 41));
         colour.a = coverage(edge, 0.94F, side);
         return colour;
     });
-    return image;
-}
-
-Image paintGear(uint32_t side) {
-    Image image({side, side});
-    paint(&image, [&](float u, float v, uint32_t, uint32_t) {
-        const float x = 2 * u - 1;
-        const float y = 2 * v - 1;
-        const float radius = std::hypot(x, y);
-        const float tooth = std::sin(std::atan2(y, x) * 9);
-        const float rim = 0.82F + 0.1F * std::clamp(tooth * 4, -1.0F, 1.0F);
-        const float brushed = 0.75F + 0.35F * noise(radius * 26 + 4, 3 + 2 * tooth, 64, 51);
-        const bool spoke = radius < 0.6F && std::sin(std::atan2(y, x) * 5) > 0.35F;
-        Colour colour = shade(spoke ? Colour{70, 88, 120} : Colour{150, 176, 204}, brushed);
-        if (radius < 0.22F) colour = shade({226, 92, 70}, brushed);
-        colour.a = coverage(radius, rim, side);
-        return colour;
-    });
-    return image;
 }
 
 Image paintBall(uint32_t side) {
-    Image image({side, side});
-    paint(&image, [&](float u, float v, uint32_t, uint32_t) {
+    return painted({side, side}, [side](float u, float v) {
         const float x = 2 * u - 1;
         const float y = 2 * v - 1;
         const float radius = std::hypot(x, y);
-        const auto sector = static_cast<int>(std::floor((std::atan2(y, x) / kTurn + 0.5F) * 10));
+        const auto sector = static_cast<int>((std::atan2(y, x) / kTurn + 0.5F) * 10);
         const bool light = (sector + static_cast<int>(radius * 3.2F)) % 2 == 0;
-        const float round = std::sqrt(std::max(0.0F, 1 - radius * radius));
-        Colour colour =
-            shade(light ? Colour{250, 240, 226} : Colour{214, 54, 88}, 0.5F + 0.5F * round);
+        Colour colour = shade(light ? Colour{250, 240, 226} : Colour{214, 54, 88},
+                              0.5F + 0.5F * std::sqrt(std::max(0.0F, 1 - radius * radius)));
         colour.a = coverage(radius, 0.95F, side);
         return colour;
     });
-    return image;
 }
 
 }  // namespace qozplay

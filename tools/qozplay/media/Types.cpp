@@ -47,24 +47,23 @@ Size parseSize(const std::string& text) {
     return {static_cast<uint32_t>(width), static_cast<uint32_t>(height)};
 }
 
-Rate parseRate(const std::string& text) {
+AVRational parseRate(const std::string& text) {
     constexpr int kFastest = 100'000;  // interpolated frames have microseconds of their own
     AVRational rate{};
     if (av_parse_video_rate(&rate, text.c_str()) < 0 || rate.num / rate.den > kFastest) {
         throw BadInput(
             format("a rate looks like 30, 29.97 or 30000/1001, and is at most %d", kFastest));
     }
-    return {static_cast<uint32_t>(rate.num), static_cast<uint32_t>(rate.den)};
+    return rate;
 }
 
-int64_t timestampOf(Rate rate, uint64_t frame) {
-    const AVRational duration{static_cast<int>(rate.den), static_cast<int>(rate.num)};
-    return av_rescale_q(static_cast<int64_t>(frame), duration, {1, 1'000'000'000});
+int64_t timestampOf(AVRational rate, uint64_t frame) {
+    return av_rescale_q(static_cast<int64_t>(frame), av_inv_q(rate), {1, 1'000'000'000});
 }
 
-std::string toText(Rate rate) {
-    if (rate.num % rate.den == 0) return std::to_string(rate.num / rate.den);
-    return format("%.3f", static_cast<double>(rate.num) / rate.den);
+std::string toText(AVRational rate) {
+    return rate.num % rate.den == 0 ? std::to_string(rate.num / rate.den)
+                                    : format("%.3f", av_q2d(rate));
 }
 
 }  // namespace qozplay

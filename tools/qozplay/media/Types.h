@@ -2,6 +2,10 @@
 // Words that every part of the player uses.
 #pragma once
 
+extern "C" {
+#include <libavutil/rational.h>
+}
+
 #include "client/Pixels.h"
 #include "client/Types.h"
 
@@ -15,12 +19,6 @@ using qoz::client::Nv12View;
 using qoz::client::SessionFailed;
 using qoz::client::Size;
 using qoz::client::toText;
-
-// Frames a second, as a fraction: 30000/1001 has no finite decimal form. Both fit an int.
-struct Rate {
-    uint32_t num = 30;
-    uint32_t den = 1;
-};
 
 // What the user gave cannot be used: exit code 2.
 class BadInput : public std::runtime_error {
@@ -36,12 +34,12 @@ constexpr uint32_t kMaxSide = 16384;  // beyond that a header is taken for nonse
 // Each throws BadInput that says what is wrong with the text: "1280x720"; "30", "29.97" or
 // "30000/1001"; a whole decimal number of at most `limit`, nothing around it.
 Size parseSize(const std::string& text);
-Rate parseRate(const std::string& text);
+AVRational parseRate(const std::string& text);
 uint64_t parseNumber(const std::string& text, uint64_t limit);
 
 // Presentation time of a frame, nanoseconds.
-int64_t timestampOf(Rate rate, uint64_t frame);
+int64_t timestampOf(AVRational rate, uint64_t frame);
 
-std::string toText(Rate rate);
+std::string toText(AVRational rate);
 
 }  // namespace qozplay

@@ -1,84 +1,67 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "qozplay/report/Budget.h"
-
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <cmath>
-#include <optional>
+#include <map>
 #include <string_view>
+
+#include "qozplay/report/Stats.h"
 
 namespace qozplay {
 namespace {
-
-enum class Unit { Milliseconds, Plain };
-enum class Bound { AtMost, AtLeast };
 
 // A figure that can have a bound.
 struct Figure {
     std::string_view name;
     const char* place;  // in the figures of a session
-    Unit unit;
-    Bound bound;
+    bool time = false;  // in milliseconds
+    bool most = true;   // the bound is an upper one
 };
 
-constexpr std::array kFigures{
-    Figure{"p50", "/latency_ms/p50", Unit::Milliseconds, Bound::AtMost},
-    Figure{"p90", "/latency_ms/p90", Unit::Milliseconds, Bound::AtMost},
-    Figure{"p95", "/latency_ms/p95", Unit::Milliseconds, Bound::AtMost},
-    Figure{"p99", "/latency_ms/p99", Unit::Milliseconds, Bound::AtMost},
-    Figure{"max", "/latency_ms/max", Unit::Milliseconds, Bound::AtMost},
-    Figure{"blocked", "/blocked_ms/max", Unit::Milliseconds, Bound::AtMost},
-    Figure{"lost", "/buffers/lost", Unit::Plain, Bound::AtMost},
-    Figure{"missing", "/frames/missing", Unit::Plain, Bound::AtMost},
-    Figure{"refused", "/frames/refused", Unit::Plain, Bound::AtMost},
-    Figure{"flushed", "/frames/flushed", Unit::Plain, Bound::AtMost},
-    Figure{"source", "/frames/source", Unit::Plain, Bound::AtLeast},
-    Figure{"interpolated", "/frames/interpolated", Unit::Plain, Bound::AtLeast},
-    Figure{"fps", "/frames/out_per_second", Unit::Plain, Bound::AtLeast},
-};
+constexpr std::array kFigures{Figure{"p50", "/latency_ms/p50", true},
+                              Figure{"p90", "/latency_ms/p90", true},
+                              Figure{"p95", "/latency_ms/p95", true},
+                              Figure{"p99", "/latency_ms/p99", true},
+                              Figure{"max", "/latency_ms/max", true},
+                              Figure{"blocked", "/blocked_ms/max", true},
+                              Figure{"lost", "/buffers/lost"},
+                              Figure{"missing", "/frames/missing"},
+                              Figure{"refused", "/frames/refused"},
+                              Figure{"flushed", "/frames/flushed"},
+                              Figure{"source", "/frames/source", false, false},
+                              Figure{"interpolated", "/frames/interpolated", false, false},
+                              Figure{"fps", "/frames/out_per_second", false, false}};
 
 const Figure& find(std::string_view name) {
-    const auto* found = std::find_if(kFigures.begin(), kFigures.end(),
-                                     [&](const Figure& figure) { return figure.name == name; });
+    const auto* found = std::ranges::find(kFigures, name, &Figure::name);
     if (found != kFigures.end()) return *found;
     std::string names;
     for (const Figure& figure : kFigures)
-        names += (names.empty() ? "" : ", ") + std::string(figure.name);
+        names.append(names.empty() ? "" : ", ").append(figure.name);
     throw BadInput(std::string(name) + " is none of " + names);
-}
-
-// The factor from the word's unit to that of the figure; none for a word that is no unit of it.
-std::optional<double> scaleOf(std::string_view word, Unit unit) {
-    if (word.empty()) return 1;
-    if (unit == Unit::Plain) return std::nullopt;
-    if (word == "us") return 0.001;
-    if (word == "ms") return 1;
-    if (word == "s") return 1000;
-    return std::nullopt;
 }
 
 }  // namespace
 
 Limit parseLimit(const std::string& text) {
     const size_t equals = text.find('=');
-    if (equals == std::string::npos) {
+    if (equals == std::string::npos)
         throw BadInput("a bound looks like p95=8ms or interpolated=100");
-    }
-    const std::string name = text.substr(0, equals);
-    const Figure& figure = find(name);
+    const Figure& figure = find(std::string_view(text).substr(0, equals));
     const char* end = text.data() + text.size();
-    double value = 0;
+    double value = -1;  // also of what is no number; one too large for it stays
     const auto [stop, error] =
         std::from_chars(text.data() + equals + 1, end, value, std::chars_format::fixed);
-    const auto scale = scaleOf({stop, static_cast<size_t>(end - stop)}, figure.unit);
-    if (error != std::errc() || !scale || !std::isfinite(value) || value < 0) {
-        throw BadInput(figure.unit == Unit::Milliseconds ? "not a time like 8ms, 500us or 1.5s"
-                                                         : "not a number of 0 or more");
+    static const std::map<std::string_view, double> kUnits{
+        {"", 1}, {"us", 0.001}, {"ms", 1}, {"s", 1000}};
+    const auto unit = kUnits.find({stop, static_cast<size_t>(end - stop)});
+    if (!(value >= 0 && value <= 1e15) || unit == kUnits.end() || (!figure.time && stop != end)) {
+        throw BadInput(figure.time ? "not a time like 8ms, 500us or 1.5s"
+                                   : "not a number of 0 or more");
     }
-    return {name, value * *scale};
+    return {std::string(figure.name), value * unit->second};
 }
 
 std::vector<std::string> overBudget(const std::vector<Limit>& budget, const SessionStats& stats) {
@@ -87,14 +70,13 @@ std::vector<std::string> overBudget(const std::vector<Limit>& budget, const Sess
     for (const Limit& limit : budget) {
         const Figure& figure = find(limit.figure);
         const nlohmann::json& value = figures.at(nlohmann::json::json_pointer(figure.place));
-        const char* name = limit.figure.c_str();
-        const char* unit = figure.unit == Unit::Milliseconds ? " ms" : "";
-        const bool most = figure.bound == Bound::AtMost;
         if (value.is_null()) {
-            all.push_back(format("%s has a budget, and no frame came to measure it by", name));
-        } else if (most ? value.get<double>() > limit.value : value.get<double>() < limit.value) {
-            all.push_back(format("%s is %.6g%s, %s the budget of %.6g%s", name, value.get<double>(),
-                                 unit, most ? "over" : "under", limit.value, unit));
+            all.push_back(limit.figure + " has a budget, and no frame came to measure it by");
+        } else if (const auto is = value.get<double>();
+                   figure.most ? is > limit.value : is < limit.value) {
+            const char* unit = figure.time ? " ms" : "";
+            all.push_back(format("%s is %.6g%s, %s the budget of %.6g%s", limit.figure.c_str(), is,
+                                 unit, figure.most ? "over" : "under", limit.value, unit));
         }
     }
     return all;

@@ -85,14 +85,17 @@ PictureSummary::Grid PictureSummary::gridFor(Size size) {
     return {std::clamp(size.width / kCell, 1U, kMost), std::clamp(size.height / kCell, 1U, kMost)};
 }
 
-PictureSummary PictureSummary::ofRgba(const uint8_t* rgba, size_t stride, Size size, Grid grid) {
+PictureSummary PictureSummary::ofRgba(const qoz::client::LockedPixels& pixels, Size out) {
+    const Size size = pixels.size();
+    const Grid grid = gridFor({std::min(size.width, out.width), std::min(size.height, out.height)});
+    const uint8_t* rgba = pixels.data();
+    const size_t stride = pixels.stride() * 4;
     std::vector<Yuv> cells = cellsOf({{{rgba, stride, 4, size, 1},
                                        {rgba + 1, stride, 4, size, 1},
                                        {rgba + 2, stride, 4, size, 1}}},
                                      grid);
-    for (Yuv& cell : cells) {
-        cell = toYuv(cell, converterMatrix(size));
-    }
+    for (Yuv& cell : cells)
+        cell = toYuv(cell, usualMatrix(size));
     return {grid, std::move(cells)};
 }
 

@@ -6,7 +6,7 @@
 #include <array>
 #include <vector>
 
-#include "qozplay/media/Colour.h"
+#include "qozplay/media/Frames.h"
 
 namespace qozplay {
 
@@ -22,7 +22,8 @@ class PictureSummary {
     static Grid gridFor(Size size);
 
     // By the matrix that the converter applies to it.
-    static PictureSummary ofRgba(const uint8_t* rgba, size_t stride, Size size, Grid grid);
+    // In cells that are large enough in what comes out, too.
+    static PictureSummary ofRgba(const qoz::client::LockedPixels& pixels, Size out);
     static PictureSummary ofNv12(const Nv12View& view, Grid grid);
     static PictureSummary flat(double luma) { return PictureSummary({1, 1}, {{luma, 128, 128}}); }
 

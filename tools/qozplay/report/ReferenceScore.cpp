@@ -5,52 +5,48 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <array>
+#include <iterator>
 #include <utility>
 
-#include "qozplay/media/Colour.h"
-
 namespace qozplay {
+
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Likeness, psnr, ssim)
+
 namespace {
 
 using nlohmann::json;
 
 constexpr uint64_t kRounding = 1;  // microseconds between two ways to divide an interval
 
-constexpr std::array<std::pair<const char*, Likeness Score::*>, 3> kMakers{
-    {{"interpolated", &Score::interpolated},
-     {"repeated", &Score::repeated},
-     {"blended", &Score::blended}}};
+constexpr std::array kMakers{"interpolated", "repeated", "blended"};
 
-Likeness mean(const std::vector<Score>& scores, Likeness Score::*maker) {
-    Likeness sum;
+Likenesses mean(const std::vector<Score>& scores) {
+    Likenesses mean{};
+    const auto count = static_cast<double>(scores.size());
     for (const Score& score : scores) {
-        sum.psnr += (score.*maker).psnr;
-        sum.ssim += (score.*maker).ssim;
+        for (size_t i = 0; i < mean.size(); ++i) {
+            mean[i].psnr += score.made[i].psnr / count;
+            mean[i].ssim += score.made[i].ssim / count;
+        }
     }
-    const auto count = static_cast<double>(std::max<size_t>(scores.size(), 1));
-    return {sum.psnr / count, sum.ssim / count};
+    return mean;
 }
 
-Likeness least(const std::vector<Score>& scores, Likeness Score::*maker) {
-    if (scores.empty()) return {};
-    Likeness least = scores.front().*maker;
+Likenesses least(const std::vector<Score>& scores) {
+    Likenesses least = scores.empty() ? Likenesses{} : scores.front().made;
     for (const Score& score : scores) {
-        least.psnr = std::min(least.psnr, (score.*maker).psnr);
-        least.ssim = std::min(least.ssim, (score.*maker).ssim);
+        for (size_t i = 0; i < least.size(); ++i) {
+            least[i].psnr = std::min(least[i].psnr, score.made[i].psnr);
+            least[i].ssim = std::min(least[i].ssim, score.made[i].ssim);
+        }
     }
     return least;
 }
 
-json toJson(const Likeness& likeness) {
-    return {{"psnr", likeness.psnr}, {"ssim", likeness.ssim}};
-}
-
-std::string cells(const std::array<Likeness, kMakers.size()>& row) {
+std::string cells(const Likenesses& row) {
     std::string text;
-    for (const Likeness& cell : row) {
+    for (const Likeness& cell : row)
         text += format("  %6.2f %6.4f", cell.psnr, cell.ssim);
-    }
     return text + "\n";
 }
 
@@ -69,32 +65,57 @@ void weighRow(const uint8_t* rgba, const Shares& shares, uint32_t width, uint8_t
 
 }  // namespace
 
-ReferenceScore::ReferenceScore(Size size, uint32_t step) : mSize(size), mStep(step) {
-    if (std::min(size.width, size.height) < kMinSide) {
+ReferenceScore::ReferenceScore(std::unique_ptr<FrameSource> clip, uint32_t step)
+    : mClip(std::move(clip)), mSize(mClip->info().size), mStep(step) {
+    if (std::min(mSize.width, mSize.height) < kMinSide) {
         throw BadInput(format("--truth: no side may be below %u", kMinSide));
     }
+    mInfo = mClip->info();
+    mInfo.rate.den *= static_cast<int>(step);
+    if (mInfo.length) mInfo.length = (*mInfo.length + step - 1) / step;
+}
+
+// The frames held back count only once the given one after them is there: without it nothing is
+// made in their place.
+std::optional<int64_t> ReferenceScore::next(uint8_t* rgba, size_t stride) {
+    const size_t row = size_t{4} * mSize.width;
+    std::vector<Picture> held;
+    uint64_t frame = mNext;
+    for (; frame % mStep != 0; ++frame) {
+        mSpare.resize(row * mSize.height);
+        const std::optional<int64_t> time = mClip->next(mSpare.data(), row);
+        if (!time) return std::nullopt;
+        held.push_back(pictureOf(frame, *time, mSpare.data(), row));
+    }
+    const std::optional<int64_t> time = mClip->next(rgba, stride);
+    if (!time) return std::nullopt;
+    std::move(held.begin(), held.end(), std::back_inserter(mPictures));
+    mPictures.push_back(pictureOf(frame, *time, rgba, stride));
+    mNext = frame + 1;
+    return time;
 }
 
 // By the converter's own rule, so that the conversion costs no score.
-void ReferenceScore::keep(uint64_t frame, int64_t nanoseconds, const uint8_t* rgba, size_t stride) {
-    Picture picture{frame, static_cast<uint64_t>(nanoseconds) / 1000, {}};
-    picture.luma.resize(static_cast<size_t>(mSize.width) * mSize.height);
-    mSpare.resize(picture.luma.size());
-    const bool high = converterMatrix(mSize) == AVCOL_SPC_BT709;
-    for (uint32_t y = 0; y < mSize.height; ++y) {
-        weighRow(rgba + y * stride, high ? kBt709 : kBt601, mSize.width,
-                 picture.luma.data() + size_t{y} * mSize.width);
-    }
-    mPictures.push_back(std::move(picture));
+ReferenceScore::Picture ReferenceScore::pictureOf(uint64_t frame, int64_t nanoseconds,
+                                                  const uint8_t* rgba, size_t stride) const {
+    Picture picture{frame, static_cast<uint64_t>(nanoseconds) / 1000,
+                    Luma(size_t{mSize.width} * mSize.height)};
+    const Shares& shares = usualMatrix(mSize) == AVCOL_SPC_BT709 ? kBt709 : kBt601;
+    for (uint32_t y = 0; y < mSize.height; ++y)
+        weighRow(rgba + y * stride, shares, mSize.width, &picture.luma[size_t{y} * mSize.width]);
+    return picture;
 }
 
 bool ReferenceScore::take(const FinishedFrame& frame) {
-    const auto found = std::find_if(
-        mPictures.begin(), mPictures.end(),
-        [&](const Picture& picture) { return picture.timestamp + kRounding >= frame.timestamp; });
-    const bool known = found != mPictures.end() && found->timestamp <= frame.timestamp + kRounding;
-    if (known && found->frame % mStep != 0) score(frame, *found);
-    if (known && found->frame % mStep == 0) passed(found->timestamp);
+    const auto found = std::ranges::find_if(mPictures, [&](const Picture& picture) {
+        return picture.timestamp + kRounding >= frame.timestamp;
+    });
+    if (found == mPictures.end() || found->timestamp > frame.timestamp + kRounding) return true;
+    if (found->frame % mStep != 0) {
+        score(frame, *found);
+    } else {
+        passed(found->timestamp);
+    }
     return true;
 }
 
@@ -112,10 +133,11 @@ void ReferenceScore::score(const FinishedFrame& frame, Picture& truth) {
             return static_cast<uint8_t>((a * (mStep - phase) + b * phase + mStep / 2) / mStep);
         });
     const auto width = static_cast<int>(mSize.width);
-    mScores.frames.push_back({truth.frame, frame.timestamp,
-                              compare(frame.picture.luma, frame.picture.stride, truth.luma),
-                              compare(before.data(), width, truth.luma),
-                              compare(mSpare.data(), width, truth.luma)});
+    mScores.frames.push_back(
+        {truth.frame,
+         frame.timestamp,
+         {compare(frame.picture.luma, frame.picture.stride, truth.luma),
+          compare(before.data(), width, truth.luma), compare(mSpare.data(), width, truth.luma)}});
     truth.scored = true;
 }
 
@@ -127,11 +149,10 @@ Likeness ReferenceScore::compare(const uint8_t* luma, int stride, const Luma& tr
 }
 
 const ReferenceScore::Luma& ReferenceScore::lumaOf(uint64_t frame) const {
-    const auto found = std::find_if(mPictures.begin(), mPictures.end(),
-                                    [&](const Picture& picture) { return picture.frame == frame; });
+    const auto found = std::ranges::find(mPictures, frame, &Picture::frame);
     if (found == mPictures.end()) {
-        throw SessionFailed(format("--truth: a frame was made out of turn, without frame %llu",
-                                   static_cast<unsigned long long>(frame)));
+        throw SessionFailed(
+            format("--truth: a frame was made out of turn, without frame %llu", big(frame)));
     }
     return found->luma;
 }
@@ -145,74 +166,28 @@ void ReferenceScore::passed(uint64_t timestamp) {
     }
 }
 
-SubsampledSource::SubsampledSource(std::unique_ptr<FrameSource> clip, uint32_t step,
-                                   ReferenceScore& truth)
-    : mClip(std::move(clip)), mStep(step), mReference(truth) {}
-
-Rate SubsampledSource::rate() const {
-    const Rate rate = mClip->rate();
-    return {rate.num, rate.den * mStep};
-}
-
-std::optional<uint64_t> SubsampledSource::length() const {
-    const std::optional<uint64_t> length = mClip->length();
-    if (!length) return std::nullopt;
-    return (*length + mStep - 1) / mStep;
-}
-
-// The frames held back count only once the given one after them is there: without it nothing is
-// made in their place.
-bool SubsampledSource::next(uint8_t* rgba, size_t stride) {
-    const size_t row = size_t{4} * size().width;
-    const size_t picture = row * size().height;
-    const uint32_t held = mNext == 0 ? 0 : mStep - 1;
-    mHeld.resize(picture * held);
-    mHeldTimes.resize(held);
-    for (uint32_t i = 0; i < held; ++i) {
-        if (!mClip->next(mHeld.data() + picture * i, row)) return false;
-        mHeldTimes[i] = mClip->timeOf(mNext + i);
-    }
-    if (!mClip->next(rgba, stride)) return false;
-    for (uint32_t i = 0; i < held; ++i) {
-        mReference.keep(mNext++, mHeldTimes[i], mHeld.data() + picture * i, row);
-    }
-    mReference.keep(mNext, mClip->timeOf(mNext), rgba, stride);
-    ++mNext;
-    return true;
-}
-
 std::string toText(const Scores& scores) {
     std::string text = format("%-12s%6s %11s", "truth", "frame", "ms");
-    for (const auto& [name, maker] : kMakers) {
-        text += format("  %13s", name);
-    }
+    for (const char* maker : kMakers)
+        text += format("  %13s", maker);
     text += "  (PSNR of luma in dB, SSIM)\n";
     for (const Score& score : scores.frames) {
-        text += format("            %6llu %11.3f", static_cast<unsigned long long>(score.frame),
-                       static_cast<double>(score.timestamp) / 1000);
-        text += cells({score.interpolated, score.repeated, score.blended});
+        text += format("            %6llu %11.3f", big(score.frame),
+                       static_cast<double>(score.timestamp) / 1000) +
+                cells(score.made);
     }
-    const auto total = [&](const char* name, const auto& of) {
-        return format("%24s      ", name) +
-               cells({of(scores.frames, &Score::interpolated), of(scores.frames, &Score::repeated),
-                      of(scores.frames, &Score::blended)});
-    };
-    return text + total("mean", mean) + total("least", least);
+    return text + format("%24s      ", "mean") + cells(mean(scores.frames)) +
+           format("%24s      ", "least") + cells(least(scores.frames));
 }
 
 json toJson(const Scores& scores) {
-    json frames = json::array();
-    for (const Score& score : scores.frames) {
-        json frame{{"frame", score.frame}, {"timestamp_us", score.timestamp}};
-        for (const auto& [name, maker] : kMakers) {
-            frame[name] = toJson(score.*maker);
-        }
-        frames.push_back(std::move(frame));
-    }
-    json all{{"frames", std::move(frames)}, {"not_interpolated", scores.notInterpolated}};
-    for (const auto& [name, maker] : kMakers) {
-        all[name] = {{"mean", toJson(mean(scores.frames, maker))},
-                     {"least", toJson(least(scores.frames, maker))}};
+    json all{{"frames", json::array()}, {"not_interpolated", scores.notInterpolated}};
+    for (const Score& score : scores.frames)
+        all["frames"].push_back({{"frame", score.frame}, {"timestamp_us", score.timestamp}});
+    for (size_t i = 0; i < kMakers.size(); ++i) {
+        for (size_t n = 0; n < scores.frames.size(); ++n)
+            all["frames"][n][kMakers[i]] = scores.frames[n].made[i];
+        all[kMakers[i]] = {{"mean", mean(scores.frames)[i]}, {"least", least(scores.frames)[i]}};
     }
     return all;
 }

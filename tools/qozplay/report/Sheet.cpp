@@ -10,14 +10,13 @@
 namespace qozplay {
 namespace {
 
-constexpr uint32_t kCellWidth = 480;  // pixels
+constexpr int32_t kCellWidth = 480;  // pixels
 constexpr int32_t kMargin = 28;
 constexpr int32_t kGap = 16;
-constexpr int32_t kTitleDot = 3;
-constexpr int32_t kLabelDot = 2;
 constexpr int32_t kLabelRoom = 34;
 constexpr int32_t kBorder = 3;
-constexpr Colour kFaint{138, 144, 156};
+constexpr Colour kGround{22, 24, 29};
+constexpr Colour kInk{232, 234, 240};
 constexpr Colour kSourceColour{92, 200, 130};
 constexpr Colour kInterpolatedColour{242, 176, 72};
 
@@ -31,19 +30,15 @@ Image shrink(const FinishedFrame& frame) {
         frame.matrix == AVCOL_SPC_BT709 ? libyuv::kYvuH709Constants : libyuv::kYvuI601Constants;
     libyuv::NV21ToARGBMatrix(view.luma, view.stride, view.chroma, view.stride, whole.pixels.data(),
                              static_cast<int>(whole.stride()), &matrix, width, height);
-    const uint32_t cellHeight =
-        std::clamp(kCellWidth * view.size.height / view.size.width, 1U, 2 * kCellWidth);
-    Image cell({kCellWidth, cellHeight});
+    const int cellHeight = std::clamp(kCellWidth * height / width, 1, 2 * kCellWidth);
+    Image cell({kCellWidth, static_cast<uint32_t>(cellHeight)});
     libyuv::ARGBScale(whole.pixels.data(), static_cast<int>(whole.stride()), width, height,
-                      cell.pixels.data(), static_cast<int>(cell.stride()), kCellWidth,
-                      static_cast<int>(cellHeight), libyuv::kFilterBox);
+                      cell.pixels.data(), static_cast<int>(cell.stride()), kCellWidth, cellHeight,
+                      libyuv::kFilterBox);
     return cell;
 }
 
 }  // namespace
-
-Sheet::Sheet(std::string title, std::optional<std::pair<uint64_t, uint64_t>> window)
-    : mTitle(std::move(title)), mWindow(window) {}
 
 bool Sheet::take(const FinishedFrame& frame) {
     if (mWindow && frame.timestamp > mWindow->second) return true;
@@ -69,54 +64,44 @@ std::vector<Sheet::Row> Sheet::rows() const {
     return rows;
 }
 
-std::string Sheet::label(const Row& row, size_t column, const Psnr& psnr) {
+void Sheet::drawCell(const Surface& page, int32_t x, int32_t y, const Row& row, size_t column,
+                     const std::map<uint64_t, double>& psnr) {
     const Cell& cell = *row[column];
-    std::string text = cell.source ? "SOURCE" : "INTERPOLATED";
+    std::string label = cell.source ? "SOURCE" : "INTERPOLATED";
     const bool whole = row.back()->source;  // else nobody knows how many steps there are
-    if (!cell.source && whole) text += format(" %zu/%zu", column, row.size() - 1);
-    text += format("  %.3f MS", static_cast<double>(cell.timestamp) / 1000);
-    const auto known = psnr.find(cell.timestamp);
-    if (known != psnr.end()) text += format("  %.1f DB", known->second);
-    return text;
+    if (!cell.source && whole) label += format(" %zu/%zu", column, row.size() - 1);
+    label += format("  %.3f MS", static_cast<double>(cell.timestamp) / 1000);
+    if (psnr.contains(cell.timestamp)) label += format("  %.1f DB", psnr.at(cell.timestamp));
+    drawText(page, x, y, 2, label, kInk);
+    y += kLabelRoom;
+    const Image& picture = cell.picture;
+    const auto height = static_cast<int32_t>(picture.size.height);
+    fill(page, {x - kBorder, y - kBorder, kCellWidth + 2 * kBorder, height + 2 * kBorder},
+         cell.source ? kSourceColour : kInterpolatedColour);
+    libyuv::ARGBCopy(picture.pixels.data(), static_cast<int>(picture.stride()),
+                     page.at(static_cast<uint32_t>(x), static_cast<uint32_t>(y)),
+                     static_cast<int>(page.stride), kCellWidth, height);
 }
 
-void Sheet::drawCell(const Surface& surface, int32_t x, int32_t y, const Cell& cell,
-                     const std::string& label) {
-    const Colour colour = cell.source ? kSourceColour : kInterpolatedColour;
-    const Box frame{x - kBorder, y + kLabelRoom - kBorder,
-                    static_cast<int32_t>(cell.picture.size.width) + 2 * kBorder,
-                    static_cast<int32_t>(cell.picture.size.height) + 2 * kBorder};
-    fill(surface, {x, y, 14, 14}, colour);
-    drawText(surface, x + 24, y, kLabelDot, label, kInk);
-    outline(surface, frame, kBorder, colour);
-    paste(surface, x, y + kLabelRoom, cell.picture);
-}
-
-Image Sheet::draw(const Psnr& psnr) const {
+Image Sheet::draw(const std::map<uint64_t, double>& psnr) const {
     const std::vector<Row> all = rows();
     if (all.empty()) throw SessionFailed("no frame came out that a sheet could show");
     size_t columns = 0;
-    uint32_t cellHeight = 0;
-    for (const Row& row : all) {
+    for (const Row& row : all)
         columns = std::max(columns, row.size());
-        for (const Cell* cell : row) {
-            cellHeight = std::max(cellHeight, cell->picture.size.height);
-        }
-    }
-    const int32_t stepX = static_cast<int32_t>(kCellWidth) + kGap;
-    const int32_t stepY = kLabelRoom + static_cast<int32_t>(cellHeight) + 2 * kGap;
-    const int32_t head = kMargin + textHeight(kTitleDot) + kMargin;
-    const int32_t width = std::max(2 * kMargin + stepX * static_cast<int32_t>(columns) - kGap,
-                                   2 * kMargin + textWidth(mTitle, kTitleDot));
-    const int32_t height = head + stepY * static_cast<int32_t>(all.size()) + kGap;
+    uint32_t cellHeight = 0;
+    for (const Cell& cell : mCells)
+        cellHeight = std::max(cellHeight, cell.picture.size.height);
+    const int32_t stepX = kCellWidth + kGap;
+    const int32_t stepY = kLabelRoom + static_cast<int32_t>(cellHeight) + kGap;
+    const int32_t width = stepX * static_cast<int32_t>(columns) - kGap + 2 * kMargin;
+    const int32_t height = stepY * static_cast<int32_t>(all.size()) - kGap + 2 * kMargin;
     Image page({static_cast<uint32_t>(width), static_cast<uint32_t>(height)});
-    const Surface surface = page.surface();
-    fill(surface, {0, 0, width, height}, kGround);
-    drawText(surface, kMargin, kMargin, kTitleDot, mTitle, kFaint);
-    for (size_t r = 0; r < all.size(); ++r) {
-        for (size_t c = 0; c < all[r].size(); ++c) {
-            drawCell(surface, kMargin + stepX * static_cast<int32_t>(c),
-                     head + stepY * static_cast<int32_t>(r), *all[r][c], label(all[r], c, psnr));
+    fill(page.surface(), {0, 0, width, height}, kGround);
+    for (size_t row = 0; row < all.size(); ++row) {
+        for (size_t column = 0; column < all[row].size(); ++column) {
+            drawCell(page.surface(), kMargin + stepX * static_cast<int32_t>(column),
+                     kMargin + stepY * static_cast<int32_t>(row), all[row], column, psnr);
         }
     }
     return page;

@@ -6,29 +6,29 @@
 
 #include <deque>
 #include <map>
-#include <optional>
 #include <utility>
 
 #include "qozplay/media/Canvas.h"
-#include "qozplay/media/FrameSink.h"
+#include "qozplay/media/Frames.h"
 
 namespace qozplay {
 
 class Sheet final : public FrameSink {
   public:
     static constexpr uint32_t kIntervals = 2;
-    using Psnr = std::map<uint64_t, double>;  // microseconds, dB
+    using Window = std::optional<std::pair<uint64_t, uint64_t>>;  // microseconds
 
     // Keeps the frames with timestamps from `window->first` to `window->second`; without a window,
     // or as long as none of these has come, the last ones that come.
-    Sheet(std::string title, std::optional<std::pair<uint64_t, uint64_t>> window);
+    explicit Sheet(Window window) : mWindow(window) {}
 
     bool take(const FinishedFrame& frame) override;
 
     bool reachedWindow() const { return mReached; }
 
-    // `psnr` of frames for which it is known, by timestamp. Throws SessionFailed: no frame came.
-    Image draw(const Psnr& psnr = {}) const;
+    // `psnr`: dB of frames for which it is known, by timestamp. Throws SessionFailed: no frame
+    // came.
+    Image draw(const std::map<uint64_t, double>& psnr = {}) const;
 
   private:
     struct Cell {
@@ -39,12 +39,10 @@ class Sheet final : public FrameSink {
     using Row = std::vector<const Cell*>;
 
     std::vector<Row> rows() const;
-    static std::string label(const Row& row, size_t column, const Psnr& psnr);
-    static void drawCell(const Surface& surface, int32_t x, int32_t y, const Cell& cell,
-                         const std::string& label);
+    static void drawCell(const Surface& page, int32_t x, int32_t y, const Row& row, size_t column,
+                         const std::map<uint64_t, double>& psnr);
 
-    const std::string mTitle;
-    const std::optional<std::pair<uint64_t, uint64_t>> mWindow;
+    const Window mWindow;
     std::deque<Cell> mCells;
     bool mReached = false;
 };

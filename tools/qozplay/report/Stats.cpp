@@ -4,95 +4,84 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <utility>
 
 namespace qozplay {
 namespace {
 
 using nlohmann::json;
 
+constexpr std::array<std::pair<const char*, double>, 5> kShares{
+    {{"p50", 0.5}, {"p90", 0.9}, {"p95", 0.95}, {"p99", 0.99}, {"max", 1}}};
+
+// The values by nearest rank; null where there are none.
+json distribution(std::vector<double> values) {
+    std::ranges::sort(values);
+    json all;
+    for (const auto& [name, share] : kShares) {
+        const auto rank =
+            static_cast<size_t>(std::ceil(share * static_cast<double>(values.size())));
+        all[name] = values.empty() ? json() : json(values[rank - 1]);
+    }
+    return all;
+}
+
+std::string distributionText(const std::vector<double>& values) {
+    const json all = distribution(values);
+    std::string text;
+    for (const auto& [name, share] : kShares)
+        text += format("%s %.2f  ", name, all[name].is_null() ? 0 : all[name].get<double>());
+    return text;
+}
+
 // 0 for no time.
 double perSecond(uint64_t count, double seconds) {
     return seconds > 0 ? static_cast<double>(count) / seconds : 0;
 }
 
+std::string line(const char* name, const std::string& text) {
+    return format("%-13s%s\n", name, text.c_str());
+}
+
 std::string framesText(const SessionStats& stats) {
     const FrameTracker::Tally& frames = stats.frames;
-    std::string text = format("frames       %llu in, %llu out: %llu source and %llu interpolated\n",
-                              big(frames.in), big(frames.source + frames.interpolated),
-                              big(frames.source), big(frames.interpolated));
-    if (frames.flushed != 0) {
-        text += format("             %llu cleared away by a flush\n", big(frames.flushed));
-    }
-    return text;
-}
-
-std::string speedText(const SessionStats& stats) {
-    const FrameTracker::Tally& frames = stats.frames;
-    const double s = stats.seconds;
-    std::string text =
-        format("speed        %.1f frames in, %.1f out, %.1f interpolated a second, for %.2f s\n",
-               perSecond(frames.in, s), perSecond(frames.source + frames.interpolated, s),
-               perSecond(frames.interpolated, s), s);
-    text +=
-        format("latency      p50 %.1f  p90 %.1f  p95 %.1f  p99 %.1f  max %.1f ms from in to out\n",
-               percentile(frames.latencies, 0.5), percentile(frames.latencies, 0.9),
-               percentile(frames.latencies, 0.95), percentile(frames.latencies, 0.99),
-               percentile(frames.latencies, 1));
-    text += format("blocked      p50 %.2f  p99 %.2f  max %.2f ms for each source frame\n",
-                   percentile(stats.blocked, 0.5), percentile(stats.blocked, 0.99),
-                   percentile(stats.blocked, 1));
-    return text;
-}
-
-std::string buffersText(const SessionStats& stats) {
     const Ledger::Totals& totals = stats.ledger.totals();
-    return format("buffers      %llu queued, %llu returned, %zu lost, %llu refused\n",
-                  big(totals.queued), big(totals.returned), stats.ledger.outstanding(),
-                  big(totals.refused));
+    const uint64_t out = frames.source + frames.interpolated;
+    const double s = stats.seconds;
+    std::string text = line(
+        "frames", format("%llu in, %llu out: %llu source and %llu interpolated", big(frames.in),
+                         big(out), big(frames.source), big(frames.interpolated)));
+    if (frames.flushed != 0)
+        text += line("", format("%llu cleared away by a flush", big(frames.flushed)));
+    return text +
+           line("speed", format("%.1f frames in, %.1f out, %.1f interpolated a second, for %.2f s",
+                                perSecond(frames.in, s), perSecond(out, s),
+                                perSecond(frames.interpolated, s), s)) +
+           line("latency", distributionText(frames.latencies) + "ms from in to out") +
+           line("blocked", distributionText(stats.blocked) + "ms for each source frame") +
+           line("buffers",
+                format("%llu queued, %llu returned, %zu lost, %llu refused", big(totals.queued),
+                       big(totals.returned), stats.ledger.outstanding(), big(totals.refused)));
 }
 
 std::string changesText(const SessionStats& stats) {
     std::string text;
-    for (const ChangeNote& note : stats.changes) {
-        text += format("change       frame %llu: %s, blocked %.1f ms\n", big(note.change.frame),
-                       note.change.text.c_str(), note.blocked);
+    for (const auto& [change, blocked] : stats.changes) {
+        text += line("change", format("frame %llu: %s, blocked %.1f ms", big(change.frame),
+                                      change.text.c_str(), blocked));
     }
     for (const Change& change : stats.notReached) {
-        text += format("change       frame %llu: %s, not reached\n", big(change.frame),
-                       change.text.c_str());
+        text += line("change",
+                     format("frame %llu: %s, not reached", big(change.frame), change.text.c_str()));
     }
+    const std::string first = toText(stats.firstOutput);
     if (stats.firstOutput != stats.lastOutput) {
-        text += format("size         %s at first, %s at last; written as %s\n",
-                       toText(stats.firstOutput).c_str(), toText(stats.lastOutput).c_str(),
-                       toText(stats.firstOutput).c_str());
+        text += line("size", first + " at first, " + toText(stats.lastOutput) +
+                                 " at last; written as " + first);
     }
     return text;
-}
-
-std::string hostText(const RunStats& stats) {
-    std::string text;
-    if (stats.lateBuffers) {
-        text += format("memory       %llu graphic buffers made after frame 10",
-                       big(stats.lateBuffers->component));
-        if (stats.lateBuffers->player != 0) {
-            text += format(", and %llu by the player", big(stats.lateBuffers->player));
-        }
-        text += "\n";
-    }
-    text += format("descriptors  %d before, %d after\n", stats.descriptorsBefore,
-                   stats.descriptorsAfter);
-    if (stats.faultsFired != 0) text += format("faults       %llu fired\n", big(stats.faultsFired));
-    return text;
-}
-
-json distribution(const std::vector<double>& values) {
-    if (values.empty()) return {{"p50", {}}, {"p90", {}}, {"p95", {}}, {"p99", {}}, {"max", {}}};
-    return {{"p50", percentile(values, 0.5)},
-            {"p90", percentile(values, 0.9)},
-            {"p95", percentile(values, 0.95)},
-            {"p99", percentile(values, 0.99)},
-            {"max", percentile(values, 1)}};
 }
 
 json sizeJson(Size size) {
@@ -101,15 +90,16 @@ json sizeJson(Size size) {
 
 json framesJson(const SessionStats& stats) {
     const FrameTracker::Tally& frames = stats.frames;
+    const uint64_t out = frames.source + frames.interpolated;
     return {{"in", frames.in},
-            {"out", frames.source + frames.interpolated},
+            {"out", out},
             {"source", frames.source},
             {"interpolated", frames.interpolated},
             {"refused", frames.refused},
             {"flushed", frames.flushed},
             {"missing", frames.missing},
             {"out_of_order", frames.backwards},
-            {"out_per_second", perSecond(frames.source + frames.interpolated, stats.seconds)},
+            {"out_per_second", perSecond(out, stats.seconds)},
             {"interpolated_per_second", perSecond(frames.interpolated, stats.seconds)}};
 }
 
@@ -122,41 +112,108 @@ json buffersJson(const Ledger& ledger) {
 
 json changesJson(const SessionStats& stats) {
     json all = json::array();
-    for (const ChangeNote& note : stats.changes) {
-        all.push_back({{"frame", note.change.frame},
-                       {"change", note.change.text},
-                       {"blocked_ms", note.blocked}});
-    }
-    for (const Change& change : stats.notReached) {
+    for (const auto& [change, blocked] : stats.changes)
+        all.push_back({{"frame", change.frame}, {"change", change.text}, {"blocked_ms", blocked}});
+    for (const Change& change : stats.notReached)
         all.push_back({{"frame", change.frame}, {"change", change.text}, {"reached", false}});
+    return all;
+}
+
+void note(std::vector<std::string>* out, uint64_t count, const char* one, const char* many) {
+    if (count != 0) out->push_back(format("%llu %s", big(count), count == 1 ? one : many));
+}
+
+// A client does not see the buffers that the service reads, but each one that does not come back
+// has the component make another. A change of the stream makes it, too.
+bool keepsInputs(const RunStats& stats) {
+    uint64_t frames = 0;
+    for (const SessionStats& session : stats.sessions) {
+        if (!session.changes.empty()) return false;
+        frames += session.frames.in - std::min(session.frames.in, kWarmUpFrames);
     }
+    // A busy machine has a frame or two more in flight late in a clip.
+    constexpr uint64_t kFrames = 16;
+    return stats.lateBuffers && frames >= kFrames && *stats.lateBuffers >= frames;
+}
+
+std::vector<std::string> failures(const SessionStats& stats) {
+    std::vector<std::string> all;
+    if (!stats.violation.empty()) all.push_back("--verify: " + stats.violation);
+    if (!stats.failure.empty()) all.push_back(stats.failure);
+    if (stats.ledger.outstanding() != 0) {
+        all.emplace_back("were never returned:");
+        for (const auto& [port, slot] : stats.ledger.missing())
+            all.back() += format(" %s", qoz::client::bufferName(port, slot).c_str());
+    }
+    const Ledger::Totals& totals = stats.ledger.totals();
+    note(&all, totals.doubled, "buffer was returned that was not outstanding",
+         "buffers were returned that were not outstanding");
+    note(&all, totals.wrongPort, "buffer was returned on the wrong port",
+         "buffers were returned on the wrong port");
+    note(&all, stats.frames.refused, "source frame was refused", "source frames were refused");
+    note(&all, stats.frames.missing, "source frame never came out", "source frames never came out");
+    note(&all, stats.frames.backwards, "frame came out of order", "frames came out of order");
     return all;
 }
 
 }  // namespace
 
-double percentile(std::vector<double> values, double share) {
-    if (values.empty()) return 0;
-    const auto rank = std::ceil(share * static_cast<double>(values.size()));
-    const size_t index = rank < 1 ? 0 : static_cast<size_t>(rank) - 1;
-    std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(index),
-                     values.end());
-    return values[index];
+std::vector<std::string> failures(const RunStats& stats) {
+    std::vector<std::string> all;
+    for (size_t i = 0; i < stats.sessions.size(); ++i) {
+        std::vector<std::string> own = failures(stats.sessions[i]);
+        std::ranges::move(overBudget(stats.budget, stats.sessions[i]), std::back_inserter(own));
+        for (const std::string& finding : own) {
+            all.push_back(stats.sessions.size() == 1
+                              ? finding
+                              : format("session %zu: %s", i + 1, finding.c_str()));
+        }
+    }
+    if (stats.truth && stats.truth->frames.empty())
+        all.emplace_back("no frame was interpolated that could be compared with one held out");
+    if (stats.truth) {
+        note(&all, stats.truth->notInterpolated, "frame held out was not interpolated",
+             "frames held out were not interpolated");
+    }
+    all.insert(all.end(), stats.failures.begin(), stats.failures.end());
+    for (const std::string& fault : stats.unfiredFaults)
+        all.push_back("--fault " + fault + " never fired");
+    if (keepsInputs(stats)) {
+        all.push_back(
+            format("the service keeps its inputs: the component had to make %llu graphic "
+                   "buffers after frame %llu",
+                   big(*stats.lateBuffers), big(kWarmUpFrames)));
+    }
+    // A session whose flush has failed stays open after disable(), with what it holds, until the
+    // service ends: its failure is the cause, and has been named.
+    const bool isAnyLeftOpen =
+        std::ranges::any_of(stats.sessions, [](const auto& one) { return !one.failure.empty(); });
+    if (!isAnyLeftOpen && stats.descriptorsAfter > stats.descriptorsBefore) {
+        all.push_back(format("%d descriptors were open before and %d after",
+                             stats.descriptorsBefore, stats.descriptorsAfter));
+    }
+    return all;
 }
 
 std::string summary(const RunStats& stats) {
-    std::string text = "input        " + stats.input + "\n";
-    text += "settings     " + stats.settings + "\n";
-    if (!stats.output.empty()) text += "output       " + stats.output + "\n";
+    std::string text = line("input", stats.input) + line("settings", stats.settings);
+    if (!stats.output.empty()) text += line("output", stats.output);
     for (size_t i = 0; i < stats.sessions.size(); ++i) {
         const SessionStats& session = stats.sessions[i];
         if (stats.sessions.size() > 1) text += format("session %zu\n", i + 1);
-        text +=
-            framesText(session) + speedText(session) + buffersText(session) + changesText(session);
-        if (!session.verified.empty()) text += "verified     " + session.verified + "\n";
+        text += framesText(session) + changesText(session);
+        if (!session.verified.empty()) text += line("verified", session.verified);
     }
     if (stats.truth) text += toText(*stats.truth);
-    return text + hostText(stats);
+    if (stats.lateBuffers) {
+        text += line("memory", format("%llu graphic buffers made after frame %llu",
+                                      big(*stats.lateBuffers), big(kWarmUpFrames)));
+    }
+    text += line("descriptors",
+                 format("%d before, %d after", stats.descriptorsBefore, stats.descriptorsAfter));
+    if (stats.faultsFired != 0)
+        text += line("faults", format("%llu fired", big(stats.faultsFired)));
+    return text;
 }
 
 json toJson(const SessionStats& stats) {
@@ -174,19 +231,14 @@ json toJson(const SessionStats& stats) {
 
 json toJson(const RunStats& stats) {
     json sessions = json::array();
-    for (const SessionStats& session : stats.sessions) {
+    for (const SessionStats& session : stats.sessions)
         sessions.push_back(toJson(session));
-    }
-    json late;  // null for a clip that was too short
-    if (stats.lateBuffers) {
-        late = {{"component", stats.lateBuffers->component}, {"player", stats.lateBuffers->player}};
-    }
     return {
         {"input", stats.input},
         {"settings", stats.settings},
         {"output", stats.output},
         {"sessions", sessions},
-        {"buffers_made_after_frame_10", late},
+        {"buffers_made_after_frame_10", stats.lateBuffers ? json(*stats.lateBuffers) : json()},
         {"descriptors", {{"before", stats.descriptorsBefore}, {"after", stats.descriptorsAfter}}},
         {"faults_fired", stats.faultsFired},
         {"truth", stats.truth ? toJson(*stats.truth) : json()},

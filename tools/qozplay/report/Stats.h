@@ -42,12 +42,6 @@ struct SessionStats {
 // Source frames of a session after which the component has all the buffers that it needs.
 constexpr uint64_t kWarmUpFrames = 10;
 
-// Graphic buffers made once every session had sent its first ten frames.
-struct LateBuffers {
-    uint64_t component = 0;
-    uint64_t player = 0;  // rings that follow a change
-};
-
 // A bound for one of the figures, milliseconds where it is a time.
 struct Limit {
     std::string figure;
@@ -60,22 +54,25 @@ struct RunStats {
     std::string settings;
     std::string output;
     std::vector<SessionStats> sessions;
-    std::optional<LateBuffers> lateBuffers;  // none: the clip was too short
-    int descriptorsBefore = 0;               // open before the first session was enabled ...
-    int descriptorsAfter = 0;                // ... and after the last one was disabled
+    // Graphic buffers that the components made once every session had sent its first ten frames;
+    // none: the clip was too short.
+    std::optional<uint64_t> lateBuffers;
+    int descriptorsBefore = 0;  // open before the first session was enabled ...
+    int descriptorsAfter = 0;   // ... and after the last one was disabled
     uint64_t faultsFired = 0;
     std::vector<std::string> unfiredFaults;  // as given
-    std::optional<uint64_t> vectorsOf;       // frame whose vectors are shown; none: nobody asked
     std::optional<Scores> truth;             // none: nobody asked
     std::vector<Limit> budget;
     std::vector<std::string> failures;  // beside those of the sessions
 };
 
-// Nearest rank; `share` from 0 to 1. 0 for no values.
-double percentile(std::vector<double> values, double share);
+// "p95=8ms", "lost=0", "interpolated=100". Throws BadInput.
+Limit parseLimit(const std::string& text);
 
-// One sentence for each thing that is off.
-std::vector<std::string> failures(const SessionStats& stats);
+// One sentence for each figure beyond its bound.
+std::vector<std::string> overBudget(const std::vector<Limit>& budget, const SessionStats& stats);
+
+// One sentence for each thing that is off; any makes the run a failed one.
 std::vector<std::string> failures(const RunStats& stats);
 
 std::string summary(const RunStats& stats);

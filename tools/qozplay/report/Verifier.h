@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "client/Ledger.h"
-#include "qozplay/media/FrameSink.h"
+#include "qozplay/media/Frames.h"
 #include "qozplay/report/PictureSummary.h"
 
 namespace qozplay {

@@ -1,29 +1,58 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "qozplay/run/Ending.h"
 
+#include <android-base/thread_annotations.h>
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <memory>
-#include <new>
+#include <mutex>
 #include <system_error>
 #include <thread>
 #include <utility>
 
 #include "qozplay/media/Types.h"
-#include "qozplay/run/TemporaryFolder.h"
 
 namespace qozplay {
 namespace {
+
+namespace fs = std::filesystem;
 
 // Freed when all memory is used up, for what still has to be done.
 std::unique_ptr<char[]> gReserve;
 
 void say(const char* text) {
     (void)!write(STDERR_FILENO, text, std::strlen(text));
+}
+
+std::mutex gLock;
+fs::path gFolder GUARDED_BY(gLock);       // the temporary folder that exists
+bool gForGood GUARDED_BY(gLock) = false;  // the process is about to end: none is made any more
+
+// Under another name first: whoever is about to make something in the folder does not find it, so
+// that all of it goes.
+void removeFolder() REQUIRES(gLock) {
+    if (gFolder.empty()) return;
+    const fs::path going = gFolder.string() + ".going";
+    std::error_code ignored;  // what cannot be removed stays
+    fs::rename(gFolder, going, ignored);
+    fs::remove_all(ignored ? gFolder : going, ignored);
+    gFolder.clear();
+}
+
+// Nothing temporary stays.
+[[noreturn]] void endWith(int code) {
+    try {
+        const std::lock_guard lock(gLock);
+        gForGood = true;
+        removeFolder();
+    } catch (...) {  // there is nobody left to tell
+    }
+    _exit(code);
 }
 
 [[noreturn]] void endNow() {
@@ -38,8 +67,7 @@ void say(const char* text) {
         say("ended for an unknown reason");
     }
     say("\n");
-    TemporaryFolder::removeForGood();
-    _exit(1);
+    endWith(1);
 }
 
 void waitForSignals(const sigset_t& signals, StopRequest& stop) {
@@ -47,8 +75,7 @@ void waitForSignals(const sigset_t& signals, StopRequest& stop) {
     sigwait(&signals, &signal);
     stop.request(signal);
     sigwait(&signals, &signal);
-    TemporaryFolder::removeForGood();
-    _exit(128 + signal);
+    endWith(128 + signal);
 }
 
 }  // namespace
@@ -85,6 +112,23 @@ void stopOnSignals(StopRequest& stop) {
     } catch (const std::system_error&) {  // then they end it at once, as they always did
         pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
     }
+}
+
+TemporaryFolder::TemporaryFolder() {
+    const std::lock_guard lock(gLock);
+    std::error_code error;
+    std::string pattern = (fs::temp_directory_path(error) / "qozplay-XXXXXX").string();
+    if (error || gForGood || mkdtemp(pattern.data()) == nullptr) {
+        throw BadInput(
+            "no folder for temporary files can be made; the variable TMPDIR names where, else "
+            "it is /tmp");
+    }
+    gFolder = mPath = pattern;
+}
+
+TemporaryFolder::~TemporaryFolder() {
+    const std::lock_guard lock(gLock);
+    removeFolder();
 }
 
 }  // namespace qozplay

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// The ways in which the process may have to end.
+// The ways in which the process may have to end, and what then may not stay behind.
 #pragma once
+
+#include <filesystem>
 
 #include "qozplay/media/StopRequest.h"
 
@@ -18,5 +20,22 @@ void endPlainly();
 // other thread is made: all of them leave these signals to the one that waits for them here. `stop`
 // lasts as long as the process.
 void stopOnSignals(StopRequest& stop);
+
+// A folder for what a run needs for its own duration; a run has one at most. It is gone with the
+// object, and also when the process ends at once and no object is destroyed.
+class TemporaryFolder {
+  public:
+    // Throws BadInput.
+    TemporaryFolder();
+    ~TemporaryFolder();
+
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+    const std::filesystem::path& path() const { return mPath; }
+
+  private:
+    std::filesystem::path mPath;
+};
 
 }  // namespace qozplay

@@ -5,17 +5,12 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <system_error>
 #include <utility>
 
-#include "qozplay/report/VectorPicture.h"
-
 namespace qozplay {
 namespace {
-
-Rate outputRate(const Options& options, Rate rate) {
-    return {rate.num * (options.interp + 1), rate.den};
-}
 
 // The same file under whatever two names, be it there already or not. A device may be named twice.
 bool isSame(const std::string& one, const std::string& other) {
@@ -51,30 +46,21 @@ std::unique_ptr<OutputFile> opened(const std::string& path) {
 }
 
 // The intervals around the middle.
-std::optional<std::pair<uint64_t, uint64_t>> sheetWindow(const Options& options,
-                                                         const FrameSource& source) {
-    const std::optional<uint64_t> middle = middleFrame(options, source);
+Sheet::Window sheetWindow(std::optional<uint64_t> middle, AVRational rate) {
     if (!middle) return std::nullopt;
     const uint64_t first = *middle - std::min<uint64_t>(*middle, Sheet::kIntervals / 2);
     const auto at = [&](uint64_t frame) {
-        return static_cast<uint64_t>(timestampOf(source.rate(), frame) / 1000);
+        return static_cast<uint64_t>(timestampOf(rate, frame) / 1000);
     };
     return std::make_pair(at(first), at(first + Sheet::kIntervals));
 }
 
-std::string sheetTitle(const Options& options, const FrameSource& source) {
-    return format("QOZPLAY   %s   %s > %s FPS   UPSCALE %sX", toText(source.size()).c_str(),
-                  toText(source.rate()).c_str(), toText(outputRate(options, source.rate())).c_str(),
-                  options.aisOnly ? "2" : kUpscaleRatios.at(options.upscaleIndex).data());
-}
-
 // Of the frames that have been scored.
-Sheet::Psnr psnrOf(const RunStats& stats) {
-    Sheet::Psnr known;
+std::map<uint64_t, double> psnrOf(const RunStats& stats) {
+    std::map<uint64_t, double> known;
     if (!stats.truth) return known;
-    for (const Score& score : stats.truth->frames) {
-        known[score.timestamp] = score.interpolated.psnr;
-    }
+    for (const Score& score : stats.truth->frames)
+        known[score.timestamp] = score.made[0].psnr;
     return known;
 }
 
@@ -83,31 +69,62 @@ void savePng(OutputFile& file, const Image& image) {
     file.commit();
 }
 
-}  // namespace
-
-std::optional<uint64_t> middleFrame(const Options& options, const FrameSource& source) {
-    if (options.sheetAt) return options.sheetAt;
-    std::optional<uint64_t> length = source.length();
-    if (options.frames) length = std::min(*options.frames, length.value_or(*options.frames));
-    if (!length) return std::nullopt;
-    return *length / 2;
+// The field is drawn in cells of one colour with an arrow of pure white and yellow in the middle;
+// grey cells are at rest. The frame shows through without colours of its own.
+void layOver(const Surface& frame, const Image& field) {
+    constexpr uint8_t kTint = 150;  // of 255
+    for (uint32_t y = 0; y < frame.size.height; ++y) {
+        for (uint32_t x = 0; x < frame.size.width; ++x) {
+            uint8_t* pixel = frame.at(x, y);
+            const auto grey =
+                static_cast<uint8_t>((pixel[0] * 77 + pixel[1] * 150 + pixel[2] * 29) / 256);
+            const uint8_t* over = field.pixels.data() + field.stride() * y + size_t{4} * x;
+            const bool arrow = over[0] == 255 && over[1] == 255;
+            const bool rest = over[0] == over[1] && over[1] == over[2];
+            mix(pixel, {grey, grey, grey});
+            if (arrow || !rest) {
+                mix(pixel, {over[0], over[1], over[2], arrow ? uint8_t{255} : kTint});
+            }
+        }
+    }
 }
 
+// A frame with its motion field laid over it. A client does not see the vectors; the component has
+// dumped them as pictures, the field from a frame to the next with the next.
+Image drawVectors(const std::filesystem::path& folder, uint64_t frame) {
+    std::optional<Image> picture = readPng(folder / format("%05llu_Game_Source.png", big(frame)));
+    const std::optional<Image> field = readPng(folder / format("%05llu_FW_MV.png", big(frame + 1)));
+    if (!picture || !field || field->size.width < picture->size.width ||
+        field->size.height < picture->size.height) {
+        throw SessionFailed(
+            format("--vectors: there are none from frame %llu to the next", big(frame)));
+    }
+    layOver(picture->surface(), *field);
+    return *std::move(picture);
+}
+
+}  // namespace
+
 Outputs::Outputs(const Options& options, FrameSource& source, const StopRequest& stop)
-    : mOptions(options), mRate(outputRate(options, source.rate())) {
+    : mOptions(options), mInfo(source.info()), mMiddle(options.sheetAt) {
     refuseCollisions(options);
-    if (!options.output.empty()) {
-        const MediaWriter::Format format{mRate, source.sampleAspect(), source.colourTags(),
-                                         source.audio()};
-        mClip = std::make_unique<MediaWriter>(options.output, format, stop);
-    }
+    if (!mMiddle && (mInfo.length || options.frames))
+        mMiddle =
+            std::min(options.frames.value_or(UINT64_MAX), mInfo.length.value_or(UINT64_MAX)) / 2;
+    const AVRational given = mInfo.rate;
+    mInfo.rate.num *= static_cast<int>(options.interp + 1);
+    if (!options.output.empty())
+        mClip = std::make_unique<MediaWriter>(options.output, mInfo, source.audio(), stop);
     mSheetFile = opened(options.sheet);
-    if (mSheetFile != nullptr) {
-        mSheet = std::make_unique<Sheet>(sheetTitle(options, source), sheetWindow(options, source));
-    }
+    if (mSheetFile != nullptr) mSheet = std::make_unique<Sheet>(sheetWindow(mMiddle, given));
     mVectors = opened(options.vectors);
     mTrace = opened(options.trace);
     mStats = opened(options.stats);
+}
+
+std::optional<uint64_t> Outputs::vectorsOf() const {
+    if (mVectors == nullptr) return std::nullopt;
+    return mMiddle.value_or(0);
 }
 
 std::vector<FrameSink*> Outputs::sinks() const {
@@ -146,8 +163,7 @@ void Outputs::save(RunStats* stats, const std::filesystem::path& folder) {
         }
     }
     if (mVectors != nullptr) {
-        const uint64_t frame = stats->vectorsOf.value_or(0);
-        attempt(stats, [&] { savePng(*mVectors, drawVectors(folder, frame)); });
+        attempt(stats, [&] { savePng(*mVectors, drawVectors(folder, *vectorsOf())); });
     }
     if (mStats == nullptr) return;
     attempt(stats, [&] {
@@ -158,7 +174,7 @@ void Outputs::save(RunStats* stats, const std::filesystem::path& folder) {
 
 std::string Outputs::clipText() const {
     std::string text = format("%s, %llu frames, %s fps", mOptions.output.c_str(),
-                              big(mClip->frames()), toText(mRate).c_str());
+                              big(mClip->frames()), toText(mInfo.rate).c_str());
     const bool paced = std::ranges::none_of(
         mOptions.changes, [](const Change& change) { return change.kind == Change::Kind::Interp; });
     if (!paced && !mClip->keepsTimes()) text += format(", timed for interp %u", mOptions.interp);

@@ -10,10 +10,8 @@
 #include <vector>
 
 #include "qozplay/cli/Options.h"
-#include "qozplay/media/FrameSource.h"
 #include "qozplay/media/MediaWriter.h"
 #include "qozplay/report/Sheet.h"
-#include "qozplay/run/Simulator.h"
 
 namespace qozplay {
 
@@ -23,6 +21,9 @@ class Outputs {
     Outputs(const Options& options, FrameSource& source, const StopRequest& stop);
 
     std::vector<FrameSink*> sinks() const;
+
+    // The frame whose vectors are shown; none: nobody asked.
+    std::optional<uint64_t> vectorsOf() const;
 
     // Each on its own; what cannot be saved is a sentence more in `stats->failures`. The figures,
     // which tell of all of it, come last. `folder` has what the component dumped.
@@ -34,13 +35,11 @@ class Outputs {
     std::string clipText() const;
 
     const Options& mOptions;
-    const Rate mRate;  // of the frames that come out
+    ClipInfo mInfo;                   // of the frames that come out
+    std::optional<uint64_t> mMiddle;  // source frame that pictures are made of; none: not known
     std::unique_ptr<MediaWriter> mClip;
     std::unique_ptr<Sheet> mSheet;
     std::unique_ptr<OutputFile> mSheetFile, mVectors, mTrace, mStats;
 };
-
-// The source frame that pictures are made of; none when the length of the clip is not known.
-std::optional<uint64_t> middleFrame(const Options& options, const FrameSource& source);
 
 }  // namespace qozplay

@@ -21,7 +21,7 @@ constexpr uint64_t kSceneFrames = 120;
 constexpr char kNoStandardOutput[] = "cannot write to standard output";
 
 std::unique_ptr<FrameSource> openSource(const Options& options, const StopRequest& stop) {
-    const Rate rate = options.rate.value_or(Rate{});
+    const AVRational rate = options.rate.value_or(AVRational{30, 1});
     const uint64_t step = options.truth.value_or(1);  // --frames counts those that are given
     if (!options.input.empty()) {
         return std::make_unique<MediaReader>(options.input, options.rawSize, rate, stop);
@@ -46,7 +46,7 @@ std::string inputText(const Options& options, const FrameSource& source) {
     const std::string name = options.input.empty()  ? "built-in scene"
                              : options.input == "-" ? "standard input"
                                                     : options.input;
-    return name + " " + toText(source.size()) + ", " + toText(source.rate()) + " fps";
+    return name + " " + toText(source.info().size) + ", " + toText(source.info().rate) + " fps";
 }
 
 SessionPlan planOf(const Options& options, uint32_t session) {
@@ -72,7 +72,6 @@ class Player {
   private:
     using Sessions = std::vector<std::unique_ptr<Session>>;
 
-    void holdFramesOut();
     Sessions makeSessions(Simulator& simulator);
     void runSessions(Sessions& sessions);
     void awaitDescriptors();
@@ -82,36 +81,27 @@ class Player {
     Console& mConsole;
     const StopRequest& mStop;
     std::vector<std::unique_ptr<FrameSource>> mSources;  // one a session
-    std::unique_ptr<ReferenceScore> mReference;
-    std::unique_ptr<Outputs> mOutputs;
-    std::unique_ptr<WarmUp> mWarmUp;
+    ReferenceScore* mReference = nullptr;                // the source, when it holds frames out
+    std::optional<Outputs> mOutputs;
+    WarmUp mWarmUp;
     RunStats mStats;
 };
 
 Player::Player(Options options, Console& console, const StopRequest& stop)
-    : mOptions(std::move(options)), mConsole(console), mStop(stop) {
-    for (uint32_t i = 0; i < mOptions.sessions; ++i) {
+    : mOptions(std::move(options)), mConsole(console), mStop(stop), mWarmUp(mOptions.sessions) {
+    for (uint32_t i = 0; i < mOptions.sessions; ++i)
         mSources.push_back(openSource(mOptions, mStop));
+    std::unique_ptr<FrameSource>& first = mSources[0];
+    if (isThin(first->info().size)) mOptions.motionVectors = false;
+    if (mOptions.truth) {
+        auto held = std::make_unique<ReferenceScore>(std::move(first), *mOptions.truth);
+        mReference = held.get();
+        first = std::move(held);
     }
-    // Half the size of a picture one pixel wide is none, and the vectors come with a copy of that
-    // size.
-    const Size size = mSources[0]->size();
-    if (isThin(size)) mOptions.motionVectors = false;
-    if (mOptions.truth) holdFramesOut();
-    mOutputs = std::make_unique<Outputs>(mOptions, *mSources[0], mStop);
-    mWarmUp = std::make_unique<WarmUp>(mOptions.sessions);
+    mOutputs.emplace(mOptions, *first, mStop);
     mStats.budget = mOptions.budget;
-    mStats.input = inputText(mOptions, *mSources[0]);
+    mStats.input = inputText(mOptions, *first);
     mStats.settings = settingsText(mOptions);
-    if (!mOptions.vectors.empty()) {
-        mStats.vectorsOf = middleFrame(mOptions, *mSources[0]).value_or(0);
-    }
-}
-
-void Player::holdFramesOut() {
-    std::unique_ptr<FrameSource>& clip = mSources[0];
-    mReference = std::make_unique<ReferenceScore>(clip->size(), *mOptions.truth);
-    clip = std::make_unique<SubsampledSource>(std::move(clip), *mOptions.truth, *mReference);
 }
 
 int Player::run() {
@@ -132,12 +122,12 @@ Player::Sessions Player::makeSessions(Simulator& simulator) {
     Sessions sessions;
     for (uint32_t i = 0; i < mOptions.sessions; ++i) {
         std::vector<FrameSink*> sinks;
-        SessionSurroundings around{*mWarmUp, mStop, [&] { return simulator.serviceDied(); }, {}};
-        if (mStats.vectorsOf) simulator.dump(i == 0 ? mStats.vectorsOf : std::nullopt);
+        SessionSurroundings around{mWarmUp, mStop, [&] { return simulator.serviceDied(); }, {}};
+        if (mOutputs->vectorsOf()) simulator.dump(i == 0 ? mOutputs->vectorsOf() : std::nullopt);
         if (i == 0) {
             sinks = mOutputs->sinks();
-            if (mReference != nullptr) sinks.push_back(mReference.get());
-            const auto length = mOptions.frames ? mOptions.frames : mSources[0]->length();
+            if (mReference != nullptr) sinks.push_back(mReference);
+            const auto length = mOptions.frames ? mOptions.frames : mSources[0]->info().length;
             around.progress = [this, length](uint64_t in, uint64_t out, size_t outstanding) {
                 mConsole.progress({in, out, outstanding, length});
             };
@@ -174,7 +164,7 @@ void Player::runSessions(Sessions& sessions) {
         thread.join();
     }
     mConsole.endProgress();
-    mStats.lateBuffers = mWarmUp->since();
+    mStats.lateBuffers = mWarmUp.since();
     awaitDescriptors();
 }
 

@@ -16,7 +16,7 @@
 
 #include "qozplay/cli/Console.h"
 #include "qozplay/cli/Options.h"
-#include "qozplay/run/TemporaryFolder.h"
+#include "qozplay/run/Ending.h"
 
 namespace qozplay {
 

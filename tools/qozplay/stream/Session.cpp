@@ -31,7 +31,7 @@ Session::Session(SessionPlan plan, FrameSource& source, std::vector<FrameSink*> 
       mAround(std::move(surroundings)),
       mSource(source),
       mSchedule(mPlan.changes),
-      mSettings{mPlan.interp, mPlan.upscaleIndex, source.size()},
+      mSettings{mPlan.interp, mPlan.upscaleIndex, source.info().size},
       mWanted(mSettings),
       mReturns(mPlan.name),
       mVpp(std::make_shared<android::VppComponent>()),
@@ -122,7 +122,8 @@ bool Session::feedFrame(uint64_t frame) {
         if (change.kind == Change::Kind::Upscale) mWanted.upscaleIndex = change.value;
     }
     const int32_t slot = mStream.takeSource(mWanted.size);
-    if (!fill(slot)) {
+    const std::optional<int64_t> time = fill(slot);
+    if (!time) {
         mStream.putBackSource(slot);
         mStats.notReached = std::move(due);
         return false;
@@ -130,7 +131,7 @@ bool Session::feedFrame(uint64_t frame) {
     for (const Change& change : due) {
         if (change.kind == Change::Kind::Flush) flush(change);
     }
-    sendSource(frame, slot);
+    sendSource(frame, slot, *time);
     for (const Change& change : due) {
         if (change.kind == Change::Kind::Flush) continue;
         mStats.changes.push_back({change, mStream.blocked().back()});
@@ -140,31 +141,26 @@ bool Session::feedFrame(uint64_t frame) {
     return true;
 }
 
-// False: the clip is at its end.
-bool Session::fill(int32_t slot) {
+// The frame's time; none: the clip is at its end.
+std::optional<int64_t> Session::fill(int32_t slot) {
     const qoz::client::LockedPixels pixels(mStream.source(slot),
                                            android::GraphicBuffer::USAGE_SW_WRITE_OFTEN);
     const size_t stride = pixels.stride() * 4;
-    const Size clip = mSource.size();
-    if (pixels.size() == clip) return mSource.next(pixels.data(), stride) && summarise(pixels);
+    const Size clip = mSource.info().size;
+    const bool scaled = pixels.size() != clip;
     const size_t clipStride = size_t{4} * clip.width;
-    mUnscaled.resize(clipStride * clip.height);
-    if (!mSource.next(mUnscaled.data(), clipStride)) return false;
-    libyuv::ARGBScale(mUnscaled.data(), static_cast<int>(clipStride), static_cast<int>(clip.width),
-                      static_cast<int>(clip.height), pixels.data(), static_cast<int>(stride),
-                      static_cast<int>(pixels.size().width), static_cast<int>(pixels.size().height),
-                      libyuv::kFilterBox);
-    return summarise(pixels);
-}
-
-bool Session::summarise(const qoz::client::LockedPixels& pixels) {
-    if (!mVerifier) return true;
-    const Size in = pixels.size();
-    const Size out = mStream.outputSize();
-    const Size smaller{std::min(in.width, out.width), std::min(in.height, out.height)};
-    mPicture = PictureSummary::ofRgba(pixels.data(), pixels.stride() * 4, in,
-                                      PictureSummary::gridFor(smaller));
-    return true;
+    if (scaled) mUnscaled.resize(clipStride * clip.height);
+    const std::optional<int64_t> time =
+        scaled ? mSource.next(mUnscaled.data(), clipStride) : mSource.next(pixels.data(), stride);
+    if (time && scaled) {
+        libyuv::ARGBScale(mUnscaled.data(), static_cast<int>(clipStride),
+                          static_cast<int>(clip.width), static_cast<int>(clip.height),
+                          pixels.data(), static_cast<int>(stride),
+                          static_cast<int>(pixels.size().width),
+                          static_cast<int>(pixels.size().height), libyuv::kFilterBox);
+    }
+    if (time && mVerifier) mPicture = PictureSummary::ofRgba(pixels, mStream.outputSize());
+    return time;
 }
 
 void Session::flush(const Change& change) {
@@ -183,7 +179,7 @@ void Session::flush(const Change& change) {
 // A new size or ratio makes the component flush the service, so what is under way comes out first.
 // A new ratio does so after the frame that carries it has been queued: that one may be cleared
 // away.
-void Session::sendSource(uint64_t frame, int32_t slot) {
+void Session::sendSource(uint64_t frame, int32_t slot, int64_t timestamp) {
     const bool resized = mWanted.size != mSettings.size;
     const bool rescaled = mWanted.upscaleIndex != mSettings.upscaleIndex;
     const bool carries = rescaled || mWanted.interp != mSettings.interp;
@@ -193,7 +189,6 @@ void Session::sendSource(uint64_t frame, int32_t slot) {
     std::optional<android::ConfigParams> config;
     if (carries) config = paramsFor(mWanted);
     if (mVerifier && resized) mVerifier->interrupted("size change");
-    const int64_t timestamp = mSource.timeOf(frame);
     const bool taken = mStream.send(slot, timestamp, config);
     if (mReturns.takeConfigChanged() || resized) mStream.follow(mWanted.size);
     if (!taken) {  // the next frame carries the settings again

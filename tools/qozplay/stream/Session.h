@@ -7,7 +7,7 @@
 #include <functional>
 #include <memory>
 
-#include "qozplay/media/FrameSource.h"
+#include "qozplay/media/Frames.h"
 #include "qozplay/media/StopRequest.h"
 #include "qozplay/report/Stats.h"
 #include "qozplay/report/Verifier.h"
@@ -62,10 +62,9 @@ class Session {
     void feed();
     void drain();
     bool feedFrame(uint64_t frame);
-    bool fill(int32_t slot);
-    bool summarise(const qoz::client::LockedPixels& pixels);
+    std::optional<int64_t> fill(int32_t slot);
     void flush(const Change& change);
-    void sendSource(uint64_t frame, int32_t slot);
+    void sendSource(uint64_t frame, int32_t slot, int64_t timestamp);
     void finish();
     void collect();
     void verify();

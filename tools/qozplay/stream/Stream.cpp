@@ -124,7 +124,7 @@ void Stream::consume(const ReturnedBuffer& done) {
     if (mSinks.empty() || mStopped) return;
     const qoz::client::LockedPixels pixels(mOutputs.buffer(done.slot),
                                            GraphicBuffer::USAGE_SW_READ_OFTEN);
-    const FinishedFrame frame{done.timestamp, source, pixels.nv12(), converterMatrix(mSourceSize)};
+    const FinishedFrame frame{done.timestamp, source, pixels.nv12(), usualMatrix(mSourceSize)};
     mStopped = true;  // for the calls, so that it stays set if one of them throws
     bool more = true;
     for (FrameSink* sink : mSinks)

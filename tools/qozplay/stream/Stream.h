@@ -12,7 +12,7 @@
 
 #include "client/BufferRing.h"
 #include "client/ReturnQueue.h"
-#include "qozplay/media/FrameSink.h"
+#include "qozplay/media/Frames.h"
 #include "qozplay/stream/FrameTracker.h"
 
 namespace qozplay {

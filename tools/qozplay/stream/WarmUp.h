@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
-// Tells the buffers that a run needs to get going from those made later. The host simulator counts
-// for the whole process, so the line is drawn when the last session has sent its first frames.
+// Counts the graphic buffers that components make once a run has got going. The host simulator
+// counts for the whole process, so the line is drawn when the last session has sent its first
+// frames.
 #pragma once
 
-#include <android-base/thread_annotations.h>
+#include <host/control.h>
 
-#include <mutex>
+#include <atomic>
+#include <optional>
 
-#include "qozplay/report/Stats.h"
+#include "client/BufferRing.h"
 
 namespace qozplay {
 
@@ -15,13 +17,24 @@ class WarmUp {
   public:
     explicit WarmUp(uint32_t sessions) : mWaitingFor(sessions) {}
 
-    void passed() EXCLUDES(mLock);  // by each session once; any thread
-    std::optional<LateBuffers> since() EXCLUDES(mLock);
+    // By each session once; any thread.
+    void passed() {
+        if (--mWaitingFor == 0) mBase = madeByComponents();
+    }
+
+    // Once the sessions have ended; none when one of them did not get so far.
+    std::optional<uint64_t> since() const {
+        if (mWaitingFor != 0) return std::nullopt;
+        return madeByComponents() - mBase;
+    }
 
   private:
-    std::mutex mLock;
-    uint32_t mWaitingFor GUARDED_BY(mLock);  // sessions
-    LateBuffers mBase GUARDED_BY(mLock);
+    static uint64_t madeByComponents() {
+        return qoz::host::counters().graphicBuffersMade - qoz::client::clientBuffersMade();
+    }
+
+    std::atomic<uint32_t> mWaitingFor;  // sessions
+    uint64_t mBase = 0;                 // written by the last of them
 };
 
 }  // namespace qozplay
