@@ -7,7 +7,8 @@ namespace android {
 
 aidl::android::hardware::common::NativeHandle makeToAidl(const native_handle_t* handle) {
     aidl::android::hardware::common::NativeHandle result;
-    // Room first: once a descriptor has been taken over, nothing may fail any more.
+    // All memory is allocated first. The result closes the descriptors that it contains, so an
+    // exception after the first emplace_back() would close descriptors that the caller still owns.
     result.fds.reserve(static_cast<size_t>(handle->numFds));
     result.ints.assign(handle->data + handle->numFds,
                        handle->data + handle->numFds + handle->numInts);

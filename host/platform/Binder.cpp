@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+// Binders and the service manager of one process. A binder here is a reference-counted pointer to
+// an object of the same process, and the service manager is a map from names to binders.
 #include <android-base/thread_annotations.h>
 #include <android/binder_auto_utils.h>
 #include <android/binder_interface_utils.h>
@@ -18,17 +20,19 @@ using qoz::host::resourceCounters;
 
 namespace {
 
-// What the strong and the weak references to one binder share. The lock guards the count: a weak
-// reference must not be promoted while the last strong one goes.
+// The reference count of one binder. The binder and its weak references own it together, because
+// weak references outlive the binder. The lock makes promotion atomic: a weak reference must not
+// raise the count again after the last strong reference has brought it to 0.
 struct References {
     std::mutex lock;
     int32_t strong GUARDED_BY(lock) = 1;
-    AIBinder* binder = nullptr;  // set before anybody else knows of this
+    AIBinder* binder = nullptr;  // set before the binder is published; valid while strong > 0
 };
 
 }  // namespace
 
-// A binder of this process. It keeps its object alive for as long as strong references to it exist.
+// A binder keeps its object alive for as long as there are strong references to the binder. The
+// descriptor is the name of the object's interface.
 struct AIBinder {
     const std::shared_ptr<ndk::SharedRefBase> object;
     const std::string descriptor;
@@ -51,7 +55,9 @@ void AIBinder_decStrong(AIBinder* binder) {
         const std::lock_guard lock(binder->references->lock);
         if (--binder->references->strong > 0) return;
     }
-    delete binder;  // not under the lock: the object's own end may reach back here
+    // Without the lock, because this may destroy `references`, and because the object's destructor
+    // may use its binder.
+    delete binder;
 }
 
 AIBinder_Weak* AIBinder_Weak_new(AIBinder* binder) {
@@ -91,19 +97,20 @@ void ScopedFileDescriptor::set(int fd) {
 namespace qoz::host {
 namespace {
 
+// The registered services by name. `registered` is notified when a service is added.
 struct Registry {
     std::mutex lock;
     std::condition_variable registered;
     std::map<std::string, ndk::SpAIBinder> services GUARDED_BY(lock);
 };
 
-// Never destroyed: a detached thread may wait on it to the very end of the process.
+// Never destroyed, because a detached thread may still wait for a service when the process exits.
 Registry& registry() {
     static auto* instance = new Registry;
     return *instance;
 }
 
-// The caller owns the reference.
+// Returns a strong reference, which the caller owns, or null if no such service is registered.
 AIBinder* find(Registry& all, const std::string& instance) REQUIRES(all.lock) {
     const auto found = all.services.find(instance);
     if (found == all.services.end()) return nullptr;
@@ -139,7 +146,9 @@ void addService(const std::string& instance, const ndk::SpAIBinder& binder) {
 }
 
 void removeService(const std::string& instance) {
-    ndk::SpAIBinder removed;  // ends after the lock: the service's own end may take a while
+    // Declared before the lock, so that it is released after the lock: this may destroy the
+    // service, which can take a while.
+    ndk::SpAIBinder removed;
     Registry& all = registry();
     const std::lock_guard lock(all.lock);
     const auto found = all.services.find(instance);

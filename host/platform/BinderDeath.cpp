@@ -11,6 +11,8 @@
 #include <mutex>
 #include <vector>
 
+// A recipient is only its function. The cookie belongs to the link, so one recipient can be linked
+// to many binders.
 struct AIBinder_DeathRecipient {
     AIBinder_DeathRecipient_onBinderDied onBinderDied;
 };
@@ -18,38 +20,40 @@ struct AIBinder_DeathRecipient {
 namespace qoz::host {
 namespace {
 
+// A request to call `recipient` with `cookie`. The client owns both.
 struct Link {
     AIBinder_DeathRecipient* recipient;
     void* cookie;
     bool operator==(const Link&) const = default;
 };
 
-// What is known of one object. Entries of objects that have been destroyed are dropped whenever
-// another object is looked up for a link.
-struct Mortal {
+// Whether an object has died, and the links that wait for its death.
+struct DeathState {
     std::weak_ptr<ndk::SharedRefBase> object;
     std::vector<Link> links;
     bool dead = false;
 };
 
-// Links by the object behind the binder, of which there may be several binders. Never destroyed:
-// binder threads run to the very end of the process.
-struct Register {
+// The states by object rather than by binder, because an object may have several binders in
+// succession.
+struct DeathRegistry {
     std::mutex lock;
-    std::map<const ndk::SharedRefBase*, Mortal> mortals GUARDED_BY(lock);
+    std::map<const ndk::SharedRefBase*, DeathState> states GUARDED_BY(lock);
 };
 
-Register& deaths() {
-    static auto* instance = new Register;
+// Never destroyed, because binder threads still run when the process exits.
+DeathRegistry& deaths() {
+    static auto* instance = new DeathRegistry;
     return *instance;
 }
 
-// The entry of `object`, made if need be.
-Mortal& entryOf(Register& all, ndk::SharedRefBase& object) REQUIRES(all.lock) {
-    std::erase_if(all.mortals, [](const auto& entry) { return entry.second.object.expired(); });
-    Mortal& entry = all.mortals[&object];
-    entry.object = object.ref();
-    return entry;
+// Returns the state of `object` and creates it if necessary. First discards the states of destroyed
+// objects, because a new object may have the address of a destroyed one.
+DeathState& stateOf(DeathRegistry& all, ndk::SharedRefBase& object) REQUIRES(all.lock) {
+    std::erase_if(all.states, [](const auto& entry) { return entry.second.object.expired(); });
+    DeathState& state = all.states[&object];
+    state.object = object.ref();
+    return state;
 }
 
 }  // namespace
@@ -57,13 +61,14 @@ Mortal& entryOf(Register& all, ndk::SharedRefBase& object) REQUIRES(all.lock) {
 void announceDeath(ndk::SharedRefBase& object) {
     std::vector<Link> links;
     {
-        Register& all = deaths();
+        DeathRegistry& all = deaths();
         const std::lock_guard lock(all.lock);
-        Mortal& entry = entryOf(all, object);
-        if (entry.dead) return;
-        entry.dead = true;
-        links.swap(entry.links);
+        DeathState& state = stateOf(all, object);
+        if (state.dead) return;
+        state.dead = true;
+        links.swap(state.links);
     }
+    // Without the lock, because a recipient may link or unlink.
     for (const Link& link : links) {
         callOnBinderThread([&link] { link.recipient->onBinderDied(link.cookie); });
     }
@@ -86,9 +91,9 @@ binder_status_t AIBinder_linkToDeath(AIBinder* binder, AIBinder_DeathRecipient* 
     if (object == nullptr || recipient == nullptr) return STATUS_UNEXPECTED_NULL;
     auto& all = qoz::host::deaths();
     const std::lock_guard lock(all.lock);
-    auto& entry = qoz::host::entryOf(all, *object);
-    if (entry.dead) return STATUS_DEAD_OBJECT;
-    entry.links.push_back({recipient, cookie});
+    auto& state = qoz::host::stateOf(all, *object);
+    if (state.dead) return STATUS_DEAD_OBJECT;
+    state.links.push_back({recipient, cookie});
     return STATUS_OK;
 }
 
@@ -98,7 +103,7 @@ binder_status_t AIBinder_unlinkToDeath(AIBinder* binder, AIBinder_DeathRecipient
     if (object == nullptr || recipient == nullptr) return STATUS_UNEXPECTED_NULL;
     auto& all = qoz::host::deaths();
     const std::lock_guard lock(all.lock);
-    auto& links = qoz::host::entryOf(all, *object).links;
+    auto& links = qoz::host::stateOf(all, *object).links;
     const auto found = std::find(links.begin(), links.end(), qoz::host::Link{recipient, cookie});
     if (found == links.end()) return STATUS_NAME_NOT_FOUND;
     links.erase(found);

@@ -17,19 +17,21 @@ namespace qoz::host {
 namespace {
 
 constexpr int kThreads = 8;
-constexpr std::chrono::milliseconds kGrowthPause{10};  // while there is not a single thread
+constexpr std::chrono::milliseconds kGrowthPause{10};  // between attempts to create a first thread
 
-// A call on its way, on the stack of its caller; the pool's lock guards it.
+// A call that waits for a thread of the pool or runs on one. It is on the stack of its caller, who
+// waits for `finished`; the pool's lock guards `done`.
 struct Call {
     const std::function<void()>& work;
     bool done = false;
     std::condition_variable finished;
 };
 
-// Never destroyed, and its threads never end: like the platform's, the pool lives as long as the
-// process. Where no thread is to be had it makes do with those it has, and grows with a later call.
+// The pool is never destroyed and its threads never end, as on a device. If not all threads can be
+// created, the pool works with those that it has and tries to create the others at the next call.
 class Pool {
   public:
+    // If no thread can be created, the callers that already wait are woken and try it themselves.
     void start() EXCLUDES(mLock) {
         const std::lock_guard lock(mLock);
         mStarted = true;
@@ -38,7 +40,7 @@ class Pool {
             call->finished.notify_one();
     }
 
-    // On the caller's thread, which waits.
+    // Runs on the caller's thread, which waits until a thread of the pool has run `work`.
     void run(const std::function<void()>& work) EXCLUDES(mLock) {
         Call call{.work = work, .finished = {}};
         std::unique_lock lock(mLock);
@@ -57,7 +59,7 @@ class Pool {
     }
 
   private:
-    // Makes the threads that are still missing, as far as they are to be had; false: there is none.
+    // Creates the missing threads, or as many as possible. Returns false if the pool has no thread.
     bool grow() REQUIRES(mLock) {
         try {
             for (; mThreads < kThreads; ++mThreads) {
@@ -69,7 +71,7 @@ class Pool {
         return true;
     }
 
-    // A thread of the pool, for ever.
+    // The body of each thread of the pool. Does not return.
     void serve(int number) EXCLUDES(mLock) {
         pthread_setname_np(pthread_self(), ("binder:" + std::to_string(number)).c_str());
         for (;;) {
@@ -77,7 +79,8 @@ class Pool {
             call->work();
             const std::lock_guard lock(mLock);
             call->done = true;
-            call->finished.notify_one();  // under the lock: the caller owns the call
+            // Under the lock, because the caller destroys the call as soon as it sees `done`.
+            call->finished.notify_one();
         }
     }
 
@@ -91,7 +94,7 @@ class Pool {
     }
 
     std::mutex mLock;
-    std::condition_variable mPosted;
+    std::condition_variable mPosted;  // notified when a call is added to mWaiting
     std::deque<Call*> mWaiting GUARDED_BY(mLock);
     bool mStarted GUARDED_BY(mLock) = false;
     int mThreads GUARDED_BY(mLock) = 0;

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-// The process's pool of binder threads, as a caller from another process sees it.
+// The pool of threads on which this process receives binder calls, from the side of the sender.
 #pragma once
 
 #include <functional>
 
 namespace qoz::host {
 
-// Runs `call` on a thread of the pool and returns when it has returned, as a two-way binder call
-// does. Several callers are served at once. Before ABinderProcess_startThreadPool() has been
-// called, calls wait for it.
+// Runs `call` on a thread of the pool and returns when `call` has returned, like a two-way binder
+// call. Several calls run at the same time. Calls made before ABinderProcess_startThreadPool() wait
+// until it is called.
 void callOnBinderThread(const std::function<void()>& call);
 
 }  // namespace qoz::host

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Where the pixels are. A function of size and format alone, so that who receives a bare descriptor
-// and knows the port's size (the VPP service) finds the same planes as who holds the graphic
-// buffer.
+// The layout of pixels in a graphic buffer. It depends only on size and pixel format, because the
+// VPP service receives only a descriptor: it must find the planes from the size of the port.
 #pragma once
 
 #include <cstddef>
@@ -9,22 +8,23 @@
 
 namespace qoz::host {
 
-// Pixel-format numbers of the platform.
+// Pixel formats of the platform. The host simulator gives the vendor formats a linear layout.
 constexpr int32_t kRgba8888 = 1;            // bytes R, G, B, A
-constexpr int32_t kRgbx8888 = 2;            // the same, A ignored
-constexpr int32_t kVendorRgb = 0x115;       // laid out as RGBA here
-constexpr int32_t kVendorYuv = 0x7FA30C04;  // laid out as NV12 here
-constexpr int32_t kNv12Vemo = 0x7FA30C06;   // "compressed NV12"; plain NV12 here
+constexpr int32_t kRgbx8888 = 2;            // the same, but A is ignored
+constexpr int32_t kVendorRgb = 0x115;       // here the layout of kRgba8888
+constexpr int32_t kVendorYuv = 0x7FA30C04;  // here NV12
+constexpr int32_t kNv12Vemo = 0x7FA30C06;   // compressed NV12 on a device; here plain NV12
 
 constexpr uint32_t evenUp(uint32_t value) {
     return (value + 1) & ~1U;
 }
 
-// NV12: a luma plane, then one row of interleaved U and V for each two rows of luma. All in bytes.
+// NV12 consists of a luma plane and a chroma plane, which has one row of interleaved U and V for
+// every two rows of luma. All members are in bytes.
 struct Nv12Layout {
     size_t stride;        // of both planes
-    size_t chromaOffset;  // of the U and V plane
-    size_t size;          // of the whole
+    size_t chromaOffset;  // from the start of the buffer
+    size_t size;          // of both planes together
 };
 
 constexpr Nv12Layout nv12Layout(uint32_t width, uint32_t height) {
@@ -41,10 +41,10 @@ constexpr bool isNv12(int32_t format) {
     return format == kNv12Vemo || format == kVendorYuv;
 }
 
-// Longer sides are refused, so that no size computed from two of them wraps.
+// Frames with a longer side are refused, so that no size in bytes can overflow.
 constexpr uint32_t kLongestSide = 1U << 16;
 
-// Bytes that the pixels need; 0 for a size or a format that nobody lays out.
+// Returns the number of bytes of the pixels, or 0 if the size or the format is not supported.
 constexpr size_t pixelBytes(uint32_t width, uint32_t height, int32_t format) {
     if (width > kLongestSide || height > kLongestSide) return 0;
     if (isNv12(format)) return nv12Layout(width, height).size;

@@ -12,13 +12,14 @@
 namespace qoz::host {
 namespace {
 
+// An armed fault with the number of calls of its operation since it was armed.
 struct Armed {
     Fault fault;
-    uint64_t calls = 0;  // of its operation since it was armed
+    uint64_t calls = 0;
     bool fired = false;
 };
 
-// Whatever asks takeFault().
+// The names that the text of a fault may contain as its operation.
 constexpr std::string_view kOperations[] = {"getNewVppSession",
                                             "getSessionCount",
                                             "initSession",
@@ -46,26 +47,30 @@ constexpr std::string_view kOperations[] = {"getNewVppSession",
                                             "allocate",
                                             "native_handle_create"};
 
+// The armed faults in the order in which they were armed. `fired` is the total since the last
+// clearFaults().
 struct Table {
     std::mutex lock;
     std::vector<Armed> rows GUARDED_BY(lock);
     uint64_t fired GUARDED_BY(lock) = 0;
 };
 
-// Never destroyed: threads that nobody waits for may call to the very end of the process.
+// Never destroyed, because detached threads may still call takeFault() when the process exits.
 Table& table() {
     static auto* instance = new Table;
     return *instance;
 }
 
-// Relaxed: whether anything is armed at all; the table itself is under its lock.
+// Whether any fault is armed. The accesses are relaxed, because the table is read under its lock.
 std::atomic<bool> gAnyArmed{false};
 
+// Returns whether the fault fires at the call that `row.calls` has just counted.
 bool firesNow(const Armed& row) {
     if (row.calls < row.fault.nth) return false;
     return row.fault.count == 0 || row.calls < row.fault.nth + row.fault.count;
 }
 
+// A kind of fault and the word for it in the text of a fault.
 using Word = std::pair<std::string_view, FaultKind>;
 
 constexpr Word kWords[] = {{"drop", FaultKind::Drop},     {"late", FaultKind::Late},
@@ -84,7 +89,7 @@ bool parseNumber(std::string_view text, Number* number) {
     return error == std::errc() && end == text.data() + text.size();
 }
 
-// "7", "drop", "late:500"
+// Parses the answer of a fault, for example "7", "drop" or "late:500".
 bool parseAnswer(std::string_view text, Fault* fault) {
     const auto colon = text.find(':');
     const auto* word =
@@ -97,7 +102,7 @@ bool parseAnswer(std::string_view text, Fault* fault) {
            (fault->code >= 0 || fault->kind != FaultKind::Late);
 }
 
-// "3", "3+"
+// Parses the number of the call at which a fault fires, for example "3" or "3+".
 bool parseWhen(std::string_view text, Fault* fault) {
     if (text.ends_with('+')) {
         fault->count = 0;
@@ -108,6 +113,7 @@ bool parseWhen(std::string_view text, Fault* fault) {
 
 }  // namespace
 
+// All faults of the operation count the call. If several fire at it, the first that was armed wins.
 std::optional<Fault> takeFault(const char* operation) {
     if (!gAnyArmed.load(std::memory_order_relaxed)) return std::nullopt;
     Table& t = table();

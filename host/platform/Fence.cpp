@@ -13,6 +13,7 @@ Fence::~Fence() {
     if (mFenceFd != -1) close(mFenceFd);
 }
 
+// If a signal interrupts poll(), the wait starts again with the whole timeout.
 status_t Fence::wait(int timeout) {
     if (!isValid()) return NO_ERROR;
     pollfd waited{.fd = mFenceFd, .events = POLLIN, .revents = 0};

@@ -16,7 +16,9 @@ namespace {
 
 using qoz::host::resourceCounters;
 
-// What the handle's integers say, behind the one descriptor.
+// The native handle of a graphic buffer has one descriptor, of its memory, followed by these
+// integers: the allocation size and the address of the mapping in this process. Both are 64-bit
+// values and are split into two integers each.
 enum HandleInt { kSizeLow, kSizeHigh, kMapLow, kMapHigh, kHandleInts };
 
 uint64_t join(int low, int high) {
@@ -28,6 +30,7 @@ void split(uint64_t value, int* low, int* high) {
     *high = static_cast<int>(static_cast<uint32_t>(value >> 32));
 }
 
+// Returns whether a handle has the shape of the handle of a graphic buffer.
 bool ourHandle(buffer_handle_t handle) {
     return handle != nullptr && handle->numFds == 1 && handle->numInts == kHandleInts;
 }
@@ -41,7 +44,8 @@ size_t pageRounded(size_t bytes) {
     return (bytes + page - 1) / page * page;
 }
 
-// Memory of a size that nobody can change any more: whoever maps it may rely on its being there.
+// Creates shared memory and returns its descriptor, or -1. The size is sealed: if a process could
+// shrink the memory, other processes that have mapped it would crash on access.
 int makeMemory(size_t bytes) {
     const int fd = memfd_create("graphic-buffer", MFD_CLOEXEC | MFD_ALLOW_SEALING);
     if (fd < 0) return -1;
@@ -52,8 +56,8 @@ int makeMemory(size_t bytes) {
     return -1;
 }
 
-// A handle over fresh memory of `bytes`, mapped for the life of the buffer; null when any of it
-// fails.
+// Creates and maps memory of `bytes` and returns a handle for it, or null if any step fails. The
+// memory stays mapped for the life of the buffer, so that lock() only returns the address.
 native_handle_t* allocate(size_t bytes) {
     if (bytes == 0 || qoz::host::takeFault("allocate")) return nullptr;
     const int fd = makeMemory(bytes);
@@ -73,7 +77,7 @@ native_handle_t* allocate(size_t bytes) {
 }
 
 void* mapping(buffer_handle_t handle) {
-    // NOLINTNEXTLINE(performance-no-int-to-ptr): a handle carries integers alone
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): a handle can contain only integers
     return reinterpret_cast<void*>(join(handle->data[1 + kMapLow], handle->data[1 + kMapHigh]));
 }
 

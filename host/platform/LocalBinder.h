@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Binders of this process's own objects: what the interface package stands on.
+// Binders of objects in this process. The interface package uses these functions to convert between
+// interfaces and binders.
 #pragma once
 
 #include <android/binder_interface_utils.h>
@@ -8,13 +9,13 @@
 
 namespace qoz::host {
 
-// A new binder of the interface `descriptor` for `object`, which it keeps alive.
+// Creates a binder with the interface name `descriptor` for `object`. The binder owns the object.
 ndk::SpAIBinder newLocalBinder(std::shared_ptr<ndk::SharedRefBase> object, const char* descriptor);
 
-// The object behind a binder; null when there is no binder.
+// Returns the object behind a binder, or null if `binder` is null.
 std::shared_ptr<ndk::SharedRefBase> objectOf(const AIBinder* binder);
 
-// The same, but null also when the binder is one of another interface.
+// Like objectOf(), but also returns null if the binder has another interface name.
 std::shared_ptr<ndk::SharedRefBase> localObject(const ndk::SpAIBinder& binder,
                                                 const char* descriptor);
 

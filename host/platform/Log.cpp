@@ -18,12 +18,14 @@
 namespace qoz::host {
 namespace {
 
+// The installed sink; if it is empty, lines go to standard error. The lock is held while a line is
+// written, so that lines are not mixed.
 struct Sink {
-    std::mutex lock;  // held while a line is written, so that lines come one at a time
+    std::mutex lock;
     LogSink sink GUARDED_BY(lock);
 };
 
-// Never destroyed: threads that nobody waits for may log to the very end of the process.
+// Never destroyed, because detached threads may still write to the log when the process exits.
 Sink& installed() {
     static auto* instance = new Sink;
     return *instance;
@@ -36,7 +38,8 @@ char letterOf(int priority) {
                : '?';
 }
 
-// "month-day hour:minute:second.millis pid tid priority tag: text"
+// Prints "month-day hour:minute:second.millis pid tid priority tag: text", the format "threadtime"
+// of the platform's log.
 void printThreadTime(const LogLine& line) {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
@@ -49,12 +52,12 @@ void printThreadTime(const LogLine& line) {
 }
 
 __attribute__((__format__(printf, 1, 0))) std::string format(const char* fmt, va_list arguments) {
-    std::array<char, 1024> text{};  // the platform's limit for one message
+    std::array<char, 1024> text{};  // the limit of the platform; longer messages are cut
     vsnprintf(text.data(), text.size(), fmt, arguments);
     return text.data();
 }
 
-// As on the device, a message that memory is too short for is dropped, and the caller goes on.
+// On allocation failure the message is dropped and the caller continues, as on a device.
 __attribute__((__format__(printf, 3, 0))) int write(int priority, const char* tag, const char* fmt,
                                                     va_list arguments) try {
     const LogLine line{priority, tag, format(fmt, arguments)};

@@ -10,7 +10,7 @@
 using qoz::host::resourceCounters;
 
 namespace {
-constexpr int kMaxEntries = 1024;  // of descriptors, and of integers
+constexpr int kMaxEntries = 1024;  // the largest number of descriptors, and that of integers
 }
 
 native_handle_t* native_handle_create(int numFds, int numInts) {

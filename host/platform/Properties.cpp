@@ -14,11 +14,13 @@
 namespace qoz::host {
 namespace {
 
+// The properties by name.
 struct Store {
     std::mutex lock;
     std::map<std::string, std::string, std::less<>> values GUARDED_BY(lock);
 };
 
+// Applies the rules of the platform for property names.
 bool isPropertyName(std::string_view name) {
     const auto allowed = [](unsigned char c) {
         return isalnum(c) != 0 || strchr("._-@:", c) != nullptr;
@@ -38,7 +40,8 @@ std::string trimmed(const std::string& text) {
     return first == std::string::npos ? "" : text.substr(first, last - first + 1);
 }
 
-// Up to the first line that is wrong, which `error` then names.
+// Reads name=value lines into the store. At the first invalid line it stops, sets `error` and
+// returns false.
 bool read(std::istream& lines, Store& store, std::string* error) EXCLUDES(store.lock) {
     std::string raw;
     for (int number = 1; std::getline(lines, raw); ++number) {
@@ -58,7 +61,8 @@ bool read(std::istream& lines, Store& store, std::string* error) EXCLUDES(store.
     return true;
 }
 
-// The environment's file comes first, so that what tests and tools set later prevails.
+// Creates the store and loads the file that QOZ_PROPERTIES names. Because this happens before the
+// first access, properties that a test or a tool sets replace those in the file.
 Store* loadedStore() {
     auto* made = new Store;
     const char* path = getenv("QOZ_PROPERTIES");
@@ -71,12 +75,13 @@ Store* loadedStore() {
     return made;
 }
 
-// Never destroyed: threads that nobody waits for may ask to the very end of the process.
+// Never destroyed, because detached threads may still read properties when the process exits.
 Store& store() {
     static auto* instance = loadedStore();
     return *instance;
 }
 
+// Returns the value of a property, or an empty string if it is not set.
 std::string valueOf(const char* name) {
     Store& all = store();
     const std::lock_guard lock(all.lock);

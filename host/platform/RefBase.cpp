@@ -10,7 +10,7 @@ void RefBase::incStrong(const void*) const {
 }
 
 void RefBase::decStrong(const void*) const {
-    // Acquire-release: what other owners wrote is seen by the one that deletes.
+    // Acquire-release: the thread that deletes the object must see what other owners wrote.
     if (mStrong.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
 }
 

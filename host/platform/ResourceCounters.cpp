@@ -31,7 +31,7 @@ int openDescriptors() {
     int entries = 0;
     while (readdir(dir.get()) != nullptr)
         ++entries;
-    return entries - 3;  // ".", ".." and the folder's own descriptor
+    return entries - 3;  // without ".", ".." and the descriptor of the directory itself
 }
 
 }  // namespace qoz::host

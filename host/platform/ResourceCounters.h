@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Counts of what exists, read through counters() in host/control.h.
+// The resource counters of the host simulator. Tests read them with counters() in host/control.h.
 #pragma once
 
 #include <atomic>
@@ -7,7 +7,8 @@
 
 namespace qoz::host {
 
-// Plain tallies: relaxed order is enough, nothing is published through them.
+// Incremented and decremented on any thread. All accesses are relaxed, because no other data is
+// published through the counters.
 struct ResourceCounters {
     std::atomic<uint64_t> graphicBuffersMade{0};
     std::atomic<uint64_t> graphicBuffersLive{0};

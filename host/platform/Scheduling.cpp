@@ -13,19 +13,20 @@
 namespace qoz::host {
 namespace {
 
+// The calls to the scheduling functions, in order.
 struct Calls {
     std::mutex lock;
     std::vector<SchedCall> made GUARDED_BY(lock);
 };
 
-// Never destroyed: threads that nobody waits for may call to the very end of the process.
+// Never destroyed, because detached threads may still make calls when the process exits.
 Calls& calls() {
     static auto* instance = new Calls;
     return *instance;
 }
 
-// The groups themselves are the device's: here a call is written down and succeeds.
-int note(const char* call, int tid, int policy) try {
+// Records a call and returns success. Only a device has scheduling groups and cpusets.
+int recordCall(const char* call, int tid, int policy) try {
     Calls& all = calls();
     const std::lock_guard lock(all.lock);
     all.made.push_back({call, tid, policy});
@@ -45,18 +46,19 @@ std::vector<SchedCall> schedCalls() {
 }  // namespace qoz::host
 
 int set_sched_policy(pid_t tid, SchedPolicy policy) {
-    return qoz::host::note("set_sched_policy", tid, policy);
+    return qoz::host::recordCall("set_sched_policy", tid, policy);
 }
 
 int set_cpuset_policy(pid_t tid, SchedPolicy policy) {
-    return qoz::host::note("set_cpuset_policy", tid, policy);
+    return qoz::host::recordCall("set_cpuset_policy", tid, policy);
 }
 
 bool cpusets_enabled() {
     return true;
 }
 
-// The kernel's clock of a thread carries the thread's id: bits 3 and up, inverted.
+// Derives the thread id from the identifier of the thread's CPU clock, in which the kernel stores
+// it inverted from bit 3 up.
 pid_t pthread_gettid_np(pthread_t thread) {
     clockid_t clock = 0;
     if (pthread_getcpuclockid(thread, &clock) != 0) return -1;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Recording: each thread writes into its own share under a lock that nobody else wants while the
-// trace runs.
+// The recording of a trace. Each thread records into memory of its own, under a lock of its own, so
+// that recording threads never wait for each other.
 #include <android-base/thread_annotations.h>
 #include <cutils/properties.h>
 #include <host/control.h>
@@ -24,55 +24,63 @@
 namespace qoz::host {
 namespace {
 
-constexpr size_t kShare = 1 << 17;  // events of one thread; 14 MiB
+constexpr size_t kEventsPerThread = 1 << 17;  // 14 MiB
 
 void setEnabledTags(uint64_t tags) {
     __atomic_store_n(&atrace_enabled_tags, tags, __ATOMIC_RELAXED);
 }
 
-// What one thread records. The lock is contended only when the trace is written.
-struct Share {
-    explicit Share(TraceThread own) : thread(std::move(own)) {}
+// The events of one thread, owned by the thread and by the Recording. Only stopTrace() takes the
+// lock from another thread.
+struct ThreadRecording {
+    explicit ThreadRecording(TraceThread own) : thread(std::move(own)) {}
 
     std::mutex lock;
     TraceThread thread GUARDED_BY(lock);
 };
 
+// The current trace. startTrace() discards the events of the previous trace and increases `number`,
+// from which a thread recognizes that its events belong to an older trace. The accesses to `number`
+// are relaxed: a thread that sees the new number late only loses a few events.
 struct Recording {
     std::mutex lock;
-    std::vector<std::shared_ptr<Share>> shares GUARDED_BY(lock);  // of this trace
-    std::atomic<uint64_t> number{0};  // which trace it is; one that is seen late costs a few events
+    std::vector<std::shared_ptr<ThreadRecording>> threads GUARDED_BY(lock);
+    std::atomic<uint64_t> number{0};
 };
 
+// Never destroyed, because detached threads may still record when the process exits.
 Recording& recording() {
-    static auto* instance = new Recording;  // threads that never end use it
+    static auto* instance = new Recording;
     return *instance;
 }
 
-std::shared_ptr<Share> newShare(Recording& r) {
+// Creates the memory for the events of the calling thread and adds it to the trace.
+std::shared_ptr<ThreadRecording> newThreadRecording(Recording& r) {
     TraceThread thread;
-    thread.events.reserve(kShare);  // never moved; memory that is not used is not touched
+    // Avoids reallocation while the trace runs. Pages that are never written use no memory.
+    thread.events.reserve(kEventsPerThread);
     thread.tid = static_cast<int32_t>(syscall(SYS_gettid));
     std::array<char, 16> name{};
     pthread_getname_np(pthread_self(), name.data(), name.size());
     thread.name = name.data();
-    auto share = std::make_shared<Share>(std::move(thread));
+    auto mine = std::make_shared<ThreadRecording>(std::move(thread));
     const std::lock_guard lock(r.lock);
-    r.shares.push_back(share);
-    return share;
+    r.threads.push_back(mine);
+    return mine;
 }
 
-// Made at the thread's first event of a trace.
-Share& ownShare() {
-    thread_local std::shared_ptr<Share> share;
+// Returns the memory for the events of the calling thread. It is created at the first event of the
+// thread in each trace.
+ThreadRecording& threadRecording() {
+    thread_local std::shared_ptr<ThreadRecording> mine;
     thread_local uint64_t number = 0;
     Recording& r = recording();
     const uint64_t current = r.number.load(std::memory_order_relaxed);
-    if (share == nullptr || number != current) {
-        share = newShare(r);
+    if (mine == nullptr || number != current) {
+        mine = newThreadRecording(r);
         number = current;
     }
-    return *share;
+    return *mine;
 }
 
 TraceEvent event(TraceEvent::Kind kind, const char* name) {
@@ -83,14 +91,14 @@ TraceEvent event(TraceEvent::Kind kind, const char* name) {
     return made;
 }
 
-// A trace that memory is too short for has gaps; the program goes on.
+// On allocation failure the event is missing from the trace and the program continues.
 void record(const TraceEvent& made) try {
-    Share& share = ownShare();
-    const std::lock_guard lock(share.lock);
-    if (share.thread.events.size() < kShare) {
-        share.thread.events.push_back(made);
+    ThreadRecording& mine = threadRecording();
+    const std::lock_guard lock(mine.lock);
+    if (mine.thread.events.size() < kEventsPerThread) {
+        mine.thread.events.push_back(made);
     } else {
-        ++share.thread.dropped;
+        ++mine.thread.dropped;
     }
 } catch (const std::bad_alloc&) {
 }
@@ -103,7 +111,7 @@ void startTrace() {
     {
         Recording& r = recording();
         const std::lock_guard lock(r.lock);
-        r.shares.clear();
+        r.threads.clear();
         r.number.fetch_add(1, std::memory_order_relaxed);
     }
     setEnabledTags(strtoull(flags.data(), nullptr, 0));
@@ -111,16 +119,16 @@ void startTrace() {
 
 bool stopTrace(const std::string& path) {
     setEnabledTags(0);
-    std::vector<std::shared_ptr<Share>> shares;
+    std::vector<std::shared_ptr<ThreadRecording>> recorded;
     {
         Recording& r = recording();
         const std::lock_guard lock(r.lock);
-        shares.swap(r.shares);
+        recorded.swap(r.threads);
     }
     std::vector<TraceThread> threads;
-    for (const std::shared_ptr<Share>& share : shares) {
-        const std::lock_guard lock(share->lock);
-        threads.push_back(std::move(share->thread));
+    for (const std::shared_ptr<ThreadRecording>& each : recorded) {
+        const std::lock_guard lock(each->lock);
+        threads.push_back(std::move(each->thread));
     }
     return writeTrace(path, threads, systemTime());
 }

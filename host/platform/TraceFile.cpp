@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The file of a trace: Chrome trace JSON, as chrome://tracing and ui.perfetto.dev read it.
+// Writes a trace as Chrome trace JSON, which chrome://tracing and ui.perfetto.dev display.
 #include <host/platform/TraceRecording.h>
 #include <unistd.h>
 
@@ -11,6 +11,7 @@
 namespace qoz::host {
 namespace {
 
+// Returns the text for use within a JSON string. Control characters are left out.
 std::string escaped(const char* text) {
     std::string result;
     for (; *text != '\0'; ++text) {
@@ -20,6 +21,7 @@ std::string escaped(const char* text) {
     return result;
 }
 
+// One file, written once from beginning to end.
 class TraceFile {
   public:
     explicit TraceFile(const std::string& path) : mFile(fopen(path.c_str(), "we"), fclose) {}
@@ -43,6 +45,9 @@ class TraceFile {
     }
 
   private:
+    // Writes the events of one thread. Slices must be nested, so an end without a beginning, whose
+    // slice began before the trace, is left out, and slices that are still open are closed at
+    // `end`.
     void write(const TraceThread& thread, int64_t end) {
         std::vector<const TraceEvent*> open;
         for (const TraceEvent& event : thread.events) {
@@ -53,7 +58,7 @@ class TraceFile {
                     countersOf(thread, event);
                     break;
                 case TraceEvent::Kind::End:
-                    if (open.empty()) break;  // begun before the trace
+                    if (open.empty()) break;
                     put("E", thread.tid, event.at, open.back()->name.data());
                     open.pop_back();
                     break;
@@ -69,8 +74,9 @@ class TraceFile {
             put("E", thread.tid, end, open.back()->name.data());
     }
 
-    // The library's two markers carry numbers. Each thread that sets them does so for one stream:
-    // the client's for the buffers that it has queued, the worker for what it delivers.
+    // Writes the numbers in the names of the library's two markers as counters. The name of the
+    // thread identifies the stream: the thread that queues buffers sets the marker with the
+    // outstanding buffers, and the output worker the one with the buffers that wait for delivery.
     void countersOf(const TraceThread& thread, const TraceEvent& event) {
         const std::string whose = " (" + thread.name + ")";
         int inputs = 0;
@@ -92,8 +98,9 @@ class TraceFile {
         put("C", tid, at, counted.c_str(), ",\"args\":{\"value\":" + std::to_string(value) + "}");
     }
 
-    // Both ends at once, so that none is without the other; not from where a slice was left out.
-    // "bp":"e": the end is the slice around.
+    // Writes both ends of an arrow. An arrow is left out if events of the thread that it starts
+    // from were dropped by then, because its slice may be missing. "bp":"e" attaches the end to the
+    // enclosing slice.
     void arrow(int32_t tid, const TraceEvent& event) {
         const auto full = mFullSince.find(event.from.tid);
         if (full != mFullSince.end() && event.from.at > full->second) return;
@@ -102,11 +109,13 @@ class TraceFile {
         put("f", tid, event.at, event.name.data(), id + R"(,"bp":"e")");
     }
 
+    // Writes the name of the process or of a thread.
     void name(const char* what, int32_t tid, const char* text) {
         put("M", tid, 0, what, ",\"args\":{\"name\":\"" + escaped(text) + "\"}");
     }
 
-    // Name and category everywhere: not every reader does without.
+    // Writes one event. `rest` is the text of further members. Each event has a name and a
+    // category, because some viewers require them.
     void put(const char* phase, int32_t tid, int64_t at, const char* what,
              const std::string& rest = "") {
         fprintf(mFile.get(),
@@ -119,7 +128,8 @@ class TraceFile {
 
     const std::unique_ptr<FILE, int (*)(FILE*)> mFile;
     bool mFirst = true;
-    std::map<int32_t, int64_t> mFullSince;  // threads whose share was too small
+    // For each thread that dropped events, the time of its last recorded event.
+    std::map<int32_t, int64_t> mFullSince;
     uint64_t mArrows = 0;
 };
 

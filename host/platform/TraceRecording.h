@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What a trace is made of, between its recording and its writing.
+// The events of a trace, in the form in which they are recorded and passed to the writer.
 #pragma once
 
 #include <array>
@@ -9,6 +9,7 @@
 
 namespace qoz::host {
 
+// An event of one thread. It has a fixed size, so that recording allocates nothing.
 struct TraceEvent {
     enum class Kind : uint8_t { Begin, End, Counter, Arrow };
 
@@ -19,20 +20,21 @@ struct TraceEvent {
         struct {
             int64_t at;
             int32_t tid;
-        } from;  // of an arrow, which ends at this event
+        } from;  // the start of an arrow, which ends at this event
     };
     std::array<char, 80> name;
 };
 
+// The events of one thread, in order.
 struct TraceThread {
     int32_t tid = 0;
     std::string name;
     std::vector<TraceEvent> events;
-    uint64_t dropped = 0;  // after the thread's share was full
+    uint64_t dropped = 0;  // events after the memory for the thread was full
 };
 
-// Chrome trace JSON. Slices that are open are closed at `end`, and ends without a beginning are
-// left out. False: cannot write.
+// Writes Chrome trace JSON. `end` is the time at which slices that are still open are closed.
+// Returns false if the file cannot be written.
 bool writeTrace(const std::string& path, const std::vector<TraceThread>& threads, int64_t end);
 
 }  // namespace qoz::host
