@@ -12,6 +12,7 @@
 #endif
 
 #include <host/converter/Block.h>
+#include <host/converter/Difference-inl.h>
 #include <host/converter/LumaPyramid.h>
 #include <hwy/highway.h>
 
@@ -22,41 +23,32 @@ HWY_BEFORE_NAMESPACE();
 namespace qoz::host::HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-template <class V>
-HWY_INLINE V absoluteDifference(V a, V b) {
-    return hn::Or(hn::SaturatedSub(a, b), hn::SaturatedSub(b, a));
-}
-
 // Sums of absolute differences over every second row of 16x16 and of 8x8 pixels.
 HWY_INLINE uint32_t halfDifference16(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b,
                                      ptrdiff_t bStride) {
-    const hn::FixedTag<uint8_t, 16> d;
-    const hn::Repartition<uint64_t, decltype(d)> d64;
-    auto even = hn::Zero(d64);
-    auto odd = hn::Zero(d64);
+    const Bytes16 d;
+    auto even = hn::Zero(Sums2());
+    auto odd = hn::Zero(Sums2());
     for (int y = 0; y < 16; y += 4, a += 4 * aStride, b += 4 * bStride) {
-        even = hn::Add(even, hn::SumsOf8(absoluteDifference(hn::LoadU(d, a), hn::LoadU(d, b))));
-        odd = hn::Add(odd, hn::SumsOf8(absoluteDifference(hn::LoadU(d, a + 2 * aStride),
-                                                          hn::LoadU(d, b + 2 * bStride))));
+        even = hn::Add(even, sumsOfDifferences(hn::LoadU(d, a), hn::LoadU(d, b)));
+        odd = hn::Add(
+            odd, sumsOfDifferences(hn::LoadU(d, a + 2 * aStride), hn::LoadU(d, b + 2 * bStride)));
     }
-    return static_cast<uint32_t>(hn::GetLane(hn::SumOfLanes(d64, hn::Add(even, odd))));
+    return total(hn::Add(even, odd));
 }
 
 HWY_INLINE auto twoRowsOf8(const uint8_t* p, ptrdiff_t apart) {
     const hn::FixedTag<uint8_t, 8> eight;
-    return hn::Combine(hn::FixedTag<uint8_t, 16>(), hn::LoadU(eight, p + apart),
-                       hn::LoadU(eight, p));
+    return hn::Combine(Bytes16(), hn::LoadU(eight, p + apart), hn::LoadU(eight, p));
 }
 
 HWY_INLINE uint32_t halfDifference8(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b,
                                     ptrdiff_t bStride) {
-    const hn::FixedTag<uint64_t, 2> d64;
-    const auto upper = absoluteDifference(twoRowsOf8(a, 2 * aStride), twoRowsOf8(b, 2 * bStride));
+    const auto upper = sumsOfDifferences(twoRowsOf8(a, 2 * aStride), twoRowsOf8(b, 2 * bStride));
     a += 4 * aStride;
     b += 4 * bStride;
-    const auto lower = absoluteDifference(twoRowsOf8(a, 2 * aStride), twoRowsOf8(b, 2 * bStride));
-    const auto sum = hn::Add(hn::SumsOf8(upper), hn::SumsOf8(lower));
-    return static_cast<uint32_t>(hn::GetLane(hn::SumOfLanes(d64, sum)));
+    const auto lower = sumsOfDifferences(twoRowsOf8(a, 2 * aStride), twoRowsOf8(b, 2 * bStride));
+    return total(hn::Add(upper, lower));
 }
 
 // Blocks of which a part lies outside: what is inside counts as much as a whole block, as long as
@@ -96,9 +88,12 @@ HWY_INLINE uint32_t blockDifference(const LumaPlane& from, const LumaPlane& to, 
     }
     const uint8_t* a = from.at(block.x, block.y);
     const uint8_t* b = to.at(toX, toY);
-    const auto half = block.size == 16 ? halfDifference16 : halfDifference8;
-    const uint32_t sum = half(a, from.width, b, to.width);
-    return sum >= limit ? sum : sum + half(a + from.width, from.width, b + to.width, to.width);
+    uint32_t sum = 0;
+    for (int half = 0; half < 2 && sum < limit; ++half, a += from.width, b += to.width) {
+        sum += block.size == 16 ? halfDifference16(a, from.width, b, to.width)
+                                : halfDifference8(a, from.width, b, to.width);
+    }
+    return sum;
 }
 
 }  // namespace qoz::host::HWY_NAMESPACE

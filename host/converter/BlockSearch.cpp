@@ -54,6 +54,32 @@ constexpr uint32_t kBiasShare = 8;
 // A mean difference of one grey level is as good as none.
 constexpr uint32_t kSettled = 1;
 
+// A whole block of 8x8 pixels, to be compared with many others.
+class BlockOf8 {
+  public:
+    static constexpr int kSize = 8;
+
+    HWY_INLINE BlockOf8(const uint8_t* pixels, ptrdiff_t stride)
+        : mRows{pairOf(pixels, 0, stride), pairOf(pixels, 1, stride), pairOf(pixels, 2, stride),
+                pairOf(pixels, 3, stride)} {}
+
+    HWY_INLINE uint32_t difference(const uint8_t* other, ptrdiff_t stride) const {
+        auto sum = hn::Zero(Sums2());
+        for (int i = 0; i < 4; ++i)
+            sum = hn::Add(sum, sumsOfDifferences(mRows[i], pairOf(other, i, stride)));
+        return total(sum);
+    }
+
+  private:
+    using Rows = hn::VFromD<Bytes16>;
+
+    static HWY_INLINE Rows pairOf(const uint8_t* pixels, ptrdiff_t pair, ptrdiff_t stride) {
+        return twoRowsOf8(pixels + 2 * pair * stride, stride);
+    }
+
+    Rows mRows[4];
+};
+
 // One block's candidates and the best of them.
 class Candidates {
   public:
@@ -75,8 +101,11 @@ class Candidates {
     void offerAround(int reach) {
         if (settled()) return;
         for (int dy = -reach; dy <= reach; ++dy) {
-            for (int dx = -reach; dx <= reach; ++dx)
-                compare({dx, dy});
+            if (mBlock.size == BlockOf8::kSize) {
+                offerRowOf8(reach, dy);
+            } else {
+                offerRow(-reach, reach, dy);
+            }
         }
     }
 
@@ -105,7 +134,28 @@ class Candidates {
         const uint32_t dearer = bias(candidate);
         if (dearer >= mCost) return;
         const uint32_t difference = blockDifference(mFrom, mTo, mBlock, candidate, mCost - dearer);
-        if (difference == kUnseen) return;
+        if (difference != kUnseen) take(candidate, dearer, difference);
+    }
+
+    void offerRow(int first, int last, int dy) {
+        for (int dx = first; dx <= last; ++dx)
+            compare({dx, dy});
+    }
+
+    HWY_INLINE void offerRowOf8(int reach, int dy) {
+        const int y = mBlock.y + dy;
+        if (y < 0 || y + BlockOf8::kSize > mTo.height) return offerRow(-reach, reach, dy);
+        const int left = std::max(-reach, -mBlock.x);
+        const int right = std::min(reach, mTo.width - BlockOf8::kSize - mBlock.x);
+        const BlockOf8 block(mFrom.at(mBlock.x, mBlock.y), mFrom.width);
+        const uint8_t* other = mTo.at(mBlock.x + left, y);
+        offerRow(-reach, left - 1, dy);
+        for (int dx = left; dx <= right; ++dx, ++other)
+            take({dx, dy}, bias({dx, dy}), block.difference(other, mTo.width));
+        offerRow(right + 1, reach, dy);
+    }
+
+    HWY_INLINE void take(Displacement candidate, uint32_t dearer, uint32_t difference) {
         const uint32_t cost = difference + dearer;
         if (cost >= mCost) return;
         mBest = {candidate, difference};

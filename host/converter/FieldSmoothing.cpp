@@ -22,7 +22,7 @@ namespace {
 constexpr uint32_t kUnseenCost = 10;
 
 // Each of the eight neighbours charges 1/16 grey level for a pixel of disagreement, 1/2 at most.
-constexpr int kChargedDistance = 8;
+constexpr int16_t kChargedDistance = 8;
 constexpr uint32_t kChargeShare = 16;
 
 constexpr int kAround[][2] = {{-1, -1}, {0, -1}, {1, -1}, {-1, 0}, {1, 0}, {-1, 1}, {0, 1}, {1, 1}};
@@ -47,23 +47,41 @@ class Smoother {
         // What fits within a grey level need agree to a pixel only: it is measured more finely
         // later.
         const int apart = own.difference <= mGrid.block(column, row).area() ? 1 : 0;
-        for (int i = 0; i < mCount; ++i) {
-            const Displacement other = mAround[i];
-            if (std::abs(own.displacement.dx - other.dx) > apart ||
-                std::abs(own.displacement.dy - other.dy) > apart) {
-                improve(column, row);
-                return;
-            }
-        }
+        const auto [right, down] = distancesFrom(own.displacement);
+        const auto far =
+            hn::Gt(hn::Max(right, down), hn::Set(Lanes(), static_cast<int16_t>(apart)));
+        if (!hn::AllFalse(Lanes(), far)) improve(column, row);
     }
 
   private:
+    using Lanes = hn::FixedTag<int16_t, std::size(kAround)>;
+    using Around = hn::VFromD<Lanes>;
+    struct Distances {
+        Around right;
+        Around down;
+    };
+
     HWY_INLINE void lookAround(int column, int row) {
-        mCount = 0;
-        for (const auto& [right, down] : kAround) {
-            if (!mGrid.has(column + right, row + down)) continue;
-            mAround[mCount++] = mGrid.at(column + right, row + down).displacement;
+        for (size_t i = 0; i < std::size(kAround); ++i) {
+            const auto& [right, down] = kAround[i];
+            mThere[i] = mGrid.has(column + right, row + down) ? -1 : 0;
+            if (mThere[i] == 0) continue;
+            const auto [dx, dy] = mGrid.at(column + right, row + down).displacement;
+            mDx[i] = static_cast<int16_t>(dx);
+            mDy[i] = static_cast<int16_t>(dy);
         }
+    }
+
+    // Of the neighbours there are; none from the others.
+    HWY_INLINE Distances distancesFrom(Displacement own) const {
+        const Lanes d;
+        const auto there = hn::Load(d, mThere);
+        const auto from = [&](const int16_t* others, int value) HWY_ATTR {
+            const auto apart =
+                hn::Sub(hn::Load(d, others), hn::Set(d, static_cast<int16_t>(value)));
+            return hn::And(hn::Abs(apart), there);
+        };
+        return {from(mDx, own.dx), from(mDy, own.dy)};
     }
 
     void improve(int column, int row) {
@@ -72,9 +90,9 @@ class Smoother {
         const Displacement before = own.displacement;
         uint32_t least = disagreement(block, before) +
                          (own.difference == kUnseen ? kUnseenCost * block.area() : own.difference);
-        for (int i = 0; i < mCount; ++i) {
-            const Displacement other = mAround[i];
-            if (other == before || std::find(mAround, mAround + i, other) != mAround + i) continue;
+        for (size_t i = 0; i < std::size(kAround); ++i) {
+            const Displacement other = {mDx[i], mDy[i]};
+            if (mThere[i] == 0 || other == before || isBefore(i, other)) continue;
             const uint32_t charge = disagreement(block, other);
             if (charge >= least) continue;
             const uint32_t difference = blockDifference(mFrom, mTo, block, other, least - charge);
@@ -91,23 +109,32 @@ class Smoother {
         }
     }
 
+    // Whether one of the first `count` neighbours has that displacement.
+    HWY_INLINE bool isBefore(size_t count, Displacement displacement) const {
+        for (size_t i = 0; i < count; ++i) {
+            if (mThere[i] != 0 && mDx[i] == displacement.dx && mDy[i] == displacement.dy)
+                return true;
+        }
+        return false;
+    }
+
     // What the neighbours charge for such a vector.
     HWY_INLINE uint32_t disagreement(const Block& block, Displacement own) const {
-        uint32_t sum = 0;
-        for (int i = 0; i < mCount; ++i) {
-            const int distance =
-                std::abs(own.dx - mAround[i].dx) + std::abs(own.dy - mAround[i].dy);
-            sum += static_cast<uint32_t>(std::min(distance, kChargedDistance));
-        }
-        return sum * block.area() / kChargeShare;
+        const Lanes d;
+        const auto [right, down] = distancesFrom(own);
+        const auto charged = hn::Min(hn::Add(right, down), hn::Set(d, kChargedDistance));
+        return static_cast<uint32_t>(hn::GetLane(hn::SumOfLanes(d, charged))) * block.area() /
+               kChargeShare;
     }
 
     const LumaPlane& mFrom;
     const LumaPlane& mTo;
     BlockGrid& mGrid;
-    std::vector<uint8_t> mDue;                 // blocks to be looked at, 1 or 0
-    Displacement mAround[std::size(kAround)];  // of the neighbours of the block in hand
-    int mCount = 0;
+    std::vector<uint8_t> mDue;  // blocks to be looked at, 1 or 0
+    // Of the block in hand: which neighbours there are, all bits or none, and their displacements.
+    HWY_ALIGN int16_t mThere[std::size(kAround)] = {};
+    HWY_ALIGN int16_t mDx[std::size(kAround)] = {};
+    HWY_ALIGN int16_t mDy[std::size(kAround)] = {};
 };
 
 void SmoothField(const LumaPlane& from, const LumaPlane& to, BlockGrid* grid) {

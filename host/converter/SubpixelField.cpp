@@ -16,7 +16,7 @@ namespace qoz::host::HWY_NAMESPACE {
 namespace {
 
 // Pixels of a block that are measured: every second row.
-constexpr int kRowStep = 2;
+constexpr int kRowStep = 2;  // what is below one is above the next
 constexpr float kPixels = 16.0F * 16 / kRowStep;
 
 constexpr float kLongestStep = 1.5F;  // pixels; a longer one was no small displacement
@@ -45,32 +45,40 @@ HWY_INLINE GradientSums gradientSums(const uint8_t* a, ptrdiff_t aStride, const 
     const auto load = [&](const uint8_t* p)
                           HWY_ATTR { return hn::PromoteTo(d, hn::LoadU(bytes, p)); };
     const auto zero = hn::Zero(wide);
-    auto xx = zero, xy = zero, yy = zero, xr = zero, yr = zero, x = zero, y = zero, r = zero;
-    const auto one = hn::Set(d, 1);
+    const auto none = hn::Zero(d);
+    auto xx = zero, xy = zero, yy = zero, xr = zero, yr = zero;
     const auto add = [&](auto p, auto q, auto sum) HWY_ATTR {
         auto upper = zero;  // some targets put half of the products here
         sum = hn::ReorderWidenMulAccumulate(wide, p, q, sum, upper);
         return hn::Add(sum, upper);
     };
-    for (int row = 0; row < 16; row += kRowStep, a += kRowStep * aStride, b += kRowStep * bStride) {
-        for (size_t i = 0; i < 16; i += hn::Lanes(d)) {
-            const auto gx = hn::Add(hn::Sub(load(a + i + 1), load(a + i - 1)),
-                                    hn::Sub(load(b + i + 1), load(b + i - 1)));
-            const auto gy = hn::Add(hn::Sub(load(a + i + aStride), load(a + i - aStride)),
-                                    hn::Sub(load(b + i + bStride), load(b + i - bStride)));
-            const auto residual = hn::Sub(load(b + i), load(a + i));
+    auto x = none, y = none, r = none;  // what a lane adds up to in a window fits 16 bits
+    for (size_t i = 0; i < 16; i += hn::Lanes(d)) {
+        const auto both = [&](ptrdiff_t row, ptrdiff_t right) HWY_ATTR {
+            const auto at = static_cast<ptrdiff_t>(i) + right;
+            return hn::Add(load(a + row * aStride + at), load(b + row * bStride + at));
+        };
+        auto above = both(-1, 0);
+        for (ptrdiff_t row = 0; row < 16; row += kRowStep) {
+            const auto below = both(row + 1, 0);
+            const auto gx = hn::Sub(both(row, 1), both(row, -1));
+            const auto gy = hn::Sub(below, above);
+            const auto residual = hn::Sub(load(b + row * bStride + i), load(a + row * aStride + i));
+            above = below;  // of the next row measured
             xx = add(gx, gx, xx);
             xy = add(gx, gy, xy);
             yy = add(gy, gy, yy);
             xr = add(gx, residual, xr);
             yr = add(gy, residual, yr);
-            x = add(gx, one, x);
-            y = add(gy, one, y);
-            r = add(residual, one, r);
+            x = hn::Add(x, gx);
+            y = hn::Add(y, gy);
+            r = hn::Add(r, residual);
         }
     }
     const auto total = [&](auto sum) HWY_ATTR { return hn::GetLane(hn::SumOfLanes(wide, sum)); };
-    return {total(xx), total(xy), total(yy), total(xr), total(yr), total(x), total(y), total(r)};
+    const auto widened = [&](auto sum) HWY_ATTR { return total(add(sum, hn::Set(d, 1), zero)); };
+    return {total(xx), total(xy),  total(yy),  total(xr),
+            total(yr), widened(x), widened(y), widened(r)};
 }
 
 // What one block says; by itself, nothing but that it moves as `own`.
