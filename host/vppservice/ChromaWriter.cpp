@@ -48,9 +48,17 @@ class ChromaReader {
     const PlaceFinder mPlaces;
 };
 
-// Linear between the four samples around the place.
+constexpr int kChromaRows = kNodeStep / 2;  // of a tile
+
+// The rows of a tile, as many bytes of each as a vector has words.
 template <class D>
-HWY_INLINE hn::VFromD<D> sampled(D d, const uint8_t* p, int x, int y, ptrdiff_t stride) {
+struct ChromaRows {
+    hn::VFromD<D> rows[kChromaRows];
+};
+
+// Linear between the four samples around each place.
+template <class D>
+HWY_INLINE ChromaRows<D> sampled(D d, const uint8_t* p, int x, int y, ptrdiff_t stride) {
     const hn::Rebind<uint8_t, D> bytes;
     const auto load = [d, bytes](const uint8_t* q)
                           HWY_ATTR { return hn::PromoteTo(d, hn::LoadU(bytes, q)); };
@@ -59,17 +67,35 @@ HWY_INLINE hn::VFromD<D> sampled(D d, const uint8_t* p, int x, int y, ptrdiff_t 
         const auto left = load(q);
         return hn::Add(hn::ShiftLeft<3>(left), hn::Mul(hn::Sub(load(q + 2), left), right));
     };
-    if (x == 0 && y == 0) return load(p);
-    const auto top = across(p);
-    if (y == 0) return hn::ShiftRight<3>(hn::Add(top, hn::Set(d, 4)));
+    ChromaRows<D> out;
+    if (x == 0 && y == 0) {
+        for (auto& row : out.rows) {
+            row = load(p);
+            p += stride;
+        }
+        return out;
+    }
+    if (y == 0) {
+        for (auto& row : out.rows) {
+            row = hn::ShiftRight<3>(hn::Add(across(p), hn::Set(d, 4)));
+            p += stride;
+        }
+        return out;
+    }
     const auto below = hn::Set(d, static_cast<uint16_t>(y));
-    const auto sum =
-        hn::Add(hn::ShiftLeft<3>(top), hn::Mul(hn::Sub(across(p + stride), top), below));
-    return hn::ShiftRight<6>(hn::Add(sum, hn::Set(d, 32)));
+    auto top = across(p);
+    for (auto& row : out.rows) {
+        p += stride;
+        const auto bottom = across(p);
+        const auto sum = hn::Add(hn::ShiftLeft<3>(top), hn::Mul(hn::Sub(bottom, top), below));
+        row = hn::ShiftRight<6>(hn::Add(sum, hn::Set(d, 32)));
+        top = bottom;
+    }
+    return out;
 }
 
 template <class D>
-HWY_INLINE hn::VFromD<D> chromaMixed(D d, const ChromaSource& source, ptrdiff_t offset,
+HWY_INLINE ChromaRows<D> chromaMixed(D d, const ChromaSource& source, ptrdiff_t offset,
                                      ptrdiff_t stride) {
     const auto older = [&]() HWY_ATTR {
         return sampled(d, source.older + offset, source.olderX, source.olderY, stride);
@@ -79,42 +105,58 @@ HWY_INLINE hn::VFromD<D> chromaMixed(D d, const ChromaSource& source, ptrdiff_t 
     };
     if (source.newerShare == 0) return older();
     if (source.newerShare == kWholeShare) return newer();
-    const auto from = older();
+    ChromaRows<D> out = older();
+    const ChromaRows<D> other = newer();
+    if (2 * source.newerShare == kWholeShare) {
+        for (size_t i = 0; i < kChromaRows; ++i)
+            out.rows[i] = hn::AverageRound(out.rows[i], other.rows[i]);
+        return out;
+    }
     const auto share = hn::Set(d, static_cast<uint16_t>(source.newerShare));
-    const auto sum = hn::Add(hn::ShiftLeft<6>(from), hn::Mul(hn::Sub(newer(), from), share));
-    return hn::ShiftRight<6>(hn::Add(sum, hn::Set(d, kWholeShare / 2)));
+    for (size_t i = 0; i < kChromaRows; ++i) {
+        const auto from = out.rows[i];
+        const auto sum =
+            hn::Add(hn::ShiftLeft<6>(from), hn::Mul(hn::Sub(other.rows[i], from), share));
+        out.rows[i] = hn::ShiftRight<6>(hn::Add(sum, hn::Set(d, kWholeShare / 2)));
+    }
+    return out;
 }
 
+// `count` is no less than the lanes; the last vector of a row may overlap the one before.
 template <class D>
-HWY_INLINE size_t writeChromaBy(D d, const ChromaSource& source, int row, ptrdiff_t stride,
-                                uint8_t* to, size_t at, size_t count) {
+HWY_INLINE void writeChromaBy(D d, const ChromaSource& source, ptrdiff_t stride, uint8_t* to,
+                              ptrdiff_t toStride, size_t count, int rows) {
     const hn::Rebind<uint8_t, D> bytes;
-    for (; at + hn::Lanes(d) <= count; at += hn::Lanes(d)) {
-        const auto mean = chromaMixed(d, source, row * stride + static_cast<ptrdiff_t>(at), stride);
-        hn::StoreU(narrow(bytes, mean), bytes, to + at);
-    }
-    return at;
+    const auto last = static_cast<ptrdiff_t>(count - hn::Lanes(d));
+    const auto write = [&](ptrdiff_t at) HWY_ATTR {
+        const ChromaRows<D> mean = chromaMixed(d, source, at, stride);
+        for (int row = 0; row < rows; ++row)
+            hn::StoreU(narrow(bytes, mean.rows[row]), bytes, to + row * toStride + at);
+    };
+    for (ptrdiff_t at = 0; at < last; at += static_cast<ptrdiff_t>(hn::Lanes(d)))
+        write(at);
+    write(last);
 }
 
 HWY_INLINE void writeChromaSpan(const ChromaSource& source, ptrdiff_t stride, uint8_t* to,
                                 ptrdiff_t toStride, size_t count, int rows) {
-    for (int row = 0; row < rows; ++row, to += toStride) {
-        const size_t done =
-            writeChromaBy(hn::ScalableTag<uint16_t>(), source, row, stride, to, 0, count);
-        writeChromaBy(hn::FixedTag<uint16_t, 8>(), source, row, stride, to, done, count);
+    const hn::ScalableTag<uint16_t> most;
+    const hn::CappedTag<uint16_t, 16> fewer;
+    if (count >= hn::Lanes(most)) {
+        writeChromaBy(most, source, stride, to, toStride, count, rows);
+    } else if (count >= hn::Lanes(fewer)) {
+        writeChromaBy(fewer, source, stride, to, toStride, count, rows);
+    } else {
+        writeChromaBy(hn::FixedTag<uint16_t, 8>(), source, stride, to, toStride, count, rows);
     }
 }
 
 HWY_INLINE void mixChroma(const Tile& tile, const ChromaSource (&sources)[4], ptrdiff_t stride,
                           uint8_t* to, ptrdiff_t toStride, int rows) {
     const Predictions predictions(tile, [&](size_t k, uint8_t* pixels) HWY_ATTR {
-        const hn::FixedTag<uint16_t, 8> d;
-        const hn::FixedTag<uint8_t, 8> bytes;
         const ChromaSource source = sources[k];
-        for (ptrdiff_t row = 0; row < kNodeStep / 2; ++row) {
-            const auto words = chromaMixed(d, source, row * stride, stride);
-            hn::StoreU(narrow(bytes, words), bytes, pixels + row * kNodeStep);
-        }
+        writeChromaBy(hn::FixedTag<uint16_t, 8>(), source, stride, pixels, kNodeStep, kNodeStep,
+                      kChromaRows);
     });
     HWY_ALIGN uint8_t pixels[kTilePixels / 2];
     predictions.mix(kChromaShares, kTilePixels / 2, pixels);
@@ -123,12 +165,12 @@ HWY_INLINE void mixChroma(const Tile& tile, const ChromaSource (&sources)[4], pt
 
 // Chroma is coarse: of a tile whose nodes are not apart, the mean of their motion will do.
 void WriteChroma(const MotionPlan& plan, const SubpixelPlanes& older, const SubpixelPlanes& newer,
-                 const Nv12Canvas& to) {
+                 TileRows tiles, const Nv12Canvas& to) {
     const ChromaReader reader(older, newer);
     const ptrdiff_t stride = newer.stride();
     const auto toStride = static_cast<ptrdiff_t>(to.stride);
     const auto height = static_cast<int>(to.chromaRows());
-    for (int row = 0; row * kNodeStep / 2 < height; ++row) {
+    for (int row = tiles.first; row < tiles.end; ++row) {
         const int rows = std::min(kNodeStep / 2, height - row * kNodeStep / 2);
         const auto out = [&](int x, int y) { return to.chroma + y / 2 * toStride + x; };
         forEachTile(
@@ -164,8 +206,8 @@ HWY_EXPORT(WriteChroma);
 }  // namespace
 
 void writeChroma(const MotionPlan& plan, const SubpixelPlanes& older, const SubpixelPlanes& newer,
-                 const Nv12Canvas& to) {
-    HWY_DYNAMIC_DISPATCH(WriteChroma)(plan, older, newer, to);
+                 TileRows tiles, const Nv12Canvas& to) {
+    HWY_DYNAMIC_DISPATCH(WriteChroma)(plan, older, newer, tiles, to);
 }
 
 }  // namespace qoz::host::vppservice

@@ -13,10 +13,10 @@
 namespace qoz::host::vppservice {
 
 // `asBright` is the older source, as bright as the newer, by which the two are compared: the same
-// object where there is no fade.
+// object where there is no fade. The nodes around the tiles are chosen.
 void writeLuma(const MotionPlan& plan, const SubpixelPlanes& older, const SubpixelPlanes& asBright,
-               const SubpixelPlanes& newer, const Nv12Canvas& to);
+               const SubpixelPlanes& newer, TileRows tiles, const Nv12Canvas& to);
 void writeChroma(const MotionPlan& plan, const SubpixelPlanes& older, const SubpixelPlanes& newer,
-                 const Nv12Canvas& to);
+                 TileRows tiles, const Nv12Canvas& to);
 
 }  // namespace qoz::host::vppservice

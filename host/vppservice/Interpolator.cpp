@@ -22,6 +22,10 @@ constexpr uint32_t kDissolvePercent = 75;
 // A block is unlike everything when its best match differs by more than this share of its texture.
 constexpr uint32_t kUnlikeFloor = 6;
 
+// Rows of tiles that are planned and written in one go: what was read for the plan is still at hand
+// for the pixels.
+constexpr int kRowsAtOnce = 4;
+
 void blend(const Nv12View& older, const Nv12View& newer, Phase phase, const Nv12Canvas& to) {
     const auto fraction = static_cast<int>(256 * phase.index / phase.steps);
     const auto one = [&](const uint8_t* a, const uint8_t* b, uint8_t* out, uint32_t bytes,
@@ -97,10 +101,15 @@ void Interpolator::write(const Nv12View& older, const Nv12View& newer, Phase pha
             break;
         case Way::Follow: {
             const SubpixelPlanes& asBright = mFades ? mAsBright : mOlder.planes;
-            mPlan.lay(asBright, mNewer.planes, phase);
-            writeLuma(mPlan, mOlder.planes, asBright, mNewer.planes, to);
-            writeChroma(mPlan, mOlder.planes, mNewer.planes, to);
-            mStatic.find(asBright, mNewer.planes, mPlan);
+            mPlan.begin(phase);
+            mStatic.begin(to.size);
+            for (int row = 0; row < mPlan.tileRows(); row += kRowsAtOnce) {
+                const TileRows tiles = {row, std::min(row + kRowsAtOnce, mPlan.tileRows())};
+                mPlan.lay(asBright, mNewer.planes, tiles);
+                writeLuma(mPlan, mOlder.planes, asBright, mNewer.planes, tiles, to);
+                writeChroma(mPlan, mOlder.planes, mNewer.planes, tiles, to);
+                mStatic.suspect(asBright, mNewer.planes, mPlan, tiles);
+            }
             mStatic.restore(mOlder.planes, mNewer.planes, mPlan, to);
             break;
         }

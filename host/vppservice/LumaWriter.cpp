@@ -72,30 +72,60 @@ HWY_INLINE hn::VFromD<D> mixed(D d, const LumaSource& source, ptrdiff_t offset) 
     return hn::Combine(d, narrow(half, high), narrow(half, low));
 }
 
+// `count` is no less than the lanes; the last vector of a row may overlap the one before.
 template <class D>
-HWY_INLINE size_t writeSpanBy(D d, const LumaSource& source, ptrdiff_t from, uint8_t* to, size_t at,
-                              size_t count) {
-    for (; at + hn::Lanes(d) <= count; at += hn::Lanes(d))
-        hn::StoreU(mixed(d, source, from + static_cast<ptrdiff_t>(at)), d, to + at);
-    return at;
+HWY_INLINE void writeSpanBy(D d, const LumaSource& source, ptrdiff_t stride, uint8_t* to,
+                            ptrdiff_t toStride, size_t count, int rows) {
+    const auto last = static_cast<ptrdiff_t>(count - hn::Lanes(d));
+    for (int row = 0; row < rows; ++row, to += toStride) {
+        const ptrdiff_t from = row * stride;
+        const auto write = [&](ptrdiff_t at)
+                               HWY_ATTR { hn::StoreU(mixed(d, source, from + at), d, to + at); };
+        for (ptrdiff_t at = 0; at < last; at += static_cast<ptrdiff_t>(hn::Lanes(d)))
+            write(at);
+        write(last);
+    }
 }
 
 HWY_INLINE void writeSpan(const LumaSource& source, ptrdiff_t stride, uint8_t* to,
                           ptrdiff_t toStride, size_t count, int rows) {
-    for (int row = 0; row < rows; ++row, to += toStride) {
-        const ptrdiff_t from = row * stride;
-        const size_t done = writeSpanBy(hn::ScalableTag<uint8_t>(), source, from, to, 0, count);
-        writeSpanBy(hn::FixedTag<uint8_t, 8>(), source, from, to, done, count);
+    const hn::ScalableTag<uint8_t> most;
+    const hn::CappedTag<uint8_t, 32> fewer;
+    const hn::CappedTag<uint8_t, 16> few;
+    if (count >= hn::Lanes(most)) {
+        writeSpanBy(most, source, stride, to, toStride, count, rows);
+    } else if (count >= hn::Lanes(fewer)) {
+        writeSpanBy(fewer, source, stride, to, toStride, count, rows);
+    } else if (count >= hn::Lanes(few)) {
+        writeSpanBy(few, source, stride, to, toStride, count, rows);
+    } else {
+        writeSpanBy(hn::FixedTag<uint8_t, 8>(), source, stride, to, toStride, count, rows);
     }
+}
+
+// What one prediction says of a tile, row after row without gaps. Vectors are twice as wide as a
+// tile: what is behind it is read, but not kept.
+HWY_INLINE void predictTile(const LumaSource& source, ptrdiff_t stride, uint8_t* pixels) {
+    const Bytes16 d;
+    const hn::Half<Bytes16> half;
+    const auto put = [&](ptrdiff_t row, auto bytes) HWY_ATTR {
+        hn::StoreU(hn::LowerHalf(half, bytes), half, pixels + row * kNodeStep);
+    };
+    if (source.even()) {
+        for (ptrdiff_t row = 0; row < kNodeStep; ++row) {
+            put(row, hn::AverageRound(meanOf(d, source.older, row * stride),
+                                      meanOf(d, source.newer, row * stride)));
+        }
+        return;
+    }
+    for (ptrdiff_t row = 0; row < kNodeStep; ++row)
+        put(row, mixed(d, source, row * stride));
 }
 
 HWY_INLINE void mixTile(const Tile& tile, const LumaSource (&sources)[4], ptrdiff_t stride,
                         uint8_t* to, ptrdiff_t toStride, int rows) {
     const Predictions predictions(tile, [&](size_t k, uint8_t* pixels) HWY_ATTR {
-        const hn::FixedTag<uint8_t, 8> d;
-        const LumaSource source = sources[k];
-        for (ptrdiff_t row = 0; row < kNodeStep; ++row)
-            hn::StoreU(mixed(d, source, row * stride), d, pixels + row * kNodeStep);
+        predictTile(LumaSource(sources[k]), stride, pixels);
     });
     HWY_ALIGN uint8_t pixels[kTilePixels];
     predictions.mix(kLumaShares, kTilePixels, pixels);
@@ -105,21 +135,23 @@ HWY_INLINE void mixTile(const Tile& tile, const LumaSource (&sources)[4], ptrdif
 // By distance, and the more by how well the two sources of a prediction agree at each pixel.
 HWY_INLINE void weighTile(const LumaSource (&sources)[4], ptrdiff_t stride, uint8_t* to,
                           ptrdiff_t toStride, int rows) {
-    const hn::FixedTag<uint8_t, 8> eight;
+    const Bytes16 d16;
+    const hn::Half<Bytes16> eight;
     HWY_ALIGN uint8_t older[4][kTilePixels];
     HWY_ALIGN uint8_t asBright[4][kTilePixels];
     HWY_ALIGN uint8_t newer[4][kTilePixels];
     const bool fades = sources[0].older.first != sources[0].asBright.first;
-    const auto& compared = fades ? asBright : older;
     for (size_t k = 0; k < 4; ++k) {
         const LumaSource source = sources[k];
-        for (ptrdiff_t row = 0; row < kNodeStep; ++row) {
-            const ptrdiff_t at = row * kNodeStep;
-            hn::StoreU(meanOf(eight, source.older, row * stride), eight, older[k] + at);
-            hn::StoreU(meanOf(eight, source.newer, row * stride), eight, newer[k] + at);
-            if (!fades) continue;
-            hn::StoreU(meanOf(eight, source.asBright, row * stride), eight, asBright[k] + at);
-        }
+        const auto read = [&](const PixelPair& pair, uint8_t* pixels) HWY_ATTR {
+            for (ptrdiff_t row = 0; row < kNodeStep; ++row) {
+                hn::StoreU(hn::LowerHalf(eight, meanOf(d16, pair, row * stride)), eight,
+                           pixels + row * kNodeStep);
+            }
+        };
+        read(source.older, older[k]);
+        read(source.newer, newer[k]);
+        if (fades) read(source.asBright, asBright[k]);
     }
 
     const hn::CappedTag<float, 16> d;
@@ -144,7 +176,7 @@ HWY_INLINE void weighTile(const LumaSource (&sources)[4], ptrdiff_t stride, uint
             const int newerShare = sources[k].newerShare;
             const auto from = load(older[k]);
             const auto until = load(newer[k]);
-            const auto unlike = hn::Sub(load(compared[k]), until);
+            const auto unlike = hn::Sub(fades ? load(asBright[k]) : from, until);
             const bool both = newerShare > 0 && newerShare < kWholeShare;
             const auto doubt =
                 both ? hn::MulAdd(unlike, unlike, hn::Set(d, kAgreement)) : hn::Set(d, kOneSided);
@@ -162,12 +194,12 @@ HWY_INLINE void weighTile(const LumaSource (&sources)[4], ptrdiff_t stride, uint
 }
 
 void WriteLuma(const MotionPlan& plan, const SubpixelPlanes& older, const SubpixelPlanes& asBright,
-               const SubpixelPlanes& newer, const Nv12Canvas& to) {
+               const SubpixelPlanes& newer, TileRows tiles, const Nv12Canvas& to) {
     const LumaReader reader(older, asBright, newer);
     const ptrdiff_t stride = newer.stride();
     const auto toStride = static_cast<ptrdiff_t>(to.stride);
     const auto height = static_cast<int>(to.size.height);
-    for (int row = 0; row * kNodeStep < height; ++row) {
+    for (int row = tiles.first; row < tiles.end; ++row) {
         const int rows = std::min(kNodeStep, height - row * kNodeStep);
         const auto out = [&](int x, int y) { return to.luma + y * toStride + x; };
         forEachTile(
@@ -202,8 +234,8 @@ HWY_EXPORT(WriteLuma);
 }  // namespace
 
 void writeLuma(const MotionPlan& plan, const SubpixelPlanes& older, const SubpixelPlanes& asBright,
-               const SubpixelPlanes& newer, const Nv12Canvas& to) {
-    HWY_DYNAMIC_DISPATCH(WriteLuma)(plan, older, asBright, newer, to);
+               const SubpixelPlanes& newer, TileRows tiles, const Nv12Canvas& to) {
+    HWY_DYNAMIC_DISPATCH(WriteLuma)(plan, older, asBright, newer, tiles, to);
 }
 
 }  // namespace qoz::host::vppservice

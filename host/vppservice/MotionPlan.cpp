@@ -2,6 +2,8 @@
 #include "host/vppservice/MotionPlan.h"
 
 #include <algorithm>
+#include <cstring>
+#include <utility>
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "host/vppservice/MotionPlan.cpp"
@@ -34,10 +36,13 @@ struct MotionPlan::Work {
     const Arrival* backward;
     int columns;
     int rows;
+    int first;  // row to choose, and the one behind the last
+    int end;
     int olderShare;  // of a vector, from the node back to the older source, of kPartUnit
     int newerShare;  // and on to the newer one
     int16_t byTime;  // of the newer source, of kWholeShare
     Vector* vectors;
+    Vector* agreed;  // of every second node both ways: its vector where the sources agree
     uint32_t* costs;
     NodeMotion* nodes;
 
@@ -71,14 +76,9 @@ constexpr uint32_t kShapesOnly = 1 * kSamples;
 // Eighths of a pixel: candidates no further apart lead to the same quarters, or nearly.
 constexpr int kOneStep = 1;
 
-constexpr int kSameMotion = 24;  // eighths of a pixel, where the fields are compared
+constexpr Vector kNowhere = {INT16_MAX / 2, 0};  // far from any
 
-// `share` of a vector in eighths, in quarters of a pixel; halves away from 0, so that both ways
-// from the middle are equally far.
-HWY_INLINE int16_t part(int value, int share) {
-    const int size = (std::abs(value) * share + kPartUnit) / (2 * kPartUnit);
-    return static_cast<int16_t>(value < 0 ? -size : size);
-}
+constexpr int kSameMotion = 24;  // eighths of a pixel, where the fields are compared
 
 // Chooses among the candidates of one node after the other.
 class Chooser {
@@ -87,17 +87,16 @@ class Chooser {
         : mWork(work),
           mStride(work.newer.stride()),
           mLastX(work.newer.width() - kWindow),
-          mLastY(work.newer.height() - kWindow) {}
+          mLastY(work.newer.height() - kWindow),
+          mShares{work.olderShare, work.olderShare, work.newerShare, work.newerShare} {}
 
-    // Every second node both ways, whose windows cover the picture, then the others: where the
+    // Every second node both ways, whose windows cover the picture, before the others: where the
     // nodes around have all found what agrees, and this one is to move as they do, nothing needs to
     // be compared once more.
-    HWY_INLINE void chooseAll() {
-        for (int row = 0; row < mWork.rows; row += 2) {
-            for (int column = 0; column < mWork.columns; column += 2)
-                choose(column, row, 2);
-        }
-        for (int row = 0; row < mWork.rows; ++row) {
+    HWY_INLINE void chooseRows() {
+        for (int row = mWork.first; row < mWork.end; ++row) {
+            if (row == 0) chooseSecond(0);
+            if (row % 2 != 0 && row + 1 < mWork.rows) chooseSecond(row + 1);
             for (int column = row % 2 == 0 ? 1 : 0; column < mWork.columns;
                  column += row % 2 == 0 ? 2 : 1) {
                 if (!follow(column, row)) choose(column, row, 1);
@@ -118,12 +117,32 @@ class Chooser {
         Vector known[kMostOffered] = {};
     };
 
+    HWY_INLINE void chooseSecond(int row) {
+        for (int column = 0; column < mWork.columns; column += 2) {
+            choose(column, row, 2);
+            const size_t node = mWork.at(column, row);
+            const bool agrees = mWork.costs[node] <= kAgreeing;
+            mWork.agreed[node] = agrees ? mWork.vectors[node] : kNowhere;
+        }
+    }
+
+    // Its shares of a vector in eighths, in quarters of a pixel; halves away from 0, so that both
+    // ways from the middle are equally far.
     HWY_INLINE NodeMotion along(Vector vector) const {
+        const hn::FixedTag<int32_t, 4> d;
+        const hn::Rebind<int16_t, decltype(d)> half;
+        const auto x = hn::Set(d, vector.dx);
+        const auto whole = hn::OddEven(hn::Set(d, vector.dy), x);
+        const auto size = hn::Mul(hn::Abs(whole), hn::Load(d, mShares));
+        const auto quarters = hn::ShiftRight<15>(hn::Add(size, hn::Set(d, kPartUnit)));
+        static_assert(2 * kPartUnit == 1 << 15);
+        // The older source lies behind.
+        const auto ahead = hn::Xor(whole, hn::Load(d, kBehind));
+        const auto parts = hn::IfThenElse(hn::Lt(ahead, hn::Zero(d)), hn::Neg(quarters), quarters);
         NodeMotion motion;
-        motion.olderX = part(-vector.dx, mWork.olderShare);
-        motion.olderY = part(-vector.dy, mWork.olderShare);
-        motion.newerX = part(vector.dx, mWork.newerShare);
-        motion.newerY = part(vector.dy, mWork.newerShare);
+        hn::StoreU(hn::DemoteTo(half, parts), half, &motion.olderX);
+        motion.acrossX = static_cast<int16_t>(motion.newerX - motion.olderX);
+        motion.acrossY = static_cast<int16_t>(motion.newerY - motion.olderY);
         return motion;
     }
 
@@ -152,17 +171,18 @@ class Chooser {
         const int left = column & ~1, top = row & ~1;
         const int right = std::min(left + 2 * (column & 1), (mWork.columns - 1) & ~1);
         const int bottom = std::min(top + 2 * (row & 1), (mWork.rows - 1) & ~1);
-        const auto agrees = [&](int c, int r) {
-            const size_t node = mWork.at(c, r);
-            return mWork.costs[node] <= kAgreeing &&
-                   distance(mWork.vectors[node], vector) < kMotionUnit;
-        };
-        if (!agrees(left, top) || !agrees(right, top) || !agrees(left, bottom) ||
-            !agrees(right, bottom)) {
-            return false;
-        }
+        const Vector around[] = {
+            mWork.agreed[mWork.at(left, top)], mWork.agreed[mWork.at(right, top)],
+            mWork.agreed[mWork.at(left, bottom)], mWork.agreed[mWork.at(right, bottom)]};
+        const hn::FixedTag<int16_t, 8> d;
+        const hn::Repartition<uint32_t, decltype(d)> pairs;
+        uint32_t own;
+        std::memcpy(&own, &vector, sizeof(own));
+        const auto apart =
+            hn::Abs(hn::Sub(hn::LoadU(d, &around[0].dx), hn::BitCast(d, hn::Set(pairs, own))));
+        if (!hn::AllTrue(d, hn::Lt(apart, hn::Set(d, kMotionUnit)))) return false;
         // Where the others stand still, so does this one.
-        if (mWork.vectors[mWork.at(left, top)] == Vector{}) vector = {};
+        if (around[0] == Vector{}) vector = {};
         set(column, row, vector, kAgreeing, mWork.byTime);
         return true;
     }
@@ -194,7 +214,7 @@ class Chooser {
         if (arrival.rank != Arrival::kNothing) offer(arrival.vector, best);
     }
 
-    HWY_INLINE void offer(Vector candidate, Best* best) const {
+    void offer(Vector candidate, Best* best) const {
         if (best->cost <= kAgreeing) return;
         for (int i = 0; i < best->offered; ++i) {
             if (distance(candidate, best->known[i]) <= kOneStep) return;
@@ -234,8 +254,8 @@ class Chooser {
 
     // How far the sources differ along the motion, or anything from the limit up where it comes to
     // that. Near the picture's edges the window moves inwards until both of them hold it.
-    HWY_INLINE uint32_t costOf(int column, int row, const NodeMotion& motion,
-                               uint32_t limit) const {
+    HWY_NOINLINE uint32_t costOf(int column, int row, const NodeMotion& motion,
+                                 uint32_t limit) const {
         const auto place = [](int node, int older, int newer, int last, int* at) {
             const int low = std::max({0, -older, -newer});
             const int high = std::min({last, last - older, last - newer});
@@ -252,7 +272,7 @@ class Chooser {
     }
 
     // The same without motion, but for brightness.
-    HWY_INLINE uint32_t costOfShapes(int column, int row) const {
+    HWY_NOINLINE uint32_t costOfShapes(int column, int row) const {
         const int x = std::clamp(column * kNodeStep - kWindow / 2, 0, mLastX);
         const int y = std::clamp(row * kNodeStep - kWindow / 2, 0, mLastY);
         const QuarterPlace place = {4 * x, 4 * y};
@@ -263,10 +283,13 @@ class Chooser {
     const ptrdiff_t mStride;
     const int mLastX;
     const int mLastY;
+    // Of x and y back to the older source, and on to the newer.
+    HWY_ALIGN const int32_t mShares[4];
+    HWY_ALIGN static constexpr int32_t kBehind[4] = {-1, -1, 0, 0};
 };
 
 void Choose(const MotionPlan::Work& work) {
-    Chooser(work).chooseAll();
+    Chooser(work).chooseRows();
 }
 
 // `step` leaves out blocks of a large picture: shares do not need them all.
@@ -392,19 +415,26 @@ void MotionPlan::take(const MotionFields& fields, FrameSize size) {
     mBackwardField.read(fields.backward, -1, size);
 }
 
-void MotionPlan::lay(const SubpixelPlanes& older, const SubpixelPlanes& newer, Phase phase) {
+void MotionPlan::begin(Phase phase) {
     mPhase = phase;
     mColumns = mForwardField.columns();
     mRows = mForwardField.rows();
+    mLaid = 0;
     const auto nodes = static_cast<size_t>(mColumns) * static_cast<size_t>(mRows);
     mVectors.resize(nodes);
+    mAgreed.resize(nodes);
     mCosts.resize(nodes);
     mNodes.resize(nodes);
-    const int olderShare =
-        static_cast<int>((phase.index * kPartUnit + phase.steps / 2) / phase.steps);
-    const int newerShare = kPartUnit - olderShare;
-    carry(mForwardField, olderShare, &mForward);
-    carry(mBackwardField, -newerShare, &mBackward);
+    carry(mForwardField, olderShare(), &mForward);
+    carry(mBackwardField, olderShare() - kPartUnit, &mBackward);
+}
+
+int MotionPlan::olderShare() const {
+    return static_cast<int>((mPhase.index * kPartUnit + mPhase.steps / 2) / mPhase.steps);
+}
+
+void MotionPlan::lay(const SubpixelPlanes& older, const SubpixelPlanes& newer, TileRows tiles) {
+    const int first = std::exchange(mLaid, tiles.end + 1);
     HWY_DYNAMIC_DISPATCH(Choose)
     ({.older = older,
       .newer = newer,
@@ -414,10 +444,13 @@ void MotionPlan::lay(const SubpixelPlanes& older, const SubpixelPlanes& newer, P
       .backward = mBackward.data(),
       .columns = mColumns,
       .rows = mRows,
-      .olderShare = olderShare,
-      .newerShare = newerShare,
+      .first = first,
+      .end = mLaid,
+      .olderShare = olderShare(),
+      .newerShare = kPartUnit - olderShare(),
       .byTime = static_cast<int16_t>(shareByTime()),
       .vectors = mVectors.data(),
+      .agreed = mAgreed.data(),
       .costs = mCosts.data(),
       .nodes = mNodes.data()});
 }

@@ -34,6 +34,12 @@ struct Phase {
     uint32_t steps;
 };
 
+// Rows of tiles, each between two rows of nodes.
+struct TileRows {
+    int first;
+    int end;  // behind the last one
+};
+
 // From the older source to the newer, in units of 1 / kMotionUnit pixel.
 struct Vector {
     int16_t dx = 0;
@@ -47,15 +53,16 @@ inline int distance(Vector a, Vector b) {
 }
 
 // Where a node's pixels come from, in quarters of a pixel from its place, and how much of them from
-// the newer source.
-struct NodeMotion {
+// the newer source. It is read as one vector of eight numbers.
+struct alignas(16) NodeMotion {
     int16_t olderX = 0;
     int16_t olderY = 0;
     int16_t newerX = 0;
     int16_t newerY = 0;
+    int16_t acrossX = 0;  // from the older place to the newer
+    int16_t acrossY = 0;
     int16_t newerShare = 0;  // of kWholeShare
-
-    bool operator==(const NodeMotion&) const = default;
+    int16_t unused = 0;
 };
 
 // What a field says of one place, or what has arrived at one.
@@ -96,13 +103,17 @@ class MotionPlan {
     // The fields of a pair of frames, for all the plans laid from now on.
     void take(const MotionFields& fields, FrameSize size);
 
-    // `older` is as bright as `newer`: a fade has been undone. Both are of the fields' size.
-    void lay(const SubpixelPlanes& older, const SubpixelPlanes& newer, Phase phase);
+    // Begins the plan of one instant, of which no node is chosen yet.
+    void begin(Phase phase);
+    // Chooses all nodes as far as those below these tiles that are not chosen yet. `older` is as
+    // bright as `newer`: a fade has been undone. Both are of the fields' size.
+    void lay(const SubpixelPlanes& older, const SubpixelPlanes& newer, TileRows tiles);
 
     // Of the newer source, of kWholeShare.
     int shareByTime() const { return static_cast<int>(kWholeShare * mPhase.index / mPhase.steps); }
     int columns() const { return mColumns; }
     int rows() const { return mRows; }
+    int tileRows() const { return mRows - 1; }
     // Node (column, row) stands on pixel (8 column, 8 row); the last ones on or past the far edges.
     const NodeMotion& at(int column, int row) const { return mNodes[nodeAt(column, row)]; }
     const Vector& vector(int column, int row) const { return mVectors[nodeAt(column, row)]; }
@@ -111,6 +122,7 @@ class MotionPlan {
     struct Work;
 
   private:
+    int olderShare() const;  // of a vector, from a node back to the older source
     void carry(const NodeField& field, int share, std::vector<Arrival>* arrivals) const;
     size_t nodeAt(int column, int row) const {
         return static_cast<size_t>(row) * static_cast<size_t>(mColumns) +
@@ -120,11 +132,13 @@ class MotionPlan {
     Phase mPhase = {1, 2};
     int mColumns = 0;
     int mRows = 0;
+    int mLaid = 0;  // rows of nodes that are chosen
     NodeField mForwardField;
     NodeField mBackwardField;
     std::vector<Arrival> mForward;  // at this instant
     std::vector<Arrival> mBackward;
     std::vector<Vector> mVectors;  // chosen
+    std::vector<Vector> mAgreed;   // see Work
     std::vector<uint32_t> mCosts;  // along these
     std::vector<NodeMotion> mNodes;
 };

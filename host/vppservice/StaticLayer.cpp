@@ -21,8 +21,8 @@ struct StaticLayer::Search {
     const SubpixelPlanes& older;
     const SubpixelPlanes& newer;
     const MotionPlan& plan;
-    int columns;  // tiles
-    int rows;
+    int columns;  // of tiles
+    TileRows rows;
     uint8_t* suspects;  // 0 or 255 for each pixel, all 0 before
     ptrdiff_t stride;
     uint8_t* tiles;  // 1: there is one
@@ -40,86 +40,142 @@ namespace {
 constexpr uint8_t kStill = 6;
 constexpr uint8_t kUnlike = 24;
 
-// Eight by eight pixels of both sources: where they are, and where the motion around leads from the
-// other source: `olderMoved` shows what would be at `newer`, and the other way round.
-struct StillTile {
+// Rows of pixels in both sources: where they are, and where the motion around leads from the other
+// source: `olderMoved` shows what would be at `newer`, and the other way round.
+struct StillRows {
     const uint8_t* older;
     const uint8_t* newer;
     const uint8_t* olderMoved;
     const uint8_t* newerMoved;
 };
 
-// Marks with 255 what is the same in both sources and what the motion explains in neither; says
-// whether there is any. Two rows at a time.
-HWY_INLINE bool markStill(const StillTile& tile, ptrdiff_t stride, uint8_t* mask,
-                          ptrdiff_t maskStride) {
-    const hn::FixedTag<uint8_t, 16> d;
-    const hn::FixedTag<uint8_t, 8> half;
-    hn::VFromD<decltype(d)> marks[kNodeStep / 2];
+// Of kNodeStep rows, as many tiles beside each other as the vector holds: marks with 255 what is
+// the same in both sources and what the motion explains in neither, and notes the tiles that have
+// some. Says whether any has.
+template <class D>
+HWY_INLINE bool markStill(D d, const StillRows& rows, ptrdiff_t stride, uint8_t* mask,
+                          ptrdiff_t maskStride, uint8_t* tiles) {
+    hn::VFromD<D> marks[kNodeStep];
     auto any = hn::Zero(d);
-    for (ptrdiff_t row = 0; row < kNodeStep; row += 2) {
-        const auto load = [=](const uint8_t* p) HWY_ATTR {
-            p += row * stride;
-            return hn::Combine(d, hn::LoadU(half, p + stride), hn::LoadU(half, p));
-        };
-        const auto older = load(tile.older);
-        const auto newer = load(tile.newer);
-        const auto change = apart(older, newer);
-        const auto moved =
-            hn::Min(apart(older, load(tile.newerMoved)), apart(newer, load(tile.olderMoved)));
+    for (ptrdiff_t row = 0; row < kNodeStep; ++row) {
+        const auto load = [=](const uint8_t* p) HWY_ATTR { return hn::LoadU(d, p + row * stride); };
+        const auto older = load(rows.older);
+        const auto newer = load(rows.newer);
+        const auto change = absoluteDifference(older, newer);
+        const auto moved = hn::Min(absoluteDifference(older, load(rows.newerMoved)),
+                                   absoluteDifference(newer, load(rows.olderMoved)));
         const auto still = hn::Eq(hn::Min(change, hn::Set(d, kStill)), change);
         const auto unlike = hn::Eq(hn::Max(moved, hn::Set(d, kUnlike)), moved);
-        marks[row / 2] = hn::VecFromMask(d, hn::And(still, unlike));
-        any = hn::Or(any, marks[row / 2]);
+        marks[row] = hn::VecFromMask(d, hn::And(still, unlike));
+        any = hn::Or(any, marks[row]);
     }
     if (hn::AllTrue(d, hn::Eq(any, hn::Zero(d)))) return false;
-    for (const auto& two : marks) {
-        hn::StoreU(hn::LowerHalf(half, two), half, mask);
-        hn::StoreU(hn::UpperHalf(half, two), half, mask + maskStride);
-        mask += 2 * maskStride;
+    for (const auto& row : marks) {
+        hn::StoreU(row, d, mask);
+        mask += maskStride;
     }
+    HWY_ALIGN uint64_t found[hn::MaxLanes(d) / kNodeStep];
+    hn::Store(hn::BitCast(hn::Repartition<uint64_t, D>(), any), hn::Repartition<uint64_t, D>(),
+              found);
+    for (size_t tile = 0; tile < hn::Lanes(d) / kNodeStep; ++tile)
+        tiles[tile] = found[tile] != 0 ? 1 : 0;
     return true;
 }
 
-// The motion of the four nodes around a tile that leads furthest.
-HWY_INLINE Vector fastest(const MotionPlan& plan, int column, int row) {
-    const auto length = [](const Vector& v) { return std::abs(v.dx) + std::abs(v.dy); };
-    Vector most = plan.vector(column, row);
-    for (const Vector& other : {plan.vector(column + 1, row), plan.vector(column, row + 1),
-                                plan.vector(column + 1, row + 1)}) {
-        if (length(other) > length(most)) most = other;
+// Looks for suspects in tiles beside each other that move alike.
+class Suspects {
+  public:
+    explicit Suspects(const StaticLayer::Search& search)
+        : mSearch(search), mWidth(search.newer.width()), mHeight(search.newer.height()) {}
+
+    HWY_INLINE bool findAll() {
+        for (int row = mSearch.rows.first; row < mSearch.rows.end; ++row) {
+            for (int column = 0; column < mSearch.columns;)
+                column += findFrom(column, row);
+        }
+        return mAny;
     }
-    return most;
-}
+
+  private:
+    // In whole pixels; none: too little to tell.
+    struct Step {
+        int dx = 0;
+        int dy = 0;
+
+        bool operator==(const Step&) const = default;
+    };
+
+    // Of the motion of the four nodes around a tile, the one that leads furthest.
+    HWY_INLINE Step stepOf(int column, int row) const {
+        const auto length = [](const Vector& v) { return std::abs(v.dx) + std::abs(v.dy); };
+        const Vector* upper = &mSearch.plan.vector(column, row);
+        const Vector* lower = &mSearch.plan.vector(column, row + 1);
+        Vector most = upper[0];
+        for (const Vector& other : {upper[1], lower[0], lower[1]}) {
+            if (length(other) > length(most)) most = other;
+        }
+        if (distance(most, {}) < kMotionUnit) return {};
+        const auto whole = [](int eighths) { return (eighths + kMotionUnit / 2) >> 3; };
+        return {whole(most.dx), whole(most.dy)};
+    }
+
+    // Returns how many tiles are done with.
+    HWY_INLINE int findFrom(int column, int row) {
+        const Step step = stepOf(column, row);
+        if (step == Step{}) return 1;
+        int end = column + 1;
+        // The last tile of a row that eight does not divide overlaps the one before.
+        const int whole = mWidth / kNodeStep;
+        while (end < whole && stepOf(end, row) == step)
+            ++end;
+        const auto [dx, dy] = step;
+        const int y = std::min(row * kNodeStep, mHeight - kNodeStep);
+        if (std::min(y - dy, y + dy) < 0 || std::max(y - dy, y + dy) + kNodeStep > mHeight)
+            return end - column;
+        const auto leaves = [&](int tile) {
+            const int x = xOf(tile);
+            return std::min(x - dx, x + dx) < 0 || std::max(x - dx, x + dx) + kNodeStep > mWidth;
+        };
+        int first = column;
+        int last = end;
+        while (first < last && leaves(first))
+            ++first;
+        while (first < last && leaves(last - 1))
+            --last;
+        first = findBy(hn::ScalableTag<uint8_t>(), first, last, y, row, step);
+        first = findBy(hn::CappedTag<uint8_t, 16>(), first, last, y, row, step);
+        findBy(hn::FixedTag<uint8_t, kNodeStep>(), first, last, y, row, step);
+        return end - column;
+    }
+
+    // As long as a vector is full. Returns the tile after the last one looked at.
+    template <class D>
+    HWY_INLINE int findBy(D d, int first, int last, int y, int row, Step step) {
+        const auto tiles = static_cast<int>(hn::Lanes(d)) / kNodeStep;
+        const ptrdiff_t stride = mSearch.newer.stride();
+        for (; first + tiles <= last; first += tiles) {
+            const int x = xOf(first);
+            const StillRows rows = {mSearch.older.pixel(x, y), mSearch.newer.pixel(x, y),
+                                    mSearch.older.pixel(x - step.dx, y - step.dy),
+                                    mSearch.newer.pixel(x + step.dx, y + step.dy)};
+            mAny |= markStill(d, rows, stride, mSearch.suspects + y * mSearch.stride + x,
+                              mSearch.stride, mSearch.tiles + row * mSearch.columns + first);
+        }
+        return first;
+    }
+
+    HWY_INLINE int xOf(int column) const {
+        return std::min(column * kNodeStep, mWidth - kNodeStep);
+    }
+
+    const StaticLayer::Search& mSearch;
+    const int mWidth;
+    const int mHeight;
+    bool mAny = false;
+};
 
 bool Suspect(const StaticLayer::Search& search) {
-    const int width = search.newer.width();
-    const int height = search.newer.height();
-    const auto whole = [](int eighths) { return (eighths + kMotionUnit / 2) >> 3; };
-    bool any = false;
-    for (int row = 0; row < search.rows; ++row) {
-        for (int column = 0; column < search.columns; ++column) {
-            const Vector vector = fastest(search.plan, column, row);
-            if (distance(vector, {}) < kMotionUnit) continue;
-            const int x = std::min(column * kNodeStep, width - kNodeStep);
-            const int y = std::min(row * kNodeStep, height - kNodeStep);
-            const int dx = whole(vector.dx);
-            const int dy = whole(vector.dy);
-            const auto inside = [&](int atX, int atY) {
-                return atX >= 0 && atY >= 0 && atX + kNodeStep <= width &&
-                       atY + kNodeStep <= height;
-            };
-            if (!inside(x + dx, y + dy) || !inside(x - dx, y - dy)) continue;
-            const StillTile tile = {search.older.pixel(x, y), search.newer.pixel(x, y),
-                                    search.older.pixel(x - dx, y - dy),
-                                    search.newer.pixel(x + dx, y + dy)};
-            uint8_t* mask = search.suspects + y * search.stride + x;
-            if (!markStill(tile, search.newer.stride(), mask, search.stride)) continue;
-            search.tiles[row * search.columns + column] = 1;
-            any = true;
-        }
-    }
-    return any;
+    return Suspects(search).findAll();
 }
 
 }  // namespace
@@ -135,6 +191,10 @@ HWY_EXPORT(Suspect);
 // Neighbours, of eight, that are suspected too: an end of a line has one, a speck none.
 constexpr int kSupport = 2;
 
+int wholePixels(int quarters) {
+    return (quarters + 2) >> 2;
+}
+
 uint8_t mixed(int older, int newer, int newerShare) {
     return static_cast<uint8_t>(
         (older * (kWholeShare - newerShare) + newer * newerShare + kWholeShare / 2) / kWholeShare);
@@ -142,25 +202,34 @@ uint8_t mixed(int older, int newer, int newerShare) {
 
 }  // namespace
 
-void StaticLayer::find(const SubpixelPlanes& older, const SubpixelPlanes& newer,
-                       const MotionPlan& plan) {
-    if (newer.width() != mWidth || newer.height() != mHeight) {
-        resize(newer.width(), newer.height());
+void StaticLayer::begin(FrameSize size) {
+    const auto width = static_cast<int>(size.width);
+    const auto height = static_cast<int>(size.height);
+    if (width != mWidth || height != mHeight) {
+        resize(width, height);
     } else if (mSuspected) {
         forget();
     }
     std::fill(mTiles.begin(), mTiles.end(), uint8_t{0});
+    mSuspected = false;
     mAny = false;
-    mSuspected = HWY_DYNAMIC_DISPATCH(Suspect)({.older = older,
-                                                .newer = newer,
-                                                .plan = plan,
-                                                .columns = mColumns,
-                                                .rows = mRows,
-                                                .suspects = at(mSuspects, 0, 0),
-                                                .stride = mStride,
-                                                .tiles = mTiles.data()});
-    if (!mSuspected) return;
+}
+
+void StaticLayer::suspect(const SubpixelPlanes& older, const SubpixelPlanes& newer,
+                          const MotionPlan& plan, TileRows tiles) {
+    mSuspected |= HWY_DYNAMIC_DISPATCH(Suspect)({.older = older,
+                                                 .newer = newer,
+                                                 .plan = plan,
+                                                 .columns = mColumns,
+                                                 .rows = tiles,
+                                                 .suspects = at(mSuspects, 0, 0),
+                                                 .stride = mStride,
+                                                 .tiles = mTiles.data()});
+}
+
+void StaticLayer::confirmAll() {
     mSuspectTiles = mTiles;
+    std::fill(mAround.begin(), mAround.end(), uint8_t{0});
     for (int row = 0; row < mRows; ++row) {
         for (int column = 0; column < mColumns; ++column) {
             if (mTiles[tileAt(column, row)] != 0) confirm(column, row);
@@ -181,6 +250,7 @@ void StaticLayer::resize(int width, int height) {
     mMask.assign(bytes, 0);
     mTiles.resize(static_cast<size_t>(mColumns) * static_cast<size_t>(mRows));
     mSuspectTiles.resize(mTiles.size());
+    mAround.resize(mTiles.size());
     mWidth = width;
     mHeight = height;
 }
@@ -220,7 +290,14 @@ void StaticLayer::confirm(int column, int row) {
         }
     }
     mTiles[tileAt(column, row)] = any ? 1 : 0;
-    mAny = mAny || any;
+    if (!any) return;
+    mAny = true;
+    for (int down = std::max(row - 1, 0); down <= std::min(row + 1, mRows - 1); ++down) {
+        for (int across = std::max(column - 1, 0); across <= std::min(column + 1, mColumns - 1);
+             ++across) {
+            mAround[tileAt(across, down)] = 1;
+        }
+    }
 }
 
 // Whether any tile that the eight pixels from (x, y), both ways, or the pixels beside these lie in
@@ -245,13 +322,24 @@ bool StaticLayer::near(int x, int y) const {
 }
 
 void StaticLayer::restore(const SubpixelPlanes& older, const SubpixelPlanes& newer,
-                          const MotionPlan& plan, const Nv12Canvas& to) const {
+                          const MotionPlan& plan, const Nv12Canvas& to) {
+    if (mSuspected) confirmAll();
     if (!mAny) return;
     for (int row = 0; row < mRows; ++row) {
         for (int column = 0; column < mColumns; ++column) {
             const NodeMotion& node = plan.at(column, row);
-            if (node.newerX == node.olderX && node.newerY == node.olderY) continue;
-            uncover(older, newer, node, column, row, to);
+            if (node.acrossX == 0 && node.acrossY == 0) continue;
+            // Few tiles lead to the neighbourhood of any.
+            const auto leadsNear = [&](int dx, int dy) {
+                const auto tile = [](int pixel, int tiles) {
+                    return std::clamp(pixel >> 3, 0, tiles - 1);
+                };
+                const int x = column * kNodeStep + wholePixels(dx);
+                const int y = row * kNodeStep + wholePixels(dy);
+                return mAround[tileAt(tile(x, mColumns), tile(y, mRows))] != 0;
+            };
+            if (leadsNear(node.olderX, node.olderY) || leadsNear(node.newerX, node.newerY))
+                uncover(older, newer, node, column, row, to);
         }
     }
     const int share = plan.shareByTime();
@@ -268,8 +356,8 @@ void StaticLayer::uncover(const SubpixelPlanes& older, const SubpixelPlanes& new
                           const NodeMotion& node, int column, int row, const Nv12Canvas& to) const {
     const int x = column * kNodeStep;
     const int y = row * kNodeStep;
-    const int olderX = (node.olderX + 2) >> 2, olderY = (node.olderY + 2) >> 2;
-    const int newerX = (node.newerX + 2) >> 2, newerY = (node.newerY + 2) >> 2;
+    const int olderX = wholePixels(node.olderX), olderY = wholePixels(node.olderY);
+    const int newerX = wholePixels(node.newerX), newerY = wholePixels(node.newerY);
     const bool covers = touches(x + olderX, y + olderY) || touches(x + newerX, y + newerY);
     const auto inside = [&](int dx, int dy) {
         return x + dx >= 0 && y + dy >= 0 && x + dx + kNodeStep < mWidth &&

@@ -15,12 +15,15 @@ namespace qoz::host::vppservice {
 
 class StaticLayer {
   public:
-    // `older` is as bright as `newer`, as the plan was laid.
-    void find(const SubpixelPlanes& older, const SubpixelPlanes& newer, const MotionPlan& plan);
-
-    // Puts right what has been written along the plan.
+    // Begins a frame of this size.
+    void begin(FrameSize size);
+    // Looks for suspects in these tiles, the nodes around which are chosen. `older` is as bright as
+    // `newer`, as the plan was laid.
+    void suspect(const SubpixelPlanes& older, const SubpixelPlanes& newer, const MotionPlan& plan,
+                 TileRows tiles);
+    // Of all tiles; puts right what has been written along the plan.
     void restore(const SubpixelPlanes& older, const SubpixelPlanes& newer, const MotionPlan& plan,
-                 const Nv12Canvas& to) const;
+                 const Nv12Canvas& to);
 
     // What the search for suspects works on; see the source.
     struct Search;
@@ -30,6 +33,7 @@ class StaticLayer {
 
     void resize(int width, int height);
     void forget();
+    void confirmAll();
     void confirm(int column, int row);
     void uncover(const SubpixelPlanes& older, const SubpixelPlanes& newer, const NodeMotion& node,
                  int column, int row, const Nv12Canvas& to) const;
@@ -57,6 +61,7 @@ class StaticLayer {
     std::vector<uint8_t> mSuspects;  // 0 or 255 for each pixel
     std::vector<uint8_t> mMask;
     std::vector<uint8_t> mTiles;         // 1: the tile has some of the mask
+    std::vector<uint8_t> mAround;        // 1: it has, or one of the eight around it
     std::vector<uint8_t> mSuspectTiles;  // 1: it has suspects, as long as mSuspected
     bool mSuspected = false;
     bool mAny = false;

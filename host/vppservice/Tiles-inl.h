@@ -46,24 +46,41 @@ constexpr Shares sharesOf(size_t wide, size_t tall) {
     return shares;
 }
 
+using NodeLanes = hn::FixedTag<int16_t, 8>;
+
+HWY_INLINE hn::VFromD<NodeLanes> lanesOf(const NodeMotion& node) {
+    static_assert(sizeof(NodeMotion) == sizeof(int16_t) * 8);
+    return hn::Load(NodeLanes(), &node.olderX);
+}
+
+HWY_INLINE bool isZero(hn::VFromD<NodeLanes> lanes) {
+    return hn::AllTrue(NodeLanes(), hn::Eq(lanes, hn::Zero(NodeLanes())));
+}
+
 // The nodes around a tile: top left, top right, bottom left, bottom right.
 struct Tile {
     const NodeMotion* nodes[4];
 
     HWY_INLINE Tile(const MotionPlan& plan, int column, int row)
-        : nodes{&plan.at(column, row), &plan.at(column + 1, row), &plan.at(column, row + 1),
-                &plan.at(column + 1, row + 1)} {}
+        : nodes{&plan.at(column, row), &plan.at(column, row) + 1, &plan.at(column, row + 1),
+                &plan.at(column, row + 1) + 1} {}
 
+    HWY_INLINE hn::VFromD<NodeLanes> lanes(size_t node) const { return lanesOf(*nodes[node]); }
+    HWY_INLINE bool same(size_t a, size_t b) const { return isZero(hn::Xor(lanes(a), lanes(b))); }
     HWY_INLINE bool alike() const {
-        return *nodes[0] == *nodes[1] && *nodes[0] == *nodes[2] && *nodes[0] == *nodes[3];
+        const auto first = lanes(0);
+        return isZero(hn::Or(hn::Or(hn::Xor(first, lanes(1)), hn::Xor(first, lanes(2))),
+                             hn::Xor(first, lanes(3))));
     }
     HWY_INLINE bool apart() const {
-        const auto far = [](const NodeMotion& a, const NodeMotion& b) {
-            const int dx = (a.newerX - a.olderX) - (b.newerX - b.olderX);
-            const int dy = (a.newerY - a.olderY) - (b.newerY - b.olderY);
-            return std::max(std::abs(dx), std::abs(dy)) > kApart;
-        };
-        return far(*nodes[0], *nodes[3]) || far(*nodes[1], *nodes[2]) || far(*nodes[0], *nodes[1]);
+        const NodeLanes d;
+        const auto between = [this](size_t a, size_t b)
+                                 HWY_ATTR { return hn::Abs(hn::Sub(lanes(a), lanes(b))); };
+        const auto most = hn::Max(hn::Max(between(0, 3), between(1, 2)), between(0, 1));
+        constexpr int16_t kAny = INT16_MAX;
+        HWY_ALIGN static constexpr int16_t kLimits[8] = {kAny,   kAny,   kAny, kAny,
+                                                         kApart, kApart, kAny, kAny};
+        return !hn::AllFalse(d, hn::Gt(most, hn::Load(d, kLimits)));
     }
     HWY_INLINE bool sharedAlike() const {
         return nodes[0]->newerShare == nodes[1]->newerShare &&
@@ -72,12 +89,12 @@ struct Tile {
     }
     // Of nodes that are not apart.
     HWY_INLINE NodeMotion mean() const {
-        const auto of = [this](int16_t NodeMotion::*part) {
-            return static_cast<int16_t>(
-                (nodes[0]->*part + nodes[1]->*part + nodes[2]->*part + nodes[3]->*part + 2) >> 2);
-        };
-        return {of(&NodeMotion::olderX), of(&NodeMotion::olderY), of(&NodeMotion::newerX),
-                of(&NodeMotion::newerY), nodes[0]->newerShare};
+        const NodeLanes d;
+        const auto sum = hn::Add(hn::Add(lanes(0), lanes(1)), hn::Add(lanes(2), lanes(3)));
+        NodeMotion of;
+        hn::Store(hn::ShiftRight<2>(hn::Add(sum, hn::Set(d, 2))), d, &of.olderX);
+        of.newerShare = nodes[0]->newerShare;
+        return of;
     }
 };
 
@@ -96,31 +113,47 @@ class PlaceFinder {
 
     // Where the motion leads out of one source, the other alone is used.
     HWY_INLINE Places of(const NodeMotion& node, int x, int y) const {
-        bool inOlder = false, inNewer = false;
-        const QuarterPlace older = clamped(x, y, node.olderX, node.olderY, &inOlder);
-        const QuarterPlace newer = clamped(x, y, node.newerX, node.newerY, &inNewer);
-        return {older, newer, inOlder == inNewer ? node.newerShare : inNewer ? kWholeShare : 0};
+        const Lanes d;
+        auto to = placesOf(node, x, y);
+        const auto out = outside(to, x, y);
+        int share = node.newerShare;
+        if (!hn::AllFalse(d, out)) {
+            HWY_ALIGN int32_t leaves[4];
+            hn::Store(hn::VecFromMask(d, out), d, leaves);
+            const bool leavesOlder = (leaves[0] | leaves[1]) != 0;
+            const bool leavesNewer = (leaves[2] | leaves[3]) != 0;
+            if (leavesOlder != leavesNewer) share = leavesNewer ? 0 : kWholeShare;
+            // All of a place lies well within the rim for a tile.
+            to = hn::Min(hn::Max(to, hn::Set(d, -4 * kOut)),
+                         pairOf(mLastX + 4 * kOut, mLastY + 4 * kOut));
+        }
+        HWY_ALIGN int32_t at[4];
+        hn::Store(to, d, at);
+        return {{at[0], at[1]}, {at[2], at[3]}, share};
     }
     // Whether the motion leads out of neither source.
     HWY_INLINE bool inside(const NodeMotion& node, int x, int y) const {
-        bool inOlder = false, inNewer = false;
-        clamped(x, y, node.olderX, node.olderY, &inOlder);
-        clamped(x, y, node.newerX, node.newerY, &inNewer);
-        return inOlder && inNewer;
+        return hn::AllFalse(Lanes(), outside(placesOf(node, x, y), x, y));
     }
 
   private:
+    // x and y in the older source, and in the newer.
+    using Lanes = hn::FixedTag<int32_t, 4>;
+
     // Further out than this there is no rim to read.
     static constexpr int kOut = SubpixelPlanes::kRim - 8;
 
-    // All of a place lies well within the rim for a tile.
-    HWY_INLINE QuarterPlace clamped(int x, int y, int dx, int dy, bool* inside) const {
-        const int toX = 4 * x + dx;
-        const int toY = 4 * y + dy;
-        *inside = toX >= -4 && toY >= -4 && toX <= std::max(4 * x, mLastX) + 4 &&
-                  toY <= std::max(4 * y, mLastY) + 4;
-        return {std::clamp(toX, -4 * kOut, mLastX + 4 * kOut),
-                std::clamp(toY, -4 * kOut, mLastY + 4 * kOut)};
+    static HWY_INLINE hn::VFromD<Lanes> pairOf(int x, int y) {
+        return hn::OddEven(hn::Set(Lanes(), y), hn::Set(Lanes(), x));
+    }
+    static HWY_INLINE hn::VFromD<Lanes> placesOf(const NodeMotion& node, int x, int y) {
+        const Lanes d;
+        const hn::Rebind<int16_t, Lanes> half;
+        return hn::Add(hn::PromoteTo(d, hn::LoadU(half, &node.olderX)), pairOf(4 * x, 4 * y));
+    }
+    HWY_INLINE hn::MFromD<Lanes> outside(hn::VFromD<Lanes> to, int x, int y) const {
+        const auto most = pairOf(std::max(4 * x, mLastX) + 4, std::max(4 * y, mLastY) + 4);
+        return hn::Or(hn::Lt(to, hn::Set(Lanes(), -4)), hn::Gt(to, most));
     }
 
     const int mLastX;
@@ -147,10 +180,12 @@ HWY_INLINE void forEachTile(const MotionPlan& plan, const PlaceFinder& places, i
         int count = 1;
         if (places.inside(node, x, y)) {
             const int most = std::min(columns, width / kNodeStep);
-            while (column + count < most && plan.at(column + count + 1, row) == node &&
-                   plan.at(column + count + 1, row + 1) == node) {
+            const auto lanes = lanesOf(node);
+            const auto moves = [&](int r) HWY_ATTR {
+                return hn::Xor(lanes, lanesOf(plan.at(column + count + 1, r)));
+            };
+            while (column + count < most && isZero(hn::Or(moves(row), moves(row + 1))))
                 ++count;
-            }
             while (count > 1 && !places.inside(node, x + (count - 1) * kNodeStep, y))
                 --count;
         }
@@ -173,7 +208,7 @@ class Predictions {
     HWY_INLINE Predictions(const Tile& tile, const Predict& predict) {
         for (size_t k = 0; k < 4; ++k) {
             size_t same = 0;
-            while (same < k && *tile.nodes[same] != *tile.nodes[k])
+            while (same < k && !tile.same(same, k))
                 ++same;
             mOf[k] = mPixels[same];
             if (same == k) predict(k, mPixels[k]);
