@@ -147,7 +147,8 @@ std::optional<Fault> parseFault(const std::string& text, std::string* error) {
         return std::nullopt;
     }
     if (good) return fault;
-    *error = "not a fault: " + text + " (operation=code, or operation=word, then @n or @n+)";
+    *error = "not a fault: " + text +
+             " (expected operation=answer, operation=answer@n or operation=answer@n+)";
     return std::nullopt;
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Whether the calls of one object on the bus can still be answered with a value.
+// Ensures that an object on the bus is still registered while its calls are answered with a value.
 #pragma once
 
 #include <android-base/thread_annotations.h>
@@ -13,20 +13,20 @@
 
 namespace qoz::host::vppd {
 
-// The bus library compares a value with the signature that the object was registered with, when the
-// value is sent. That signature ends with the registration, while an answer may come later. So each
-// answer with a value passes this gate, and the object closes it before it leaves the bus. An error
-// has no signature, and needs no gate.
+// When the bus library sends a value, it compares the value with the signature in the registration
+// of the object. The registration may have ended by then, because answers are given later and on
+// other threads. Therefore every answer with a value passes this gate, and the object closes the
+// gate before it leaves the bus. An error has no signature and needs no gate.
 //
-// Shared by the object and the answers that it still owes; keeps the connection for both. Callable
-// on any thread. Nothing is sent under the lock: the thread that reads the bus passes the gate with
-// the bus library's own lock held, which sending takes.
+// Owned by the object and by its pending answers. It keeps the connection alive for them. Callable
+// on any thread. The lock is not held while an answer is sent: sending takes the lock of the bus
+// library, and the thread that reads the bus enters the gate while it holds that lock.
 class AnswerGate {
   public:
     explicit AnswerGate(std::shared_ptr<Bus> bus) : mBus(std::move(bus)) {}
 
-    // Runs `send`, unless the gate is closed: then it returns false. The gate does not close
-    // meanwhile.
+    // Runs `send` and returns true, or returns false if the gate is closed. close() does not return
+    // while `send` runs.
     template <typename Send>
     bool pass(const Send& send) EXCLUDES(mLock) {
         if (!enter()) return false;
@@ -35,9 +35,9 @@ class AnswerGate {
         return true;
     }
 
-    // Returns when no answer is on its way any more, which sending alone can delay: it writes to a
-    // socket that never blocks. Not for use from within pass(), nor with the bus library's lock
-    // held.
+    // Closes the gate and waits until no answer is being sent. The wait is short, because sending
+    // writes to a socket without blocking. Must not be called from within pass(), nor while the
+    // lock of the bus library is held.
     void close() EXCLUDES(mLock) {
         std::unique_lock lock(mLock);
         const android::base::ScopedLockAssertion held(mLock);
@@ -46,7 +46,7 @@ class AnswerGate {
     }
 
   private:
-    // Leaves at the end of the scope, also when sending throws.
+    // Leaves the gate at the end of a scope, even if sending throws.
     struct Leave {
         AnswerGate& gate;
         ~Leave() { gate.leave(); }
@@ -63,7 +63,7 @@ class AnswerGate {
         if (--mWithin == 0) mAllLeft.notify_all();
     }
 
-    const std::shared_ptr<Bus> mBus;  // kept alive for answers that outlive their object
+    const std::shared_ptr<Bus> mBus;  // not used, only kept alive
     std::mutex mLock;
     std::condition_variable mAllLeft;
     bool mClosed GUARDED_BY(mLock) = false;

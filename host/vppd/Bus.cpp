@@ -10,9 +10,9 @@
 #include "host/vppd/RemoteCall.h"
 
 #if defined(__SANITIZE_THREAD__)
-// Libraries that are not instrumented share a pending call, and an exception that passes from the
-// thread that reads the bus to a caller: the sanitizer does not see the atomic counts that order
-// the ends of both.
+// False reports about libraries that are not instrumented. The reading thread shares a pending call
+// with its caller, and passes it an exception. Atomic reference counts in those libraries order the
+// destruction of both, but the sanitizer cannot see them.
 extern "C" const char* __tsan_default_suppressions() {
     return "race:sdbus::PendingAsyncCall\nrace:sdbus::internal::Proxy::sdbus_async_reply_handler\n"
            "race:std::runtime_error::~runtime_error\n";
@@ -39,7 +39,7 @@ Bus::Bus(const std::string& address) : mConnection(connect(address)) {
 }
 
 Bus::~Bus() {
-    stopTelling();
+    stopNotifications();
     mConnection->leaveEventLoop();
     if (mReader.joinable()) mReader.join();
 }
@@ -64,14 +64,15 @@ void Bus::start(std::function<void()> onGone) {
     pthread_setname_np(mReader.native_handle(), "bus");
 }
 
-// When it cannot go on, the bus is to know: whoever waits for this process is told that it has
-// left.
+// The body of the reading thread. If it cannot continue, it shuts the connection down, so that the
+// bus tells the other connections that this one has left.
 void Bus::read() {
     try {
         mConnection->enterEventLoop();
-        return;  // asked to
+        return;  // leaveEventLoop() has been called
     } catch (const sdbus::Error& error) {
-        __android_log_print(ANDROID_LOG_WARN, "vppd", "the connection has ended: %s", error.what());
+        __android_log_print(ANDROID_LOG_WARN, "vppd", "the connection to the bus has ended: %s",
+                            error.what());
     }
     mAlive.store(false, std::memory_order_release);
     shutdown(mConnection->getEventLoopPollData().fd, SHUT_RDWR);
@@ -79,15 +80,16 @@ void Bus::read() {
     if (mOnGone) mOnGone();
 }
 
-void Bus::stopTelling() {
+void Bus::stopNotifications() {
     mOwners.reset();
     const std::lock_guard lock(mLock);
     mOnGone = nullptr;
 }
 
-// None when the bus answers with an error, or not in time.
+// Calls a method of the bus itself. Returns nullopt if the answer is an error or does not arrive by
+// `end`.
 template <typename Value, typename... Args>
-std::optional<Value> Bus::askDriver(const char* method, SteadyTime end, const Args&... args) {
+std::optional<Value> Bus::askBus(const char* method, SteadyTime end, const Args&... args) {
     try {
         return callWithin<Value>(end, *mDriver, kDriver, method, args...);
     } catch (const sdbus::Error& error) {
@@ -97,21 +99,21 @@ std::optional<Value> Bus::askDriver(const char* method, SteadyTime end, const Ar
 }
 
 void Bus::startService(const std::string& busName, SteadyTime end) {
-    askDriver<uint32_t>("StartServiceByName", end, busName, uint32_t{0});
+    askBus<uint32_t>("StartServiceByName", end, busName, uint32_t{0});
 }
 
 bool Bus::takeName(const std::string& busName, SteadyTime end) {
-    constexpr uint32_t kDoNotQueue = 4;  // as RequestName of the bus has it
+    constexpr uint32_t kDoNotQueue = 4;  // a flag and a result of RequestName
     constexpr uint32_t kPrimaryOwner = 1;
-    return askDriver<uint32_t>("RequestName", end, busName, kDoNotQueue) == kPrimaryOwner;
+    return askBus<uint32_t>("RequestName", end, busName, kDoNotQueue) == kPrimaryOwner;
 }
 
 std::optional<std::string> Bus::ownerOf(const std::string& busName, SteadyTime end) {
-    return askDriver<std::string>("GetNameOwner", end, busName);
+    return askBus<std::string>("GetNameOwner", end, busName);
 }
 
 std::optional<pid_t> Bus::pidOf(const std::string& busName, SteadyTime end) {
-    const auto pid = askDriver<uint32_t>("GetConnectionUnixProcessID", end, busName);
+    const auto pid = askBus<uint32_t>("GetConnectionUnixProcessID", end, busName);
     if (!pid) return std::nullopt;
     return static_cast<pid_t>(*pid);
 }

@@ -12,9 +12,9 @@ namespace qoz::host::vppd {
 namespace {
 
 constexpr uint64_t kNoLimit = UINT64_MAX;
-// Buffers of a port that the client has been sent and has not answered. Each is a call that the bus
-// keeps account of, and it does so for a limited number.
-constexpr size_t kMostReturning = 4;
+// The number of returns of one port that may be unanswered at a time. The bus limits the number of
+// calls that it waits for.
+constexpr size_t kMaxUnansweredBuffers = 4;
 
 constexpr std::chrono::milliseconds kPause{20};  // before a callback is sent again
 
@@ -33,7 +33,8 @@ CallbackOutbox::CallbackOutbox(std::shared_ptr<Bus> bus, const std::string& clie
       mLater(std::move(later)),
       mProxy(sdbus::createProxy(mBus->connection(), client, path)) {}
 
-// An answer that is being handled may still send what it had found due; that goes with the proxy.
+// unregister() waits for a reply that is being handled on the reading thread. That handler may
+// still send callbacks that it had found due; they are discarded with the proxy.
 CallbackOutbox::~CallbackOutbox() {
     {
         const std::lock_guard lock(mLock);
@@ -47,13 +48,14 @@ void CallbackOutbox::post(OutgoingCallback callback) {
         const std::lock_guard lock(mLock);
         mCallbacks.push_back(std::move(callback));
     }
-    sendWhatMay();
+    sendDue();
 }
 
-void CallbackOutbox::sendWhatMay() {
+// Sends all callbacks that are due, without the lock.
+void CallbackOutbox::sendDue() {
     std::unique_lock lock(mLock);
     const android::base::ScopedLockAssertion held(mLock);
-    if (mSending) return;  // who sends looks again
+    if (mSending) return;  // the thread that sends calls takeDue() again before it ends
     mSending = true;
     for (auto due = takeDue(); !due.empty(); due = takeDue()) {
         lock.unlock();
@@ -65,20 +67,21 @@ void CallbackOutbox::sendWhatMay() {
     mSending = false;
 }
 
+// Returns the callbacks that may be sent now, in order, and marks them as sent.
 std::vector<CallbackOutbox::Entry> CallbackOutbox::takeDue() {
     std::vector<Entry> due;
     if (mClosed) return due;
-    unsigned used = OutgoingCallback::kNoPort;  // ports of callbacks that come before
-    unsigned stopped =
-        OutgoingCallback::kNoPort;  // of those, ports that nothing more may follow on
-    size_t returning[3] = {};       // buffers that have been sent, by port
+    unsigned used = OutgoingCallback::kNoPort;     // ports of the earlier callbacks
+    unsigned stopped = OutgoingCallback::kNoPort;  // ports on which no more may be sent
+    size_t unanswered[3] = {};                     // returns that have been sent, by port
     for (auto entry = mCallbacks.begin(); entry != mCallbacks.end(); ++entry) {
-        const bool isBuffer = entry->settles == Owed::Buffer;
+        const bool isBuffer = entry->completes == Completion::Buffer;
         if (!entry->sent && (entry->ports & (isBuffer ? stopped : used)) == 0) {
             entry->sent = true;
             due.push_back(entry);
         }
-        const bool more = isBuffer && entry->sent && ++returning[entry->ports] < kMostReturning;
+        const bool more =
+            isBuffer && entry->sent && ++unanswered[entry->ports] < kMaxUnansweredBuffers;
         used |= entry->ports;
         if (!more) stopped |= entry->ports;
         if (stopped == OutgoingCallback::kBoth) break;
@@ -86,7 +89,8 @@ std::vector<CallbackOutbox::Entry> CallbackOutbox::takeDue() {
     return due;
 }
 
-// An entry that has been sent is left alone by all but its own answer.
+// Sends one callback, without the lock. Once an entry is marked as sent, only the handler of its
+// reply changes or removes it.
 void CallbackOutbox::send(Entry entry) {
     try {
         callWith(mProxy->callMethodAsync(entry->method)
@@ -101,20 +105,22 @@ void CallbackOutbox::send(Entry entry) {
     }
 }
 
+// Runs on the reading thread. Any answer of the client completes the operation, even an error.
 void CallbackOutbox::onAnswer(Entry entry, const sdbus::Error* error) {
-    if (error != nullptr && wasNotCarried(*error)) {
+    if (error != nullptr && wasNotDelivered(*error)) {
         retry(entry);
         return;
     }
-    const std::optional<Owed> settled = entry->settles;
+    const std::optional<Completion> completed = entry->completes;
     {
         const std::lock_guard lock(mLock);
         mCallbacks.erase(entry);
     }
-    if (settled) forgive(*settled);
-    sendWhatMay();
+    if (completed) removeReservation(*completed);
+    sendDue();
 }
 
+// Sends a callback again after a pause.
 void CallbackOutbox::retry(Entry entry) {
     mLater([self = weak_from_this(), entry] {
         std::this_thread::sleep_for(kPause);
@@ -124,18 +130,19 @@ void CallbackOutbox::retry(Entry entry) {
             const std::lock_guard lock(alive->mLock);
             entry->sent = false;
         }
-        alive->sendWhatMay();
+        alive->sendDue();
     });
 }
 
-void CallbackOutbox::owe(Owed kind, vppservice::Reservation reservation) {
+void CallbackOutbox::addReservation(Completion kind, vppservice::Reservation reservation) {
     const std::lock_guard lock(mLock);
-    (kind == Owed::Buffer ? mOwedBuffers : mOwedEvents).push_back(std::move(reservation));
+    (kind == Completion::Buffer ? mBufferReservations : mEventReservations)
+        .push_back(std::move(reservation));
 }
 
-void CallbackOutbox::forgive(Owed kind) {
+void CallbackOutbox::removeReservation(Completion kind) {
     const std::lock_guard lock(mLock);
-    auto& owed = kind == Owed::Buffer ? mOwedBuffers : mOwedEvents;
+    auto& owed = kind == Completion::Buffer ? mBufferReservations : mEventReservations;
     if (!owed.empty()) owed.pop_back();
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Callbacks on their way to a client in another process.
+// Sends the callbacks of a session to a client in another process.
 #pragma once
 
 #include <android-base/thread_annotations.h>
@@ -19,42 +19,45 @@
 
 namespace qoz::host::vppd {
 
-// What a callback settles: something that the client gave and is owed an answer for.
-enum class Owed { Buffer, Event };
+// The kind of operation that a callback completes: the queueing of a buffer, which ends with its
+// return, or a flush, drain or reconfiguration, which ends with an event.
+enum class Completion { Buffer, Event };
 
+// One callback. By default it is an event that concerns both ports and completes an operation.
 struct OutgoingCallback {
     enum Ports : unsigned { kNoPort = 0, kInput = 1, kOutput = 2, kBoth = kInput | kOutput };
 
-    const char* method = nullptr;
+    const char* method = nullptr;  // the name on the bus
     std::variant<std::monostate, int32_t, BusBuffer> argument = {};
-    Ports ports = kBoth;
-    std::optional<Owed> settles = Owed::Event;
-    bool sent = false;
+    Ports ports = kBoth;  // the ports whose order the callback must keep
+    std::optional<Completion> completes = Completion::Event;
+    bool sent = false;  // and not answered yet
 };
 
-// Never waits: a client that is slow, stopped or hostile costs the callbacks that it is owed, which
-// its quota bounds, and no thread.
+// No function waits for the client. A slow, stopped or hostile client only makes its own callbacks
+// accumulate here, up to its quota, and blocks no thread.
 //
-// The client's end carries the callbacks of one port out in the order sent. Returned buffers of a
-// port follow each other without waiting, a few at a time; an event waits until the client has
-// answered all that came before it on its ports, and what comes after it waits for that.
+// Order. The client's process carries out the returns of one port in the order in which they were
+// sent, so a few of them may be unanswered at a time. An event is sent when the client has answered
+// all earlier callbacks on the ports of the event; later callbacks on these ports are sent when it
+// has answered the event.
 //
-// Nothing is lost on the way. What the bus refuses to carry is sent again until it is carried or
-// the client leaves the bus. What it carries waits in the client's queue, however long the client
-// takes, and is not sent a second time. (One that is sent again may come after a later buffer.) The
-// connection's end takes both the rest and the session.
+// Delivery. A callback for which the bus has no room is sent again until the bus takes it or the
+// client leaves the bus; a later return may overtake it. A callback that the bus has taken waits
+// for the client without a time limit and is not sent again. When the client leaves the bus, its
+// session ends, and with it the callbacks that remain.
 //
-// Owned by the callback object of one session. Callable on any thread; replies come on the thread
-// that reads the bus. The lock is not held across a call into the connection, whose own lock is
-// held while a reply is handled.
+// Owned by the callback object of one session. Callable on any thread; replies arrive on the thread
+// that reads the bus. The lock is not held during a call into the connection, because the
+// connection holds its own lock while it handles a reply, and the handler takes this lock.
 class CallbackOutbox : public std::enable_shared_from_this<CallbackOutbox> {
   public:
-    // Runs a job a little later, on a thread that may wait.
+    // Runs a job on another thread, which may wait.
     using Later = std::function<void(std::function<void()>)>;
 
     CallbackOutbox(std::shared_ptr<Bus> bus, const std::string& client, const std::string& path,
                    Later later);
-    // Not with a lock held that the reading thread takes.
+    // Must not run while a lock is held that the reading thread takes.
     ~CallbackOutbox();
 
     CallbackOutbox(const CallbackOutbox&) = delete;
@@ -62,15 +65,17 @@ class CallbackOutbox : public std::enable_shared_from_this<CallbackOutbox> {
 
     void post(OutgoingCallback callback) EXCLUDES(mLock);
 
-    // Keeps a part of the client's quota until a callback has settled it, or until it turns out
-    // that nothing is owed.
-    void owe(Owed kind, vppservice::Reservation reservation) EXCLUDES(mLock);
-    void forgive(Owed kind) EXCLUDES(mLock);
+    // addReservation() keeps a part of the client's quota for an operation that is about to be
+    // carried out. It is given back when the client has answered a callback that completes an
+    // operation of this kind. If the operation fails and no callback will follow,
+    // removeReservation() gives it back.
+    void addReservation(Completion kind, vppservice::Reservation reservation) EXCLUDES(mLock);
+    void removeReservation(Completion kind) EXCLUDES(mLock);
 
   private:
     using Entry = std::list<OutgoingCallback>::iterator;
 
-    void sendWhatMay() EXCLUDES(mLock);
+    void sendDue() EXCLUDES(mLock);
     std::vector<Entry> takeDue() REQUIRES(mLock);
     void send(Entry entry);
     void onAnswer(Entry entry, const sdbus::Error* error);
@@ -81,12 +86,14 @@ class CallbackOutbox : public std::enable_shared_from_this<CallbackOutbox> {
 
     std::mutex mLock;
     bool mClosed GUARDED_BY(mLock) = false;
-    bool mSending GUARDED_BY(mLock) = false;  // one thread at a time, which keeps the order
+    // Whether a thread is sending. Only one thread sends at a time, which keeps the order.
+    bool mSending GUARDED_BY(mLock) = false;
     std::list<OutgoingCallback> mCallbacks GUARDED_BY(mLock);
-    std::vector<vppservice::Reservation> mOwedBuffers GUARDED_BY(mLock);
-    std::vector<vppservice::Reservation> mOwedEvents GUARDED_BY(mLock);
+    std::vector<vppservice::Reservation> mBufferReservations GUARDED_BY(mLock);
+    std::vector<vppservice::Reservation> mEventReservations GUARDED_BY(mLock);
 
-    std::unique_ptr<sdbus::IProxy> mProxy;  // goes first
+    // The client's object. Destroyed before the members above, which the handlers of replies use.
+    std::unique_ptr<sdbus::IProxy> mProxy;
 };
 
 }  // namespace qoz::host::vppd

@@ -17,9 +17,10 @@ namespace {
 using vpp::IVppCallbacks;
 using vpp::VppError;
 
-// The receiver whose call this binder thread is carrying out.
-thread_local const void* tCarriedFor = nullptr;
+// The receiver whose call this binder thread is carrying out, or null.
+thread_local const void* tReceiver = nullptr;
 
+// Returns an object path that no other receiver of this process has had.
 std::string newPath() {
     static std::atomic<uint64_t> made{0};
     return kCallbacksFolder + std::to_string(made.fetch_add(1, std::memory_order_relaxed));
@@ -40,12 +41,13 @@ CallbackReceiver::~CallbackReceiver() {
     stop(std::chrono::steady_clock::now());
 }
 
-// The executors first, so that a call that ends in time is answered with its value.
+// Stops the executors before it closes the gate, so that a call that ends in time is answered with
+// its value.
 void CallbackReceiver::stop(SteadyTime end) {
     for (vppservice::SerialExecutor* executor : {&mInputExecutor, &mOutputExecutor}) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
             end - std::chrono::steady_clock::now());
-        const bool within = tCarriedFor == this;
+        const bool within = tReceiver == this;
         executor->stop(within ? std::chrono::milliseconds(0)
                               : std::max(left, std::chrono::milliseconds(0)));
     }
@@ -56,11 +58,13 @@ void CallbackReceiver::stop(SteadyTime end) {
 bool CallbackReceiver::admits(PendingAnswer<int32_t>& answer) {
     const std::string caller = getObject().getCurrentlyProcessedMessage()->getSender();
     if (caller == mService) return true;
-    mRefusals.log("callback", caller.c_str(), "the session is another connection's");
+    mRefusals.log("callback", caller.c_str(), "the session belongs to another connection");
     answer.deny();
     return false;
 }
 
+// Hands a call to an executor. The executor's thread waits while a binder thread carries out the
+// call, and then answers it.
 template <typename Call>
 void CallbackReceiver::carryOut(vppservice::SerialExecutor& executor, Answer&& result, Call call) {
     const auto answer = std::make_shared<PendingAnswer<int32_t>>(mGate, std::move(result));
@@ -68,22 +72,23 @@ void CallbackReceiver::carryOut(vppservice::SerialExecutor& executor, Answer&& r
     executor.post([callbacks = mCallbacks, answer, call = std::move(call), me = this] {
         VppError error = VppError::VPP_OK;
         callOnBinderThread([&] {
-            tCarriedFor = me;
+            tReceiver = me;
             call(*callbacks, &error);
-            tCarriedFor = nullptr;
+            tReceiver = nullptr;
         });
         answer->give(static_cast<int32_t>(error));
     });
 }
 
+// Like carryOut(), for a callback with a buffer. A record that is not valid is refused.
 template <typename Call>
-void CallbackReceiver::carryOutWith(vppservice::SerialExecutor& executor, Answer&& answer,
-                                    BusBuffer&& sent, Call call) {
+void CallbackReceiver::carryOutBuffer(vppservice::SerialExecutor& executor, Answer&& answer,
+                                      BusBuffer&& sent, Call call) {
     std::optional<vpp::VppBuffer> buffer = fromBus(std::move(sent));
     if (!buffer) {
         PendingAnswer refused(mGate, std::move(answer));
         if (!admits(refused)) return;
-        mRefusals.log("callback", mService.c_str(), "the record makes no sense");
+        mRefusals.log("callback", mService.c_str(), "the record is not valid");
         refused.give(static_cast<int32_t>(VppError::VPP_ERR_PARAM));
         return;
     }
@@ -116,17 +121,17 @@ void CallbackReceiver::EventReconfigDone(Answer&& answer, int32_t status) {
 }
 
 void CallbackReceiver::InputBufferDone(Answer&& answer, BusBuffer buffer) {
-    carryOutWith(mInputExecutor, std::move(answer), std::move(buffer),
-                 [](IVppCallbacks& c, const vpp::VppBuffer& b, VppError* error) {
-                     c.inputBufferDone(b, error);
-                 });
+    carryOutBuffer(mInputExecutor, std::move(answer), std::move(buffer),
+                   [](IVppCallbacks& c, const vpp::VppBuffer& b, VppError* error) {
+                       c.inputBufferDone(b, error);
+                   });
 }
 
 void CallbackReceiver::OutputBufferDone(Answer&& answer, BusBuffer buffer) {
-    carryOutWith(mOutputExecutor, std::move(answer), std::move(buffer),
-                 [](IVppCallbacks& c, const vpp::VppBuffer& b, VppError* error) {
-                     c.outputBufferDone(b, error);
-                 });
+    carryOutBuffer(mOutputExecutor, std::move(answer), std::move(buffer),
+                   [](IVppCallbacks& c, const vpp::VppBuffer& b, VppError* error) {
+                       c.outputBufferDone(b, error);
+                   });
 }
 
 }  // namespace qoz::host::vppd

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The client's callback object, as the session's process calls it.
+// Receives the callbacks of a session in another process, for a client in this one.
 #pragma once
 
 #include <memory>
@@ -14,24 +14,26 @@
 
 namespace qoz::host::vppd {
 
-// Exported from construction to destruction, for one session of the service whose connection is
-// named; a call of any other is refused. Calls arrive on the reading thread, are carried out on
-// binder threads and answered when they have returned.
+// An object on the bus that represents the client's callback object, from construction to stop().
+// The RemoteSession owns it. Only the connection with the unique name `service` may call it. Calls
+// arrive on the thread that reads the bus, are carried out on binder threads, and are answered when
+// the client's function has returned.
 class CallbackReceiver final : private KeepsBus,
                                public sdbus::AdaptorInterfaces<::org::qoz::VppCallbacks1_adaptor> {
   public:
-    // Throws std::system_error when there are no threads to be had.
+    // Throws std::system_error if a thread cannot be created.
     CallbackReceiver(std::shared_ptr<Bus> bus, std::string service,
                      std::shared_ptr<vpp::IVppCallbacks> callbacks);
 
-    // Lets go of the client's object on the calling thread, which may destroy the client.
+    // Releases the client's object on the calling thread, which may destroy the client.
     ~CallbackReceiver();
 
     CallbackReceiver(const CallbackReceiver&) = delete;
     CallbackReceiver& operator=(const CallbackReceiver&) = delete;
 
-    // Waits for calls under way, at most until `end`, and not from within one; then leaves the bus.
-    // No call is carried out any more; one that is still under way is answered with an error.
+    // Discards the calls that wait and leaves the bus, so that no further call is carried out.
+    // Waits until `end` at the latest for calls that are being carried out, but not if it is called
+    // from within one. A call that has not returned by then is answered with an error.
     void stop(SteadyTime end);
 
     const std::string& path() const { return getObjectPath(); }
@@ -46,19 +48,20 @@ class CallbackReceiver final : private KeepsBus,
     void InputBufferDone(Answer&& answer, BusBuffer buffer) override;
     void OutputBufferDone(Answer&& answer, BusBuffer buffer) override;
 
+    // Returns whether the caller may call this object. If not, answers with an error.
     bool admits(PendingAnswer<int32_t>& answer);
     template <typename Call>
     void carryOut(vppservice::SerialExecutor& executor, Answer&& answer, Call call);
     template <typename Call>
-    void carryOutWith(vppservice::SerialExecutor& executor, Answer&& answer, BusBuffer&& buffer,
-                      Call call);
+    void carryOutBuffer(vppservice::SerialExecutor& executor, Answer&& answer, BusBuffer&& buffer,
+                        Call call);
 
     const std::shared_ptr<AnswerGate> mGate = std::make_shared<AnswerGate>(bus);
     const std::string mService;
     const std::shared_ptr<vpp::IVppCallbacks> mCallbacks;
-    Refusals mRefusals;  // of the reading thread
-    // A session calls about both ports at once; a client that is slow to take a source back holds
-    // no output up.
+    Refusals mRefusals;  // used only on the reading thread
+    // Returned sources have a thread of their own, so that a client that is slow to take back a
+    // source does not delay the outputs.
     vppservice::SerialExecutor mInputExecutor;
     vppservice::SerialExecutor mOutputExecutor;
 };

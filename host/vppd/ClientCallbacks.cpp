@@ -17,7 +17,7 @@ ndk::ScopedAStatus ClientCallbacks::eventDrainDone(VppError* result) {
 }
 
 ndk::ScopedAStatus ClientCallbacks::eventError(VppError error, VppError* result) {
-    return post({.method = "EventError", .argument = static_cast<int32_t>(error), .settles = {}},
+    return post({.method = "EventError", .argument = static_cast<int32_t>(error), .completes = {}},
                 result);
 }
 
@@ -39,7 +39,7 @@ ndk::ScopedAStatus ClientCallbacks::inputBufferDone(const vpp::VppBuffer& buffer
     return post({.method = "InputBufferDone",
                  .argument = toBus(buffer),
                  .ports = Ports::kInput,
-                 .settles = Owed::Buffer},
+                 .completes = Completion::Buffer},
                 result);
 }
 
@@ -48,7 +48,7 @@ ndk::ScopedAStatus ClientCallbacks::outputBufferDone(const vpp::VppBuffer& buffe
     return post({.method = "OutputBufferDone",
                  .argument = toBus(buffer),
                  .ports = Ports::kOutput,
-                 .settles = Owed::Buffer},
+                 .completes = Completion::Buffer},
                 result);
 }
 

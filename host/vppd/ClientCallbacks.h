@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The callback object of a client in another process, as the service calls it.
+// The callback object of a client in another process, for the session to call.
 #pragma once
 
 #include <aidl/vendor/vuq/hardware/vpp/BnVppCallbacks.h>
@@ -12,8 +12,8 @@
 
 namespace qoz::host::vppd {
 
-// Every call succeeds at once: the outbox brings it to the client. Owned by the session, which lets
-// go of it when it ends.
+// Every call succeeds at once and is passed to the outbox, which sends it to the client. Owned by
+// the session, which releases it when the session ends.
 class ClientCallbacks final : public vpp::BnVppCallbacks {
   public:
     explicit ClientCallbacks(std::shared_ptr<CallbackOutbox> outbox) : mOutbox(std::move(outbox)) {}

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Where the service is found on the bus.
+// The names of the service on D-Bus, and the time limit for calls.
 #pragma once
 
 #include <chrono>
@@ -10,18 +10,19 @@ constexpr char kBusName[] = "org.qoz.Vpp";
 constexpr char kServicePath[] = "/org/qoz/Vpp";
 constexpr char kSessionFolder[] = "/org/qoz/Vpp/sessions/";
 constexpr char kCallbacksFolder[] = "/org/qoz/Vpp/callbacks/";
-constexpr char kNoSession[] = "/";
+constexpr char kNoSession[] = "/";  // the object path that stands for no object
 
 constexpr char kServiceInterface[] = "org.qoz.VppService1";
 constexpr char kSessionInterface[] = "org.qoz.VppSession1";
 constexpr char kCallbacksInterface[] = "org.qoz.VppCallbacks1";
 
-// What a call with a transport error is answered with, and one of a stranger.
+// The D-Bus errors that answer a call with a transport error, and a call from a connection that the
+// object does not serve.
 constexpr char kDeadObject[] = "org.qoz.Vpp.Error.DeadObject";
 constexpr char kAccessDenied[] = "org.freedesktop.DBus.Error.AccessDenied";
 
-// No operation of a client takes longer, whatever has become of the service, the bus or the
-// client's own process.
+// The limit for one operation of a client. It holds even if the service or the bus hangs or has
+// ended.
 constexpr std::chrono::seconds kCallLimit{2};
 
 }  // namespace qoz::host::vppd

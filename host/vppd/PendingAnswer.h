@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// An answer that is owed to a caller on the bus.
+// The answer to a call that came over the bus.
 #pragma once
 
 #include <memory>
@@ -10,10 +10,13 @@
 
 namespace qoz::host::vppd {
 
-// Given once, on any thread; by the end of this object at the latest, so that a call that is
-// dropped is answered too. It may outlive the object on the bus that was called, whose gate it
-// shares: a value that comes after that object has left becomes an error. When the caller is gone,
-// nothing happens.
+// Answers one call, once; further answers are ignored. The destructor answers with an error if
+// nothing else has, so that a call that is dropped is answered too. May be used on any thread, but
+// only on one at a time.
+//
+// It may outlive the object that was called, whose gate it shares: after that object has left the
+// bus, an error is sent instead of a value. If the caller has left the bus, the answer is
+// discarded.
 template <typename Value>
 class PendingAnswer {
   public:
@@ -29,7 +32,7 @@ class PendingAnswer {
             mResult.returnError(sdbus::Error(kDeadObject, "the object has left the bus"));
         });
     }
-    // Instead of a value.
+    // Answers with an error instead of a value.
     void fail(const char* error, const char* why) {
         answer([&](AnswerGate&) { mResult.returnError(sdbus::Error(error, why)); });
     }
@@ -43,9 +46,9 @@ class PendingAnswer {
         try {
             send(*gate);
         } catch (const sdbus::Error&) {
-            // The caller, or the bus, is gone.
+            // The caller or the bus has gone.
         }
-        mResult = sdbus::Result<Value>();  // with the caller's message, and the descriptors in it
+        mResult = sdbus::Result<Value>();  // releases the call message and its descriptors
     }
 
     std::shared_ptr<AnswerGate> mGate;  // null once the answer has been given

@@ -24,7 +24,7 @@
 #include "host/vppd/Bus.h"
 #include "host/vppd/Names.h"
 
-// This header does not do it itself in every C library.
+// Some C libraries have a version of this header that is not prepared for C++.
 extern "C" {
 #include <sys/pidfd.h>
 }
@@ -36,10 +36,11 @@ namespace fs = std::filesystem;
 using Descriptor = ndk::ScopedFileDescriptor;
 
 constexpr char kProgram[] = "qoz-vppd";
-constexpr int kAddressFd = 3;       // where the bus writes its address
-constexpr int kEndPatience = 2000;  // milliseconds
+constexpr int kAddressFd = 3;    // the descriptor to which the bus writes its address
+constexpr int kEndLimit = 2000;  // milliseconds for a process to end
 
-// Beside the running program, or in the build that it is part of, at most three folders up.
+// Searches the folder of the running program, and then the build that this folder is in: it may be
+// the top folder of the build or up to two levels below.
 std::string findProgram() {
     fs::path folder = fs::read_symlink("/proc/self/exe").parent_path();
     if (fs::exists(folder / kProgram)) return folder / kProgram;
@@ -51,25 +52,27 @@ std::string findProgram() {
     throw std::runtime_error(std::string("cannot find ") + kProgram);
 }
 
-// Asks a process to end and sees to it. The descriptor names the process even after its number has
-// been given to another.
+// Asks a process to end, and kills it if it does not. `process` is a process descriptor: unlike a
+// process id, it can never refer to another, later process.
 void endProcess(const Descriptor& process) {
     if (process.get() < 0) return;
     pollfd ended{process.get(), POLLIN, 0};
     for (const int signal : {SIGTERM, SIGKILL}) {
         if (pidfd_send_signal(process.get(), signal, nullptr, 0) != 0) return;
-        while (poll(&ended, 1, kEndPatience) < 0 && errno == EINTR) {
+        while (poll(&ended, 1, kEndLimit) < 0 && errno == EINTR) {
         }
         if (ended.revents != 0) return;
     }
 }
 
-// As an address of the bus names a path: most signs are spelled by their numbers.
+// Returns the D-Bus address of a socket. Most characters other than letters and digits must be
+// written as % and two hexadecimal digits.
 std::string addressOf(const fs::path& socket) {
     constexpr size_t kLongest = sizeof(sockaddr_un::sun_path) - 1;
     if (socket.string().size() > kLongest) {
         throw std::runtime_error(
-            "the name of the folder for temporary files is too long for a socket");
+            "the path of the folder for temporary files is too long for a socket: set TMPDIR to a "
+            "shorter one");
     }
     std::ostringstream address;
     address << "unix:path=" << std::hex << std::setfill('0');
@@ -83,7 +86,8 @@ std::string addressOf(const fs::path& socket) {
     return address.str();
 }
 
-// Up to the end of the line, which the bus writes when it is ready.
+// Reads one line. The bus writes the line when it is ready; if it ends before that, the result is
+// empty.
 std::string readLine(int fd) {
     std::string line;
     char byte = 0;
@@ -128,19 +132,20 @@ void PrivateBus::writeConfig(const std::vector<std::string>& arguments,
         << "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
            " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
            "<busconfig><type>session</type><auth>EXTERNAL</auth>\n"
-           // As many as one message can carry. Whoever sends more than the bus lets through is cut
-           // off from it, and is to have an answer instead.
+           // The most descriptors that the kernel passes with one message. The bus disconnects a
+           // sender that exceeds this limit, but the service should refuse the call instead.
            "<limit name=\"max_message_unix_fds\">253</limit>\n"
-           // What one connection has sent and nobody has read yet: little, so that whoever floods
-           // the service waits for it, and nobody else does. (A message may be longer.)
+           // The messages of one sender that the receivers have not read yet. The limit is low, so
+           // that a client that floods the service has to wait and the other clients do not. A
+           // single message may exceed it.
            "<limit name=\"max_incoming_bytes\">4096</limit>\n"
            "<limit name=\"max_incoming_unix_fds\">512</limit>\n"
            "<limit name=\"max_message_size\">1048576</limit>\n"
-           // What waits for one connection: more than all others together can have sent.
+           // The messages that wait for one receiver: more than all senders together can have sent.
            "<limit name=\"max_outgoing_bytes\">33554432</limit>\n"
            "<limit name=\"max_outgoing_unix_fds\">65536</limit>\n"
-           // Calls that a connection has not been answered: of the service a few for each session,
-           // whose client may never answer.
+           // The calls of one connection that have not been answered. The service makes a few for
+           // each session, and a client may never answer them.
            "<limit name=\"max_replies_per_connection\">4096</limit>\n"
         << "<listen>" << addressOf(mFolder.path / "socket") << "</listen>\n"
         << "<servicedir>" << mFolder.path.string() << "</servicedir>\n"
@@ -154,8 +159,8 @@ void PrivateBus::writeConfig(const std::vector<std::string>& arguments,
     service << '\n';
 }
 
-// Nothing of this process but the standard streams goes with it: a buffer that the service held on
-// to by accident would never end.
+// The bus and the service inherit only the standard streams. A buffer of this process that they
+// inherited by accident would never be freed.
 void PrivateBus::start() {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
@@ -164,7 +169,7 @@ void PrivateBus::start() {
     Descriptor theirs(ends[1]);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    // A copy of a descriptor onto itself would stay closed on exec.
+    // dup2() of a descriptor onto itself would not clear its close-on-exec flag.
     if (theirs.get() == kAddressFd) theirs.set(fcntl(kAddressFd, F_DUPFD_CLOEXEC, kAddressFd + 1));
     posix_spawn_file_actions_adddup2(&actions, theirs.get(), kAddressFd);
     posix_spawn_file_actions_addclosefrom_np(&actions, kAddressFd + 1);
@@ -174,15 +179,15 @@ void PrivateBus::start() {
                                    "--config-file=" + (mFolder.path / "bus.conf").string(),
                                    "--print-address=" + std::to_string(kAddressFd),
                                    "--nofork",
-                                   "--syslog-only"};  // standard error is the service's
+                                   "--syslog-only"};  // leaves standard error to the service
     std::vector<char*> argv;
     argv.reserve(words.size() + 1);
     for (std::string& word : words) {
         argv.push_back(word.data());
     }
     argv.push_back(nullptr);
-    // Signals from the terminal are for this process alone, which ends the bus when it is done;
-    // what it blocks for itself is not blocked there.
+    // The bus has a process group of its own, so that only this process receives signals from the
+    // terminal; it ends the bus itself. Signals that this thread blocks are not blocked in the bus.
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK);
@@ -207,7 +212,7 @@ std::optional<pid_t> PrivateBus::servicePid() const {
         const auto end = std::chrono::steady_clock::now() + vppd::kCallLimit;
         return bus.pidOf(vppd::kBusName, end);
     } catch (const sdbus::Error&) {
-        return std::nullopt;  // the bus itself is gone
+        return std::nullopt;  // the bus has ended
     }
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A message bus of one's own, for one run: nobody else is on it, and it goes with the object.
+// A private message bus with a VPP service in its own process, for one run of a test or a tool.
 #pragma once
 
 #include <sys/types.h>
@@ -11,19 +11,21 @@
 
 namespace qoz::host {
 
-// Starts `dbus-daemon` on a socket in a new folder under `parent`. The bus starts qoz-vppd, with
-// these arguments, when its name is asked for. To be made on a thread that outlives it: with that
-// thread, and so with a process that is killed, the bus ends too.
+// Starts `dbus-daemon` on a socket in a new folder under `parent`. The bus starts qoz-vppd with
+// `arguments` when a client first uses the name of the service.
+//
+// The kernel ends the bus when the thread that created this object ends, so that no bus remains if
+// this process is killed. Therefore that thread must outlive the object.
 class PrivateBus {
   public:
-    // An empty path is the program beside this one, or where the build leaves it. Throws
-    // std::runtime_error when there is no bus to be had.
+    // `program` is the path of qoz-vppd. If it is empty, the program is searched for next to the
+    // running program and in the build. Throws std::runtime_error if the bus cannot be started.
     explicit PrivateBus(
         const std::vector<std::string>& arguments = {},
         const std::filesystem::path& parent = std::filesystem::temp_directory_path(),
         std::string program = {});
 
-    // The service's process ends with the bus; killed when it does not.
+    // Ends the service's process and the bus. A process that does not end in time is killed.
     ~PrivateBus();
 
     PrivateBus(const PrivateBus&) = delete;
@@ -31,11 +33,11 @@ class PrivateBus {
 
     const std::string& address() const { return mAddress; }
 
-    // Of the service; none while it does not run.
+    // Returns the process id of the service, or nullopt if it is not running.
     std::optional<pid_t> servicePid() const;
 
   private:
-    // Gone with its contents.
+    // A folder that is removed with its contents by the destructor.
     struct Folder {
         explicit Folder(const std::filesystem::path& parent);
         ~Folder();

@@ -13,8 +13,9 @@ namespace {
 
 using ::aidl::android::hardware::common::NativeHandle;
 
-// Far above what a client sends: one descriptor a handle, three side buffers a frame, one segment a
-// change of settings that is still to come.
+// The limits are far above the needs of a client: one descriptor for each handle, three side
+// buffers for each frame, and one segment for each change of settings that has not taken effect
+// yet.
 constexpr size_t kMostDescriptors = 16;
 constexpr size_t kMostInts = 64;
 constexpr size_t kMostMetas = 16;
@@ -32,6 +33,7 @@ BusHandle toBus(const NativeHandle& handle) {
     return {std::move(fds), handle.ints};
 }
 
+// The functions called fits() return whether a part of a record is within its limits.
 bool fits(const BusHandle& handle) {
     return handle.get<0>().size() <= kMostDescriptors && handle.get<1>().size() <= kMostInts &&
            std::all_of(handle.get<0>().begin(), handle.get<0>().end(),
@@ -42,11 +44,11 @@ bool fits(const BusMeta& meta) {
     return meta.get<0>().size() <= kLongestName && fits(meta.get<1>());
 }
 
-// Of `allocated` bytes, `filled` are filled.
 bool fits(uint32_t allocated, uint32_t filled) {
     return filled <= allocated;
 }
 
+// The functions called take() move a part of a record out of its bus form.
 NativeHandle take(BusHandle& handle) {
     NativeHandle taken;
     taken.fds.reserve(handle.get<0>().size());

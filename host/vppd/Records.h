@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The records of the interface package, and what they are on the bus.
+// Conversion of the interface package's records to and from their form on the bus.
 #pragma once
 
 #include <aidl/vendor/vuq/hardware/vpp/IVpp.h>
@@ -26,19 +26,19 @@ using BusSegment = sdbus::Struct<int32_t, int32_t, int32_t, int64_t, bool, bool,
 using BusAis = sdbus::Struct<int32_t, int32_t, int32_t, int32_t, int32_t, int32_t, int32_t,
                              std::vector<sdbus::Struct<std::string, int32_t>>>;
 
-// Descriptors are duplicated. Throws std::system_error when there are none left, or when one that
-// is to be sent is none.
+// Converts a buffer and duplicates its descriptors. Throws std::system_error if a descriptor cannot
+// be duplicated, because it is not open or because no descriptor is left.
 BusBuffer toBus(const vpp::VppBuffer& buffer);
 BusPort toBus(const vpp::VppPortParam& param);
 BusAis toBus(const vpp::VppCtrlAis& control);
 std::vector<BusSegment> toBus(const std::vector<vpp::VppCtrlFrcSegment>& segments);
 
-// In all of the record's handles.
+// Returns the number of descriptors in all handles of the record.
 uint64_t descriptorsIn(const BusBuffer& buffer);
 
-// Descriptors are taken over; those of the result are closed on exec. None when a list or a name is
-// longer than any that makes sense, or when a length cannot be true; whether the numbers make sense
-// together is for the session to judge.
+// Takes the descriptors out of the record and sets their close-on-exec flag. Returns nullopt if a
+// list or a name is longer than its limit, a descriptor is not valid, or a filled length exceeds
+// its allocated length. The session checks all other numbers.
 std::optional<vpp::VppBuffer> fromBus(BusBuffer&& buffer);
 vpp::VppPortParam fromBus(const BusPort& param);
 std::optional<vpp::VppCtrlAis> fromBus(const BusAis& control);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Messages about callers that were refused.
+// Log messages about refused calls.
 #pragma once
 
 #include <android/log.h>
@@ -9,8 +9,9 @@
 
 namespace qoz::host::vppd {
 
-// Logs the first refusal, the second, the fourth and so on, so that a flood of calls is no flood of
-// messages. Owned by the object that refuses; for the thread that reads the bus.
+// Counts refused calls and logs the 1st, 2nd, 4th, 8th and so on, so that a flood of calls does not
+// flood the log. Owned by the object that refuses the calls; used only on the thread that reads the
+// bus.
 class Refusals {
   public:
     void log(const char* operation, const char* caller, const char* why) {

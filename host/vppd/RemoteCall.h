@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Calls to objects of another process that end in time.
+// Calls to objects in another process, with a time limit.
 #pragma once
 
 #include <algorithm>
@@ -15,9 +15,10 @@
 
 namespace qoz::host::vppd {
 
-// The bus, or a process at either end, had no room for a message or for the descriptors in it. It
-// has not been carried out and never will be, so that it may be sent again.
-inline bool wasNotCarried(const sdbus::Error& error) {
+// Returns whether an error means that a call was not delivered, because the bus or one of the two
+// processes had no room for the message or its descriptors. Such a call is never carried out and
+// may be sent again.
+inline bool wasNotDelivered(const sdbus::Error& error) {
     constexpr const char* kShortages[] = {"org.freedesktop.DBus.Error.LimitsExceeded",
                                           "org.freedesktop.DBus.Error.NoMemory",
                                           "System.Error.EMFILE", "System.Error.ENFILE"};
@@ -25,11 +26,11 @@ inline bool wasNotCarried(const sdbus::Error& error) {
            std::end(kShortages);
 }
 
-// Waits for the one value that the call is answered with. What the bus does not carry is sent again
-// while there is time. Throws sdbus::Error when the answer is an error, or does not come by `end`.
+// Calls a method and returns the value in its answer. A call that was not delivered is sent again
+// while there is time. Throws sdbus::Error if the answer is an error or does not arrive by `end`.
 //
-// The wait is ours, not the connection's: it ends also when nobody reads the connection any more.
-// Not for the thread that reads it.
+// The function waits for a promise rather than for the connection, so that the wait ends even if
+// the connection is no longer read. Must not be called on the thread that reads the connection.
 template <typename Value, typename... Args>
 Value callWithin(SteadyTime end, sdbus::IProxy& proxy, const char* interface, const char* method,
                  const Args&... args) {
@@ -56,7 +57,8 @@ Value callWithin(SteadyTime end, sdbus::IProxy& proxy, const char* interface, co
         }
         auto [error, value] = future.get();
         if (!error) return value;
-        const bool again = wasNotCarried(*error) && std::chrono::steady_clock::now() + kPause < end;
+        const bool again =
+            wasNotDelivered(*error) && std::chrono::steady_clock::now() + kPause < end;
         if (!again) throw *error;
         std::this_thread::sleep_for(kPause);
     }

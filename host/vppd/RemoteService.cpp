@@ -32,7 +32,8 @@ ndk::ScopedAStatus deadObject() {
     return ndk::ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT);
 }
 
-// Asks the process that has the service's name now. None, with a message, when that fails.
+// Calls a method of the service in the process with the unique name `owner`. If that fails, logs
+// the error and returns nullopt.
 template <typename Value, typename... Args>
 std::optional<Value> ask(Bus& bus, const std::string& owner, SteadyTime end, const char* method,
                          const Args&... args) {
@@ -45,12 +46,12 @@ std::optional<Value> ask(Bus& bus, const std::string& owner, SteadyTime end, con
     }
 }
 
-// The factory, and what it knows of the deaths of the processes behind it. Deaths are noticed on
-// the thread that reads the bus; what follows from one runs on the releases' own thread, because
-// the client's objects go with it.
+// The registered service, which creates sessions and reacts to the deaths of the processes behind
+// them. The thread that reads the bus notices a death and marks the sessions as dead. Notifying the
+// clients and releasing their objects may take a while and runs on the thread of mReleases.
 class RemoteFactory : public vpp::BnVppService {
   public:
-    // Connects. Throws sdbus::Error when there is no bus.
+    // Throws sdbus::Error if there is no connection to the bus.
     explicit RemoteFactory(std::string address) : mAddress(std::move(address)) {
         const std::lock_guard connecting(mConnecting);
         connect();
@@ -76,22 +77,24 @@ class RemoteFactory : public vpp::BnVppService {
     void adopt(const std::shared_ptr<RemoteSession>& session) EXCLUDES(mLock);
     void onOwnerGone(const std::string& owner) EXCLUDES(mLock);
     void onConnectionLost(const Bus* bus) EXCLUDES(mLock);
-    Sessions allHeld() REQUIRES(mLock);
+    Sessions liveSessions() REQUIRES(mLock);  // the sessions that a client still holds
     void release(Sessions all, std::shared_ptr<Bus> lost);
 
     const std::string mAddress;
-    std::mutex mConnecting;  // one connection is made at a time; before mLock
+    std::mutex mConnecting;  // held while a connection is opened; taken before mLock
     mutable std::mutex mLock;
     std::shared_ptr<Bus> mBus GUARDED_BY(mLock);  // null once it has been lost
     bool mEnded GUARDED_BY(mLock) = false;
     uint64_t mDeaths GUARDED_BY(mLock) = 0;
-    std::set<std::string> mDeadOwners GUARDED_BY(mLock);  // unique names are never given again
+    // The unique names of processes that have died. The bus never assigns a unique name again.
+    std::set<std::string> mDeadOwners GUARDED_BY(mLock);
     std::vector<std::weak_ptr<RemoteSession>> mSessions GUARDED_BY(mLock);
 
     vppservice::SerialExecutor mReleases;
 };
 
-// Without mLock: the thread that reads the bus takes it with the bus's own locks held.
+// Opens a connection. It is created and started without mLock, because the thread that reads the
+// bus takes mLock while it holds the locks of the bus.
 void RemoteFactory::connect() {
     const auto bus = std::make_shared<Bus>(mAddress);
     bus->watchOwners(kBusName, [this](const auto&, const auto& before, const auto&) {
@@ -111,14 +114,16 @@ void RemoteFactory::connect() {
     }
 }
 
-// The one there is, or a new one in place of one that has been lost; null when there is none.
+// Returns the connection, after opening a new one if it has been lost. Returns null if that fails
+// or if the service has ended.
 std::shared_ptr<Bus> RemoteFactory::connection() {
     std::shared_ptr<Bus> lost;
     {
         const std::lock_guard lock(mLock);
         if (mBus != nullptr && !mBus->isAlive()) lost = mBus;
     }
-    if (lost != nullptr) onConnectionLost(lost.get());  // its reading thread is about to say so
+    // The reading thread of the lost connection is about to make the same call.
+    if (lost != nullptr) onConnectionLost(lost.get());
     const std::lock_guard connecting(mConnecting);
     {
         const std::lock_guard lock(mLock);
@@ -126,8 +131,9 @@ std::shared_ptr<Bus> RemoteFactory::connection() {
     }
     try {
         connect();
-    } catch (const std::exception& error) {  // no bus, or no thread
-        __android_log_print(ANDROID_LOG_ERROR, "vppd", "no connection: %s", error.what());
+    } catch (const std::exception& error) {  // there is no bus, or no thread can be created
+        __android_log_print(ANDROID_LOG_ERROR, "vppd", "no connection to the bus: %s",
+                            error.what());
     }
     const std::lock_guard lock(mLock);
     return mBus;
@@ -152,6 +158,7 @@ ndk::ScopedAStatus RemoteFactory::getNewVppSession(int32_t flags,
     return ndk::ScopedAStatus::ok();
 }
 
+// Asks the service's process for a value, but does not start the process.
 template <typename Value>
 std::optional<Value> RemoteFactory::askRunning(const char* method) {
     const SteadyTime end = callEnd();
@@ -171,7 +178,8 @@ uint64_t RemoteFactory::faultsFired() {
     return askRunning<uint64_t>("GetFaultsFired").value_or(0);
 }
 
-// The death may be known before the session is.
+// Adds a new session to those that a death affects. If its process or connection has ended since
+// the session was requested, the session is dead at once.
 void RemoteFactory::adopt(const std::shared_ptr<RemoteSession>& session) {
     {
         const std::lock_guard lock(mLock);
@@ -185,7 +193,7 @@ void RemoteFactory::adopt(const std::shared_ptr<RemoteSession>& session) {
     announceDeath(*session);
 }
 
-RemoteFactory::Sessions RemoteFactory::allHeld() {
+RemoteFactory::Sessions RemoteFactory::liveSessions() {
     Sessions all;
     for (const auto& known : mSessions) {
         if (auto session = known.lock()) all.push_back(std::move(session));
@@ -199,7 +207,7 @@ void RemoteFactory::onOwnerGone(const std::string& owner) {
         const std::lock_guard lock(mLock);
         ++mDeaths;
         mDeadOwners.insert(owner);
-        all = allHeld();
+        all = liveSessions();
     }
     for (const auto& session : all) {
         if (session->owner() == owner) session->declareDead();
@@ -207,7 +215,8 @@ void RemoteFactory::onOwnerGone(const std::string& owner) {
     release(std::move(all), nullptr);
 }
 
-// Once for each connection.
+// Called by the reading thread, by a caller that notices the loss before it, and by end(). Takes
+// effect once for each connection.
 void RemoteFactory::onConnectionLost(const Bus* bus) {
     Sessions all;
     std::shared_ptr<Bus> lost;
@@ -216,7 +225,7 @@ void RemoteFactory::onConnectionLost(const Bus* bus) {
         if (mBus.get() != bus || bus == nullptr) return;
         lost.swap(mBus);
         ++mDeaths;
-        all = allHeld();
+        all = liveSessions();
     }
     for (const auto& session : all) {
         if (session->bus() == bus) session->declareDead();
@@ -224,8 +233,9 @@ void RemoteFactory::onConnectionLost(const Bus* bus) {
     release(std::move(all), std::move(lost));
 }
 
-// Of all sessions the dead ones are released, every client being told before any is waited for. No
-// last reference, to a session or to the connection, ends on the thread that reads the bus.
+// Announces the deaths of the dead sessions in `all` and then releases them; every client is
+// notified before release() waits for one. The other sessions and the connection are passed along
+// because the last reference to either must not be dropped on the thread that reads the bus.
 void RemoteFactory::release(Sessions all, std::shared_ptr<Bus> lost) {
     mReleases.post([all = std::move(all), lost = std::move(lost)]() mutable {
         for (const auto& session : all) {
@@ -239,6 +249,7 @@ void RemoteFactory::release(Sessions all, std::shared_ptr<Bus> lost) {
     });
 }
 
+// Ends the service as if its process had died, and waits until all sessions have been released.
 void RemoteFactory::end() {
     std::shared_ptr<Bus> bus;
     {
@@ -247,7 +258,7 @@ void RemoteFactory::end() {
         bus = mBus;
     }
     if (bus != nullptr) {
-        bus->stopTelling();
+        bus->stopNotifications();
         onConnectionLost(bus.get());
     }
     const auto released = std::make_shared<std::promise<void>>();
@@ -272,8 +283,8 @@ struct RemoteVppService::Impl {
     Impl(const Impl&) = delete;
     Impl& operator=(const Impl&) = delete;
 
-    // Sessions that a client still holds keep the connection, and its reading thread, for calls
-    // that are under way.
+    // A session that a client still holds keeps the connection and its reading thread alive, for
+    // calls that have not returned.
     const std::shared_ptr<vppd::RemoteFactory> factory;
 };
 

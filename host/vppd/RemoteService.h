@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The client's end of a VPP service in another process.
+// A VPP service in another process, for clients in this one.
 #pragma once
 
 #include <cstdint>
@@ -8,27 +8,30 @@
 
 namespace qoz::host {
 
-// A VPP service under its instance name, from construction to destruction; its calls go over D-Bus
-// to qoz-vppd, which the bus starts when the first session is asked for, and again after its death.
+// Registers a VPP service under its instance name from construction to destruction. Its calls go
+// over D-Bus to qoz-vppd. The bus starts that process when a client requests a session and it is
+// not running, so also after its death.
 //
-// Every call ends within two seconds; one that is not answered by then, or fails on the way, has a
-// transport error. When the process on the other side dies, or the connection to the bus is lost,
-// its sessions are dead at once and their binders' death is announced; what the client gave them
-// goes on a thread of its own. The end of the object does the same. A lost connection is made anew
-// for the next session.
+// Every call ends within two seconds. A call that is not answered by then, or that fails on its
+// way, has a transport error. When the service's process dies or the connection to the bus is lost,
+// all sessions of that process or connection are dead at once, the deaths of their binders are
+// announced, and the clients' callback objects are released on a thread of this object. Destroying
+// the object has the same effect. After the loss of the connection, the next call opens a new one.
 class RemoteVppService {
   public:
-    // Empty: the session's bus. Throws std::runtime_error when there is none.
+    // Connects to the bus at `address`, or to the session bus if `address` is empty. Throws
+    // std::runtime_error if that fails.
     explicit RemoteVppService(const std::string& address = {});
     ~RemoteVppService();
 
     RemoteVppService(const RemoteVppService&) = delete;
     RemoteVppService& operator=(const RemoteVppService&) = delete;
 
-    // How often the service has died, or the bus with it.
+    // Returns how often the service has died or the connection to the bus has been lost.
     uint64_t deaths() const;
 
-    // In the service's process; 0 when that cannot be asked.
+    // Returns the number of faults that have fired in the service's process, or 0 if the process
+    // does not answer.
     uint64_t faultsFired() const;
 
   private:

@@ -38,15 +38,15 @@ RemoteSession::~RemoteSession() {
     try {
         mProxy->callMethod("Release").onInterface(kSessionInterface).dontExpectReply();
     } catch (const sdbus::Error&) {
-        // Then there is nobody to release it.
+        // The service ends the session when this connection leaves the bus.
     }
 }
 
 void RemoteSession::release() {
-    letGo(callEnd());
+    removeReceiver(callEnd());
 }
 
-// The one way into every operation.
+// The session may die while the call waits. In that case the answer is ignored.
 template <typename... Args>
 Status RemoteSession::forward(SteadyTime end, Error* result, const char* method,
                               const Args&... args) {
@@ -59,7 +59,7 @@ Status RemoteSession::forward(SteadyTime end, Error* result, const char* method,
         return Status::ok();
     } catch (const sdbus::Error& error) {
         __android_log_print(ANDROID_LOG_WARN, "vppd", "%s failed: %s", method, error.what());
-        if (!wasNotCarried(error)) return deadObject();
+        if (!wasNotDelivered(error)) return deadObject();
         *result = Error::VPP_ERR_RESOURCES;
         return Status::ok();
     }
@@ -73,7 +73,7 @@ Status RemoteSession::forward(Error* result, const char* method, const Args&... 
 Status RemoteSession::close(Error* result) {
     const SteadyTime end = callEnd();
     Status status = forward(end, result, "Close");
-    if (status.isOk() && *result == Error::VPP_OK) letGo(end);
+    if (status.isOk() && *result == Error::VPP_OK) removeReceiver(end);
     return status;
 }
 
@@ -81,12 +81,12 @@ Status RemoteSession::terminateSession() {
     const SteadyTime end = callEnd();
     Error ignored = Error::VPP_OK;
     Status status = forward(end, &ignored, "TerminateSession");
-    if (status.isOk()) letGo(end);
+    if (status.isOk()) removeReceiver(end);
     return status;
 }
 
-// The receiver is in its place before anybody can know of it: a death meanwhile finds it there, or
-// is found by the call.
+// The receiver is installed before the call, so that a death during the call releases it, or is
+// noticed by the call, which then removes it.
 Status RemoteSession::initSession(int32_t flags,
                                   const std::shared_ptr<vpp::IVppCallbacks>& callbacks,
                                   Error* result) {
@@ -95,7 +95,7 @@ Status RemoteSession::initSession(int32_t flags,
     std::string path = kNoSession;
     bool installed = false;
     try {
-        installed = callbacks != nullptr && install(callbacks, &path);
+        installed = callbacks != nullptr && installReceiver(callbacks, &path);
     } catch (const std::system_error& error) {
         __android_log_print(ANDROID_LOG_ERROR, "vppd", "initSession: %s", error.what());
         *result = Error::VPP_ERR_RESOURCES;
@@ -104,13 +104,13 @@ Status RemoteSession::initSession(int32_t flags,
     Status status =
         forward(end, result, "InitSession", flags, mBus->name(), sdbus::ObjectPath(path));
     const bool taken = status.isOk() && *result == Error::VPP_OK;
-    if (!taken && installed) letGo(end);
+    if (!taken && installed) removeReceiver(end);
     return status;
 }
 
-// False when there is a receiver already.
-bool RemoteSession::install(const std::shared_ptr<vpp::IVppCallbacks>& callbacks,
-                            std::string* path) {
+// Creates the receiver and returns its path. Returns false if there already is one.
+bool RemoteSession::installReceiver(const std::shared_ptr<vpp::IVppCallbacks>& callbacks,
+                                    std::string* path) {
     auto receiver = std::make_unique<CallbackReceiver>(mBus, mOwner, callbacks);
     const std::lock_guard lock(mLock);
     if (mReceiver != nullptr) return false;
@@ -165,8 +165,8 @@ Status RemoteSession::setParameter(Port port, const PortParam& param, Error* res
     return forward(result, "SetParameter", static_cast<int32_t>(port), toBus(param));
 }
 
-// The client's object goes on the calling thread, with no lock held.
-void RemoteSession::letGo(SteadyTime end) {
+// The client's object is released on the calling thread, without the lock.
+void RemoteSession::removeReceiver(SteadyTime end) {
     std::unique_ptr<CallbackReceiver> receiver;
     {
         const std::lock_guard lock(mLock);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A session of a service in another process.
+// A session in another process, for a client in this one.
 #pragma once
 
 #include <android-base/thread_annotations.h>
@@ -16,13 +16,14 @@
 
 namespace qoz::host::vppd {
 
-// Owned by the client. Operations block the caller, at most kCallLimit in all. One that did not
-// leave this process, for want of a descriptor, a thread or room on the bus, has the result
-// VPP_ERR_RESOURCES; one that failed further on touches no result.
+// Forwards every operation to the session in the service's process. Owned by the client. An
+// operation blocks its caller for kCallLimit at most. If a call was not delivered, because there
+// was no descriptor, no thread or no room on the bus, its result is VPP_ERR_RESOURCES. If it failed
+// later, it has a transport error and writes no result.
 class RemoteSession : public VppSessionBase {
   public:
-    // `owner` is the unique name of the process: a service that was started anew never hears of the
-    // sessions before it.
+    // `owner` is the unique name of the service's process. It is used instead of the service's
+    // name, because a service that was started again must not receive calls for earlier sessions.
     RemoteSession(std::shared_ptr<Bus> bus, std::string owner, const std::string& path);
     ~RemoteSession() override;
 
@@ -43,26 +44,28 @@ class RemoteSession : public VppSessionBase {
     const std::string& owner() const { return mOwner; }
     const Bus* bus() const { return mBus.get(); }
 
-    // The death of the service, or of the connection to it, in two steps. First no call gets
-    // through any more; callable on any thread and with locks of the client held.
+    // The death of the service or the loss of the connection ends a session in two steps. After
+    // declareDead(), every call has a transport error. It may be called on any thread and under any
+    // lock, because it only sets a flag.
     void declareDead() { mDead.store(true, std::memory_order_release); }
     bool isDead() const { return mDead.load(std::memory_order_acquire) || !mBus->isAlive(); }
-    // Then the client's object goes; this may destroy the client.
+    // Then release() releases the client's callback object, which may destroy the client.
     void release() EXCLUDES(mLock);
 
   private:
+    // All operations are carried out by forward(). By default their limit is kCallLimit from now.
     template <typename... Args>
     Status forward(SteadyTime end, Error* result, const char* method, const Args&... args);
     template <typename... Args>
     Status forward(Error* result, const char* method, const Args&... args);
-    bool install(const std::shared_ptr<vpp::IVppCallbacks>& callbacks, std::string* path)
+    bool installReceiver(const std::shared_ptr<vpp::IVppCallbacks>& callbacks, std::string* path)
         EXCLUDES(mLock);
-    void letGo(SteadyTime end) EXCLUDES(mLock);
+    void removeReceiver(SteadyTime end) EXCLUDES(mLock);
 
     const std::shared_ptr<Bus> mBus;
     const std::string mOwner;
     const std::unique_ptr<sdbus::IProxy> mProxy;
-    std::atomic<bool> mDead{false};  // set once; a call that misses it fails on the way
+    std::atomic<bool> mDead{false};  // never cleared; a call that sees it late fails on its way
 
     std::mutex mLock;
     std::unique_ptr<CallbackReceiver> mReceiver GUARDED_BY(mLock);

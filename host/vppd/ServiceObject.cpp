@@ -18,9 +18,10 @@ using vppservice::kClientBudget;
 using vppservice::Quota;
 using vppservice::Resources;
 
-// What all clients may have together: as many descriptors as the process may open, less those that
-// it needs itself; calls, events and mapped bytes are bounded by the sessions.
-Resources budgetOfAll() {
+// Returns the budget of all clients together. It contains the descriptors that this process may
+// open, except those that it needs itself. The number of sessions also limits calls, events and
+// mapped bytes.
+Resources totalBudget() {
     rlimit files{};
     getrlimit(RLIMIT_NOFILE, &files);
     const uint64_t spare = vppservice::kSpareDescriptors;
@@ -40,7 +41,7 @@ ServiceObject::ServiceObject(std::shared_ptr<Bus> connection,
     : KeepsBus{std::move(connection)},
       AdaptorInterfaces(bus->connection(), kServicePath),
       mService(std::move(service)),
-      mWhole(std::make_shared<Quota>(budgetOfAll())) {
+      mTotalQuota(std::make_shared<Quota>(totalBudget())) {
     registerAdaptor();
     bus->watchOwners({}, [this](const auto& name, const auto&, const auto& after) {
         if (after.empty() && !name.empty()) endSessionsOf(name);
@@ -50,7 +51,7 @@ ServiceObject::ServiceObject(std::shared_ptr<Bus> connection,
 ServiceObject::~ServiceObject() {
     mGate->close();
     unregisterAdaptor();
-    bus->stopTelling();
+    bus->stopNotifications();
     endSessionsOf({});
     const auto sessions = mSessions;
     std::unique_lock lock(sessions->lock);
@@ -69,7 +70,8 @@ void ServiceObject::GetNewVppSession(sdbus::Result<sdbus::ObjectPath>&& result, 
     answer.give(sdbus::ObjectPath(kNoSession));
 }
 
-// Null, with a message, when the client has as many as it may, or when there is no thread for it.
+// Creates a session. If the client has too many sessions or no thread can be created, logs a
+// message and returns null.
 std::shared_ptr<SessionObject> ServiceObject::makeSession(const std::string& client) {
     const char* const operation = "getNewVppSession";
     const auto quota = quotaOf(client);
@@ -80,7 +82,8 @@ std::shared_ptr<SessionObject> ServiceObject::makeSession(const std::string& cli
     }
     const std::string path = kSessionFolder + std::to_string(++mMade);
     const auto forget = [sessions = mSessions, path] {
-        std::shared_ptr<SessionObject> ended;  // without the lock
+        // Declared before the lock, so that the session is destroyed without it.
+        std::shared_ptr<SessionObject> ended;
         const std::lock_guard lock(sessions->lock);
         const auto entry = sessions->byPath.find(path);
         if (entry != sessions->byPath.end()) {
@@ -101,11 +104,12 @@ std::shared_ptr<SessionObject> ServiceObject::makeSession(const std::string& cli
     }
 }
 
-// A quota lasts as long as something counts against it.
+// Returns the quota of a client. A quota exists as long as the client has a session or anything
+// else that counts against it.
 std::shared_ptr<Quota> ServiceObject::quotaOf(const std::string& client) {
     auto quota = mQuotas[client].lock();
     if (quota != nullptr) return quota;
-    quota = std::make_shared<Quota>(kClientBudget, mWhole);
+    quota = std::make_shared<Quota>(kClientBudget, mTotalQuota);
     std::erase_if(mQuotas, [](const auto& entry) { return entry.second.expired(); });
     mQuotas[client] = quota;
     return quota;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The service of this process, as an object on the bus.
+// The VPP service of this process, for clients on the bus.
 #pragma once
 
 #include <android-base/thread_annotations.h>
@@ -19,22 +19,24 @@
 
 namespace qoz::host::vppd {
 
-// Exported from construction to destruction, with the sessions that it hands out. A session belongs
-// to the connection that asked for it, and ends with that. Calls arrive on the reading thread,
-// which never waits here: each session is opened, served and ended on a thread of its own.
+// An object on the bus, from construction to destruction, that creates a SessionObject for each
+// session. A session belongs to the connection that requested it and ends when that connection
+// leaves the bus. Calls arrive on the thread that reads the bus, which never waits here: each
+// session is opened, carries out its calls, and ends on a thread of its own.
 class ServiceObject final : private KeepsBus,
                             public sdbus::AdaptorInterfaces<::org::qoz::VppService1_adaptor> {
   public:
-    // To be made before the connection is read.
+    // Must be constructed before Bus::start().
     ServiceObject(std::shared_ptr<Bus> connection, std::shared_ptr<vppservice::Service> service);
-    // Ends all sessions, and waits for them at most as long as a call may take.
+    // Ends all sessions and waits for them for kCallLimit at most.
     ~ServiceObject();
 
     ServiceObject(const ServiceObject&) = delete;
     ServiceObject& operator=(const ServiceObject&) = delete;
 
   private:
-    // What there is, also for sessions that take longer to end than this object.
+    // All sessions that have not ended. Shared with the sessions, because one that ends slowly may
+    // outlive this object.
     struct Sessions {
         std::mutex lock;
         std::condition_variable ended;
@@ -47,16 +49,16 @@ class ServiceObject final : private KeepsBus,
 
     std::shared_ptr<SessionObject> makeSession(const std::string& client);
     std::shared_ptr<vppservice::Quota> quotaOf(const std::string& client);
-    // Of one client; empty: of all.
+    // Ends the sessions of the client with this unique name, or all sessions if it is empty.
     void endSessionsOf(const std::string& client);
 
     const std::shared_ptr<AnswerGate> mGate = std::make_shared<AnswerGate>(bus);
     const std::shared_ptr<vppservice::Service> mService;
     const std::shared_ptr<Sessions> mSessions = std::make_shared<Sessions>();
-    const std::shared_ptr<vppservice::Quota> mWhole;  // of all clients
+    const std::shared_ptr<vppservice::Quota> mTotalQuota;  // of all clients
 
-    // The reading thread's own.
-    uint64_t mMade = 0;
+    // Used only on the reading thread.
+    uint64_t mMade = 0;  // number of sessions, also of those that have ended
     std::map<std::string, std::weak_ptr<vppservice::Quota>> mQuotas;  // by client
     Refusals mRefusals;
 };

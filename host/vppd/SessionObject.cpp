@@ -24,18 +24,19 @@ SessionObject::SessionObject(std::shared_ptr<Bus> connection, std::string path, 
 
 void SessionObject::open(const std::shared_ptr<vppservice::Service>& service, int32_t flags,
                          Opened&& answer) {
-    const auto owed = std::make_shared<Opened>(std::move(answer));
-    mExecutor.post([self = shared_from_this(), service, flags, owed] {
+    const auto shared = std::make_shared<Opened>(std::move(answer));
+    mExecutor.post([self = shared_from_this(), service, flags, shared] {
         std::shared_ptr<Session> session;
         const bool ok = service->openSession(flags, self->mClient.quota, &session).isOk();
         const bool opened = session != nullptr;
         self->adopt(std::move(session));
-        if (ok) owed->give(sdbus::ObjectPath(opened ? self->getObjectPath() : kNoSession));
+        if (ok) shared->give(sdbus::ObjectPath(opened ? self->getObjectPath() : kNoSession));
         if (!opened) self->end();
     });
 }
 
-// The client may have left meanwhile.
+// Keeps the session. If the client has left since it requested the session, the session is dead at
+// once.
 void SessionObject::adopt(std::shared_ptr<Session> session) {
     if (session == nullptr) return;
     const std::lock_guard lock(mLock);
@@ -60,6 +61,7 @@ void SessionObject::end() {
     mExecutor.postLast([self = shared_from_this()] { self->finish(); });
 }
 
+// The last job of the executor. mOnEnded drops the owner's reference.
 void SessionObject::finish() {
     mGate->close();
     unregisterAdaptor();
@@ -70,12 +72,12 @@ void SessionObject::finish() {
 bool SessionObject::admits(const char* operation, PendingAnswer<int32_t>& answer) {
     const std::string caller = getObject().getCurrentlyProcessedMessage()->getSender();
     if (caller == mClient.name) return true;
-    mRefusals.log(operation, caller.c_str(), "the session is another connection's");
+    mRefusals.log(operation, caller.c_str(), "the session belongs to another connection");
     answer.deny();
     return false;
 }
 
-// A record that makes no sense, or asks for too much.
+// Refuses a call on the reading thread, because its record is not valid or exceeds a limit.
 void SessionObject::refuse(const char* operation, Answer&& result, VppError error) {
     PendingAnswer answer(mGate, std::move(result));
     if (!admits(operation, answer)) return;
@@ -83,14 +85,15 @@ void SessionObject::refuse(const char* operation, Answer&& result, VppError erro
     answer.give(static_cast<int32_t>(error));
 }
 
-// A descriptor of a record is here twice: in the message, and in what has been read from it.
+// Hands a call to the executor if the client's quota permits. Each descriptor of a record counts
+// twice, because it is open in the message and in the record that was read from it.
 void SessionObject::carryOut(const char* operation, Answer&& result, Call call,
                              uint64_t descriptors) {
     PendingAnswer answer(mGate, std::move(result));
     if (!admits(operation, answer)) return;
     auto reservation = mClient.quota->reserve({.calls = 1, .descriptors = 2 * descriptors});
     if (!reservation) {
-        mRefusals.log(operation, mClient.name.c_str(), "too many calls wait");
+        mRefusals.log(operation, mClient.name.c_str(), "too many waiting calls");
         answer.give(static_cast<int32_t>(VppError::VPP_ERR_RESOURCES));
         return;
     }
@@ -111,32 +114,38 @@ void SessionObject::carryOut(const char* operation, Answer&& result, Call call,
     });
 }
 
-void SessionObject::carryOutOwing(Owed kind, const char* operation, Answer&& answer, Call call,
-                                  uint64_t descriptors) {
+// Like carryOut(), for an operation that a callback completes later.
+void SessionObject::carryOutWithCallback(Completion kind, const char* operation, Answer&& answer,
+                                         Call call, uint64_t descriptors) {
     carryOut(
         operation, std::move(answer),
         [this, kind, call = std::move(call)](Session& session, VppError* error) {
-            return callOwing(kind, call, session, error);
+            return callWithCallback(kind, call, session, error);
         },
         descriptors);
 }
 
-// What is taken is owed until the client has answered the callback that settles it.
-Status SessionObject::callOwing(Owed kind, const Call& call, Session& session, VppError* error) {
+// Carries out an operation that a callback completes. It counts against the client's quota until
+// the client has answered that callback. The reservation is added before the call, because the
+// callback may be answered before the call returns.
+Status SessionObject::callWithCallback(Completion kind, const Call& call, Session& session,
+                                       VppError* error) {
     const auto outbox = mOutbox.lock();
     if (outbox == nullptr) return call(session, error);
-    auto owed = mClient.quota->reserve(kind == Owed::Buffer ? vppservice::Resources{.buffers = 1}
-                                                            : vppservice::Resources{.events = 1});
-    if (!owed) {
+    auto reservation =
+        mClient.quota->reserve(kind == Completion::Buffer ? vppservice::Resources{.buffers = 1}
+                                                          : vppservice::Resources{.events = 1});
+    if (!reservation) {
         *error = VppError::VPP_ERR_RESOURCES;
         return Status::ok();
     }
-    outbox->owe(kind, std::move(*owed));
+    outbox->addReservation(kind, std::move(*reservation));
     Status status = call(session, error);
-    if (!status.isOk() || *error != VppError::VPP_OK) outbox->forgive(kind);
+    if (!status.isOk() || *error != VppError::VPP_OK) outbox->removeReservation(kind);
     return status;
 }
 
+// Callbacks are sent only to the client's own connection, so the name of another one is refused.
 void SessionObject::InitSession(Answer&& answer, int32_t flags, std::string client,
                                 sdbus::ObjectPath callbacks) {
     if (client != mClient.name) {
@@ -173,15 +182,15 @@ void SessionObject::Close(Answer&& answer) {
 }
 
 void SessionObject::Drain(Answer&& answer) {
-    carryOutOwing(Owed::Event, "drain", std::move(answer),
-                  [](Session& session, VppError* error) { return session.drain(error); });
+    carryOutWithCallback(Completion::Event, "drain", std::move(answer),
+                         [](Session& session, VppError* error) { return session.drain(error); });
 }
 
 void SessionObject::Flush(Answer&& answer, int32_t port) {
-    carryOutOwing(Owed::Event, "flush", std::move(answer),
-                  [port](Session& session, VppError* error) {
-                      return session.flush(static_cast<vpp::VppPort>(port), error);
-                  });
+    carryOutWithCallback(Completion::Event, "flush", std::move(answer),
+                         [port](Session& session, VppError* error) {
+                             return session.flush(static_cast<vpp::VppPort>(port), error);
+                         });
 }
 
 void SessionObject::QueueBuf(Answer&& answer, int32_t port, BusBuffer sent) {
@@ -196,8 +205,8 @@ void SessionObject::QueueBuf(Answer&& answer, int32_t port, BusBuffer sent) {
         return;
     }
     const auto shared = std::make_shared<vpp::VppBuffer>(std::move(*buffer));
-    carryOutOwing(
-        Owed::Buffer, "queueBuf", std::move(answer),
+    carryOutWithCallback(
+        Completion::Buffer, "queueBuf", std::move(answer),
         [port, shared](Session& session, VppError* error) {
             return session.queueBuf(static_cast<vpp::VppPort>(port), *shared, error);
         },
@@ -205,10 +214,11 @@ void SessionObject::QueueBuf(Answer&& answer, int32_t port, BusBuffer sent) {
 }
 
 void SessionObject::Reconfigure(Answer&& answer, BusPort input, BusPort output) {
-    carryOutOwing(Owed::Event, "reconfigure", std::move(answer),
-                  [in = fromBus(input), out = fromBus(output)](Session& session, VppError* error) {
-                      return session.reconfigure(in, out, error);
-                  });
+    carryOutWithCallback(
+        Completion::Event, "reconfigure", std::move(answer),
+        [in = fromBus(input), out = fromBus(output)](Session& session, VppError* error) {
+            return session.reconfigure(in, out, error);
+        });
 }
 
 void SessionObject::SetCtrlAis(Answer&& answer, BusAis sent) {
@@ -253,13 +263,14 @@ void SessionObject::TerminateSession(Answer&& answer) {
              [](Session& session, VppError*) { return session.terminateSession(); });
 }
 
-// Not on the reading thread: the object must not go while it handles a call.
+// Ends the object on the executor's thread, because it must not be destroyed while it handles a
+// call on the reading thread.
 void SessionObject::Release() {
     const std::string caller = getObject().getCurrentlyProcessedMessage()->getSender();
     if (caller == mClient.name) {
         end();
     } else {
-        mRefusals.log("release", caller.c_str(), "the session is another connection's");
+        mRefusals.log("release", caller.c_str(), "the session belongs to another connection");
     }
 }
 

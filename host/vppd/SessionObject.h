@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A session of the service, as an object on the bus.
+// A session of the service in this process, for a client on the bus.
 #pragma once
 
 #include <android-base/thread_annotations.h>
@@ -22,24 +22,26 @@
 
 namespace qoz::host::vppd {
 
-// Exported from construction until it has ended, and then destroyed, on a thread of its own, which
-// also carries its calls out, one after the other: a session that hangs holds nobody else up. Only
-// the connection that asked for it may call it. Calls wait within the client's quota.
+// An object on the bus, owned by the ServiceObject. Calls arrive on the thread that reads the bus
+// and are carried out one after another by a thread of this object, so that a session that hangs
+// delays no other. end() removes the object from the bus on that thread, and then destroys it. Only
+// the connection that requested the session may call it. Calls that wait count against the client's
+// quota.
 class SessionObject final : private KeepsBus,
                             public sdbus::AdaptorInterfaces<::org::qoz::VppSession1_adaptor>,
                             public std::enable_shared_from_this<SessionObject> {
   public:
     using Opened = PendingAnswer<sdbus::ObjectPath>;
 
-    // Who asked, and what it may have. The reservation is the session's own.
+    // The client that the session belongs to.
     struct Client {
-        std::string name;  // unique on the bus
+        std::string name;  // the unique name of its connection
         std::shared_ptr<vppservice::Quota> quota;
-        vppservice::Reservation reservation;
+        vppservice::Reservation reservation;  // for this session
     };
 
-    // `onEnded` is called on the object's thread when it is no longer exported. Throws
-    // std::system_error when there is no thread to be had.
+    // `onEnded` is called on the object's thread when the object has left the bus. Throws
+    // std::system_error if the thread cannot be created.
     SessionObject(std::shared_ptr<Bus> connection, std::string path, Client client,
                   std::function<void()> onEnded);
     ~SessionObject() = default;
@@ -47,12 +49,13 @@ class SessionObject final : private KeepsBus,
     SessionObject(const SessionObject&) = delete;
     SessionObject& operator=(const SessionObject&) = delete;
 
-    // Gets the session that this stands for, and answers with its path; ends when there is none.
-    // Once, first of all.
+    // Requests a session from the service and answers with the path of this object, or with
+    // kNoSession if there is no session; the object then ends. Must be called once, before all
+    // other functions.
     void open(const std::shared_ptr<vppservice::Service>& service, int32_t flags, Opened&& answer);
 
-    // Returns at once: what waits is dropped, what runs fails, and the session is closed and
-    // terminated after that. On any thread.
+    // Ends the session and this object. Returns at once: calls that wait are dropped, a call that
+    // is being carried out fails, and then the session is released. Callable on any thread.
     void end() EXCLUDES(mLock);
 
     const std::string& client() const { return mClient.name; }
@@ -76,15 +79,15 @@ class SessionObject final : private KeepsBus,
     void TerminateSession(Answer&& answer) override;
     void Release() override;
 
-    // False when a stranger calls, who is told so.
+    // Returns whether the caller may call this object. If not, answers with an error.
     bool admits(const char* operation, PendingAnswer<int32_t>& answer);
     void refuse(const char* operation, Answer&& answer,
                 vpp::VppError error = vpp::VppError::VPP_ERR_PARAM);
     void carryOut(const char* operation, Answer&& answer, Call call, uint64_t descriptors = 0);
-    void carryOutOwing(Owed kind, const char* operation, Answer&& answer, Call call,
-                       uint64_t descriptors = 0);
-    ndk::ScopedAStatus callOwing(Owed kind, const Call& call, vppservice::Session& session,
-                                 vpp::VppError* error);
+    void carryOutWithCallback(Completion kind, const char* operation, Answer&& answer, Call call,
+                              uint64_t descriptors = 0);
+    ndk::ScopedAStatus callWithCallback(Completion kind, const Call& call,
+                                        vppservice::Session& session, vpp::VppError* error);
     ndk::ScopedAStatus initSession(int32_t flags, const std::string& callbacks,
                                    vppservice::Session& session, vpp::VppError* error);
     void adopt(std::shared_ptr<vppservice::Session> session) EXCLUDES(mLock);
@@ -94,13 +97,14 @@ class SessionObject final : private KeepsBus,
     const std::shared_ptr<AnswerGate> mGate = std::make_shared<AnswerGate>(bus);
     const Client mClient;
     const std::function<void()> mOnEnded;
-    Refusals mRefusals;  // of the reading thread
+    Refusals mRefusals;  // used only on the reading thread
 
     std::mutex mLock;
     std::shared_ptr<vppservice::Session> mSession GUARDED_BY(mLock);
     bool mEnded GUARDED_BY(mLock) = false;
 
-    std::weak_ptr<CallbackOutbox> mOutbox;  // of the executor
+    // Owned by the session's callback object. Used only on the executor's thread.
+    std::weak_ptr<CallbackOutbox> mOutbox;
 
     vppservice::SerialExecutor mExecutor;
 };

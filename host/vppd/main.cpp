@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// qoz-vppd: the VPP service in a process of its own, for the clients of the session's bus. Ends on
-// SIGTERM, on SIGINT, with the bus, and when an injected fault kills the service.
+// qoz-vppd: the VPP service in a process of its own, for clients on the session bus. The process
+// ends on SIGTERM and SIGINT, when the connection to the bus ends, and when a fault kills the
+// service.
 #include <android/binder_process.h>
 #include <host/control.h>
 #include <sys/resource.h>
@@ -20,8 +21,9 @@ namespace {
 
 using namespace qoz::host;
 
-// Every thread inherits this, so that the signals wait for who asks for them.
-sigset_t blockEndSignals() {
+// Blocks SIGTERM and SIGINT and returns them. All threads that are created later inherit this, so
+// that the signals are delivered to sigwait().
+sigset_t blockTermination() {
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGTERM);
@@ -30,14 +32,15 @@ sigset_t blockEndSignals() {
     return signals;
 }
 
+// Ends the process in the same way as a signal from outside.
 void end() {
     kill(getpid(), SIGTERM);
 }
 
-// False: the command line is no good.
+// Arms the faults on the command line. If one is not valid, prints an error and returns false.
 bool armFaults(const std::vector<std::string>& args) {
     for (size_t i = 0; i < args.size(); i += 2) {
-        std::string error = "usage: qoz-vppd [--fault OP=CODE@N]...";
+        std::string error = "usage: qoz-vppd [--fault OPERATION=ANSWER[@N[+]]]...";
         std::optional<Fault> fault;
         if (args[i] == "--fault" && i + 1 < args.size()) fault = parseFault(args[i + 1], &error);
         if (!fault) {
@@ -49,7 +52,7 @@ bool armFaults(const std::vector<std::string>& args) {
     return true;
 }
 
-// Clients hand descriptors over, and each may hand over many: as many as the process may have.
+// Raises the limit for descriptors as far as possible, because every client sends descriptors.
 void raiseDescriptorLimit() {
     rlimit files{};
     if (getrlimit(RLIMIT_NOFILE, &files) != 0) return;
@@ -57,13 +60,16 @@ void raiseDescriptorLimit() {
     setrlimit(RLIMIT_NOFILE, &files);
 }
 
+// Serves clients until a signal arrives. The object is on the bus before the service has its name,
+// so that the first client finds it.
 void serve(const sigset_t& signals) {
     const auto bus = std::make_shared<vppd::Bus>(std::string());
     const vppservice::RegisteredService service(end);
     vppd::ServiceObject object(bus, service.service());
     bus->start(end);
     if (!bus->takeName(vppd::kBusName, std::chrono::steady_clock::now() + vppd::kCallLimit)) {
-        throw std::runtime_error("the name of the service cannot be had");
+        throw std::runtime_error(std::string("the bus does not assign the name ") + vppd::kBusName +
+                                 ": is another service running?");
     }
     int signal = 0;
     sigwait(&signals, &signal);
@@ -72,8 +78,8 @@ void serve(const sigset_t& signals) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
-    const sigset_t signals = blockEndSignals();
-    signal(SIGPIPE, SIG_IGN);  // the end of whoever reads our messages is not ours
+    const sigset_t signals = blockTermination();
+    signal(SIGPIPE, SIG_IGN);  // continue if the reader of standard error has ended
     if (!armFaults({argv + 1, argv + argc})) return 2;
     raiseDescriptorLimit();
     ABinderProcess_startThreadPool();
