@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// Several components at once: the cost of a frame for each against one component alone. A frame is
-// process() of a source packet with side buffers, process() of an output buffer, and the return of
-// the input; nothing is delivered, so that no worker runs beside the threads that feed. Two of
-// those share the components out, one feeds the single one.
+// The cost of a frame with several components at once, compared with a single component. Two
+// threads feed the several components, half of them each, and one thread feeds the single
+// component. A frame consists of process() with a source packet with side buffers, process() with
+// an output buffer, and the return of the source. Nothing is delivered, so that the output workers
+// stay asleep.
 #include <ctime>
 #include <latch>
 #include <thread>
@@ -15,14 +16,14 @@ namespace {
 
 using Feeds = std::vector<std::unique_ptr<Feed>>;
 
-constexpr int kSamples = 20;  // a round
-constexpr int kFrames = 640;  // a sample, over all components
-constexpr double kAim = 1.2;  // for 16 of them
+constexpr int kSamples = 20;  // per round
+constexpr int kFrames = 640;  // per sample, for all components together
+constexpr double kAim = 1.2;  // for 16 components
 
-// What a frame costs one thread.
+// The time of one thread for one frame.
 struct Cost {
-    double wall = 0;  // nanoseconds a frame
-    double cpu = 0;
+    double wall = 0;  // nanoseconds
+    double cpu = 0;   // nanoseconds
 };
 
 double threadCpu() {
@@ -31,7 +32,7 @@ double threadCpu() {
     return static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec);
 }
 
-// Every `step`th component from `first` on, a frame each in turn.
+// Sends frames through every `step`th component from `first` on, one frame to each in turn.
 Cost feedShare(const Feeds& feeds, size_t first, size_t step, int frames) {
     const double cpu = threadCpu();
     size_t at = first;
@@ -45,7 +46,7 @@ Cost feedShare(const Feeds& feeds, size_t first, size_t step, int frames) {
     return {wall, (threadCpu() - cpu) / frames};
 }
 
-// What a frame costs the thread that feeds it, in the mean over the threads.
+// Sends frames through all components. Returns the cost of a frame as the mean over the threads.
 Cost feedAll(const Feeds& feeds) {
     const size_t threads = std::min<size_t>(2, feeds.size());
     const int frames = kFrames / static_cast<int>(threads);
@@ -74,7 +75,7 @@ Feeds makeFeeds(size_t count) {
     return feeds;
 }
 
-// Argument: how many.
+// Argument: the number of components.
 void components(benchmark::State& state) {
     const auto count = static_cast<size_t>(state.range(0));
     const Feeds several = makeFeeds(count);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The host simulator's converter against straight calls of libyuv for the same work: RGBA to NV12
-// and the half-size copy of that. Both sides work on the calling thread.
+// The host simulator's converter compared with direct calls of libyuv for the same work: the
+// conversion from RGBA to NV12 and a copy of half the size. Both work on the calling thread.
 #include <Rgb2Yuv.h>
 #include <libyuv/convert_from_argb.h>
 #include <libyuv/scale.h>
@@ -18,10 +18,11 @@ namespace {
 using android::GraphicBuffer;
 using android::sp;
 
-constexpr int kFrames = 20;  // a round
+constexpr int kFrames = 20;  // per round
 constexpr double kAim = 1.05;
 
-// The buffer stays mapped for its life; the lock only asks where.
+// Returns the address of the pixels. It stays valid after unlock(), because the host simulator
+// keeps a buffer mapped for its whole life.
 uint8_t* pixelsOf(const sp<GraphicBuffer>& buffer) {
     void* pixels = nullptr;
     if (buffer->lock(GraphicBuffer::USAGE_SW_WRITE_OFTEN, &pixels) != android::OK) {
@@ -32,7 +33,7 @@ uint8_t* pixelsOf(const sp<GraphicBuffer>& buffer) {
     return static_cast<uint8_t*>(pixels);
 }
 
-// A source and what the converter writes for it.
+// A source and the buffers that the converter writes.
 struct Frames {
     Frames(uint32_t width, uint32_t height)
         : source(makeBuffer(width, height, kRgba)),
@@ -45,7 +46,7 @@ struct Frames {
     sp<GraphicBuffer> source, target, half;
 };
 
-// The whole picture at once, on one thread: what the converter does.
+// The direct calls of libyuv.
 struct Straight {
     explicit Straight(const Frames& frames)
         : width(static_cast<int>(frames.source->getWidth())),
@@ -79,7 +80,7 @@ void converter(benchmark::State& state) {
         rgb2yuv.RGBToNV12(frames.source, frames.target, frames.half, true,
                           android::Fence::NO_FENCE);
     };
-    convert();  // the pages come with the first touch
+    convert();  // the kernel provides the pages at the first access
     for (auto _ : state) {
         const Rounds all = inTurn(
             kFrames, [&] { return timeCalls(1, convert); },

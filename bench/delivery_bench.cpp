@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// From the service's outputBufferDone to the client's onBufferDone, against a bare hand-over of the
-// same record between two threads; and how long outputBufferDone holds its binder thread while the
-// client's callback takes its time.
+// The time from the service's outputBufferDone to the client's onBufferDone, compared with a
+// minimal hand-over of the same record between two threads. Also the time for which
+// outputBufferDone occupies its binder thread while a callback of the client is slow.
 #include <pthread.h>
 
 #include <atomic>
@@ -19,7 +19,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Notes when it is called.
+// A client that records the time of its callback.
 class Arrival {
   public:
     android::IQOZCallback& client() { return mClient; }
@@ -37,8 +37,8 @@ class Arrival {
     std::binary_semaphore mCame{0};
 };
 
-// One lock, one condition, one queue: a thread of the worker's scheduling class calls the client
-// with what it is handed. It wakes once for each.
+// The minimal hand-over: one lock, one condition variable and one queue. The receiving thread has
+// the same scheduling class as the output worker and calls the client once for each record.
 class BareHandOver {
   public:
     explicit BareHandOver(android::IQOZCallback& client) : mClient(client) {
@@ -62,7 +62,7 @@ class BareHandOver {
             const std::lock_guard lock(mLock);
             mQueue.push_back(record);
         }
-        mCond.notify_one();  // the thread that wakes finds the lock free
+        mCond.notify_one();  // without the lock, so that the woken thread does not wait for it
     }
 
   private:
@@ -85,7 +85,8 @@ class BareHandOver {
     std::thread mThread{[this] { serve(); }};
 };
 
-// Nanoseconds from the call to the client's. The receiving thread has gone to sleep before.
+// Returns the nanoseconds from the call of `give` to the client's callback. First waits until the
+// receiving thread is likely to be asleep.
 template <typename Give>
 double timeArrival(Arrival& arrival, Give give) {
     std::this_thread::sleep_for(50us);
@@ -94,9 +95,9 @@ double timeArrival(Arrival& arrival, Give give) {
     return nanoseconds(arrival.await() - begin);
 }
 
-// This thread, and those it makes meanwhile, on one processor. On two a wake-up costs what an idle
-// one takes to start: that hides everything else, and is there or not as the scheduler has put the
-// threads.
+// Binds the calling thread, and the threads that it creates, to one processor. With two processors
+// a wake-up may have to start an idle processor. That depends on the scheduler and takes much
+// longer than the work that the bench measures.
 class OneProcessor {
   public:
     OneProcessor() {
@@ -117,7 +118,7 @@ class OneProcessor {
 
 // Argument: the percentile.
 void delivery(benchmark::State& state) {
-    constexpr int kSamples = 1000;  // a round
+    constexpr int kSamples = 1000;  // per round
     const auto percent = static_cast<int>(state.range(0));
     const OneProcessor pinned;
     Arrival arrival;
@@ -137,7 +138,7 @@ void delivery(benchmark::State& state) {
 }
 BENCHMARK(delivery)->Arg(50)->Arg(99)->Iterations(1);
 
-// Takes ten milliseconds over slot 0, and none over the others.
+// A client whose callback takes ten milliseconds for slot 0 and returns at once for other slots.
 class BusyClient {
   public:
     android::IQOZCallback* callback() { return &mCallback; }
@@ -163,8 +164,8 @@ class BusyClient {
     std::counting_semaphore<> mDelivered{0};
 };
 
-// One callback of ten milliseconds, and as many calls from a binder thread while it lasts; only
-// those that began and ended within it count.
+// Starts one slow callback and, while it runs, returns further buffers as a binder thread would.
+// Adds the time of each return to `held` if the return began and ended during the slow callback.
 void sampleHeld(Feed& feed, BusyClient& client, std::vector<double>& held) {
     constexpr int32_t kCalls = 48;
     for (int32_t slot = 0; slot <= kCalls; ++slot)
@@ -183,7 +184,7 @@ void sampleHeld(Feed& feed, BusyClient& client, std::vector<double>& held) {
 }
 
 void heldBinderThread(benchmark::State& state) {
-    constexpr int kCallbacks = 80;  // a round
+    constexpr int kCallbacks = 80;  // per round
     constexpr double kLimitNs = 100000;
     BusyClient client;
     Feed feed({.sideBuffers = false, .entries = 0, .client = client.callback()});

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// How long flushsync() blocks the client with 8 source frames and 12 output buffers in flight, less
-// the time that the service took to answer; against a bare hand-over between two threads, there and
-// back, and the end of as many internal buffers.
+// The time for which flushsync() blocks the client with 8 source frames and 12 output buffers in
+// flight, without the time that the service takes to answer. It is compared with a hand-over from
+// one thread to another and back, followed by the destruction of the same number of internal
+// buffers.
 #include <client/DoneCallback.h>
 #include <src/vpp/RecordFields.h>
 
@@ -20,14 +21,14 @@ using android::GraphicBuffer;
 using android::QOZBufferInfo;
 using android::sp;
 
-constexpr int kFlushes = 40;  // a round
+constexpr int kFlushes = 40;  // per round
 constexpr int kSources = 8;
 constexpr int kOutputs = 12;
 
-// Returns what it holds when it is flushed, from its own thread, and takes the time of that.
+// A session that keeps all buffers and returns them on a thread of its own when it is flushed.
 class HoldingSession : public NullSession {
   public:
-    Clock::duration answerTime{};
+    Clock::duration answerTime{};  // of the last flush, from the call to the return of all buffers
 
     Status queueBuf(Port port, const vpp::VppBuffer& buffer, Error*) override {
         auto& held = port == Port::INPUT ? mInputs : mOutputs;
@@ -85,7 +86,8 @@ void fill(android::VppComponent& component, std::vector<sp<GraphicBuffer>>& buff
     }
 }
 
-// There and back between two threads; then the buffers of the pools end, as a flush has them do.
+// The side that the component is compared with: a hand-over to another thread and back, and the
+// destruction of the buffers that a flush destroys.
 class Bare {
   public:
     double measure() {
@@ -106,7 +108,8 @@ class Bare {
     }
 
   private:
-    // A target and a half-size copy for each source; vectors for all but the first.
+    // Creates a target and a half-size copy for each source, and motion vectors for all sources but
+    // the first.
     static std::vector<sp<GraphicBuffer>> makePooled() {
         std::vector<sp<GraphicBuffer>> pooled;
         for (int i = 0; i < kSources; ++i) {
@@ -154,8 +157,8 @@ void flushsync(benchmark::State& state) {
 }
 BENCHMARK(flushsync)->Iterations(1);
 
-// How long one operation blocks the client when the service takes its commands and answers none,
-// against the limit that all waits of an operation share.
+// The time for which one operation blocks the client if the service accepts all commands and sends
+// no event, compared with the limit that all waits of an operation share.
 template <typename Operation>
 void silent(benchmark::State& state, const char* label, Operation operation) {
     constexpr double kLimitNs = 3e9;

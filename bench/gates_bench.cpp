@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the log statements and trace points of one frame cost while both are off, as a share of
-// process(). How many a frame passes is counted, with both on, by the messages and the events that
-// come out. What passing one costs that is off is measured with the library's own macros, in the
-// same run.
+// The cost of the log statements and trace points of one frame while logging and tracing are off,
+// as a share of process(). Their number is determined from the messages and events of one frame
+// while both are on. The cost of one is measured with the library's own macros in the same run.
 #include <unistd.h>
 
 #include <atomic>
@@ -19,19 +18,19 @@
 namespace qoz::bench {
 namespace {
 
-constexpr int kSamples = 100;  // a round
-constexpr int kFrames = 8;     // a sample
-constexpr int kPasses = 1000;  // of ten gates, a sample
+constexpr int kSamples = 100;  // per round
+constexpr int kFrames = 8;     // per sample
+constexpr int kPasses = 1000;  // per sample; each passes ten gates
 constexpr double kAim = 0.01;
 
-// How many gates of each kind one frame passes.
+// A gate is the test whether logging or tracing is on. These are the numbers for one frame.
 struct Gates {
     int logs = 0;
     int traces = 0;
 };
 
-// Tests that the recorded events stand for. A section tests at its begin and at its end; a marker,
-// which ends as soon as it has begun, tests once before both.
+// Returns the number of tests that produced the events in a trace. A section tests at its beginning
+// and at its end. A marker, whose end directly follows its beginning, tests only once.
 int traceGatesIn(const std::filesystem::path& trace) {
     constexpr std::string_view kPhase = "\"ph\":\"";
     std::ifstream file(trace);
@@ -47,10 +46,10 @@ int traceGatesIn(const std::filesystem::path& trace) {
     return tests;
 }
 
-// Those of one source packet, by a component whose diagnostics are on.
+// Counts the gates for one source packet, with a component that has logging and tracing on.
 Gates countGates(bool sideBuffers) {
     Gates found;
-    std::atomic<int> messages = 0;  // the worker of the component logs too
+    std::atomic<int> messages = 0;  // atomic, because the output worker logs too
     const auto quiet = host::setLogSink([&](const host::LogLine&) { ++messages; });
     host::setProperty("vendor.qoz.log.msg", "21");
     host::setProperty("debug.atrace.tags.enableflags", "2");
@@ -72,12 +71,12 @@ Gates countGates(bool sideBuffers) {
     return found;
 }
 
-// Stands where the component stands in the macros.
+// Has the members that the macros use in the component.
 class Gated {
   public:
     void log() {
         VPP_LOGI("bench: %u", mLogFlags);
-        benchmark::ClobberMemory();  // the flag is read again
+        benchmark::ClobberMemory();  // makes the next call read the flag again
     }
     static void trace() { benchmark::DoNotOptimize(ATRACE_ENABLED()); }
 
@@ -86,7 +85,8 @@ class Gated {
     android::SessionLog mLog{mLogFlags, "bench", this};
 };
 
-// Nanoseconds for one of many, ten in a row so that the loop around them counts for nothing.
+// Returns the nanoseconds for one gate. Each pass of the loop contains ten gates, so that the loop
+// itself adds almost nothing.
 template <typename Pass>
 double timeGate(Pass pass) {
     return timeCalls(kPasses,

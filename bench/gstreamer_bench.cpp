@@ -1,18 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
-// A buffer's way through the component against the same pass-through in GStreamer, eight buffers in
-// flight on both sides.
+// The time for one buffer from one end of the component to the other, compared with the same
+// pass-through in GStreamer. Eight buffers are in flight on both sides, and no pixels are accessed.
 //
-// GStreamer: `appsrc ! queue ! appsink`. For each buffer one duplicated descriptor, wrapped by its
-// allocator for such memory, one buffer around it, two hand-overs between threads (the source's,
-// the queue's), and the sink's callback, which pulls the buffer and lets it go: the descriptor is
-// closed.
+// GStreamer: `appsrc ! queue ! appsink`. For each buffer, one descriptor is duplicated and wrapped
+// by GStreamer's allocator for such memory; two threads hand the buffer over (that of the source
+// and that of the queue); and the callback of the sink pulls the buffer and releases it, which
+// closes the descriptor.
 //
-// Ours, passed through: process() of an NV12 source, for which one descriptor is duplicated and
-// closed, two hand-overs (the service's thread, the component's worker), and the client's
-// onBufferDone(). Ours, a whole frame: process() of an RGBA source, converted by nothing, and of an
-// output buffer, two descriptors, the return of both, the same hand-overs.
+// The component, passed through: process() with an NV12 source, for which one descriptor is
+// duplicated and closed; two hand-overs (the service's thread and the output worker); and the
+// client's onBufferDone().
 //
-// No pixel is touched. The component's worker has its real-time priority, where it may.
+// The component, a whole frame: process() with an RGBA source, for which the converter does
+// nothing, and with an output buffer; two descriptors; the return of both; and the same hand-overs.
+//
+// The output worker has its real-time priority if the process is permitted to set it.
 #include <client/Types.h>
 #include <fcntl.h>
 #include <gst/allocators/gstfdmemory.h>
@@ -32,12 +34,13 @@
 namespace qoz::bench {
 namespace {
 
-constexpr int kSamples = 10;   // a round
-constexpr int kBuffers = 500;  // a sample
+constexpr int kSamples = 10;   // per round
+constexpr int kBuffers = 500;  // per sample
 constexpr int kInFlight = 8;
 constexpr double kAim = 1.0;
 
-// Places for buffers in flight: taken by who feeds, given back by who receives.
+// Limits the buffers in flight. The sending thread takes a place for each buffer, and the receiving
+// thread gives it back.
 class Places {
   public:
     void take() { mFree.acquire(); }
@@ -52,6 +55,7 @@ class Places {
     std::counting_semaphore<kInFlight> mFree{kInFlight};
 };
 
+// Sends buffers with `feed` and returns the nanoseconds for each, until the last has arrived.
 template <typename Feeding>
 double throughput(Places& places, Feeding feed) {
     const auto begin = Clock::now();
@@ -63,8 +67,8 @@ double throughput(Places& places, Feeding feed) {
     return nanoseconds(Clock::now() - begin) / kBuffers;
 }
 
-// Hands every frame back from a thread of its own: the source itself when nothing else is queued
-// (that is a pass-through), else the oldest output buffer.
+// A session that returns every frame on a thread of its own. If `passes` is set, it returns the
+// source itself as the output (a pass-through); otherwise it returns the oldest output buffer.
 class ReturningSession : public NullSession {
   public:
     explicit ReturningSession(bool passes) : mPasses(passes) {}
@@ -134,7 +138,7 @@ class ReturningSession : public NullSession {
     std::thread mThread{[this] { serve(); }};
 };
 
-// Our side: a component that this thread feeds.
+// The component, fed by the calling thread.
 class Component {
   public:
     explicit Component(bool passes) : mPasses(passes) {}
@@ -166,11 +170,12 @@ struct Unref {
 template <typename Type>
 using Owned = std::unique_ptr<Type, Unref>;
 
-// The other side: a pipeline that this thread pushes buffers into.
+// The GStreamer pipeline, fed by the calling thread.
 class Pipeline {
   public:
     Pipeline() {
-        // Limits off: the places are the limit. Nothing waits for a clock or a first buffer.
+        // The limits of the pipeline are off, because Places is the limit. The sink does not wait
+        // for a clock or for the first buffer.
         mPipeline.reset(
             gst_parse_launch("appsrc name=in format=time emit-signals=false max-bytes=0 ! "
                              "queue max-size-buffers=0 max-size-bytes=0 max-size-time=0 ! "
@@ -213,7 +218,7 @@ class Pipeline {
     GstClockTime mTimestamp = 0;
 };
 
-// Argument: whether the source itself is passed through.
+// Argument: 1 to pass the source itself through, 0 for a source and an output buffer.
 void passThrough(benchmark::State& state) {
     const bool passes = state.range(0) != 0;
     gst_init(nullptr, nullptr);

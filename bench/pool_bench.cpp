@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reuse in the pools of internal buffers: a frame draws the oldest free target and side buffers and
-// gives them back, with 16 and with 100 entries free against 1.
+// The reuse of internal buffers. Each frame takes the oldest free target and side buffers from
+// their pools and returns them, with 16 or 100 free buffers compared with 1.
 #include "support/Feed.h"
 #include "support/Rounds.h"
 
 namespace qoz::bench {
 namespace {
 
-constexpr int kBatches = 250;  // a round
-constexpr int kBatch = 8;      // frames, one after the other
+constexpr int kBatches = 250;  // per round
+constexpr int kBatch = 8;      // frames per batch
 
-// process() of a source packet and the return of its buffers.
+// Measures process() with a source packet and the return of its buffers.
 double reuseBatch(Feed& feed) {
     return timeCalls(kBatch, [&] {
         feed.send();
@@ -18,7 +18,7 @@ double reuseBatch(Feed& feed) {
     });
 }
 
-// Argument: free entries.
+// Argument: the number of free buffers.
 void reuse(benchmark::State& state) {
     const auto entries = static_cast<int>(state.range(0));
     Feed many({.entries = entries});

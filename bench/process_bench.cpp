@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// The component's own share of a frame: process() of one source packet and of one output buffer,
-// with a converter and a service that do nothing, against plain statements that do what any
-// component must (support/Floor.h). And how often each side asks the heap, and what for.
+// The component's own share of a frame: process() with one source packet and with one output
+// buffer, with a converter and a service that do nothing. It is compared with plain statements for
+// the work that every component must do (support/Floor.h). The heap allocations of both sides are
+// counted by their purpose.
 #include <algorithm>
 
 #include "support/Allocations.h"
@@ -12,13 +13,14 @@
 namespace qoz::bench {
 namespace {
 
-constexpr int kBatches = 250;  // a round
-constexpr int kBatch = 8;      // packets, in flight at once
+constexpr int kBatches = 250;  // per round
+constexpr int kBatch = 8;      // packets per batch; all are in flight at once
 constexpr double kAim = 1.3;
 
-// What asks for so many bytes on this path. Sizes that two of them share say so.
+// Returns the purpose of an allocation of this size in process(). If two purposes have the same
+// size, the name contains both.
 const char* reasonFor(size_t bytes) {
-    constexpr size_t kNode = 2 * sizeof(void*);  // of a list; of a hash map, with its key
+    constexpr size_t kNode = 2 * sizeof(void*);  // links of a list node; link and key of a map node
     constexpr size_t kMeta = sizeof(vpp::VppMetaBuffer);
     switch (bytes) {
         case sizeof(ndk::ScopedFileDescriptor):
@@ -27,7 +29,7 @@ const char* reasonFor(size_t bytes) {
             return "held_slot_or_target_node";
         case kNode + 3 * sizeof(void*):
             return "side_buffers_node";
-        case 31:  // the smallest that a string of more than 15 characters grows to
+        case 31:  // the first allocation of a string of more than 15 characters
             return "metabuffer_name";
         case kMeta:
         case 2 * kMeta:
@@ -55,7 +57,7 @@ void countAllocations(benchmark::State& state, const std::string& who, Side& sid
     }
 }
 
-// Sees the native handles that its caller has made for one record.
+// A session that records how many native handles exist while a record is queued.
 class HandleSession : public NullSession {
   public:
     uint64_t most = 0;
@@ -65,7 +67,8 @@ class HandleSession : public NullSession {
     }
 };
 
-// They come from calloc(), so that operator new does not see them.
+// Counts the native handles for one source packet. They are allocated with calloc(), so the counts
+// of operator new do not contain them.
 void countHandles(benchmark::State& state, bool sideBuffers) {
     const auto session = ndk::SharedRefBase::make<HandleSession>();
     Feed feed({.sideBuffers = sideBuffers, .session = session});
@@ -81,7 +84,8 @@ double sourceBatch(Side& side) {
         kBatch, [&] { side.send(); }, [&] { side.returnInput(); });
 }
 
-// None is returned: that would wake the worker, which would run beside what is measured.
+// The outputs are not returned, because that would wake the output worker, which would disturb the
+// measurement.
 template <typename Side>
 double outputBatch(Side& side) {
     return timeCalls(kBatch, [&] { side.queueOutput(); });

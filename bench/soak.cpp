@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// Many small frames through four components at once: nothing lost, nothing twice, nothing out of
-// order, and at the end 1 MiB more than a tenth of the way in at most, and no descriptor. With
-// --misbehave: 64 components, eight of which have a session that is late or silent; the others
-// notice nothing.
+// Plays many small frames through four components at once. Checks that no frame is lost, doubled or
+// out of order. Also checks that between a tenth of the run and its end the resident memory grows
+// by 1 MiB at most, and the number of descriptors does not change. With --misbehave, plays them
+// through 64 components, of which eight have a session that is late or silent, and checks that the
+// other components are not affected.
 //
-//     soak [--misbehave] [frames in all, 100000]
+//     soak [--misbehave] [total number of frames; default 100000]
 #include <aidl/vendor/vuq/hardware/vpp/BnVppService.h>
 #include <client/LiveClient.h>
 #include <host/control.h>
@@ -36,12 +37,12 @@ constexpr uint32_t kHeight = 48;
 constexpr uint32_t kFactor = 1;
 constexpr int64_t kFrameNs = 16000000;
 constexpr size_t kSources = 4;
-constexpr size_t kSourcesOnce = 40;  // of a component whose service gives nothing back
+constexpr size_t kSourcesOnce = 40;  // for a component whose service returns nothing
 constexpr size_t kOutputs = 8;
-constexpr int64_t kAhead = 4;  // frames in flight of a healthy component: all its outputs
+constexpr int64_t kAhead = 4;  // frames in flight in a healthy component; they need all outputs
 constexpr long kMaxGrowth = 1 << 20;
 
-// What went wrong with the frames of one component or of several.
+// The errors of one component or of several, and the longest operation.
 struct Tally {
     uint64_t lost = 0;
     uint64_t doubled = 0;
@@ -49,7 +50,9 @@ struct Tally {
     Clock::duration longest{};  // of a flush, or of a frame sent and its outputs queued
 };
 
-// One component with its client. Of one that gives nothing back each source can be sent once.
+// One component with its client, used by one thread. `patient` is whether the client waits for
+// frames and sources. It is false if the service returns nothing; then each source is sent only
+// once.
 class Player {
   public:
     explicit Player(bool patient)
@@ -67,7 +70,7 @@ class Player {
         return true;
     }
 
-    // Ends when everything is back that comes back.
+    // Sends frames and then flushes, so that the service returns all buffers.
     void play(uint64_t frames) {
         if (!mPatient) frames = std::min(frames, uint64_t{kSourcesOnce});
         for (uint64_t n = 0; n < frames; ++n) {
@@ -77,7 +80,7 @@ class Player {
             (void)mClient.waitForSource();
             time([&] { (void)mClient.send(kWidth, kHeight, mNow); });
         }
-        // Gives up when nothing comes at all: what is missing shows in the tally.
+        // If this times out, the missing frames are counted as lost.
         if (mPatient) (void)mClient.waitForTimestamp(microseconds(mNow));
         time([&] { mClient.vpp->flushsync(); });
         if (frames > 0) mExpected += 1 + (frames - 1) * (kFactor + 1);
@@ -104,16 +107,16 @@ class Player {
         mTally.longest = std::max(mTally.longest, Clock::now() - begin);
     }
 
-    const bool mPatient;  // waits for what is to come out
+    const bool mPatient;
     LiveClient mClient;
     int64_t mNow = 0;
-    uint64_t mExpected = 0;  // frames that are to come out
+    uint64_t mExpected = 0;  // number of frames that the service must return
     uint64_t mFrames = 0;
     uint64_t mNewest = 0;
     Tally mTally;
 };
 
-// What the process holds; nothing may grow in a long run.
+// The resources of this process, which must not grow during a long run.
 struct Holding {
     long resident;  // bytes
     int descriptors;
@@ -126,7 +129,7 @@ struct Holding {
     }
 };
 
-// Takes everything; each queueing takes a while, and no flush is ever answered.
+// A session that accepts everything, is slow to accept a buffer, and never completes a flush.
 class LateSession : public NullSession {
     Status queueBuf(Port, const vpp::VppBuffer&, Error*) override {
         std::this_thread::sleep_for(200ms);
@@ -138,10 +141,12 @@ bool isFaulty(size_t nth) {
     return nth % 8 == 7;
 }
 
-// Gives real sessions, but every eighth is late or silent. Asked by one thread.
+// A service whose every eighth session is late or silent; the other sessions are real. Used by one
+// thread.
 class MixedService : public vpp::BnVppService {
   public:
-    // A component that ends in ERROR leaves its session open, and the two keep each other.
+    // A component that ends in ERROR does not close its session. The session and the component then
+    // own each other, until the session is terminated here.
     void endFaultySessions() {
         for (const auto& session : mFaulty)
             (void)session->terminateSession();
@@ -177,7 +182,7 @@ bool report(const char* who, const Tally& all) {
 
 using Players = std::vector<std::unique_ptr<Player>>;
 
-// All of them at once.
+// Runs `act` for all players at once, each on its own thread, and waits for all.
 template <typename Act>
 void onThreads(const Players& players, const Act& act) {
     std::vector<std::thread> threads;
@@ -244,7 +249,7 @@ bool misbehave(uint64_t frames) {
     service->endFaultySessions();
     (void)report("the 8 that are late or silent", sum(players, true, true));
     const Tally healthy = sum(players, false, true);
-    // Far below the wait limit of three seconds that the others run into.
+    // Far below the limit of three seconds for which the components of faulty sessions wait.
     return report("the other 56", healthy) && started && healthy.longest < 1s;
 }
 
@@ -256,7 +261,7 @@ int main(int argc, char** argv) {
     const char* count = argc > (mixed ? 2 : 1) ? argv[mixed ? 2 : 1] : "100000";
     const uint64_t frames = std::strtoull(count, nullptr, 10);
     if (frames < 1000) {
-        std::fprintf(stderr, "soak: [--misbehave] [frames in all, 1000 or more]\n");
+        std::fprintf(stderr, "usage: soak [--misbehave] [total number of frames, at least 1000]\n");
         return 2;
     }
     qoz::host::setLogSink([](const qoz::host::LogLine&) {});

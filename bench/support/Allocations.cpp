@@ -8,9 +8,9 @@
 
 namespace {
 
-constexpr size_t kSizes = 4096;  // larger ones are counted under the last
+constexpr size_t kSizes = 4096;  // larger allocations are counted as 4095 bytes
 
-// Calls of operator new on one thread, by size, while `on`.
+// The calls of operator new on one thread by size, counted while `on` is set.
 struct Counter {
     bool on = false;
     std::array<uint64_t, kSizes> calls{};
@@ -22,7 +22,7 @@ void* take(size_t bytes) noexcept {
     return std::malloc(bytes == 0 ? 1 : bytes);
 }
 
-// Not inline: gcc would take free() for a mismatch where it sees the caller's operator new.
+// Not inline, because gcc warns of a mismatch if it sees operator new and free() in one function.
 [[gnu::noinline]] void release(void* memory) noexcept {
     std::free(memory);
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Counts what goes through operator new on the thread that asks.
+// Counts the calls of operator new on one thread.
 #pragma once
 
 #include <cstddef>
@@ -8,11 +8,12 @@
 
 namespace qoz::bench {
 
-// Calls by size in bytes, from construction to stop(). One at a time on a thread.
+// Counts the calling thread's calls from construction to stop(). A thread may have only one of
+// these at a time.
 class Allocations {
   public:
     Allocations();
-    std::map<size_t, uint64_t> stop();
+    std::map<size_t, uint64_t> stop();  // returns the number of calls by size in bytes
 };
 
 }  // namespace qoz::bench

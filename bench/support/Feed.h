@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A component with a session that a bench brings, and the buffers to feed it with.
+// A component with a session from the bench, and the buffers that the bench sends through it.
 #pragma once
 
 #include <client/DoneCallback.h>
@@ -16,20 +16,22 @@
 
 namespace qoz::bench {
 
-constexpr int64_t kInternalCookie = 0x10000;  // of a buffer of the component's own
+constexpr int64_t kInternalCookie = 0x10000;  // the cookie of an internal buffer
 
 constexpr int64_t outputCookie(int32_t slot) {
     return static_cast<int32_t>(static_cast<uint32_t>(slot) | 0x80000000U);
 }
 
-// Twice the frame rate at the source's size.
+// A component that doubles the frame rate and keeps the size, with one of everything else: session,
+// client, packets and records. A bench calls the functions in the order of a stream. Used by one
+// thread.
 class Feed {
   public:
     struct Setup {
-        bool sideBuffers = true;  // motion vectors and half-size copies
-        int entries = 16;         // free ones in the pools to begin with
+        bool sideBuffers = true;  // whether frames have motion vectors and half-size copies
+        int entries = 16;         // number of free buffers in the pools at the beginning
         std::shared_ptr<NullSession> session = ndk::SharedRefBase::make<NullSession>();
-        android::IQOZCallback* client = nullptr;  // null: one that does nothing
+        android::IQOZCallback* client = nullptr;  // null for a client that does nothing
         int format = kRgba;                       // of the sources
     };
 
@@ -47,7 +49,8 @@ class Feed {
                             0,
                             {}}};
         }
-        // Twice: the very first frame has no vectors to leave to its successor.
+        // Twice, because the very first frame has no motion vectors, so that one set of buffers for
+        // them is missing after the first time.
         for (int i = 0; i < 2; ++i)
             fillPools(setup.entries);
     }
@@ -56,26 +59,26 @@ class Feed {
     Feed(const Feed&) = delete;
     Feed& operator=(const Feed&) = delete;
 
-    // process() of the next source packet.
+    // Calls process() with the next source packet.
     void send() {
         auto& packet = mPackets[mSent % mPackets.size()];
         packet[0].timestamp = static_cast<int64_t>(++mSent) * 16000000;
         if (mComponent->process(&packet, nullptr) != 0) fail("process");
     }
 
-    // process() of one output buffer.
+    // Calls process() with one output buffer.
     void queueOutput(int32_t slot = 0) {
         mOutput.slot = slot;
         if (mComponent->process(nullptr, &mOutput) != 0) fail("process");
     }
 
-    // The service gives the oldest frame's buffers back.
+    // Returns the oldest source frame as the service would.
     void returnInput() {
         mInput.timestamp = ++mReturned * 16000;
         (void)mSession->callbacks->inputBufferDone(mInput, &mResult);
     }
 
-    // The service gives an output buffer back, with a frame in it.
+    // Returns an output buffer with a frame in it as the service would.
     void returnOutput(int32_t slot) {
         mFrame.cookie = outputCookie(slot);
         (void)mSession->callbacks->outputBufferDone(mFrame, &mResult);

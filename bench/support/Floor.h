@@ -1,18 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
-// What any component must do for one packet, as plain statements: the floor of process_bench.
+// The work that every component must do for one packet, written as plain statements. process_bench
+// compares the component with it; the time of this code is the floor.
 //
-// A source packet: draw the target (and the three side buffers) from the pool of free entries, call
-// the converter, keep them under the frame's timestamp, duplicate one descriptor for each buffer
-// into a record of the service's own type through a native handle, count the buffer, call queueBuf,
-// close the duplicates, keep the source as the next one's reference, and give the one before back
-// to the client. An output buffer: read the clock for its timestamp, one descriptor, the same
-// record, count, call.
+// For a source packet: take the target (and the three side buffers) from the pool of free buffers,
+// call the converter, store the buffers under the timestamp of the frame, duplicate one descriptor
+// for each buffer into a record of the service's type by way of a native handle, count the buffer,
+// call queueBuf, close the duplicates, keep the source as the reference frame of the next, and
+// return the previous source to the client. For an output buffer: read the clock for its timestamp,
+// then duplicate one descriptor, fill the same record, count the buffer and call queueBuf.
 //
-// Locks, uncontended, one for each that such a component cannot do without: that of the pool of
-// targets at drawing and at keeping, that of the side buffers likewise (only with side buffers),
-// that of the session's state around record and call, that of the counts of buffers in the VPP.
-// Left out although ours has it: a look at the pool under its lock when the record is made, since
-// the buffers are at hand there.
+// Each lock that a component needs is taken without contention: the lock of the target pool when a
+// buffer is taken and when it is stored, that of the side buffers likewise (if there are any), that
+// of the session's state while the record is made and queued, and that of the counts of buffers in
+// the VPP. Our component also looks up the buffers in the pool, under its lock, when it makes the
+// record. This code does not, because it has the buffers at hand.
 #pragma once
 
 #include <Rgb2Yuv.h>
@@ -32,6 +33,7 @@
 
 namespace qoz::bench {
 
+// Has the same functions as Feed. Used by one thread.
 class Floor {
   public:
     explicit Floor(bool sideBuffers) : mSideBuffers(sideBuffers) {
@@ -82,15 +84,15 @@ class Floor {
   private:
     using Buffer = android::sp<android::GraphicBuffer>;
     using Sides = std::tuple<Buffer, Buffer, Buffer>;
-    static constexpr uint64_t kEntries = 16;  // as many as Feed warms up
+    static constexpr uint64_t kEntries = 16;  // as many as Feed has
 
     static Sides makeSides() {
         return {makeBuffer(80, 45, kRgba), makeBuffer(80, 45, kRgba),
                 makeBuffer(kWidth / 2, kHeight / 2, kNv12)};
     }
 
-    // What travelled, by the frame's timestamp, and which of it is free. An entry's node serves the
-    // next frame: keeping takes no memory.
+    // The buffers by the timestamp of the frame that used them last, and the timestamps of those
+    // that are free. Nodes of the containers are reused, so that no memory is allocated.
     template <typename Travelling>
     struct Pool {
         using Map = std::unordered_map<uint64_t, Travelling>;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A converter that does nothing, so that what is left of a frame is the component's own work.
+// A converter that does nothing, so that a bench measures only the component's own work.
 #include <Rgb2Yuv.h>
 #include <host/converter/MotionField.h>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The session and the service that a bench brings.
+// A session that accepts everything and does nothing, and a service that provides it.
 #pragma once
 
 #include <host/vppservice/NullSession.h>

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// How every bench measures: two sides in turn within one run, medians of rounds, the spread with
-// it. The counters are what `bench/run` makes its table of.
+// The measurements of all benches. Each compares two sides, which run alternately in the same
+// process, and reports medians over several rounds and their spread. `bench/run` makes its table
+// from the counters that report() sets.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -16,7 +17,7 @@ namespace qoz::bench {
 
 using Clock = std::chrono::steady_clock;
 
-// Set when it only matters that a bench runs at all (target `smoke`).
+// Returns whether a bench shall only show that it works, as in the target `smoke`.
 inline bool quick() {
     return std::getenv("QOZ_BENCH_QUICK") != nullptr;
 }
@@ -33,7 +34,7 @@ inline double nanoseconds(Clock::duration d) {
     return std::chrono::duration<double, std::nano>(d).count();
 }
 
-// `share` from 0 to 1.
+// `share` is from 0 to 1; 0.5 is the median.
 inline double percentile(std::vector<double> values, double share) {
     const auto last = static_cast<double>(values.size() - 1);
     const auto at = values.begin() + std::lround(share * last);
@@ -45,8 +46,8 @@ inline double median(const std::vector<double>& values) {
     return percentile(values, 0.5);
 }
 
-// Nanoseconds for each of so many calls of `act`; `undo` brings back what a call has used up,
-// outside the measured time.
+// Calls `act` and returns the nanoseconds for each call. Afterwards, outside the measured time,
+// calls `undo` as often, which restores what the calls have used up.
 template <typename Act, typename Undo>
 double timeCalls(int calls, Act act, Undo undo) {
     const auto begin = Clock::now();
@@ -63,7 +64,7 @@ double timeCalls(int calls, Act act) {
     return timeCalls(calls, act, [] {});
 }
 
-// One value a round; the ratios are of neighbours in time.
+// The results of all rounds. Each ratio compares samples that were taken at the same time.
 struct Rounds {
     std::vector<double> ours, peer, ratio;
 
@@ -74,9 +75,10 @@ struct Rounds {
     }
 };
 
-// Both sides in turn, one sample of each, who begins changing with every pair: what else the
-// machine does falls on both. A round is `samples` pairs, and its values are the percentiles
-// `share` of them. Each side returns the nanoseconds of one sample.
+// Measures both sides alternately, in pairs of one sample each, so that other load on the machine
+// affects both. The side that comes first changes with every pair. A round consists of `samples`
+// pairs; its result for a side is the percentile `share` of that side's samples. The two functions
+// take one sample each and return its nanoseconds.
 template <typename Ours, typename Peer>
 Rounds inTurn(int samples, Ours ours, Peer peer, double share = 0.5) {
     Rounds all;
@@ -96,7 +98,8 @@ Rounds inTurn(int samples, Ours ours, Peer peer, double share = 0.5) {
 
 constexpr double kNoAim = 0;
 
-// `label` is the row's name in the table; `aim` the largest ratio that is wanted.
+// Sets the counters of one row of the table. `label` is the name of the row, and `aim` is the
+// largest ratio that counts as met.
 inline void report(benchmark::State& state, const std::string& label, const Rounds& all,
                    double aim) {
     state.SetLabel(label);

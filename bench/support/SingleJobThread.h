@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Carries out jobs on a thread of its own, for a hand-over and no more: a job that has not been
-// taken is replaced by the next.
+// A thread that carries out one job at a time.
 #pragma once
 
 #include <condition_variable>
@@ -11,6 +10,8 @@
 
 namespace qoz::bench {
 
+// There is no queue: a new job replaces one that the thread has not begun. Callers wait until the
+// effect of their job is visible before they give the next.
 class SingleJobThread {
   public:
     SingleJobThread() : mThread([this] { serve(); }) {}

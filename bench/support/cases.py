@@ -1,15 +1,17 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Clips in which frame interpolation goes wrong, made from a seed, a size and a speed.
+"""Clips that are difficult for frame interpolation, generated from a seed, a size and a speed.
 
-Each case is a function of a Stage that draws the luma of one moment; moments are numbered in output frames,
-so every second one is given and the others are the truth. Chroma follows from luma.
+Each case is a function that draws the luma of one moment with a Stage. Moments are numbered in output
+frames: the even ones are the source frames, and the odd ones are the true pictures to which interpolated
+frames are compared. The chroma is derived from the luma.
 """
 
 import numpy as np
 
 
 def smooth_noise(rng, side, slope):
-    """Periodic noise whose amplitude falls with frequency to the power `slope`; mean 0, deviation 1."""
+    """Returns periodic noise with mean 0 and standard deviation 1. Its amplitude is proportional to
+    the frequency to the power of -`slope`."""
     frequency = np.hypot(np.fft.fftfreq(side)[:, None], np.fft.rfftfreq(side)[None, :])
     frequency[0, 0] = 1
     spectrum = np.fft.rfft2(rng.standard_normal((side, side))) * frequency ** -slope
@@ -29,7 +31,7 @@ def blurred(image, sigma):
 class Texture:
     """An endless picture with the edges and the grain of a game, sampled at any point."""
 
-    SIDE = 2048  # texels; two to a pixel, so that sampling between them costs no sharpness
+    SIDE = 2048  # in texels; two for each pixel, so that sampling between texels does not blur
     SCALE = 2
 
     def __init__(self, rng, mean=120, grain=16, shapes=260, contrast=34):
@@ -54,7 +56,7 @@ class Texture:
 
 
 class Stage:
-    """What a case draws with."""
+    """The textures, coordinates and drawing functions for one clip."""
 
     def __init__(self, seed, width, height, speed):
         self.rng = np.random.default_rng(seed)
@@ -68,7 +70,7 @@ class Stage:
         return (texture or self.ground).at(self.x - dx * move, self.y - dy * move)
 
     def cover(self, below, above, x, y, half_width, half_height, round_=False):
-        """Lays `above` over `below` in a box or an ellipse about (x, y), with edges one pixel soft."""
+        """Draws `above` over `below` in a box or an ellipse around (x, y), with soft edges of one pixel."""
         if round_:
             far = np.hypot((self.x - x) / half_width, (self.y - y) / half_height)
             alpha = np.clip((1 - far) * min(half_width, half_height) + 0.5, 0, 1)
@@ -79,7 +81,7 @@ class Stage:
 
 
 def thin_hud(stage, picture, value=235):
-    """Lines one and two pixels thick straight over the picture, digits, a ring and a bar."""
+    """Draws a still overlay over the picture: lines of one and two pixels, digits and a ring."""
     h, w = picture.shape
     out = picture.copy()
     out[h // 8, w // 16:w // 3] = value
@@ -137,7 +139,7 @@ def bars(s, t):
 
 
 def fence(s, t):
-    """Posts that pass before a slower ground."""
+    """Posts that move in front of a slower background."""
     moved = s.x - 6 * s.speed * t
     post = np.clip(3.5 - np.abs((moved % 16) - 8), 0, 1)
     band = np.clip(s.height * 0.25 - np.abs(s.y - s.height * 0.6), 0, 1)
@@ -177,7 +179,7 @@ def hard_cut(s, t):
 
 
 def cut_to_alike(s, t):
-    """Both sides have the same ground and light: only the place jumps."""
+    """A cut between two places on the same texture, with the same brightness."""
     return s.ground.at(s.x - 2 * s.speed * t + (0 if t < s.moments // 2 else 611), s.y)
 
 
@@ -198,7 +200,7 @@ def crossing(s, t):
 
 
 def road(s, t, turn=0.0):
-    """A road that comes nearer: the ground in perspective, hills behind, roadside posts, a car."""
+    """The view of a driver: a road in perspective, hills on the horizon, roadside posts and a car."""
     horizon = s.height * 0.42
     below = np.maximum(s.y - horizon, 0.5)
     depth = 0.55 * s.height / below
@@ -274,14 +276,14 @@ CUTS = {"hard cut", "cut within one place"}
 
 
 def frames(name, seed, width, height, speed, moments):
-    """Planes Y, U, V of every moment."""
+    """Yields the planes Y, U and V of every moment."""
     draw, own_speed = CASES[name]
     stage = Stage(seed, width, height, own_speed * speed)
     stage.moments = moments
     for moment in range(moments):
         luma = np.clip(np.rint(draw(stage, moment)), 16, 235).astype(np.uint8)
         small = luma.reshape(height // 2, 2, width // 2, 2).mean((1, 3))
-        # No colour that RGB cannot say: the player's frames are RGB on their way.
+        # Only colours that RGB can represent, because the player converts its frames to RGB.
         room = np.minimum(small - 16, 235 - small) * 0.2
         u = np.rint(128 + room * np.cos(small / 20)).astype(np.uint8)
         v = np.rint(128 + room * np.sin(small / 20)).astype(np.uint8)

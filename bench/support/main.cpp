@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Every bench's main(): the log's diagnostics would only stand between the figures.
+// The main() of all benches. Only errors are logged, on standard error, so that standard output
+// contains only the results.
 #include <android/log.h>
 #include <benchmark/benchmark.h>
 #include <host/control.h>
@@ -9,7 +10,7 @@
 
 namespace {
 
-// More buffers than the usual limit of descriptors allows for.
+// The benches have more buffers than the usual limit for descriptors permits.
 void raiseDescriptorLimit() {
     rlimit limit{};
     if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;

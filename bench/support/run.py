@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Runs the benches and makes the table: the larger part of bench/run. Works from the top folder."""
+"""Runs the benches and makes the table. bench/run calls this from the top folder of the repository."""
 
 import argparse
 import json
@@ -22,16 +22,17 @@ def say(text):
 def options():
     parser = argparse.ArgumentParser(prog="bench/run", description="Runs the benches.")
     parser.add_argument("--only", metavar="NAME", choices=BENCHES + ["player"],
-                        help="one of: " + ", ".join(BENCHES + ["player"]))
+                        help="run one bench: " + ", ".join(BENCHES + ["player"]))
     parser.add_argument("--quick", action="store_true",
-                        help="one short round of everything: shows that it runs, no more")
+                        help="run each bench briefly, only to check that it works")
     parser.add_argument("--json", metavar="FILE", type=pathlib.Path,
-                        help="raw results (build/bench.json; with --only build/bench-NAME.json)")
+                        help="file for the raw results (default: build/bench.json; with --only "
+                             "build/bench-NAME.json)")
     parser.add_argument("--write", metavar="FILE", type=pathlib.Path,
-                        help="also put the table between the marks in this file")
+                        help="also write the table between the marks in this file")
     chosen = parser.parse_args()
     if chosen.write and (chosen.only or chosen.quick):
-        parser.error("--write is for a whole run: not with --only or --quick")
+        parser.error("--write cannot be used with --only or --quick")
     if not chosen.json:
         chosen.json = pathlib.Path(f"build/bench-{chosen.only}.json" if chosen.only else "build/bench.json")
     return chosen
@@ -44,10 +45,10 @@ def build():
 
 
 def run_bench(name, quick):
-    """The bench's own JSON; None when it has not been built."""
+    """Runs a bench and returns its results, or None if the bench has not been built."""
     binary = BUILD / "bench" / f"{name}_bench"
     if not binary.exists():
-        say(f"{name}: left out, what it needs is not installed (scripts/setup --bench)")
+        say(f"{name}: left out, because a library that it needs is missing; run scripts/setup --bench")
         return None
     environment = dict(os.environ, **({"QOZ_BENCH_QUICK": "1"} if quick else {}))
     done = subprocess.run([binary, "--benchmark_format=json"], check=True, env=environment,
@@ -56,7 +57,7 @@ def run_bench(name, quick):
 
 
 def run_all(names, quick):
-    """Rows for the table, and the names of those that failed."""
+    """Returns the rows for the table and the names of the benches that failed."""
     rows, failed = [], []
     for name in names:
         say(name)
@@ -80,10 +81,10 @@ def machine():
 def main():
     chosen = options()
     if chosen.write and not table.has_marks(chosen.write):
-        say(f"{chosen.write}: no such file, or no marks in it")
+        say(f"{chosen.write}: the file does not exist or has no marks for the table")
         return 2
     if os.getloadavg()[0] > 0.5 * os.cpu_count():
-        say("the machine is busy; the figures will show it")
+        say("the machine is busy, so the figures will be less reliable")
     build()
     names = [chosen.only] if chosen.only else BENCHES + ["player"]
     rows, failed = run_all(names, chosen.quick)

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Rows of results, and the table of them."""
+"""Makes the table of results from the output of the benches."""
 
 BEGIN = "<!-- figures of bench/run: begin -->"
 END = "<!-- figures of bench/run: end -->"
@@ -14,7 +14,7 @@ OF_ROUND = "ratio_of_round_"
 
 
 def row(bench, found):
-    """From what Google Benchmark says of one run."""
+    """Makes a row from the result of one run of Google Benchmark."""
     if found.get("error_occurred"):
         raise ValueError(found.get("error_message"))
     values = {key: value for key, value in found.items()
@@ -32,7 +32,7 @@ def duration(nanoseconds):
 
 
 def share(ratio):
-    """Ratios far below one are shares."""
+    """Formats a ratio. Ratios far below 1 are shown in percent."""
     return f"{ratio:.2f}" if ratio >= 0.1 else f"{ratio * 100:.2f} %"
 
 
@@ -51,7 +51,7 @@ def cells(one):
 
 
 def besides(one):
-    """What a bench counts or measures beside its row."""
+    """Formats the further values of a bench, which are listed below the table."""
     found = []
     for key, value in one.items():
         if key in SHOWN:
