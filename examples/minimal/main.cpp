@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// The least that a client does: ten frames through the component at twice their rate. Exit code 0:
-// every buffer that was handed over has come back. It is meant to be copied, so it needs nothing
-// but the public header and, on a desk, the host simulator: no client kit of this tree. The guide
-// shows the part between the marks; a test compares the two.
+// A minimal client. It plays ten frames through the component at twice their rate and exits with 0
+// if every queued buffer was returned once. It is meant to be copied, so it uses only the public
+// header and, on a Linux machine, the host simulator. The client's guide shows the part between the
+// marks; a test compares the two.
 #include <host/control.h>
 #include <qoz/VppComponent.h>
 
@@ -22,11 +22,12 @@ constexpr uint32_t kHeight = 192;
 constexpr android::ConfigParams kTwiceTheRate{android::QOZMode::kFrc, 0, 1,
                                               android::QOZUpscale::k1x};
 constexpr int32_t kOutputs = 8;           // slots 0 to 7
-constexpr int32_t kSlots = kOutputs + 3;  // the sources' are behind them
+constexpr int32_t kSlots = kOutputs + 3;  // the sources have the slots after the outputs
 constexpr uint32_t kFrames = 10;
-constexpr uint32_t kFramesOut = 1 + (kFrames - 1) * 2;  // one between each two
+constexpr uint32_t kFramesOut = 1 + (kFrames - 1) * 2;  // one interpolated between each two
 
-// Which buffers are outstanding. The callbacks come on several threads; the lock guards all of it.
+// Keeps account of the outstanding buffers. The callbacks run on several threads, so all members
+// are guarded by the lock.
 class Client final : public android::IQOZCallback {
   public:
     void onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint64_t timestamp) override {
@@ -41,15 +42,15 @@ class Client final : public android::IQOZCallback {
 
     void onConfigChanged(std::set<uint32_t>) override {}
 
-    // Before the buffer is handed over: it may be back before that call returns. False: it is
-    // outstanding already.
-    bool note(int32_t slot) {
+    // Call this before a buffer is queued, because it may be returned before process() returns.
+    // Returns false if the buffer is already outstanding.
+    bool markOutstanding(int32_t slot) {
         const std::lock_guard lock(mLock);
         return mOutstanding.insert(slot).second;
     }
 
-    // It was not taken, and is still the client's.
-    void keep(int32_t slot) {
+    // Call this if process() has not taken the buffer.
+    void clearOutstanding(int32_t slot) {
         const std::lock_guard lock(mLock);
         mOutstanding.erase(slot);
     }
@@ -59,7 +60,8 @@ class Client final : public android::IQOZCallback {
         return !mTwice && mOutstanding.empty();
     }
 
-    // True: not yet all frames, but `frames` has grown.
+    // Waits until more than `frames` frames have arrived and stores their number. Returns whether
+    // some are still missing; returns false if none has arrived for ten seconds.
     bool awaitMore(uint32_t& frames) {
         std::unique_lock lock(mLock);
         const auto grown = [&] { return mFrames > frames; };
@@ -81,7 +83,7 @@ BufferRef make(uint32_t width, uint32_t height, uint32_t format) {
                                        GraphicBuffer::USAGE_SW_WRITE_OFTEN));
 }
 
-// A white square that moves eight pixels to the right with every frame.
+// Draws a white square that moves eight pixels to the right with every frame.
 void paint(const BufferRef& buffer, uint32_t frame) {
     void* pixels = nullptr;
     if (buffer->lock(GraphicBuffer::USAGE_SW_WRITE_OFTEN, &pixels) != android::OK) return;
@@ -96,7 +98,7 @@ void paint(const BufferRef& buffer, uint32_t frame) {
 }  // namespace
 
 int main() {
-    const qoz::host::VppService service;  // on a device it is there already
+    const qoz::host::VppService service;  // a device already has one
     Client client;
     auto vpp = std::make_shared<android::VppComponent>();
     if (!vpp->enable("minimal", &client, false)) return 1;
@@ -111,24 +113,24 @@ int main() {
     // [stream]
     const auto queueFreeOutputs = [&] {
         for (int32_t slot = 0; slot < kOutputs; ++slot) {
-            if (!client.note(slot)) continue;  // it is outstanding
+            if (!client.markOutstanding(slot)) continue;
             QOZBufferInfo output{slot, buffers[slot], nullptr, 0, {}};
-            if (vpp->process(nullptr, &output) != QOZResult::kTaken) client.keep(slot);
+            if (vpp->process(nullptr, &output) != QOZResult::kTaken) client.clearOutstanding(slot);
         }
     };
     for (uint32_t frame = 0; frame < kFrames; ++frame) {
         const auto slot = static_cast<int32_t>(kOutputs + frame % (kSlots - kOutputs));
-        if (!client.note(slot)) break;  // before the call: it may be back before the call is
+        if (!client.markOutstanding(slot)) break;  // before process(), which may return the buffer
         paint(buffers[slot], frame);
         std::vector<QOZBufferInfo> source{{slot, buffers[slot], nullptr, frame * 33'333'333LL, {}}};
-        if (vpp->process(&source, nullptr) != QOZResult::kTaken) client.keep(slot);
+        if (vpp->process(&source, nullptr) != QOZResult::kTaken) client.clearOutstanding(slot);
         queueFreeOutputs();
     }
-    // Let the service finish: until all frames are there, or none has come for a while.
+    // Wait until all frames have arrived, or none has arrived for ten seconds.
     for (uint32_t frames = 0; client.awaitMore(frames);)
         queueFreeOutputs();
-    vpp->flushsync();  // everything else comes back, the last source too
-    vpp->disable();    // now, as nothing is outstanding any more
+    vpp->flushsync();  // returns all outstanding buffers, also the last source
+    vpp->disable();
     // [stream]
     return client.isComplete() ? 0 : 1;
 }
