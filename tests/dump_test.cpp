@@ -116,7 +116,7 @@ TEST_F(Dump, AReaderThatHasGoneEndsTheTextAndNothingElse) {
     expectLines({"  state: UNINIT"});
 }
 
-// For the sanitizers: another thread looks all the while.
+// For the sanitizers: another thread looks and asks all the while.
 TEST_F(ResourceTest, DumpsWhileAStreamLivesAndChanges) {
     const LogCapture log;
     const host::VppService service;
@@ -124,8 +124,10 @@ TEST_F(ResourceTest, DumpsWhileAStreamLivesAndChanges) {
     ASSERT_TRUE(client.start(96, 64, {1, 0, 1, 0}));
     std::atomic<bool> over{false};
     std::thread watcher([&over, component = client.vpp] {
-        while (!over)
+        while (!over) {
             EXPECT_NE(dumped(*component).find("  awaited: "), std::string::npos);
+            EXPECT_EQ(component->calculateOutBufferReqsPerFrame({1, 0, 3, 0}), 5);
+        }
     });
     int64_t now = 0;
     for (uint32_t round = 0; round < 12; ++round) {

@@ -1,26 +1,26 @@
 // SPDX-License-Identifier: Apache-2.0
 /// @class android::VppComponent
 /// One post-processing session between a client that renders frames and the device's VPP service,
-/// which interpolates frames (2x to 4x the frame rate) and scales them (1x, 1.5x, 2x).
-/// examples/minimal is a complete client. Order of calls: construct (owned by a std::shared_ptr),
-/// enable(), config(), process() once for each source frame and once for each output buffer,
-/// flushsync(), disable().
+/// which interpolates frames (2x to 4x the frame rate) and scales them (1x, 1.5x, 2x); see
+/// examples/minimal. Order of calls: construct (owned by a std::shared_ptr), enable(), config(),
+/// process() once for each source frame and once for each output buffer, flushsync(), disable().
 ///
 /// Threading: the client must call the operations from one thread at a time. The getters,
 /// calculateOutBufferReqsPerFrame(), GetFormat(), dump() and process() with an output buffer may be
 /// called on any thread at any time. Only these are allowed from within a callback; every other
-/// operation is refused there at once, with a message.
+/// operation is refused there at once, with a message. The client is called on the calling thread,
+/// on the service's binder threads and on the component's worker, also on several at once.
 ///
 /// Ownership: every buffer that process() takes is returned once through
-/// IQOZCallback::onBufferDone(). A refused buffer stays with the client. Two kinds are never
+/// IQOZCallback::onBufferDone(). A refused buffer stays with the client. Two kinds are not
 /// returned: sources in slot QOZBufferInfo::kNoSlot, and buffers that are still with the service or
-/// held as reference when disable() is called; call flushsync() first. If the service dies, the
-/// component returns every buffer that the service had without a frame, and later buffers at once.
-/// The state after a flushsync() is then ERROR; call disable(), then enable().
+/// held as reference when disable() is called; call flushsync() first. If the service dies, every
+/// buffer that it had is returned and marked as not filled, and so is each later one, at once. The
+/// state does not change until flushsync() makes it ERROR; call disable(), then enable().
 ///
-/// Time: config(), process(), flushsync() and isInputPortEnabled() each wait at most three seconds
-/// in total; enable() and disable() state their own limits. Callbacks, the conversion and calls
-/// into the service are not limited. After construction the class throws no exceptions itself.
+/// Time: config(), process(), flushsync() and isInputPortEnabled() each wait at most 3 s in total;
+/// enable() and disable() state their limits. Callbacks, conversion and calls into the service have
+/// no limit. After construction the class throws no exceptions itself.
 #pragma once
 
 #include <android-base/thread_annotations.h>
@@ -44,44 +44,44 @@ class __attribute__((visibility("default"))) VppComponent
         IDLE = 2,     ///< flushed; becomes ACTIVE with the next output buffer
         ACTIVE = 3,   ///< started
         PENDING = 4,  ///< a flush is under way
-        ERROR = 5,    ///< cleared by disable(), or by a successful start
+        ERROR = 5,    ///< left by disable(), or by a start that succeeds
     };
 
     /// Reads the system properties vendor.qoz.*, whose values then apply for the object's lifetime.
     /// Throws std::invalid_argument or std::out_of_range if the value of a numeric property does
     /// not begin with a number or the number is too large.
     VppComponent();
-    /// Performs disable(). An open session also holds a reference to its component, so releasing
-    /// the client's own reference is not enough: call disable() explicitly.
+    /// Performs disable(). Call disable() yourself: an open session keeps its component alive.
     virtual ~VppComponent();
 
     /// Finds the service, opens a session and starts the output worker. Every log message begins
     /// with `name`. `callback` may be null and must outlive the component. `debug` logs changes of
     /// state. Moves the calling thread into the system's cpuset, if the device has cpusets. Returns
-    /// false, with the reason in the log, on failure; the state is then unchanged, or ERROR if the
-    /// service refused the session: then call disable() before the next enable(). Waits up to 3 s
-    /// for events of the previous session, up to 1.4 s for the service, and up to 3 s for the
-    /// worker.
+    /// false on failure, with the reason in the log; the state is then unchanged, or ERROR if the
+    /// service refused the session: call disable() before the next enable(). Waits up to 3 s for
+    /// events of the previous session, 1.4 s for the service and 3 s for the worker.
     bool enable(const std::string& name, IQOZCallback* callback, bool debug);
 
     /// Sets the size in pixels, the pixel format (QOZFormat) and the settings of the sources, and
     /// asks the worker to start the session. The getters report the new settings on return. With
-    /// `wait`, returns after the first start in the component's life; later, it has no effect. The
-    /// next process() and isInputPortEnabled() wait for any start, after which state() tells how a
-    /// session's first one ended. If a later one fails, the log has an error and the state is still
-    /// ACTIVE, or ERROR if the settings were refused; disable() and enable() before. Also waits
-    /// for a pending start, for output buffers being queued, and for a delivery in progress.
+    /// `wait`, config() also waits until the component's first start has finished, but for no later
+    /// one. The next process() or isInputPortEnabled() waits for a pending start. After a session's
+    /// first start, state() is ACTIVE if it succeeded. After a later one it is ERROR if the service
+    /// refused the settings, else ACTIVE even if the start failed, with an error in the log; to be
+    /// sure, call disable() and enable() before config(). Waits for a pending start, output buffers
+    /// being queued and a delivery in progress.
     void config(uint32_t width, uint32_t height, uint32_t format, ConfigParams params, bool wait);
 
     /// Takes a source packet (`src`: the frame and, optionally, the client's NV12 conversion
-    /// target) or one output buffer (`dst`), and returns a QOZResult. An empty `src` counts as
-    /// none. Refuses a frame while the service has 128 frames. If an output buffer starts the
-    /// session and that fails, it is returned by callback and refused: one return, not two. Waits
-    /// for a pending start, the conversion, the acquire fence of an NV12 source that is not
-    /// converted, and, at a new size or ratio, for the service. An output buffer from within a
-    /// callback waits for none of these. May call both callbacks.
+    /// target) or one output buffer (`dst`), not both, and returns a QOZResult. An empty `src`
+    /// counts as none. Refuses a frame while the service has 128 frames. An output buffer in INIT
+    /// starts the session on this thread; if that fails, the buffer is returned by onBufferDone()
+    /// and refused as well, which is one return. Waits for a pending start, the conversion, the
+    /// acquire fence of an unconverted NV12 source and, at a new size or ratio, for the service; an
+    /// output buffer within a callback waits for none of these. May call both functions of
+    /// IQOZCallback.
     int32_t process(std::vector<QOZBufferInfo>* src, QOZBufferInfo* dst);
-    /// Like process(), but an absent `src` must be null; returns kRefused if both are null.
+    /// Like process(), but refuses an empty `src`, and returns kRefused if both are null.
     int32_t processBuffer(std::vector<QOZBufferInfo>* src, QOZBufferInfo* dst);
 
     /// Makes an ACTIVE session return every buffer, and delivers them. The state is then IDLE, or
@@ -89,11 +89,12 @@ class __attribute__((visibility("default"))) VppComponent
     /// for a pending start, queueing under way, the service and the deliveries. May call back.
     void flushsync();
 
-    /// Closes the session, stops the worker and frees the internal buffers. The component refers to
-    /// the last source until the next session's first one. In ERROR the session stays open until
-    /// the next enable() or the end of the service; until then it keeps this object alive, and late
-    /// returns may call the client. Waits up to 1.2 s for a pending start, up to 3 s in all for
-    /// buffers being queued and events being handled, and for the worker's last callbacks.
+    /// Closes the session, stops the worker and frees the internal buffers. Keeps a reference to
+    /// the last source until the next session's first source. If it is called in ERROR, the
+    /// service's session stays open until the next enable() or the end of the service; until then
+    /// it keeps this object alive, and what it returns late is reported. Waits up to 1.2 s for a
+    /// pending start, up to 3 s in all for buffers being queued and events being handled, and
+    /// without a limit for the worker's last callbacks.
     void disable();
 
     /// Returns 0 for the RGB formats, else 3. Sets `yuvFormat` to the format that the input port
@@ -102,8 +103,7 @@ class __attribute__((visibility("default"))) VppComponent
     /// Returns whether the session is ACTIVE for exactly this source size (pixels) and format.
     /// Waits for a pending start.
     bool isInputPortEnabled(uint32_t width, uint32_t height, uint32_t format);
-    /// Returns the number of output buffers needed for each source frame. Outside callbacks it also
-    /// records whether these settings combine frame-rate conversion with upscaling.
+    /// Returns the number of output buffers needed for each source frame with these settings.
     uint32_t calculateOutBufferReqsPerFrame(ConfigParams params);
     status state() const;                   ///< any thread, never waits; likewise the other getters
     uint32_t outBufReqsPerFrame() const;    ///< output buffers to queue per source frame
@@ -214,8 +214,8 @@ class __attribute__((visibility("default"))) VppComponent
     std::mutex mVppOBDQueueLock;
     vpp::VppBuffer* mCurrentOBD GUARDED_BY(mVppOBDQueueLock) = nullptr;
     std::deque<vpp::VppBuffer*> mVppOBDQueue GUARDED_BY(mVppOBDQueueLock);
-    int32_t mOBDCmd = 0;
-    std::mutex mOBDCmdLock;
+    int32_t mOBDCmd = 0;     // this and mOBDCmdCond are used under OutputWorker's own lock
+    std::mutex mOBDCmdLock;  // held while a command is carried out
     std::condition_variable mOBDCmdCond;
     std::mutex mOBDStateLock;
     std::condition_variable mOBDStateCond;

@@ -32,6 +32,7 @@ struct PoolText {
 // (microseconds) of each queued frame, the buffers that were queued with it. A set holds the keys
 // of those entries that the VPP has returned: the free entries. A buffer is thus drawn (being
 // filled; in neither), queued (with the VPP; in the map) or free (in the map, its key in the set).
+// A drawn buffer whose frame fails is released.
 //
 // A request draws the oldest free entry, which is the one with the smallest timestamp. If that
 // entry does not fit the request, new buffers are allocated in its place, and all other free
@@ -41,8 +42,8 @@ struct PoolText {
 //
 // Requests come from the client's thread, returns from binder threads, and clear() from the thread
 // that flushes or disables. Everything happens under the pool's own lock, a leaf, which a request
-// also holds while it allocates. The map and set nodes of drawn entries are kept for later entries,
-// so a pool in steady state does not allocate.
+// also holds while it allocates. The map node of the last drawn entry and the set nodes of all
+// drawn entries are kept for later entries, so a pool in steady state does not allocate.
 template <typename Entry>
 class BufferPool {
   public:
@@ -73,8 +74,8 @@ class BufferPool {
     // the caller in the message.
     void free(uint64_t key, const char* operation) EXCLUDES(mLock);
 
-    // Removes every entry, including those whose buffers the VPP still has. Their memory is freed
-    // when the last other owner releases it, and their return then finds no entry.
+    // Removes every entry, including those whose buffers the VPP still has. When the VPP returns
+    // these, it finds no entry; their memory is freed when its last other owner releases it.
     void clear() EXCLUDES(mLock);
 
     // Returns nothing if the lock is taken.
@@ -85,8 +86,8 @@ class BufferPool {
     enum class Drawn { Failed, Reused, Replaced };
 
     // Serves one request under the lock: calls `draw` with the oldest free entry, or `allocate` if
-    // no entry is free. If either fails, it returns false and the oldest entry stays free, without
-    // the buffers that `draw` had already taken from it.
+    // no entry is free. Returns false if that call fails. After a failed `draw` the oldest entry
+    // stays free, without the buffers that `draw` had already taken from it.
     template <typename Allocate, typename Draw>
     bool serve(Allocate allocate, Draw draw) EXCLUDES(mLock);
 
@@ -152,8 +153,9 @@ inline bool holdsBuffer(
 
 // Never replaces an entry. If two outstanding frames have the same timestamp, the entry keeps the
 // buffers of the first, and the return of either frame finds that entry. The buffers of the second
-// are freed when their last other owner releases them. If the first frame has come back already,
-// its entry is taken back into use: it is what the service is sent for the second frame, too.
+// are freed when their last other owner releases them. If the first frame has been returned
+// already, its entry is no longer free but in use again. The service receives the second frame's
+// own target in either case, but the side buffers of the entry, which is looked up by timestamp.
 template <typename Entry>
 bool BufferPool<Entry>::record(uint64_t key, Entry travelling) {
     const std::lock_guard<std::mutex> lock(mLock);
@@ -222,8 +224,8 @@ std::optional<typename BufferPool<Entry>::Sizes> BufferPool<Entry>::trySizes() c
 }
 
 // If the oldest free entry fits, it is drawn and nothing else changes. If its buffers had to be
-// replaced, every other free entry is assumed to be out of date and is removed too. If serving it
-// fails, the entry stays free and every other entry is unchanged.
+// replaced, every other free entry is assumed to be out of date and is removed too. If `draw`
+// fails, every other entry is unchanged. A free key always has an entry in the map.
 template <typename Entry>
 template <typename Allocate, typename Draw>
 bool BufferPool<Entry>::serve(Allocate allocate, Draw draw) {

@@ -19,9 +19,9 @@ namespace {
 // The worker that runs on this thread. The pointer is only compared, never dereferenced.
 thread_local const OutputWorker* tThisWorker = nullptr;
 
-// The number of deliveries after which a run yields to a waiting command. A service that keeps
-// returning outputs therefore cannot delay a command forever, while everything that a well-behaved
-// service returned before the command was posted is delivered first.
+// The number of deliveries after which a run yields to a waiting command, so that a service that
+// keeps returning outputs cannot delay a command forever. As there are that many output slots, a
+// run delivers at least what a well-behaved service had returned when the run began.
 constexpr size_t kMaxBeforeCommand = QOZBufferInfo::kOutputSlots;
 
 }  // namespace
@@ -48,8 +48,9 @@ OutputWorker::OutputWorker(const Members& members, Hooks hooks, DeliveryQueue& q
 
 bool OutputWorker::launch() {
     // Init replaces any command that was posted while there was no worker. No command is in
-    // progress, so there is none to wait for. mCommandLock must not be taken with the component's
-    // lock held, because the worker takes them in the opposite order when it carries out a Start.
+    // progress, so there is none to wait for. enable() holds the component's lock, so post() must
+    // not be used here: it takes mCommandLock, and the worker takes these two locks in the opposite
+    // order when it carries out a Start.
     store(kInit);
     {
         const std::lock_guard<std::mutex> lock(mPostLock);
@@ -85,7 +86,8 @@ void OutputWorker::schedule() {
     if (cpusets_enabled()) set_cpuset_policy(0, SP_SYSTEM);  // the calling thread
 }
 
-// Exit replaces a Start that has not been taken; carryOutExit() wakes the threads that wait for it.
+// Exit replaces a Start that has not been taken; carryOutExit() then wakes the threads that wait
+// for that Start.
 void OutputWorker::stop() {
     if (mThread.joinable()) {
         if (isOnWorkerThread()) {
@@ -259,8 +261,9 @@ void OutputWorker::carryOutExit() {
     mStateChanged.notify_all();
 }
 
-// Runs until the queue is empty. On the worker, after kMaxBeforeCommand deliveries, it stops as
-// soon as a command waits (and requests another run), or at once if this is the last run.
+// Runs until the queue is empty. On the worker, a run that has made kMaxBeforeCommand deliveries
+// ends early if the worker is carrying out Exit, or as soon as a thread waits in post(); in the
+// second case it requests another run.
 void OutputWorker::deliverQueued() {
     ATRACE_NAME("queueOBD");
     DeliveryQueue::Delivery next{};

@@ -19,17 +19,19 @@
 
 namespace android {
 
-// The thread that starts the session and delivers finished output buffers to the client, so that no
-// binder thread waits for the client's code when an output buffer is returned. It takes commands
-// from a single command word; posting a command replaces one that has not been taken.
+// The thread that starts the session when config() asks for it, and delivers finished output
+// buffers to the client, so that no binder thread waits for the client's code when an output buffer
+// is returned. It takes commands from a single command word; posting a command replaces one that
+// has not been taken.
 //
 // The worker holds mCommandLock while it carries a command out, including the client's callbacks,
 // so posting a command waits for that. mPostLock guards the posted command and the delivery
 // request; it is a leaf and is held only briefly. It is also the mutex of the condition variable
 // on which the worker sleeps, so that no wake-up is lost between the worker's check and its sleep.
-// A delivery request is a flag beside the command word, so requesting a delivery never waits. The
-// worker does not take new work while a thread waits in post(), except what it was just about to
-// take, so a post waits for at most one command and one delivery run.
+// A delivery request is a flag beside the command word, so requesting a delivery never waits. While
+// a thread waits in post(), the worker takes no new work, unless it had already left awaitWork()
+// when that thread arrived. A post therefore waits for at most one command and one delivery run.
+// Delivery runs take place on the worker alone; flushsync() requests one and waits for it.
 class OutputWorker {
   public:
     enum Command : int32_t {
@@ -70,19 +72,19 @@ class OutputWorker {
     OutputWorker(const Members& members, Hooks hooks, DeliveryQueue& queue,
                  const ClientCallback& client, const WaitLimit& limit, const SessionLog& log);
 
-    // Starts the thread and waits, within the limit, until it has carried out Init; from the second
-    // session on it does not wait, because the mark is never cleared. A missing answer is no error.
-    // Returns false if the thread could not be created.
+    // Starts the thread and waits, within the limit, until the thread has carried out Init and set
+    // `ready`. `ready` is never cleared, so from the second session on there is no wait. Returns
+    // false if the thread could not be created, but true if the limit is exceeded.
     bool launch();
-    // Makes the thread deliver what is queued and end, and joins it. Does nothing without a thread.
-    // On the worker itself, detaches the thread instead.
+    // Makes the thread deliver queued buffers, at most kOutputSlots, and end, and joins it. Does
+    // nothing without a thread. On the worker itself, detaches the thread instead.
     void stop();
     bool isRunning() const { return mRunning; }
 
     // The thread function: carries out posted commands until Exit.
     void run();
-    // One delivery run: delivers the contents of the delivery queue to the client. The worker's own
-    // runs give way to a waiting command.
+    // One delivery run: delivers the contents of the delivery queue to the client. On the worker it
+    // gives way to a waiting command.
     void deliverQueued();
 
     // Posts a command, replacing one that has not been taken. Waits, without a limit, for work in
@@ -93,8 +95,8 @@ class OutputWorker {
     // the client is inside a callback.
     void requestDelivery() EXCLUDES(mPostLock);
 
-    // Posts a Start. A start is pending from then until it has finished. No start may be pending
-    // already, because its end would clear the mark of this one.
+    // Posts a Start. A start is pending from then until it has finished. Must not be called while
+    // an earlier start is pending: the end of that start would clear mStartPending too early.
     void postStart() EXCLUDES(mCommandLock, mPostLock);
     bool isStartPending() const { return mStartPending; }
     // Waits for a pending start. Returns true if none is pending (any more) or if there is no

@@ -33,8 +33,8 @@ SideBufferPool::SideBufferPool(Buffers& buffers, Keys& freeKeys, std::mutex& loc
                   "Should NOT enter here, we should NOT push all empty extradata buffers!!"},
                  log) {}
 
-// A request for no buffers succeeds, but logs a message: the frame path requests side buffers
-// whenever they are on, also for a fresh frame, which has no vectors.
+// A request that needs no buffers logs a message but succeeds, because the frame path makes such
+// requests: with motion vectors alone enabled, for every frame without a reference frame.
 bool SideBufferPool::request(const Out& out, const RequestInfo& vectors,
                              const RequestInfo& downscaled) {
     if (out.forward == nullptr || out.backward == nullptr || out.downscaled == nullptr) {
@@ -74,8 +74,8 @@ SideBufferPool::Drawn SideBufferPool::draw(SideBuffers& oldest, const Out& out,
     return copy == Drawn::Reused ? drawn : copy;
 }
 
-// The forward buffer decides for the pair. Allocating a missing pair does not count as a
-// replacement.
+// The two buffers of a pair are allocated together, so the forward one is checked for both.
+// Allocating a missing pair does not count as a replacement.
 SideBufferPool::Drawn SideBufferPool::drawVectors(SideBuffers& oldest, const Out& out,
                                                   const RequestInfo& info) const {
     auto& [forward, backward, downscaled] = oldest;

@@ -139,10 +139,7 @@ bool VppComponent::isInputPortEnabled(uint32_t width, uint32_t height, uint32_t 
            mParts->intake.isInputPortEnabled(width, height, format);
 }
 
-// From within a callback, only computes the result, because another thread may be using the
-// settings.
 uint32_t VppComponent::calculateOutBufferReqsPerFrame(ConfigParams params) {
-    if (mParts->client.isOnThisThread()) return StreamSettings::outBufReqs(params);
     return mParts->settings.adoptOutBufReqs(params);
 }
 

@@ -57,18 +57,20 @@ uint32_t truncatedProduct(float ratio, uint32_t value) {
     return product < 0x1p32F ? static_cast<uint32_t>(product) : UINT32_MAX;
 }
 
-}  // namespace
-
 // The VPP requires one output buffer for the source frame, one for each interpolated frame, and one
 // more unless the session also upscales. Without interpolation it requires one buffer.
-uint32_t StreamSettings::outBufReqs(const ConfigParams& params) {
+uint32_t outBufReqs(const ConfigParams& params) {
     const uint32_t factor = clampedFactor(params.interpFactor);
     if (factor == 0) return 1;
     return factor + 2 - (isUpscaled(params) ? 1 : 0);
 }
 
+}  // namespace
+
+// A client may ask on any thread while another thread adopts settings. (The compiler's builtin is
+// used because some of the supported standard libraries lack std::atomic_ref.)
 uint32_t StreamSettings::adoptOutBufReqs(const ConfigParams& params) {
-    m.aisEnabled = isUpscaled(params);
+    __atomic_store_n(&m.aisEnabled, isUpscaled(params), __ATOMIC_RELAXED);
     return outBufReqs(params);
 }
 

@@ -38,10 +38,9 @@ class StreamSettings {
     StreamSettings(const Members& members, const SessionLog& log, PublishedFacts& facts)
         : m(members), mLog(log), mFacts(facts) {}
 
-    // Return the number of output buffers that one source frame requires. adoptOutBufReqs() also
-    // stores whether frame-rate conversion is combined with upscaling.
+    // Returns the number of output buffers that one source frame requires, and stores whether
+    // frame-rate conversion is combined with upscaling. Any thread may call it.
     uint32_t adoptOutBufReqs(const ConfigParams& params);
-    static uint32_t outBufReqs(const ConfigParams& params);
 
     // Stores all settings that are given to config().
     void adoptAll(const ConfigParams& params);
