@@ -20,10 +20,19 @@ const PeerAnswer kDeadObject{host::vppd::kDeadObject, -1};
 class VppdAnswers : public ::testing::Test {
   protected:
     LogCapture quiet;
-    const host::PrivateBus bus{{}, std::filesystem::temp_directory_path(), "/bin/false"};
-    const std::shared_ptr<Bus> connection = std::make_shared<Bus>(bus.address());
-    HostilePeer peer{bus.address()};
+    std::optional<host::PrivateBus> bus{std::in_place, std::vector<std::string>(),
+                                        std::filesystem::temp_directory_path(), "/bin/false"};
+    const std::shared_ptr<Bus> connection = std::make_shared<Bus>(bus->address());
+    HostilePeer peer{bus->address()};
 };
+
+TEST_F(VppdAnswers, ABusThatEndsIsReported) {
+    std::promise<void> gone;
+    connection->start([&] { gone.set_value(); });
+    bus.reset();
+    gone.get_future().wait();
+    EXPECT_FALSE(connection->isAlive());
+}
 
 TEST_F(VppdAnswers, ACallbackThatOutlastsItsReceiverIsAnsweredWithAnError) {
     ABinderProcess_startThreadPool();

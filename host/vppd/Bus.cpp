@@ -64,8 +64,8 @@ void Bus::start(std::function<void()> onGone) {
     pthread_setname_np(mReader.native_handle(), "bus");
 }
 
-// The body of the reading thread. If it cannot continue, it shuts the connection down, so that the
-// bus tells the other connections that this one has left.
+// The body of the reading thread. Ends when the destructor asks for it, or when the connection
+// cannot go on.
 void Bus::read() {
     try {
         mConnection->enterEventLoop();
@@ -75,9 +75,20 @@ void Bus::read() {
                             error.what());
     }
     mAlive.store(false, std::memory_order_release);
-    shutdown(mConnection->getEventLoopPollData().fd, SHUT_RDWR);
+    hangUp();
     const std::lock_guard lock(mLock);
     if (mOnGone) mOnGone();
+}
+
+// After a message that could not be received the connection is still open. It is shut down, so that
+// the bus tells every process that waits for this one. If the bus itself has gone, the connection
+// is closed already and has no descriptor any more.
+void Bus::hangUp() {
+    try {
+        shutdown(mConnection->getEventLoopPollData().fd, SHUT_RDWR);
+    } catch (const sdbus::Error&) {
+        return;
+    }
 }
 
 void Bus::stopNotifications() {

@@ -72,6 +72,7 @@ class Bus {
 
   private:
     void read() EXCLUDES(mLock);
+    void hangUp();
     template <typename Value, typename... Args>
     std::optional<Value> askBus(const char* method, SteadyTime end, const Args&... args);
 
