@@ -57,9 +57,9 @@ class Player {
   public:
     explicit Player(bool patient)
         : mPatient(patient), mClient(patient ? kSources : kSourcesOnce, kOutputs) {
-        mClient.onFrame = [this](GraphicBuffer&, uint64_t timestamp) {
-            if (mFrames > 0 && timestamp <= mNewest) ++mTally.disordered;
-            mNewest = timestamp;
+        mClient.onFrame = [this](const auto&, const auto& returned) {
+            if (mFrames > 0 && returned.timestamp <= mNewest) ++mTally.disordered;
+            mNewest = returned.timestamp;
             ++mFrames;
         };
     }
@@ -87,7 +87,7 @@ class Player {
     }
 
     void finish() {
-        time([&] { mClient.vpp->disable(); });
+        time([&] { mClient.disable(); });
         const client::Ledger ledger = mClient.ledger();
         mTally.lost = ledger.outstanding() + (mFrames < mExpected ? mExpected - mFrames : 0);
         mTally.doubled = ledger.totals().doubled + ledger.totals().wrongPort;

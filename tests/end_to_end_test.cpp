@@ -58,15 +58,14 @@ class EndToEnd : public ResourceTest {
     std::vector<OutFrame> play(int count, ConfigParams params) {
         std::vector<OutFrame> frames;
         client::LiveClient client;
-        client.onFrame = [&frames](GraphicBuffer& out, uint64_t timestamp) {
-            auto& luma = frames.emplace_back(OutFrame{timestamp, out.getWidth(), {}}).luma;
-            void* pixels = nullptr;
-            out.lock(GraphicBuffer::USAGE_SW_READ_OFTEN, &pixels);
-            for (uint32_t y = 0; y < out.getHeight(); ++y) {
-                const auto* row = static_cast<uint8_t*>(pixels) + size_t{y} * out.getStride();
-                luma.insert(luma.end(), row, row + out.getWidth());
+        client.onFrame = [&frames](const auto& out, const auto& returned) {
+            const client::LockedPixels pixels(out, GraphicBuffer::USAGE_SW_READ_OFTEN);
+            auto& luma =
+                frames.emplace_back(OutFrame{returned.timestamp, out->getWidth(), {}}).luma;
+            for (uint32_t y = 0; y < out->getHeight(); ++y) {
+                const auto* row = pixels.data() + y * pixels.stride();
+                luma.insert(luma.end(), row, row + out->getWidth());
             }
-            out.unlock();
         };
         const int descriptors = host::openDescriptors();
         EXPECT_TRUE(client.start(kW, kH, params));

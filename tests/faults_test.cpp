@@ -149,7 +149,7 @@ void withoutThreads(FaultScenario& play) {
 void addPlatform(std::vector<Row>& rows) {
     for (const char* operation : {"allocate", "native_handle_create"}) {
         // Those of the first and the second frame; what is between them is the client's own.
-        for (const uint64_t nth : {1, 2, 3, 14, 15, 16}) {
+        for (const uint64_t nth : {1, 2, 3, 16, 17, 18}) {
             for (const uint64_t count : {1, 6}) {
                 rows.push_back({std::string(operation) + " fails at call " + std::to_string(nth) +
                                     (count == 1 ? "" : " and the five after"),

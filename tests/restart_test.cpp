@@ -261,19 +261,17 @@ TEST_F(RestartedStream, MakesTheFramesOfItsOwnFactor) {
     client::LiveClient client;
     const auto play = [&](std::optional<ConfigParams> carried) {
         size_t frames = 0;
-        std::atomic<uint64_t> newest{0};
-        client.onFrame = [&](GraphicBuffer&, uint64_t timestamp) {
+        uint64_t newest = 0;
+        client.onFrame = [&](const auto&, const auto& returned) {
             ++frames;
-            newest = timestamp;
+            newest = returned.timestamp;
         };
         for (int n = 0; n < kSources; ++n) {
             EXPECT_TRUE(client.send(kW, kH, n * kFrameNs, {}, n == 4 ? carried : std::nullopt));
         }
-        EXPECT_TRUE(eventually([&] {
-            client.queueOutputs();
-            return newest == (kSources - 1) * kFrameNs / 1000;
-        }));
+        EXPECT_TRUE(client.await([&] { return newest == (kSources - 1) * kFrameNs / 1000; }));
         client.vpp->flushsync();
+        client.look();
         client.onFrame = {};
         EXPECT_EQ(client.account(), "");
         return frames;

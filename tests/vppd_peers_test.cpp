@@ -28,9 +28,9 @@ const std::string kVictim = std::string(host::vppd::kSessionFolder) + "1";
 class Healthy {
   public:
     Healthy() {
-        mClient.onFrame = [this](GraphicBuffer&, uint64_t timestamp) {
-            const auto sent = mSent.find(timestamp);
-            if (sent != mSent.end()) mTook.push_back(Clock::now() - sent->second);
+        mClient.onFrame = [this](const auto&, const auto& returned) {
+            const auto sent = mSent.find(returned.timestamp);
+            if (sent != mSent.end()) mTook.push_back(returned.at - sent->second);
         };
     }
     void start() { ASSERT_TRUE(mClient.start(kW, kH, kDouble)); }

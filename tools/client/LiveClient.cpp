@@ -4,120 +4,138 @@
 #include <android/binder_manager.h>
 
 #include <algorithm>
-#include <chrono>
 #include <vector>
 
 namespace qoz::client {
-
-using android::ConfigParams;
-using android::GraphicBuffer;
-using android::QOZBufferInfo;
-using android::VppComponent;
-using android::base::ScopedLockAssertion;
-
 namespace {
 
-constexpr auto kPatience = std::chrono::seconds(20);  // with what is expected soon
+using android::QOZBufferInfo;
+
+// A buffer that came back without a frame is offered again after this, not at once: a service that
+// refuses everything would make that an endless loop.
+constexpr std::chrono::milliseconds kRetry{50};
+
+// Beyond those with the component: the one being read here and one on its way between.
+constexpr size_t kSpareOutputs = 2;
 
 }  // namespace
 
-bool LiveClient::start(uint32_t width, uint32_t height, ConfigParams params) {
+bool LiveClient::start(uint32_t width, uint32_t height, android::ConfigParams params) {
     if (!enable()) return false;
     vpp->config(width, height, kRgba, params, true);
     // A component that has started before does not wait in config(); the look at the port does.
     return vpp->isInputPortEnabled(width, height, kRgba);
 }
 
-bool LiveClient::enable() {
-    if (vpp == nullptr) vpp = std::make_shared<VppComponent>();
-    const bool enabled = vpp->enable("live", this, false);
+bool LiveClient::enable(bool diagnostics) {
+    if (vpp == nullptr) vpp = std::make_shared<android::VppComponent>();
+    const bool enabled = vpp->enable(mName, this, diagnostics);
     // Until then a previous session may still have returned what it had.
-    const std::lock_guard lock(mLock);
+    clear();
     mSources.clear();
     mOutputs.clear();
-    mLedger = {};
     mNewest = 0;
-    mWrong.clear();
     return enabled;
 }
 
 bool LiveClient::send(uint32_t width, uint32_t height, int64_t nanoseconds,
                       const std::function<void(uint8_t*)>& paint,
-                      std::optional<ConfigParams> carried) {
+                      std::optional<android::ConfigParams> carried) {
     if (!waitForSource()) return false;
-    if (std::optional<QOZBufferInfo> source = takeSource({width, height})) {
-        if (paint) paint(LockedPixels(source->buffer, GraphicBuffer::USAGE_SW_WRITE_OFTEN).data());
-        source->timestamp = nanoseconds;
-        source->config = carried;
-        std::vector<QOZBufferInfo> packet{*source};
-        if (vpp->process(&packet, nullptr) != 0) refused(kSourcePort, source->slot);
+    try {
+        const int32_t slot = takeSource({width, height});
+        if (paint) {
+            paint(LockedPixels(source(slot), android::GraphicBuffer::USAGE_SW_WRITE_OFTEN).data());
+        }
+        submit(slot, nanoseconds, carried);
+    } catch (const SessionFailed&) {  // no memory for it
     }
     queueOutputs();
     return true;
 }
 
-bool LiveClient::waitForSource() {
-    std::unique_lock lock(mLock);
-    const ScopedLockAssertion held(mLock);
-    return mReturned.wait_for(lock, kPatience,
-                              [this]() REQUIRES(mLock) { return mSources.hasFree(); });
-}
-
-// A free slot is there. None without memory for its buffer.
-std::optional<QOZBufferInfo> LiveClient::takeSource(Size size) {
-    const std::lock_guard lock(mLock);
+int32_t LiveClient::takeSource(Size size) {
     mSize = size;
-    try {
-        const int32_t slot = mSources.take(size);
-        mLedger.queue(kSourcePort, slot);
-        return QOZBufferInfo{slot, mSources.buffer(slot), nullptr, 0, {}};
-    } catch (const SessionFailed&) {
-        return std::nullopt;
-    }
+    return mSources.take(size);
 }
 
-// A buffer that is refused is offered again by the next call.
-void LiveClient::queueOutputs(size_t target) {
+bool LiveClient::submit(int32_t slot, int64_t nanoseconds,
+                        const std::optional<android::ConfigParams>& carried) {
+    std::vector<QOZBufferInfo> packet{
+        {slot, mSources.buffer(slot), android::Fence::NO_FENCE, nanoseconds, carried}};
+    queue(kSourcePort, slot);
+    const qoz::host::TraceSlice slice("process");
+    mTrace.sent(slot, static_cast<uint64_t>(nanoseconds / 1000));
+    if (vpp->process(&packet, nullptr) == 0) return true;
+    // Unless it has been returned all the same.
+    if (refuse(kSourcePort, slot)) mSources.putBack(slot);
+    return false;
+}
+
+void LiveClient::shapeOutputs(size_t target) {
+    const Size expected{vpp->expectedOutputWidth(), vpp->expectedOutputHeight()};
     // After a start that failed there is no expected size.
-    shapeOutputs({vpp->expectedOutputWidth(), vpp->expectedOutputHeight()},
-                 std::min(target, mOutputCount));
-    for (size_t i = 0; i < mOutputCount; ++i) {
-        std::optional<QOZBufferInfo> output = takeOutput(target);
-        if (!output) return;
-        if (vpp->process(nullptr, &*output) != 0) refused(kOutputPort, output->slot);
-    }
+    mOutputs.reshape(expected.width != 0 ? expected : mSize,
+                     std::min(target + kSpareOutputs, mOutputCount));
 }
 
-void LiveClient::shapeOutputs(Size expected, size_t count) {
-    const std::lock_guard lock(mLock);
+void LiveClient::queueOutputs(size_t target) {
+    look();
     try {
-        mOutputs.reshape(expected.width != 0 ? expected : mSize, count);
-    } catch (const SessionFailed&) {  // then with those that there are
+        shapeOutputs(target);
+    } catch (const SessionFailed&) {
+    }
+    for (size_t i = 0; i < mOutputCount && outstanding(kOutputPort) < target; ++i) {
+        const std::optional<int32_t> slot = mOutputs.take();
+        if (!slot) return;
+        QOZBufferInfo output{*slot, mOutputs.buffer(*slot), nullptr, 0, {}};
+        queue(kOutputPort, *slot);
+        const qoz::host::TraceSlice slice("process (output)");
+        if (vpp->process(nullptr, &output) == 0) continue;
+        if (refuse(kOutputPort, *slot)) mOutputs.putBack(*slot);
     }
 }
 
-// None when enough are outstanding, or all of them.
-std::optional<QOZBufferInfo> LiveClient::takeOutput(size_t target) {
-    const std::lock_guard lock(mLock);
-    if (mLedger.outstanding(kOutputPort) >= target) return std::nullopt;
-    const std::optional<int32_t> slot = mOutputs.take();
-    if (!slot) return std::nullopt;
-    mLedger.queue(kOutputPort, *slot);
-    return QOZBufferInfo{*slot, mOutputs.buffer(*slot), nullptr, 0, {}};
-}
-
-// Unless it has been returned all the same.
-void LiveClient::refused(uint32_t port, int32_t slot) {
-    const std::lock_guard lock(mLock);
-    if (mLedger.refuse(port, slot)) putBack(slot);
-}
-
-void LiveClient::putBack(int32_t slot) {
-    if (slot >= SourceRing::kFirst) {
-        mSources.putBack(slot);
-    } else {
-        mOutputs.putBack(slot);
+bool LiveClient::await(const std::function<bool()>& holds, bool queueing) {
+    Clock::time_point end = Clock::now() + patience;
+    look();
+    while (!holds()) {
+        if (serviceDied()) return false;
+        const std::vector<ReturnedBuffer> done = take(std::min(end, Clock::now() + kRetry));
+        const bool moved = handle(done);
+        const Clock::time_point now = Clock::now();
+        if (moved) end = now + patience;
+        if (now >= end) return false;
+        if (queueing && (moved || done.empty())) queueOutputs();
     }
+    return true;
+}
+
+bool LiveClient::waitForSource() {
+    return await([this] { return mSources.hasFree(); });
+}
+
+bool LiveClient::waitForTimestamp(uint64_t microseconds) {
+    queueOutputs();
+    return await([&] { return mNewest >= microseconds; });
+}
+
+// True when something moved: an output without a frame is no sign of life.
+bool LiveClient::handle(const std::vector<ReturnedBuffer>& done) {
+    bool moved = false;
+    for (const ReturnedBuffer& one : done) {
+        moved = moved || one.port == kSourcePort || one.valid;
+        if (one.port == kSourcePort) {
+            mSources.putBack(one.slot);
+            continue;
+        }
+        if (one.valid) {
+            mNewest = std::max(mNewest, one.timestamp);
+            if (onFrame) onFrame(mOutputs.buffer(one.slot), one);
+        }
+        mOutputs.putBack(one.slot);
+    }
+    return moved;
 }
 
 bool LiveClient::serviceLives() {
@@ -125,55 +143,33 @@ bool LiveClient::serviceLives() {
     return ndk::SpAIBinder(AServiceManager_checkService(name)).get() != nullptr;
 }
 
-bool LiveClient::waitForTimestamp(uint64_t microseconds) {
-    const auto end = Clock::now() + kPatience;
-    while (Clock::now() < end) {
-        queueOutputs();
-        std::unique_lock lock(mLock);
-        const ScopedLockAssertion held(mLock);
-        if (mReturned.wait_for(lock, std::chrono::milliseconds(20),
-                               [&]() REQUIRES(mLock) { return mNewest >= microseconds; })) {
-            return true;
-        }
-    }
-    return false;
+void LiveClient::disable() {
+    vpp->disable();
+    look();
 }
 
 void LiveClient::stop() {
     vpp->flushsync();
-    vpp->disable();
+    disable();
+}
+
+void LiveClient::release() {
+    mOutputs.clear();
+    mSources.clear();
+    vpp.reset();
 }
 
 std::string LiveClient::account() const {
-    const std::lock_guard lock(mLock);
-    std::string wrong = mWrong;
-    for (const auto& [port, slot] : mLedger.missing())
+    const Ledger ledger = this->ledger();
+    std::string wrong;
+    for (const auto& [port, slot] : ledger.missing())
         wrong += bufferName(port, slot) + " was never returned; ";
+    const Ledger::Totals& totals = ledger.totals();
+    if (!ledger.settled() && wrong.empty()) {
+        wrong = format("%llu were returned without being outstanding, %llu on the wrong port",
+                       big(totals.doubled), big(totals.wrongPort));
+    }
     return wrong;
-}
-
-Ledger LiveClient::ledger() const {
-    const std::lock_guard lock(mLock);
-    return mLedger;
-}
-
-void LiveClient::onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint64_t timestamp) {
-    if (onReturn) onReturn();
-    const std::lock_guard lock(mLock);
-    using Verdict = Ledger::Verdict;
-    const Verdict verdict = mLedger.giveBack(port, slot);
-    if (verdict != Verdict::Good) {
-        mWrong += bufferName(port, slot) + (verdict == Verdict::Doubled
-                                                ? " was returned without being outstanding; "
-                                                : " was returned on the wrong port; ");
-    }
-    if (verdict == Verdict::Doubled) return;
-    if (verdict == Verdict::Good && port == kOutputPort && valid != 0) {
-        mNewest = std::max(mNewest, timestamp);
-        if (onFrame) onFrame(*mOutputs.buffer(slot), timestamp);
-    }
-    putBack(slot);
-    mReturned.notify_all();
 }
 
 }  // namespace qoz::client

@@ -7,6 +7,7 @@ namespace qoz::client {
 
 void ReturnQueue::onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint64_t timestamp) {
     const Clock::time_point now = Clock::now();
+    if (onReturn) onReturn();
     const qoz::host::TraceSlice slice("onBufferDone");
     if (port == kSourcePort || valid != 0) mTrace.returned(port == kSourcePort, slot, timestamp);
     const std::lock_guard lock(mLock);
@@ -19,11 +20,6 @@ void ReturnQueue::onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint
 // After every change of the ledger.
 void ReturnQueue::traceOutstanding(uint32_t port) {
     if (qoz::host::tracing()) mTrace.outstanding(port == kSourcePort, mLedger.outstanding(port));
-}
-
-void ReturnQueue::onConfigChanged(std::set<uint32_t>) {
-    const std::lock_guard lock(mLock);
-    mConfigChanged = true;
 }
 
 void ReturnQueue::queue(uint32_t port, int32_t slot) {
@@ -44,16 +40,6 @@ std::vector<ReturnedBuffer> ReturnQueue::take(Clock::time_point end) {
     return std::exchange(mDone, {});
 }
 
-bool ReturnQueue::takeConfigChanged() {
-    const std::lock_guard lock(mLock);
-    return std::exchange(mConfigChanged, false);
-}
-
-size_t ReturnQueue::outstanding() const {
-    const std::lock_guard lock(mLock);
-    return mLedger.outstanding();
-}
-
 size_t ReturnQueue::outstanding(uint32_t port) const {
     const std::lock_guard lock(mLock);
     return mLedger.outstanding(port);
@@ -62,6 +48,12 @@ size_t ReturnQueue::outstanding(uint32_t port) const {
 Ledger ReturnQueue::ledger() const {
     const std::lock_guard lock(mLock);
     return mLedger;
+}
+
+void ReturnQueue::clear() {
+    const std::lock_guard lock(mLock);
+    mLedger = {};
+    mDone.clear();
 }
 
 }  // namespace qoz::client

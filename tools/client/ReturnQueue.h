@@ -6,6 +6,7 @@
 #include <android-base/thread_annotations.h>
 
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <vector>
 
@@ -24,40 +25,41 @@ struct ReturnedBuffer {
     Clock::time_point at;
 };
 
-class ReturnQueue final : public android::IQOZCallback {
+class ReturnQueue : public android::IQOZCallback {
   public:
     explicit ReturnQueue(const std::string& session) : mTrace(session) {}
 
     // Any thread. The lock is held for a moment only, and never while calling out.
     void onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint64_t timestamp) override
         EXCLUDES(mLock);
-    void onConfigChanged(std::set<uint32_t> changes) override EXCLUDES(mLock);
+    void onConfigChanged(std::set<uint32_t>) override {}
 
     void queue(uint32_t port, int32_t slot) EXCLUDES(mLock);
     bool refuse(uint32_t port, int32_t slot)
         EXCLUDES(mLock);  // false: it has been returned already
 
     // Everything that was returned in good order since the last call; waits until `end` for it.
-    std::vector<ReturnedBuffer> take(Clock::time_point end) EXCLUDES(mLock);
-    std::vector<ReturnedBuffer> take() { return take(Clock::time_point()); }
+    std::vector<ReturnedBuffer> take(Clock::time_point end = {}) EXCLUDES(mLock);
 
-    // Whether onConfigChanged() has been called since the last call.
-    bool takeConfigChanged() EXCLUDES(mLock);
-
-    size_t outstanding() const EXCLUDES(mLock);
     size_t outstanding(uint32_t port) const EXCLUDES(mLock);
     Ledger ledger() const EXCLUDES(mLock);
-    FrameTrace& trace() { return mTrace; }
+    void clear() EXCLUDES(mLock);  // forgets everything
+
+    // Called on the thread that returns a buffer, before the ledger knows of it.
+    std::function<void()> onReturn;
+
+  protected:
+    ~ReturnQueue() = default;
+
+    FrameTrace mTrace;
 
   private:
     void traceOutstanding(uint32_t port) REQUIRES(mLock);
 
-    FrameTrace mTrace;
     mutable std::mutex mLock;
     std::condition_variable mReturned;
     Ledger mLedger GUARDED_BY(mLock);
     std::vector<ReturnedBuffer> mDone GUARDED_BY(mLock);
-    bool mConfigChanged GUARDED_BY(mLock) = false;
 };
 
 }  // namespace qoz::client

@@ -8,13 +8,14 @@
 
 #include <algorithm>
 #include <fstream>
+#include <iterator>
 #include <utility>
 
 namespace qozplay {
 namespace {
 
 SessionFailed stalled(const Stream& stream) {
-    if (stream.serviceDied()) {
+    if (stream.client.serviceDied()) {
         return SessionFailed(
             format("the service died, buffers still outstanding: %zu", stream.outstanding()));
     }
@@ -33,9 +34,8 @@ Session::Session(SessionPlan plan, FrameSource& source, std::vector<FrameSink*> 
       mSchedule(mPlan.changes),
       mSettings{mPlan.interp, mPlan.upscaleIndex, source.info().size},
       mWanted(mSettings),
-      mReturns(mPlan.name),
-      mVpp(std::make_shared<android::VppComponent>()),
-      mStream(mVpp, mReturns, withVerifier(std::move(sinks)), mAround.serviceDied) {}
+      mStream(mPlan.name, withVerifier(std::move(sinks)), mAround.serviceDied),
+      mClient(mStream.client) {}
 
 std::vector<FrameSink*> Session::withVerifier(std::vector<FrameSink*> sinks) {
     if (mPlan.verify) sinks.push_back(&mVerifier.emplace());
@@ -73,7 +73,7 @@ void Session::logState() {
     if (std::exchange(mStateLogged, true)) return;
     const ndk::ScopedFileDescriptor file(memfd_create("dump", MFD_CLOEXEC));
     if (file.get() < 0) return;
-    mVpp->dump(file.get());
+    mClient.vpp->dump(file.get());
     std::ifstream lines(format("/proc/self/fd/%d", file.get()));
     for (std::string line; std::getline(lines, line);)
         __android_log_print(ANDROID_LOG_INFO, "qozplay", "%s", line.c_str());
@@ -85,17 +85,16 @@ android::ConfigParams Session::paramsFor(const Settings& settings) const {
 }
 
 void Session::start() {
-    if (!mVpp->enable(mPlan.name, &mReturns, mPlan.diagnostics)) {
+    if (!mClient.enable(mPlan.diagnostics))
         throw SessionFailed("the session could not be enabled; --log shows why");
+    mClient.vpp->config(mSettings.size.width, mSettings.size.height, qoz::client::kRgba,
+                        paramsFor(mSettings), true);
+    if (mClient.vpp->state() != android::VppComponent::ACTIVE) {
+        throw SessionFailed(format("the session did not start, its state is %s",
+                                   android::toString(mClient.vpp->state())));
     }
-    mVpp->config(mSettings.size.width, mSettings.size.height, qoz::client::kRgba,
-                 paramsFor(mSettings), true);
-    if (mVpp->state() != android::VppComponent::ACTIVE) {
-        throw SessionFailed(
-            format("the session did not start, its state is %s", android::toString(mVpp->state())));
-    }
-    mStream.follow(mSettings.size);
-    mStats.firstOutput = mStream.outputSize();
+    mClient.shapeOutputs();
+    mStats.firstOutput = mClient.outputSize();
 }
 
 void Session::feed() {
@@ -121,10 +120,10 @@ bool Session::feedFrame(uint64_t frame) {
         if (change.kind == Change::Kind::Interp) mWanted.interp = change.value;
         if (change.kind == Change::Kind::Upscale) mWanted.upscaleIndex = change.value;
     }
-    const int32_t slot = mStream.takeSource(mWanted.size);
+    const int32_t slot = mClient.takeSource(mWanted.size);
     const std::optional<int64_t> time = fill(slot);
     if (!time) {
-        mStream.putBackSource(slot);
+        mClient.putBackSource(slot);
         mStats.notReached = std::move(due);
         return false;
     }
@@ -136,14 +135,13 @@ bool Session::feedFrame(uint64_t frame) {
         if (change.kind == Change::Kind::Flush) continue;
         mStats.changes.push_back({change, mStream.blocked().back()});
     }
-    mStream.look();
-    mStream.queueOutputs();
+    mClient.queueOutputs();
     return true;
 }
 
 // The frame's time; none: the clip is at its end.
 std::optional<int64_t> Session::fill(int32_t slot) {
-    const qoz::client::LockedPixels pixels(mStream.source(slot),
+    const qoz::client::LockedPixels pixels(mClient.source(slot),
                                            android::GraphicBuffer::USAGE_SW_WRITE_OFTEN);
     const size_t stride = pixels.stride() * 4;
     const Size clip = mSource.info().size;
@@ -159,20 +157,19 @@ std::optional<int64_t> Session::fill(int32_t slot) {
                           static_cast<int>(pixels.size().width),
                           static_cast<int>(pixels.size().height), libyuv::kFilterBox);
     }
-    if (time && mVerifier) mPicture = PictureSummary::ofRgba(pixels, mStream.outputSize());
+    if (time && mVerifier) mPicture = PictureSummary::ofRgba(pixels, mClient.outputSize());
     return time;
 }
 
 void Session::flush(const Change& change) {
     const Clock::time_point start = Clock::now();
-    mVpp->flushsync();
+    mClient.vpp->flushsync();
     mStats.changes.push_back({change, milliseconds(Clock::now() - start)});
-    mStream.look();
-    mStream.tracker().flushed();
+    mClient.look();
+    mStream.tracker.flushed();
     if (mVerifier) mVerifier->interrupted("flush");
-    if (mVpp->state() == android::VppComponent::ERROR) {
-        throw SessionFailed(format("the flush at frame %llu failed",
-                                   static_cast<unsigned long long>(change.frame)));
+    if (mClient.vpp->state() == android::VppComponent::ERROR) {
+        throw SessionFailed(format("the flush at frame %llu failed", big(change.frame)));
     }
 }
 
@@ -184,13 +181,13 @@ void Session::sendSource(uint64_t frame, int32_t slot, int64_t timestamp) {
     const bool rescaled = mWanted.upscaleIndex != mSettings.upscaleIndex;
     const bool carries = rescaled || mWanted.interp != mSettings.interp;
     if (resized || rescaled) drain();
-    mStream.queueOutputs();
+    mClient.queueOutputs();
 
     std::optional<android::ConfigParams> config;
     if (carries) config = paramsFor(mWanted);
     if (mVerifier && resized) mVerifier->interrupted("size change");
     const bool taken = mStream.send(slot, timestamp, config);
-    if (mReturns.takeConfigChanged() || resized) mStream.follow(mWanted.size);
+    if (carries || resized) mClient.shapeOutputs();
     if (!taken) {  // the next frame carries the settings again
         if (mVerifier) mVerifier->refused();
         return;
@@ -199,56 +196,47 @@ void Session::sendSource(uint64_t frame, int32_t slot, int64_t timestamp) {
     if (mVerifier) mVerifier->taken(frame, microseconds, mSettings.interp, std::move(mPicture));
     mSettings = mWanted;
     if (!rescaled) return;
-    mStream.tracker().flushed();
+    mStream.tracker.flushed();
     if (mVerifier) mVerifier->interrupted("ratio change");
 }
 
 // Works after any failure: whatever is still outstanding is asked back. What a dead service had has
 // been returned when the flush ends.
 void Session::finish() {
-    if (mStream.serviceDied()) {
-        mVpp->flushsync();
-        mStream.look();
-        logState();
-        mVpp->disable();
-        throw stalled(mStream);
-    }
-    mVpp->flushsync();
-    const bool flushed = mVpp->state() != android::VppComponent::ERROR;
+    mClient.vpp->flushsync();
+    const bool flushed = mClient.vpp->state() != android::VppComponent::ERROR;
     const bool returned = mStream.awaitReturns();
-    if (!flushed || !returned) logState();
-    mVpp->disable();
+    const bool died = mClient.serviceDied();
+    if (!flushed || !returned || died) logState();
+    mClient.disable();
+    if (died) throw stalled(mStream);
     if (!flushed) throw SessionFailed("the flush at the end failed");
     if (!returned) throw stalled(mStream);
 }
 
 void Session::collect() {
-    if (mStream.stopped()) mStream.tracker().flushed();
-    mStats.frames = mStream.tracker().finish();
+    if (mStream.stopped()) mStream.tracker.flushed();
+    mStats.frames = mStream.tracker.finish();
     mStats.blocked = mStream.blocked();
     mStats.seconds = mStream.seconds();
-    mStats.lastOutput = mStream.outputSize();
-    mStats.ledger = mReturns.ledger();
-    if (mVerifier) verify();
+    mStats.lastOutput = mClient.outputSize();
+    mStats.ledger = mClient.ledger();
+    if (mVerifier) {
+        if (mStream.stopped()) mVerifier->interrupted("end");
+        mVerifier->close(mStats.ledger);
+        mStats.violation = mVerifier->violation();
+        if (mStats.violation.empty()) mStats.verified = mVerifier->summary();
+    }
     nameCause();
-    const std::vector<Change>& left = mSchedule.left();
-    mStats.notReached.insert(mStats.notReached.end(), left.begin(), left.end());
-    mStream.clear();
-    mVpp.reset();
+    std::ranges::move(mSchedule.left(), std::back_inserter(mStats.notReached));
+    mClient.release();
 }
 
 // Whatever failed first, it is the consequence.
 void Session::nameCause() {
-    if (mStats.failure.empty() || mStats.badInput || !mStream.serviceDied()) return;
+    if (mStats.failure.empty() || mStats.badInput || !mClient.serviceDied()) return;
     if (mStats.failure.find("the service died") != std::string::npos) return;
     mStats.failure = "the service died: " + mStats.failure;
-}
-
-void Session::verify() {
-    if (mStream.stopped()) mVerifier->interrupted("end");
-    mVerifier->close(mStats.ledger);
-    mStats.violation = mVerifier->violation();
-    if (mStats.violation.empty()) mStats.verified = mVerifier->summary();
 }
 
 }  // namespace qozplay

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // One session from beginning to end: enable, config, frame after frame, flush, disable. Each runs
-// on a thread of its own; only the component's callbacks come on others, and wait in the return
+// on a thread of its own; only the component's callbacks come on others, and wait in the client's
 // queue.
 #pragma once
 
@@ -67,7 +67,6 @@ class Session {
     void sendSource(uint64_t frame, int32_t slot, int64_t timestamp);
     void finish();
     void collect();
-    void verify();
     void nameCause();
     std::vector<FrameSink*> withVerifier(std::vector<FrameSink*> sinks);
     void logState();
@@ -81,10 +80,9 @@ class Session {
     Settings mWanted;    // from the next frame on
     std::vector<uint8_t> mUnscaled;
     std::optional<PictureSummary> mPicture;  // of the frame to be sent, for the verifier
-    ReturnQueue mReturns;
-    std::shared_ptr<android::VppComponent> mVpp;
-    std::optional<Verifier> mVerifier;  // none: nobody asked
+    std::optional<Verifier> mVerifier;       // none: nobody asked
     Stream mStream;
+    LiveClient& mClient;  // the stream's
     SessionStats mStats;
     bool mStateLogged = false;
 };
