@@ -138,7 +138,8 @@ TEST(PlayerProcess, EndsWithOneWheneverTheServiceIsKilled) {
     std::chrono::duration<double> lives[kLines];  // of a service that nobody kills, and a bit more
     for (size_t kind = 0; kind < kLines; ++kind) {
         const auto start = std::chrono::steady_clock::now();
-        EXPECT_EQ(run(lines[kind]).code, 0);
+        const Outcome whole = run(lines[kind]);
+        EXPECT_EQ(whole.code, 0) << whole.err;
         lives[kind] = std::chrono::steady_clock::now() - start;
     }
     std::vector<double> seconds;

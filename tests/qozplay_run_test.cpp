@@ -44,7 +44,6 @@ TEST(Player, EndsWithTwoAndASentenceOnBadInput) {
         {"--log VppComponent:X", "V D I W E F S"},
         {"--sessions 2 -i -", "only once"},
         {"--sessions 2 -i /dev/null", "only once"},
-        {"--max 1x8", "no side is below 2"},
         {"--at 3:size=8x1", "no side is below 2"},
         {"--rate 1000000", "at most 100000"},
         {"--stats ''", "names no file"},
@@ -177,7 +176,8 @@ TEST(Player, VerifiesHardEdgesOfAnySizeAndScale) {
     }
     const std::string clip =
         folder.write("clip.y4m", "YUV4MPEG2 W320 H180 F30:1\nFRAME\n" + frame + "FRAME\n" + frame);
-    for (const char* scale : {"", "--upscale 1.5", "--max 150x90"}) {
+    for (const char* scale :
+         {"", "--upscale 1.5", "--prop vendor.qoz.maxw=150 --prop vendor.qoz.maxh=90"}) {
         const Outcome outcome = run("--verify -i " + clip + " " + scale);
         EXPECT_EQ(outcome.code, 0) << scale << outcome.err;
     }

@@ -148,7 +148,7 @@ TEST(OutputFile, ReplacesWholeFilesAndNothingElse) {
 }
 
 TEST(ChangeSchedule, ReadsChangesAndHandsOutWhatIsDueOnceAndInOrder) {
-    EXPECT_EQ(parseChange("60:upscale=1.5").value, 1U);
+    EXPECT_EQ(parseChange("60:upscale=1.5").upscale, 1U);
     EXPECT_EQ(parseChange("90:size=960x540").size, (Size{960, 540}));
     for (const char* bad :
          {"", "flush", ":flush", "x:flush", "-1:flush", "1:", "1:flush=2", "1:interp",
@@ -156,15 +156,14 @@ TEST(ChangeSchedule, ReadsChangesAndHandsOutWhatIsDueOnceAndInOrder) {
           "1:zoom=2", "1 :flush", "4294967296:flush"}) {
         EXPECT_THROW(parseChange(bad), BadInput) << bad;
     }
-    ChangeSchedule script(
-        {parseChange("9:flush"), parseChange("3:interp=2"), parseChange("3:flush")});
-    EXPECT_TRUE(script.due(2).empty());
-    const std::vector<Change> due = script.due(3);
+    std::vector<Change> all{parseChange("9:flush"), parseChange("3:interp=2"),
+                            parseChange("3:flush")};
+    EXPECT_TRUE(takeDue(all, 2).empty());
+    const std::vector<Change> due = takeDue(all, 3);
     ASSERT_EQ(due.size(), 2U);
-    EXPECT_EQ(due[0].value, 2U);
-    EXPECT_EQ(due[1].kind, Change::Kind::Flush);
-    EXPECT_TRUE(script.due(3).empty());
-    EXPECT_EQ(script.left().size(), 1U);
+    EXPECT_EQ(due[0].interp, 2U);
+    EXPECT_TRUE(due[1].flushes());
+    EXPECT_EQ(all.size(), 1U);
 }
 
 TEST(Ledger, FindsWhatIsOff) {

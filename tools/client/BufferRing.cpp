@@ -15,9 +15,12 @@ constexpr uint32_t kOutputUsage = GraphicBuffer::USAGE_SW_READ_OFTEN |
                                   GraphicBuffer::USAGE_SW_WRITE_OFTEN |
                                   GraphicBuffer::USAGE_HW_TEXTURE;
 
-BufferRef checked(BufferRef buffer, Size size) {
-    if (buffer->initCheck() == android::OK) return buffer;
-    throw SessionFailed("no memory for a graphic buffer of " + toText(size));
+BufferRef allocated(Size size, int32_t pixelFormat, uint32_t usage) {
+    BufferRef buffer(new GraphicBuffer(size.width, size.height, pixelFormat, usage, "client"));
+    if (buffer->initCheck() != android::OK)
+        throw SessionFailed("no memory for a graphic buffer of " + toText(size));
+    ++clientBuffersMade();
+    return buffer;
 }
 
 }  // namespace
@@ -27,32 +30,24 @@ std::atomic<uint64_t>& clientBuffersMade() {
     return made;
 }
 
-BufferRef resized(const BufferRef& buffer, Size size, int32_t pixelFormat, uint32_t usage) {
-    if (buffer != nullptr && sizeOf(buffer) == size) return buffer;
-    BufferRef made(new GraphicBuffer(size.width, size.height, pixelFormat, usage, "client"));
-    if (made->initCheck() == android::OK) ++clientBuffersMade();
-    return made;
-}
-
-size_t OutputRing::currentBuffers() const {
-    return static_cast<size_t>(std::count_if(
-        mBuffers.begin(), mBuffers.end(),
-        [&](const BufferRef& buffer) { return buffer != nullptr && sizeOf(buffer) == mSize; }));
+bool OutputRing::isCurrent(int32_t slot) const {
+    return buffer(slot) != nullptr && sizeOf(buffer(slot)) == mSize;
 }
 
 void OutputRing::reshape(Size size, size_t count) {
     mSize = size;
-    std::erase_if(mFree, [&](int32_t slot) {
-        const bool stale = !isCurrent(slot);
-        if (stale) at(slot).clear();
-        return stale;
-    });
-    for (int32_t slot = 0; slot < kSlots && currentBuffers() < count; ++slot) {
+    for (const int32_t slot : std::exchange(mFree, {}))
+        putBack(slot);  // or release it
+    size_t current = 0;
+    for (int32_t slot = 0; slot < kSlots; ++slot)
+        current += isCurrent(slot) ? 1 : 0;
+    for (int32_t slot = 0; slot < kSlots && current < count; ++slot) {
         if (at(slot) != nullptr) continue;
-        at(slot) = checked(resized({}, size, kNv12Vemo, kOutputUsage), size);
+        at(slot) = allocated(size, kNv12Vemo, kOutputUsage);
         mFree.push_back(slot);
+        ++current;
     }
-    if (currentBuffers() < count) throw SessionFailed("too many buffers are still outstanding");
+    if (current < count) throw SessionFailed("too many buffers are still outstanding");
 }
 
 std::optional<int32_t> OutputRing::take() {
@@ -70,10 +65,6 @@ void OutputRing::putBack(int32_t slot) {
     }
 }
 
-bool OutputRing::isCurrent(int32_t slot) const {
-    return sizeOf(buffer(slot)) == mSize;
-}
-
 void OutputRing::clear() {
     mFree.clear();
     mBuffers.fill({});
@@ -82,7 +73,7 @@ void OutputRing::clear() {
 int32_t SourceRing::take(Size size) {
     const int32_t slot = mFree.front();
     BufferRef& buffer = mBuffers.at(static_cast<size_t>(slot - kFirst));
-    buffer = checked(resized(buffer, size, kRgba, kSourceUsage), size);
+    if (buffer == nullptr || sizeOf(buffer) != size) buffer = allocated(size, kRgba, kSourceUsage);
     mFree.pop_front();
     return slot;
 }

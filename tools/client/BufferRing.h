@@ -16,9 +16,6 @@ namespace qoz::client {
 // Graphic buffers that clients have made by way of this kit, in the whole process.
 std::atomic<uint64_t>& clientBuffersMade();
 
-// `buffer` itself when it has this size, else a new one; without memory one that fails initCheck().
-BufferRef resized(const BufferRef& buffer, Size size, int32_t pixelFormat, uint32_t usage);
-
 // Output buffers, all of the size that the stream puts out now.
 class OutputRing {
   public:
@@ -32,13 +29,12 @@ class OutputRing {
     void putBack(int32_t slot);
 
     const BufferRef& buffer(int32_t slot) const { return mBuffers.at(static_cast<size_t>(slot)); }
-    bool isCurrent(int32_t slot) const;  // of the size that the ring has now
     Size size() const { return mSize; }
     void clear();  // no slot has a buffer
 
   private:
     BufferRef& at(int32_t slot) { return mBuffers.at(static_cast<size_t>(slot)); }
-    size_t currentBuffers() const;
+    bool isCurrent(int32_t slot) const;  // of the size that the ring has now
 
     std::array<BufferRef, kSlots> mBuffers;  // null: the slot has none
     std::deque<int32_t> mFree;

@@ -5,6 +5,7 @@
 #include <ui/GraphicBuffer.h>
 
 #include <cstddef>
+#include <utility>
 
 #include "client/Types.h"
 
@@ -29,8 +30,13 @@ inline Size sizeOf(const BufferRef& buffer) {
 // had.
 class LockedPixels {
   public:
-    LockedPixels(BufferRef buffer, uint32_t usage);
-    ~LockedPixels();
+    LockedPixels(BufferRef buffer, uint32_t usage) : mBuffer(std::move(buffer)) {
+        void* address = nullptr;
+        if (mBuffer->lock(usage, &address) != android::OK)
+            throw SessionFailed("the pixels of a graphic buffer cannot be mapped");
+        mData = static_cast<uint8_t*>(address);
+    }
+    ~LockedPixels() { mBuffer->unlock(); }
 
     LockedPixels(const LockedPixels&) = delete;
     LockedPixels& operator=(const LockedPixels&) = delete;
@@ -38,7 +44,9 @@ class LockedPixels {
     uint8_t* data() const { return mData; }
     size_t stride() const { return mBuffer->getStride(); }  // pixels
     Size size() const { return sizeOf(mBuffer); }
-    Nv12View nv12() const;  // of a buffer in that format
+    Nv12View nv12() const {  // of a buffer in that format
+        return {mData, mData + stride() * size().height, static_cast<int>(stride()), size()};
+    }
 
   private:
     const BufferRef mBuffer;

@@ -114,9 +114,6 @@ void addProcessing(CLI::App& app, Options& options) {
     addChecked(app, "--mv", "on|off", CLI::IsMember({"on", "off"}), &options.motionVectors,
                "motion vectors for the interpolation (on)");
     addParsed(
-        app, "--max", "WxH", [&](const auto& text) { options.max = parseSize(text); },
-        "larger sources are scaled down to this");
-    addParsed(
         app, "--at", "N:CHANGE",
         [&](const auto& text) { options.changes.push_back(parseChange(text)); },
         "change at source frame N: N:interp=K, N:upscale=R,\nN:size=WxH, N:flush");
@@ -163,7 +160,7 @@ void addChecks(CLI::App& app, Options& options) {
         app, "--truth", "2..4", CLI::Range(2, 4), &options.truth,
         "give every Nth frame, interpolate the others, and score\nthem against those of the clip");
     for (const char* other :
-         {"--interp", "--upscale", "--ais-only", "--max", "--at", "--sessions", "--vectors"}) {
+         {"--interp", "--upscale", "--ais-only", "--at", "--sessions", "--vectors"}) {
         truth->excludes(app.get_option(other));
     }
     addParsed(
@@ -183,16 +180,12 @@ void check(const Options& options) {
     if (std::min(options.sceneSize.width, options.sceneSize.height) < Scene::kMinSide) {
         throw BadInput(format("--scene-size: no side may be below %u", Scene::kMinSide));
     }
-    const auto refuseThin = [&](const std::string& option, Size size) {
-        if (!options.motionVectors || !isThin(size)) return;
-        throw BadInput(option + ": with motion vectors no side is below 2; --mv off takes it");
-    };
-    if (options.max) refuseThin("--max " + toText(*options.max), *options.max);
     for (const Change& change : options.changes) {
-        if (change.kind == Change::Kind::Size) {
-            refuseThin(format("--at %llu:", big(change.frame)) + change.text, change.size);
-        } else if (change.kind != Change::Kind::Flush && options.aisOnly) {
+        if ((change.interp || change.upscale) && options.aisOnly)
             throw BadInput("--ais-only goes with neither interp nor upscale");
+        if (change.size && isThin(*change.size) && options.motionVectors) {
+            throw BadInput(format("--at %llu:", big(change.frame)) + change.text +
+                           ": with motion vectors no side is below 2; --mv off takes it");
         }
     }
     if (!options.vectors.empty() && (!options.motionVectors || options.interp == 0)) {

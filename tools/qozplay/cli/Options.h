@@ -32,7 +32,6 @@ struct Options {
     uint32_t upscaleIndex = 0;
     bool aisOnly = false;
     bool motionVectors = true;
-    std::optional<Size> max;
     std::vector<Change> changes;
 
     std::string output;

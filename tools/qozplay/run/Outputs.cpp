@@ -176,7 +176,7 @@ std::string Outputs::clipText() const {
     std::string text = format("%s, %llu frames, %s fps", mOptions.output.c_str(),
                               big(mClip->frames()), toText(mInfo.rate).c_str());
     const bool paced = std::ranges::none_of(
-        mOptions.changes, [](const Change& change) { return change.kind == Change::Kind::Interp; });
+        mOptions.changes, [](const Change& change) { return change.interp.has_value(); });
     if (!paced && !mClip->keepsTimes()) text += format(", timed for interp %u", mOptions.interp);
     if (mClip->scaled() != 0) {
         text += format(", %llu of them scaled to the size of the first", big(mClip->scaled()));

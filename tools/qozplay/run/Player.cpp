@@ -36,7 +36,6 @@ std::string settingsText(const Options& options) {
                            : format("interp %u, upscale %sx, motion vectors %s", options.interp,
                                     kUpscaleRatios.at(options.upscaleIndex).data(),
                                     options.motionVectors ? "on" : "off");
-    if (options.max) text += ", sources of at most " + toText(*options.max);
     if (options.sessions > 1) text += format(", %u sessions", options.sessions);
     if (options.truth) text += format(", one frame of %u given", *options.truth);
     return text;

@@ -31,10 +31,6 @@ void setProperties(const Options& options) {
     if (options.log.wantsDiagnostics()) set("vendor.qoz.log.msg", "21");
     if (!options.trace.empty()) set("debug.atrace.tags.enableflags", "2");
     if (!options.motionVectors) set("debug.vpp.frc.game.ext.mbi", "false");
-    if (options.max) {
-        set("vendor.qoz.maxw", std::to_string(options.max->width));
-        set("vendor.qoz.maxh", std::to_string(options.max->height));
-    }
     for (const auto& [name, value] : options.properties) {
         set(name, value);
     }

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <iterator>
 #include <limits>
-#include <utility>
 
 namespace qozplay {
 
@@ -27,13 +26,10 @@ Change parseChange(const std::string& text) {
     const std::string name = change.text.substr(0, change.text.find('=') + 1);
     const std::string value = change.text.substr(name.size());
     if (name == "interp=") {
-        change.kind = Change::Kind::Interp;
-        change.value = static_cast<uint32_t>(parseNumber(value, 3));
+        change.interp = static_cast<uint32_t>(parseNumber(value, 3));
     } else if (name == "upscale=") {
-        change.kind = Change::Kind::Upscale;
-        change.value = parseUpscale(value);
+        change.upscale = parseUpscale(value);
     } else if (name == "size=") {
-        change.kind = Change::Kind::Size;
         change.size = parseSize(value);
     } else {
         throw BadInput(change.text + " is none of interp=, upscale=, size= and flush");
@@ -41,18 +37,13 @@ Change parseChange(const std::string& text) {
     return change;
 }
 
-ChangeSchedule::ChangeSchedule(std::vector<Change> changes) : mChanges(std::move(changes)) {
-    std::stable_sort(mChanges.begin(), mChanges.end(),
-                     [](const Change& a, const Change& b) { return a.frame < b.frame; });
-}
-
-std::vector<Change> ChangeSchedule::due(uint64_t frame) {
-    const auto end = std::find_if(mChanges.begin(), mChanges.end(),
-                                  [&](const Change& change) { return change.frame > frame; });
-    std::vector<Change> now(std::make_move_iterator(mChanges.begin()),
-                            std::make_move_iterator(end));
-    mChanges.erase(mChanges.begin(), end);
-    return now;
+std::vector<Change> takeDue(std::vector<Change>& changes, uint64_t frame) {
+    std::vector<Change> due;
+    std::ranges::copy_if(changes, std::back_inserter(due),
+                         [&](const Change& change) { return change.frame <= frame; });
+    std::ranges::stable_sort(due, {}, &Change::frame);
+    std::erase_if(changes, [&](const Change& change) { return change.frame <= frame; });
+    return due;
 }
 
 }  // namespace qozplay

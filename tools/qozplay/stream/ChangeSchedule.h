@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -10,19 +11,15 @@
 
 namespace qozplay {
 
+// One of these, or a flush when there is none of them.
 struct Change {
-    enum class Kind {
-        Interp,   // `value` interpolated frames for each source frame
-        Upscale,  // `value` is the code: 0 = 1x, 1 = 1.5x, 2 = 2x
-        Size,     // source frames are scaled to `size`
-        Flush,
-    };
+    bool flushes() const { return !interp && !upscale && !size; }
 
-    uint64_t frame = 0;  // takes place with this source frame; the first is 0
-    Kind kind = Kind::Flush;
-    uint32_t value = 0;
-    Size size;
-    std::string text;  // as given, without the frame
+    uint64_t frame = 0;               // takes place with this source frame; the first is 0
+    std::string text;                 // as given, without the frame
+    std::optional<uint32_t> interp;   // interpolated frames for each source frame
+    std::optional<uint32_t> upscale;  // a code
+    std::optional<Size> size;         // to which source frames are scaled
 };
 
 // By the code that stands for them.
@@ -33,18 +30,7 @@ constexpr std::array<std::string_view, 3> kUpscaleRatios{"1", "1.5", "2"};
 uint32_t parseUpscale(const std::string& text);
 Change parseChange(const std::string& text);
 
-// What happens with each frame, in the order of the frames.
-class ChangeSchedule {
-  public:
-    explicit ChangeSchedule(std::vector<Change> changes);
-
-    // Takes out what is due with `frame`.
-    std::vector<Change> due(uint64_t frame);
-
-    const std::vector<Change>& left() const { return mChanges; }
-
-  private:
-    std::vector<Change> mChanges;
-};
+// Takes out of the changes what is due with `frame`, in the order of the frames.
+std::vector<Change> takeDue(std::vector<Change>& changes, uint64_t frame);
 
 }  // namespace qozplay

@@ -31,7 +31,6 @@ Session::Session(SessionPlan plan, FrameSource& source, std::vector<FrameSink*> 
     : mPlan(std::move(plan)),
       mAround(std::move(surroundings)),
       mSource(source),
-      mSchedule(mPlan.changes),
       mSettings{mPlan.interp, mPlan.upscaleIndex, source.info().size},
       mWanted(mSettings),
       mStream(mPlan.name, withVerifier(std::move(sinks)), mAround.serviceDied),
@@ -114,11 +113,11 @@ void Session::drain() {
 bool Session::feedFrame(uint64_t frame) {
     if (!mStream.awaitRoom()) throw stalled(mStream);
     if (mStream.stopped() || mAround.stop.requested()) return false;
-    std::vector<Change> due = mSchedule.due(frame);
+    std::vector<Change> due = takeDue(mPlan.changes, frame);
     for (const Change& change : due) {
-        if (change.kind == Change::Kind::Size) mWanted.size = change.size;
-        if (change.kind == Change::Kind::Interp) mWanted.interp = change.value;
-        if (change.kind == Change::Kind::Upscale) mWanted.upscaleIndex = change.value;
+        mWanted = {change.interp.value_or(mWanted.interp),
+                   change.upscale.value_or(mWanted.upscaleIndex),
+                   change.size.value_or(mWanted.size)};
     }
     const int32_t slot = mClient.takeSource(mWanted.size);
     const std::optional<int64_t> time = fill(slot);
@@ -128,12 +127,11 @@ bool Session::feedFrame(uint64_t frame) {
         return false;
     }
     for (const Change& change : due) {
-        if (change.kind == Change::Kind::Flush) flush(change);
+        if (change.flushes()) flush(change);
     }
     sendSource(frame, slot, *time);
     for (const Change& change : due) {
-        if (change.kind == Change::Kind::Flush) continue;
-        mStats.changes.push_back({change, mStream.blocked().back()});
+        if (!change.flushes()) mStats.changes.push_back({change, mStream.blocked().back()});
     }
     mClient.queueOutputs();
     return true;
@@ -228,7 +226,7 @@ void Session::collect() {
         if (mStats.violation.empty()) mStats.verified = mVerifier->summary();
     }
     nameCause();
-    std::ranges::move(mSchedule.left(), std::back_inserter(mStats.notReached));
+    std::ranges::move(mPlan.changes, std::back_inserter(mStats.notReached));
     mClient.release();
 }
 

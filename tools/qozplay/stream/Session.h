@@ -72,10 +72,9 @@ class Session {
     void logState();
     android::ConfigParams paramsFor(const Settings& settings) const;
 
-    const SessionPlan mPlan;
+    SessionPlan mPlan;  // less the changes that were due
     const SessionSurroundings mAround;
     FrameSource& mSource;
-    ChangeSchedule mSchedule;
     Settings mSettings;  // in force
     Settings mWanted;    // from the next frame on
     std::vector<uint8_t> mUnscaled;
