@@ -15,18 +15,8 @@ using namespace std::chrono_literals;
 using vpp::VppError;
 using vpp::VppPort;
 
-constexpr uint32_t kW = 64;
-constexpr uint32_t kH = 48;
-constexpr ConfigParams kTwice{1, 0, 1, 0};
-
 class Death : public ComponentTest {
   protected:
-    void startPlain() {
-        host::setProperty("debug.vpp.frc.game.ext.mbi", "false");
-        enableAndConfig(kW, kH, kTwice);
-    }
-    static sp<GraphicBuffer> frame(uint32_t w = kW, uint32_t h = kH) { return buffer(w, h, kRgba); }
-    static sp<GraphicBuffer> nv12() { return buffer(kW, kH, kNv12); }
     static int64_t outputCookie(int32_t slot) {
         return static_cast<int32_t>(0x80000000U | static_cast<uint32_t>(slot));
     }

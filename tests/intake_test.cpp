@@ -14,32 +14,21 @@ namespace {
 using vpp::VppError;
 using vpp::VppPort;
 
-constexpr uint32_t kW = 64;
-constexpr uint32_t kH = 48;
-
 class Intake : public ComponentTest {
   protected:
-    // Side buffers off, so that only a test that wants them sees them.
-    void startPlain(uint32_t factor = 1, uint32_t upscale = 0) {
-        host::setProperty("debug.vpp.frc.game.ext.mbi", "false");
-        enableAndConfig(kW, kH, {1, 0, factor, upscale});
-    }
     void startFull() { enableAndConfig(kW, kH, {1, 0, 1, 0}); }
-
-    static sp<GraphicBuffer> frame(uint32_t w = kW, uint32_t h = kH) { return buffer(w, h, kRgba); }
-    static sp<GraphicBuffer> nv12() { return buffer(kW, kH, kNv12); }
 
     // What the service has been given on the input port, once for each frame.
     std::vector<Strings> metas() const {
         std::vector<Strings> result;
-        for (const auto& queued : queuedOn(VppPort::INPUT))
+        for (const auto& queued : inputs())
             result.push_back(queued.metas);
         return result;
     }
 
     // Everything queued to the input port and not yet given back, comes back.
     void returnInputs() {
-        const auto all = queuedOn(VppPort::INPUT);
+        const auto all = inputs();
         for (; mReturned < all.size(); ++mReturned) {
             session().returnInput(all[mReturned].cookie, all[mReturned].timestamp);
         }
@@ -49,18 +38,15 @@ class Intake : public ComponentTest {
     size_t mReturned = 0;
 };
 
-const Strings kAllThree{"vpp.metabuf.mv.fw", "vpp.metabuf.mv.bw", "vpp.metabuf.scale.0p5"};
-const Strings kHalfOnly{"vpp.metabuf.scale.0p5"};
-
 TEST_F(Intake, APlainFrameIsConvertedAndReleased) {
     startPlain();
     ASSERT_EQ(processSource(7, frame(), 1234567), 0);
-    EXPECT_EQ(queuedOn(VppPort::INPUT).at(0).timestamp, 1234) << "microseconds";
-    EXPECT_EQ(queuedOn(VppPort::INPUT)[0].cookie, 0x10007);
+    EXPECT_EQ(inputs().at(0).timestamp, 1234) << "microseconds";
+    EXPECT_EQ(inputs()[0].cookie, 0x10007);
     EXPECT_EQ(metas(), std::vector<Strings>{{}});
     EXPECT_EQ(client.done(), (std::vector<Done>{{1, 7, 1, 0}}));
     ASSERT_EQ(processSource(8, frame(), -1999), 0);
-    EXPECT_EQ(queuedOn(VppPort::INPUT)[1].timestamp, static_cast<uint64_t>(-1)) << "toward zero";
+    EXPECT_EQ(inputs()[1].timestamp, static_cast<uint64_t>(-1)) << "toward zero";
 }
 
 TEST_F(Intake, SteadyStateAllocatesNothing) {
@@ -131,7 +117,7 @@ TEST_F(Intake, ADummySetsTheConverterUpAndNeverComesBack) {
 TEST_F(Intake, ConvertedSourcesAreQueuedAsTheyAre) {
     startPlain();
     EXPECT_EQ(processSource(3, nv12(), 5000), 0);
-    EXPECT_EQ(queuedOn(VppPort::INPUT).at(0).cookie, 3);
+    EXPECT_EQ(inputs().at(0).cookie, 3);
     EXPECT_TRUE(client.done().empty()) << "the service gives it back";
     returnInputs();
     EXPECT_EQ(client.done(), (std::vector<Done>{{0, 3, 0, 0}}));
@@ -146,7 +132,7 @@ TEST_F(Intake, ConvertedSourcesAreQueuedAsTheyAre) {
 TEST_F(Intake, AClientsTargetTravelsUnderItsOwnSlot) {
     startPlain();
     EXPECT_EQ(process({{1, frame(), {}, 9000, {}}, {40, nv12(), {}, 0, {}}}), 0);
-    EXPECT_EQ(queuedOn(VppPort::INPUT).at(0).cookie, 40);
+    EXPECT_EQ(inputs().at(0).cookie, 40);
     returnInputs();
     EXPECT_EQ(client.done(), (std::vector<Done>{{1, 1, 1, 0}, {0, 40, 0, 0}}));
     // Packets with and without a target mix: each target comes back.

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The ways in which a run ends before its time: signals at whatever moment, and too little memory,
 // too few threads, descriptors and disk. Each run is a process of its own, as main() makes it.
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <host/control.h>
 #include <nlohmann/json.hpp>
@@ -10,30 +9,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <csignal>
 #include <functional>
 
 #include "qozplay/run/Ending.h"
 #include "qozplay_files.h"
+#include "support/FailThread.h"
 #include "support/Sanitized.h"
-
-namespace {
-
-std::atomic<int> gThreadToFail{0};  // the nth that is made from now on; 0: none
-
-}  // namespace
-
-#ifndef QOZ_SANITIZED
-// In place of the C library's, for every library of the process.
-extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
-                              void* (*run)(void*), void* argument) {
-    static auto* const real =
-        reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
-    if (gThreadToFail > 0 && --gThreadToFail == 0) return EAGAIN;
-    return real(thread, attributes, run, argument);
-}
-#endif
 
 namespace qozplay {
 namespace {
@@ -189,13 +171,12 @@ TEST(Ending, GivesNoFileTheNumberOfAStandardStream) {
 const char kShort[] = "--scene-size 64x48 --frames 12 ";
 
 TEST(Ending, IsASentenceWhateverThreadCannotBeHad) {
-    if (qoz::test::kSanitized) GTEST_SKIP() << "the sanitizers make threads themselves";
     int failed = 0;
     for (const std::string service : {"inline", "process"}) {
         for (int nth = 1; nth <= 20; ++nth) {
             const Place place;
             const PlayerProcess player(place, kShort + ("--service " + service),
-                                       [nth] { gThreadToFail = nth; });
+                                       [nth] { qoz::test::failThreads(nth); });
             const Ended ended = player.wait();
             expectPlain(ended, service + ", thread " + std::to_string(nth));
             failed += ended.code == 0 ? 0 : 1;

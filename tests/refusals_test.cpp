@@ -22,13 +22,6 @@ constexpr int64_t kOutput3 = static_cast<int32_t>(0x80000003);
 
 class Refusals : public ComponentTest {
   protected:
-    void startPlain() {
-        host::setProperty("debug.vpp.frc.game.ext.mbi", "false");
-        enableAndConfig(kW, kH, {1, 0, 1, 0});
-    }
-    static sp<GraphicBuffer> frame() { return buffer(kW, kH, kRgba); }
-    static sp<GraphicBuffer> nv12() { return buffer(kW, kH, kNv12); }
-
     size_t errorsAbout(const std::string& begin) const {
         const auto texts = log.texts(ANDROID_LOG_ERROR);
         return static_cast<size_t>(std::ranges::count_if(
@@ -121,11 +114,11 @@ TEST_F(Refusals, AnUnconvertedSourceWaitsForItsFenceToALimit) {
     const auto source = nv12();
     EXPECT_EQ(process({{3, source, fence, 1000, {}}}), 1);
     EXPECT_EQ(errorsAbout("fence"), 1);
-    EXPECT_TRUE(queuedOn(VppPort::INPUT).empty());
+    EXPECT_TRUE(inputs().empty());
     EXPECT_TRUE(client.done().empty()) << "still the client's";
     ASSERT_EQ(eventfd_write(fd, 1), 0);
     EXPECT_EQ(process({{3, source, fence, 1000, {}}}), 0);
-    EXPECT_EQ(queuedOn(VppPort::INPUT).size(), 1);
+    EXPECT_EQ(inputs().size(), 1);
 }
 
 // Against the simulated service.

@@ -36,10 +36,7 @@ class Restart : public ComponentTest {
         configure(params);
         ASSERT_EQ(vpp->state(), VppComponent::ACTIVE);
     }
-    static sp<GraphicBuffer> frame(uint32_t w = kW, uint32_t h = kH, int32_t format = kRgba) {
-        return buffer(w, h, format);
-    }
-    Strings lastMetas() const { return queuedOn(VppPort::INPUT).back().metas; }
+    Strings lastMetas() const { return inputs().back().metas; }
     std::vector<std::pair<int64_t, int>> segments() {
         std::vector<std::pair<int64_t, int>> sent;
         for (const auto& segment : session().segments())
@@ -47,9 +44,6 @@ class Restart : public ComponentTest {
         return sent;
     }
 };
-
-const Strings kAllThree{"vpp.metabuf.mv.fw", "vpp.metabuf.mv.bw", "vpp.metabuf.scale.0p5"};
-const Strings kHalfOnly{"vpp.metabuf.scale.0p5"};
 
 TEST_F(Restart, AStartSendsOneSegmentAndForgetsTheOutputTime) {
     using Segments = std::vector<std::pair<int64_t, int>>;

@@ -9,21 +9,8 @@
 namespace qoz::test {
 namespace {
 
-using vpp::VppPort;
-
-constexpr uint32_t kW = 64;
-constexpr uint32_t kH = 48;
-constexpr ConfigParams kTwice{1, 0, 1, 0};
-
 class Returns : public ComponentTest {
   protected:
-    void startPlain() {
-        host::setProperty("debug.vpp.frc.game.ext.mbi", "false");
-        enableAndConfig(kW, kH, kTwice);
-    }
-    static sp<GraphicBuffer> frame() { return buffer(kW, kH, kRgba); }
-    static sp<GraphicBuffer> nv12() { return buffer(kW, kH, kNv12); }
-    std::vector<Queued> inputs() const { return queuedOn(VppPort::INPUT); }
     void giveBack(const Queued& sent) { session().returnInput(sent.cookie, sent.timestamp); }
 };
 
@@ -33,7 +20,7 @@ TEST_F(Returns, ChangedTimestampsCostNoBuffers) {
     uint64_t live = 0;
     for (int n = 0; n < 600; ++n) {
         ASSERT_EQ(processSource(n % 4, source, (n + 1) * 1'000'000), 0);
-        const Queued sent = queuedOn(VppPort::INPUT).back();
+        const Queued sent = inputs().back();
         session().returnInput(sent.cookie, sent.timestamp + 1);
         if (n == 299) live = host::counters().graphicBuffersLive;
     }
@@ -44,7 +31,7 @@ TEST_F(Returns, ChangedTimestampsCostNoBuffers) {
 TEST_F(Returns, FramesOfOneMicrosecondKeepTheirMemory) {
     startPlain();
     const auto source = frame();
-    const auto inode = [this] { return queuedOn(VppPort::INPUT).back().inode; };
+    const auto inode = [this] { return inputs().back().inode; };
     ASSERT_EQ(processSource(0, source, 5000), 0);
     const auto first = inode();
     ASSERT_EQ(processSource(1, source, 5000), 0);
@@ -60,7 +47,7 @@ TEST_F(Returns, FramesOfOneMicrosecondKeepTheirMemory) {
 TEST_F(Returns, ATargetBesideASourceWithoutASlotComesBack) {
     startPlain();
     ASSERT_EQ(process({{-1, frame(), {}, 5000, {}}, {40, nv12(), {}, 0, {}}}), 0);
-    ASSERT_EQ(queuedOn(VppPort::INPUT).size(), 1);
+    ASSERT_EQ(inputs().size(), 1);
     session().returnInput(40, 5);
     EXPECT_EQ(client.done(), (std::vector<Done>{{0, 40, 0, 0}}));
 }

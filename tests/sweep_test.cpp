@@ -4,11 +4,9 @@
 // failure may cost frames, but must not lose a buffer or cause a hang.
 #include <android/binder_process.h>
 #include <client/LiveClient.h>
-#include <dlfcn.h>
 #include <host/platform/BinderThreads.h>
 #include <host/vppservice/NullSession.h>
 #include <host/vppservice/SingleSessionService.h>
-#include <pthread.h>
 #include <sys/resource.h>
 
 #include <array>
@@ -18,6 +16,7 @@
 #include <semaphore>
 #include <thread>
 
+#include "support/FailThread.h"
 #include "support/Fixture.h"
 
 namespace {
@@ -50,34 +49,6 @@ __attribute__((noinline)) void operator delete(void* memory) noexcept {
 }
 __attribute__((noinline)) void operator delete(void* memory, size_t) noexcept {
     free(memory);
-}
-
-namespace {
-
-// Threads of the whole process are counted down while this is armed.
-std::atomic<bool> gThreadsArmed{false};
-std::atomic<int64_t> gThreadCountdown{0};
-std::atomic<bool> gThreadsOnce{true};
-
-bool threadFailsNow() {
-    if (!gThreadsArmed) return false;
-    const int64_t left = --gThreadCountdown;
-    return gThreadsOnce ? left == 0 : left <= 0;
-}
-
-}  // namespace
-
-// A sanitizer's own, which has to know every thread; null without one.
-extern "C" __attribute__((weak)) int __interceptor_pthread_create(pthread_t*, const pthread_attr_t*,
-                                                                  void* (*)(void*), void*);
-
-extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
-                              void* (*run)(void*), void* argument) {
-    using Create = decltype(&pthread_create);
-    static const auto create = __interceptor_pthread_create != nullptr
-                                   ? &__interceptor_pthread_create
-                                   : reinterpret_cast<Create>(dlsym(RTLD_NEXT, "pthread_create"));
-    return threadFailsNow() ? EAGAIN : create(thread, attributes, run, argument);
 }
 
 namespace qoz::test {
@@ -278,22 +249,20 @@ TEST_F(Sweep, Descriptors) {
 TEST_F(Sweep, Threads) {
     for (const bool once : {true, false}) {
         bool hit = true;
-        for (int64_t n = 1; hit; ++n) {
+        for (int n = 1; hit; ++n) {
             SCOPED_TRACE(testing::Message() << (once ? "thread " : "from thread ") << n);
             Watchdog::feed();
             const host::VppService service;
             client::LiveClient client;
             client.vpp = std::make_shared<VppComponent>();
             VppComponentPeer(*client.vpp).setWaitLimit(std::chrono::milliseconds(100));
-            gThreadsOnce = once;
-            gThreadCountdown = n;
-            gThreadsArmed = true;
+            failThreads(n, once);
             const bool started = client.start(kW, kH, {1, 0, 1, 0});
             for (int frame = 0; started && frame < 3; ++frame)
                 EXPECT_TRUE(client.send(kW, kH, frame * 1000000));
             client.stop();
-            gThreadsArmed = false;
-            hit = gThreadCountdown <= 0;
+            failThreads(0);
+            hit = hasThreadFailed();
             EXPECT_EQ(client.account(), "");
             ASSERT_TRUE(client.start(kW, kH, {1, 0, 1, 0})) << "threads again";
             client.stop();
@@ -307,13 +276,11 @@ TEST_F(Sweep, Threads) {
 TEST(BinderThreads, MakeDoWithThoseThatAreToBeHad) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     for (const bool once : {true, false}) {
-        for (const int64_t n : {1, 4, 8}) {
+        for (const int n : {1, 4, 8}) {
             const auto runOne = [&] {
-                gThreadsOnce = once;
-                gThreadCountdown = n;
-                gThreadsArmed = true;
+                failThreads(n, once);
                 ABinderProcess_startThreadPool();
-                gThreadsArmed = false;
+                failThreads(0);
                 bool ran = false;
                 host::callOnBinderThread([&ran] { ran = true; });
                 _exit(ran ? 0 : 1);

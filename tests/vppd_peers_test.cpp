@@ -37,21 +37,14 @@ class Healthy {
 
     // The median over so many frames, sent at an even pace.
     double millisecondsFor(int frames) {
-        {
-            const std::lock_guard lock(mLock);
-            mTook.clear();
-        }
+        mTook.clear();
         for (int i = 0; i < frames; ++i, ++mNumber) {
             const auto timestamp = static_cast<uint64_t>(mNumber * kFrameNs / 1000);
-            {
-                const std::lock_guard lock(mLock);
-                mSent[timestamp] = Clock::now();
-            }
+            mSent[timestamp] = Clock::now();
             EXPECT_TRUE(mClient.send(kW, kH, mNumber * kFrameNs));
             EXPECT_TRUE(mClient.waitForTimestamp(timestamp));
             Watchdog::feed();
         }
-        const std::lock_guard lock(mLock);
         EXPECT_EQ(mTook.size(), static_cast<size_t>(frames)) << "a frame did not come out";
         if (mTook.empty()) return 0;
         std::ranges::nth_element(mTook, mTook.begin() + static_cast<long>(mTook.size() / 2));
@@ -63,7 +56,6 @@ class Healthy {
     }
 
   private:
-    std::mutex mLock;
     std::map<uint64_t, Clock::time_point> mSent;
     std::vector<Clock::duration> mTook;
     int64_t mNumber = 0;

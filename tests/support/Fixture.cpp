@@ -96,6 +96,11 @@ void ComponentTest::enableAndConfig(uint32_t width, uint32_t height, ConfigParam
     ASSERT_EQ(vpp->state(), VppComponent::ACTIVE);
 }
 
+void ComponentTest::startPlain(uint32_t factor, uint32_t upscale) {
+    host::setProperty("debug.vpp.frc.game.ext.mbi", "false");
+    enableAndConfig(kW, kH, {1, 0, factor, upscale});
+}
+
 int32_t ComponentTest::processSource(int32_t slot, const sp<GraphicBuffer>& source,
                                      int64_t nanoseconds, std::optional<ConfigParams> carried) {
     return process({{slot, source, nullptr, nanoseconds, carried}});

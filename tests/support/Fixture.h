@@ -22,6 +22,10 @@ namespace qoz::test {
 
 using Strings = std::vector<std::string>;
 
+// The side buffers of a frame: with vectors, and of the first one, which has none.
+inline const Strings kAllThree{"vpp.metabuf.mv.fw", "vpp.metabuf.mv.bw", "vpp.metabuf.scale.0p5"};
+inline const Strings kHalfOnly{"vpp.metabuf.scale.0p5"};
+
 using android::ConfigParams;
 using android::GraphicBuffer;
 using android::QOZBufferInfo;
@@ -73,6 +77,18 @@ class ComponentTest : public ResourceTest {
     void makeEnabled();
     bool enable(bool debug = false) { return vpp->enable("test", &client, debug); }
     void enableAndConfig(uint32_t width, uint32_t height, ConfigParams params);
+    // The same with a small stream and without side buffers, so that only a test that wants them
+    // sees them.
+    void startPlain(uint32_t factor = 1, uint32_t upscale = 0);
+    static constexpr uint32_t kW = 64;
+    static constexpr uint32_t kH = 48;
+    static constexpr ConfigParams kTwice{1, 0, 1, 0};  // one interpolated frame for each source
+    static sp<GraphicBuffer> frame(uint32_t width = kW, uint32_t height = kH,
+                                   int32_t format = kRgba) {
+        return buffer(width, height, format);
+    }
+    static sp<GraphicBuffer> nv12() { return buffer(kW, kH, kNv12); }
+
     VppComponentPeer peer() { return VppComponentPeer(*vpp); }
     ScriptedVpp& session() { return *service->next; }
 
@@ -83,6 +99,7 @@ class ComponentTest : public ResourceTest {
 
     // Returns the records that were queued on a port.
     std::vector<Queued> queuedOn(vpp::VppPort port) const;
+    std::vector<Queued> inputs() const { return queuedOn(vpp::VppPort::INPUT); }
     Strings lastCalls(size_t count) const;
 
     // Blocks the output worker at the gate, in the client's callback for this slot.

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Stands in for pthread_create: one thread cannot be had. Linked into a test, which names it by
-// failThread(), or loaded before a program, for which QOZ_FAIL_THREAD names it.
+// Stands in for pthread_create. Linked into a test, which names the thread that cannot be had by
+// failThreads(), or loaded before a program, for which QOZ_FAIL_THREAD names it.
 #include <dlfcn.h>
 #include <pthread.h>
 
@@ -9,7 +9,6 @@
 #include <cstdlib>
 
 #include "FailThread.h"
-#include "Sanitized.h"
 
 namespace {
 
@@ -18,25 +17,41 @@ int numberFromEnvironment() {
     return number == nullptr ? 0 : atoi(number);
 }
 
-// Threads up to and with the one that fails; 0: none fails any more.
-std::atomic<int> gUntilFailure{numberFromEnvironment()};
+std::atomic<bool> gArmed{numberFromEnvironment() != 0};
+std::atomic<int> gUntilFailure{numberFromEnvironment()};  // threads, with the one that fails
+std::atomic<bool> gOnce{true};
+
+bool failsNow() {
+    if (!gArmed) return false;
+    const int left = --gUntilFailure;
+    return gOnce ? left == 0 : left <= 0;
+}
 
 }  // namespace
 
 namespace qoz::test {
 
-void failThread(int number) {
-    gUntilFailure = number;
+void failThreads(int number, bool once) {
+    gOnce = once;
+    if (number != 0) gUntilFailure = number;
+    gArmed = number != 0;
+}
+
+bool hasThreadFailed() {
+    return gUntilFailure <= 0;
 }
 
 }  // namespace qoz::test
 
-#ifndef QOZ_SANITIZED
+// A sanitizer's own, which has to know every thread; null without one.
+extern "C" __attribute__((weak)) int __interceptor_pthread_create(pthread_t*, const pthread_attr_t*,
+                                                                  void* (*)(void*), void*);
+
 extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
-                              void* (*body)(void*), void* argument) noexcept {
-    using Create = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
-    static const auto real = reinterpret_cast<Create>(dlsym(RTLD_NEXT, "pthread_create"));
-    if (gUntilFailure > 0 && --gUntilFailure == 0) return EAGAIN;
-    return real(thread, attributes, body, argument);
+                              void* (*body)(void*), void* argument) {
+    using Create = decltype(&pthread_create);
+    static const auto create = __interceptor_pthread_create != nullptr
+                                   ? &__interceptor_pthread_create
+                                   : reinterpret_cast<Create>(dlsym(RTLD_NEXT, "pthread_create"));
+    return failsNow() ? EAGAIN : create(thread, attributes, body, argument);
 }
-#endif
