@@ -49,33 +49,55 @@ HWY_INLINE Words Weighed(const Colours& colours, const int16_t (&shares)[3]) {
                    product(colours.green, pair(shares[1], 0)));
 }
 
-HWY_INLINE void StoreLuma(const Colours& colours, const ColourMatrix& matrix, uint8_t* to) {
-    const Pixels d;
-    const hn::Rebind<uint8_t, Pixels> bytes;
-    const auto dark = hn::Set(d, 16 * kColourUnit + kColourUnit / 2);
-    const auto luma = hn::ShiftRight<15>(hn::Add(Weighed(colours, matrix.y), dark));
-    hn::StoreU(hn::DemoteTo(bytes, luma), bytes, to);
+// The lower halves of words, and of those that follow, as bytes.
+HWY_INLINE void StoreBytes(Words first, Words second, uint8_t* to) {
+    const Halves halves;
+    const hn::Rebind<uint8_t, Halves> bytes;
+    const auto all =
+        hn::ConcatEven(halves, hn::BitCast(halves, second), hn::BitCast(halves, first));
+    hn::StoreU(hn::DemoteTo(bytes, all), bytes, to);
 }
 
-// As many pixels as there are lanes.
+HWY_INLINE Words LumaOf(const Colours& colours, const ColourMatrix& matrix) {
+    const auto dark = hn::Set(Pixels(), 16 * kColourUnit + kColourUnit / 2);
+    return hn::ShiftRight<15>(hn::Add(Weighed(colours, matrix.y), dark));
+}
+
+// Of four pixels' sum.
+HWY_INLINE Words ChromaOf(const Colours& sums, const int16_t (&shares)[3]) {
+    const auto grey = hn::Set(Pixels(), 4 * 128 * kColourUnit + 2 * kColourUnit);
+    return hn::ShiftRight<17>(hn::Add(Weighed(sums, shares), grey));
+}
+
+HWY_INLINE Colours Sum(const Colours& a, const Colours& b) {
+    return {hn::Add(a.redBlue, b.redBlue), hn::Add(a.green, b.green)};
+}
+
+// Twice as many pixels as there are lanes.
 HWY_INLINE void Convert(const ColourMatrix& matrix, const RowPair& rows) {
     const Pixels d;
-    const hn::Rebind<uint8_t, Pixels> bytes;
-    const Colours upper = Split(rows.upper);
-    const Colours lower = Split(rows.lower);
-    StoreLuma(upper, matrix, rows.upperLuma);
-    StoreLuma(lower, matrix, rows.lowerLuma);
+    const size_t lanes = hn::Lanes(d);
+    const Colours upper[2] = {Split(rows.upper), Split(rows.upper + 4 * lanes)};
+    const Colours lower[2] = {Split(rows.lower), Split(rows.lower + 4 * lanes)};
+    StoreBytes(LumaOf(upper[0], matrix), LumaOf(upper[1], matrix), rows.upperLuma);
+    StoreBytes(LumaOf(lower[0], matrix), LumaOf(lower[1], matrix), rows.lowerLuma);
 
-    const Colours both = {hn::Add(upper.redBlue, lower.redBlue), hn::Add(upper.green, lower.green)};
-    const auto ofTwo = [](Words words) { return hn::Add(words, hn::Reverse2(Pixels(), words)); };
-    const auto samples =
-        hn::OddEven(ofTwo(Weighed(both, matrix.v)), ofTwo(Weighed(both, matrix.u)));
-    const auto grey = hn::Set(d, 4 * 128 * kColourUnit + 2 * kColourUnit);
-    hn::StoreU(hn::DemoteTo(bytes, hn::ShiftRight<17>(hn::Add(samples, grey))), bytes, rows.chroma);
+    const Colours left = Sum(upper[0], lower[0]);
+    const Colours right = Sum(upper[1], lower[1]);
+    const auto ofTwo = [d](Words a, Words b) HWY_ATTR {
+        return hn::Add(hn::ConcatEven(d, b, a), hn::ConcatOdd(d, b, a));
+    };
+    const Colours sums = {ofTwo(left.redBlue, right.redBlue), ofTwo(left.green, right.green)};
+    const Halves halves;
+    const hn::Rebind<uint8_t, Halves> bytes;
+    const auto u = ChromaOf(sums, matrix.u);
+    const auto v = ChromaOf(sums, matrix.v);
+    const auto both = hn::BitCast(halves, hn::Or(u, hn::ShiftLeft<16>(v)));
+    hn::StoreU(hn::DemoteTo(bytes, both), bytes, rows.chroma);
 }
 
 void RgbaToNv12(const ColourMatrix& matrix, const RowPair& rows, size_t width) {
-    const size_t lanes = hn::Lanes(Pixels());
+    const size_t lanes = 2 * hn::Lanes(Pixels());
     size_t x = 0;
     for (; x + lanes <= width; x += lanes) {
         Convert(matrix, {rows.upper + 4 * x, rows.lower + 4 * x, rows.upperLuma + x,
@@ -83,7 +105,7 @@ void RgbaToNv12(const ColourMatrix& matrix, const RowPair& rows, size_t width) {
     }
     if (x == width) return;
     // The rest goes through copies that are long enough; its last pixel repeats.
-    constexpr size_t kMost = 64;  // lanes of any target
+    constexpr size_t kMost = 2 * 64;  // lanes of any target
     uint8_t in[2][4 * kMost];
     uint8_t out[3][kMost];
     for (size_t i = 0; i < lanes; ++i) {
