@@ -67,7 +67,8 @@ constexpr uint32_t kSamples = kWindow * kWindow / 2;
 constexpr uint32_t kAgreeing = 3 * kSamples / 2;  // good enough to look no further
 constexpr uint32_t kDisagreeing = 4 * kSamples;   // one of the sources may show something else
 
-// What motion must spare against standing still: an eighth, and this.
+// What motion must spare against standing still: half, a quarter where both fields know of
+// something that moves, and this.
 constexpr uint32_t kMovesFor = kSamples / 4;
 
 // What a likeness but for brightness is worth less than a full one.
@@ -113,6 +114,7 @@ class Chooser {
         int row;
         Vector vector = {};
         uint32_t cost = UINT32_MAX;
+        bool moving = false;  // both fields know of something that moves there
         int offered = 0;
         Vector known[kMostOffered] = {};
     };
@@ -193,6 +195,7 @@ class Chooser {
         Best best{column, row};
         const size_t node = mWork.at(column, row);
         const bool sure = mWork.forward[node].sure;
+        best.moving = sure && mWork.backward[node].sure;
         Vector both;
         if (bothSay(node, &both)) {
             offer(both, &best);
@@ -233,7 +236,8 @@ class Chooser {
         if (best->cost > kDisagreeing) {
             still = std::min(still, costOfShapes(best->column, best->row) + kShapesOnly);
         }
-        if (best->cost < still / 2 && best->cost + kMovesFor < still) return;
+        const uint32_t most = best->moving ? still / 4 * 3 : still / 2;
+        if (best->cost < most && best->cost + kMovesFor < still) return;
         best->vector = {};
         best->cost = still;
     }
