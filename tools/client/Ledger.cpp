@@ -18,21 +18,20 @@ bool Ledger::refuse(uint32_t port, int32_t slot) {
     return true;
 }
 
-Ledger::Verdict Ledger::giveBack(uint32_t port, int32_t slot) {
+bool Ledger::giveBack(uint32_t port, int32_t slot) {
     if (mOut.erase({port, slot}) != 0) {
         ++mTotals.returned;
-        return Verdict::Good;
+        return true;
     }
-    const auto elsewhere = std::find_if(mOut.begin(), mOut.end(),
-                                        [&](const Entry& entry) { return entry.second == slot; });
+    const auto elsewhere = std::ranges::find(mOut, slot, &Entry::second);
     if (elsewhere == mOut.end()) {
         ++mTotals.doubled;
-        return Verdict::Doubled;
+        return false;
     }
     mOut.erase(elsewhere);
     ++mTotals.returned;
     ++mTotals.wrongPort;
-    return Verdict::WrongPort;
+    return false;
 }
 
 size_t Ledger::outstanding(uint32_t port) const {

@@ -14,18 +14,12 @@ namespace qoz::client {
 
 class Ledger {
   public:
-    enum class Verdict {
-        Good,
-        Doubled,    // nothing is outstanding under this slot
-        WrongPort,  // it is outstanding, but on another port; counts as returned there
-    };
-
     struct Totals {
         uint64_t queued = 0;
         uint64_t returned = 0;
-        uint64_t refused = 0;  // offered, but remained the client's
-        uint64_t doubled = 0;
-        uint64_t wrongPort = 0;
+        uint64_t refused = 0;    // offered, but remained the client's
+        uint64_t doubled = 0;    // nothing was outstanding under the slot
+        uint64_t wrongPort = 0;  // it was outstanding on another port; counts as returned there
     };
 
     using Entry = std::pair<uint32_t, int32_t>;  // port, slot
@@ -38,7 +32,8 @@ class Ledger {
     // same.
     bool refuse(uint32_t port, int32_t slot);
 
-    Verdict giveBack(uint32_t port, int32_t slot);
+    // False: not as it was queued; the totals say how.
+    bool giveBack(uint32_t port, int32_t slot);
 
     const Totals& totals() const { return mTotals; }
     size_t outstanding() const { return mOut.size(); }

@@ -11,7 +11,7 @@ void ReturnQueue::onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint
     const qoz::host::TraceSlice slice("onBufferDone");
     if (port == kSourcePort || valid != 0) mTrace.returned(port == kSourcePort, slot, timestamp);
     const std::lock_guard lock(mLock);
-    if (mLedger.giveBack(port, slot) != Ledger::Verdict::Good) return;
+    if (!mLedger.giveBack(port, slot)) return;
     mDone.push_back({port, slot, valid != 0, timestamp, now});
     mReturned.notify_one();
     traceOutstanding(port);

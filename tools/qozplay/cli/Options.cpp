@@ -93,7 +93,7 @@ void addInput(CLI::App& app, Options& options) {
     addParsed(
         app, "--rate", "N[/D]", [&](const auto& text) { options.rate = parseRate(text); },
         "frames a second of raw input and of the scene (30)");
-    addChecked(app, "--frames", "N", CLI::Range(uint64_t{1}, kMaxFrames), &options.frames,
+    addChecked(app, "--frames", "N", CLI::Range(uint64_t{1}, kMaxFrames), &options.plan.frames,
                "stop after N source frames");
     addParsed(
         app, "--scene-size", "WxH", [&](const auto& text) { options.sceneSize = parseSize(text); },
@@ -102,20 +102,21 @@ void addInput(CLI::App& app, Options& options) {
 }
 
 void addProcessing(CLI::App& app, Options& options) {
-    CLI::Option* interp = addChecked(app, "--interp", "0..3", CLI::Range(0, 3), &options.interp,
-                                     "interpolated frames for each source frame (1)");
+    CLI::Option* interp =
+        addChecked(app, "--interp", "0..3", CLI::Range(0, 3), &options.plan.interp,
+                   "interpolated frames for each source frame (1)");
     CLI::Option* upscale = addParsed(
         app, "--upscale", "1|1.5|2",
-        [&](const auto& text) { options.upscaleIndex = parseUpscale(text); },
+        [&](const auto& text) { options.plan.upscaleIndex = parseUpscale(text); },
         "output size against the source (1)");
-    app.add_flag("--ais-only", options.aisOnly, "double the size, interpolate no frames")
+    app.add_flag("--ais-only", options.plan.aisOnly, "double the size, interpolate no frames")
         ->excludes(interp)
         ->excludes(upscale);
     addChecked(app, "--mv", "on|off", CLI::IsMember({"on", "off"}), &options.motionVectors,
                "motion vectors for the interpolation (on)");
     addParsed(
         app, "--at", "N:CHANGE",
-        [&](const auto& text) { options.changes.push_back(parseChange(text)); },
+        [&](const auto& text) { options.plan.changes.push_back(parseChange(text)); },
         "change at source frame N: N:interp=K, N:upscale=R,\nN:size=WxH, N:flush");
 }
 
@@ -154,7 +155,7 @@ void addHost(CLI::App& app, Options& options) {
 }
 
 void addChecks(CLI::App& app, Options& options) {
-    app.add_flag("--verify", options.verify,
+    app.add_flag("--verify", options.plan.verify,
                  "check every frame and buffer; stop at the first that is\nwrong, and fail");
     CLI::Option* truth = addChecked(
         app, "--truth", "2..4", CLI::Range(2, 4), &options.truth,
@@ -180,15 +181,15 @@ void check(const Options& options) {
     if (std::min(options.sceneSize.width, options.sceneSize.height) < Scene::kMinSide) {
         throw BadInput(format("--scene-size: no side may be below %u", Scene::kMinSide));
     }
-    for (const Change& change : options.changes) {
-        if ((change.interp || change.upscale) && options.aisOnly)
+    for (const Change& change : options.plan.changes) {
+        if ((change.interp || change.upscale) && options.plan.aisOnly)
             throw BadInput("--ais-only goes with neither interp nor upscale");
         if (change.size && isThin(*change.size) && options.motionVectors) {
             throw BadInput(format("--at %llu:", big(change.frame)) + change.text +
                            ": with motion vectors no side is below 2; --mv off takes it");
         }
     }
-    if (!options.vectors.empty() && (!options.motionVectors || options.interp == 0)) {
+    if (!options.vectors.empty() && (!options.motionVectors || options.plan.interp == 0)) {
         throw BadInput("--vectors needs motion vectors and an --interp of 1 or more");
     }
     std::error_code error;
@@ -227,11 +228,11 @@ Options parseOptions(int argc, const char* const argv[], std::string* answer) {
     } catch (const CLI::ParseError& error) {
         throw BadInput(error.what());
     }
-    if (options.aisOnly) options.interp = 0;
+    if (options.plan.aisOnly) options.plan.interp = 0;
     if (options.truth) {
-        options.interp = *options.truth - 1;
-        if (options.frames)
-            options.frames = (*options.frames + *options.truth - 1) / *options.truth;
+        options.plan.interp = *options.truth - 1;
+        if (options.plan.frames)
+            options.plan.frames = (*options.plan.frames + *options.truth - 1) / *options.truth;
     }
     check(options);
     return options;

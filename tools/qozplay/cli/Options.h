@@ -25,21 +25,16 @@ struct Options {
     std::string input;               // empty: the built-in scene
     std::optional<Size> rawSize;     // given: the input is raw RGBA
     std::optional<AVRational> rate;  // of raw input and of the scene
-    std::optional<uint64_t> frames;
     Size sceneSize{1280, 720};
 
-    uint32_t interp = 1;
-    uint32_t upscaleIndex = 0;
-    bool aisOnly = false;
+    SessionPlan plan;  // but for what differs between sessions
     bool motionVectors = true;
-    std::vector<Change> changes;
 
     std::string output;
     std::string sheet;
     std::optional<uint64_t> sheetAt;
     std::string trace;
     std::string vectors;
-    bool verify = false;
     std::optional<uint32_t> truth;  // given: one frame of so many goes in, the others are held out
     std::vector<Limit> budget;
     std::string stats;

@@ -177,12 +177,14 @@ bool MediaReader::decode() {
         const int got = avcodec_receive_frame(mDecoder.get(), mFrame.get());
         if (got == 0) return true;
         if (got == AVERROR_EOF) return false;
-        if (got != AVERROR(EAGAIN)) {
-            throw BadInput(format("%s: frame %llu is damaged: %s", mName.c_str(), big(mFrames),
-                                  avText(got).c_str()));
-        }
+        if (got != AVERROR(EAGAIN)) damaged(got);
         feed();
     }
+}
+
+void MediaReader::damaged(int error) const {
+    throw BadInput(format("%s: frame %llu is damaged: %s", mName.c_str(), big(mFrames),
+                          avText(error).c_str()));
 }
 
 // The next packet of the video into the decoder; at the end of the clip the word that it was the
@@ -198,7 +200,6 @@ void MediaReader::feed() {
             } else {
                 checkWhole();
             }
-            mDraining = true;
             avcodec_send_packet(mDecoder.get(), nullptr);
             return;
         }
@@ -209,8 +210,7 @@ void MediaReader::feed() {
         mWholeUpTo = std::max(mWholeUpTo, packet->pos + packet->size);
         const int sent = avcodec_send_packet(mDecoder.get(), packet.get());
         if (sent == 0) return;
-        throw BadInput(format("%s: frame %llu is damaged: %s", mName.c_str(), big(mFrames),
-                              avText(sent).c_str()));
+        damaged(sent);
     }
 }
 
@@ -233,16 +233,14 @@ void MediaReader::take(AvPtr<AVPacket> packet) {
 
 // Frames without a time, or with one that does not rise, follow at the clip's rate.
 void MediaReader::advanceTime() {
-    const int64_t step = timestampOf(mInfo.rate, 1);
-    int64_t time = mTime < 0 ? 0 : mTime + step;
+    int64_t own = -1;
     if (mFrame->best_effort_timestamp != AV_NOPTS_VALUE) {
-        const int64_t start = av_rescale_q(mStart, kMicroseconds, kNanoseconds);
-        const int64_t own =
-            av_rescale_q(mFrame->best_effort_timestamp, stream().time_base, kNanoseconds) - start;
-        if (own >= 0 && own / 1000 > mTime / 1000) time = own;
-        if (own >= 0 && mTime < 0) time = own;
+        own = av_rescale_q(mFrame->best_effort_timestamp, stream().time_base, kNanoseconds) -
+              av_rescale_q(mStart, kMicroseconds, kNanoseconds);
     }
-    mTime = time;
+    const bool first = mTime < 0;
+    const int64_t next = first ? 0 : mTime + timestampOf(mInfo.rate, 1);
+    mTime = own >= 0 && (first || own / 1000 > mTime / 1000) ? own : next;
 }
 
 AVColorSpace MediaReader::matrixOf(const AVFrame& frame) const {

@@ -32,6 +32,7 @@ class MediaReader final : public FrameSource {
     void refuseRotation() const;
     bool decode();
     void feed();
+    [[noreturn]] void damaged(int error) const;
     void checkWhole();
     void take(AvPtr<AVPacket> packet);
     AVColorSpace matrixOf(const AVFrame& frame) const;
@@ -58,8 +59,7 @@ class MediaReader final : public FrameSource {
     int64_t mTime = -1;      // of the last frame, nanoseconds from there
     uint64_t mFrames = 0;    // given
     int64_t mWholeUpTo = 0;  // bytes of the file that were in packets
-    bool mDraining = false;
-    std::string mDamage;  // to be reported once the frames before it are out
+    std::string mDamage;     // to be reported once the frames before it are out
 };
 
 }  // namespace qozplay

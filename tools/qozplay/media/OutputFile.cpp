@@ -38,13 +38,12 @@ std::string temporaryName(const fs::path& path) {
 
 OutputFile::OutputFile(const std::string& path)
     : mPath(path), mName(path == "-" ? "standard output" : path) {
-    struct stat link {};
     struct stat info {};
-    const bool there = path != "-" && lstat(path.c_str(), &link) == 0;
-    const bool leads = there && S_ISLNK(link.st_mode);
-    if (there && stat(path.c_str(), &info) != 0 && !leads) throw BadInput(cannotWrite(mName));
+    std::error_code none;
+    const bool there = path != "-" && stat(path.c_str(), &info) == 0;
+    const bool leads = path != "-" && fs::is_symlink(path, none);
     if (there && S_ISDIR(info.st_mode)) throw BadInput(cannotWrite(mName, "it is a directory"));
-    mDirect = path == "-" || (there && info.st_mode != 0 && !S_ISREG(info.st_mode));
+    mDirect = path == "-" || (there && !S_ISREG(info.st_mode));
     if (leads && !mDirect) {
         throw BadInput(cannotWrite(mName, "it is a link; name the file that it leads to"));
     }

@@ -98,7 +98,7 @@ void Verifier::interpolatedCame(uint64_t timestamp, const PictureSummary& pictur
 }
 
 void Verifier::sourceCame(const PictureSummary& picture) {
-    const Source next = std::move(mDue.front());
+    Source next = std::move(mDue.front());
     mDue.pop_front();
     if (mBetween.size() != next.interpolated) {
         return violate(format("%zu of %u interpolated frames came out before source frame %llu",
@@ -108,12 +108,14 @@ void Verifier::sourceCame(const PictureSummary& picture) {
     if (!next.why.empty()) {
         ++mEmpty[next.why];
     } else if (mPrevious) {
-        checkInterpolated(picture);
+        for (const PictureSummary& between : mBetween)
+            checkInterpolated(between, picture);
         ++mIntervals;
     }
     ++mSources;
     mBetween.clear();
-    mPrevious = SourceSeen{next.frame, next.timestamp, picture};
+    next.picture = picture;
+    mPrevious = std::move(next);
 }
 
 void Verifier::checkSource(const Source& sent, const PictureSummary& picture) {
@@ -128,33 +130,24 @@ void Verifier::checkSource(const Source& sent, const PictureSummary& picture) {
     }
 }
 
-void Verifier::checkInterpolated(const PictureSummary& picture) {
-    for (const PictureSummary& between : mBetween) {
-        checkPlanes(between, picture);
-        const double least = std::min(mPrevious->picture.spread(), picture.spread());
-        if (between.spread() >= kLeastSpread * least - 1) continue;
-        violate(
-            format("a frame interpolated after source frame %llu shows next to nothing: its "
-                   "luma spreads by %.1f, its neighbours' by %.1f and %.1f",
-                   big(mPrevious->frame), between.spread(), mPrevious->picture.spread(),
-                   picture.spread()));
-    }
-}
-
-void Verifier::checkPlanes(const PictureSummary& between, const PictureSummary& after) {
-    const PictureSummary::Yuv mean = between.mean();
-    for (size_t i = 0; i < mean.size(); ++i) {
-        const double first = mPrevious->picture.mean()[i];
-        const double second = after.mean()[i];
-        const auto [low, high] = std::minmax(first, second);
-        const double drift = std::max({low - mean[i], mean[i] - high, 0.0});
+// Between the source frame that came last and this one.
+void Verifier::checkInterpolated(const PictureSummary& between, const PictureSummary& after) {
+    const PictureSummary& before = *mPrevious->picture;
+    const std::string which =
+        format("a frame interpolated after source frame %llu ", big(mPrevious->frame));
+    for (size_t i = 0; i < kPlanes.size(); ++i) {
+        const double mean = between.mean()[i];
+        const auto [low, high] = std::minmax({before.mean()[i], after.mean()[i]});
+        const double drift = std::max({low - mean, mean - high, 0.0});
         mDriftSeen = std::max(mDriftSeen, drift);
         if (drift <= kDrift) continue;
-        violate(
-            format("a frame interpolated after source frame %llu has a mean %s of %.1f, its "
-                   "neighbours %.1f and %.1f",
-                   big(mPrevious->frame), kPlanes[i], mean[i], first, second));
+        violate(which + format("has a mean %s of %.1f, its neighbours %.1f and %.1f", kPlanes[i],
+                               mean, before.mean()[i], after.mean()[i]));
     }
+    if (between.spread() >= kLeastSpread * std::min(before.spread(), after.spread()) - 1) return;
+    violate(which + format("shows next to nothing: its luma spreads by %.1f, its neighbours' by "
+                           "%.1f and %.1f",
+                           between.spread(), before.spread(), after.spread()));
 }
 
 void Verifier::close(const Ledger& ledger) {

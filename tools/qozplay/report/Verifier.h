@@ -59,16 +59,11 @@ class Verifier final : public FrameSink {
   private:
     struct Source {
         uint64_t frame;
-        uint64_t timestamp;     // microseconds
-        uint32_t interpolated;  // frames due before it
-        std::string why;        // none are due; empty: no reason
-        std::optional<PictureSummary> picture;
+        uint64_t timestamp;                     // microseconds
+        uint32_t interpolated;                  // frames due before it
+        std::string why;                        // none are due; empty: no reason
+        std::optional<PictureSummary> picture;  // none: it is not looked at
         bool mayStayAway = false;
-    };
-    struct SourceSeen {
-        uint64_t frame;
-        uint64_t timestamp;
-        PictureSummary picture;
     };
 
     void violate(std::string sentence);
@@ -76,11 +71,10 @@ class Verifier final : public FrameSink {
     void interpolatedCame(uint64_t timestamp, const PictureSummary& picture);
     void sourceCame(const PictureSummary& picture);
     void checkSource(const Source& sent, const PictureSummary& picture);
-    void checkInterpolated(const PictureSummary& picture);
-    void checkPlanes(const PictureSummary& between, const PictureSummary& after);
+    void checkInterpolated(const PictureSummary& between, const PictureSummary& after);
 
     std::deque<Source> mDue;
-    std::optional<SourceSeen> mPrevious;   // the source frame that came last
+    std::optional<Source> mPrevious;       // the source frame that came last, as it came
     std::optional<uint64_t> mLast;         // of all frames that came
     std::vector<PictureSummary> mBetween;  // the frames interpolated since then
     std::string mWhy;                      // the next interval is empty; empty: it is not
@@ -95,7 +89,7 @@ class Verifier final : public FrameSink {
     std::map<std::string, uint64_t> mEmpty;  // intervals without frames, by reason
     double mDriftSeen = 0;
     double mSourceDriftSeen = 0;
-    uint64_t mBuffers = 0;
+    uint64_t mBuffers = 0;  // that came back
 };
 
 }  // namespace qozplay

@@ -108,11 +108,12 @@ Image drawVectors(const std::filesystem::path& folder, uint64_t frame) {
 Outputs::Outputs(const Options& options, FrameSource& source, const StopRequest& stop)
     : mOptions(options), mInfo(source.info()), mMiddle(options.sheetAt) {
     refuseCollisions(options);
-    if (!mMiddle && (mInfo.length || options.frames))
+    if (!mMiddle && (mInfo.length || options.plan.frames))
         mMiddle =
-            std::min(options.frames.value_or(UINT64_MAX), mInfo.length.value_or(UINT64_MAX)) / 2;
+            std::min(options.plan.frames.value_or(UINT64_MAX), mInfo.length.value_or(UINT64_MAX)) /
+            2;
     const AVRational given = mInfo.rate;
-    mInfo.rate.num *= static_cast<int>(options.interp + 1);
+    mInfo.rate.num *= static_cast<int>(options.plan.interp + 1);
     if (!options.output.empty())
         mClip = std::make_unique<MediaWriter>(options.output, mInfo, source.audio(), stop);
     mSheetFile = opened(options.sheet);
@@ -176,8 +177,9 @@ std::string Outputs::clipText() const {
     std::string text = format("%s, %llu frames, %s fps", mOptions.output.c_str(),
                               big(mClip->frames()), toText(mInfo.rate).c_str());
     const bool paced = std::ranges::none_of(
-        mOptions.changes, [](const Change& change) { return change.interp.has_value(); });
-    if (!paced && !mClip->keepsTimes()) text += format(", timed for interp %u", mOptions.interp);
+        mOptions.plan.changes, [](const Change& change) { return change.interp.has_value(); });
+    if (!paced && !mClip->keepsTimes())
+        text += format(", timed for interp %u", mOptions.plan.interp);
     if (mClip->scaled() != 0) {
         text += format(", %llu of them scaled to the size of the first", big(mClip->scaled()));
     }

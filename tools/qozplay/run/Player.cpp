@@ -26,16 +26,17 @@ std::unique_ptr<FrameSource> openSource(const Options& options, const StopReques
     if (!options.input.empty()) {
         return std::make_unique<MediaReader>(options.input, options.rawSize, rate, stop);
     }
-    return std::make_unique<Scene>(options.sceneSize, rate,
-                                   options.frames ? *options.frames * step : kSceneFrames);
+    return std::make_unique<Scene>(
+        options.sceneSize, rate, options.plan.frames ? *options.plan.frames * step : kSceneFrames);
 }
 
 std::string settingsText(const Options& options) {
-    std::string text = options.aisOnly
-                           ? std::string("upscale 2x alone")
-                           : format("interp %u, upscale %sx, motion vectors %s", options.interp,
-                                    kUpscaleRatios.at(options.upscaleIndex).data(),
-                                    options.motionVectors ? "on" : "off");
+    std::string text =
+        options.plan.aisOnly
+            ? std::string("upscale 2x alone")
+            : format("interp %u, upscale %sx, motion vectors %s", options.plan.interp,
+                     kUpscaleRatios.at(options.plan.upscaleIndex).data(),
+                     options.motionVectors ? "on" : "off");
     if (options.sessions > 1) text += format(", %u sessions", options.sessions);
     if (options.truth) text += format(", one frame of %u given", *options.truth);
     return text;
@@ -46,17 +47,6 @@ std::string inputText(const Options& options, const FrameSource& source) {
                              : options.input == "-" ? "standard input"
                                                     : options.input;
     return name + " " + toText(source.info().size) + ", " + toText(source.info().rate) + " fps";
-}
-
-SessionPlan planOf(const Options& options, uint32_t session) {
-    return {format("qozplay%u", session),
-            options.interp,
-            options.upscaleIndex,
-            options.aisOnly,
-            options.frames,
-            options.changes,
-            options.verify,
-            options.log.wantsDiagnostics()};
 }
 
 // One run: opens what it reads and writes, runs the sessions on threads of their own, and says how
@@ -126,13 +116,17 @@ Player::Sessions Player::makeSessions(Simulator& simulator) {
         if (i == 0) {
             sinks = mOutputs->sinks();
             if (mReference != nullptr) sinks.push_back(mReference);
-            const auto length = mOptions.frames ? mOptions.frames : mSources[0]->info().length;
+            const auto length =
+                mOptions.plan.frames ? mOptions.plan.frames : mSources[0]->info().length;
             around.progress = [this, length](uint64_t in, uint64_t out, size_t outstanding) {
                 mConsole.progress({in, out, outstanding, length});
             };
         }
+        SessionPlan plan = mOptions.plan;
+        plan.name = format("qozplay%u", i);
+        plan.diagnostics = mOptions.log.wantsDiagnostics();
         try {
-            sessions.push_back(std::make_unique<Session>(planOf(mOptions, i), *mSources[i],
+            sessions.push_back(std::make_unique<Session>(std::move(plan), *mSources[i],
                                                          std::move(sinks), std::move(around)));
         } catch (const std::logic_error&) {  // the component's numeric properties
             throw BadInput(

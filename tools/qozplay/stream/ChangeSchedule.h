@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Changes while frames flow, as --at names them. Owned by a session, and used on its thread.
+// What a session does, and the changes while frames flow, as --at names them. Owned by a session,
+// and used on its thread.
 #pragma once
 
 #include <array>
@@ -29,6 +30,18 @@ constexpr std::array<std::string_view, 3> kUpscaleRatios{"1", "1.5", "2"};
 // "120:flush".
 uint32_t parseUpscale(const std::string& text);
 Change parseChange(const std::string& text);
+
+// What a session does, of all that the options say.
+struct SessionPlan {
+    std::string name;
+    uint32_t interp = 1;
+    uint32_t upscaleIndex = 0;
+    bool aisOnly = false;
+    std::optional<uint64_t> frames;  // none: as many as there are
+    std::vector<Change> changes;
+    bool verify = false;
+    bool diagnostics = false;  // of the component
+};
 
 // Takes out of the changes what is due with `frame`, in the order of the frames.
 std::vector<Change> takeDue(std::vector<Change>& changes, uint64_t frame);

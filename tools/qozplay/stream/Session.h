@@ -16,18 +16,6 @@
 
 namespace qozplay {
 
-// What a session does, of all that the options say.
-struct SessionPlan {
-    std::string name;
-    uint32_t interp = 1;
-    uint32_t upscaleIndex = 0;
-    bool aisOnly = false;
-    std::optional<uint64_t> frames;  // none: as many as there are
-    std::vector<Change> changes;
-    bool verify = false;
-    bool diagnostics = false;
-};
-
 // What it shares with the other sessions of the run.
 struct SessionSurroundings {
     WarmUp& warmUp;
