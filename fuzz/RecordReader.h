@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Records of any shape, as a process that is not trusted may send them, out of a fuzzer's bytes.
+// Makes records from the bytes of a fuzzer, with any content that an untrusted process may send.
 #pragma once
 
 #include <fcntl.h>
@@ -29,7 +29,7 @@ constexpr uint32_t bytesOf(uint32_t width, uint32_t height) {
     return static_cast<uint32_t>(nv12Layout(width, height).size);
 }
 
-// One shape of ports, so that lengths that fit it can be found.
+// The sizes of the ports are fixed, so that the fuzzer can find lengths that fit them.
 constexpr vppservice::PortSizes kSizes{{48, 33}, {96, 66}};
 constexpr uint32_t kVectors = fieldWidth(kSizes.input.width) * fieldHeight(kSizes.input.height);
 constexpr uint32_t kFieldBytes = kVectors * sizeof(MotionVector);
@@ -40,7 +40,8 @@ inline void require(bool holds) {
     if (!holds) abort();
 }
 
-// Owned by one run of a fuzz target.
+// Consumes the bytes of one input. Every function consumes a few bytes and returns a value made
+// from them.
 class RecordReader {
   public:
     RecordReader(const uint8_t* data, size_t size) : mData(data, size) {}
@@ -50,12 +51,13 @@ class RecordReader {
         return mData.ConsumeIntegral<Number>();
     }
     bool flag() { return mData.ConsumeBool(); }
-    // Mostly as few as are allowed, now and then more.
+    // Returns a number of list entries: usually 0 to 2, and sometimes one more than the limit
+    // `most`.
     size_t count(size_t most) {
         const bool beyond = number<uint8_t>() == 0xFF;
         return beyond ? most + 1 : mData.ConsumeIntegralInRange<size_t>(0, 2);
     }
-    // Most often one that fits.
+    // Returns a length that usually fits a buffer of the ports.
     uint32_t length() {
         const uint32_t any = number<uint32_t>();
         return any > 0xFF ? any : kLengths[any % std::size(kLengths)] + any / 64;
@@ -112,7 +114,8 @@ class RecordReader {
     bool more() { return mData.remaining_bytes() > 0; }
 
   private:
-    // Memory, mostly sealed, a descriptor of something else, or none.
+    // Returns a descriptor of memory, which is usually sealed, a descriptor of another file, or
+    // none.
     sdbus::UnixFd descriptor() {
         const uint8_t what = number<uint8_t>();
         if (what == 0) return {};

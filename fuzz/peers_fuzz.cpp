@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The service's objects on a bus, and a client's callback object, against peers that call any of
-// their operations, in any order, with any record: nothing ends the process, and no stranger is
-// served.
+// Fuzzes the objects of the service and the callback object of a client through a bus. Peers call
+// any operation in any order with any record. The process must survive and every thread that a call
+// starts must end.
 #include <aidl/vendor/vuq/hardware/vpp/BnVppCallbacks.h>
 #include <android/binder_process.h>
 #include <host/control.h>
@@ -23,7 +23,7 @@ using vpp::VppError;
 using vppd::Bus;
 using vppd::BusPort;
 
-// Takes everything.
+// A client that accepts every callback.
 class Client final : public vpp::BnVppCallbacks {
     using Status = ndk::ScopedAStatus;
     Status eventDrainDone(VppError*) override { return Status::ok(); }
@@ -34,9 +34,10 @@ class Client final : public vpp::BnVppCallbacks {
     Status outputBufferDone(const vpp::VppBuffer&, VppError*) override { return Status::ok(); }
 };
 
-// The bus, the service on it, and two connections: a client and a stranger. For the whole run.
-struct World {
-    World() {
+// The bus with the service and two more connections: a client, and a stranger, whose calls the
+// objects refuse. Exists for the whole run.
+struct Peers {
+    Peers() {
         ABinderProcess_startThreadPool();
         qoz::host::setLogSink([](const LogLine&) {});
         for (const auto& connection : {server, client, stranger})
@@ -52,8 +53,8 @@ struct World {
     vppd::ServiceObject object{server, service.service()};
 };
 
-World& world() {
-    static auto* instance = new World;
+Peers& peers() {
+    static auto* instance = new Peers;
     return *instance;
 }
 
@@ -64,8 +65,8 @@ size_t countThreads() {
     return static_cast<size_t>(std::distance(begin(tasks), end(tasks)));
 }
 
-// What an input began ends before the next one, so that a finding belongs to one input. A thread
-// that stays is a finding too.
+// Waits until the work that an input has started is done, so that a failure belongs to one input. A
+// thread that does not end is also a failure.
 void awaitThreads(size_t before) {
     const auto end = std::chrono::steady_clock::now() + kPatience;
     while (countThreads() > before) {
@@ -81,14 +82,15 @@ Value ask(Bus& from, const char* method, const Args&... args) {
                                    vppd::kServiceInterface, method, args...);
 }
 
-// One object that calls go to.
+// An object on the bus to which calls are sent, without waiting for answers.
 class Target {
   public:
     Target(Bus& from, const std::string& destination, const std::string& path,
            const char* interface)
         : mProxy(sdbus::createProxy(from.connection(), destination, path)), mInterface(interface) {}
 
-    // What the bus does not carry, such as a descriptor that is none, is not sent.
+    // Sends a call. A call that the bus library cannot send, for example because a descriptor is
+    // not valid, is left out.
     template <typename... Args>
     void cast(const char* method, const Args&... args) {
         try {
@@ -113,7 +115,7 @@ BusPort anyPort(RecordReader& in) {
             in.number<int8_t>()};
 }
 
-// A record that a session of the ports above takes.
+// Returns a record that a session with the ports above accepts.
 BusBuffer goodBuffer(RecordReader& in, bool isOutput) {
     const uint32_t bytes = isOutput ? bytesOf(96, 66) : bytesOf(48, 33);
     const int fd = memfd_create("record", MFD_CLOEXEC | MFD_ALLOW_SEALING);
@@ -139,6 +141,7 @@ BusBuffer goodBuffer(RecordReader& in, bool isOutput) {
             in.number<int64_t>()};
 }
 
+// Makes one call to a session. `name` is the unique name of the caller.
 void callSession(RecordReader& in, Target& session, const std::string& name) {
     const int32_t port = in.number<uint8_t>() % 8 == 0 ? in.number<int32_t>() : in.flag();
     switch (in.number<uint8_t>() % 16) {
@@ -173,9 +176,9 @@ void callSession(RecordReader& in, Target& session, const std::string& name) {
     }
 }
 
-// Two sessions of the client; now and then the stranger calls.
+// Calls two sessions of the client. Some of the calls come from the stranger.
 void callService(RecordReader& in) {
-    World& w = world();
+    Peers& w = peers();
     std::vector<std::string> paths;
     paths.reserve(2);
     for (int i = 0; i < 2; ++i)
@@ -190,9 +193,9 @@ void callService(RecordReader& in) {
     ask<int32_t>(*w.client, "GetSessionCount");
 }
 
-// The server's connection is the one that may call back.
+// Calls a callback object of the client. Only the connection of the server may call it.
 void callBack(RecordReader& in) {
-    World& w = world();
+    Peers& w = peers();
     vppd::CallbackReceiver receiver(w.client, w.server->name(), ndk::SharedRefBase::make<Client>());
     for (int steps = 0; steps < 32 && in.more(); ++steps) {
         Bus& from = in.number<uint8_t>() % 4 == 0 ? *w.stranger : *w.server;
@@ -224,7 +227,7 @@ void callBack(RecordReader& in) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     RecordReader in(data, size);
-    world();
+    peers();  // its threads are not counted
     const size_t threads = countThreads();
     if (in.number<uint8_t>() % 4 == 0) {
         callBack(in);

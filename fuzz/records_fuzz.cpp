@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// What comes over the bus from a process that is not trusted: records of any shape are refused or
-// become ours whole, and one that the service takes in lies in memory that is there.
+// Fuzzes the conversion of records from the bus. Every record must be refused or converted without
+// loss, and if the service imports a buffer, all of its pixels and vectors must be in mapped
+// memory.
 #include <sys/stat.h>
 
 #include <tuple>
@@ -24,7 +25,8 @@ auto memoryOf(const std::vector<sdbus::UnixFd>& fds) {
     return all;
 }
 
-// All that a record says, descriptors by what they stand for.
+// The functions called contentOf() return everything in a part of a record for comparison.
+// Descriptors are compared by the memory that they refer to.
 auto contentOf(const BusHandle& h) {
     return std::tuple(memoryOf(h.get<0>()), h.get<1>());
 }
@@ -41,7 +43,8 @@ auto contentOf(const BusBuffer& b) {
                       b.get<11>(), b.get<12>(), b.get<13>(), b.get<14>());
 }
 
-// Touches both ends of both planes; a picture that is not all there ends the run.
+// Reads the first and the last pixel of the planes. If they are not in mapped memory, the run ends
+// with a crash.
 template <typename Planes>
 void touch(const Planes& planes) {
     if (planes.luma == nullptr) return;
@@ -54,6 +57,7 @@ void touch(const Planes& planes) {
     (void)seen;
 }
 
+// Imports a buffer as the service does and reads the memory of the buffers in it.
 void serve(RecordReader& in, const vpp::VppBuffer& buffer) {
     vppservice::BufferImporter receiver;
     vppservice::ImportedBuffer received;

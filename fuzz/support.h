@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Input of a fuzz target as a file.
+// Provides the input of a fuzz target as a file.
 #pragma once
 
 #include <sys/mman.h>
@@ -10,7 +10,7 @@
 
 namespace qoz::fuzz {
 
-// A file that holds just these bytes and ends with the object.
+// A file in memory with the given content, which exists as long as the object.
 class MemoryFile {
   public:
     MemoryFile(const uint8_t* data, size_t size) : mFd(memfd_create("fuzz", MFD_CLOEXEC)) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Texts from outside: properties files, faults, changes of a running stream.
+// Fuzzes the parsers of texts: property files, faults, and changes of a running stream.
 #include <host/control.h>
 #include <qoz/VppComponent.h>
 #include <qozplay/media/Types.h>
@@ -19,7 +19,7 @@ void parseChange(const std::string& text) {
     }
 }
 
-// What is read can be written, and reads the same again.
+// The text of a parsed fault must parse to the same fault.
 void parseFault(const std::string& text) {
     std::string error;
     const auto fault = qoz::host::parseFault(text, &error);
@@ -29,7 +29,7 @@ void parseFault(const std::string& text) {
     if (!again || qoz::host::toText(*again) != written) abort();
 }
 
-// A component reads the numeric properties, or cannot be constructed.
+// Constructs a component, which reads numeric properties. It may throw if a value is not a number.
 void construct() {
     qoz::host::setLogSink([](const qoz::host::LogLine&) {});
     try {

@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-// Threads that cannot be had, in the program that links fail_thread.cpp.
+// Makes the creation of threads fail, in a program that contains fail_thread.cpp.
 #pragma once
 
 namespace qoz::test {
 
-// Of the threads made from now on, the one of this number fails, or all from that one on; 0: none.
+// Makes the creation of the `number`th thread from now on fail, and unless `once` is set also that
+// of all later threads. 0 means that none fails.
 void failThreads(int number, bool once = true);
 
-// Whether one has failed since then.
+// Returns whether the creation of a thread has failed since the last failThreads().
 bool hasThreadFailed();
 
 }  // namespace qoz::test

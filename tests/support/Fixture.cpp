@@ -9,7 +9,7 @@
 namespace qoz::test {
 namespace {
 
-// What must be even in the end.
+// Returns the resource counters that must not be higher after a test than before.
 std::map<std::string, uint64_t> living() {
     const host::Counters now = host::counters();
     return {{"graphic buffers", now.graphicBuffersLive},
@@ -19,7 +19,8 @@ std::map<std::string, uint64_t> living() {
             {"descriptors", host::openDescriptors()}};
 }
 
-// A thread that the previous test has ended may still have been counted when this one began.
+// The counts may have fallen: a thread that the previous test has joined may still have been
+// counted at the beginning of this one.
 bool isNoMore(const std::map<std::string, uint64_t>& now,
               const std::map<std::string, uint64_t>& before) {
     return std::ranges::all_of(now, [&](const auto& e) { return e.second <= before.at(e.first); });
@@ -47,9 +48,10 @@ void ResourceTest::SetUp() {
 void ResourceTest::TearDown() {
     host::clearFaults();
     {
-        // Who still waits for a service that never came waits no longer.
-        std::optional<ScriptedService> come;
-        if (countThreads() > mBefore["threads"]) come.emplace(nullptr);
+        // A thread may still wait for a service that the test never registered. Registering one
+        // ends the wait.
+        std::optional<ScriptedService> awaited;
+        if (countThreads() > mBefore["threads"]) awaited.emplace(nullptr);
         eventually([this] { return countThreads() <= mBefore["threads"]; });
     }
     eventually([this] { return isNoMore(living(), mBefore); });

@@ -15,8 +15,9 @@ using android::unsignedOf;
 
 namespace {
 
-// Set on a session's own thread when the session ended there, with the component that an event's
-// callback object had kept.
+// Set on a session's own thread if the session is destroyed there. That happens if the thread
+// releases the last reference to a callback object, and thereby destroys the component and the
+// session.
 thread_local bool tSessionGone = false;
 
 Queued describe(vpp::VppPort port, const vpp::VppBuffer& buffer) {
@@ -76,7 +77,8 @@ ndk::ScopedAStatus ScriptedVpp::note(const std::string& call, Error* result,
 }
 
 void ScriptedVpp::die() {
-    std::shared_ptr<vpp::IVppCallbacks> dropped;  // its end may reach back here: not under the lock
+    // Destroyed without the lock, because this may destroy the component, which calls the session.
+    std::shared_ptr<vpp::IVppCallbacks> dropped;
     {
         const std::lock_guard lock(mLock);
         mDead = true;
@@ -147,7 +149,8 @@ ndk::ScopedAStatus ScriptedVpp::reconfigure(const PortParam& input, const PortPa
 }
 
 ndk::ScopedAStatus ScriptedVpp::terminateSession() {
-    std::shared_ptr<vpp::IVppCallbacks> dropped;  // its end may reach back here: not under the lock
+    // Destroyed without the lock, because this may destroy the component, which calls the session.
+    std::shared_ptr<vpp::IVppCallbacks> dropped;
     return note("terminateSession", nullptr, [&] { dropped = std::move(mCallbacks); });
 }
 

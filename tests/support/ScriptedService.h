@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A VPP service whose answers a test scripts and which records what it is sent.
+// A VPP service that gives the answers in a test's script and records the calls that it receives.
 #pragma once
 
 #include <host/vppservice/SingleSessionService.h>

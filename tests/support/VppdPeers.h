@@ -14,7 +14,7 @@ namespace qoz::test {
 #ifdef NDEBUG
 constexpr bool kSlow = kSanitized;
 #else
-constexpr bool kSlow = true;  // frames of this size take an unoptimised build minutes
+constexpr bool kSlow = true;  // an unoptimised build takes minutes for frames of the usual size
 #endif
 constexpr uint32_t kW = kSlow ? 320 : 1280;
 constexpr uint32_t kH = kSlow ? 180 : 720;
@@ -22,10 +22,11 @@ constexpr Size kSize{static_cast<int>(kW), static_cast<int>(kH)};
 constexpr int64_t kFrameNs = 33333000;
 constexpr ConfigParams kDouble{1, 0, 1, 0};
 
+// A fixture with a service process on a private bus.
 class VppdPeers : public ResourceTest {
   protected:
-    // A service whose setCtrlVppMode is slow from the second call on: the healthy client,
-    // which is there first, makes one.
+    // Every call of setCtrlVppMode but the first is slow. The first call is that of the healthy
+    // client, which starts before the hostile peers.
     const host::PrivateBus bus{{"--fault", "setCtrlVppMode=late:700@2+"}};
     host::RemoteVppService service{bus.address()};
 };

@@ -29,7 +29,7 @@ void say(const char* text) {
     (void)!write(STDERR_FILENO, text, strlen(text));
 }
 
-// Everything from here on runs in signal handlers: system calls and no memory of the heap's.
+// The functions up to endHang() run in signal handlers, so they must not use the heap.
 void showStack(int) {
     std::array<void*, 48> frames{};
     say("\n-- thread\n");
@@ -38,7 +38,8 @@ void showStack(int) {
     ++gShown;
 }
 
-// Waits until the thread has printed; one that blocks signals is passed over.
+// Makes a thread print its stack and waits until it has. Gives up after half a second, because the
+// thread may block signals.
 void showThread(int tid) {
     const int before = gShown;
     if (syscall(SYS_tgkill, getpid(), tid, kShowStack) != 0) return;
@@ -54,7 +55,7 @@ int threadNumber(const char* text) {
     return number;
 }
 
-// As the kernel lays out what SYS_getdents64 gives: inode, offset, length, type, name.
+// The offsets of members in an entry from SYS_getdents64: inode, offset, length, type, name.
 constexpr size_t kLengthAt = 16;
 constexpr size_t kNameAt = 19;
 
@@ -85,7 +86,7 @@ void handle(int signal, void (*handler)(int)) {
 
 Watchdog::Watchdog() {
     void* loaded = nullptr;
-    backtrace(&loaded, 1);  // the first call may allocate, which a handler must not
+    backtrace(&loaded, 1);  // the first call may allocate, so it must not be in a handler
     handle(kShowStack, showStack);
     handle(SIGALRM, endHang);
     feed();

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Stands in for pthread_create. Linked into a test, which names the thread that cannot be had by
-// failThreads(), or loaded before a program, for which QOZ_FAIL_THREAD names it.
+// Replaces pthread_create() with a version that can fail. It is either linked into a test, which
+// selects the threads that fail with failThreads(), or preloaded into a program, where the
+// environment variable QOZ_FAIL_THREAD has the number of the one that fails.
 #include <dlfcn.h>
 #include <pthread.h>
 
@@ -18,7 +19,8 @@ int numberFromEnvironment() {
 }
 
 std::atomic<bool> gArmed{numberFromEnvironment() != 0};
-std::atomic<int> gUntilFailure{numberFromEnvironment()};  // threads, with the one that fails
+// The number of threads to be created up to and including the first that fails.
+std::atomic<int> gUntilFailure{numberFromEnvironment()};
 std::atomic<bool> gOnce{true};
 
 bool failsNow() {
