@@ -64,8 +64,8 @@ void Bus::start(std::function<void()> onGone) {
     pthread_setname_np(mReader.native_handle(), "bus");
 }
 
-// The body of the reading thread. Ends when the destructor asks for it, or when the connection
-// cannot go on.
+// The body of the reading thread. Returns when the destructor asks it to, or when the connection
+// has ended.
 void Bus::read() {
     try {
         mConnection->enterEventLoop();
@@ -80,14 +80,14 @@ void Bus::read() {
     if (mOnGone) mOnGone();
 }
 
-// After a message that could not be received the connection is still open. It is shut down, so that
-// the bus tells every process that waits for this one. If the bus itself has gone, the connection
-// is closed already and has no descriptor any more.
+// Shuts the connection down, so that the bus tells the other connections that this one has left.
+// This is necessary after a message that could not be received, because the connection is still
+// open then. If the bus has ended, the connection no longer has a descriptor.
 void Bus::hangUp() {
     try {
         shutdown(mConnection->getEventLoopPollData().fd, SHUT_RDWR);
     } catch (const sdbus::Error&) {
-        return;
+        return;  // there is nothing to shut down
     }
 }
 

@@ -22,7 +22,8 @@ namespace qoz::test {
 
 using Strings = std::vector<std::string>;
 
-// The side buffers of a frame: with vectors, and of the first one, which has none.
+// The names of the side buffers of a frame with motion vectors, and of the first frame, which has
+// no motion vectors.
 inline const Strings kAllThree{"vpp.metabuf.mv.fw", "vpp.metabuf.mv.bw", "vpp.metabuf.scale.0p5"};
 inline const Strings kHalfOnly{"vpp.metabuf.scale.0p5"};
 
@@ -77,8 +78,7 @@ class ComponentTest : public ResourceTest {
     void makeEnabled();
     bool enable(bool debug = false) { return vpp->enable("test", &client, debug); }
     void enableAndConfig(uint32_t width, uint32_t height, ConfigParams params);
-    // The same with a small stream and without side buffers, so that only a test that wants them
-    // sees them.
+    // Like enableAndConfig(), for a small stream without side buffers.
     void startPlain(uint32_t factor = 1, uint32_t upscale = 0);
     static constexpr uint32_t kW = 64;
     static constexpr uint32_t kH = 48;
