@@ -8,19 +8,19 @@
 /// Threading: the client must call the operations from one thread at a time. The getters,
 /// calculateOutBufferReqsPerFrame(), GetFormat(), dump() and process() with an output buffer may be
 /// called on any thread at any time. Only these are allowed from within a callback; every other
-/// operation is refused there at once, with a message. The client is called on the calling thread,
-/// on the service's binder threads and on the component's worker, also on several at once.
+/// operation is refused there at once, with a message. Callbacks run on the operation's calling
+/// thread, the service's binder threads and the component's worker, possibly on several at once.
 ///
 /// Ownership: every buffer that process() takes is returned once through
 /// IQOZCallback::onBufferDone(). A refused buffer stays with the client. Two kinds are not
 /// returned: sources in slot QOZBufferInfo::kNoSlot, and buffers that are still with the service or
 /// held as reference when disable() is called; call flushsync() first. If the service dies, every
-/// buffer that it had is returned and marked as not filled, and so is each later one, at once. The
+/// buffer that it had is returned, marked as not filled; each one taken later is too, at once. The
 /// state does not change until flushsync() makes it ERROR; call disable(), then enable().
 ///
 /// Time: config(), process(), flushsync() and isInputPortEnabled() each wait at most 3 s in total;
-/// enable() and disable() state their limits. Callbacks, conversion and calls into the service have
-/// no limit. After construction the class throws no exceptions itself.
+/// enable() and disable() state their limits. There is no limit for callbacks on any thread, for
+/// the conversion and for calls into the service. After construction the class throws nothing.
 #pragma once
 
 #include <android-base/thread_annotations.h>
@@ -44,7 +44,7 @@ class __attribute__((visibility("default"))) VppComponent
         IDLE = 2,     ///< flushed; becomes ACTIVE with the next output buffer
         ACTIVE = 3,   ///< started
         PENDING = 4,  ///< a flush is under way
-        ERROR = 5,    ///< left by disable(), or by a start that succeeds
+        ERROR = 5,    ///< failed; ends with disable() or with a start that succeeds
     };
 
     /// Reads the system properties vendor.qoz.*, whose values then apply for the object's lifetime.
@@ -64,19 +64,19 @@ class __attribute__((visibility("default"))) VppComponent
 
     /// Sets the size in pixels, the pixel format (QOZFormat) and the settings of the sources, and
     /// asks the worker to start the session. The getters report the new settings on return. With
-    /// `wait`, config() also waits until the component's first start has finished, but for no later
-    /// one. The next process() or isInputPortEnabled() waits for a pending start. After a session's
-    /// first start, state() is ACTIVE if it succeeded. After a later one it is ERROR if the service
-    /// refused the settings, else ACTIVE even if the start failed, with an error in the log; to be
-    /// sure, call disable() and enable() before config(). Waits for a pending start, output buffers
-    /// being queued and a delivery in progress.
+    /// `wait`, config() also waits for the component's first start to finish, but not for later
+    /// starts. The next process() or isInputPortEnabled() waits for a pending start. If the first
+    /// start of a session succeeds, the state is ACTIVE. If a start fails, the log says why; the
+    /// state is ERROR if the service refused the settings, else unchanged. To tell a later start's
+    /// result from the state, call disable() and enable() before config(). Waits for a pending
+    /// start, output buffers being queued and a delivery in progress.
     void config(uint32_t width, uint32_t height, uint32_t format, ConfigParams params, bool wait);
 
     /// Takes a source packet (`src`: the frame and, optionally, the client's NV12 conversion
     /// target) or one output buffer (`dst`), not both, and returns a QOZResult. An empty `src`
-    /// counts as none. Refuses a frame while the service has 128 frames. An output buffer in INIT
-    /// starts the session on this thread; if that fails, the buffer is returned by onBufferDone()
-    /// and refused as well, which is one return. Waits for a pending start, the conversion, the
+    /// counts as none. Refuses a frame while the service has 128 frames. In INIT, an output buffer
+    /// starts the session on this thread; if that fails, the buffer is both refused and passed to
+    /// onBufferDone(): count that as one return. Waits for a pending start, the conversion, the
     /// acquire fence of an unconverted NV12 source and, at a new size or ratio, for the service; an
     /// output buffer within a callback waits for none of these. May call both functions of
     /// IQOZCallback.
@@ -90,11 +90,11 @@ class __attribute__((visibility("default"))) VppComponent
     void flushsync();
 
     /// Closes the session, stops the worker and frees the internal buffers. Keeps a reference to
-    /// the last source until the next session's first source. If it is called in ERROR, the
+    /// the last source until the next session's first source. If disable() is called in ERROR, the
     /// service's session stays open until the next enable() or the end of the service; until then
-    /// it keeps this object alive, and what it returns late is reported. Waits up to 1.2 s for a
-    /// pending start, up to 3 s in all for buffers being queued and events being handled, and
-    /// without a limit for the worker's last callbacks.
+    /// the session keeps this object alive, and buffers that it returns late go to onBufferDone().
+    /// Waits up to 1.2 s for a pending start, up to 3 s in all for buffers being queued and events
+    /// being handled, and without a limit for the worker's last callbacks.
     void disable();
 
     /// Returns 0 for the RGB formats, else 3. Sets `yuvFormat` to the format that the input port
@@ -167,7 +167,7 @@ class __attribute__((visibility("default"))) VppComponent
     void queueOBD() EXCLUDES(mVppOBDQueueLock);
     void VppOBDworkerThread() EXCLUDES(mOBDCmdLock);
 
-    // The storage of the parts. docs/threads.md lists which thread may write each member.
+    // The storage of the parts. docs/threads.md lists its locks; mLock is the component's lock.
     GraphicBufferMapper& mMapper;
     uint32_t mLogFlags = 0;
     bool mDumpEnable = false, mDumpMvEnable = false;

@@ -30,8 +30,9 @@ struct PoolText {
 
 // A pool of the internal buffers that are queued with frames. A map holds, under the timestamp
 // (microseconds) of each queued frame, the buffers that were queued with it. A set holds the keys
-// of those entries that the VPP has returned: the free entries. A buffer is thus drawn (being
-// filled; in neither), queued (with the VPP; in the map) or free (in the map, its key in the set).
+// of those entries that the VPP has returned: the free entries. A buffer is thus in one
+// of three states: drawn (being filled; in neither), queued (with the VPP; in the map) or free (in
+// the map, its key in the set).
 // A drawn buffer whose frame fails is released.
 //
 // A request draws the oldest free entry, which is the one with the smallest timestamp. If that
@@ -75,7 +76,7 @@ class BufferPool {
     void free(uint64_t key, const char* operation) EXCLUDES(mLock);
 
     // Removes every entry, including those whose buffers the VPP still has. When the VPP returns
-    // these, it finds no entry; their memory is freed when its last other owner releases it.
+    // such a buffer, free() finds no entry; the memory is freed when its last owner releases it.
     void clear() EXCLUDES(mLock);
 
     // Returns nothing if the lock is taken.
@@ -94,8 +95,8 @@ class BufferPool {
     const SessionLog& mLog;
 
   private:
-    // Adds an entry to the map. Returns false, with nothing changed, if `key` has one. Throws
-    // std::bad_alloc.
+    // Adds an entry to the map. Returns false, with the map unchanged, if `key` has an entry
+    // already. Throws std::bad_alloc.
     bool insert(uint64_t key, Entry travelling) REQUIRES(mLock);
     // Adds a key to the set of free keys.
     void insertFree(uint64_t key) REQUIRES(mLock);
@@ -154,8 +155,8 @@ inline bool holdsBuffer(
 // Never replaces an entry. If two outstanding frames have the same timestamp, the entry keeps the
 // buffers of the first, and the return of either frame finds that entry. The buffers of the second
 // are freed when their last other owner releases them. If the first frame has been returned
-// already, its entry is no longer free but in use again. The service receives the second frame's
-// own target in either case, but the side buffers of the entry, which is looked up by timestamp.
+// already, its entry leaves the free set and is in use again. In either case the second frame is
+// sent with its own target but with the entry's side buffers, which are looked up by timestamp.
 template <typename Entry>
 bool BufferPool<Entry>::record(uint64_t key, Entry travelling) {
     const std::lock_guard<std::mutex> lock(mLock);

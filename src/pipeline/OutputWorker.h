@@ -60,7 +60,7 @@ class OutputWorker {
     struct Hooks {
         std::function<void()> body;     // thread function; calls run()
         std::function<void()> deliver;  // one delivery run; calls deliverQueued()
-        std::function<bool()> start;    // starts the session; true if it is ACTIVE
+        std::function<bool()> start;    // starts the session; true if that succeeded
         std::function<std::shared_ptr<void>()> keepAlive;  // a reference to the component
     };
     // For the state dump.
@@ -76,15 +76,15 @@ class OutputWorker {
     // `ready`. `ready` is never cleared, so from the second session on there is no wait. Returns
     // false if the thread could not be created, but true if the limit is exceeded.
     bool launch();
-    // Makes the thread deliver queued buffers, at most kOutputSlots, and end, and joins it. Does
-    // nothing without a thread. On the worker itself, detaches the thread instead.
+    // Makes the thread deliver queued buffers, at most kOutputSlots in one run, and end; then joins
+    // it. Does nothing without a thread. On the worker itself, detaches the thread instead.
     void stop();
     bool isRunning() const { return mRunning; }
 
     // The thread function: carries out posted commands until Exit.
     void run();
-    // One delivery run: delivers the contents of the delivery queue to the client. On the worker it
-    // gives way to a waiting command.
+    // One delivery run: delivers the contents of the delivery queue to the client, and gives way to
+    // a waiting command. (A test may make a run on its own thread, which gives way to none.)
     void deliverQueued();
 
     // Posts a command, replacing one that has not been taken. Waits, without a limit, for work in
@@ -139,7 +139,7 @@ class OutputWorker {
     std::condition_variable& mStateChanged;
     bool& mReady GUARDED_BY(mStateLock);
     bool& mStartDone GUARDED_BY(mStateLock);
-    std::atomic<bool>& mStartPending;  // also read without a lock
+    std::atomic<bool>& mStartPending;  // read, and set before a post, without a lock
 
     mutable std::mutex mPostLock;
     bool mDeliveryRequested GUARDED_BY(mPostLock) = false;
