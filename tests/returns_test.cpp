@@ -52,6 +52,19 @@ TEST_F(Returns, ATargetBesideASourceWithoutASlotComesBack) {
     EXPECT_EQ(client.done(), (std::vector<Done>{{0, 40, 0, 0}}));
 }
 
+// A flush that failed leaves the session open beyond disable(), without a worker.
+TEST_F(Returns, OutputsOfASessionLeftInErrorComeBack) {
+    startPlain();
+    peer().setWaitLimit(std::chrono::milliseconds(50));
+    session().silent = {"flush1"};
+    ASSERT_EQ(processOutput(3, nv12()), 0);
+    vpp->flushsync();
+    ASSERT_EQ(vpp->state(), VppComponent::ERROR);
+    vpp->disable();
+    session().returnOutput(static_cast<int32_t>(0x80000003), 5, 1);
+    EXPECT_EQ(client.done(), (std::vector<Done>{{0, 3, 1, 5}}));
+}
+
 // Slots are reused, so the second return names a slot under which another frame is outstanding.
 TEST_F(Returns, ARepeatedReturnFreesNoOtherFrame) {
     startPlain();

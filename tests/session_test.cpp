@@ -282,6 +282,40 @@ TEST_F(Session, DisableGoesOnWithoutAStartThatNeverEnds) {
     EXPECT_FALSE(peer().startPending());
 }
 
+// An output buffer has another thread start the session. disable() must not take the session away
+// from under it, however long the service takes.
+TEST_F(Session, DisableOutlastsAStartOnAnotherThread) {
+    makeEnabled();
+    peer().setWaitLimit(std::chrono::milliseconds(50));
+    Gate start;
+    session().onCall = [&](const std::string& call) {
+        if (call == "open") start.hold();
+    };
+    std::thread starter([this] { (void)processOutput(0, nv12()); });
+    start.inside.wait();
+    std::thread disabler([this] { vpp->disable(); });
+    ASSERT_TRUE(eventually([this] { return log.count("component thread is terminated") == 1; }));
+    start.release.count_down();
+    starter.join();
+    disabler.join();
+    EXPECT_EQ(vpp->state(), VppComponent::UNINIT);
+}
+
+// Sources and the output buffers that try to start the session come from two threads.
+TEST_F(Session, SourcesAndStartsDoNotMeet) {
+    makeEnabled();
+    session().results["setParameter1"] = VppError::VPP_ERR_HW;  // each start leaves INIT
+    std::thread starter([this] {
+        for (int n = 0; n < 50; ++n)
+            (void)processOutput(n, nv12());
+    });
+    const auto source = frame();
+    for (int n = 0; n < 50; ++n)
+        (void)processSource(0, source, n * 1'000'000, ConfigParams{1, 0, n % 4U, 0});
+    starter.join();
+    EXPECT_EQ(vpp->state(), VppComponent::INIT);
+}
+
 TEST_F(Session, CallbacksAnswerOkWhateverTheyAreGiven) {
     makeEnabled();
     auto* callbacks = session().callbacks();

@@ -16,14 +16,14 @@ namespace android {
 /// The results of VppComponent::process().
 struct QOZResult {
     static constexpr int32_t kTaken = 0;  ///< taken; see onBufferDone() and kNoSlot for its return
-    static constexpr int32_t kRefused = 1;       ///< refused or failed; the reason is in the log
+    static constexpr int32_t kRefused = 1;  ///< refused or failed; the log has errors and warnings
     static constexpr int32_t kNothingGiven = 2;  ///< no source and no output buffer given
 };
 
 /// The values of `port` in IQOZCallback::onBufferDone().
 struct QOZPort {
-    static constexpr uint32_t kOutput = 0;  ///< an output buffer or a conversion target
-    static constexpr uint32_t kSource = 1;  ///< a source frame
+    static constexpr uint32_t kOutput = 0;  ///< output buffer, target, or unconverted source
+    static constexpr uint32_t kSource = 1;  ///< a source frame that has been converted
 };
 
 /// The values of ConfigParams::mode.
@@ -82,8 +82,8 @@ struct QOZBufferInfo {
 
     /// The client's number for the buffer, which IQOZCallback::onBufferDone() reports. A
     /// single-entry source packet with kNoSlot is a dummy frame: it sets the converter up and is
-    /// never returned. A source with a conversion target is converted whatever its slot, but a
-    /// source with kNoSlot is not returned in this case either.
+    /// never returned. A source with kNoSlot beside a conversion target is converted, but not
+    /// returned; if it is NV12 and needs no conversion, it is lost, and the target is returned.
     int32_t slot = 0;
     sp<GraphicBuffer> buffer;  ///< the pixels; must not be null
     sp<Fence> fence;  ///< acquire fence of a source frame; null or invalid if the pixels are ready
@@ -95,11 +95,11 @@ struct QOZBufferInfo {
 /// (from within process() or flushsync()), on binder threads and on its output worker, possibly at
 /// the same time. The callbacks must return without waiting for the component.
 ///
-/// From within a callback the client may use the getters, dump(), GetFormat(), and process() with
-/// an output buffer. Every other operation of the same component is refused at once, with a
-/// message. From within a callback, process() also refuses an output buffer while a flush or a
-/// start is in progress: it returns QOZResult::kRefused and the buffer stays with the client. The
-/// object must outlive the component.
+/// From within a callback the client may use the getters, dump(), GetFormat(),
+/// calculateOutBufferReqsPerFrame(), and process() with an output buffer. Every other operation of
+/// the same component is refused at once, with a message. From within a callback, process() also
+/// refuses an output buffer while a flush or a start is in progress: it returns QOZResult::kRefused
+/// and the buffer stays with the client. The object must outlive the component.
 class IQOZCallback {
   public:
     /// Returns a buffer to the client. `port`: see QOZPort. `slot`: the slot that the client gave

@@ -16,7 +16,7 @@
 /// returned: sources in slot QOZBufferInfo::kNoSlot, and buffers that are still with the service or
 /// held as reference when disable() is called; call flushsync() first. If the service dies, every
 /// buffer that it had is returned, marked as not filled; each one taken later is too, at once. The
-/// state does not change until flushsync() makes it ERROR; call disable(), then enable().
+/// state stays ACTIVE until flushsync() makes it ERROR; then call disable() and enable().
 ///
 /// Time: config(), process(), flushsync() and isInputPortEnabled() each wait at most 3 s in total;
 /// enable() and disable() state their limits. There is no limit for callbacks on any thread, for
@@ -49,17 +49,17 @@ class __attribute__((visibility("default"))) VppComponent
 
     /// Reads the system properties vendor.qoz.*, whose values then apply for the object's lifetime.
     /// Throws std::invalid_argument or std::out_of_range if the value of a numeric property does
-    /// not begin with a number or the number is too large.
+    /// not begin with a number or the number exceeds 64 bits; 32 bits of it are used.
     VppComponent();
     /// Performs disable(). Call disable() yourself: an open session keeps its component alive.
     virtual ~VppComponent();
 
-    /// Finds the service, opens a session and starts the output worker. Every log message begins
-    /// with `name`. `callback` may be null and must outlive the component. `debug` logs changes of
-    /// state. Moves the calling thread into the system's cpuset, if the device has cpusets. Returns
-    /// false on failure, with the reason in the log; the state is then unchanged, or ERROR if the
-    /// service refused the session: call disable() before the next enable(). Waits up to 3 s for
-    /// events of the previous session, 1.4 s for the service and 3 s for the worker.
+    /// Finds the service, opens a session and starts the output worker. Messages of the session
+    /// begin with `name`. `callback` may be null and must outlive the component. `debug` logs
+    /// changes of state from then on. Moves the calling thread into the system's cpuset, if there
+    /// is one. Returns false on failure, with the reason in the log; the state is then unchanged,
+    /// or ERROR if the service refused the session: call disable() before the next enable(). Waits
+    /// up to 3 s for events of the previous session, 1.4 s for the service, 3 s for the worker.
     bool enable(const std::string& name, IQOZCallback* callback, bool debug);
 
     /// Sets the size in pixels, the pixel format (QOZFormat) and the settings of the sources, and
@@ -93,8 +93,8 @@ class __attribute__((visibility("default"))) VppComponent
     /// the last source until the next session's first source. If disable() is called in ERROR, the
     /// service's session stays open until the next enable() or the end of the service; until then
     /// the session keeps this object alive, and buffers that it returns late go to onBufferDone().
-    /// Waits up to 1.2 s for a pending start, up to 3 s in all for buffers being queued and events
-    /// being handled, and without a limit for the worker's last callbacks.
+    /// Waits up to 1.2 s for a pending start, up to 3 s for events being handled, and without a
+    /// limit for the worker's last callbacks and for other threads in process().
     void disable();
 
     /// Returns 0 for the RGB formats, else 3. Sets `yuvFormat` to the format that the input port

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <climits>
 #include <new>
+#include <optional>
 #include <utility>
 
 #include "pipeline/Align.h"
@@ -90,6 +91,11 @@ int32_t FrameIntake::takeOutput(const QOZBufferInfo& output) {
     return queueOutput(output, waits) ? kTaken : kRefused;
 }
 
+bool FrameIntake::refuseForNow() const {
+    VPP_LOGW("processBuffer: a flush or a start is under way, output buffer refused");
+    return false;
+}
+
 // The first output buffer starts a session that config() has not started. The gate keeps all other
 // output buffers out meanwhile. The state is checked again behind the gate, because another
 // thread's buffer may have started the session first. If the start fails, the buffer is both
@@ -97,11 +103,11 @@ int32_t FrameIntake::takeOutput(const QOZBufferInfo& output) {
 bool FrameIntake::startFor(const QOZBufferInfo& output, WaitBudget* waits) {
     bool started = true;
     {
+        const Gate::Passage turn(mStartGate, waits);
+        if (!turn) return refuseForNow();
         const Gate::Closure closure(p.outputGate, waits);
-        if (!closure || p.worker.isStartPending()) {
-            VPP_LOGW("processBuffer: a flush or a start is under way, output buffer refused");
-            return false;
-        }
+        if (!closure || p.worker.isStartPending()) return refuseForNow();
+        if (!isEnabled()) return false;  // disable() has ended the worker meanwhile
         if (p.status == Status::INIT) {
             started = p.start.start(output.buffer->getWidth(), output.buffer->getHeight(),
                                     static_cast<uint32_t>(output.buffer->getPixelFormat()));
@@ -121,10 +127,7 @@ bool FrameIntake::startFor(const QOZBufferInfo& output, WaitBudget* waits) {
 // queueing, in nanoseconds.
 bool FrameIntake::queueOutput(const QOZBufferInfo& output, WaitBudget* waits) {
     const Gate::Passage passage(p.outputGate, waits);
-    if (!passage || p.worker.isStartPending()) {
-        VPP_LOGW("processBuffer: a flush or a start is under way, output buffer refused");
-        return false;
-    }
+    if (!passage || p.worker.isStartPending()) return refuseForNow();
     VPP_LOGD("No input buffer ,just queue output to VPP");
     const auto slot = static_cast<uint32_t>(output.slot);
     const auto now = static_cast<uint64_t>(systemTime(SYSTEM_TIME_MONOTONIC));
@@ -151,6 +154,11 @@ int32_t FrameIntake::takeSource(const std::vector<QOZBufferInfo>& packet, WaitBu
     if (p.outstanding.isFull()) {
         VPP_LOGE("processBuffer: vpp holds %u source frames and returns none, frame refused",
                  OutstandingBuffers::kMaxSources);
+        return kRefused;
+    }
+    std::optional<Gate::Closure> turn;  // see mStartGate
+    if (p.status == Status::INIT && !turn.emplace(mStartGate, &waits)) {
+        VPP_LOGE("processBuffer: an output buffer is still starting the session, frame refused");
         return kRefused;
     }
     SourceFrame frame(packet[0], waits);

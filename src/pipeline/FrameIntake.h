@@ -85,6 +85,7 @@ class FrameIntake {
     // callback, which must not wait; the same holds for queueOutput().
     bool startFor(const QOZBufferInfo& output, WaitBudget* waits);
     bool queueOutput(const QOZBufferInfo& output, WaitBudget* waits);
+    bool refuseForNow() const;
 
     // Steps for a source packet, in the order in which they run. A step returns whether to
     // continue, or the result of process().
@@ -102,6 +103,10 @@ class FrameIntake {
     const Members m;
     const Peers p;
     const SessionLog& mLog;
+    // Lets a start for an output buffer, which passes it, and a source that comes in INIT, which
+    // closes it, take turns: both use and change the settings and sizes of the stream, and they may
+    // be on different threads.
+    Gate mStartGate;
 };
 
 }  // namespace android

@@ -31,7 +31,8 @@ namespace android {
 // A delivery request is a flag beside the command word, so requesting a delivery never waits. While
 // a thread waits in post(), the worker takes no new work, unless it had already left awaitWork()
 // when that thread arrived. A post therefore waits for at most one command and one delivery run.
-// Delivery runs take place on the worker alone; flushsync() requests one and waits for it.
+// Delivery runs take place on the worker, as long as there is one; flushsync() requests a run and
+// waits for it.
 class OutputWorker {
   public:
     enum Command : int32_t {
@@ -83,8 +84,8 @@ class OutputWorker {
 
     // The thread function: carries out posted commands until Exit.
     void run();
-    // One delivery run: delivers the contents of the delivery queue to the client, and gives way to
-    // a waiting command. (A test may make a run on its own thread, which gives way to none.)
+    // One delivery run: delivers the contents of the delivery queue to the client. On the worker it
+    // gives way to a waiting command; while there is no worker, any thread may make a run.
     void deliverQueued();
 
     // Posts a command, replacing one that has not been taken. Waits, without a limit, for work in

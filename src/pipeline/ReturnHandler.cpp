@@ -86,10 +86,12 @@ void ReturnHandler::deliver(uint32_t id, const VppBuffer& buffer) {
     VPP_LOGI("push the VPP OBD buffer , cookie=%u buffer timestamp = %lu ", id,
              static_cast<unsigned long>(timestamp));
     p.lastOutputTimestamp.store(timestamp);
-    if (p.delivery.store(id, buffer)) {
-        p.worker.requestDelivery();
-    } else {
+    if (!p.delivery.store(id, buffer)) {
         p.client.giveBackUnused(slot);
+    } else if (mDeliversDirectly) {
+        p.worker.deliverQueued();
+    } else {
+        p.worker.requestDelivery();
     }
 }
 

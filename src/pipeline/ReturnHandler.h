@@ -49,6 +49,11 @@ class ReturnHandler {
     // Returns every buffer of the client that the service had.
     void onServiceDied();
 
+    // disable() in ERROR leaves the session open without a worker. With `direct`, the thread that
+    // returns an output buffer delivers it. The caller makes a delivery run afterwards, so that no
+    // buffer stays in the queue that was stored just before.
+    void deliverDirectly(bool direct) { mDeliversDirectly = direct; }
+
   private:
     // Returns false, with a message, if the buffer was returned when the service died.
     bool isExpected(const OutstandingBuffers::Return& returned, const char* operation) const;
@@ -61,6 +66,7 @@ class ReturnHandler {
 
     const Peers p;
     const SessionLog& mLog;
+    std::atomic<bool> mDeliversDirectly{false};
 };
 
 }  // namespace android

@@ -79,6 +79,7 @@ void VppComponent::SessionControl::beginSession() {
     WaitBudget waits = p.waitLimit.budget();
     const Gate::Closure closure(p.eventGate, &waits);
     mNumber.fetch_add(1, std::memory_order_acq_rel);
+    p.returns.deliverDirectly(false);
 }
 
 bool VppComponent::SessionControl::acquireService() {
@@ -142,8 +143,8 @@ void VppComponent::SessionControl::disable() {
     }
     if (state == UNINIT) return;
     if (state != ERROR) waitForPendingStart();
-    // Keeps output buffers out until this function ends. A start that is still running already does
-    // so itself.
+    // Keeps output buffers out until this function ends. A start on the worker that is still running
+    // does so itself.
     WaitBudget waits = p.waitLimit.budget();
     std::optional<Gate::Closure> closure;
     if (!p.worker.isStartPending()) closure.emplace(p.outputGate, &waits);
@@ -151,12 +152,16 @@ void VppComponent::SessionControl::disable() {
     VPP_LOGI("Start exiting VPP OBD thread after vpp instance release ...");
     p.worker.stop();
     VPP_LOGI("component thread is terminated");
+    awaitOtherThreads(closure);
     if (state != ERROR) {
         letGoOfSession();
     } else if (c.mStatus != ERROR) {
         // A start that was pending at the beginning has left ERROR and opened the session.
         closeSession();
         letGoOfSession();
+    } else {
+        p.returns.deliverDirectly(true);
+        p.worker.deliverQueued();
     }
     // An event of the session that has just ended may still be inside a callback of the client. The
     // wait shares the budget of the gate for output buffers, so that disable() ends in time.
@@ -168,6 +173,17 @@ void VppComponent::SessionControl::disable() {
     p.sidePool.clear();
     p.yuvPool.clear();
     c.mStatus = UNINIT;
+}
+
+// Another thread may still be starting the session for an output buffer, or queueing one: the first
+// wait for it was limited, or was left out because a start was pending. Its calls into the service
+// need the session, so this wait has no limit. The worker has ended, so no further start begins.
+// Does not wait on a thread inside a callback of this component, which may be that thread itself.
+void VppComponent::SessionControl::awaitOtherThreads(std::optional<Gate::Closure>& closure) const {
+    while ((!closure || !*closure) && !p.client.isOnThisThread()) {
+        WaitBudget waits = p.waitLimit.budget();
+        closure.emplace(p.outputGate, &waits);
+    }
 }
 
 // Waits up to 1.2 s. Does not wait on a thread inside a callback of this component (a last release

@@ -6,8 +6,10 @@
 
 #include <atomic>
 #include <cstdint>
+#include <optional>
 #include <string>
 
+#include "base/Gate.h"
 #include "base/Log.h"
 #include "vpp/DeathWatch.h"
 
@@ -43,6 +45,7 @@ class VppComponent::SessionControl {
     void watchForDeath();
     void onServiceDied();
     void waitForPendingStart() const;
+    void awaitOtherThreads(std::optional<Gate::Closure>& closure) const;
 
     VppComponent& c;
     Parts& p;

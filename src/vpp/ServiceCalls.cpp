@@ -86,7 +86,7 @@ VppError ServiceCalls::setParameter(vpp::VppPort port, const vpp::VppPortParam& 
 
 // Returns no result, because nothing can be done about a session that does not end.
 void ServiceCalls::terminateSession() {
-    (void)mSession->terminateSession();
+    (void)resultOf([this](VppError*) { return mSession->terminateSession(); });
 }
 
 }  // namespace android
