@@ -128,7 +128,7 @@ class Suspects {
         const int whole = mWidth / kNodeStep;
         while (end < whole && stepOf(end, row) == step)
             ++end;
-        const auto [dx, dy] = step;
+        const int dx = step.dx, dy = step.dy;
         const int y = std::min(row * kNodeStep, mHeight - kNodeStep);
         if (std::min(y - dy, y + dy) < 0 || std::max(y - dy, y + dy) + kNodeStep > mHeight)
             return end - column;
