@@ -158,6 +158,22 @@ TEST_F(VppdPeers, AnyCallMayBeShortOfAThread) {
     EXPECT_EQ(service.deaths(), 0U);
 }
 
+// The destructor waits for the bus, so it has to end the bus with whatever means there are.
+TEST(VppdShortage, ABusEndsWithoutAThreadOrADescriptor) {
+    const LogCapture quiet;
+    const Watchdog watchdog;
+    const auto temporary = std::filesystem::temp_directory_path();
+    std::optional<host::PrivateBus> bus(std::in_place, Strings{}, temporary, "/bin/false");
+    {
+        const MissingThread none(1);
+        bus.reset();
+    }
+    EXPECT_TRUE(hasThreadFailed());
+    bus.emplace(Strings{}, temporary, "/bin/false");
+    const Limit none(RLIMIT_NOFILE, 3);
+    bus.reset();
+}
+
 // Asks for the death notice of a session's binder, and counts it.
 struct DeathNotices {
     explicit DeathNotices(vpp::IVpp& session) : binder(session.asBinder()) {

@@ -138,16 +138,17 @@ std::shared_ptr<ndk::SharedRefBase> localObject(const ndk::SpAIBinder& binder,
     return matches ? objectOf(binder.get()) : nullptr;
 }
 
+// In both functions the previous service is declared before the lock, so that it is released after
+// the lock: this may destroy the service, which can take a while.
 void addService(const std::string& instance, const ndk::SpAIBinder& binder) {
+    ndk::SpAIBinder replaced;
     Registry& all = registry();
     const std::lock_guard lock(all.lock);
-    all.services[instance] = binder;
+    replaced = std::exchange(all.services[instance], binder);
     all.registered.notify_all();
 }
 
 void removeService(const std::string& instance) {
-    // Declared before the lock, so that it is released after the lock: this may destroy the
-    // service, which can take a while.
     ndk::SpAIBinder removed;
     Registry& all = registry();
     const std::lock_guard lock(all.lock);

@@ -21,7 +21,6 @@ struct Armed {
 
 // The names that the text of a fault may contain as its operation.
 constexpr std::string_view kOperations[] = {"getNewVppSession",
-                                            "getSessionCount",
                                             "initSession",
                                             "terminateSession",
                                             "setCtrlVppMode",

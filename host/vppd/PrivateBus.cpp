@@ -122,7 +122,10 @@ PrivateBus::PrivateBus(const std::vector<std::string>& arguments, const fs::path
 PrivateBus::~PrivateBus() {
     const std::optional<pid_t> service = servicePid();
     if (service) endProcess(Descriptor(pidfd_open(*service, 0)));
-    endProcess(Descriptor(pidfd_open(mPid, 0)));
+    const Descriptor bus(pidfd_open(mPid, 0));
+    endProcess(bus);
+    // Without a free descriptor the id serves: it is that of a child, and stays so until the wait.
+    if (bus.get() < 0) kill(mPid, SIGKILL);
     waitpid(mPid, nullptr, 0);
 }
 
@@ -211,8 +214,8 @@ std::optional<pid_t> PrivateBus::servicePid() const {
         bus.start({});
         const auto end = std::chrono::steady_clock::now() + vppd::kCallLimit;
         return bus.pidOf(vppd::kBusName, end);
-    } catch (const sdbus::Error&) {
-        return std::nullopt;  // the bus has ended
+    } catch (const std::exception&) {
+        return std::nullopt;  // the bus has ended, or there is no thread or descriptor to ask it
     }
 }
 

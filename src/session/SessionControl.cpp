@@ -143,8 +143,8 @@ void VppComponent::SessionControl::disable() {
     }
     if (state == UNINIT) return;
     if (state != ERROR) waitForPendingStart();
-    // Keeps output buffers out until this function ends. A start on the worker that is still running
-    // does so itself.
+    // Keeps output buffers out until this function ends. A start on the worker that is still
+    // running does so itself.
     WaitBudget waits = p.waitLimit.budget();
     std::optional<Gate::Closure> closure;
     if (!p.worker.isStartPending()) closure.emplace(p.outputGate, &waits);
