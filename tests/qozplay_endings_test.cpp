@@ -4,13 +4,16 @@
 #include <fcntl.h>
 #include <host/control.h>
 #include <nlohmann/json.hpp>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <climits>
 #include <csignal>
 #include <functional>
+#include <thread>
 
 #include "qozplay/run/Ending.h"
 #include "qozplay_files.h"
@@ -138,6 +141,23 @@ TEST(Ending, IsInOrderAfterASignalAtAnyFrame) {
                           session["frames"]["out"].get<size_t>() * (6 + i420Bytes(kClip)));
         }
     }
+}
+
+TEST(Ending, IsInOrderAlthoughNobodyReadsTheOutput) {
+    const Place place;
+    int pipe[2];
+    ASSERT_EQ(pipe2(pipe, O_CLOEXEC), 0);
+    const PlayerProcess player(place, "--scene-size 320x240 --frames 30 -o -",
+                               [&] { dup2(pipe[1], STDOUT_FILENO); });
+    const int full = fcntl(pipe[0], F_GETPIPE_SZ) - PIPE_BUF;
+    int unread = 0;
+    while (ioctl(pipe[0], FIONREAD, &unread) == 0 && unread < full)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    player.signal(SIGTERM);
+    EXPECT_EQ(player.wait().code, 128 + SIGTERM);
+    EXPECT_TRUE(place.leftNothing());
+    close(pipe[0]);
+    close(pipe[1]);
 }
 
 TEST(Ending, IsAtOnceAfterASecondSignal) {

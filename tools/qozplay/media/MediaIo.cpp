@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "qozplay/media/MediaIo.h"
 
+#include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <new>
 
 namespace qozplay {
@@ -19,7 +23,9 @@ constexpr int kBuffer = 1 << 16;  // bytes
 MediaIo::MediaIo(int descriptor, Direction direction, const StopRequest& stop)
     : mDescriptor(descriptor), mStop(stop) {
     struct stat info {};
-    const bool file = fstat(descriptor, &info) == 0 && S_ISREG(info.st_mode);
+    const bool known = fstat(descriptor, &info) == 0;
+    const bool file = known && S_ISREG(info.st_mode);
+    mMayFill = known && (S_ISFIFO(info.st_mode) || S_ISSOCK(info.st_mode));
     auto* buffer = static_cast<uint8_t*>(av_malloc(kBuffer));
     if (buffer == nullptr) throw std::bad_alloc();
     const bool writes = direction == Direction::Write;
@@ -51,14 +57,24 @@ int MediaIo::read(void* self, uint8_t* bytes, int size) {
     return got == 0 ? AVERROR_EOF : static_cast<int>(got);
 }
 
-// All of it, or nothing that counts.
+// The most bytes that one write may have, so that it does not wait for the reader: a stop request
+// could not end that wait. When poll() reports room, a pipe takes PIPE_BUF bytes, and an empty one
+// as many as it holds.
+int MediaIo::atOnce(int size) const {
+    if (!mMayFill) return size;
+    int unread = 0;
+    const bool empty = ioctl(mDescriptor, FIONREAD, &unread) == 0 && unread == 0;
+    const int room = empty ? fcntl(mDescriptor, F_GETPIPE_SZ) : 0;  // negative for a socket
+    return std::min(size, std::max(room, PIPE_BUF));
+}
+
+// Writes all bytes. Returns AVERROR_EXIT if a stop is requested while the reader does not read.
 int MediaIo::write(void* self, uint8_t* bytes, int size) {
     const auto& io = *static_cast<MediaIo*>(self);
     for (int done = 0; done < size;) {
-        // A reader that does not read keeps nobody who has been asked to stop.
         if (!io.await(POLLOUT)) return AVERROR_EXIT;
         const ssize_t wrote =
-            ::write(io.mDescriptor, bytes + done, static_cast<size_t>(size - done));
+            ::write(io.mDescriptor, bytes + done, static_cast<size_t>(io.atOnce(size - done)));
         if (wrote < 0 && errno == EINTR) continue;
         if (wrote < 0) return AVERROR(errno);
         done += static_cast<int>(wrote);

@@ -26,9 +26,11 @@ class MediaIo {
     static int write(void* self, uint8_t* bytes, int size);
     static int64_t seek(void* self, int64_t offset, int whence);
     bool await(short events) const;
+    int atOnce(int size) const;
 
     const int mDescriptor;
     const StopRequest& mStop;
+    bool mMayFill = false;  // a pipe or a socket
     AVIOContext* mContext = nullptr;
 };
 

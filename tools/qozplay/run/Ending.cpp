@@ -5,12 +5,13 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
-#include <memory>
 #include <mutex>
+#include <new>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -22,8 +23,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Freed when all memory is used up, for what still has to be done.
-std::unique_ptr<char[]> gReserve;
+// Freed when all memory is used up, for what still has to be done. Several threads may find that at
+// the same time.
+std::atomic<char*> gReserve{nullptr};
 
 void say(const char* text) {
     (void)!write(STDERR_FILENO, text, std::strlen(text));
@@ -56,7 +58,7 @@ void removeFolder() REQUIRES(gLock) {
 }
 
 [[noreturn]] void endNow() {
-    gReserve.reset();
+    delete[] gReserve.exchange(nullptr);
     say("qozplay: ");
     try {
         if (const auto current = std::current_exception()) std::rethrow_exception(current);
@@ -94,7 +96,7 @@ void holdStandardStreams() {
 
 void endPlainly() {
     constexpr size_t kReserve = 1 << 18;  // bytes
-    gReserve = std::make_unique<char[]>(kReserve);
+    gReserve = new char[kReserve];
     std::set_terminate(endNow);
 }
 
@@ -126,9 +128,14 @@ TemporaryFolder::TemporaryFolder() {
     gFolder = mPath = pattern;
 }
 
+// Without memory for the removal the folder is left to the end of the process, which has a reserve.
 TemporaryFolder::~TemporaryFolder() {
-    const std::lock_guard lock(gLock);
-    removeFolder();
+    try {
+        const std::lock_guard lock(gLock);
+        removeFolder();
+    } catch (const std::bad_alloc&) {
+        return;
+    }
 }
 
 }  // namespace qozplay

@@ -12,7 +12,8 @@ namespace qozplay {
 void holdStandardStreams();
 
 // What nobody catches, as when a thread of the simulator has no memory left, ends the process with
-// a sentence and exit code 1, not with an abort; nothing temporary stays.
+// a sentence and exit code 1, not with an abort. The temporary folder does not stay; on a file
+// system that has no files without a name, a hidden file beside an unfinished output does.
 void endPlainly();
 
 // From now on SIGINT, SIGTERM and SIGHUP request a stop, and a second one ends the process at once;

@@ -99,10 +99,10 @@ Simulator::Service startProcess(const std::vector<qoz::host::Fault>&,
 
 }  // namespace
 
-Simulator::Simulator(const Options& options, Console& console) {
+Simulator::Simulator(const Options& options, Console& console)
+    : mSettings(sinkTo(console, options.log)) {
     if (options.serviceProcess() || !options.vectors.empty()) mFolder.emplace();
     setProperties(options);
-    mOldSink = qoz::host::setLogSink(sinkTo(console, options.log));
     if (!options.trace.empty()) qoz::host::startTrace();
     for (const qoz::host::Fault& fault : options.faults) {
         if (options.serviceProcess() && !isOurs(fault)) {
@@ -115,11 +115,10 @@ Simulator::Simulator(const Options& options, Console& console) {
         options.serviceProcess() ? startProcess(mRemoteFaults, mFolder->path()) : startInline();
 }
 
-Simulator::~Simulator() {
-    mService = {};
+Simulator::Settings::~Settings() {
     qoz::host::clearFaults();
     qoz::host::clearProperties();
-    qoz::host::setLogSink(std::move(mOldSink));
+    qoz::host::setLogSink(std::move(old));
 }
 
 void Simulator::dump(std::optional<uint64_t> frame) {

@@ -12,6 +12,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "qozplay/cli/Console.h"
@@ -24,7 +25,6 @@ class Simulator {
   public:
     // Throws BadInput for a property that makes no sense or a service that cannot be had.
     Simulator(const Options& options, Console& console);
-    ~Simulator();
 
     Simulator(const Simulator&) = delete;
     Simulator& operator=(const Simulator&) = delete;
@@ -51,9 +51,18 @@ class Simulator {
     };
 
   private:
+    // Settings of the process; restores them.
+    struct Settings {
+        explicit Settings(qoz::host::LogSink sink) : old(qoz::host::setLogSink(std::move(sink))) {}
+        ~Settings();
+        Settings(const Settings&) = delete;
+        Settings& operator=(const Settings&) = delete;
+        qoz::host::LogSink old;
+    };
+
+    const Settings mSettings;
     std::optional<TemporaryFolder> mFolder;  // for what lasts as long as the run; only on demand
     std::vector<qoz::host::Fault> mRemoteFaults;  // armed in the service's process
-    qoz::host::LogSink mOldSink;
     Service mService;
 };
 
