@@ -25,7 +25,7 @@ HWY_INLINE V absoluteDifference(V a, V b) {
 
 // The sums of the absolute differences of eight bytes and of the other eight.
 HWY_INLINE hn::VFromD<Sums2> sumsOfDifferences(hn::VFromD<Bytes16> a, hn::VFromD<Bytes16> b) {
-#if HWY_ARCH_X86
+#if HWY_ARCH_X86 && HWY_TARGET != HWY_EMU128
     // One instruction, which Highway does not give by itself.
     return hn::VFromD<Sums2>{_mm_sad_epu8(a.raw, b.raw)};
 #else

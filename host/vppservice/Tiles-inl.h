@@ -151,7 +151,7 @@ class PlaceFinder {
         const hn::Rebind<int16_t, Lanes> half;
         return hn::Add(hn::PromoteTo(d, hn::LoadU(half, &node.olderX)), pairOf(4 * x, 4 * y));
     }
-    HWY_INLINE hn::MFromD<Lanes> outside(hn::VFromD<Lanes> to, int x, int y) const {
+    HWY_INLINE hn::Mask<Lanes> outside(hn::VFromD<Lanes> to, int x, int y) const {
         const auto most = pairOf(std::max(4 * x, mLastX) + 4, std::max(4 * y, mLastY) + 4);
         return hn::Or(hn::Lt(to, hn::Set(Lanes(), -4)), hn::Gt(to, most));
     }
