@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 /// @class android::VppComponent
-/// One post-processing session between a client that renders frames and the device's VPP service,
+/// Sessions, one at a time, between a client that renders frames and the device's VPP service,
 /// which interpolates frames (2x to 4x the frame rate) and scales them (1x, 1.5x, 2x); see
 /// examples/minimal. Order of calls: construct (owned by a std::shared_ptr), enable(), config(),
 /// process() once for each source frame and once for each output buffer, flushsync(), disable().
@@ -15,7 +15,7 @@
 /// IQOZCallback::onBufferDone(). A refused buffer stays with the client. Two kinds are not
 /// returned: sources in slot QOZBufferInfo::kNoSlot, and buffers that are still with the service or
 /// held as reference when disable() is called; call flushsync() first. If the service dies, every
-/// buffer that it had is returned, marked as not filled; each one taken later is too, at once. The
+/// buffer that it had is returned as not filled; later ones are returned the same way, at once. The
 /// state stays ACTIVE until flushsync() makes it ERROR; then call disable() and enable().
 ///
 /// Time: config(), process(), flushsync() and isInputPortEnabled() each wait at most 3 s in total;
@@ -67,7 +67,7 @@ class __attribute__((visibility("default"))) VppComponent
     /// `wait`, config() also waits for the component's first start to finish, but not for later
     /// starts. The next process() or isInputPortEnabled() waits for a pending start. If the first
     /// start of a session succeeds, the state is ACTIVE. If a start fails, the log says why; the
-    /// state is ERROR if the service refused the settings, else unchanged. To tell a later start's
+    /// state is ERROR if the service refused the settings, else unchanged. To learn a later start's
     /// result from the state, call disable() and enable() before config(). Waits for a pending
     /// start, output buffers being queued and a delivery in progress.
     void config(uint32_t width, uint32_t height, uint32_t format, ConfigParams params, bool wait);
@@ -75,8 +75,8 @@ class __attribute__((visibility("default"))) VppComponent
     /// Takes a source packet (`src`: the frame and, optionally, the client's NV12 conversion
     /// target) or one output buffer (`dst`), not both, and returns a QOZResult. An empty `src`
     /// counts as none. Refuses a frame while the service has 128 frames. In INIT, an output buffer
-    /// starts the session on this thread; if that fails, the buffer is both refused and passed to
-    /// onBufferDone(): count that as one return. Waits for a pending start, the conversion, the
+    /// starts the session on this thread; if that fails, the buffer is refused and also passed to
+    /// onBufferDone(): treat both as one return. Waits for a pending start, the conversion, the
     /// acquire fence of an unconverted NV12 source and, at a new size or ratio, for the service; an
     /// output buffer within a callback waits for none of these. May call both functions of
     /// IQOZCallback.

@@ -35,8 +35,8 @@ struct PoolText {
 // the map, its key in the set).
 // A drawn buffer whose frame fails is released.
 //
-// A request draws the oldest free entry, which is the one with the smallest timestamp. If that
-// entry does not fit the request, new buffers are allocated in its place, and all other free
+// A request draws the oldest free entry, which is the one with the smallest timestamp. If a buffer
+// of that entry does not fit the request, a new one is allocated in its place, and all other free
 // entries are discarded, on the assumption that they have the old size as well. Entries whose
 // buffers are still in the VPP stay; they are compared with a request when they are drawn. Buffers
 // of a drawn entry that the request did not ask for are released.
@@ -63,9 +63,9 @@ class BufferPool {
     BufferPool& operator=(const BufferPool&) = delete;
 
     // Stores the internal buffers of a queued frame under `key`. If `key` has an entry already,
-    // that one is kept instead and is no longer free. Returns false if the entry is in use by
-    // another outstanding frame, or on allocation failure. Buffers that the pool does not keep are
-    // freed when their last other owner releases them.
+    // that one is kept instead and is no longer free. Returns false on allocation failure or,
+    // which is no error, if another outstanding frame uses the entry. Buffers that the pool does
+    // not keep are freed when their last owner releases them.
     bool record(uint64_t key, Entry travelling) EXCLUDES(mLock);
 
     // Returns the buffers stored under `key`, or an empty entry if there are none.
@@ -154,7 +154,7 @@ inline bool holdsBuffer(
 
 // Never replaces an entry. If two outstanding frames have the same timestamp, the entry keeps the
 // buffers of the first, and the return of either frame finds that entry. The buffers of the second
-// are freed when their last other owner releases them. If the first frame has been returned
+// are freed when their last owner releases them. If the first frame has been returned
 // already, its entry leaves the free set and is in use again. In either case the second frame is
 // sent with its own target but with the entry's side buffers, which are looked up by timestamp.
 template <typename Entry>

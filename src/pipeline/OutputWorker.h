@@ -85,7 +85,8 @@ class OutputWorker {
     // The thread function: carries out posted commands until Exit.
     void run();
     // One delivery run: delivers the contents of the delivery queue to the client. On the worker it
-    // gives way to a waiting command; while there is no worker, any thread may make a run.
+    // gives way to a command after kOutputSlots deliveries; without a worker, any thread may run
+    // it.
     void deliverQueued();
 
     // Posts a command, replacing one that has not been taken. Waits, without a limit, for work in
@@ -130,8 +131,8 @@ class OutputWorker {
     bool isOnWorkerThread() const;
     void leaveWorkerThread();
 
-    std::thread& mThread;         // used only by the thread in enable() or disable()
-    std::atomic<bool>& mRunning;  // read by the worker before each wait, by others without a lock
+    std::thread& mThread;         // used only within enable() and disable()
+    std::atomic<bool>& mRunning;  // read without a lock; by the worker before each wait
     bool& mLoop;                  // used only by the worker
     int32_t& mCommand GUARDED_BY(mPostLock);
     std::mutex& mCommandLock;
