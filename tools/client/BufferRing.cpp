@@ -15,6 +15,7 @@ constexpr uint32_t kOutputUsage = GraphicBuffer::USAGE_SW_READ_OFTEN |
                                   GraphicBuffer::USAGE_SW_WRITE_OFTEN |
                                   GraphicBuffer::USAGE_HW_TEXTURE;
 
+// Allocates a buffer and counts it. Throws SessionFailed on allocation failure.
 BufferRef allocated(Size size, int32_t pixelFormat, uint32_t usage) {
     BufferRef buffer(new GraphicBuffer(size.width, size.height, pixelFormat, usage, "client"));
     if (buffer->initCheck() != android::OK)
@@ -37,7 +38,7 @@ bool OutputRing::isCurrent(int32_t slot) const {
 void OutputRing::reshape(Size size, size_t count) {
     mSize = size;
     for (const int32_t slot : std::exchange(mFree, {}))
-        putBack(slot);  // or release it
+        putBack(slot);  // releases the buffer if it has another size
     size_t current = 0;
     for (int32_t slot = 0; slot < kSlots; ++slot)
         current += isCurrent(slot) ? 1 : 0;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// The buffers of a client. A slot is free, or its buffer is outstanding and not the client's to
-// touch; the ledger knows which. One thread makes and uses a ring.
+// The graphic buffers of a client, by slot: one ring for output buffers and one for source buffers.
+// A slot that is not in the ring's list of free slots is being used by the client or is
+// outstanding; the ledger records which slots are outstanding. The rings take no lock: one thread
+// creates and uses them.
 #pragma once
 
 #include <array>
@@ -13,56 +15,63 @@
 
 namespace qoz::client {
 
-// Graphic buffers that clients have made by way of this kit, in the whole process.
+// The number of graphic buffers that all clients in this process have allocated with this kit.
+// Subtracted from the count of the host simulator, it leaves the buffers that the components
+// allocated.
 std::atomic<uint64_t>& clientBuffersMade();
 
-// Output buffers, all of the size that the stream puts out now.
+// The output buffers. All free ones have the size that the ring was last given.
 class OutputRing {
   public:
-    static constexpr int32_t kSlots = 64;  // what the component can deliver
+    static constexpr int32_t kSlots = 64;  // the number of slots that the component can deliver
 
-    // Makes it `count` buffers of `size`. Those of another size are released; the ones outstanding
-    // are released when they are returned. Throws SessionFailed when there is no memory or no slot.
+    // Allocates buffers until the ring has `count` of `size`. Free buffers of another size are
+    // released at once, outstanding ones when they are returned. Throws SessionFailed on allocation
+    // failure and if outstanding buffers of another size occupy too many slots.
     void reshape(Size size, size_t count);
 
-    std::optional<int32_t> take();  // the slot that has been free for the longest time
+    // Takes the slot that has been free for the longest time; returns nullopt if none is free.
+    std::optional<int32_t> take();
+    // Makes a slot free again, or releases its buffer if that no longer has the current size.
     void putBack(int32_t slot);
 
     const BufferRef& buffer(int32_t slot) const { return mBuffers.at(static_cast<size_t>(slot)); }
     Size size() const { return mSize; }
-    void clear();  // no slot has a buffer
+    void clear();  // releases all buffers
 
   private:
     BufferRef& at(int32_t slot) { return mBuffers.at(static_cast<size_t>(slot)); }
-    bool isCurrent(int32_t slot) const;  // of the size that the ring has now
+    bool isCurrent(int32_t slot) const;  // true if the slot has a buffer of the current size
 
-    std::array<BufferRef, kSlots> mBuffers;  // null: the slot has none
+    std::array<BufferRef, kSlots> mBuffers;  // null for a slot without a buffer
     std::deque<int32_t> mFree;
     Size mSize;
 };
 
-// Source buffers. The slot that has been free for the longest time is taken first: the component
-// goes on reading the last frame it converted as the reference of the next, also when it has
-// returned the slot.
+// The source buffers. The slot that has been free for the longest time is taken first, because the
+// component may return a slot while it still reads the buffer as the reference frame of the next
+// one. Painting over that buffer at once would falsify the motion vectors.
 class SourceRing {
   public:
-    // One to paint, one to convert, one that is the reference frame, and one to spare.
+    // One buffer is painted, one is converted, one is the reference frame, and one is spare.
     static constexpr size_t kSlots = 4;
-    static constexpr int32_t kFirst = 100;  // apart from output slots: a mix-up shows in the ledger
+    // The numbers of source slots differ from those of output slots, so that the ledger detects a
+    // buffer that is returned on the wrong port.
+    static constexpr int32_t kFirst = 100;
 
     explicit SourceRing(size_t slots = kSlots) : mBuffers(slots) { clear(); }
 
     bool hasFree() const { return !mFree.empty(); }
 
-    // Replaces the slot's buffer when it has another size. Throws SessionFailed when there is no
-    // memory; there must be a free slot.
+    // Takes a slot, which must be free, and replaces its buffer if that has another size. Throws
+    // SessionFailed on allocation failure; the slot then remains free.
     int32_t take(Size size);
     void putBack(int32_t slot) { mFree.push_back(slot); }
 
     const BufferRef& buffer(int32_t slot) const {
         return mBuffers.at(static_cast<size_t>(slot - kFirst));
     }
-    void clear();  // every slot is free, and none has a buffer
+    void clear();  // makes every slot free and releases all buffers
 
   private:
     std::vector<BufferRef> mBuffers;

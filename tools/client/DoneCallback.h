@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The callback object of a client that only looks at what is returned: one function, or none for a
-// client that looks at nothing. The function runs on whatever thread the component returns the
-// buffer on, several at once; the object takes no lock.
+// A callback object that passes each returned buffer to one function.
 #pragma once
 
 #include <qoz/VppComponent.h>
@@ -12,6 +10,9 @@
 
 namespace qoz::client {
 
+// For a client that needs no thread and no ledger of its own. Without a function, returned buffers
+// are ignored. The component calls the function on the thread that returns the buffer, and several
+// threads may call it at once: this class takes no lock, so the function must be thread-safe.
 class DoneCallback final : public android::IQOZCallback {
   public:
     using Done =

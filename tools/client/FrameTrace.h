@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The frames of one session in the trace: an arrow from the process() that sent a frame to every
-// buffer that is returned because of it, and counters of what is outstanding. Any thread; without a
-// running trace each call is one relaxed load.
+// The trace points of one client.
 #pragma once
 
 #include <android-base/thread_annotations.h>
@@ -15,21 +13,27 @@
 
 namespace qoz::client {
 
+// Draws an arrow in the trace from the process() call that sent a source frame to each
+// onBufferDone() call that results from it, and records the number of outstanding buffers as
+// counters. Any thread may call it. While no trace is recorded, a call costs one relaxed load.
 class FrameTrace {
   public:
+    // `session` is part of the counters' names.
     explicit FrameTrace(const std::string& session);
 
-    // Within the slice of the process() that takes the frame.
+    // Records the start of the arrows for a source frame. Must be called within the slice of the
+    // process() call. `timestamp` is in microseconds.
     void sent(int32_t slot, uint64_t timestamp) EXCLUDES(mLock);
 
-    // Within the slice of the onBufferDone() that returns a source or a frame. An interpolated
-    // frame belongs to the source after it, which made it possible.
+    // Draws the arrow to a returned buffer. Must be called within the slice of onBufferDone(). A
+    // source buffer is found by its slot, a frame by its timestamp. The arrow to an interpolated
+    // frame begins at the source frame that follows it, because it was made when that one arrived.
     void returned(bool source, int32_t slot, uint64_t timestamp) EXCLUDES(mLock);
 
     void outstanding(bool source, size_t count);
 
   private:
-    static constexpr size_t kRemembered = 64;  // frames
+    static constexpr size_t kRemembered = 64;  // source frames; older ones get no arrows
 
     struct Sent {
         int32_t slot;

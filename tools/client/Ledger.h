@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Which buffers are with the component: what has been queued and what has been returned. It knows
-// ports and slots and nothing else, so it serves every client; whoever shares one between threads
-// guards it with a lock.
+// The record of the buffers that are outstanding.
 #pragma once
 
 #include <cstddef>
@@ -12,27 +10,33 @@
 
 namespace qoz::client {
 
+// Checks that every buffer which a client queues is returned exactly once, on its own port. It uses
+// only ports and slots, so that it suits every kind of client. It takes no lock; a client that
+// shares a ledger between threads guards it.
 class Ledger {
   public:
     struct Totals {
-        uint64_t queued = 0;
+        uint64_t queued = 0;  // without those that were refused
         uint64_t returned = 0;
-        uint64_t refused = 0;    // offered, but remained the client's
-        uint64_t doubled = 0;    // nothing was outstanding under the slot
-        uint64_t wrongPort = 0;  // it was outstanding on another port; counts as returned there
+        uint64_t refused = 0;    // queue calls that failed; the buffers remained the client's
+        uint64_t doubled = 0;    // returns of a slot that was outstanding on no port
+        uint64_t wrongPort = 0;  // returns of a slot that was outstanding on another port
     };
 
     using Entry = std::pair<uint32_t, int32_t>;  // port, slot
 
-    // To be called before the buffer is handed over, as it may be returned during that call. False:
-    // it is outstanding already.
+    // Records a buffer as outstanding. Must be called before the buffer is passed to the component,
+    // which may return it during that call. Returns false if the buffer is outstanding already.
     bool queue(uint32_t port, int32_t slot);
 
-    // The buffer was not taken. False: it is not outstanding any more, so it was returned all the
-    // same.
+    // Records that the component refused the buffer, which is then no longer outstanding. Returns
+    // false if it was not outstanding, because the component returned it although it reported a
+    // failure.
     bool refuse(uint32_t port, int32_t slot);
 
-    // False: not as it was queued; the totals say how.
+    // Records a return. Returns false if the buffer was not outstanding on this port, and counts
+    // the return as doubled or as wrongPort. In the latter case the buffer that was outstanding on
+    // the other port also counts as returned.
     bool giveBack(uint32_t port, int32_t slot);
 
     const Totals& totals() const { return mTotals; }
@@ -40,11 +44,11 @@ class Ledger {
     size_t outstanding(uint32_t port) const;
     std::vector<Entry> missing() const { return {mOut.begin(), mOut.end()}; }
 
-    // Nothing is outstanding, and nothing was returned that had not been queued.
+    // Returns true if nothing is outstanding and every return matched a queued buffer.
     bool settled() const;
 
   private:
-    std::set<Entry> mOut;
+    std::set<Entry> mOut;  // the outstanding buffers
     Totals mTotals;
 };
 

@@ -11,11 +11,12 @@ namespace {
 
 using android::QOZBufferInfo;
 
-// A buffer that came back without a frame is offered again after this, not at once: a service that
-// refuses everything would make that an endless loop.
+// Output buffers that are returned without a frame are queued again only after this time without
+// returns: queueing them at once would be an endless loop with a service that refuses all of them.
 constexpr std::chrono::milliseconds kRetry{50};
 
-// Beyond those with the component: the one being read here and one on its way between.
+// Output buffers beyond the outstanding ones: one that onFrame reads, and one that has been
+// returned but not yet handled.
 constexpr size_t kSpareOutputs = 2;
 
 }  // namespace
@@ -23,14 +24,15 @@ constexpr size_t kSpareOutputs = 2;
 bool LiveClient::start(uint32_t width, uint32_t height, android::ConfigParams params) {
     if (!enable()) return false;
     vpp->config(width, height, kRgba, params, true);
-    // A component that has started before does not wait in config(); the look at the port does.
+    // From the second session on, config() does not wait for the start. isInputPortEnabled() does.
     return vpp->isInputPortEnabled(width, height, kRgba);
 }
 
 bool LiveClient::enable(bool diagnostics) {
     if (vpp == nullptr) vpp = std::make_shared<android::VppComponent>();
     const bool enabled = vpp->enable(mName, this, diagnostics);
-    // Until then a previous session may still have returned what it had.
+    // The ledger is emptied only now, because the previous session may have returned buffers during
+    // enable().
     clear();
     mSources.clear();
     mOutputs.clear();
@@ -48,7 +50,7 @@ bool LiveClient::send(uint32_t width, uint32_t height, int64_t nanoseconds,
             paint(LockedPixels(source(slot), android::GraphicBuffer::USAGE_SW_WRITE_OFTEN).data());
         }
         submit(slot, nanoseconds, carried);
-    } catch (const SessionFailed&) {  // no memory for it
+    } catch (const SessionFailed&) {  // the frame cannot be allocated or locked; it is skipped
     }
     queueOutputs();
     return true;
@@ -67,14 +69,14 @@ bool LiveClient::submit(int32_t slot, int64_t nanoseconds,
     const qoz::host::TraceSlice slice("process");
     mTrace.sent(slot, static_cast<uint64_t>(nanoseconds / 1000));
     if (vpp->process(&packet, nullptr) == 0) return true;
-    // Unless it has been returned all the same.
+    // If the component has returned the buffer although it refused it, handle() makes it free.
     if (refuse(kSourcePort, slot)) mSources.putBack(slot);
     return false;
 }
 
 void LiveClient::shapeOutputs(size_t target) {
     const Size expected{vpp->expectedOutputWidth(), vpp->expectedOutputHeight()};
-    // After a start that failed there is no expected size.
+    // The expected size is 0 if the start failed.
     mOutputs.reshape(expected.width != 0 ? expected : mSize,
                      std::min(target + kSpareOutputs, mOutputCount));
 }
@@ -120,7 +122,8 @@ bool LiveClient::waitForTimestamp(uint64_t microseconds) {
     return await([&] { return mNewest >= microseconds; });
 }
 
-// True when something moved: an output without a frame is no sign of life.
+// Makes the returned slots free and passes frames to onFrame. Returns true if there was progress.
+// An output buffer without a frame is none: a service that has stopped working may return those.
 bool LiveClient::handle(const std::vector<ReturnedBuffer>& done) {
     bool moved = false;
     for (const ReturnedBuffer& one : done) {

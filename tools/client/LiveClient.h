@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A client of one component: it sends sources, keeps the component supplied with output buffers of
-// the stream's size, and waits with an end. One thread drives it, and on that thread it handles
-// what has been returned: in each wait, whenever it queues, and when it is told to look.
+// A complete client of one component, for tests, benches and the player.
 #pragma once
 
 #include <functional>
@@ -14,33 +12,45 @@
 
 namespace qoz::client {
 
+// Sends source frames, keeps the component supplied with output buffers of the expected size, and
+// waits for results with a limit. It owns its buffers and shares the component. One thread calls
+// all of its functions. Buffers that other threads return wait in the ReturnQueue until that thread
+// handles them: in send(), queueOutputs(), await(), look() and disable().
 class LiveClient final : public ReturnQueue {
   public:
     static constexpr int32_t kFirstSource = SourceRing::kFirst;
 
-    // Source frames on their way at the same time. It takes two to interpolate; one more keeps the
-    // service busy while the client prepares the next.
+    // The number of source frames that are under way at the same time. Interpolation needs two; a
+    // third keeps the service busy while the client prepares the next one.
     static constexpr size_t kDepth = 3;
 
+    // `sources` and `outputs` are the greatest numbers of source and output buffers; `name` is the
+    // name of the session.
     explicit LiveClient(size_t sources = SourceRing::kSlots, size_t outputs = 24,
                         const std::string& name = "live")
         : ReturnQueue(name), mName(name), mOutputCount(outputs), mSources(sources) {}
 
-    // False when the component cannot be enabled or started.
+    // Enables and configures the component. Returns false if it cannot be enabled or started.
     bool start(uint32_t width, uint32_t height, android::ConfigParams params);
 
-    // Of the component there is, or of a new one. Afterwards every buffer that the previous session
-    // has dropped is the client's again.
+    // Begins a session, with a new component if there is none, and returns the component's result.
+    // Releases this client's buffers of the previous session, even those that were never returned.
     bool enable(bool diagnostics = false);
 
-    // Sends one frame of this size, painted by `paint` when given (R, G, B, A rows without
-    // padding), and queues output buffers. False when no source slot is returned in time.
+    // Sends one source frame and queues output buffers. `paint` fills in the pixels: bytes in the
+    // order R, G, B, A, in rows without padding. Without it the buffer keeps its contents.
+    // `carried` are settings that take effect with this frame. Returns false if no source slot
+    // becomes free in time. The result is true even if the frame was refused, or if its buffer
+    // could not be allocated.
     bool send(uint32_t width, uint32_t height, int64_t nanoseconds,
               const std::function<void(uint8_t*)>& paint = {},
               std::optional<android::ConfigParams> carried = {});
 
-    // The same in steps: there is a free source, it is taken (SessionFailed: no memory for it), and
-    // submitted or put back. False: it was refused, and is free again.
+    // The steps of send(), for a client that fills in the pixels itself. takeSource() needs a free
+    // source and throws SessionFailed on allocation failure. The slot must then be passed to
+    // submit() or to putBackSource(). submit() returns false if the component refused the frame.
+    // The slot is then free, unless the component has returned it nevertheless: in that case it
+    // becomes free when the return is handled.
     bool hasSource() const { return mSources.hasFree(); }
     int32_t takeSource(Size size);
     const BufferRef& source(int32_t slot) const { return mSources.buffer(slot); }
@@ -48,44 +58,55 @@ class LiveClient final : public ReturnQueue {
                 const std::optional<android::ConfigParams>& carried);
     void putBackSource(int32_t slot) { mSources.putBack(slot); }
 
-    // Queues output buffers of the expected size until `target` are outstanding; by default as many
-    // as the frames on their way need. One that is refused is offered again by the next call.
+    // Handles returned buffers, then queues output buffers of the expected size until `target` are
+    // outstanding; by default as many as kDepth source frames need. A buffer that is refused is
+    // queued again by a later attempt.
     void queueOutputs(size_t target);
     void queueOutputs() { queueOutputs(usualTarget()); }
 
-    // Makes the buffers for that. Throws SessionFailed; queueOutputs() goes on with those it has.
+    // Allocates the buffers that queueOutputs() needs. Throws SessionFailed if it cannot;
+    // queueOutputs(), which calls it, then uses the buffers that there are.
     void shapeOutputs(size_t target);
     void shapeOutputs() { shapeOutputs(usualTarget()); }
     Size outputSize() const { return mOutputs.size(); }
 
-    // Waits until `holds`, and meanwhile queues output buffers if so `queueing`. False: nothing has
-    // moved for `patience`, or the service has died.
+    // Handles returned buffers until `holds` returns true; if `queueing` is set, queues output
+    // buffers meanwhile. Returns false if `patience` passes without progress, or if the service has
+    // died. Progress is the return of a source buffer or of an output buffer with a frame.
     bool await(const std::function<bool()>& holds, bool queueing = true);
-    bool waitForSource();  // until send() would find a free source at once
+    // Waits until a source is free, or until a frame with this timestamp or a later one has been
+    // returned; the results are those of await().
+    bool waitForSource();
     bool waitForTimestamp(uint64_t microseconds);
+    // Handles the buffers that have been returned so far, without waiting.
     void look() { handle(take()); }
 
     void disable();
-    void stop();     // flush and disable
-    void release();  // lets the buffers and the component go
+    void stop();     // flushes and disables the component
+    void release();  // releases the buffers and this client's reference to the component
 
-    // Empty when every buffer has been returned once; else what is wrong.
+    // Returns an empty text if every queued buffer has been returned exactly once, else a sentence
+    // about the difference.
     std::string account() const;
-    size_t doubled() const { return ledger().totals().doubled; }  // were not outstanding
+    size_t doubled() const { return ledger().totals().doubled; }
 
-    // Called with each frame that comes out, before its buffer is queued again.
+    // Called on the client's thread for each returned output buffer with a frame, before the buffer
+    // becomes free. May be empty.
     std::function<void(const BufferRef& frame, const ReturnedBuffer& returned)> onFrame;
 
-    // Asked before each wait; none: it lives.
+    // Called by await() before each wait; returns true if the service has died. Must not be empty.
     std::function<bool()> serviceDied = [] { return false; };
 
+    // The longest time that await() waits without progress.
     std::chrono::seconds patience{20};
 
+    // Returns true if a VPP service is registered.
     static bool serviceLives();
 
     std::shared_ptr<android::VppComponent> vpp;
 
   private:
+    // The number of output buffers that kDepth source frames need.
     size_t usualTarget() const { return size_t{vpp->outBufReqsPerFrame()} * kDepth; }
     bool handle(const std::vector<ReturnedBuffer>& done);
 
@@ -93,8 +114,8 @@ class LiveClient final : public ReturnQueue {
     const size_t mOutputCount;
     SourceRing mSources;
     OutputRing mOutputs;
-    Size mSize;            // of the newest source
-    uint64_t mNewest = 0;  // timestamp of a frame that came out
+    Size mSize;            // of the source that was taken last
+    uint64_t mNewest = 0;  // the latest timestamp of a returned frame, microseconds
 };
 
 }  // namespace qoz::client

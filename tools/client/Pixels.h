@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The pixels of graphic buffers, as a client on the CPU reaches them.
+// Access by the CPU to the pixels of a client's graphic buffers.
 #pragma once
 
 #include <ui/GraphicBuffer.h>
@@ -13,8 +13,9 @@ namespace qoz::client {
 
 using BufferRef = android::sp<android::GraphicBuffer>;
 
-// Luma, then interleaved U and V at half the size, both with rows of `stride` bytes. An odd last
-// row or column has its own chroma.
+// A view of an NV12 picture: a luma plane, and a plane of interleaved U and V samples at half the
+// resolution, rounded up. Rows of both planes are `stride` bytes apart. The view does not own the
+// pixels.
 struct Nv12View {
     const uint8_t* luma;
     const uint8_t* chroma;
@@ -26,8 +27,8 @@ inline Size sizeOf(const BufferRef& buffer) {
     return {buffer->getWidth(), buffer->getHeight()};
 }
 
-// The pixels of a buffer for as long as the object lives. Throws SessionFailed when they cannot be
-// had.
+// Locks a buffer for access by the CPU during the object's life. Throws SessionFailed if the buffer
+// cannot be locked.
 class LockedPixels {
   public:
     LockedPixels(BufferRef buffer, uint32_t usage) : mBuffer(std::move(buffer)) {
@@ -44,7 +45,7 @@ class LockedPixels {
     uint8_t* data() const { return mData; }
     size_t stride() const { return mBuffer->getStride(); }  // pixels
     Size size() const { return sizeOf(mBuffer); }
-    Nv12View nv12() const {  // of a buffer in that format
+    Nv12View nv12() const {  // only for a buffer in the format kNv12Vemo
         return {mData, mData + stride() * size().height, static_cast<int>(stride()), size()};
     }
 

@@ -17,7 +17,7 @@ void ReturnQueue::onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint
     traceOutstanding(port);
 }
 
-// After every change of the ledger.
+// Adds the number of outstanding buffers to the trace.
 void ReturnQueue::traceOutstanding(uint32_t port) {
     if (qoz::host::tracing()) mTrace.outstanding(port == kSourcePort, mLedger.outstanding(port));
 }

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The callback object of a client with a thread of its own: what the component returns, on whatever
-// thread, waits here until the client's thread takes it. The object keeps the ledger as well.
+// The callback object of a client that handles returned buffers on its own thread.
 #pragma once
 
 #include <android-base/thread_annotations.h>
@@ -16,7 +15,7 @@
 
 namespace qoz::client {
 
-// What one onBufferDone() said, and when.
+// The arguments of one onBufferDone() call, with the time of the call.
 struct ReturnedBuffer {
     uint32_t port;
     int32_t slot;
@@ -25,27 +24,36 @@ struct ReturnedBuffer {
     Clock::time_point at;
 };
 
+// Queues each buffer that the component returns, on whichever thread, until the client's thread
+// takes it. It also keeps the ledger of the outstanding buffers, since it sees every return. mLock
+// guards both; it is held only briefly and never during a call of the client's code.
 class ReturnQueue : public android::IQOZCallback {
   public:
+    // `session` names the session in the trace.
     explicit ReturnQueue(const std::string& session) : mTrace(session) {}
 
-    // Any thread. The lock is held for a moment only, and never while calling out.
+    // Records a return and wakes the client's thread. A return that does not match the ledger is
+    // counted there but not queued. Any thread may call this.
     void onBufferDone(uint32_t port, int32_t slot, uint32_t valid, uint64_t timestamp) override
         EXCLUDES(mLock);
     void onConfigChanged(std::set<uint32_t>) override {}
 
+    // Record in the ledger that a buffer is about to be queued, and that the component refused it;
+    // see Ledger::queue() and Ledger::refuse().
     void queue(uint32_t port, int32_t slot) EXCLUDES(mLock);
-    bool refuse(uint32_t port, int32_t slot)
-        EXCLUDES(mLock);  // false: it has been returned already
+    bool refuse(uint32_t port, int32_t slot) EXCLUDES(mLock);
 
-    // Everything that was returned in good order since the last call; waits until `end` for it.
+    // Takes all queued returns, in the order in which they arrived. If there are none, waits for
+    // the first one, at most until `end`.
     std::vector<ReturnedBuffer> take(Clock::time_point end = {}) EXCLUDES(mLock);
 
     size_t outstanding(uint32_t port) const EXCLUDES(mLock);
-    Ledger ledger() const EXCLUDES(mLock);
-    void clear() EXCLUDES(mLock);  // forgets everything
+    Ledger ledger() const EXCLUDES(mLock);  // a copy
+    // Empties the ledger and the queue, for a new session.
+    void clear() EXCLUDES(mLock);
 
-    // Called on the thread that returns a buffer, before the ledger knows of it.
+    // Called on the thread that returns a buffer, before the return is recorded in the ledger. Must
+    // be set before the session starts.
     std::function<void()> onReturn;
 
   protected:

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// What every part of the client kit uses: clock, sizes, ports and formats, texts.
+// Definitions that the whole client kit uses: the clock, sizes, ports, pixel formats and text
+// functions.
 #pragma once
 
 #include <qoz/VppComponent.h>
@@ -16,7 +17,7 @@ using Clock = std::chrono::steady_clock;
 constexpr uint32_t kOutputPort = android::QOZPort::kOutput;
 constexpr uint32_t kSourcePort = android::QOZPort::kSource;
 
-// Pixel formats of source and of output buffers, as graphic buffers take them.
+// The pixel formats of source and output buffers, as values for the GraphicBuffer constructor.
 constexpr int32_t kRgba = android::QOZFormat::kRgba8888;
 constexpr int32_t kNv12Vemo = android::QOZFormat::kNv12Vemo;
 
@@ -27,16 +28,16 @@ struct Size {
     bool operator==(const Size&) const = default;
 };
 
-// The session did not do its work.
+// A session failed. The text is shown to the user.
 class SessionFailed : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
 };
 
-// Text as printf() writes it.
+// Formats a text by the rules of printf().
 std::string format(const char* pattern, ...) __attribute__((__format__(printf, 1, 2)));
 
-// As %llu wants it.
+// Converts a number to the type that %llu needs.
 constexpr unsigned long long big(uint64_t value) {
     return value;
 }
@@ -47,7 +48,7 @@ inline double milliseconds(Clock::duration duration) {
 
 std::string toText(Size size);
 
-// "output 3", "source 101".
+// Names a buffer for a message: "output 3", "source 101".
 std::string bufferName(uint32_t port, int32_t slot);
 
 }  // namespace qoz::client
