@@ -9,12 +9,14 @@ namespace qoz::host::vppservice {
 namespace {
 
 constexpr std::chrono::seconds kLongestCallback{2};
-constexpr int64_t kIdBits = 0x7FFEFFFF;  // of a cookie; the others tell what the buffer is
-constexpr int64_t kUnknownId = 4711;
+constexpr int64_t kIdBits =
+    0x7FFEFFFF;  // bits of a cookie that identify the buffer; the others give its kind
+constexpr int64_t kUnknownId = 4711;  // no client uses this id
 
-// The dispatcher whose callback this binder thread is carrying out.
+// The dispatcher whose callback the current thread is carrying out. stop() must not wait for it.
 thread_local const CallbackDispatcher* tDispatching = nullptr;
 
+// The names under which faults are armed.
 const char* nameOf(Callback::Kind kind) {
     switch (kind) {
         case Callback::Kind::InputDone:
@@ -31,6 +33,8 @@ const char* nameOf(Callback::Kind kind) {
     return "eventDrainDone";
 }
 
+// Makes the call. A status other than VPP_OK is passed as the event's own, or precedes the call as
+// an eventError if the callback has no status.
 void callOn(vpp::IVppCallbacks& client, const Callback& callback, VppError status) {
     VppError ignored = VppError::VPP_OK;
     if (status != VppError::VPP_OK && callback.kind != Callback::Kind::ReconfigDone) {
@@ -55,7 +59,7 @@ void callOn(vpp::IVppCallbacks& client, const Callback& callback, VppError statu
     }
 }
 
-// Of the same kind, and nothing that the client could know.
+// Returns a callback of the same kind whose values no client has sent or can know.
 Callback strayLike(const Callback& callback) {
     Callback stray;
     stray.kind = callback.kind;
@@ -81,7 +85,8 @@ void CallbackDispatcher::post(Callback callback) {
 }
 
 void CallbackDispatcher::stop() {
-    // These end without the lock: they own the client's object.
+    // These are destroyed after the lock is released: they own the client's object, whose
+    // destructor may call the service.
     std::deque<Callback> posted;
     std::multimap<Clock::time_point, Delivery> delayed;
     std::shared_ptr<vpp::IVppCallbacks> client;
@@ -97,12 +102,13 @@ void CallbackDispatcher::stop() {
     mWorker.finish(within ? std::chrono::milliseconds(0) : kLongestCallback);
 }
 
+// The body of the thread. A callback that a fault swaps waits here until the next one is delivered.
 void CallbackDispatcher::run() {
-    std::optional<Delivery> swapped;  // with the one that follows
+    std::optional<Delivery> swapped;  // waits to follow the next callback
     for (Delivery delivery; next(&delivery); delivery = {}) {
         if (!isDue(&delivery)) continue;
         if (delivery.effect->manner == Manner::Swap && !swapped) {
-            delivery.to.reset();  // stop() lets go of the client's object
+            delivery.to.reset();  // so that stop() can release the client's object
             swapped = std::move(delivery);
             continue;
         }
@@ -114,6 +120,8 @@ void CallbackDispatcher::run() {
     }
 }
 
+// Waits for the next callback. A delayed callback whose time has come precedes the queued ones.
+// Returns false after stop().
 bool CallbackDispatcher::next(Delivery* out) {
     std::unique_lock lock(mLock);
     const android::base::ScopedLockAssertion held(mLock);
@@ -138,7 +146,8 @@ bool CallbackDispatcher::next(Delivery* out) {
     return true;
 }
 
-// True when it is this dispatcher's turn to bring it, now.
+// Returns true if this dispatcher must deliver the callback now. Otherwise the other dispatcher
+// delivers it, or a fault delays it and it has been moved to mDelayed.
 bool CallbackDispatcher::isDue(Delivery* delivery) {
     if (delivery->effect) return true;
     Callback& callback = delivery->callback;
@@ -155,6 +164,7 @@ bool CallbackDispatcher::isDue(Delivery* delivery) {
     return false;
 }
 
+// Delivers the callback as its fault demands: not at all, changed, twice, or after a stray one.
 void CallbackDispatcher::deliver(Delivery* delivery) const {
     const FaultEffect& effect = *delivery->effect;
     if (effect.lost || effect.manner == Manner::Drop) return;
@@ -173,6 +183,8 @@ void CallbackDispatcher::deliver(Delivery* delivery) const {
     }
 }
 
+// Has a binder thread make the call, or the client's own waiting thread if `within` is set, and
+// waits until the call returns.
 void CallbackDispatcher::call(vpp::IVppCallbacks& to, const Callback& callback,
                               VppError status) const {
     const auto work = [&] {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Brings what one port has for the client to it, in the order posted.
+// Delivers the callbacks of one port to the client, in the order in which they were posted.
 #pragma once
 
 #include <aidl/vendor/vuq/hardware/vpp/IVppCallbacks.h>
@@ -20,44 +20,51 @@
 
 namespace qoz::host::vppservice {
 
-// One call of the client's object that is due.
+// One call that the client's object is to receive.
 struct Callback {
     enum class Kind { InputDone, OutputDone, FlushDone, ReconfigDone, DrainDone };
 
     Kind kind = Kind::DrainDone;
     Manner manner = Manner::Plain;
-    VppBuffer buffer = {};  // of the two buffer returns
-    VppPort port = {};      // of a flush
-    // An event of both ports is posted to both dispatchers; the last one to reach it brings it.
+    VppBuffer buffer = {};  // for the two buffer returns
+    VppPort port = {};      // for a flush
+    // Counts the dispatchers that an event still has to reach; null for the callbacks of one port.
+    // An event of both ports is posted to both dispatchers, and the second one to reach it delivers
+    // it.
     std::shared_ptr<std::atomic<int>> barrier = nullptr;
-    // Who makes the call in place of a binder thread; null: a binder thread does.
+    // The thread of the client's own call that delivers the callback. If null, a binder thread
+    // does.
     std::shared_ptr<NestedCall> within = nullptr;
 };
 
-// Owned by the engine of a session. It has one thread, which makes each call on a binder thread
-// with no lock held. Callbacks that a fault delays wait aside and hold no other up.
+// The engine owns one for each port. Its thread takes the callbacks from the queue and has a binder
+// thread call the client, one call at a time and with no lock held. A callback that a fault delays
+// is set aside and does not delay the callbacks behind it.
 class CallbackDispatcher : public std::enable_shared_from_this<CallbackDispatcher> {
   public:
     CallbackDispatcher(std::shared_ptr<vpp::IVppCallbacks> client,
                        std::shared_ptr<FaultInjector> faults)
         : mFaults(std::move(faults)), mClient(std::move(client)) {}
 
-    // Throws std::system_error when there is no thread to be had; may be tried again.
+    // Starts the thread. Throws std::system_error if it cannot be created; the caller may try
+    // again.
     void start();
+    // Queues a callback. Callable on any thread; does not wait. Does nothing after stop().
     void post(Callback callback) EXCLUDES(mLock);
 
-    // Drops what is not under way, waits for what is, and lets go of the client's object on the
-    // calling thread, which may destroy the client. Called from within a callback of this very
-    // dispatcher it does not wait.
+    // Drops the queued callbacks, waits at most two seconds for the one under way, and releases the
+    // client's object on the calling thread, which may destroy the client. If it is called from
+    // within a callback of this dispatcher, it does not wait, since that callback cannot end
+    // before.
     void stop() EXCLUDES(mLock);
 
   private:
     using Clock = std::chrono::steady_clock;
 
-    // A callback on its way, with the object that it goes to.
+    // A callback taken from the queue, and the object that receives it.
     struct Delivery {
         Callback callback;
-        std::optional<FaultEffect> effect;  // once a fault has been looked for
+        std::optional<FaultEffect> effect;  // empty until a fault has been looked for
         std::shared_ptr<vpp::IVppCallbacks> to;
     };
 

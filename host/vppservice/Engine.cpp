@@ -8,10 +8,12 @@
 namespace qoz::host::vppservice {
 namespace {
 
-// Far longer than one frame takes to write, also under a sanitizer.
+// Limit for the frame under way when the engine stops. It is far longer than one frame takes, even
+// under a sanitizer.
 constexpr std::chrono::seconds kLongestFrame{10};
 
-// `index` of `factor` + 1 even steps from one time to a later one; no product overflows.
+// Returns the time after `index` of `factor` + 1 equal steps from `from` to `to`. Dividing before
+// multiplying keeps the products within 64 bits.
 uint64_t timeBetween(uint64_t from, uint64_t to, uint32_t index, uint32_t factor) {
     const uint64_t length = to - from;
     const uint64_t steps = uint64_t{factor} + 1;
@@ -68,7 +70,9 @@ void Engine::queueInput(ImportedBuffer buffer) {
     mCond.notify_one();
 }
 
-// How many frames go between the source queued last and this one; none when it begins afresh.
+// Returns the number of interpolated frames between the source queued last and this one. It is 0 if
+// this source starts a new sequence: it is the first one, it is not later than the last one, or its
+// size differs.
 uint32_t Engine::framesBefore(const ImportedBuffer& source) {
     if (!mNewest) return 0;
     const auto& [timestamp, size] = *mNewest;
@@ -103,6 +107,8 @@ void Engine::drain(Answer answer) {
     give({.event = Callback::Kind::DrainDone, .answer = std::move(answer)});
 }
 
+// Queues a command. The buffers that it returns leave the queues here and not on the engine thread,
+// so that the command does not affect buffers queued after it.
 void Engine::give(Command command) {
     const std::lock_guard lock(mLock);
     if (mStopped) return;
@@ -134,7 +140,9 @@ void Engine::run() {
     mReference.reset();
 }
 
-// Takes what is next out of its queue; waits while there is nothing to do.
+// Waits for the next task and takes it out of its queue. Commands come first. A source is taken
+// only when no interval is under way, and an output buffer only when there is a frame to write into
+// it.
 Engine::Work Engine::awaitWork() {
     const auto take = [](auto& queue) {
         Work work = std::move(queue.front());
@@ -155,24 +163,29 @@ Engine::Work Engine::awaitWork() {
     }
 }
 
+// A drain is due when all sources queued before it are finished, or when an unfinished interval has
+// no output buffer left. The other commands are due at once.
 bool Engine::isDue(const Command& command) const {
     if (command.event != Callback::Kind::DrainDone) return true;
     return mJob ? mOutputs.empty() : mTaken >= command.until;
 }
 
+// Returns the unfinished buffers of a command and then posts its event.
 void Engine::obey(Command command) {
     if (command.clearsInput) abandon();
     for (QueuedSource& input : command.inputs) {
         postInput(std::move(input.buffer));
     }
     for (ImportedBuffer& output : command.outputs) {
-        output.record.timestamp = 0;  // it holds no frame, of whatever time
+        output.record.timestamp = 0;  // marks the buffer as unfilled
         postOutput(std::move(output));
     }
     announce(command);
 }
 
-// Events of one port follow what is posted for that port; the others follow both.
+// Posts the event of a command behind the buffers that were posted before. A flush event goes to
+// the dispatcher of its port. The other events go to both dispatchers and are delivered by the one
+// that reaches them last, so that they follow the buffers of both ports.
 void Engine::announce(const Command& command) {
     const bool both = command.event != Callback::Kind::FlushDone;
     const auto barrier = both ? std::make_shared<std::atomic<int>>(2) : nullptr;
@@ -189,6 +202,8 @@ void Engine::announce(const Command& command) {
     if (both || command.port == VppPort::OUTPUT) mOutputDispatcher->post(callback());
 }
 
+// Makes a queued source the current job and, if there are frames to interpolate, measures its
+// interval.
 void Engine::begin(QueuedSource input) {
     const TraceSlice slice("begin interval");
     Job job;
@@ -198,6 +213,7 @@ void Engine::begin(QueuedSource input) {
     mJob = std::move(job);
 }
 
+// Writes the next frame of the interval into an output buffer and returns the buffer.
 void Engine::write(ImportedBuffer output) {
     Job& job = *mJob;
     const TraceSlice slice(job.next < job.factor ? "write between" : "write source");
@@ -218,9 +234,9 @@ void Engine::write(ImportedBuffer output) {
     if (++job.next > job.factor) retire();
 }
 
-// The interval is complete: its newer source becomes the reference of the next. When nothing is to
-// be put in between, the client gets its buffer back at once; a copy stays, because control given
-// after the frame may still ask for frames from it on.
+// Completes the interval: its newer source becomes the reference frame of the next one. If no
+// frames are to follow the source, the client gets its buffer back at once. The engine keeps a
+// copy, because a control that the client sets later may still ask for frames after this source.
 void Engine::retire() {
     Source source = std::move(mJob->source);
     mJob.reset();
@@ -235,6 +251,7 @@ void Engine::retire() {
     mReference = std::move(source);
 }
 
+// Returns the input buffers of the interval under way and forgets both of its sources.
 void Engine::abandon() {
     if (mReference) giveBack(*mReference);
     if (mJob) giveBack(mJob->source);
@@ -242,6 +259,7 @@ void Engine::abandon() {
     mJob.reset();
 }
 
+// Returns the input buffer of a source, unless that has been done before.
 void Engine::giveBack(Source& source) {
     if (!source.input) return;
     postInput(std::move(*source.input));

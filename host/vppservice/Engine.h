@@ -1,15 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
-// One open session at work: the queues of both ports, and the thread that turns sources into
-// outputs.
+// The engine of one session. It holds the queues of both ports and the thread that turns source
+// frames into output frames.
 //
 //   queueInput ──> mInputs ──┐                       ┌──> output dispatcher ──> client
 //   queueOutput ─> mOutputs ─┼─> engine thread ──────┤
 //   flush, ... ──> mCommands ┘                       └──> input dispatcher ───> client
 //
-// Commands overtake frames but never interrupt one that is being written. What a command returns
-// is taken out of the queues when the command is given, so that buffers queued after it stay. The
-// factor of an interval is decided when the source that closes it is queued: control that comes
-// later never reaches back.
+// A command is carried out before the frames that still wait in the queues, but it never interrupts
+// a frame that is being written. The buffers that a flush or a reconfiguration returns leave the
+// queues at the moment of the call, so that buffers queued after the call stay. The number of
+// interpolated frames between two sources is decided when the newer source is queued: a control
+// that the client sets later does not change earlier intervals.
 #pragma once
 
 #include <android-base/thread_annotations.h>
@@ -30,61 +31,73 @@
 
 namespace qoz::host::vppservice {
 
-// Owned by its session, and by its own thread while that runs. The public operations are called on
-// the threads of the session's calls, and none of them waits but stop(). Nothing is called with
-// mLock held.
+// The session owns the engine; the engine thread holds a reference too while it runs, so that an
+// engine whose thread did not end in time is not destroyed under it. The public operations run on
+// the threads of the session's calls, and only stop() waits. The engine calls neither the
+// dispatchers nor the client while it holds mLock.
 class Engine : public std::enable_shared_from_this<Engine> {
   public:
     Engine(const std::shared_ptr<vpp::IVppCallbacks>& callbacks,
            const std::shared_ptr<FaultInjector>& faults);
 
-    // Throws std::system_error when there is no thread to be had; may be tried again.
+    // Starts the engine thread and both dispatchers. Throws std::system_error if a thread cannot be
+    // created; the caller may then try again.
     void start();
 
-    // Drops everything, ends the threads and lets go of the client's object, as
-    // CallbackDispatcher::stop().
+    // Drops all queued buffers and commands, ends the threads, and releases the client's object as
+    // CallbackDispatcher::stop() does. Waits until the frame and the callback that are under way
+    // are finished, but no longer than the limits in the sources.
     void stop() EXCLUDES(mLock);
 
+    // Replaces or removes the frame-rate control. It applies to sources that are queued from now
+    // on.
     VppError setFrc(const std::vector<vpp::VppCtrlFrcSegment>& segments) EXCLUDES(mLock);
     void clearFrc() EXCLUDES(mLock);
 
+    // The engine returns every queued buffer to the client through a dispatcher, unless stop()
+    // drops it.
     void queueInput(ImportedBuffer buffer) EXCLUDES(mLock);
     void queueOutput(ImportedBuffer buffer) EXCLUDES(mLock);
 
-    // Each is answered by its event. A flush or a reconfiguration first sends back, unfilled, all
-    // that is held of its ports, and the next source starts afresh.
+    // Each of these commands is answered by an event. A flush returns the unfinished buffers of its
+    // port, a reconfiguration those of both ports, before the event. After input buffers were
+    // returned, the next source starts a new sequence, without interpolated frames before it.
     void flush(VppPort port, Answer answer);
     void reconfigure(Answer answer);
-    // Finishes the sources queued so far, or as many as the queued outputs allow.
+    // Finishes the sources that were queued before the call, or as many of them as the queued
+    // output buffers allow.
     void drain(Answer answer);
 
   private:
-    // A queued source, and how many frames go between it and the source queued before it.
+    // A queued source, and the number of interpolated frames between it and the source queued
+    // before it.
     struct QueuedSource {
         ImportedBuffer buffer;
         uint32_t between = 0;
     };
 
+    // A flush, reconfiguration or drain that waits for the engine thread.
     struct Command {
         Callback::Kind event;
         Answer answer;
         VppPort port = {};
         bool clearsInput = false;
         bool clearsOutput = false;
-        std::deque<QueuedSource> inputs = {};  // held when the command was given
+        std::deque<QueuedSource> inputs = {};  // in the queue when the command was given
         std::deque<ImportedBuffer> outputs = {};
-        uint64_t until = 0;  // sources taken up, for a drain
+        uint64_t until = 0;  // for a drain: value of mTaken that ends it
     };
 
-    // The newest source, while its interval is being filled.
+    // The newest source while the engine writes the frames of its interval, which are `factor`
+    // interpolated frames and then the source itself.
     struct Job {
         Source source;
         uint32_t factor = 0;
-        uint32_t next = 0;  // index into the interval: `factor` frames in between, then the source
+        uint32_t next = 0;  // index of the next frame to write; at `factor` it is the source
     };
 
-    // What the engine thread does next, out of its queue: obey a command, begin an interval with a
-    // source, write an output; nothing: end.
+    // The next task of the engine thread: carry out a command, begin the interval of a source, or
+    // write into an output buffer. An empty value ends the thread.
     using Work = std::variant<std::monostate, Command, QueuedSource, ImportedBuffer>;
 
     void give(Command command) EXCLUDES(mLock);
@@ -112,15 +125,16 @@ class Engine : public std::enable_shared_from_this<Engine> {
     std::deque<ImportedBuffer> mOutputs GUARDED_BY(mLock);
     std::deque<Command> mCommands GUARDED_BY(mLock);
     FrcControl mFrc GUARDED_BY(mLock);
-    // Time and size of the source queued last; none after what begins afresh.
+    // Time stamp and size of the source queued last. Empty at the start and after the input was
+    // flushed.
     std::optional<std::pair<uint64_t, FrameSize>> mNewest GUARDED_BY(mLock);
-    uint64_t mQueued GUARDED_BY(mLock) = 0;  // sources, ever
-    uint64_t mTaken GUARDED_BY(mLock) = 0;   // of these, no longer in mInputs
+    uint64_t mQueued GUARDED_BY(mLock) = 0;  // number of sources since the start
+    uint64_t mTaken GUARDED_BY(mLock) = 0;   // how many of these have left mInputs
     bool mStopped GUARDED_BY(mLock) = false;
 
-    // The engine thread's own.
+    // Only the engine thread uses these three.
     Renderer mRenderer;
-    std::optional<Source> mReference;  // the source before the job's
+    std::optional<Source> mReference;  // the source that precedes the job's
     std::optional<Job> mJob;
 
     Worker mWorker;

@@ -64,8 +64,9 @@ void Service::die() {
         for (const auto& session : all) {
             session->declareDead();
         }
-        // The clients hear of the death first. Their objects may go with the sessions, and must not
-        // go on a thread that holds their locks or that they wait for.
+        // Announce the death before the release. The release may destroy the clients' objects, so
+        // it runs on the executor's thread and not here, where the caller may hold locks that their
+        // destructors take.
         mReleases.post([this, all = std::move(all)]() mutable {
             for (const auto& session : all) {
                 announceDeath(*session);

@@ -1,41 +1,48 @@
 // SPDX-License-Identifier: Apache-2.0
-// A VPP service in this process: it works from what it was sent and nothing else.
+// The simulated VPP service. It takes its decisions only from the data that clients send. The
+// interface leaves some behaviour to the service; this one behaves as follows.
 //
-// What it decides where nothing tells it:
+// Control. The interpolation factor of an interval comes from the FRC segment with the latest start
+// at or before the interval's older source; of two segments with equal starts the later one in the
+// list counts. The control that is set when the interval's newer source is queued decides. Mode 0,
+// level 0 and factor 0 mean no interpolated frames. Factors above 16 are refused. The AIS control
+// switches frame-rate control off until the next FRC control. The client may set the parameters of
+// an open session and open it again: the sizes apply to buffers queued afterwards, and no queued
+// buffer is lost.
 //
-// Control. The factor of an interval is that of the FRC segment with the latest start at or before
-// the interval's older source, as the control stands when the interval's newer source is queued; of
-// equal starts the later in the list. Mode 0, level 0 or factor 0
-// mean none; factors above 16 are refused. The AIS control takes frame-rate control out of force
-// until the next FRC control. A session that is open may be set up and opened again: sizes hold
-// for buffers queued afterwards, and nothing is lost.
+// Time. A source starts a new sequence, as after a flush, if it is not later than the previous
+// source or has another size. No frames are interpolated before it. The newest source stays as the
+// reference frame. Its buffer is returned when the interval that it begins is complete, or at once
+// if no frames are to follow it.
 //
-// Time. A source not later than the one before it, or of another size, begins afresh, as after a
-// flush: nothing is put in between. The newest source is kept as reference; its buffer goes back
-// when its interval is complete or, when no frames are wanted from it on, at once.
+// Pictures. Without vectors, interpolated frames are blends of both sources. With vectors they
+// follow the motion. At a scene cut, where more than 40 percent of the textured blocks have no
+// match in either direction, the nearer source is repeated. The half-size frame raises detail if
+// the output is larger than the input, see Renderer.h. A buffer is refused if its pixels are laid
+// out for a size other than the port's, because nothing says what size they have. It is also
+// refused if a side buffer is too small. A side buffer that is laid out for another size is
+// ignored.
 //
-// Pictures. Without vectors, frames in between are blends. With vectors they follow the motion. At
-// a scene cut (mean match error of the fields above 32) the nearer source is repeated. The
-// half-size frame raises detail when the output is larger than the input (see Renderer.h). A side
-// buffer too small for its port is refused; one laid out for another size is not used. Pixels laid
-// out for another size than their port's are refused: nobody could tell what they show.
+// Returns. Output buffers return in the order of their sources; an unfilled one has timestamp 0. A
+// flush or a reconfiguration returns, before its event, the buffers that were held when it was
+// called, and leaves output buffers unfilled. A frame that is being written is finished first. A
+// drain ends when the sources queued before it are finished or no output buffer is queued.
 //
-// Returns. Outputs come in the order of their sources; unfilled ones have timestamp 0. A flush or a
-// reconfiguration sends back, unfilled and before its event, what was held when it was called; a
-// frame being written is finished first. A drain ends when the sources queued before it are
-// finished or no output is queued.
+// Ends. close() and terminateSession() drop all buffers, wait for the frame that is being written
+// and for the callbacks under way, and release the client's object on the calling thread. They wait
+// at most two seconds for the callback of each port, and not at all for a callback that they are
+// called from. After the service dies, calls fail at once, and a thread of its own releases what
+// the sessions held.
 //
-// Ends. close() and terminateSession() drop what is held, wait for a callback under way (at most
-// two seconds, and not when called from within it) and let go of the client's object on the calling
-// thread. When the service dies, calls fail at once and what was held goes on a thread of its own.
-//
-// Faults. On an operation that is answered later by a callback (queueBuf, flush, reconfigure,
-// drain), drop, twice and unknown apply to that callback; on others they change nothing. Within
-// has the call of a flush, reconfiguration or drain make that callback itself, before it returns. A
-// code on a callback goes with it when it has a status (eventReconfigDone); else eventError(code)
-// goes before it, and an output buffer comes back unfilled. An operation answered with a code is
-// not carried out, nor is terminateSession(), which has no answer. Operations that no client here
-// calls, and getSessionCount(), have no faults.
+// Faults. Some operations are answered later by a callback: queueBuf, flush, reconfigure and drain.
+// On these the faults drop, twice, unknown, swap and stray apply to that callback. On
+// getNewVppSession, drop gives a null session; on other operations these faults change nothing. The
+// fault within makes the call of a flush, reconfiguration or drain deliver its own callback before
+// it returns. A code on an operation is its answer, and the operation is not carried out; this
+// includes terminateSession(), which returns no answer. The fault keep answers with a code too, but
+// carries the operation out. A code on a callback is passed with it if the callback has a status
+// (eventReconfigDone); otherwise eventError(code) precedes it, and an output buffer returns
+// unfilled. The operations of VppSessionBase and getSessionCount() have no faults.
 #pragma once
 
 #include <aidl/vendor/vuq/hardware/vpp/BnVppService.h>
@@ -56,31 +63,39 @@
 
 namespace qoz::host::vppservice {
 
-// The factory, and the life of all its sessions.
+// Creates the sessions and ends them when the service dies. The clients own the sessions; the
+// service knows them by weak references. Operations may come on any thread. mLock guards the list
+// of sessions and the mark of death and is not held while a session is called.
 class Service : public vpp::BnVppService {
   public:
-    // `onDeath` is called once, on the thread of die(). Throws std::system_error when there is no
-    // thread to be had.
+    // `onDeath` is called once, on the thread that calls die(). Throws std::system_error if the
+    // thread for the releases cannot be created.
     explicit Service(std::function<void()> onDeath = {}) : mOnDeath(std::move(onDeath)) {}
 
+    // The name under which the service is registered.
     static std::string instance();
 
     ndk::ScopedAStatus getNewVppSession(int32_t flags, std::shared_ptr<vpp::IVpp>* result) override
         EXCLUDES(mLock);
     ndk::ScopedAStatus getSessionCount(int32_t* result) override EXCLUDES(mLock);
 
-    // The same for a client with a quota. Null when the call succeeds and there is no session.
+    // Like getNewVppSession(), for a client with a quota. A call that succeeds with a null session
+    // means that the service refused one.
     ndk::ScopedAStatus openSession(int32_t flags, std::shared_ptr<Quota> quota,
                                    std::shared_ptr<Session>* result) EXCLUDES(mLock);
 
-    // From now on nothing answers. Returns at once, on any thread; what was held goes meanwhile, on
-    // a thread of its own.
+    // Ends the service: from now on every call fails. Callable on any thread, also with the
+    // client's locks held, because it does not wait: another thread releases what the sessions
+    // held.
     void die() EXCLUDES(mLock);
-    // After die(), on one thread: returns when all is gone.
+    // Waits until everything is released. Call it after die(), once.
     void awaitEnd();
 
   private:
+    // Creates the fault injector at its first use, since it needs a reference to the finished
+    // object.
     std::shared_ptr<FaultInjector> faults() EXCLUDES(mLock);
+    // Returns the sessions that still exist.
     std::vector<std::shared_ptr<Session>> sessions() EXCLUDES(mLock);
     bool isDead() EXCLUDES(mLock);
 
@@ -93,10 +108,11 @@ class Service : public vpp::BnVppService {
 
     std::once_flag mDeath;
     std::promise<void> mGone;
-    SerialExecutor mReleases;  // made in time: at a death there may be no thread to be had
+    SerialExecutor mReleases;  // created early: no thread may be available at the death
 };
 
-// A service under its instance name, from construction to destruction, which is its death.
+// Registers a service under its instance name for the lifetime of this object. The destructor ends
+// the service and waits until everything is released.
 class RegisteredService {
   public:
     explicit RegisteredService(std::function<void()> onDeath = {});

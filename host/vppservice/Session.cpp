@@ -9,6 +9,7 @@
 namespace qoz::host::vppservice {
 namespace {
 
+// The values that the operations accept.
 constexpr int32_t kFrameMode = 2;
 constexpr int32_t kAisMode = 2;
 constexpr int32_t kMostAisStrength = 100;
@@ -18,10 +19,12 @@ bool isPort(VppPort port) {
     return port == VppPort::INPUT || port == VppPort::OUTPUT;
 }
 
+// Each of these colour format codes of the interface stands for NV12.
 bool isNv12Code(int32_t code) {
     return code == 0 || code == 3 || code == 8;
 }
 
+// Checks the parameters of a port. Planes with padding are not supported.
 VppError check(const VppPortParam& param) {
     const auto isSide = [](int32_t side) { return side > 0 && side <= kLargestSide; };
     if (!isSide(param.width) || !isSide(param.height)) return VppError::VPP_ERR_PARAM;
@@ -51,7 +54,9 @@ Session::~Session() {
     end(State::Closed);
 }
 
-// The one way into every operation. A dead session says so and touches nothing.
+// Every operation runs through this function. It applies the fault that is armed for the operation,
+// calls `act` unless the fault replaces it, and writes the result. A dead session returns a dead
+// object and has no other effect, also if it died during the operation.
 template <typename Act>
 ndk::ScopedAStatus Session::serve(const char* operation, Error* result, const Act& act) {
     if (isDead()) return deadObject();
@@ -66,8 +71,9 @@ ndk::ScopedAStatus Session::serve(const char* operation, Error* result, const Ac
     return Status::ok();
 }
 
-// A command that a callback answers: given in the open state alone, and answered on this very
-// thread when a fault says so.
+// Runs a command that a callback answers; `give` passes it to the engine. The session must be open.
+// If a fault asks for it, the answer is delivered on the calling thread before the call returns.
+// mLock is not held then, since the client may call the session from its callback.
 template <typename Give>
 ndk::ScopedAStatus Session::command(const char* operation, Error* result, const Give& give) {
     return serve(operation, result, [&](Manner manner) {
@@ -131,6 +137,7 @@ ndk::ScopedAStatus Session::open(Error* result) {
     });
 }
 
+// Opening an open session succeeds and changes nothing.
 VppError Session::openHeld() {
     if (mState == State::Open) return Error::VPP_OK;
     const FrameSize unset;
@@ -262,7 +269,8 @@ bool Session::isDead() const {
     return mState == State::Dead;
 }
 
-// A session that has ended stays ended; the counters count it down once.
+// A closed session can still die, but no state follows the death. The resource counters count the
+// session down once, at its first final state.
 void Session::moveTo(State state) {
     if (mState < State::Closed && state >= State::Closed) {
         resourceCounters().sessionsLive.fetch_sub(1, std::memory_order_relaxed);
@@ -270,6 +278,8 @@ void Session::moveTo(State state) {
     if (mState != State::Dead) mState = state;
 }
 
+// The engine is stopped after the lock is released, because stopping waits for a callback that may
+// call this session.
 void Session::end(State state) {
     std::shared_ptr<Engine> engine;
     {

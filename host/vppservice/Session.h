@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A session as its client sees it: the operations, and the order they may come in.
+// The session object that the client calls. It checks the order and the parameters of the
+// operations and applies armed faults.
 #pragma once
 
 #include <android-base/thread_annotations.h>
@@ -16,9 +17,13 @@
 
 namespace qoz::host::vppservice {
 
+// The service creates one for each client request, and the client owns it. Operations may come on
+// any thread. mLock guards the state and the sizes and is held while the engine is called, except
+// by stop(), which may wait for the client's callback. Every operation first looks for an armed
+// fault, see serve() in the source.
 class Session : public VppSessionBase {
   public:
-    // What the session has counts against `quota`, if there is one.
+    // The session's resources count against `quota`, unless that is null.
     explicit Session(std::shared_ptr<FaultInjector> faults, std::shared_ptr<Quota> quota = nullptr);
     ~Session() override;
 
@@ -36,15 +41,19 @@ class Session : public VppSessionBase {
     Status setParameter(Port port, const PortParam& param, Error* result) override;
     Status terminateSession() override;
 
-    // The end of the service, or of the client's connection, in two steps. First no call gets
-    // through any more; callable with locks of the client held.
+    // The service, or the client's connection, ends a session in two steps. After this first step
+    // every call fails with a dead object. It does not wait and calls nobody, so it may be called
+    // while the client's locks are held.
     void declareDead() EXCLUDES(mLock);
-    // Then everything goes; this may destroy the client.
+    // The second step drops the queued buffers and the client's object. It may wait for a callback
+    // and may destroy the client.
     void release() EXCLUDES(mLock);
 
+    // Returns whether the session is neither closed nor dead.
     bool isLive() const EXCLUDES(mLock);
 
   private:
+    // The order matters: states from Closed on are final.
     enum class State { Fresh, Initialised, Open, Closed, Dead };
 
     template <typename Act>
@@ -52,7 +61,7 @@ class Session : public VppSessionBase {
     template <typename Give>
     Status command(const char* operation, Error* result, const Give& give);
 
-    // What operations do once no fault stands in their way.
+    // The operations themselves, after the faults; the caller holds the lock.
     Error openHeld() REQUIRES(mLock);
     Error queueHeld(Port port, const VppBuffer& buffer, Manner manner) REQUIRES(mLock);
     Error reconfigureHeld(const PortParam& input, const PortParam& output, Answer answer)
@@ -63,7 +72,7 @@ class Session : public VppSessionBase {
         return mState == State::Initialised || mState == State::Open;
     }
     void moveTo(State state) REQUIRES(mLock);
-    // Ends the engine: the client's object goes with it.
+    // Moves to a final state and stops the engine, which releases the client's object. May wait.
     void end(State state) EXCLUDES(mLock);
 
     const std::shared_ptr<FaultInjector> mFaults;
