@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-// Blocks of a plane, and where they are displaced to.
+// Square blocks of a plane, and their displacements.
 #pragma once
 
 #include <cstdint>
 
 namespace qoz::host {
 
-// In pixels of the plane it is used on.
+// The displacement of a block in pixels of the plane that it is used on. The pyramid has planes of
+// several sizes, so one displacement means different distances on each.
 struct Displacement {
     int dx = 0;
     int dy = 0;
@@ -14,6 +15,7 @@ struct Displacement {
     bool operator==(const Displacement&) const = default;
 };
 
+// A square block; x and y are its top left pixel.
 struct Block {
     int x;
     int y;
@@ -22,7 +24,8 @@ struct Block {
     uint32_t area() const { return static_cast<uint32_t>(size * size); }
 };
 
-// The difference of a displaced block that lies mostly outside: there is nothing to compare.
+// The difference of a block whose displaced place lies mostly outside the plane, so that there is
+// nothing to compare.
 constexpr uint32_t kUnseen = UINT32_MAX;
 
 }  // namespace qoz::host

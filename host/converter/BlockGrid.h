@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The blocks of one plane and where each of them was found.
+// The grid of blocks of one plane, and the match of each block in another plane.
 #pragma once
 
 #include <host/converter/Block.h>
@@ -11,16 +11,17 @@
 
 namespace qoz::host {
 
-// No vector of a field is longer than this, either way. Pixels.
+// The largest displacement of a vector in each direction, in pixels of the source.
 constexpr int kMaxDisplacement = 120;
 
-// Where a block was found in another plane, and how much it differs there.
+// The match of a block in another plane: its displacement and the difference there, a sum of
+// absolute differences over the block.
 struct BlockMatch {
     Displacement displacement;
     uint32_t difference = kUnseen;
 };
 
-// Where the blocks of one plane lie, in raster order.
+// The positions of the blocks of one plane, in raster order.
 class BlockLayout {
   public:
     BlockLayout() = default;
@@ -37,7 +38,8 @@ class BlockLayout {
     bool has(int column, int row) const {
         return column >= 0 && row >= 0 && column < mColumns && row < mRows;
     }
-    // The last ones end with the plane, so that every block is whole if the plane has room for it.
+    // The last block of a row or column ends with the plane, so that every block is whole if the
+    // plane is at least one block large.
     Block block(int column, int row) const {
         return {std::min(column * mBlockSize, mLastX), std::min(row * mBlockSize, mLastY),
                 mBlockSize};
@@ -55,9 +57,11 @@ class BlockLayout {
     int mLastY = 0;
 };
 
-// The same blocks, with where each of them was found.
+// The layout with the match of each block.
 class BlockGrid : public BlockLayout {
   public:
+    // Lays the grid over a plane; all blocks are without a match then. Throws std::bad_alloc if
+    // memory cannot be allocated.
     void reset(const LumaPlane& plane, int columns, int rows, int blockSize) {
         static_cast<BlockLayout&>(*this) = BlockLayout(plane, columns, rows, blockSize);
         mMatches.assign(static_cast<size_t>(columns) * static_cast<size_t>(rows), BlockMatch{});

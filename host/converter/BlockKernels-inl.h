@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The loops over the pixels of blocks. Whoever walks over a whole field of blocks includes this
-// file once for each vector extension, so that it chooses the extension once a field and all of
-// this is inlined into its loops.
+// The loops over the pixels of a block. A source file that processes a whole field of blocks
+// includes this file once for each vector extension. It then chooses the extension once for each
+// field, and these functions are inlined into its loops.
 
 // Included again for each extension, hence no `#pragma once`.
 #if defined(QOZ_HOST_CONVERTER_BLOCK_KERNELS_INL_H) == defined(HWY_TARGET_TOGGLE)
@@ -23,7 +23,7 @@ HWY_BEFORE_NAMESPACE();
 namespace qoz::host::HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-// Sums of absolute differences over every second row of 16x16 and of 8x8 pixels.
+// Sum of the absolute differences of every second row of 16x16 pixels.
 HWY_INLINE uint32_t halfDifference16(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b,
                                      ptrdiff_t bStride) {
     const Bytes16 d;
@@ -37,11 +37,13 @@ HWY_INLINE uint32_t halfDifference16(const uint8_t* a, ptrdiff_t aStride, const 
     return total(hn::Add(even, odd));
 }
 
+// Loads two rows of 8 pixels into one vector; `apart` is the distance between them in bytes.
 HWY_INLINE auto twoRowsOf8(const uint8_t* p, ptrdiff_t apart) {
     const hn::FixedTag<uint8_t, 8> eight;
     return hn::Combine(Bytes16(), hn::LoadU(eight, p + apart), hn::LoadU(eight, p));
 }
 
+// Sum of the absolute differences of every second row of 8x8 pixels.
 HWY_INLINE uint32_t halfDifference8(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b,
                                     ptrdiff_t bStride) {
     const auto upper = sumsOfDifferences(twoRowsOf8(a, 2 * aStride), twoRowsOf8(b, 2 * bStride));
@@ -51,8 +53,9 @@ HWY_INLINE uint32_t halfDifference8(const uint8_t* a, ptrdiff_t aStride, const u
     return total(hn::Add(upper, lower));
 }
 
-// Blocks of which a part lies outside: what is inside counts as much as a whole block, as long as
-// it is half of it.
+// The difference of a block that lies partly outside one of the planes. The sum over the part
+// inside is scaled up to the whole block. If less than half of the block is inside, there is
+// nothing to compare.
 inline uint32_t clippedDifference(const LumaPlane& from, const LumaPlane& to, const Block& block,
                                   int toX, int toY) {
     const int left = std::max(0, -toX);
@@ -61,7 +64,7 @@ inline uint32_t clippedDifference(const LumaPlane& from, const LumaPlane& to, co
     const int height = std::min({block.size, from.height - block.y, to.height - toY}) - top;
     if (width <= 0 || height <= 0) return kUnseen;
 
-    // Planes smaller than a block have no more than themselves to show.
+    // A plane smaller than a block counts as a whole block.
     const int whole = std::min(block.size, from.width) * std::min(block.size, from.height);
     if (width * height * 2 < whole) return kUnseen;
     uint32_t sum = 0;
@@ -74,8 +77,9 @@ inline uint32_t clippedDifference(const LumaPlane& from, const LumaPlane& to, co
     return sum * block.area() / static_cast<uint32_t>(width * height);
 }
 
-// How much a block of one plane differs from a displaced block of another: the sum of the absolute
-// differences of their pixels; of every second row alone where that comes to the limit.
+// Returns the sum of the absolute differences between a block of one plane and the displaced block
+// of another. If the first half of the rows already reaches `limit`, the other half is not added:
+// the caller only needs to know that the limit was reached.
 HWY_INLINE uint32_t blockDifference(const LumaPlane& from, const LumaPlane& to, const Block& block,
                                     Displacement displacement, uint32_t limit = kUnseen) {
     const auto within = [size = block.size](const LumaPlane& plane, int x, int y) {

@@ -13,7 +13,8 @@
 HWY_BEFORE_NAMESPACE();
 namespace qoz::host::HWY_NAMESPACE {
 
-// Mean over the block of |d/dx| + |d/dy|, 255 at most.
+// Returns the mean of |d/dx| + |d/dy| over the block, 255 at most. A block is compared with itself,
+// displaced by one pixel to the right and by one downwards.
 HWY_INLINE uint8_t textureOf(const LumaPlane& plane, const Block& block) {
     uint32_t sum = 0;
     for (const Displacement step : {Displacement{1, 0}, Displacement{0, 1}}) {

@@ -17,17 +17,17 @@
 namespace qoz::host {
 namespace {
 
-// Rounds of steps each way.
+// The number of rounds in which a match is moved by single steps.
 constexpr int kRefinements = 2;
 
-// What the search of one level goes by.
+// The parameters of the search on one level of the pyramid.
 struct Level {
     const LumaPlane& from;
     const LumaPlane& to;
-    int reach;
-    int coarseShift;     // from a column or row of this grid to that of the coarser one
-    int refinements;     // rounds of single steps, each way
-    bool searchesAlone;  // blocks that no prediction explains are searched for
+    int reach;           // largest displacement, in pixels of this level
+    int coarseShift;     // a column or row shifted right by this is that of the coarser grid
+    int refinements;     // rounds of single steps
+    bool searchesAlone;  // searches around each block that no prediction explains
 };
 
 }  // namespace
@@ -38,23 +38,26 @@ HWY_BEFORE_NAMESPACE();
 namespace qoz::host::HWY_NAMESPACE {
 namespace {
 
-// With less than this per pixel left, a neighbour's displacement or none is taken without a search.
+// Grey levels. On the coarsest level, a candidate with a smaller mean difference makes the
+// exhaustive search unnecessary.
 constexpr uint32_t kPlausible = 2;
 
-// One level below, a block may be small enough to move on its own within a larger one that does
-// not. When no prediction leaves less than this per pixel, it is searched for this far around.
+// Grey levels, and pixels of the level. One level below the coarsest, a small block may move on its
+// own within a larger block that does not. If no candidate has a smaller mean difference than
+// kUnexplained, the block is searched for within kOwnReach.
 constexpr uint32_t kUnexplained = 6;
 constexpr int kOwnReach = 6;
 
-// A step away from the prediction must pay for itself, up to a distance: 1/8 grey level a pixel,
-// one at most. Blocks without texture so follow their surroundings instead of the noise.
+// A candidate pays for its distance from the prediction: 1/8 grey level for each pixel of distance,
+// and one grey level at most. Blocks without texture therefore follow their surroundings and not
+// the noise.
 constexpr int kBiasedDistance = 8;
 constexpr uint32_t kBiasShare = 8;
 
-// A mean difference of one grey level is as good as none.
+// Grey levels. A match with a smaller mean difference is good enough to end the search.
 constexpr uint32_t kSettled = 1;
 
-// A whole block of 8x8 pixels, to be compared with many others.
+// A whole block of 8x8 pixels, held in registers to be compared with many others.
 class BlockOf8 {
   public:
     static constexpr int kSize = 8;
@@ -63,6 +66,7 @@ class BlockOf8 {
         : mRows{pairOf(pixels, 0, stride), pairOf(pixels, 1, stride), pairOf(pixels, 2, stride),
                 pairOf(pixels, 3, stride)} {}
 
+    // Sum of the absolute differences from another block.
     HWY_INLINE uint32_t difference(const uint8_t* other, ptrdiff_t stride) const {
         auto sum = hn::Zero(Sums2());
         for (int i = 0; i < 4; ++i)
@@ -80,14 +84,15 @@ class BlockOf8 {
     Rows mRows[4];
 };
 
-// One block's candidates and the best of them.
+// Compares the candidates of one block and keeps the best. The cost of a candidate is its
+// difference and its distance from the prediction, see bias().
 class Candidates {
   public:
     HWY_INLINE Candidates(const LumaPlane& from, const LumaPlane& to, const Block& block,
                           Displacement predicted, int reach)
         : mFrom(from), mTo(to), mBlock(block), mPredicted(predicted), mReach(reach) {}
 
-    // Each displacement is compared once; none, once one fits.
+    // Compares a candidate, unless it has been compared before or the best one fits already.
     HWY_INLINE void offer(Displacement candidate) {
         if (settled()) return;
         for (int i = 0; i < mOffered; ++i) {
@@ -97,7 +102,8 @@ class Candidates {
         compare(candidate);
     }
 
-    // Every displacement within `reach` of none, unless a good one is known.
+    // Compares every displacement of at most `reach` in each direction, unless the best one fits
+    // already.
     void offerAround(int reach) {
         if (settled()) return;
         for (int dy = -reach; dy <= reach; ++dy) {
@@ -109,7 +115,8 @@ class Candidates {
         }
     }
 
-    // Steps of so many pixels from the best, for as long as they help.
+    // Compares the four displacements that are `step` pixels from the best. Repeats this up to
+    // `rounds` times, as long as the match improves.
     HWY_INLINE void refine(int rounds, int step = 1) {
         constexpr Displacement kSteps[] = {{0, -1}, {-1, 0}, {1, 0}, {0, 1}};
         for (int round = 0; round < rounds && !settled(); ++round) {
@@ -129,6 +136,8 @@ class Candidates {
 
     bool settled() const { return mBest.difference < mBlock.area() * kSettled; }
 
+    // Compares a candidate within reach. It needs only as exact a difference as can still beat the
+    // best cost.
     HWY_INLINE void compare(Displacement candidate) {
         if (std::abs(candidate.dx) > mReach || std::abs(candidate.dy) > mReach) return;
         const uint32_t dearer = bias(candidate);
@@ -142,6 +151,8 @@ class Candidates {
             compare({dx, dy});
     }
 
+    // Compares the displacements of one row. Those that stay inside the plane use the block in
+    // registers.
     HWY_INLINE void offerRowOf8(int reach, int dy) {
         const int y = mBlock.y + dy;
         if (y < 0 || y + BlockOf8::kSize > mTo.height) return offerRow(-reach, reach, dy);
@@ -162,6 +173,7 @@ class Candidates {
         mCost = cost;
     }
 
+    // What a candidate pays for its distance from the prediction, see kBiasedDistance.
     uint32_t bias(Displacement candidate) const {
         const int distance =
             std::abs(candidate.dx - mPredicted.dx) + std::abs(candidate.dy - mPredicted.dy);
@@ -185,8 +197,8 @@ Displacement doubled(Displacement coarse) {
     return {coarse.dx * 2, coarse.dy * 2};
 }
 
-// The blocks of the same level that are done already: most blocks move as one of them does, and
-// then need no search of their own.
+// Offers the vectors of the neighbours that are already done, to the left, above and above right.
+// Most blocks move as one of these does and then need no search.
 HWY_INLINE void offerNeighbours(const BlockGrid& grid, int column, int row,
                                 Candidates* candidates) {
     constexpr int kDone[][2] = {{-1, 0}, {0, -1}, {1, -1}};
@@ -196,6 +208,7 @@ HWY_INLINE void offerNeighbours(const BlockGrid& grid, int column, int row,
     }
 }
 
+// Searches the coarsest level, exhaustively for blocks without a plausible candidate.
 void SearchCoarsest(const LumaPlane& from, const LumaPlane& to, int reach, BlockGrid* grid) {
     for (int row = 0; row < grid->rows(); ++row) {
         for (int column = 0; column < grid->columns(); ++column) {
@@ -209,6 +222,7 @@ void SearchCoarsest(const LumaPlane& from, const LumaPlane& to, int reach, Block
     }
 }
 
+// Searches one level, with the doubled vectors of the coarser level as predictions.
 void SearchLevel(const Level& level, const BlockGrid& coarse, BlockGrid* grid) {
     for (int row = 0; row < grid->rows(); ++row) {
         for (int column = 0; column < grid->columns(); ++column) {
@@ -227,8 +241,9 @@ void SearchLevel(const Level& level, const BlockGrid& coarse, BlockGrid* grid) {
     }
 }
 
-// Blocks whose seed fits take it as it is. For the others the neighbours know the way, or nothing
-// is like them: what was covered in the other frame.
+// Searches from seeds. A block whose seed fits takes it as it is. Another block tries its
+// neighbours' vectors and small steps; it may also be covered in the other frame and have no match
+// at all.
 void SearchSeeded(const LumaPlane& from, const LumaPlane& to, const BlockMatch* seeds,
                   BlockGrid* grid) {
     for (int row = 0; row < grid->rows(); ++row) {
@@ -237,7 +252,7 @@ void SearchSeeded(const LumaPlane& from, const LumaPlane& to, const BlockMatch* 
             const BlockMatch& seed = *seeds++;
             Candidates candidates(from, to, block, seed.displacement, kMaxDisplacement);
             if (seed.difference != kUnseen) candidates.offer(seed.displacement);
-            // What fits as well as on the way there is the same picture.
+            // The seed fits if it matches about as well as in the direction in which it was found.
             const bool fits =
                 seed.difference != kUnseen &&
                 candidates.best().difference <= seed.difference + block.area() * kSettled;
@@ -264,15 +279,17 @@ HWY_EXPORT(SearchCoarsest);
 HWY_EXPORT(SearchLevel);
 HWY_EXPORT(SearchSeeded);
 
-// On reduced levels; with the reduction each block stands for 16 pixels of the source or more.
+// Block size of the reduced levels. Scaled to the source, a block has 16 pixels or more on each
+// side.
 constexpr int kCoarseBlock = 8;
 
-// What the exhaustive search of the coarsest level reaches: pixels of the source, and of the level
-// at most.
+// The reach of the exhaustive search: in pixels of the source, and at most in pixels of the level.
 constexpr int kSourceReach = 80;
 constexpr int kLevelReach = 16;
 
-// Each block's place in the other frame, where it leaves its way back; the better match wins.
+// Turns the matches of one direction into seeds for the other. Each block leaves its reversed
+// vector at the place where it was found. If several blocks lead to one place, the best match
+// counts.
 void plantSeeds(const BlockGrid& back, std::vector<BlockMatch>* seeds) {
     constexpr int kBlock = static_cast<int>(kMotionBlock);
     seeds->assign(static_cast<size_t>(back.columns()) * static_cast<size_t>(back.rows()), {});
@@ -296,7 +313,8 @@ void BlockSearch::resetGrids(const LumaPyramid& from) {
     int columns = static_cast<int>(fieldWidth(static_cast<uint32_t>(whole.width)));
     int rows = static_cast<int>(fieldHeight(static_cast<uint32_t>(whole.height)));
     for (int level = 0; level < from.levels(); ++level) {
-        // Half the block on half the picture: the first two grids match one to one.
+        // Level 1 has half the block size on half the picture, so its grid is the same as that of
+        // level 0.
         if (level > 1) {
             columns = (columns + 1) / 2;
             rows = (rows + 1) / 2;
@@ -313,7 +331,8 @@ BlockGrid& BlockSearch::search(const LumaPyramid& from, const LumaPyramid& to) {
     HWY_DYNAMIC_DISPATCH(SearchCoarsest)
     (from.level(coarsest), to.level(coarsest), reach, &mGrids[static_cast<size_t>(coarsest)]);
     for (int level = coarsest - 1; level >= 0; --level) {
-        // At full size gradients take the step to the next pixel.
+        // At full size no single steps are needed: the subpixel measurement corrects an error of
+        // one pixel.
         const Level parameters{.from = from.level(level),
                                .to = to.level(level),
                                .reach = kMaxDisplacement >> level,

@@ -9,22 +9,25 @@
 namespace qoz::host {
 namespace {
 
-// The brightest and darkest 32nds are left out: what comes in at the edges and what saturates.
+// The distribution is compared at 30 quantiles, 1/31 to 30/31. The outermost pixels are left out
+// because new content enters at the picture's edges and extreme values saturate.
 constexpr int kQuantiles = 30;
 using Quantiles = std::array<float, kQuantiles>;
 
-// In grey levels, means over the quantiles.
+// Changes below kNoticeable, a mean over the quantiles in grey levels, count as none. kExplained is
+// the share of the change that the best gain and offset may leave unexplained.
 constexpr float kNoticeable = 1.0F;
-constexpr float kExplained = 0.35F;  // share of the change that may be left over
+constexpr float kExplained = 0.35F;
 
-constexpr int kPart = 8;        // pixels of the reduced frames, both ways
-constexpr float kHolds = 0.7F;  // share of the parts' changes that may be left over
+constexpr int kPart = 8;        // width and height of a part, in pixels of the reduced frame
+constexpr float kHolds = 0.7F;  // share of the parts' changes that may stay unexplained
 
-// What a signed byte holds, also of the way back.
+// Limits that keep gain and offset of both directions within a signed byte.
 constexpr int kLeastGain = -84;
 constexpr int kMostGain = 120;
 constexpr int kMostOffset = 80;
 
+// Returns the quantiles of the plane's luma, interpolated between grey levels.
 Quantiles quantilesOf(const LumaPlane& plane) {
     std::array<uint32_t, 256> counts{};
     for (const uint8_t pixel : plane.pixels)
@@ -43,8 +46,8 @@ Quantiles quantilesOf(const LumaPlane& plane) {
     return quantiles;
 }
 
-// Whether the frames' parts become brighter as the whole does. Where only a light goes on, or one
-// picture gives way to another, the parts say something else.
+// Returns whether the parts of the frames change as the whole does. They do not if only a light
+// goes on in the picture or if one picture replaces another.
 bool holdsForParts(const LumaPlane& older, const LumaPlane& newer, const BrightnessChange& change) {
     float before = 0;
     float after = 0;
@@ -80,6 +83,7 @@ BrightnessChange brightnessChange(const LumaPlane& older, const LumaPlane& newer
         xy += from[i] * to[i] / kQuantiles;
         change += std::abs(to[i] - from[i]) / kQuantiles;
     }
+    // A line through the pairs of quantiles, by least squares.
     const float spread = xx - x * x;
     if (change < kNoticeable || spread < 1) return {};
     const float slope = (xy - x * y) / spread;

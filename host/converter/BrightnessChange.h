@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-// A change of brightness between two frames: a fade, which is no motion.
+// A uniform change of brightness between two frames, such as a fade. It has to be told from motion.
 #pragma once
 
 #include <host/converter/LumaPyramid.h>
 
 namespace qoz::host {
 
-// Luma v of the older frame is v + v * gain / kGainUnit + offset in the newer.
+// Luma v of the older frame becomes v + v * gain / kGainUnit + offset in the newer frame. The
+// conversion to bool is true if there is a change.
 struct BrightnessChange {
     int gain = 0;
     int offset = 0;
@@ -14,9 +15,10 @@ struct BrightnessChange {
     explicit operator bool() const { return gain != 0 || offset != 0; }
 };
 
-// Compares how many pixels of each brightness there are, wherever they are, so that motion does not
-// matter. Nothing when the frames are about as bright, or when no gain and offset turn one
-// distribution into the other.
+// Measures the change of brightness between two reduced frames. It compares the distributions of
+// luma over the whole frames, which motion does not affect. Returns no change if the frames are
+// about equally bright, if no gain and offset map one distribution to the other, or if the parts of
+// the picture contradict the result.
 BrightnessChange brightnessChange(const LumaPlane& older, const LumaPlane& newer);
 
 }  // namespace qoz::host

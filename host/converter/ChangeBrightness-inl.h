@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Pixels made brighter or darker; for files that are compiled once for each vector extension.
+// The loop of changeBrightness(), for files that are compiled once for each vector extension.
 
 // Included again for each extension, hence no `#pragma once`.
 #if defined(QOZ_HOST_CONVERTER_CHANGE_BRIGHTNESS_INL_H) == defined(HWY_TARGET_TOGGLE)
@@ -15,11 +15,12 @@ HWY_BEFORE_NAMESPACE();
 namespace qoz::host::HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-// to = from + from * gain / 256 + offset, saturated.
+// Computes to = from + from * gain / 256 + offset and saturates the result.
 inline void ChangeBrightness(const uint8_t* from, uint8_t* to, size_t count, int gain, int offset) {
     const hn::ScalableTag<int16_t> d;
     const hn::Rebind<uint8_t, decltype(d)> bytes;
-    // Of products of 15 bits the upper half: luma * 128 * gain * 2 / 65536.
+    // MulHigh() keeps the upper 16 bits of a product, luma * 128 * gain * 2 / 65536 = luma * gain /
+    // 256.
     const auto factor = hn::Set(d, static_cast<int16_t>(gain * 2));
     const auto addend = hn::Set(d, static_cast<int16_t>(offset));
     const size_t lanes = hn::Lanes(d);

@@ -13,16 +13,17 @@ HWY_BEFORE_NAMESPACE();
 namespace qoz::host::HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-using Pixels = hn::ScalableTag<int32_t>;  // a pixel a lane
+using Pixels = hn::ScalableTag<int32_t>;  // one pixel in each lane
 using Halves = hn::Repartition<int16_t, Pixels>;
 using Words = hn::VFromD<Pixels>;
 
-// A pixel's colours as words: red with blue, green with nothing.
+// The colours of pixels, each in 16 bits: red and blue share a word, green has a word of its own.
 struct Colours {
     Words redBlue;
     Words green;
 };
 
+// Splits pixels into their colours; alpha is dropped.
 HWY_INLINE Colours Split(const uint8_t* rgba) {
     const Pixels d;
     const hn::RebindToUnsigned<Pixels> du;
@@ -33,6 +34,7 @@ HWY_INLINE Colours Split(const uint8_t* rgba) {
     return {hn::BitCast(d, hn::And(pixel, low)), hn::BitCast(d, green)};
 }
 
+// Returns the sum of the colours, multiplied by their weights.
 HWY_INLINE Words Weighed(const Colours& colours, const int16_t (&shares)[3]) {
     const Pixels d;
     const Halves halves;
@@ -49,7 +51,7 @@ HWY_INLINE Words Weighed(const Colours& colours, const int16_t (&shares)[3]) {
                    product(colours.green, pair(shares[1], 0)));
 }
 
-// The lower halves of words, and of those that follow, as bytes.
+// Stores the lower halves of two vectors of words as bytes, one vector after the other.
 HWY_INLINE void StoreBytes(Words first, Words second, uint8_t* to) {
     const Halves halves;
     const hn::Rebind<uint8_t, Halves> bytes;
@@ -63,7 +65,7 @@ HWY_INLINE Words LumaOf(const Colours& colours, const ColourMatrix& matrix) {
     return hn::ShiftRight<15>(hn::Add(Weighed(colours, matrix.y), dark));
 }
 
-// Of four pixels' sum.
+// Returns chroma from the sum of four pixels; the shift includes the division by four.
 HWY_INLINE Words ChromaOf(const Colours& sums, const int16_t (&shares)[3]) {
     const auto grey = hn::Set(Pixels(), 4 * 128 * kColourUnit + 2 * kColourUnit);
     return hn::ShiftRight<17>(hn::Add(Weighed(sums, shares), grey));
@@ -73,7 +75,7 @@ HWY_INLINE Colours Sum(const Colours& a, const Colours& b) {
     return {hn::Add(a.redBlue, b.redBlue), hn::Add(a.green, b.green)};
 }
 
-// Twice as many pixels as there are lanes.
+// Converts the first pixels of both rows, twice as many as a vector has lanes.
 HWY_INLINE void Convert(const ColourMatrix& matrix, const RowPair& rows) {
     const Pixels d;
     const size_t lanes = hn::Lanes(d);
@@ -104,7 +106,8 @@ void RgbaToNv12(const ColourMatrix& matrix, const RowPair& rows, size_t width) {
                          rows.lowerLuma + x, rows.chroma + x});
     }
     if (x == width) return;
-    // The rest goes through copies that are long enough; its last pixel repeats.
+    // The remaining pixels are converted in buffers of a full vector's length, padded with the last
+    // pixel.
     constexpr size_t kMost = 2 * 64;  // lanes of any target
     uint8_t in[2][4 * kMost];
     uint8_t out[3][kMost];

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// RGBA to NV12, to the nearest value: compiled for each vector extension and chosen at run time.
+// Conversion from RGBA to NV12, rounded to the nearest value. It is compiled for each vector
+// extension, and the extension is chosen at run time.
 #pragma once
 
 #include <cstddef>
@@ -7,8 +8,8 @@
 
 namespace qoz::host {
 
-// Shares of red, green and blue in luma and in the two chroma samples, of kColourUnit; what limited
-// range keeps of each is in them.
+// The weights of red, green and blue in luma and in the two chroma samples, in units of 1 /
+// kColourUnit. They include the scaling to limited range.
 constexpr int kColourUnit = 1 << 15;
 struct ColourMatrix {
     int16_t y[3];
@@ -16,8 +17,9 @@ struct ColourMatrix {
     int16_t v[3];
 };
 
-// Two rows of RGBA, the same one twice for the last of an odd number, and what becomes of them: two
-// rows of luma, and one of chroma with two bytes for two pixels.
+// Two rows of RGBA, and the rows that they are converted to: two of luma, and one of chroma with
+// two bytes for two pixels. If the frame has an odd number of rows, the last pair holds the same
+// row twice.
 struct RowPair {
     const uint8_t* upper;
     const uint8_t* lower;
@@ -25,6 +27,7 @@ struct RowPair {
     uint8_t* lowerLuma;
     uint8_t* chroma;
 };
+// Converts one pair of rows of `width` pixels.
 void rgbaToNv12(const ColourMatrix& matrix, const RowPair& rows, size_t width);
 
 }  // namespace qoz::host

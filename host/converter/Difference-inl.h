@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Differences of bytes; for files that are compiled once for each vector extension.
+// Absolute differences of bytes, for files that are compiled once for each vector extension.
 
 // Included again for each extension, hence no `#pragma once`.
 #if defined(QOZ_HOST_CONVERTER_DIFFERENCE_INL_H) == defined(HWY_TARGET_TOGGLE)
@@ -23,10 +23,10 @@ HWY_INLINE V absoluteDifference(V a, V b) {
     return hn::Or(hn::SaturatedSub(a, b), hn::SaturatedSub(b, a));
 }
 
-// The sums of the absolute differences of eight bytes and of the other eight.
+// Returns two sums of absolute differences, one for each half of the sixteen bytes.
 HWY_INLINE hn::VFromD<Sums2> sumsOfDifferences(hn::VFromD<Bytes16> a, hn::VFromD<Bytes16> b) {
 #if HWY_ARCH_X86 && HWY_TARGET != HWY_EMU128
-    // One instruction, which Highway does not give by itself.
+    // This is one instruction, for which Highway has no function.
     return hn::VFromD<Sums2>{_mm_sad_epu8(a.raw, b.raw)};
 #else
     return hn::SumsOf8(absoluteDifference(a, b));

@@ -22,6 +22,7 @@ struct Picture {
     std::vector<uint8_t> rgb;  // bytes R, G, B, rows without padding
 };
 
+// Draws a motion field.
 Picture drawn(const MappedBuffer& vectors) {
     const auto* field = reinterpret_cast<const MotionVector*>(vectors.pixels());
     const auto columns = static_cast<uint32_t>(size_t{vectors.width()} * 4 / sizeof(MotionVector));
@@ -29,7 +30,8 @@ Picture drawn(const MappedBuffer& vectors) {
             drawField(field, columns, vectors.height())};
 }
 
-// Without alpha: a frame that was rendered with none in it would show as nothing.
+// Converts the pixels to RGB. Alpha is dropped: a frame that was rendered with zero alpha would be
+// invisible.
 Picture pixelsOf(const MappedBuffer& buffer) {
     const int width = static_cast<int>(buffer.width());
     const int height = static_cast<int>(buffer.height());
@@ -37,8 +39,8 @@ Picture pixelsOf(const MappedBuffer& buffer) {
     picture.rgb.resize(size_t{picture.width} * picture.height * 3);
     if (buffer.nv12()) {
         const Nv12Picture from = buffer.picture();
-        // Bytes R, G, B: the library names its functions by the reverse, for which U and V change
-        // places.
+        // libyuv names its formats by the reverse order of bytes. To get the bytes R, G, B, U and V
+        // change places.
         const auto& colours = isHighDefinition(buffer.height()) ? libyuv::kYvuH709Constants
                                                                 : libyuv::kYvuI601Constants;
         libyuv::NV21ToRGB24Matrix(from.luma, from.stride, from.chroma, from.stride,
@@ -55,7 +57,7 @@ std::string writePng(const std::string& path, const Picture& picture) {
     header.width = picture.width;
     header.height = picture.height;
     header.format = PNG_FORMAT_RGB;
-    header.flags = PNG_IMAGE_FLAG_FAST;  // the frame rate matters more than the size
+    header.flags = PNG_IMAGE_FLAG_FAST;  // a higher frame rate is worth larger files
     const bool written =
         png_image_write_to_file(&header, path.c_str(), 0, picture.rgb.data(), 0, nullptr) != 0;
     std::string error = written ? "" : header.message;
@@ -69,7 +71,7 @@ std::filesystem::path folder() {
     return value;
 }
 
-// The property names the first and the last of them, "30-31"; without it all are dumped.
+// Returns whether the property selects this frame; if it is unset, it selects all.
 bool isWanted(uint32_t frame) {
     char value[PROPERTY_VALUE_MAX];
     unsigned first = 0;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Pictures of buffers, written as PNG for a developer to look at.
+// Frame dumps: buffers written as PNG pictures for a developer to look at.
 #pragma once
 
 #include <host/converter/MappedBuffer.h>
@@ -11,15 +11,15 @@ namespace qoz::host {
 
 struct DumpResult {
     std::string path;
-    std::string error;  // empty: written
+    std::string error;  // empty if the picture was written
 };
 
-// Writes <frame, 5 digits>_<name>.png into the folder that the property debug.qoz.dump.dir names,
-// "." when it is unset; makes the folder. Where debug.qoz.dump.frames names a first and a last
-// frame
-// ("30-31"), no other frame is written. "FW_MV" and "BW_MV" are drawn as vector fields: a 16x16
-// cell for each vector, hue for its direction, brightness for its length, and an arrow. Any other
-// name shows the pixels.
+// Writes the buffer to <frame, 5 digits>_<name>.png. The property debug.qoz.dump.dir names the
+// folder, "." if it is unset; the folder is created if necessary. The property
+// debug.qoz.dump.frames may limit the frames to a first and a last one ("30-31"). Motion fields,
+// named "FW_MV" and "BW_MV", are drawn with a 16x16 cell for each vector: the hue shows its
+// direction, the brightness its length, and an arrow both. Buffers of other names are written as
+// pixels.
 DumpResult dump(const MappedBuffer& buffer, const std::string& name, uint32_t frame);
 
 }  // namespace qoz::host

@@ -15,18 +15,20 @@ using Colour = std::array<uint8_t, 3>;
 
 constexpr int kCell = static_cast<int>(kMotionBlock);
 
-// Pixels of displacement that are drawn at full brightness; a square root brings short ones out.
+// The displacement in pixels that is drawn at full brightness. Brightness grows with the square
+// root of the length, so that short vectors are visible.
 constexpr float kBrightLength = 64.0F;
-constexpr float kDarkest = 0.15F;  // of a block at rest
+constexpr float kDarkest = 0.15F;  // brightness of a block at rest
 
-constexpr float kHalfArrow = 6.0F;  // pixels of the picture; the longest arrow stays in its cell
+constexpr float kHalfArrow = 6.0F;  // half the longest arrow, in pixels; it stays in its cell
 
 float channel(float hue, float brightness, float offset) {
     const float wave = std::cos(hue - offset) * 0.5F + 0.5F;
     return brightness * (0.25F + 0.75F * wave);
 }
 
-// Right is red; turning clockwise, as the picture's y does, goes on to green and blue.
+// The colour of a vector. A vector to the right is red; turning clockwise leads to green and then
+// to blue.
 Colour colourOf(const MotionVector& vector) {
     const float dx = static_cast<float>(vector.dx) / kMotionUnit;
     const float dy = static_cast<float>(vector.dy) / kMotionUnit;
@@ -46,6 +48,7 @@ Colour colourOf(const MotionVector& vector) {
     return colour;
 }
 
+// The pixels of the picture while it is drawn.
 class Canvas {
   public:
     Canvas(uint32_t columns, uint32_t rows)
@@ -63,6 +66,7 @@ class Canvas {
     std::vector<uint8_t> mPixels;
 };
 
+// Fills the cell of a vector with its colour.
 void drawCell(int left, int top, Colour colour, Canvas* canvas) {
     for (int y = 0; y < kCell; ++y) {
         for (int x = 0; x < kCell; ++x)
@@ -70,7 +74,8 @@ void drawCell(int left, int top, Colour colour, Canvas* canvas) {
     }
 }
 
-// A white line that ends in a yellow head, through the middle of the cell.
+// Draws a white line with a yellow head through the middle of the cell, in the direction of the
+// vector.
 void drawArrow(int left, int top, const MotionVector& vector, Canvas* canvas) {
     constexpr Colour kLine{255, 255, 255};
     constexpr Colour kHead{255, 255, 0};

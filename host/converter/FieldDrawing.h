@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A vector field as a picture.
+// Draws a motion field as a picture, for the frame dumps.
 #pragma once
 
 #include <host/converter/MotionField.h>
@@ -9,7 +9,8 @@
 
 namespace qoz::host {
 
-// Bytes R, G, B in rows without padding, kMotionBlock pixels for each vector, both ways.
+// Returns the picture as bytes R, G, B, in rows without padding. Each vector gets a cell of
+// kMotionBlock pixels on each side.
 std::vector<uint8_t> drawField(const MotionVector* field, uint32_t columns, uint32_t rows);
 
 }  // namespace qoz::host

@@ -17,19 +17,20 @@ HWY_BEFORE_NAMESPACE();
 namespace qoz::host::HWY_NAMESPACE {
 namespace {
 
-// Grey levels per pixel that a vector out of the picture costs: a block that finds no better
-// likeness inside moves on with its neighbours.
+// The cost of a vector out of the picture, in grey levels per pixel. A block without a better match
+// inside then moves out with its neighbours.
 constexpr uint32_t kUnseenCost = 10;
 
-// Each of the eight neighbours charges 1/16 grey level for a pixel of disagreement, 1/2 at most.
+// Each of the eight neighbours charges 1/16 grey level per pixel of disagreement, and 1/2 grey
+// level at most.
 constexpr int16_t kChargedDistance = 8;
 constexpr uint32_t kChargeShare = 16;
 
 constexpr int kAround[][2] = {{-1, -1}, {0, -1}, {1, -1}, {-1, 0}, {1, 0}, {-1, 1}, {0, 1}, {1, 1}};
 
-// Looks at one block after the other, and gives it a neighbour's vector where that makes the whole
-// of what is unlike and what disagrees less. A block is looked at again only once one around it has
-// changed.
+// Visits one block after another and gives it a neighbour's vector if that lowers the sum of its
+// difference and the disagreement with all neighbours. A block is visited again only after a
+// neighbour has changed.
 class Smoother {
   public:
     Smoother(const LumaPlane& from, const LumaPlane& to, BlockGrid* grid)
@@ -38,14 +39,15 @@ class Smoother {
           mGrid(*grid),
           mDue(static_cast<size_t>(grid->columns()) * static_cast<size_t>(grid->rows()), 1) {}
 
+    // Improves a block, unless nothing around it has changed or its neighbours agree with it.
     HWY_INLINE void visit(int column, int row) {
         uint8_t& due = mDue[mGrid.index(column, row)];
         if (due == 0) return;
         due = 0;
         lookAround(column, row);
         const BlockMatch& own = mGrid.at(column, row);
-        // What fits within a grey level need agree to a pixel only: it is measured more finely
-        // later.
+        // A block that matches within one grey level may disagree by one pixel: the subpixel
+        // measurement corrects that later.
         const int apart = own.difference <= mGrid.block(column, row).area() ? 1 : 0;
         const auto [right, down] = distancesFrom(own.displacement);
         const auto far =
@@ -61,6 +63,7 @@ class Smoother {
         Around down;
     };
 
+    // Loads the neighbours' vectors.
     HWY_INLINE void lookAround(int column, int row) {
         for (size_t i = 0; i < std::size(kAround); ++i) {
             const auto& [right, down] = kAround[i];
@@ -72,7 +75,8 @@ class Smoother {
         }
     }
 
-    // Of the neighbours there are; none from the others.
+    // Returns the distances of the neighbours' vectors from `own`. Neighbours outside the grid have
+    // distance 0.
     HWY_INLINE Distances distancesFrom(Displacement own) const {
         const Lanes d;
         const auto there = hn::Load(d, mThere);
@@ -84,6 +88,8 @@ class Smoother {
         return {from(mDx, own.dx), from(mDy, own.dy)};
     }
 
+    // Gives the block the cheapest of its own and its neighbours' vectors. After a change, the
+    // neighbours are due for another visit.
     void improve(int column, int row) {
         BlockMatch& own = mGrid.at(column, row);
         const Block block = mGrid.block(column, row);
@@ -109,7 +115,7 @@ class Smoother {
         }
     }
 
-    // Whether one of the first `count` neighbours has that displacement.
+    // Returns whether one of the first `count` neighbours has this displacement.
     HWY_INLINE bool isBefore(size_t count, Displacement displacement) const {
         for (size_t i = 0; i < count; ++i) {
             if (mThere[i] != 0 && mDx[i] == displacement.dx && mDy[i] == displacement.dy)
@@ -118,7 +124,7 @@ class Smoother {
         return false;
     }
 
-    // What the neighbours charge for such a vector.
+    // Returns the disagreement that the neighbours charge for a vector of this block.
     HWY_INLINE uint32_t disagreement(const Block& block, Displacement own) const {
         const Lanes d;
         const auto [right, down] = distancesFrom(own);
@@ -130,8 +136,9 @@ class Smoother {
     const LumaPlane& mFrom;
     const LumaPlane& mTo;
     BlockGrid& mGrid;
-    std::vector<uint8_t> mDue;  // blocks to be looked at, 1 or 0
-    // Of the block in hand: which neighbours there are, all bits or none, and their displacements.
+    std::vector<uint8_t> mDue;  // 1: the block is to be visited
+    // The neighbours of the current block: all bits set if the neighbour exists, and its
+    // displacement.
     HWY_ALIGN int16_t mThere[std::size(kAround)] = {};
     HWY_ALIGN int16_t mDx[std::size(kAround)] = {};
     HWY_ALIGN int16_t mDy[std::size(kAround)] = {};
@@ -139,7 +146,8 @@ class Smoother {
 
 void SmoothField(const LumaPlane& from, const LumaPlane& to, BlockGrid* grid) {
     Smoother smoother(from, to, grid);
-    // Both ways: a vector that is right travels over any number of blocks, whichever side it is on.
+    // Two passes in opposite directions: a correct vector can spread over any number of blocks, on
+    // whichever side it is.
     for (int row = grid->rows() - 1; row >= 0; --row) {
         for (int column = grid->columns() - 1; column >= 0; --column)
             smoother.visit(column, row);

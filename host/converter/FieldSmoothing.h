@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Agreement between neighbours in a field of vectors.
+// Smoothing of a motion field: makes the vectors of neighbouring blocks agree.
 #pragma once
 
 #include <host/converter/BlockGrid.h>
@@ -7,8 +7,8 @@
 
 namespace qoz::host {
 
-// Gives a block the vector of a neighbour where that costs little in likeness and much in
-// disagreement is saved, and where the block has left the picture.
+// Gives a block a neighbour's vector if that removes more disagreement with the other neighbours
+// than it adds to the block's difference. A block that has left the picture follows its neighbours.
 void smoothField(const LumaPlane& from, const LumaPlane& to, BlockGrid* grid);
 
 }  // namespace qoz::host

@@ -6,8 +6,8 @@
 namespace qoz::host {
 namespace {
 
-// The shares of red and blue in luma define a standard; limited range keeps 219 steps of luma and
-// 224 of chroma, of 255.
+// Computes a matrix from the weights of red and blue in luma, which define a standard (BT.601 and
+// BT.709). Of the 255 steps, limited range keeps 219 for luma and 224 for chroma.
 constexpr ColourMatrix matrixOf(double red, double blue) {
     const auto share = [](double value, double steps) {
         const double scaled = value * steps / 255 * kColourUnit;
@@ -18,7 +18,8 @@ constexpr ColourMatrix matrixOf(double red, double blue) {
     ColourMatrix matrix = {{share(red, 219), 0, share(blue, 219)},
                            {share(-red / u, 224), 0, share(0.5, 224)},
                            {share(0.5, 224), 0, share(-blue / v, 224)}};
-    // Grey stays grey, and white is exactly the brightest: green takes what rounding leaves.
+    // The weight of green is the remainder, so that rounding changes neither grey nor the brightest
+    // white.
     matrix.y[1] = static_cast<int16_t>(share(1, 219) - matrix.y[0] - matrix.y[2]);
     matrix.u[1] = static_cast<int16_t>(-matrix.u[0] - matrix.u[2]);
     matrix.v[1] = static_cast<int16_t>(-matrix.v[0] - matrix.v[2]);

@@ -8,7 +8,8 @@
 namespace qoz::host {
 namespace {
 
-// Fewer pixels than this, either way, leave nothing to search in.
+// The pyramid ends before a level would be narrower or lower than this: in fewer pixels there is
+// nothing to search.
 constexpr int kMinSide = 16;
 
 void resize(LumaPlane* plane, int width, int height) {
@@ -17,6 +18,7 @@ void resize(LumaPlane* plane, int width, int height) {
     plane->pixels.resize(static_cast<size_t>(width) * static_cast<size_t>(height));
 }
 
+// Copies the luma of an NV12 frame, or computes it from RGBA.
 void readLuma(const MappedBuffer& frame, LumaPlane* plane) {
     resize(plane, static_cast<int>(frame.width()), static_cast<int>(frame.height()));
     if (frame.nv12()) {
@@ -25,13 +27,14 @@ void readLuma(const MappedBuffer& frame, LumaPlane* plane) {
                           plane->width, plane->height);
         return;
     }
-    // Full range: more steps to tell blocks apart by. The library calls the byte order R, G, B, A
-    // ABGR.
+    // Full-range luma has more steps by which blocks can be told apart. libyuv calls the byte order
+    // R, G, B, A "ABGR".
     libyuv::ABGRToJ400(frame.pixels(), static_cast<int>(rgbaStride(frame.width())),
                        plane->pixels.data(), plane->width, plane->width, plane->height);
 }
 
-// An odd last column or row is left out, so that one pixel is always four of the level below.
+// Halves a plane. An odd last column or row is left out, so that each pixel stands for exactly
+// four.
 void halve(const LumaPlane& from, LumaPlane* to) {
     resize(to, from.width / 2, from.height / 2);
     libyuv::ScalePlane(from.pixels.data(), from.width, to->width * 2, to->height * 2,

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A frame's luma at full size, 1/2, 1/4 and 1/8.
+// The luma of a frame at full size, 1/2, 1/4 and 1/8, for the block search.
 #pragma once
 
 #include <host/converter/MappedBuffer.h>
@@ -11,6 +11,7 @@
 
 namespace qoz::host {
 
+// One plane of luma.
 struct LumaPlane {
     std::vector<uint8_t> pixels;  // rows without padding
     int width = 0;
@@ -21,16 +22,19 @@ struct LumaPlane {
     }
 };
 
+// The planes of one frame. The memory is kept from frame to frame.
 class LumaPyramid {
   public:
     static constexpr int kMaxLevels = 4;
 
+    // Reads the frame and makes the reduced planes.
     void build(const MappedBuffer& frame);
-    // All levels become brighter or darker: see changeBrightness().
+    // Applies changeBrightness() to all levels.
     void change(int gain, int offset);
     void release() { *this = LumaPyramid(); }
 
-    // At least one; a level has half the pixels of the one below, both ways, rounded down.
+    // The number of levels, at least one. Each level has half the width and height of the level
+    // before, rounded down.
     int levels() const { return mLevels; }
     const LumaPlane& smallest() const { return level(mLevels - 1); }
     const LumaPlane& level(int index) const { return mPlanes[static_cast<size_t>(index)]; }

@@ -10,7 +10,7 @@ using android::sp;
 namespace qoz::host {
 namespace {
 
-// What keeps the buffer from being mapped; null when nothing does.
+// Returns the reason why the buffer cannot be mapped, for the log; null if there is none.
 const char* defectOf(const sp<GraphicBuffer>& buffer) {
     if (buffer == nullptr) return "is null";
     if (buffer->initCheck() != android::OK || buffer->handle == nullptr) return "has no memory";

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The pixels of a graphic buffer, mapped for the CPU as long as the object lives.
+// A graphic buffer that is mapped for the CPU.
 #pragma once
 
 #include <host/platform/BufferLayout.h>
@@ -11,7 +11,7 @@
 
 namespace qoz::host {
 
-// NV12 pixels that somebody else owns.
+// A view of NV12 pixels that it does not own.
 struct Nv12Picture {
     uint8_t* luma;
     uint8_t* chroma;
@@ -22,10 +22,13 @@ struct Nv12Picture {
     static Nv12Picture over(uint8_t* pixels, uint32_t width, uint32_t height);
 };
 
+// Holds a reference to the buffer and keeps it locked for reading and writing until the object is
+// destroyed.
 class MappedBuffer {
   public:
-    // Empty when the buffer is null, has no memory, an unknown format or too few bytes, or cannot
-    // be locked; the log then says which, calling the buffer by its `role` in `operation`.
+    // Maps a buffer. Returns nothing if the buffer is null, has no memory, has an unknown format or
+    // too few bytes, or cannot be locked. The reason is logged with the `operation` and the
+    // buffer's `role` in it.
     static std::optional<MappedBuffer> map(const android::sp<android::GraphicBuffer>& buffer,
                                            const char* operation, const char* role);
 
@@ -43,7 +46,7 @@ class MappedBuffer {
     uint32_t height() const { return mBuffer->getHeight(); }
     bool nv12() const { return isNv12(mBuffer->getPixelFormat()); }
 
-    // Of a buffer that is nv12().
+    // The pixels of an NV12 buffer. Call it only if nv12() is true.
     Nv12Picture picture() const { return Nv12Picture::over(mPixels, width(), height()); }
 
     bool sameShape(const MappedBuffer& other) const {
@@ -55,7 +58,7 @@ class MappedBuffer {
         : mBuffer(std::move(buffer)), mPixels(pixels) {}
 
     android::sp<android::GraphicBuffer> mBuffer;
-    uint8_t* mPixels;  // null after a move: the other object unlocks
+    uint8_t* mPixels;  // null after a move: the new owner unlocks
 };
 
 }  // namespace qoz::host

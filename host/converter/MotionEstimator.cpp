@@ -10,15 +10,18 @@
 namespace qoz::host {
 namespace {
 
+// The error of a match as a MotionVector stores it: per pixel, rounded.
 uint8_t meanError(const BlockMatch& match, uint32_t area) {
     if (match.difference == kUnseen) return 255;
     return static_cast<uint8_t>(std::min(254U, (match.difference + area / 2) / area));
 }
 
+// Converts pixels to the units of a vector, rounded to the nearest.
 int16_t steps(float pixels) {
     return static_cast<int16_t>(std::floor(pixels * kMotionUnit + 0.5F));
 }
 
+// Writes the field from its parts.
 void write(const BlockGrid& grid, const SubpixelField& fine, const BrightnessChange& change,
            const uint8_t* textures, MotionVector* field) {
     for (int row = 0; row < grid.rows(); ++row) {
@@ -34,7 +37,7 @@ void write(const BlockGrid& grid, const SubpixelField& fine, const BrightnessCha
     }
 }
 
-// What leads from the newer frame's brightness to the older one's.
+// Returns the change from the newer frame's brightness to the older one's.
 BrightnessChange inverse(const BrightnessChange& change) {
     const float gain = static_cast<float>(change.gain) / kGainUnit;
     return {static_cast<int>(std::lround((1 / (1 + gain) - 1) * kGainUnit)),
@@ -62,7 +65,8 @@ void MotionEstimator::Frame::measure() {
 
 void MotionEstimator::estimate(const MappedBuffer& previous, const MappedBuffer& current,
                                bool known, MotionVector* forward, MotionVector* backward) {
-    // Memory may have run out in the last call, with its current frame half read.
+    // If the last call ran out of memory, it may have left its current frame incomplete; mWhole is
+    // false then.
     const bool isKept = std::exchange(mWhole, false) && known;
     if (isKept) {
         std::swap(mPrevious, mCurrent);

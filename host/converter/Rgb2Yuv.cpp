@@ -18,17 +18,21 @@ using qoz::host::MappedBuffer;
 using qoz::host::MotionEstimator;
 using qoz::host::MotionVector;
 
+// Limit for the wait until the source's fence signals, in milliseconds.
 constexpr int kFenceWaitMs = 3000;
 
+// Logs why an operation fails. Returns false, the result of the operation.
 bool refuse(const char* operation, const char* reason) {
     __android_log_print(ANDROID_LOG_ERROR, "Rgb2Yuv", "%s: %s", operation, reason);
     return false;
 }
 
+// Returns whether an armed fault makes this call of the operation fail.
 bool faulty(const char* operation) {
     return qoz::host::takeFault(operation) && !refuse(operation, "made to fail by an armed fault");
 }
 
+// Returns whether the buffer has the size of a motion field of `source`.
 bool holdsFieldOf(const MappedBuffer& source, const MappedBuffer& vectors) {
     return !vectors.nv12() && vectors.width() == qoz::host::fieldPixels(source.width()) &&
            vectors.height() == qoz::host::fieldHeight(source.height());
@@ -40,10 +44,12 @@ MotionVector* vectorsOf(const MappedBuffer& buffer) {
 
 }  // namespace
 
+// The state of one converter. It is not locked: the interface leaves it to the caller to make one
+// call at a time.
 class Rgb2Yuv::Engine {
   public:
-    // What Configure() was told; converting anything else is refused, as on a device, where the
-    // sizes of textures and targets are fixed by then.
+    // The parameters of Configure(). A frame that does not agree with them is refused, as on a
+    // device, where the sizes of textures and targets are fixed by then.
     struct Setup {
         uint32_t width;
         uint32_t height;
@@ -63,19 +69,21 @@ class Rgb2Yuv::Engine {
 
     FrameConverter converter;
     MotionEstimator estimator;
-    std::optional<Setup> setup;
-    const GraphicBuffer* converted = nullptr;  // last
+    std::optional<Setup> setup;                // empty: not configured
+    const GraphicBuffer* converted = nullptr;  // source of the last conversion
     const GraphicBuffer* measured = nullptr;   // current frame of the last estimate
 
-    // Called for each frame that is converted: whoever converts a buffer again has drawn in it.
+    // Notes a conversion. A client that converts a buffer again has drawn a new frame in it, so the
+    // estimator's luma of that buffer is out of date.
     void noteConversion(const sp<GraphicBuffer>& source) {
         if (source.get() == measured) measured = nullptr;
         converted = source.get();
     }
 
-    // Whether the estimator still holds the previous frame's luma. Only the order in which frames
-    // are converted tells that its pixels are the same; without it nothing is known. The buffers
-    // are not looked at through these pointers, nor kept.
+    // Returns whether the estimator still holds the luma of the previous frame, and notes the
+    // current one. The order of conversions is the only sign that the pixels have not changed: the
+    // current frame must be the last one converted, and the previous frame the current one of the
+    // last estimate. The pointers are compared, but never followed.
     bool knows(const sp<GraphicBuffer>& previous, const sp<GraphicBuffer>& current) {
         const bool inOrder = current.get() == converted;
         const bool known = inOrder && previous.get() == measured;
@@ -98,7 +106,7 @@ Rgb2Yuv::~Rgb2Yuv() {
 
 bool Rgb2Yuv::Configure(sp<GraphicBuffer>& source, uint32_t width, uint32_t height) {
     constexpr char kOperation[] = "Configure";
-    // A configuration that fails leaves none: what was set up before is not used any more.
+    // If this configuration fails, there is none: the one before is discarded first.
     mEngine->setup.reset();
     if (faulty(kOperation)) return false;
     const auto pixels = MappedBuffer::map(source, kOperation, "source");

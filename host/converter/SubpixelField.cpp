@@ -15,28 +15,30 @@ HWY_BEFORE_NAMESPACE();
 namespace qoz::host::HWY_NAMESPACE {
 namespace {
 
-// Pixels of a block that are measured: every second row.
-constexpr int kRowStep = 2;  // what is below one is above the next
+// Every second row of a block is measured. The row below one measured row is the row above the
+// next.
+constexpr int kRowStep = 2;
 constexpr float kPixels = 16.0F * 16 / kRowStep;
 
-constexpr float kLongestStep = 1.5F;  // pixels; a longer one was no small displacement
+constexpr float kLongestStep = 1.5F;  // pixels; a longer step is not reliable
 
-// Squared grey levels per pixel: what the noise of a block is worth, and the pull of one neighbour.
+// Weights in squared grey levels per pixel: the noise of a block, and the pull of one neighbour.
 constexpr float kNoise = 0.5F;
 constexpr float kPull = 1.5F;
 
-// Neighbours further apart than this belong to other layers. Pixels.
+// Neighbours whose motion differs by more than this belong to other layers. In pixels.
 constexpr float kSameLayer = 1.6F;
 
-// What a window of 16x16 pixels says of a small displacement: products of the gradient (the sum of
-// both windows' central differences, four times their mean) and of the residual b - a, summed.
+// Sums over a window of 16x16 pixels from which a small displacement is computed: products of the
+// gradient and of the residual b - a. The gradient is the sum of the central differences in both
+// windows, four times their mean.
 struct GradientSums {
     int32_t xx, xy, yy;  // gradient by gradient
     int32_t xr, yr;      // gradient by residual
     int32_t x, y, r;     // alone
 };
 
-// The pixels around both windows are read too.
+// Computes the sums. It also reads the pixels next to both windows.
 HWY_INLINE GradientSums gradientSums(const uint8_t* a, ptrdiff_t aStride, const uint8_t* b,
                                      ptrdiff_t bStride) {
     const hn::CappedTag<int16_t, 16> d;
@@ -52,7 +54,7 @@ HWY_INLINE GradientSums gradientSums(const uint8_t* a, ptrdiff_t aStride, const 
         sum = hn::ReorderWidenMulAccumulate(wide, p, q, sum, upper);
         return hn::Add(sum, upper);
     };
-    auto x = none, y = none, r = none;  // what a lane adds up to in a window fits 16 bits
+    auto x = none, y = none, r = none;  // the sum in one lane fits 16 bits
     for (size_t i = 0; i < 16; i += hn::Lanes(d)) {
         const auto both = [&](ptrdiff_t row, ptrdiff_t right) HWY_ATTR {
             const auto at = static_cast<ptrdiff_t>(i) + right;
@@ -64,7 +66,7 @@ HWY_INLINE GradientSums gradientSums(const uint8_t* a, ptrdiff_t aStride, const 
             const auto gx = hn::Sub(both(row, 1), both(row, -1));
             const auto gy = hn::Sub(below, above);
             const auto residual = hn::Sub(load(b + row * bStride + i), load(a + row * aStride + i));
-            above = below;  // of the next row measured
+            above = below;  // for the next measured row
             xx = add(gx, gx, xx);
             xy = add(gx, gy, xy);
             yy = add(gy, gy, yy);
@@ -81,7 +83,7 @@ HWY_INLINE GradientSums gradientSums(const uint8_t* a, ptrdiff_t aStride, const 
             total(yr), widened(x), widened(y), widened(r)};
 }
 
-// What one block says; by itself, nothing but that it moves as `own`.
+// The measurement of one block. Without products it states its motion with no certainty.
 struct BlockEvidence {
     Motion own;
     float xx = 0;
@@ -89,12 +91,13 @@ struct BlockEvidence {
     float yy = 0;
 };
 
-// One step of Gauss and Newton from a whole displacement; false: it leads too far to be believed,
-// or there is nothing to measure.
+// Takes one Gauss-Newton step from a displacement of whole pixels. Returns false if the step is too
+// long to be reliable or if there is no room for the window.
 HWY_INLINE bool step(const LumaPlane& from, const LumaPlane& to, const Block& block,
                      Displacement displacement, BlockEvidence* evidence) {
     const auto [dx, dy] = displacement;
-    // Blocks at the edges are measured a pixel further in.
+    // The window needs one pixel around it, so blocks at the edges are measured one pixel further
+    // in.
     const auto inside = [](int at, int by, int side) {
         const int low = std::max(1, 1 - by);
         const int high = std::min(side - 17, side - 17 - by);
@@ -109,8 +112,8 @@ HWY_INLINE bool step(const LumaPlane& from, const LumaPlane& to, const Block& bl
 
     const GradientSums sums =
         gradientSums(from.at(x, y), from.width, to.at(x + dx, y + dy), to.width);
-    // The gradients' sum is four times their mean; without the means of both sides a change of
-    // brightness moves nothing.
+    // Divide by four to get the mean gradient. Subtracting the means of both sides removes the
+    // effect of a change of brightness.
     const float gx = static_cast<float>(sums.x) / (4 * kPixels);
     const float gy = static_cast<float>(sums.y) / (4 * kPixels);
     const float r = static_cast<float>(sums.r) / kPixels;
@@ -135,6 +138,7 @@ int nearest(float value) {
     return static_cast<int>(std::floor(value + 0.5F));
 }
 
+// Measures one block, and corrects its match if it is one pixel off.
 BlockEvidence measure(const LumaPlane& from, const LumaPlane& to, const Block& block,
                       BlockMatch* match) {
     const auto [dx, dy] = match->displacement;
@@ -143,7 +147,7 @@ BlockEvidence measure(const LumaPlane& from, const LumaPlane& to, const Block& b
     if (match->difference == kUnseen) return evidence;
     if (!step(from, to, block, match->displacement, &evidence)) return evidence;
 
-    // A step to another whole pixel is taken from there once more, where that is no worse.
+    // If the step leads to another whole pixel that matches no worse, measure again from there.
     const Displacement whole = {nearest(evidence.own.dx), nearest(evidence.own.dy)};
     if (whole != match->displacement) {
         const BlockMatch moved{whole, blockDifference(from, to, block, whole)};
@@ -152,7 +156,8 @@ BlockEvidence measure(const LumaPlane& from, const LumaPlane& to, const Block& b
             step(from, to, block, whole, &evidence);
         }
     }
-    // What stays unlike after the best match is noise to this block: it is less sure.
+    // A difference that remains after the best match is noise, which makes the measurement less
+    // sure.
     const float error = static_cast<float>(match->difference) / (16 * 16);
     const float trust = 1 / (1 + error * error / 16);
     evidence.xx *= trust;
@@ -161,6 +166,7 @@ BlockEvidence measure(const LumaPlane& from, const LumaPlane& to, const Block& b
     return evidence;
 }
 
+// Measures all blocks of the grid.
 void Measure(const LumaPlane& from, const LumaPlane& to, BlockGrid* grid, Evidence* evidence) {
     for (int row = 0; row < grid->rows(); ++row) {
         for (int column = 0; column < grid->columns(); ++column) {
@@ -176,9 +182,9 @@ void Measure(const LumaPlane& from, const LumaPlane& to, BlockGrid* grid, Eviden
     }
 }
 
-// Each block moves to where what it says itself and what its neighbours pull at are in balance. In
-// place, row after row: what the row above has come to is known. Cells of the rim stay as they are,
-// having no neighbours.
+// Moves each block to the balance between its own measurement and the pull of its neighbours. It
+// works in place, row by row, so that the new motion of the row above already counts. The cells of
+// the rim stay far away: the only neighbours near them are other cells of the rim.
 void Agree(Evidence* e) {
     const hn::ScalableTag<float> d;
     const auto pull = hn::Set(d, kPull);
@@ -235,7 +241,7 @@ constexpr int kRounds = 4;
 
 }  // namespace
 
-// The size counts only once all planes have it: memory may run out in between.
+// The new size is set last: if an allocation fails before that, the next call starts again.
 void Evidence::reset(int newColumns, int newRows) {
     constexpr float kNowhere = 1e9F;
     columns = rows = 0;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Vectors to a fraction of a pixel, from the whole pixels of a block search.
+// Measures vectors to fractions of a pixel, starting from the whole pixels of a block search.
 #pragma once
 
 #include <host/converter/BlockGrid.h>
@@ -15,13 +15,17 @@ struct Motion {
     float dy = 0;
 };
 
-// What the blocks of a field say of their motion, each number in a plane of its own: rows of
-// columns(), with a rim whose motion is so far off that it is nobody's neighbour.
+// The measurements of all blocks. Each number has a plane of its own, with rows of `columns` cells
+// and a rim around them. The motion of the rim's cells is so far away that no block takes them for
+// neighbours.
 //
-// 1/2 xx u^2 + ... is how dear it is to leave the own motion by (u, v), per pixel of the block.
+// xx, xy and yy say how sure a measurement is: leaving the block's own motion by (u, v) costs (xx
+// u^2 + 2 xy u v + yy v^2) / 2 per pixel.
 struct Evidence {
-    static constexpr int kRim = 64;  // cells on either side of a row; a vector's lanes at most
+    // Cells on either side of a row; at least as many as a vector has lanes.
+    static constexpr int kRim = 64;
 
+    // Allocates the planes for a grid.
     void reset(int columns, int rows);
     size_t at(int column, int row) const {
         return static_cast<size_t>(row + 1) * static_cast<size_t>(stride) +
@@ -33,19 +37,20 @@ struct Evidence {
     int stride = 0;
     std::vector<float> ownX, ownY;
     std::vector<float> xx, xy, yy;
-    std::vector<float> dx, dy;  // what the neighbours have agreed on
+    std::vector<float> dx, dy;  // the result, after agreement with the neighbours
 };
 
-// One step of Gauss and Newton from each block's displacement says where between pixels its
-// likeness is, and how surely, in each direction. Blocks then agree with their neighbours as far as
-// they are unsure: along an edge, in what is flat, out of the picture. Neighbours that move
-// otherwise count for nothing, so that one layer does not bend another.
+// Measures the motion of the blocks, in two stages. First, one Gauss-Newton step from the
+// displacement of each block gives its own motion and how sure that is in each direction. Then the
+// blocks agree with their neighbours, the more so the less sure they are: along an edge, in flat
+// areas, or out of the picture. Neighbours that move differently are ignored, so that one moving
+// layer does not bend another. Not for use by two threads at once.
 class SubpixelField {
   public:
-    // Matches a pixel off are put right.
+    // Measures all blocks of the grid. Also corrects matches of the grid that are one pixel off.
     void refine(const LumaPlane& from, const LumaPlane& to, BlockGrid* grid);
 
-    // Of the last refine().
+    // The motion of a block after the last refine().
     Motion at(int column, int row) const {
         const size_t index = mEvidence.at(column, row);
         return {mEvidence.dx[index], mEvidence.dy[index]};
