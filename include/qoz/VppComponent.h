@@ -12,11 +12,11 @@
 /// thread, the service's binder threads and the component's worker, possibly on several at once.
 ///
 /// Ownership: every buffer that process() takes is returned once through
-/// IQOZCallback::onBufferDone(). A refused buffer stays with the client. Two kinds are not
-/// returned: sources in slot QOZBufferInfo::kNoSlot, and buffers that are still with the service or
-/// held as reference when disable() is called; call flushsync() first. If the service dies, every
-/// buffer that it had is returned as not filled; later ones are returned the same way, at once. The
-/// state stays ACTIVE until flushsync() makes it ERROR; then call disable() and enable().
+/// IQOZCallback::onBufferDone(). A refused buffer stays with the client. Two kinds may never
+/// return: sources in slot QOZBufferInfo::kNoSlot, and buffers that are still with the service or
+/// held for the next source when disable() is called; call flushsync() first. If the service dies,
+/// every buffer that it had is returned as not filled; later ones are returned the same way, at
+/// once. The state stays ACTIVE until flushsync() makes it ERROR; then call disable() and enable().
 ///
 /// Time: config(), process(), flushsync() and isInputPortEnabled() each wait at most 3 s in total;
 /// enable() and disable() state their limits. There is no limit for callbacks on any thread, for
@@ -49,7 +49,7 @@ class __attribute__((visibility("default"))) VppComponent
 
     /// Reads the system properties vendor.qoz.*, whose values then apply for the object's lifetime.
     /// Throws std::invalid_argument or std::out_of_range if the value of a numeric property does
-    /// not begin with a number or the number exceeds 64 bits; 32 bits of it are used.
+    /// not begin with a number or the number exceeds 64 bits; of any other, 32 bits are used.
     VppComponent();
     /// Performs disable(). Call disable() yourself: an open session keeps its component alive.
     virtual ~VppComponent();
@@ -58,7 +58,7 @@ class __attribute__((visibility("default"))) VppComponent
     /// begin with `name`. `callback` may be null and must outlive the component. `debug` logs
     /// changes of state from then on. Moves the calling thread into the system's cpuset, if there
     /// is one. Returns false on failure, with the reason in the log; the state is then unchanged,
-    /// or ERROR if the service refused the session: call disable() before the next enable(). Waits
+    /// or ERROR if the service refused the session (call disable() before the next enable()). Waits
     /// up to 3 s for events of the previous session, 1.4 s for the service, 3 s for the worker.
     bool enable(const std::string& name, IQOZCallback* callback, bool debug);
 
@@ -67,9 +67,9 @@ class __attribute__((visibility("default"))) VppComponent
     /// `wait`, config() also waits for the component's first start to finish, but not for later
     /// starts. The next process() or isInputPortEnabled() waits for a pending start. If the first
     /// start of a session succeeds, the state is ACTIVE. If a start fails, the log says why; the
-    /// state is ERROR if the service refused the settings, else unchanged. To learn a later start's
-    /// result from the state, call disable() and enable() before config(). Waits for a pending
-    /// start, output buffers being queued and a delivery in progress.
+    /// state is ERROR if the service refused the settings, else unchanged. An old ACTIVE can thus
+    /// hide a failed start, unless disable() and enable() precede config(). Waits for an earlier
+    /// start that is pending, output buffers being queued and up to 64 deliveries.
     void config(uint32_t width, uint32_t height, uint32_t format, ConfigParams params, bool wait);
 
     /// Takes a source packet (`src`: the frame and, optionally, the client's NV12 conversion

@@ -290,7 +290,7 @@ bool OutputWorker::waitForPendingStart(WaitBudget& waits, const char* operation)
 }
 
 // Waits for the first start in the component's life, not in the session: mStartDone is never
-// cleared, so this returns at once when the worker has carried out a Start, in later sessions too.
+// cleared, so after the worker's first Start this always returns at once, in later sessions too.
 void OutputWorker::waitForFirstStart(WaitBudget& waits) {
     std::unique_lock<std::mutex> lock(mStateLock);
     const base::ScopedLockAssertion held(mStateLock);

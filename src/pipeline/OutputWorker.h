@@ -77,8 +77,9 @@ class OutputWorker {
     // `ready`. `ready` is never cleared, so from the second session on there is no wait. Returns
     // false if the thread could not be created, but true if the limit is exceeded.
     bool launch();
-    // Makes the thread deliver queued buffers, at most kOutputSlots in one run, and end; then joins
-    // it. Does nothing without a thread. On the worker itself, detaches the thread instead.
+    // Makes the thread end after delivering what is queued, in up to two runs of at most
+    // kOutputSlots; joins it. Does nothing without a thread. On the worker itself, detaches the
+    // thread instead.
     void stop();
     bool isRunning() const { return mRunning; }
 
@@ -132,7 +133,7 @@ class OutputWorker {
     void leaveWorkerThread();
 
     std::thread& mThread;         // used only within enable() and disable()
-    std::atomic<bool>& mRunning;  // read without a lock; by the worker before each wait
+    std::atomic<bool>& mRunning;  // read without a lock, also by the worker before each wait
     bool& mLoop;                  // used only by the worker
     int32_t& mCommand GUARDED_BY(mPostLock);
     std::mutex& mCommandLock;

@@ -34,7 +34,7 @@ SideBufferPool::SideBufferPool(Buffers& buffers, Keys& freeKeys, std::mutex& loc
                  log) {}
 
 // A request that needs no buffers logs a message but succeeds, because the frame path makes such
-// requests: if only motion vectors are enabled, for every frame without a reference frame.
+// requests: one for every frame without a reference frame if only motion vectors are enabled.
 bool SideBufferPool::request(const Out& out, const RequestInfo& vectors,
                              const RequestInfo& downscaled) {
     if (out.forward == nullptr || out.backward == nullptr || out.downscaled == nullptr) {
