@@ -23,40 +23,42 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Freed when all memory is used up, for what still has to be done. Several threads may find that at
-// the same time.
+// Memory that endNow() frees first, so that it can report the failure and remove the folder even if
+// all other memory is used up. Atomic, because several threads may call endNow() at the same time.
 std::atomic<char*> gReserve{nullptr};
 
+// Writes to standard error without allocating memory.
 void say(const char* text) {
     (void)!write(STDERR_FILENO, text, std::strlen(text));
 }
 
 std::mutex gLock;
-fs::path gFolder GUARDED_BY(gLock);       // the temporary folder that exists
-bool gForGood GUARDED_BY(gLock) = false;  // the process is about to end: none is made any more
+fs::path gFolder GUARDED_BY(gLock);       // the temporary folder; empty if there is none
+bool gForGood GUARDED_BY(gLock) = false;  // the process is ending; no folder may be made any more
 
-// Under another name first: whoever is about to make something in the folder does not find it, so
-// that all of it goes.
+// Removes the temporary folder. Renames it first, so that other threads can no longer create files
+// in it by its path while its contents are removed.
 void removeFolder() REQUIRES(gLock) {
     if (gFolder.empty()) return;
     const fs::path going = gFolder.string() + ".going";
-    std::error_code ignored;  // what cannot be removed stays
+    std::error_code ignored;  // files that cannot be removed remain
     fs::rename(gFolder, going, ignored);
     fs::remove_all(ignored ? gFolder : going, ignored);
     gFolder.clear();
 }
 
-// Nothing temporary stays.
+// Removes the temporary folder and ends the process without running destructors.
 [[noreturn]] void endWith(int code) {
     try {
         const std::lock_guard lock(gLock);
         gForGood = true;
         removeFolder();
-    } catch (...) {  // there is nobody left to tell
+    } catch (...) {  // the process ends in any case
     }
     _exit(code);
 }
 
+// The terminate handler: reports the uncaught exception and ends the process.
 [[noreturn]] void endNow() {
     delete[] gReserve.exchange(nullptr);
     say("qozplay: ");
@@ -72,6 +74,7 @@ void removeFolder() REQUIRES(gLock) {
     endWith(1);
 }
 
+// The thread function for signals: the first one requests a stop, the second ends the process.
 void waitForSignals(const sigset_t& signals, StopRequest& stop) {
     int signal = 0;
     sigwait(&signals, &signal);
@@ -82,15 +85,14 @@ void waitForSignals(const sigset_t& signals, StopRequest& stop) {
 
 }  // namespace
 
-// A standard stream that the caller has closed would be the next file that is opened, and whoever
-// writes to the stream would write into that file. In its place stands one that can do nothing:
-// reading from it or writing to it is an error.
+// Each descriptor is opened in the direction that the stream does not use, so that reading standard
+// input and writing the other two fail as they would on a closed stream.
 void holdStandardStreams() {
     for (const auto& [stream, wrongWay] :
          {std::pair(STDIN_FILENO, O_WRONLY), std::pair(STDOUT_FILENO, O_RDONLY),
           std::pair(STDERR_FILENO, O_RDONLY)}) {
         if (fcntl(stream, F_GETFD) < 0)
-            (void)!open("/dev/null", wrongWay);  // takes the lowest free
+            (void)!open("/dev/null", wrongWay);  // takes the lowest free number, this stream's
     }
 }
 
@@ -101,7 +103,8 @@ void endPlainly() {
 }
 
 void stopOnSignals(StopRequest& stop) {
-    // The writer notices itself that a reader has gone or a file is as large as it may be.
+    // write() then fails with EPIPE if the reader has closed the pipe, and with EFBIG if the file
+    // has reached the size limit.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
     sigset_t signals;
@@ -111,7 +114,7 @@ void stopOnSignals(StopRequest& stop) {
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     try {
         std::thread([signals, &stop] { waitForSignals(signals, stop); }).detach();
-    } catch (const std::system_error&) {  // then they end it at once, as they always did
+    } catch (const std::system_error&) {  // without a thread, the first signal ends the process
         pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
     }
 }
@@ -128,7 +131,8 @@ TemporaryFolder::TemporaryFolder() {
     gFolder = mPath = pattern;
 }
 
-// Without memory for the removal the folder is left to the end of the process, which has a reserve.
+// On allocation failure the folder remains for now; if the process then ends in endNow(), that
+// frees the reserve and removes it.
 TemporaryFolder::~TemporaryFolder() {
     try {
         const std::lock_guard lock(gLock);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The ways in which the process may have to end, and what then may not stay behind.
+// Ending the player's process: by signals, by uncaught exceptions, and without leaving temporary
+// files.
 #pragma once
 
 #include <filesystem>
@@ -8,25 +9,29 @@
 
 namespace qozplay {
 
-// The first thing in a process: files that it opens take no standard stream's place.
+// Opens /dev/null in place of each standard stream that the caller has closed. Otherwise the next
+// file to be opened would take the stream's number, and output for the stream would be written to
+// that file. Must be called before the process opens any file.
 void holdStandardStreams();
 
-// What nobody catches, as when a thread of the simulator has no memory left, ends the process with
-// a sentence and exit code 1, not with an abort. The temporary folder does not stay; on a file
-// system that has no files without a name, a hidden file beside an unfinished output does.
+// Makes an uncaught exception end the process with a message and exit code 1 instead of abort().
+// Such an exception occurs, for example, when a thread of the simulator cannot allocate memory. The
+// temporary folder is removed. An unfinished output leaves nothing behind, except on a file system
+// without O_TMPFILE, where its hidden file remains.
 void endPlainly();
 
-// From now on SIGINT, SIGTERM and SIGHUP request a stop, and a second one ends the process at once;
-// SIGPIPE and SIGXFSZ are left to the writer, who sees the error itself. To be called before any
-// other thread is made: all of them leave these signals to the one that waits for them here. `stop`
-// lasts as long as the process.
+// From now on the first SIGINT, SIGTERM or SIGHUP requests a stop, and a second one ends the
+// process at once. SIGPIPE and SIGXFSZ are ignored, so that writing fails with an error instead.
+// Must be called before any other thread is created: every thread inherits the signal mask, which
+// leaves these signals to the thread that waits for them. `stop` must exist until the process ends.
 void stopOnSignals(StopRequest& stop);
 
-// A folder for what a run needs for its own duration; a run has one at most. It is gone with the
-// object, and also when the process ends at once and no object is destroyed.
+// A folder for the temporary files of a run, of which there is at most one in a process. It is
+// removed when the object is destroyed. It is also removed when the process ends without destroying
+// objects: after a second signal, and after an uncaught exception.
 class TemporaryFolder {
   public:
-    // Throws BadInput.
+    // Throws BadInput if the folder cannot be made.
     TemporaryFolder();
     ~TemporaryFolder();
 

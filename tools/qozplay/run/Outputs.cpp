@@ -12,7 +12,8 @@
 namespace qozplay {
 namespace {
 
-// The same file under whatever two names, be it there already or not. A device may be named twice.
+// Returns true if both names denote the same file, whether or not it exists. Devices and pipes are
+// excepted, since nothing in them can be overwritten: two options may name the same one.
 bool isSame(const std::string& one, const std::string& other) {
     namespace fs = std::filesystem;
     if (one.empty() || other.empty()) return false;
@@ -24,6 +25,7 @@ bool isSame(const std::string& one, const std::string& other) {
            !fs::exists(one, error);
 }
 
+// Throws BadInput if two options name the same file, since one would overwrite the other.
 void refuseCollisions(const Options& options) {
     const std::array<std::pair<const char*, const std::string*>, 6> named{
         {{"-i", &options.input},
@@ -45,7 +47,8 @@ std::unique_ptr<OutputFile> opened(const std::string& path) {
     return path.empty() ? nullptr : std::make_unique<OutputFile>(path);
 }
 
-// The intervals around the middle.
+// The time window of the sheet: Sheet::kIntervals intervals with the source frame `middle` in the
+// centre.
 Sheet::Window sheetWindow(std::optional<uint64_t> middle, AVRational rate) {
     if (!middle) return std::nullopt;
     const uint64_t first = *middle - std::min<uint64_t>(*middle, Sheet::kIntervals / 2);
@@ -55,7 +58,7 @@ Sheet::Window sheetWindow(std::optional<uint64_t> middle, AVRational rate) {
     return std::make_pair(at(first), at(first + Sheet::kIntervals));
 }
 
-// Of the frames that have been scored.
+// The PSNR in dB of each interpolated frame that --truth has scored, by timestamp.
 std::map<uint64_t, double> psnrOf(const RunStats& stats) {
     std::map<uint64_t, double> known;
     if (!stats.truth) return known;
@@ -69,8 +72,9 @@ void savePng(OutputFile& file, const Image& image) {
     file.commit();
 }
 
-// The field is drawn in cells of one colour with an arrow of pure white and yellow in the middle;
-// grey cells are at rest. The frame shows through without colours of its own.
+// Blends a picture of a motion field over a frame, which becomes grey. In the picture each vector
+// is a cell of one colour with an arrow of pure white and yellow in the centre. Grey cells have no
+// motion, and only their arrows are drawn.
 void layOver(const Surface& frame, const Image& field) {
     constexpr uint8_t kTint = 150;  // of 255
     for (uint32_t y = 0; y < frame.size.height; ++y) {
@@ -89,8 +93,9 @@ void layOver(const Surface& frame, const Image& field) {
     }
 }
 
-// A frame with its motion field laid over it. A client does not see the vectors; the component has
-// dumped them as pictures, the field from a frame to the next with the next.
+// Draws the motion vectors from a source frame to the next one over the first of them. A client has
+// no access to the vectors, so they are taken from the component's frame dumps, in which the field
+// has the number of the second frame.
 Image drawVectors(const std::filesystem::path& folder, uint64_t frame) {
     std::optional<Image> picture = readPng(folder / format("%05llu_Game_Source.png", big(frame)));
     const std::optional<Image> field = readPng(folder / format("%05llu_FW_MV.png", big(frame + 1)));
@@ -134,6 +139,7 @@ std::vector<FrameSink*> Outputs::sinks() const {
     return all;
 }
 
+// Does the work, and reports an exception as a failure of the run.
 template <typename Work>
 void Outputs::attempt(RunStats* stats, Work work) {
     try {

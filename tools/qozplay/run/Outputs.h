@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Everything that a run writes: opened before the work, so that what cannot be written is found out
-// then, and put in its place at the end. Owned by the player, on whose thread it is made and saved.
+// The files that a run of the player writes.
 #pragma once
 
 #include <filesystem>
@@ -15,18 +14,23 @@
 
 namespace qozplay {
 
+// Opens all output files before the sessions start, so that an unwritable one is reported before
+// the work, and moves them to their final names when the run has ended. Owned by the player, whose
+// thread creates it and calls save(). The first session's thread passes frames to the sinks.
 class Outputs {
   public:
-    // Throws BadInput: one of them cannot be written, or is the input, or another one of them.
+    // Throws BadInput if a file cannot be written, or if it is also the input or another output.
+    // Keeps references to the options, and to the audio of the source.
     Outputs(const Options& options, FrameSource& source, const StopRequest& stop);
 
     std::vector<FrameSink*> sinks() const;
 
-    // The frame whose vectors are shown; none: nobody asked.
+    // The source frame whose motion vectors --vectors shows; nullopt without --vectors.
     std::optional<uint64_t> vectorsOf() const;
 
-    // Each on its own; what cannot be saved is a sentence more in `stats->failures`. The figures,
-    // which tell of all of it, come last. `folder` has what the component dumped.
+    // Completes each output independently of the others; a failure adds a sentence to
+    // `stats->failures`. The figures are saved last, because they include these failures. `folder`
+    // contains the component's frame dumps.
     void save(RunStats* stats, const std::filesystem::path& folder);
 
   private:
@@ -35,8 +39,10 @@ class Outputs {
     std::string clipText() const;
 
     const Options& mOptions;
-    ClipInfo mInfo;                   // of the frames that come out
-    std::optional<uint64_t> mMiddle;  // source frame that pictures are made of; none: not known
+    ClipInfo mInfo;  // of the output clip
+    // The source frame that the sheet and the vectors show; nullopt if it was not given and the
+    // length of the clip is unknown.
+    std::optional<uint64_t> mMiddle;
     std::unique_ptr<MediaWriter> mClip;
     std::unique_ptr<Sheet> mSheet;
     std::unique_ptr<OutputFile> mSheetFile, mVectors, mTrace, mStats;

@@ -17,12 +17,13 @@
 namespace qozplay {
 namespace {
 
-constexpr uint64_t kSceneFrames = 120;
+constexpr uint64_t kSceneFrames = 120;  // length of the built-in scene by default
 constexpr char kNoStandardOutput[] = "cannot write to standard output";
 
 std::unique_ptr<FrameSource> openSource(const Options& options, const StopRequest& stop) {
     const AVRational rate = options.rate.value_or(AVRational{30, 1});
-    const uint64_t step = options.truth.value_or(1);  // --frames counts those that are given
+    // With --truth, --frames counts the frames that are sent, and the scene has `step` as many.
+    const uint64_t step = options.truth.value_or(1);
     if (!options.input.empty()) {
         return std::make_unique<MediaReader>(options.input, options.rawSize, rate, stop);
     }
@@ -49,13 +50,13 @@ std::string inputText(const Options& options, const FrameSource& source) {
     return name + " " + toText(source.info().size) + ", " + toText(source.info().rate) + " fps";
 }
 
-// One run: opens what it reads and writes, runs the sessions on threads of their own, and says how
-// it went. Everything but the sessions' work is done on the thread that calls it.
+// One run of the player. The constructor opens the input and the outputs; run() runs each session
+// on its own thread and reports the result. Everything else takes place on the calling thread.
 class Player {
   public:
     Player(Options options, Console& console, const StopRequest& stop);
 
-    // The exit code.
+    // Carries out the run and returns the exit code. Must be called once.
     int run();
 
   private:
@@ -69,8 +70,8 @@ class Player {
     Options mOptions;
     Console& mConsole;
     const StopRequest& mStop;
-    std::vector<std::unique_ptr<FrameSource>> mSources;  // one a session
-    ReferenceScore* mReference = nullptr;                // the source, when it holds frames out
+    std::vector<std::unique_ptr<FrameSource>> mSources;  // one for each session
+    ReferenceScore* mReference = nullptr;                // with --truth, the first session's source
     std::optional<Outputs> mOutputs;
     WarmUp mWarmUp;
     RunStats mStats;
@@ -94,7 +95,8 @@ Player::Player(Options options, Console& console, const StopRequest& stop)
 }
 
 int Player::run() {
-    // The service goes first: until then a session that ended badly may still be called back.
+    // Declared before the simulator, so that the service ends first. Until then it may still call
+    // back a session that has failed.
     Sessions sessions;
     Simulator simulator(mOptions, mConsole);
     sessions = makeSessions(simulator);
@@ -106,7 +108,9 @@ int Player::run() {
     return conclude();
 }
 
-// Only the first session's frames are written, and only its component dumps.
+// Creates the sessions, whose components read the simulator's properties at once. All sessions
+// process the same input; the outputs receive the frames of the first one, and only its component
+// makes a frame dump.
 Player::Sessions Player::makeSessions(Simulator& simulator) {
     Sessions sessions;
     for (uint32_t i = 0; i < mOptions.sessions; ++i) {
@@ -128,7 +132,7 @@ Player::Sessions Player::makeSessions(Simulator& simulator) {
         try {
             sessions.push_back(std::make_unique<Session>(std::move(plan), *mSources[i],
                                                          std::move(sinks), std::move(around)));
-        } catch (const std::logic_error&) {  // the component's numeric properties
+        } catch (const std::logic_error&) {  // the component cannot parse a numeric property
             throw BadInput(
                 "--prop: the value of vendor.qoz.log.msg, vendor.qoz.maxw or "
                 "vendor.qoz.maxh is not a number");
@@ -137,12 +141,14 @@ Player::Sessions Player::makeSessions(Simulator& simulator) {
     return sessions;
 }
 
+// Runs every session on its own thread and waits until all have ended. A session whose thread
+// cannot be created counts as failed.
 void Player::runSessions(Sessions& sessions) {
     mStats.sessions.resize(sessions.size());
     mStats.descriptorsBefore = qoz::host::openDescriptors();
     std::vector<std::thread> threads;
     const auto work = [&](size_t i) {
-        // In the trace, too.
+        // The trace shows this name.
         pthread_setname_np(pthread_self(), format("qozplay%zu", i).c_str());
         mStats.sessions[i] = sessions[i]->run();
     };
@@ -161,7 +167,8 @@ void Player::runSessions(Sessions& sessions) {
     awaitDescriptors();
 }
 
-// The service closes its own on its own threads, some moments after the last call.
+// Waits up to a second until no more descriptors are open than before the sessions: the service
+// closes its descriptors on its own threads, shortly after the last call.
 void Player::awaitDescriptors() {
     const Clock::time_point end = Clock::now() + std::chrono::seconds(1);
     do {
@@ -171,6 +178,8 @@ void Player::awaitDescriptors() {
     } while (Clock::now() < end);
 }
 
+// Reports the figures and the failures, and chooses the exit code. If the clip goes to standard
+// output, the figures go to standard error.
 int Player::conclude() {
     std::string text = summary(mStats);
     std::vector<std::string> failed = failures(mStats);
@@ -189,7 +198,8 @@ int Player::conclude() {
     return failed.empty() ? 0 : 1;
 }
 
-// The failure that is being handled, in a sentence and as an exit code.
+// Reports the exception that is being handled and returns the exit code for it. After a stop
+// request the exception is a consequence of the stop, and is not reported.
 int fail(Console& console, const StopRequest& stop) {
     std::string why;
     int code = 1;
@@ -201,7 +211,7 @@ int fail(Console& console, const StopRequest& stop) {
     } catch (const std::exception& error) {
         why = plainly(error);
     }
-    if (stop.requested()) return 128 + stop.signal();  // the input was not read to its end
+    if (stop.requested()) return 128 + stop.signal();
     console.report("qozplay: " + why);
     return code;
 }
@@ -209,7 +219,7 @@ int fail(Console& console, const StopRequest& stop) {
 }  // namespace
 
 int play(int argc, const char* const argv[], Console& console, const StopRequest& stop) {
-    av_log_set_level(AV_LOG_QUIET);  // what counts comes as an error
+    av_log_set_level(AV_LOG_QUIET);  // errors are reported from their return values
     try {
         std::string answer;
         Options options = parseOptions(argc, argv, &answer);

@@ -26,7 +26,8 @@ void set(const std::string& name, const std::string& value) {
     }
 }
 
-// What the options stand for comes first, so that --prop has the last word.
+// Sets the properties that other options imply, and then those of --prop, so that --prop can
+// override them.
 void setProperties(const Options& options) {
     if (options.log.wantsDiagnostics()) set("vendor.qoz.log.msg", "21");
     if (!options.trace.empty()) set("debug.atrace.tags.enableflags", "2");
@@ -36,7 +37,10 @@ void setProperties(const Options& options) {
     }
 }
 
-// A line that comes again and again, as when the service has no memory, is shown once.
+// Returns a log sink that writes the lines that the filter lets through to the console. A line that
+// repeats the previous one is not shown, and a note replaces the first such line: a service without
+// memory, for example, writes the same line for every frame. The simulator calls a sink for one
+// line at a time, so the sink needs no lock for its state.
 qoz::host::LogSink sinkTo(Console& console, const LogFilter& filter) {
     return [&console, filter, last = std::string(), again = false](const LogLine& line) mutable {
         if (!filter.shows(line.priority, line.tag)) return;
@@ -53,11 +57,12 @@ qoz::host::LogSink sinkTo(Console& console, const LogFilter& filter) {
 
 Simulator::Service startInline() {
     return {std::make_shared<qoz::host::VppService>(),
-            [] { return !qoz::client::LiveClient::serviceLives(); },  // of an injected fault
+            [] { return !qoz::client::LiveClient::serviceLives(); },  // an injected fault killed it
             [] { return uint64_t{0}; }};
 }
 
-// What a fault breaks on this side; the rest is the service's.
+// Returns true for a fault in the converter or an allocation, which always takes place in this
+// process. All other operations are those of the service.
 bool isOurs(const qoz::host::Fault& fault) {
     constexpr std::array<std::string_view, 6> kOurs{"Configure",          "RGBToNV12",
                                                     "MvBufferGeneration", "GetMVbufferSize",
@@ -66,7 +71,8 @@ bool isOurs(const qoz::host::Fault& fault) {
 }
 
 #ifdef QOZ_SERVICE_PROCESS
-// The bus outlives the connection of the service to it.
+// A service process with the bus on which it is registered. The order of the members makes the bus
+// exist for as long as the service's connection to it.
 struct ServiceProcess {
     ServiceProcess(const std::vector<std::string>& arguments, const std::filesystem::path& folder)
         : bus(arguments, folder), service(bus.address()) {}
@@ -138,7 +144,9 @@ uint64_t Simulator::faultsFired() const {
     return qoz::host::faultsFired() + mService.faultsFired();
 }
 
-// The service's process tells only how many there were, and after its death not even that.
+// The service process reports only how many times its faults have fired. They are therefore listed
+// as unfired only if none of them has fired, and not if the process has died, because then the
+// number is lost.
 std::vector<std::string> Simulator::unfiredFaults() const {
     std::vector<qoz::host::Fault> unfired = qoz::host::unfiredFaults();
     if (mService.faultsFired() == 0 && !serviceDied()) {

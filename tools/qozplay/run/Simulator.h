@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The host simulator, switched on for one run: properties, log, trace, service and faults as the
-// options ask, and everything off again at the end. One at a time in a process, as these are
-// settings of the process; made and ended on the player's thread.
+// The host simulator as a run of the player uses it.
 #pragma once
 
 #include <host/control.h>
@@ -21,29 +19,38 @@
 
 namespace qozplay {
 
+// Configures the host simulator for one run: sets the properties, the log and the trace, arms the
+// faults, and starts the service, all by the options. The destructor ends the service and resets
+// the properties, the faults and the log. These settings belong to the process, so at most one
+// object may exist at a time. The player's thread creates and destroys it.
 class Simulator {
   public:
-    // Throws BadInput for a property that makes no sense or a service that cannot be had.
+    // Throws BadInput for a property that cannot be set, for a folder that cannot be made, and if
+    // the player was built without the service process. Throws SessionFailed if that process does
+    // not start.
     Simulator(const Options& options, Console& console);
 
     Simulator(const Simulator&) = delete;
     Simulator& operator=(const Simulator&) = delete;
 
-    // Components made from now on dump what they work on of this frame and the next, vectors as
-    // well; none: they dump nothing. Throws BadInput.
+    // Makes components that are created from now on write a frame dump of this source frame and the
+    // next one, including motion vectors; without a frame they write none. Throws BadInput. With a
+    // frame, there must be a temporary folder, as there is with --vectors.
     void dump(std::optional<uint64_t> frame);
 
-    // Where to; empty when nobody wants dumps.
+    // The temporary folder, which receives the frame dumps; empty if the run needs none.
     std::filesystem::path folder() const { return mFolder ? mFolder->path() : ""; }
 
-    // The service has died under the sessions: what it holds does not come back. Any thread.
+    // Returns true if the service has died, so that it will not return the buffers that it holds.
+    // Any thread may call this.
     bool serviceDied() const;
 
-    // Here and in the service's process. Those that never fired are told by the text of each.
+    // The number of times that faults fired, in this process and in the service's, and the texts of
+    // the armed faults that never fired.
     uint64_t faultsFired() const;
     std::vector<std::string> unfiredFaults() const;
 
-    // Inline, or a process: what runs, and the answers to two questions about it.
+    // The running service, inline or in its own process. It ends when `running` is released.
     struct Service {
         std::shared_ptr<void> running;
         std::function<bool()> died;
@@ -51,7 +58,8 @@ class Simulator {
     };
 
   private:
-    // Settings of the process; restores them.
+    // Replaces the log sink. The destructor restores it, disarms all faults and clears all
+    // properties.
     struct Settings {
         explicit Settings(qoz::host::LogSink sink) : old(qoz::host::setLogSink(std::move(sink))) {}
         ~Settings();
@@ -61,7 +69,8 @@ class Simulator {
     };
 
     const Settings mSettings;
-    std::optional<TemporaryFolder> mFolder;  // for what lasts as long as the run; only on demand
+    // For the frame dumps and for the files of the service process; empty if the run has neither.
+    std::optional<TemporaryFolder> mFolder;
     std::vector<qoz::host::Fault> mRemoteFaults;  // armed in the service's process
     Service mService;
 };

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The frames of one stream on their way: what has gone in, what has come out and how long it took.
-// Frames are known by their timestamp in microseconds. Owned by the stream of a session, and used
-// on its thread alone.
+// The frame counts and latencies of one stream.
 #pragma once
 
 #include <map>
@@ -12,32 +10,37 @@
 
 namespace qozplay {
 
+// Tracks source frames from the process() call that sends them until their output frame is
+// returned, and counts the output frames. Frames are identified by their timestamps, in
+// microseconds. Owned by the stream of a session and used only on the session's thread.
 class FrameTracker {
   public:
     struct Tally {
-        uint64_t in = 0;                // source frames that were taken
-        uint64_t refused = 0;           // and that were not
-        uint64_t source = 0;            // source frames that came out
-        uint64_t interpolated = 0;      // interpolated frames that came out
-        uint64_t backwards = 0;         // came out with a time not after that of the one before
-        uint64_t flushed = 0;           // source frames that a flush cleared away
-        uint64_t missing = 0;           // source frames that never came out
-        std::vector<double> latencies;  // milliseconds; of source frames, from in to out
+        uint64_t in = 0;            // source frames that the component took
+        uint64_t refused = 0;       // source frames that it refused
+        uint64_t source = 0;        // source frames in the output
+        uint64_t interpolated = 0;  // interpolated frames in the output
+        uint64_t backwards = 0;     // output frames whose timestamp is not after all earlier ones
+        uint64_t flushed = 0;       // source frames not in the output because of a flush
+        uint64_t missing = 0;       // source frames not in the output for any other reason
+        std::vector<double> latencies;  // of source frames, milliseconds
     };
 
     void sent(uint64_t timestamp, Clock::time_point at);
-    void refused(uint64_t timestamp);
+    void refused(uint64_t timestamp);  // takes back sent()
 
-    // A finished frame; true when it is a source frame itself, false when it has been made.
+    // Records an output frame. Returns true for a source frame, false for an interpolated one.
     bool came(uint64_t timestamp, Clock::time_point at);
 
-    // The service has let go of what it held: frames under way may never come, and nobody waits.
+    // Records a flush, or another event after which the frames that are under way may not come out.
+    // They are then no longer expected, but still count as source frames if they come out.
     void flushed();
 
-    // Source frames that are still to come. One that a later frame has overtaken is not waited for.
+    // The number of source frames that are still expected. One with an earlier timestamp than a
+    // frame that has come out is not: the output is in order, so it will not come out any more.
     size_t underWay() const;
 
-    // Closes the account.
+    // Counts the frames that never came out, and returns the totals.
     Tally finish();
 
   private:
@@ -47,8 +50,8 @@ class FrameTracker {
         State state = State::UnderWay;
     };
 
-    std::map<uint64_t, Sent> mSent;
-    std::optional<uint64_t> mLast;
+    std::map<uint64_t, Sent> mSent;  // source frames that have not come out, by timestamp
+    std::optional<uint64_t> mLast;   // the latest timestamp in the output
     Tally mTally;
 };
 

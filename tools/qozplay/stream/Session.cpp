@@ -14,6 +14,7 @@
 namespace qozplay {
 namespace {
 
+// The error of a wait that ended without success.
 SessionFailed stalled(const Stream& stream) {
     if (stream.client.serviceDied()) {
         return SessionFailed(
@@ -53,7 +54,8 @@ SessionStats Session::run() {
     return mStats;
 }
 
-// Keeps the first failure: what follows is most often its consequence.
+// Does the work and records an exception as the session's failure. Only the first failure is kept,
+// because later ones are usually its consequences.
 template <typename Work>
 void Session::attempt(Work work) {
     try {
@@ -67,7 +69,8 @@ void Session::attempt(Work work) {
     }
 }
 
-// What the component was doing when things went wrong first; whoever turns the log on sees it.
+// Writes the component's state dump to the log, once in a session: the state at the first failure
+// is the one that explains it.
 void Session::logState() {
     if (std::exchange(mStateLogged, true)) return;
     const ndk::ScopedFileDescriptor file(memfd_create("dump", MFD_CLOEXEC));
@@ -83,6 +86,7 @@ android::ConfigParams Session::paramsFor(const Settings& settings) const {
             settings.interp, settings.upscaleIndex};
 }
 
+// Enables and configures the component, and allocates the output buffers.
 void Session::start() {
     if (!mClient.enable(mPlan.diagnostics))
         throw SessionFailed("the session could not be enabled; --log shows why");
@@ -96,6 +100,8 @@ void Session::start() {
     mStats.firstOutput = mClient.outputSize();
 }
 
+// Sends source frames until the clip or the plan ends, a sink wants no more, or a stop is
+// requested.
 void Session::feed() {
     for (uint64_t frame = 0; frame != mPlan.frames; ++frame) {
         if (!feedFrame(frame)) break;
@@ -106,10 +112,13 @@ void Session::feed() {
     }
 }
 
+// Waits until no source frame is under way.
 void Session::drain() {
     if (!mStream.awaitFrames()) throw stalled(mStream);
 }
 
+// Sends one source frame with the changes that are due at it. Returns false if no more frames are
+// to be sent.
 bool Session::feedFrame(uint64_t frame) {
     if (!mStream.awaitRoom()) throw stalled(mStream);
     if (mStream.stopped() || mAround.stop.requested()) return false;
@@ -137,7 +146,8 @@ bool Session::feedFrame(uint64_t frame) {
     return true;
 }
 
-// The frame's time; none: the clip is at its end.
+// Reads the next frame into a source buffer, scaled to its size. Returns the frame's presentation
+// time in nanoseconds, or nullopt at the end of the clip.
 std::optional<int64_t> Session::fill(int32_t slot) {
     const qoz::client::LockedPixels pixels(mClient.source(slot),
                                            android::GraphicBuffer::USAGE_SW_WRITE_OFTEN);
@@ -159,6 +169,7 @@ std::optional<int64_t> Session::fill(int32_t slot) {
     return time;
 }
 
+// Carries out a flush of the plan.
 void Session::flush(const Change& change) {
     const Clock::time_point start = Clock::now();
     mClient.vpp->flushsync();
@@ -171,9 +182,10 @@ void Session::flush(const Change& change) {
     }
 }
 
-// A new size or ratio makes the component flush the service, so what is under way comes out first.
-// A new ratio does so after the frame that carries it has been queued: that one may be cleared
-// away.
+// Sends a source frame with the wanted settings. A new size or ratio makes the component flush the
+// service, so the session first waits for the frames that are under way. A new ratio causes the
+// flush only after the frame that carries it has been queued, so that frame itself may not come
+// out.
 void Session::sendSource(uint64_t frame, int32_t slot, int64_t timestamp) {
     const bool resized = mWanted.size != mSettings.size;
     const bool rescaled = mWanted.upscaleIndex != mSettings.upscaleIndex;
@@ -186,7 +198,7 @@ void Session::sendSource(uint64_t frame, int32_t slot, int64_t timestamp) {
     if (mVerifier && resized) mVerifier->interrupted("size change");
     const bool taken = mStream.send(slot, timestamp, config);
     if (carries || resized) mClient.shapeOutputs();
-    if (!taken) {  // the next frame carries the settings again
+    if (!taken) {  // mSettings is unchanged, so the next frame carries the settings again
         if (mVerifier) mVerifier->refused();
         return;
     }
@@ -198,8 +210,8 @@ void Session::sendSource(uint64_t frame, int32_t slot, int64_t timestamp) {
     if (mVerifier) mVerifier->interrupted("ratio change");
 }
 
-// Works after any failure: whatever is still outstanding is asked back. What a dead service had has
-// been returned when the flush ends.
+// Gets all outstanding buffers back and ends the session; this works after any failure. If the
+// service has died, the component returns the service's buffers before flushsync() ends.
 void Session::finish() {
     mClient.vpp->flushsync();
     const bool flushed = mClient.vpp->state() != android::VppComponent::ERROR;
@@ -212,6 +224,7 @@ void Session::finish() {
     if (!returned) throw stalled(mStream);
 }
 
+// Gathers the figures of the session, closes the verifier, and releases the component.
 void Session::collect() {
     if (mStream.stopped()) mStream.tracker.flushed();
     mStats.frames = mStream.tracker.finish();
@@ -230,7 +243,7 @@ void Session::collect() {
     mClient.release();
 }
 
-// Whatever failed first, it is the consequence.
+// If the service has died, puts that before the recorded failure, which is a consequence of it.
 void Session::nameCause() {
     if (mStats.failure.empty() || mStats.badInput || !mClient.serviceDied()) return;
     if (mStats.failure.find("the service died") != std::string::npos) return;

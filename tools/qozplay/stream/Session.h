@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// One session from beginning to end: enable, config, frame after frame, flush, disable. Each runs
-// on a thread of its own; only the component's callbacks come on others, and wait in the client's
-// queue.
+// One session of the player with one component.
 #pragma once
 
 #include <functional>
@@ -16,24 +14,31 @@
 
 namespace qozplay {
 
-// What it shares with the other sessions of the run.
+// References to the objects that the sessions of a run share. Every session calls the functions on
+// its own thread.
 struct SessionSurroundings {
     WarmUp& warmUp;
     const StopRequest& stop;
     std::function<bool()> serviceDied;
-    // Told of frames in, frames out and buffers outstanding after each frame; empty: nobody is.
+    // Called after each source frame with the numbers of source frames sent, of output frames
+    // received and of outstanding buffers. May be empty.
     std::function<void(uint64_t in, uint64_t out, size_t outstanding)> progress;
 };
 
+// Runs a session from beginning to end: enables and configures the component, sends source frames,
+// carries out the changes of the plan, flushes and disables. run() takes place on the session's own
+// thread. The component's callbacks run on other threads and only add to the client's ReturnQueue,
+// so the session itself needs no lock.
 class Session {
   public:
-    // Makes its component here, with the properties that are in force. The source, the sinks and
-    // the surroundings outlive it.
+    // Creates the component, which reads the system properties now. The source, the sinks and the
+    // referenced objects must exist for longer than the session.
     Session(SessionPlan plan, FrameSource& source, std::vector<FrameSink*> sinks,
             SessionSurroundings surroundings);
 
-    // To be run once. Failures are in the result. The object must outlive the service: a session
-    // that ended badly may still call it.
+    // Runs the session; must be called once. Failures are reported in the result, not by an
+    // exception. The object must exist until the service has ended, because after a failure the
+    // service may still call back.
     SessionStats run();
 
   private:
@@ -60,16 +65,16 @@ class Session {
     void logState();
     android::ConfigParams paramsFor(const Settings& settings) const;
 
-    SessionPlan mPlan;  // less the changes that were due
+    SessionPlan mPlan;  // its changes are removed when they are due
     const SessionSurroundings mAround;
     FrameSource& mSource;
-    Settings mSettings;  // in force
-    Settings mWanted;    // from the next frame on
-    std::vector<uint8_t> mUnscaled;
-    std::optional<PictureSummary> mPicture;  // of the frame to be sent, for the verifier
-    std::optional<Verifier> mVerifier;       // none: nobody asked
+    Settings mSettings;                      // of the last frame that the component took
+    Settings mWanted;                        // of the next frame
+    std::vector<uint8_t> mUnscaled;          // the pixels of a frame before it is scaled
+    std::optional<PictureSummary> mPicture;  // of the next frame, for the verifier
+    std::optional<Verifier> mVerifier;       // only with --verify
     Stream mStream;
-    LiveClient& mClient;  // the stream's
+    LiveClient& mClient;  // a member of mStream
     SessionStats mStats;
     bool mStateLogged = false;
 };

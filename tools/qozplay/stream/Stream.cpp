@@ -41,6 +41,7 @@ bool Stream::send(int32_t slot, int64_t timestamp,
     return taken;
 }
 
+// Records an output frame and passes it to the sinks.
 void Stream::consume(const qoz::client::BufferRef& buffer,
                      const qoz::client::ReturnedBuffer& done) {
     mLastOut = done.at;
@@ -49,7 +50,7 @@ void Stream::consume(const qoz::client::BufferRef& buffer,
     if (mSinks.empty() || mStopped) return;
     const qoz::client::LockedPixels pixels(buffer, android::GraphicBuffer::USAGE_SW_READ_OFTEN);
     const FinishedFrame frame{done.timestamp, source, pixels.nv12(), usualMatrix(mSourceSize)};
-    mStopped = true;  // for the calls, so that it stays set if one of them throws
+    mStopped = true;  // remains set if a sink throws
     bool more = true;
     for (FrameSink* sink : mSinks)
         more = sink->take(frame) && more;
