@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Owners for what libavformat, libavcodec and libswscale hand out, and their errors as text.
+// Smart pointers for the objects of libavformat, libavcodec and libswscale, and the text of their
+// errors.
 #pragma once
 
 #include "qozplay/media/Types.h"
@@ -34,7 +35,8 @@ inline std::string avText(int error) {
     return text.data();
 }
 
-// The library's own word for it is a null pointer.
+// Takes ownership of a new object. These libraries return null on allocation failure, for which
+// this function throws std::bad_alloc.
 template <typename Type>
 AvPtr<Type> owned(Type* pointer) {
     if (pointer == nullptr) throw std::bad_alloc();

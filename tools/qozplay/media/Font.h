@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A bitmap font of 5 by 7 dots: the digits, and of capitals and marks those that the labels need.
+// A bitmap font of 5 by 7 dots, with the digits and those capital letters and marks that the labels
+// of the scene and the sheet need.
 #pragma once
 
 #include <array>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Where frames come from and where they go. Each session has a source of its own and calls it, and
-// its sinks one after the other, on its own thread.
+// The interfaces between a session and its input and outputs. Each session has its own source. It
+// calls the source, and its sinks one after the other, on its own thread.
 #pragma once
 
 #include <cstddef>
@@ -12,26 +12,27 @@
 
 namespace qozplay {
 
-// The matrix that is taken for a clip of this size that names none. It is also the one that the
-// converter applies to sources of this size; it writes limited range.
+// The colour matrix for a clip of this size that does not name one. It is also the matrix that the
+// converter uses for sources of this size, to produce limited-range YUV.
 inline AVColorSpace usualMatrix(Size size) {
     constexpr uint32_t kHighDefinition = 720;  // rows
     return size.height >= kHighDefinition ? AVCOL_SPC_BT709 : AVCOL_SPC_SMPTE170M;
 }
 
-// What a clip says of its frames. The processing leaves aspect and colours as they are, and the
-// output says them again.
+// The properties of a clip. The processing does not change the aspect ratio and the colours, so
+// these are copied to the output.
 struct ClipInfo {
     Size size;
-    AVRational rate{30, 1};          // frames a second; on average, when it varies
-    std::optional<uint64_t> length;  // frames; none: a pipe does not know
+    AVRational rate{30, 1};          // frames per second; the average if it varies
+    std::optional<uint64_t> length;  // number of frames; nullopt if unknown, as for a pipe
     AVRational sampleAspect{1, 1};
     AVColorPrimaries primaries = AVCOL_PRI_UNSPECIFIED;
     AVColorTransferCharacteristic transfer = AVCOL_TRC_UNSPECIFIED;
 };
 
-// The audio of a clip on its way past the processing: the reader of the clip puts the packets in as
-// it meets them, the writer takes them out. Both run on the thread of one session.
+// The audio of a clip, which bypasses the processing: MediaReader adds the packets that it reads
+// and MediaWriter removes them. Both run on the thread of the first session. MediaReader owns the
+// object.
 struct AudioTracks {
     struct Track {
         AvPtr<AVCodecParameters> parameters;
@@ -39,43 +40,47 @@ struct AudioTracks {
     };
     struct Packet {
         size_t track;
-        AvPtr<AVPacket> data;  // its times count from the start of the clip
+        AvPtr<AVPacket> data;  // with times relative to the start of the clip
     };
 
     std::vector<Track> tracks;
     std::deque<Packet> packets;
 };
 
-// A clip in a file or pipe, or the built-in scene.
+// The source of a session's frames: a clip in a file or pipe, or the built-in scene.
 class FrameSource {
   public:
     virtual ~FrameSource() = default;
 
     const ClipInfo& info() const { return mInfo; }
 
-    // Writes the next frame as RGBA bytes into rows of `stride` bytes. Gives its presentation time,
-    // nanoseconds from the start of the clip, later than that of the frame before; none at the end.
-    // Throws BadInput when the clip is damaged.
+    // Writes the next frame as RGBA bytes in rows of `stride` bytes. Returns its presentation time
+    // in nanoseconds from the start of the clip, which is greater than that of the previous frame,
+    // or nullopt at the end. Throws BadInput if the clip is damaged.
     virtual std::optional<int64_t> next(uint8_t* rgba, size_t stride) = 0;
 
+    // The audio of the clip; null if the source has none.
     virtual AudioTracks* audio() { return nullptr; }
 
   protected:
     ClipInfo mInfo;
 };
 
+// An output frame of a session. The picture is a view of the output buffer.
 struct FinishedFrame {
     uint64_t timestamp;  // microseconds
-    bool source;         // a source frame itself, not an interpolated one
+    bool source;         // true for a source frame, false for an interpolated one
     Nv12View picture;    // limited range
     AVColorSpace matrix = AVCOL_SPC_SMPTE170M;
 };
 
+// A receiver of output frames.
 class FrameSink {
   public:
     virtual ~FrameSink() = default;
 
-    // Uses the picture within the call. False: no more frames are wanted. Throws SessionFailed.
+    // Receives a frame; the picture is valid only during the call. Returns false if the sink wants
+    // no more frames, which ends the session. Throws SessionFailed.
     virtual bool take(const FinishedFrame& frame) = 0;
 };
 

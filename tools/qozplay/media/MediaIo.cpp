@@ -41,7 +41,7 @@ MediaIo::~MediaIo() {
     avio_context_free(&mContext);
 }
 
-// False: a stop has been requested before the descriptor was ready.
+// Waits until the descriptor is ready. Returns false if a stop is requested first.
 bool MediaIo::await(short events) const {
     std::array<pollfd, 2> both{{{mDescriptor, events, 0}, {mStop.descriptor(), POLLIN, 0}}};
     while (poll(both.data(), both.size(), -1) < 0 && errno == EINTR) {
@@ -49,6 +49,7 @@ bool MediaIo::await(short events) const {
     return both[0].revents != 0;
 }
 
+// Reads at most `size` bytes. Returns AVERROR_EXIT if a stop is requested during the wait.
 int MediaIo::read(void* self, uint8_t* bytes, int size) {
     const auto& io = *static_cast<MediaIo*>(self);
     if (!io.await(POLLIN)) return AVERROR_EXIT;

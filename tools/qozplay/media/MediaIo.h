@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A descriptor as libavformat reads and writes it: files with seeking, pipes without. Where the
-// other end of a pipe keeps us waiting, a stop request ends the wait.
+// Reading and writing through a descriptor for libavformat.
 #pragma once
 
 #include "qozplay/media/Av.h"
@@ -8,11 +7,15 @@
 
 namespace qozplay {
 
+// Provides libavformat with an I/O context for a descriptor: a file is seekable, a pipe is not. A
+// wait for the other end of a pipe ends at a stop request. Owned by a reader or a writer, and used
+// on its thread.
 class MediaIo {
   public:
     enum class Direction { Read, Write };
 
-    // The descriptor stays its owner's. Throws std::bad_alloc.
+    // Does not take ownership of the descriptor, which must exist for longer than the object.
+    // Throws std::bad_alloc.
     MediaIo(int descriptor, Direction direction, const StopRequest& stop);
     ~MediaIo();
 
@@ -30,7 +33,7 @@ class MediaIo {
 
     const int mDescriptor;
     const StopRequest& mStop;
-    bool mMayFill = false;  // a pipe or a socket
+    bool mMayFill = false;  // true for a pipe or a socket, to which a write may have to wait
     AVIOContext* mContext = nullptr;
 };
 

@@ -25,11 +25,13 @@ namespace {
 constexpr AVRational kNanoseconds{1, 1'000'000'000};
 constexpr AVRational kMicroseconds{1, 1'000'000};
 
-constexpr int kVector = 16;  // pixels that the scaler writes at once, at most
+constexpr int kVector = 16;  // greatest number of pixels that the scaler writes at once
 
-// To a level at most, at ten times the cost of less; what is common goes another way.
+// These flags keep the error within one level, at ten times the cost of the default. The common
+// pixel format does not use the scaler; see convertExactly().
 constexpr int kScalerFlags = SWS_BILINEAR | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT;
 
+// The "yuvj" formats are full range even if the frame does not say so.
 bool isFullRange(const AVFrame& frame) {
     const char* name = av_get_pix_fmt_name(static_cast<AVPixelFormat>(frame.format));
     return frame.color_range == AVCOL_RANGE_JPEG ||
@@ -77,13 +79,14 @@ void MediaReader::openContainer(std::optional<Size> rawSize, AVRational rawRate)
     const AVInputFormat* input = rawSize ? av_find_input_format("rawvideo") : nullptr;
     const int error = avformat_open_input(&context, mName.c_str(), input, &options);
     av_dict_free(&options);
-    mContainer.reset(context);  // freed and null on an error
+    mContainer.reset(context);  // after an error, avformat_open_input() has set it to null
     if (error < 0)
         throw BadInput("cannot read " + mName + ": it is not a clip (" + avText(error) + ")");
     const int found = avformat_find_stream_info(context, nullptr);
     if (found < 0) throw BadInput("cannot read " + mName + ": " + avText(found));
 }
 
+// Chooses the best video stream, takes all audio streams, and discards the packets of the others.
 void MediaReader::chooseStreams() {
     const int best = av_find_best_stream(mContainer.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
     if (best < 0) throw BadInput(mName + " has no video in it");
@@ -102,7 +105,8 @@ void MediaReader::chooseStreams() {
     }
 }
 
-// The frames are handed on as they lie in the clip.
+// Throws BadInput for a clip that players are to show rotated, because its frames are processed
+// without rotation.
 void MediaReader::refuseRotation() const {
     const auto* matrix = reinterpret_cast<const int32_t*>(
         av_stream_get_side_data(&stream(), AV_PKT_DATA_DISPLAYMATRIX, nullptr));
@@ -129,6 +133,7 @@ void MediaReader::openDecoder() {
     if (error < 0) throw BadInput(mName + ": " + avText(error));
 }
 
+// Fills in the properties of the clip. Throws BadInput if its size cannot be used.
 void MediaReader::describe() {
     const AVCodecParameters& parameters = *stream().codecpar;
     if (parameters.width <= 0 || parameters.height <= 0) {
@@ -151,6 +156,7 @@ void MediaReader::describe() {
     mInfo.length = length();
 }
 
+// Returns the number of frames, estimated from the duration if the container does not store it.
 std::optional<uint64_t> MediaReader::length() const {
     if (mIo->context()->seekable == 0) return std::nullopt;
     if (stream().nb_frames > 0) return static_cast<uint64_t>(stream().nb_frames);
@@ -170,7 +176,8 @@ std::optional<int64_t> MediaReader::next(uint8_t* rgba, size_t stride) {
     return mTime;
 }
 
-// False: there are no more frames.
+// Decodes the next frame into mFrame. Returns false at the end of the clip and after a stop
+// request.
 bool MediaReader::decode() {
     for (;;) {
         if (mStop.requested()) return false;
@@ -187,8 +194,9 @@ void MediaReader::damaged(int error) const {
                           avText(error).c_str()));
 }
 
-// The next packet of the video into the decoder; at the end of the clip the word that it was the
-// last.
+// Sends the next video packet to the decoder and keeps the audio packets that precede it. At the
+// end of the clip, or at damage, tells the decoder that there are no more packets, so that it
+// outputs the frames that it still holds.
 void MediaReader::feed() {
     for (;;) {
         AvPtr<AVPacket> packet = owned(av_packet_alloc());
@@ -214,13 +222,15 @@ void MediaReader::feed() {
     }
 }
 
-// A y4m clip that ends within a frame looks to libavformat like one that ends before it.
+// Detects a y4m clip that ends within a frame. libavformat drops such a frame and reports the end
+// of the clip without an error.
 void MediaReader::checkWhole() {
     if (std::strcmp(mContainer->iformat->name, "yuv4mpegpipe") != 0) return;
     if (mStop.requested() || avio_tell(mIo->context()) == mWholeUpTo) return;
     mDamage = format("%s: frame %llu is cut short", mName.c_str(), big(mFrames));
 }
 
+// Adds an audio packet to its track, with times relative to the start of the clip.
 void MediaReader::take(AvPtr<AVPacket> packet) {
     const auto index = static_cast<size_t>(packet->stream_index);
     if (index >= mTrackOfStream.size() || mTrackOfStream[index] < 0) return;
@@ -231,7 +241,8 @@ void MediaReader::take(AvPtr<AVPacket> packet) {
     mAudio.packets.push_back({track, std::move(packet)});
 }
 
-// Frames without a time, or with one that does not rise, follow at the clip's rate.
+// Sets the presentation time of the decoded frame. A frame follows the previous one at the clip's
+// rate if it has no time, or if its time in whole microseconds is not later.
 void MediaReader::advanceTime() {
     int64_t own = -1;
     if (mFrame->best_effort_timestamp != AV_NOPTS_VALUE) {
@@ -247,7 +258,8 @@ AVColorSpace MediaReader::matrixOf(const AVFrame& frame) const {
     return frame.colorspace != AVCOL_SPC_UNSPECIFIED ? frame.colorspace : usualMatrix(mInfo.size);
 }
 
-// False: the frame is of another form.
+// Converts a frame in planar YUV 4:2:0, by far the most common format, exactly and without the
+// scaler. Returns false if the frame has another format or size.
 bool MediaReader::convertExactly(uint8_t* rgba, size_t stride) const {
     const AVFrame& frame = *mFrame;
     const bool planar = frame.format == AV_PIX_FMT_YUV420P || frame.format == AV_PIX_FMT_YUVJ420P;
@@ -262,8 +274,9 @@ bool MediaReader::convertExactly(uint8_t* rgba, size_t stride) const {
     return true;
 }
 
-// A frame may differ from the one before in size and form. The scaler writes rows in whole vectors,
-// so it gets a picture of ours with room behind the rows.
+// Converts the decoded frame to RGBA of the clip's size. Size and format may change from frame to
+// frame. The scaler writes whole vectors, beyond the end of a row, so it writes to a picture with
+// longer rows, which is then copied.
 void MediaReader::convert(uint8_t* rgba, size_t stride) {
     if (convertExactly(rgba, stride)) return;
     const auto format = static_cast<AVPixelFormat>(mFrame->format);

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A clip in whatever container, codec and pixel format libavformat and libavcodec know, as RGBA
-// frames. Owned by the player; used on the thread of one session once it has been opened.
+// The frames of a clip in a file or pipe.
 #pragma once
 
 #include <android/binder_auto_utils.h>
@@ -12,10 +11,14 @@
 
 namespace qozplay {
 
+// Decodes a clip in any container, codec and pixel format that libavformat and libavcodec support,
+// and converts its frames to RGBA. The player owns it and opens it on its own thread; from then on
+// only the session's thread uses it.
 class MediaReader final : public FrameSource {
   public:
-    // "-" is standard input. With `rawSize` the input is RGBA frames and nothing else, `rawRate` of
-    // them a second. Throws BadInput. A stop request ends the clip.
+    // Opens the clip. "-" is standard input. With `rawSize`, the input consists of raw RGBA frames
+    // of that size, at `rawRate` frames per second. Throws BadInput if the clip cannot be used. A
+    // stop request ends the clip early.
     MediaReader(const std::string& path, std::optional<Size> rawSize, AVRational rawRate,
                 const StopRequest& stop);
 
@@ -46,20 +49,20 @@ class MediaReader final : public FrameSource {
     const StopRequest& mStop;
     std::optional<MediaIo> mIo;
     AvPtr<AVFormatContext> mContainer;
-    size_t mVideo = 0;                // index of its stream
-    std::vector<int> mTrackOfStream;  // -1: not copied
+    size_t mVideo = 0;                // index of the video stream
+    std::vector<int> mTrackOfStream;  // index of the audio track; -1 for any other stream
     AvPtr<AVCodecContext> mDecoder;
-    AvPtr<AVFrame> mFrame;
-    AvPtr<AVFrame> mConverted;  // where rows need room behind them
+    AvPtr<AVFrame> mFrame;      // the frame that was decoded last
+    AvPtr<AVFrame> mConverted;  // the output of the scaler, which needs longer rows
     AvPtr<SwsContext> mScaler;
 
     AudioTracks mAudio;
 
-    int64_t mStart = 0;      // of the clip, microseconds
-    int64_t mTime = -1;      // of the last frame, nanoseconds from there
-    uint64_t mFrames = 0;    // given
-    int64_t mWholeUpTo = 0;  // bytes of the file that were in packets
-    std::string mDamage;     // to be reported once the frames before it are out
+    int64_t mStart = 0;      // start time of the clip, microseconds
+    int64_t mTime = -1;      // presentation time of the last frame, nanoseconds from mStart
+    uint64_t mFrames = 0;    // number of frames that next() has returned
+    int64_t mWholeUpTo = 0;  // offset in the file, in bytes, at which the last video packet ended
+    std::string mDamage;     // error that next() reports after the frames before it
 };
 
 }  // namespace qozplay

@@ -14,7 +14,7 @@ using Container = MediaWriter::Container;
 
 constexpr AVRational kMicroseconds{1, 1'000'000};
 
-// FFV1 loses nothing; H.264 plays everywhere.
+// FFV1 is lossless, so .mkv suits further processing. Nearly every player supports H.264.
 constexpr std::array<Container, 5> kContainers{{
     {".y4m", "yuv4mpegpipe", AV_CODEC_ID_WRAPPED_AVFRAME, false},
     {".mkv", "matroska", AV_CODEC_ID_FFV1, true},
@@ -25,7 +25,7 @@ constexpr std::array<Container, 5> kContainers{{
 
 const Container& containerOf(const std::string& path) {
     const std::string ending = std::filesystem::path(path).extension();
-    if (ending.empty()) return kContainers[0];  // a pipe, a device
+    if (ending.empty()) return kContainers[0];  // for a pipe or a device
     std::string all;
     for (const Container& one : kContainers) {
         if (strcasecmp(ending.c_str(), one.ending) == 0) return one;
@@ -34,7 +34,7 @@ const Container& containerOf(const std::string& path) {
     throw BadInput(path + ": the ending is none of" + all);
 }
 
-// H.264 halves chroma only of even sizes.
+// The encoder supports subsampled chroma only for even sizes.
 AVPixelFormat pixelFormat(const Container& container, Size size) {
     const bool odd = (size.width | size.height) % 2 != 0;
     return container.codec == AV_CODEC_ID_H264 && odd ? AV_PIX_FMT_YUV444P : AV_PIX_FMT_YUV420P;
@@ -52,6 +52,7 @@ MediaWriter::MediaWriter(const std::string& path, const ClipInfo& info, AudioTra
       mFrame(owned(av_frame_alloc())),
       mPacket(owned(av_packet_alloc())) {}
 
+// Starts the clip. This needs the first frame, whose size and matrix are not known earlier.
 void MediaWriter::open(const FinishedFrame& first) {
     AVFormatContext* muxer = nullptr;
     if (avformat_alloc_output_context2(&muxer, nullptr, mKind.muxer, nullptr) < 0) {
@@ -110,13 +111,13 @@ void MediaWriter::addAudio() {
         AVStream* stream = avformat_new_stream(mMuxer.get(), nullptr);
         if (stream == nullptr) throw std::bad_alloc();
         avcodec_parameters_copy(stream->codecpar, track.parameters.get());
-        stream->codecpar->codec_tag = 0;  // the input container's own
+        stream->codecpar->codec_tag = 0;  // the tag of the input may not suit this container
         stream->time_base = track.timeBase;
         mStreamOfTrack.push_back(stream->index);
     }
 }
 
-// Into the clip's pixel format and size.
+// Converts the frame to the clip's pixel format and size, in mFrame.
 void MediaWriter::convert(const FinishedFrame& frame) {
     const Nv12View& view = frame.picture;
     const auto width = static_cast<int>(view.size.width);
@@ -150,7 +151,8 @@ bool MediaWriter::take(const FinishedFrame& frame) {
     return encode(mFrame.get()) && writeAudio();
 }
 
-// Null: there are no more frames. False: nobody reads them.
+// Encodes a frame and writes the resulting packets; a null frame makes the encoder output all
+// frames that it still holds. Returns false if the reader is gone.
 bool MediaWriter::encode(const AVFrame* frame) {
     if (mReaderGone) return false;
     const int sent = avcodec_send_frame(mEncoder.get(), frame);
@@ -163,6 +165,7 @@ bool MediaWriter::encode(const AVFrame* frame) {
     return true;
 }
 
+// Writes all audio packets that have been read so far. Returns false if the reader is gone.
 bool MediaWriter::writeAudio() {
     if (mAudio == nullptr) return true;
     for (auto& packets = mAudio->packets; !packets.empty(); packets.pop_front()) {
@@ -184,7 +187,9 @@ bool MediaWriter::write(AVPacket* packet) {
     return mIo.context()->error >= 0 || failed(mIo.context()->error);
 }
 
-// False for a reader that has seen enough, and where a stop ended the wait for one: no failure.
+// Handles a write error. It is no failure if the reader has closed the pipe, or if a stop request
+// ended a wait for it: then nothing more is written, and the function returns false. For any other
+// error it throws SessionFailed.
 bool MediaWriter::failed(int error) {
     if (error != AVERROR(EPIPE) && error != AVERROR_EXIT) {
         mFailed = true;

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Finished frames as a clip: y4m for pipes and devices, else the container that the file's ending
-// names, with the frames' own times and the audio of the input. Owned by the outputs; frames come
-// on the first session's thread, which has ended before finish().
+// The output clip.
 #pragma once
 
 #include <optional>
@@ -14,33 +12,38 @@
 
 namespace qozplay {
 
+// Encodes the output frames of the first session. A path that ends in .y4m or has no ending, such
+// as a pipe, receives y4m, which has a constant rate and no audio. The other containers store the
+// timestamps of the frames and the audio of the input. Owned by Outputs. The first session's thread
+// calls take(); the player's thread calls finish() after that thread has ended.
 class MediaWriter final : public FrameSink {
   public:
-    // What an ending stands for.
+    // A container that the player can write.
     struct Container {
-        const char* ending;
+        const char* ending;  // of file names
         const char* muxer;
         AVCodecID codec;
-        bool keepsTimes;
+        bool keepsTimes;  // stores timestamps and audio
     };
 
-    // `info` is of the frames that come out: y4m knows no other time than its rate. `audio` is null
-    // for none. Throws BadInput when the ending names no container of ours, or the file cannot be
-    // written.
+    // `info` describes the output frames; its rate is the one that y4m uses. `audio` may be null.
+    // Throws BadInput if the ending is unknown or the file cannot be written.
     MediaWriter(const std::string& path, const ClipInfo& info, AudioTracks* audio,
                 const StopRequest& stop);
 
-    // The clip has one size: frames of another than the first are scaled to it.
+    // Encodes a frame. All frames of a clip have the size of the first one; others are scaled.
+    // Returns false if the reader of a pipe has closed it, or after a stop request during a wait.
     bool take(const FinishedFrame& frame) override;
 
-    // Ends the clip and puts it in its place; without a frame, or after a failure, there is none.
-    // Throws SessionFailed.
+    // Completes the clip and moves it to its final name. Does nothing if there was no frame or
+    // writing has failed; there is then no clip. Throws SessionFailed.
     void finish();
 
     uint64_t frames() const { return mFrames; }
     uint64_t scaled() const { return mScaledFrames; }
     bool keepsTimes() const { return mKind.keepsTimes; }
-    const std::vector<std::string>& leftOut() const { return mLeftOut; }  // codecs of audio
+    // The codecs of the audio tracks that the container cannot store.
+    const std::vector<std::string>& leftOut() const { return mLeftOut; }
 
   private:
     void open(const FinishedFrame& first);
@@ -62,7 +65,7 @@ class MediaWriter final : public FrameSink {
     AvPtr<AVFrame> mFrame;
     AvPtr<AVPacket> mPacket;
     AvPtr<SwsContext> mScaler;
-    std::vector<int> mStreamOfTrack;  // -1: the container does not hold it
+    std::vector<int> mStreamOfTrack;  // -1 for a track that the container cannot store
     std::vector<std::string> mLeftOut;
     uint64_t mFrames = 0;
     uint64_t mScaledFrames = 0;

@@ -15,7 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr mode_t kMode = 0666;  // of a new file: what the user's mask leaves of it
+constexpr mode_t kMode = 0666;  // mode of a new file, before the umask is applied
 
 std::string cannotWrite(const std::string& name, const std::string& why) {
     return "cannot write " + name + ": " + why;
@@ -29,7 +29,8 @@ fs::path folderOf(const fs::path& path) {
     return path.has_parent_path() ? path.parent_path() : fs::path(".");
 }
 
-// Beside the target, hidden, and no other process's.
+// Returns a hidden name in the target's folder. It contains the process number, so that two
+// processes do not use the same name.
 std::string temporaryName(const fs::path& path) {
     return folderOf(path) / format(".%s.%d", path.filename().c_str(), getpid());
 }
@@ -50,7 +51,7 @@ OutputFile::OutputFile(const std::string& path)
     if (!mDirect && there && access(path.c_str(), W_OK) != 0) throw BadInput(cannotWrite(mName));
     if (!mDirect) {
         openBeside();
-        if (there) (void)!fchmod(mFile.get(), info.st_mode & 07777);  // as the one it replaces
+        if (there) (void)!fchmod(mFile.get(), info.st_mode & 07777);  // the replaced file's mode
         return;
     }
     mFile.set(path == "-" ? fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3)
@@ -58,7 +59,8 @@ OutputFile::OutputFile(const std::string& path)
     if (mFile.get() < 0) throw BadInput(cannotWrite(mName));
 }
 
-// Not every file system has files without a name.
+// Opens a file without a name in the target's folder; on a file system that does not support
+// O_TMPFILE, one with a temporary name.
 void OutputFile::openBeside() {
     mFile.set(open(folderOf(mPath).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, kMode));
     if (mFile.get() >= 0) return;
@@ -84,7 +86,8 @@ void OutputFile::write(const std::string& text) {
 void OutputFile::commit() {
     if (mDirect) return;
     if (mTemporary.empty()) {
-        // A link does not replace what is there; a rename of it does.
+        // linkat() does not replace an existing file, but rename() does. A file without a name
+        // therefore gets a temporary one first.
         const std::string name = temporaryName(mPath);
         if (linkat(AT_FDCWD, openPath().c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) != 0)
             throw SessionFailed(cannotWrite(mName));

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A file that the player writes. What is written lies beside the target under no name, or under a
-// temporary one, until commit() puts it in the target's place as a whole; what is not committed is
-// gone with the object. Devices and pipes are written to directly, and never replaced or removed.
+// A file that the player writes and replaces as a whole.
 #pragma once
 
 #include <android/binder_auto_utils.h>
@@ -12,10 +10,14 @@
 
 namespace qozplay {
 
+// The contents are written to a file in the folder of the target that has no name, or a hidden
+// temporary one. commit() moves this file to the target's name, so that the target is always either
+// the old file or the complete new one. Without commit(), the destructor discards the contents.
+// Devices and pipes are written directly and never replaced or removed. The class takes no lock.
 class OutputFile {
   public:
-    // "-" is standard output. Throws BadInput when it cannot be written, or is a link to a file: a
-    // rename would replace the link and leave the file as it was.
+    // "-" is standard output. Throws BadInput if the target cannot be written. A symbolic link to a
+    // file is refused too: the rename would replace the link and leave the file unchanged.
     explicit OutputFile(const std::string& path);
     ~OutputFile();
 
@@ -25,10 +27,10 @@ class OutputFile {
     const std::string& name() const { return mName; }
     int descriptor() const { return mFile.get(); }
 
-    // A path that opens what is being written, for those who want one.
+    // A path by which a library can open the file that is being written.
     std::string openPath() const { return format("/proc/self/fd/%d", descriptor()); }
 
-    // Throws SessionFailed.
+    // Both throw SessionFailed. commit() does nothing for a device or a pipe.
     void write(const std::string& text);
     void commit();
 
@@ -38,8 +40,8 @@ class OutputFile {
     const std::string mPath;
     const std::string mName;
     ndk::ScopedFileDescriptor mFile;
-    bool mDirect = false;    // a device or a pipe: there is nothing to put in its place
-    std::string mTemporary;  // empty: under no name
+    bool mDirect = false;    // true for a device or a pipe
+    std::string mTemporary;  // the temporary name; empty for a file without one
 };
 
 }  // namespace qozplay

@@ -11,12 +11,12 @@
 namespace qozplay {
 namespace {
 
-constexpr float kHorizon = 0.66F;    // of the height
-constexpr uint32_t kSprite = 192;    // texels a side
-constexpr uint64_t kCutAfter = 120;  // frames
-constexpr float kCutLeap = 1700;     // pixels of travel
+constexpr float kHorizon = 0.66F;    // as a fraction of the height
+constexpr uint32_t kSprite = 192;    // side of a sprite in texels
+constexpr uint64_t kCutAfter = 120;  // frames between cuts
+constexpr float kCutLeap = 1700;     // distance that a cut adds, in pixels of a 720-row scene
 
-// Bilinear, with the texel's own alpha over what is there.
+// Samples the sprite bilinearly at (u, v) and blends the result over the pixel by its alpha.
 void blendTexel(uint8_t* pixel, const Image& sprite, float u, float v) {
     const auto column = static_cast<size_t>(u);
     const auto row = static_cast<size_t>(v);
@@ -35,10 +35,11 @@ void blendTexel(uint8_t* pixel, const Image& sprite, float u, float v) {
     }
 }
 
-// One row of a layer with `step` texels to the pixel, its middle showing texel `centre`.
+// Draws one row of a layer at a scale of `step` texels per pixel, so that the centre of the row
+// shows texel `centre`.
 void copyRowScaled(uint8_t* out, uint32_t width, const uint8_t* row, uint32_t tileWidth,
                    float centre, float step) {
-    constexpr float kOne = 256;  // positions in 256ths of a texel, wrapping with the tile
+    constexpr float kOne = 256;  // positions are in 1/256 texel and wrap around at the tile's width
     const uint32_t mask = tileWidth - 1;
     const auto stride = static_cast<uint32_t>(step * kOne);
     const auto middle = static_cast<uint32_t>(static_cast<uint64_t>(centre * kOne));
@@ -78,7 +79,7 @@ int32_t Scene::scaled(float pixels) const {
     return static_cast<int32_t>(std::lround(pixels * static_cast<float>(mInfo.size.height) / 720));
 }
 
-// Whole pixels: a layer that scrolls stays as sharp as it was painted.
+// Draws a scrolling layer above the horizon. It moves by whole pixels, so that it remains sharp.
 void Scene::drawLayer(const Surface& surface, const Image& layer, float speed) const {
     const auto shift = static_cast<uint32_t>(std::lround(moved(speed)));
     for (uint32_t y = 0; y < mHorizon; ++y) {
@@ -90,9 +91,10 @@ void Scene::drawLayer(const Surface& surface, const Image& layer, float speed) c
     }
 }
 
+// Draws the ground in perspective: rows further down are larger and move faster.
 void Scene::drawGround(const Surface& surface) const {
-    constexpr float kSpeed = 11;       // at the bottom row
-    constexpr float kDistance = 2.2F;  // how much smaller, and slower, the horizon is
+    constexpr float kSpeed = 11;       // of the bottom row
+    constexpr float kDistance = 2.2F;  // factor by which the horizon is smaller and slower
     for (uint32_t y = 0; y < mGround.size.height; ++y) {
         const float near = static_cast<float>(y) / static_cast<float>(mGround.size.height);
         copyRowScaled(surface.at(0, mHorizon + y), surface.size.width,
@@ -101,13 +103,13 @@ void Scene::drawGround(const Surface& surface) const {
     }
 }
 
-// Walks the pixels around the sprite and looks each one up in the turned texture. The position is a
-// part of the scene's size, the radius of its height.
+// Draws a rotated sprite: finds the texel for each pixel near the sprite. The position is given as
+// a fraction of the scene's size, the radius as a fraction of its height, the angle in radians.
 void Scene::drawSprite(const Surface& surface, const Image& sprite, float x, float y, float radius,
                        float angle) const {
     const auto width = static_cast<float>(surface.size.width);
     const auto height = static_cast<float>(surface.size.height);
-    const float reach = radius * height * 1.42F;  // the corner of a turned square
+    const float reach = radius * height * 1.42F;  // distance of a corner from the centre
     const auto inside = [](float at, float side) {
         return static_cast<uint32_t>(std::clamp(at, 0.0F, side));
     };
@@ -123,7 +125,7 @@ void Scene::drawSprite(const Surface& surface, const Image& sprite, float x, flo
             const float dx = static_cast<float>(px) - x * width;
             const float u = middle + dx * cosine + dy * sine;
             const float v = middle - dx * sine + dy * cosine;
-            const float edge = 2 * middle - 2;  // the last texel that has a neighbour
+            const float edge = 2 * middle - 2;  // the last texel with a neighbour to interpolate
             if (u < 0 || v < 0 || u > edge || v > edge) continue;
             blendTexel(surface.at(px, py), sprite, u, v);
         }
@@ -139,7 +141,7 @@ void Scene::drawObjects(const Surface& surface) const {
                0.11F, -0.035F * time);
     drawSprite(surface, mCrate, sway(0.70F, 0.16F, 0.049F, 4.1F), sway(0.30F, 0.12F, 0.044F, 2.3F),
                0.07F, 0.06F * time);
-    // Rolls along the road: turns as far as it travels.
+    // The ball rolls along the road: its angle corresponds to the distance.
     constexpr float kRadius = 0.085F;
     const float road = sway(0.45F, 0.30F, 0.030F, 3.0F);
     const float aspect =
@@ -147,7 +149,8 @@ void Scene::drawObjects(const Surface& surface) const {
     drawSprite(surface, mBall, road, 0.83F, kRadius, road * aspect / kRadius);
 }
 
-// A counter on a plate, and a gauge of lines that are one pixel thick whatever the size.
+// Draws the head-up display: a frame counter on a plate, and a gauge whose lines are one pixel
+// thick at every size.
 void Scene::drawDisplay(const Surface& surface) const {
     const int32_t dot = std::max(1, scaled(3));
     const int32_t margin = scaled(22);

@@ -10,6 +10,7 @@ namespace {
 
 constexpr float kTurn = 2 * std::numbers::pi_v<float>;
 
+// A pseudo-random number from 0 to 1 that depends only on the arguments.
 float hashed(uint32_t x, uint32_t y, uint32_t seed) {
     uint32_t value = x * 0x9E3779B1U ^ y * 0x85EBCA77U ^ seed * 0xC2B2AE3DU;
     value = (value ^ value >> 15) * 0x2C1B3C6DU;
@@ -21,7 +22,7 @@ float smooth(float t) {
     return t * t * (3 - 2 * t);
 }
 
-// Smooth noise from 0 to 1 that repeats after `period` cells in x.
+// Smooth noise from 0 to 1. In x it repeats after `period` cells.
 float noise(float x, float y, uint32_t period, uint32_t seed) {
     const float left = std::floor(x);
     const float up = std::floor(y);
@@ -34,7 +35,7 @@ float noise(float x, float y, uint32_t period, uint32_t seed) {
                      smooth(y - up));
 }
 
-// Three octaves; `cells` across the period.
+// Noise of three octaves, the coarsest of which has `cells` cells across the picture.
 float grain(float u, float v, uint32_t cells, uint32_t seed) {
     const auto c = static_cast<float>(cells);
     return 0.55F * noise(u * c, v * c, cells, seed) +
@@ -42,6 +43,7 @@ float grain(float u, float v, uint32_t cells, uint32_t seed) {
            0.15F * noise(u * c * 9, v * c * 9, cells * 9, seed + 2);
 }
 
+// Multiplies the brightness of a colour by `light`.
 Colour shade(Colour colour, float light) {
     const auto channel = [&](uint8_t value) {
         return static_cast<uint8_t>(std::clamp(static_cast<float>(value) * light, 0.0F, 255.0F));
@@ -49,7 +51,8 @@ Colour shade(Colour colour, float light) {
     return {channel(colour.r), channel(colour.g), channel(colour.b), colour.a};
 }
 
-// A picture of `colourAt(u, v)`, with u from 0 to 1 and v as fine down as u is along.
+// Creates an image from the function colourAt(u, v). Across the width u runs from 0 to 1; v has the
+// same scale, so that it reaches heightOf(size) at the bottom.
 template <typename ColourAt>
 Image painted(Size size, ColourAt colourAt) {
     Image image(size);
@@ -66,12 +69,13 @@ Image painted(Size size, ColourAt colourAt) {
     return image;
 }
 
-// The height in the units of `painted`.
+// The height of an image in units of its width.
 float heightOf(Size size) {
     return static_cast<float>(size.height) / static_cast<float>(size.width);
 }
 
-// Alpha that falls from 255 to 0 within two texels around `edge`, so turned edges do not crawl.
+// The alpha of a texel at `radius` in a sprite that ends at `edge`. It falls from 255 to 0 within
+// one texel around the edge, so that the edge of a rotating sprite does not flicker.
 uint8_t coverage(float radius, float edge, uint32_t side) {
     const float texel = 2.0F / static_cast<float>(side);
     return static_cast<uint8_t>(std::clamp((edge - radius) / texel + 0.5F, 0.0F, 1.0F) * 255);

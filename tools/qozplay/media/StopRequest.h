@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Asks everything that runs to end in good order, as at the end of the input. A signal sets it; the
-// sessions look between two frames, and waits for a pipe watch its descriptor.
+// The request to end a run early.
 #pragma once
 
 #include <android/binder_auto_utils.h>
@@ -11,17 +10,20 @@
 
 namespace qozplay {
 
+// Makes a run end in an orderly way, as at the end of its input. The thread that waits for signals
+// makes the request. Sessions check it between frames, and a wait for a pipe includes its
+// descriptor. Any thread may call any function.
 class StopRequest {
   public:
-    // Any thread.
+    // Requests a stop because of this signal.
     void request(int signal) {
         mSignal.store(signal);
         (void)!eventfd_write(descriptor(), 1);
     }
-    int signal() const { return mSignal.load(); }  // 0: none yet
+    int signal() const { return mSignal.load(); }  // 0 if no stop has been requested
     bool requested() const { return signal() != 0; }
 
-    // Readable once a stop has been requested; -1 when there was no descriptor to be had.
+    // A descriptor that becomes readable when a stop is requested; -1 if it could not be created.
     int descriptor() const { return mEvent.get(); }
 
   private:

@@ -48,7 +48,8 @@ Size parseSize(const std::string& text) {
 }
 
 AVRational parseRate(const std::string& text) {
-    constexpr int kFastest = 100'000;  // interpolated frames have microseconds of their own
+    // Timestamps are in microseconds, and interpolated frames need different ones.
+    constexpr int kFastest = 100'000;
     AVRational rate{};
     if (av_parse_video_rate(&rate, text.c_str()) < 0 || rate.num / rate.den > kFastest) {
         throw BadInput(

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Words that every part of the player uses.
+// Definitions that the whole player uses: names from the client kit, errors, and the parsing of
+// sizes, rates and numbers.
 #pragma once
 
 extern "C" {
@@ -20,24 +21,27 @@ using qoz::client::SessionFailed;
 using qoz::client::Size;
 using qoz::client::toText;
 
-// What the user gave cannot be used: exit code 2.
+// The input or an option cannot be used. The text is shown to the user; the exit code is 2.
 class BadInput : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
 };
 
-// What the standard library has to say, in plain words where it is known what that means.
+// Returns the text of an exception for the user. Failures to allocate memory and to create a thread
+// are put in plain words.
 std::string plainly(const std::exception& error);
 
-constexpr uint32_t kMaxSide = 16384;  // beyond that a header is taken for nonsense
+// The longest side of a clip, in pixels. A header with a longer one is taken to be damaged.
+constexpr uint32_t kMaxSide = 16384;
 
-// Each throws BadInput that says what is wrong with the text: "1280x720"; "30", "29.97" or
-// "30000/1001"; a whole decimal number of at most `limit`, nothing around it.
+// parseSize() parses "1280x720", parseRate() "30", "29.97" or "30000/1001", and parseNumber() a
+// whole decimal number of at most `limit` without surrounding characters. Each throws BadInput with
+// the reason if it cannot.
 Size parseSize(const std::string& text);
 AVRational parseRate(const std::string& text);
 uint64_t parseNumber(const std::string& text, uint64_t limit);
 
-// Presentation time of a frame, nanoseconds.
+// The presentation time of a frame in nanoseconds, at a constant rate.
 int64_t timestampOf(AVRational rate, uint64_t frame);
 
 std::string toText(AVRational rate);

@@ -6,7 +6,7 @@
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "qozplay/media/YuvToRgba.cpp"
-#include <hwy/foreach_target.h>  // compiles what follows once for each target
+#include <hwy/foreach_target.h>  // compiles the rest of this file once for each target
 #include <hwy/highway.h>
 
 HWY_BEFORE_NAMESPACE();
@@ -14,13 +14,14 @@ namespace qozplay::HWY_NAMESPACE {
 namespace {
 namespace hn = hwy::HWY_NAMESPACE;
 
-constexpr size_t kChunk = 16;  // pixels taken at a time
+constexpr size_t kChunk = 16;  // number of pixels that are converted at a time
 
-using Pixels = hn::CappedTag<int32_t, kChunk>;  // a pixel a lane
+using Pixels = hn::CappedTag<int32_t, kChunk>;  // each vector lane has one pixel
 using Halves = hn::Repartition<int16_t, Pixels>;
 using Words = hn::VFromD<Pixels>;
 
-// first * its lower half's factor + second * its upper half's, as both lie in the halves of words.
+// Multiplies the lower half of each word by `lower` and its upper half by `upper`, and returns the
+// sums.
 HWY_INLINE Words sumOfProducts(Words pairs, int lower, int upper) {
     const Pixels d;
     const auto factors = hn::BitCast(Halves(), hn::Set(d, (upper << 16) | (lower & 0xFFFF)));
@@ -30,18 +31,19 @@ HWY_INLINE Words sumOfProducts(Words pairs, int lower, int upper) {
     return hn::RearrangeToOddPlusEven(even, odd);
 }
 
+// Puts two values into the lower and the upper half of each word.
 HWY_INLINE Words pairOf(Words lower, Words upper) {
     return hn::Or(hn::And(lower, hn::Set(Pixels(), 0xFFFF)), hn::ShiftLeft<16>(upper));
 }
 
-// A channel's value, from 0 to 255.
+// Rounds a sum in units of 1 / kYuvUnit to a whole level from 0 to 255.
 HWY_INLINE Words whole(Words sum) {
     const Pixels d;
     const auto rounded = hn::ShiftRight<kYuvShift>(hn::Add(sum, hn::Set(d, kYuvUnit / 2)));
     return hn::Min(hn::Max(rounded, hn::Zero(d)), hn::Set(d, 255));
 }
 
-// kChunk pixels, of eight samples of chroma.
+// Converts kChunk pixels of one row, which use kChunk / 2 samples of each chroma plane.
 HWY_INLINE void convertChunk(const YuvMatrix& matrix, const uint8_t* y, const uint8_t* u,
                              const uint8_t* v, uint8_t* rgba) {
     const hn::FixedTag<uint8_t, kChunk / 2> half;
@@ -83,7 +85,8 @@ void ConvertRow(const YuvMatrix& matrix, const uint8_t* y, const uint8_t* u, con
     for (; x + kChunk <= width; x += kChunk)
         convertChunk(matrix, y + x, u + x / 2, v + x / 2, rgba + 4 * x);
     if (x == width) return;
-    // The rest goes through copies that are long enough.
+    // The last pixels of the row are fewer than a chunk, so they are copied to buffers of a full
+    // chunk.
     const size_t left = width - x;
     uint8_t chroma[2][kChunk / 2] = {};
     uint8_t luma[kChunk] = {};
@@ -117,7 +120,7 @@ HWY_EXPORT(YuvToRgba);
 }  // namespace
 
 std::optional<YuvMatrix> yuvMatrix(AVColorSpace space, bool fullRange) {
-    double red = 0;  // the shares in luma
+    double red = 0;  // the weights of red and blue in luma
     double blue = 0;
     switch (space) {
         case AVCOL_SPC_BT709:

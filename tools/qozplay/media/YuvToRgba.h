@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// 8-bit 4:2:0 to RGBA, to the nearest value: what the converter makes of it is what it was, however
-// often a picture goes through. Compiled for each vector extension and chosen at run time.
+// Conversion of 8-bit YUV 4:2:0 to RGBA, rounded to the nearest value. The rounding is exact so
+// that the converter restores the original YUV values and repeated processing does not change a
+// picture. The kernel is compiled for each vector extension; the best one is chosen at run time.
 #pragma once
 
 #include <cstddef>
@@ -11,12 +12,12 @@
 
 namespace qozplay {
 
-// Parts of kYuvUnit that luma and the two chroma samples, each less what stands for none, add to
-// red, green and blue.
+// The factors of the conversion, in units of 1 / kYuvUnit. They apply to luma after `black` has
+// been subtracted, and to chroma after 128 has been subtracted.
 constexpr int kYuvShift = 13;
 constexpr int kYuvUnit = 1 << kYuvShift;
 struct YuvMatrix {
-    int16_t black;  // of luma
+    int16_t black;  // luma of black, in levels
     int16_t luma;
     int16_t redV;
     int16_t greenU;
@@ -24,9 +25,10 @@ struct YuvMatrix {
     int16_t blueU;
 };
 
-// Empty for matrices that are not made of shares of red and blue in luma.
+// Returns the factors for BT.709 and BT.601, and nullopt for other colour spaces.
 std::optional<YuvMatrix> yuvMatrix(AVColorSpace space, bool fullRange);
 
+// The planes of a picture, which the caller owns. Strides are in bytes.
 struct YuvPlanes {
     const uint8_t* y;
     const uint8_t* u;
