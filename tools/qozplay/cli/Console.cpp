@@ -62,7 +62,7 @@ void Console::progress(const Progress& progress) {
     if (now < mNext) return;
     mNext = now + kInterval;
     wipe();
-    // One column stays free: a full line would have the terminal begin another.
+    // The last column stays free, because a full line would make some terminals begin a new one.
     mErr << progressLine(progress, milliseconds(now - mStart) / 1000, terminalWidth() - 1)
          << std::flush;
     mShown = true;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Words for the person at the terminal, from several threads, and a line that shows how far it is.
+// Output to the terminal, and the progress line.
 #pragma once
 
 #include <android-base/thread_annotations.h>
@@ -12,32 +12,36 @@
 
 namespace qozplay {
 
-// How far a run is.
+// The progress of a run.
 struct Progress {
     uint64_t framesIn = 0;
     uint64_t framesOut = 0;
     size_t outstanding = 0;          // buffers
-    std::optional<uint64_t> length;  // source frames in all; none: nobody knows
+    std::optional<uint64_t> length;  // total number of source frames; nullopt if unknown
 };
 
-// One line of at most `width` characters, after `seconds` of work.
+// Returns the progress line, cut to `width` characters. `seconds` is the time since the start.
 std::string progressLine(const Progress& progress, double seconds, size_t width);
 
+// Writes texts and the progress line to standard output and standard error, without mixing those of
+// different threads: the sessions and the simulator's log call it on their threads. mLock guards
+// both streams and is held while they are written.
 class Console {
   public:
-    // `live`: `err` is a terminal and shows the progress line.
+    // `live` is true if `err` is a terminal; only then is the progress line shown.
     Console(std::ostream& out, std::ostream& err, bool live);
 
-    // On `out`. False: it cannot be written, by another reason than that its reader has gone.
+    // Writes to `out`. Returns false if that fails, unless because the reader has closed the pipe.
     bool print(const std::string& text) EXCLUDES(mLock);
-    void report(const std::string& line) EXCLUDES(mLock);  // on `err`
+    // Writes a line to `err`.
+    void report(const std::string& line) EXCLUDES(mLock);
 
-    // Replaces the progress line, a few times a second at most.
+    // Replaces the progress line, at most ten times per second.
     void progress(const Progress& progress) EXCLUDES(mLock);
     void endProgress() EXCLUDES(mLock);
 
   private:
-    void wipe() REQUIRES(mLock);
+    void wipe() REQUIRES(mLock);  // removes the progress line
 
     std::mutex mLock;
     std::ostream& mOut GUARDED_BY(mLock);
@@ -45,7 +49,7 @@ class Console {
     const bool mLive;
     const Clock::time_point mStart;
     bool mShown GUARDED_BY(mLock) = false;
-    Clock::time_point mNext GUARDED_BY(mLock);  // when the line may change again
+    Clock::time_point mNext GUARDED_BY(mLock);  // earliest time of the next progress line
 };
 
 }  // namespace qozplay

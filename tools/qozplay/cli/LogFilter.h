@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What of the log is shown, in logcat's words: TAG:PRIORITY ..., with V D I W E F S. It does not
-// change once it has been made, so any thread may ask it.
+// The filter of --log.
 #pragma once
 
 #include <android/log.h>
@@ -10,23 +9,28 @@
 
 namespace qozplay {
 
+// Selects log lines by tag and priority, with the syntax of logcat: TAG:PRIORITY ..., where the
+// priority is one of V D I W E F S. A filter does not change after its construction, so any thread
+// may use it.
 class LogFilter {
   public:
-    // Errors and worse.
+    // Shows errors and fatal errors only.
     LogFilter() = default;
 
-    // Throws BadInput. Tags that no word names follow `*`, and without one are shown in full, as is
-    // a tag without a priority. A later word wins.
+    // Parses a filter. A tag without a priority is shown in full. Tags that are not named have the
+    // priority of `*`; without `*` they are shown in full. If a tag is named twice, the last one
+    // counts. Throws BadInput.
     static LogFilter parse(const std::string& text);
 
     bool shows(int priority, const std::string& tag) const;
 
-    // It shows what the library says only when its diagnostics are on.
+    // Returns true if the filter shows messages of the library that are written only while its
+    // diagnostics are enabled.
     bool wantsDiagnostics() const { return shows(ANDROID_LOG_WARN, "VppComponent"); }
 
   private:
     std::map<std::string, int> mLeast;  // lowest priority shown, by tag
-    int mElse = ANDROID_LOG_ERROR;
+    int mElse = ANDROID_LOG_ERROR;      // lowest priority shown of all other tags
 };
 
 }  // namespace qozplay

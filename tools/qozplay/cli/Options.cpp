@@ -25,7 +25,8 @@ constexpr char kFooter[] =
     "\nExit codes: 0 everything came through; 1 a session failed; 2 the input or an option is no\n"
     "good; 130, 143, 129 ended in order by SIGINT, SIGTERM, SIGHUP (a second one ends at once).";
 
-// Names an option with its type alone: what it excludes and needs is said when it matters.
+// Prints only the type of an option in the help, without the options that it excludes and needs. An
+// error message names these when they matter.
 class OptionFormatter final : public CLI::Formatter {
     std::string make_option_opts(const CLI::Option* option) const override {
         const std::string type = option->get_type_name();
@@ -33,7 +34,8 @@ class OptionFormatter final : public CLI::Formatter {
     }
 };
 
-// An option whose texts `take` understands, or throws BadInput for. It may be given several times.
+// Adds an option that may be given several times. `take` parses each value and throws BadInput if
+// it cannot.
 CLI::Option* addParsed(CLI::App& app, const std::string& name, const char* type,
                        const std::function<void(const std::string&)>& take,
                        const char* description) {
@@ -52,6 +54,7 @@ CLI::Option* addParsed(CLI::App& app, const std::string& name, const char* type,
         ->allow_extra_args(false);
 }
 
+// Adds an option that names a file.
 CLI::Option* addFile(CLI::App& app, const std::string& name, const char* type, std::string* to,
                      const char* description) {
     return app.add_option(name, *to, description)
@@ -61,7 +64,8 @@ CLI::Option* addFile(CLI::App& app, const std::string& name, const char* type, s
         });
 }
 
-// What the check allows is in the type's name.
+// Adds an option whose value `check` restricts. The type's name shows the permitted values, so the
+// check's own description is removed.
 template <typename To>
 CLI::Option* addChecked(CLI::App& app, const std::string& name, const char* type,
                         CLI::Validator check, To* to, const char* description) {
@@ -172,7 +176,7 @@ void addChecks(CLI::App& app, Options& options) {
         ->delimiter(',');
 }
 
-// What the options mean together.
+// Checks the combination of the options. Throws BadInput.
 void check(const Options& options) {
     const bool scene = options.input.empty();
     if (!scene && !options.rawSize && options.rate) {

@@ -12,12 +12,12 @@
 namespace qozplay {
 namespace {
 
-// A figure that can have a bound.
+// A figure for which --budget can set a bound.
 struct Figure {
     std::string_view name;
-    const char* place;  // in the figures of a session
-    bool time = false;  // in milliseconds
-    bool most = true;   // the bound is an upper one
+    const char* place;  // JSON pointer into the figures of a session
+    bool time = false;  // true for a time, whose figure is in milliseconds
+    bool most = true;   // true for an upper bound, false for a lower one
 };
 
 constexpr std::array kFigures{Figure{"p50", "/latency_ms/p50", true},
@@ -34,6 +34,7 @@ constexpr std::array kFigures{Figure{"p50", "/latency_ms/p50", true},
                               Figure{"interpolated", "/frames/interpolated", false, false},
                               Figure{"fps", "/frames/out_per_second", false, false}};
 
+// Finds a figure by its name; throws BadInput if there is none.
 const Figure& find(std::string_view name) {
     const auto* found = std::ranges::find(kFigures, name, &Figure::name);
     if (found != kFigures.end()) return *found;
@@ -51,7 +52,7 @@ Limit parseLimit(const std::string& text) {
         throw BadInput("a bound looks like p95=8ms or interpolated=100");
     const Figure& figure = find(std::string_view(text).substr(0, equals));
     const char* end = text.data() + text.size();
-    double value = -1;  // also of what is no number; one too large for it stays
+    double value = -1;  // remains negative if the text is not a number or is out of range
     const auto [stop, error] =
         std::from_chars(text.data() + equals + 1, end, value, std::chars_format::fixed);
     static const std::map<std::string_view, double> kUnits{

@@ -11,8 +11,8 @@ namespace {
 
 using Yuv = PictureSummary::Yuv;
 
-// Bytes that lie `step` apart, in rows of `stride` bytes. Each stands for `scale` pixels of the
-// picture in both directions; the last of an odd side for what is left.
+// One plane of a picture: samples that are `step` bytes apart, in rows of `stride` bytes. Each
+// sample covers `scale` by `scale` pixels of the picture, the last one of an odd side fewer.
 struct Plane {
     const uint8_t* bytes;
     size_t stride;
@@ -21,9 +21,9 @@ struct Plane {
     uint32_t scale;
 };
 
-// The samples that one cell covers along one side: the first and the last in part, as an edge may
-// lie within a sample. Without the parts a hard edge in the picture would count for one cell in one
-// plane and for its neighbour in another.
+// The samples that one cell covers in one direction. The edge of a cell may lie within a sample, so
+// the first and the last sample belong to the cell with a fraction. Without fractions, a hard edge
+// in the picture could count for one cell in one plane and for its neighbour in another plane.
 struct Span {
     Span(uint32_t side, uint32_t scale, uint32_t index, uint32_t count)
         : begin(double(side) * index / count / scale),
@@ -39,6 +39,7 @@ struct Span {
     const double begin, end;
 };
 
+// The mean of the samples in one cell.
 double meanOf(const Plane& plane, PictureSummary::Grid grid, uint32_t column, uint32_t row) {
     const Span across(plane.picture.width, plane.scale, column, grid.columns);
     const Span down(plane.picture.height, plane.scale, row, grid.rows);
@@ -67,7 +68,8 @@ std::vector<Yuv> cellsOf(const std::array<Plane, 3>& planes, PictureSummary::Gri
     return cells;
 }
 
-// Full-range RGB as limited-range YUV. It is linear, so the mean of many pixels may go through it.
+// Converts full-range RGB to limited-range YUV. The conversion is linear, so that the mean of many
+// pixels can be converted instead of each pixel.
 Yuv toYuv(const Yuv& rgb, AVColorSpace matrix) {
     const bool high = matrix == AVCOL_SPC_BT709;
     const double red = high ? 0.2126 : 0.299;

@@ -16,7 +16,9 @@ namespace {
 
 using nlohmann::json;
 
-constexpr uint64_t kRounding = 1;  // microseconds between two ways to divide an interval
+// The greatest difference, in microseconds, between the time of an interpolated frame and that of
+// the held-out frame, because the two are rounded differently.
+constexpr uint64_t kRounding = 1;
 
 constexpr std::array kMakers{"interpolated", "repeated", "blended"};
 
@@ -50,12 +52,13 @@ std::string cells(const Likenesses& row) {
     return text + "\n";
 }
 
-// Red's, green's and blue's shares of limited-range luma, of kUnit.
+// The weights of red, green and blue in limited-range luma, in units of 1 / kUnit.
 constexpr int kUnit = 1 << 15;
 using Shares = std::array<int, 3>;
 constexpr Shares kBt601{8414, 16520, 3208};
 constexpr Shares kBt709{5983, 20127, 2032};
 
+// Converts a row of RGBA pixels to luma.
 void weighRow(const uint8_t* rgba, const Shares& shares, uint32_t width, uint8_t* luma) {
     for (uint32_t x = 0; x < width; ++x, rgba += 4) {
         const int sum = rgba[0] * shares[0] + rgba[1] * shares[1] + rgba[2] * shares[2];
@@ -75,8 +78,8 @@ ReferenceScore::ReferenceScore(std::unique_ptr<FrameSource> clip, uint32_t step)
     if (mInfo.length) mInfo.length = (*mInfo.length + step - 1) / step;
 }
 
-// The frames held back count only once the given one after them is there: without it nothing is
-// made in their place.
+// Held-out frames count only if a source frame follows them in the clip; otherwise there is no
+// interval in which they could be interpolated.
 std::optional<int64_t> ReferenceScore::next(uint8_t* rgba, size_t stride) {
     const size_t row = size_t{4} * mSize.width;
     std::vector<Picture> held;
@@ -95,7 +98,8 @@ std::optional<int64_t> ReferenceScore::next(uint8_t* rgba, size_t stride) {
     return time;
 }
 
-// By the converter's own rule, so that the conversion costs no score.
+// Computes the luma of a clip frame by the converter's rule, so that the conversion itself does not
+// lower the score.
 ReferenceScore::Picture ReferenceScore::pictureOf(uint64_t frame, int64_t nanoseconds,
                                                   const uint8_t* rgba, size_t stride) const {
     Picture picture{frame, static_cast<uint64_t>(nanoseconds) / 1000,
@@ -119,6 +123,7 @@ bool ReferenceScore::take(const FinishedFrame& frame) {
     return true;
 }
 
+// Scores an interpolated frame and its two substitutes against the held-out frame.
 void ReferenceScore::score(const FinishedFrame& frame, Picture& truth) {
     if (frame.picture.size != mSize) {
         throw SessionFailed("--truth: a frame came out as " + toText(frame.picture.size) +
@@ -157,7 +162,8 @@ const ReferenceScore::Luma& ReferenceScore::lumaOf(uint64_t frame) const {
     return found->luma;
 }
 
-// A given frame came out: what was to be made before it has been made by now, or never will be.
+// Called when a source frame has come out. Frames before it will not be interpolated any more, so
+// their pictures are released, and those without a score are counted.
 void ReferenceScore::passed(uint64_t timestamp) {
     while (mPictures.front().timestamp < timestamp) {
         const Picture& picture = mPictures.front();

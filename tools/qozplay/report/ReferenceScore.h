@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A clip of which only every N-th frame is given away. The others are what the interpolated frames
-// ought to look like, and each one made is scored against them; so are the peers to beat. Owned by
-// the player; used on the one session's thread.
+// The scores of --truth: the similarity of interpolated frames to frames of the clip.
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
@@ -17,38 +15,43 @@
 
 namespace qozplay {
 
-// How like the truth a picture is, in luma.
+// The similarity of the luma of a picture and of the frame that was held out.
 struct Likeness {
-    double psnr = 0;  // dB; 128 for the same picture
+    double psnr = 0;  // dB; 128 for identical pictures
     double ssim = 0;
 };
 
-// Of the interpolated frame; of the given frame before it, once more; of the given frames around
-// it, mixed by distance.
+// The similarities of the interpolated frame and of two simple substitutes for it: the previous
+// source frame repeated, and a blend of the two source frames around it, weighted by distance.
 using Likenesses = std::array<Likeness, 3>;
 
+// The score of one interpolated frame.
 struct Score {
-    uint64_t frame;      // of the clip
+    uint64_t frame;      // number of the held-out frame in the clip
     uint64_t timestamp;  // of the interpolated frame, microseconds
     Likenesses made;
 };
 
 struct Scores {
     std::vector<Score> frames;
-    uint64_t notInterpolated = 0;  // frames held out whose place stayed empty
+    uint64_t notInterpolated = 0;  // number of held-out frames without an interpolated one
 };
 
+// A source that sends only every `step`-th frame of a clip and holds the others out. As a sink it
+// compares each interpolated frame with the held-out frame of the same time. Owned by the player
+// and used on the thread of the only session.
 class ReferenceScore final : public FrameSource, public FrameSink {
   public:
     static constexpr uint32_t kMinSide = 16;  // pixels; SSIM needs a few windows
 
-    // Every `step`-th frame of the clip is given away, from the first on. Throws BadInput.
+    // Takes ownership of the clip. The first frame that is sent is the clip's first. Throws
+    // BadInput if the frames are too small.
     ReferenceScore(std::unique_ptr<FrameSource> clip, uint32_t step);
 
     std::optional<int64_t> next(uint8_t* rgba, size_t stride) override;
     AudioTracks* audio() override { return mClip->audio(); }
 
-    // A frame that came out, of the clip's size.
+    // Scores an interpolated frame. Throws SessionFailed if its size differs from the clip's.
     bool take(const FinishedFrame& frame) override;
 
     const Scores& scores() const { return mScores; }
@@ -72,13 +75,13 @@ class ReferenceScore final : public FrameSource, public FrameSink {
     const std::unique_ptr<FrameSource> mClip;
     const Size mSize;
     const uint32_t mStep;
-    uint64_t mNext = 0;             // frame of the clip
-    std::deque<Picture> mPictures;  // of the last frame that came out and later
-    std::vector<uint8_t> mSpare;    // a frame that is not given away, or a blend
+    uint64_t mNext = 0;             // number of the next frame of the clip
+    std::deque<Picture> mPictures;  // clip frames from the last source frame that came out onwards
+    std::vector<uint8_t> mSpare;    // reused memory for a held-out frame or a blend
     Scores mScores;
 };
 
-// A table, a line a frame, and mean and least of each column.
+// Returns a table with a line for each frame, and with the mean and the minimum of each column.
 std::string toText(const Scores& scores);
 nlohmann::json toJson(const Scores& scores);
 

@@ -20,12 +20,14 @@ constexpr Colour kInk{232, 234, 240};
 constexpr Colour kSourceColour{92, 200, 130};
 constexpr Colour kInterpolatedColour{242, 176, 72};
 
+// Converts an output frame to RGBA at the size of a cell.
 Image shrink(const FinishedFrame& frame) {
     const Nv12View& view = frame.picture;
     const auto width = static_cast<int>(view.size.width);
     const auto height = static_cast<int>(view.size.height);
     Image whole(view.size);
-    // The scheme's name for R before B is that of the U and V that would swap them.
+    // libyuv has no conversion from NV12 to bytes in the order R, G, B, A. Swapping U and V, and
+    // using the matrix made for swapped chroma, exchanges red and blue in its ARGB output.
     const auto& matrix =
         frame.matrix == AVCOL_SPC_BT709 ? libyuv::kYvuH709Constants : libyuv::kYvuI601Constants;
     libyuv::NV21ToARGBMatrix(view.luma, view.stride, view.chroma, view.stride, whole.pixels.data(),
@@ -46,14 +48,15 @@ bool Sheet::take(const FinishedFrame& frame) {
     if (inside && !std::exchange(mReached, true)) mCells.clear();
     mCells.push_back({frame.timestamp, frame.source, shrink(frame)});
     if (inside) return true;
-    // The oldest interval goes once those after it suffice.
+    // Remove the oldest interval if kIntervals remain after it.
     if (std::ranges::count(mCells, true, &Cell::source) <= kIntervals + 1) return true;
     const auto first = std::ranges::find(mCells, true, &Cell::source);
     mCells.erase(mCells.begin(), std::find_if(first + 1, mCells.end(), std::mem_fn(&Cell::source)));
     return true;
 }
 
-// Each row runs from a source frame to the next, which begins the row after it as well.
+// Divides the cells into rows. A row begins and ends with a source frame; the last frame of a row
+// is also the first one of the next row.
 std::vector<Sheet::Row> Sheet::rows() const {
     std::vector<Row> rows;
     for (const Cell& cell : mCells) {
@@ -64,11 +67,12 @@ std::vector<Sheet::Row> Sheet::rows() const {
     return rows;
 }
 
+// Draws the cell in `column` of a row, with its label and its border, at (x, y).
 void Sheet::drawCell(const Surface& page, int32_t x, int32_t y, const Row& row, size_t column,
                      const std::map<uint64_t, double>& psnr) {
     const Cell& cell = *row[column];
     std::string label = cell.source ? "SOURCE" : "INTERPOLATED";
-    const bool whole = row.back()->source;  // else nobody knows how many steps there are
+    const bool whole = row.back()->source;  // if not, the number of interpolated frames is unknown
     if (!cell.source && whole) label += format(" %zu/%zu", column, row.size() - 1);
     label += format("  %.3f MS", static_cast<double>(cell.timestamp) / 1000);
     if (psnr.contains(cell.timestamp)) label += format("  %.1f DB", psnr.at(cell.timestamp));

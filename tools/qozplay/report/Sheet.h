@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A picture of what the processing does: source frames and the frames made between them, side by
-// side in time order. One row an interval. Owned by the outputs; frames come on the first session's
-// thread, the picture is drawn when that has ended.
+// The picture of --sheet.
 #pragma once
 
 #include <deque>
@@ -13,21 +11,24 @@
 
 namespace qozplay {
 
+// Shows the result of the processing: source frames and the frames interpolated between them, side
+// by side, with one row for each interval between source frames. Owned by Outputs. The first
+// session's thread calls take(); the player's thread calls draw() after that thread has ended.
 class Sheet final : public FrameSink {
   public:
-    static constexpr uint32_t kIntervals = 2;
+    static constexpr uint32_t kIntervals = 2;                     // rows
     using Window = std::optional<std::pair<uint64_t, uint64_t>>;  // microseconds
 
-    // Keeps the frames with timestamps from `window->first` to `window->second`; without a window,
-    // or as long as none of these has come, the last ones that come.
+    // Keeps the frames with timestamps from `window->first` to `window->second`. Without a window,
+    // or if none of these frames comes out, it keeps the last kIntervals intervals.
     explicit Sheet(Window window) : mWindow(window) {}
 
     bool take(const FinishedFrame& frame) override;
 
-    bool reachedWindow() const { return mReached; }
+    bool reachedWindow() const { return mReached; }  // true if a frame of the window has come out
 
-    // `psnr`: dB of frames for which it is known, by timestamp. Throws SessionFailed: no frame
-    // came.
+    // Draws the sheet. `psnr` has the PSNR in dB of those frames for which it is known, by
+    // timestamp. Throws SessionFailed if no frame has come out.
     Image draw(const std::map<uint64_t, double>& psnr = {}) const;
 
   private:
@@ -36,7 +37,7 @@ class Sheet final : public FrameSink {
         bool source;
         Image picture;
     };
-    using Row = std::vector<const Cell*>;
+    using Row = std::vector<const Cell*>;  // the cells of one interval
 
     std::vector<Row> rows() const;
     static void drawCell(const Surface& page, int32_t x, int32_t y, const Row& row, size_t column,

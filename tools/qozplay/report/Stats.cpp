@@ -16,7 +16,7 @@ using nlohmann::json;
 constexpr std::array<std::pair<const char*, double>, 5> kShares{
     {{"p50", 0.5}, {"p90", 0.9}, {"p95", 0.95}, {"p99", 0.99}, {"max", 1}}};
 
-// The values by nearest rank; null where there are none.
+// Returns the percentiles of the values by the nearest-rank method; null if there are no values.
 json distribution(std::vector<double> values) {
     std::ranges::sort(values);
     json all;
@@ -36,11 +36,12 @@ std::string distributionText(const std::vector<double>& values) {
     return text;
 }
 
-// 0 for no time.
+// A rate; 0 if no time has passed.
 double perSecond(uint64_t count, double seconds) {
     return seconds > 0 ? static_cast<double>(count) / seconds : 0;
 }
 
+// One line of the summary, with the name in its own column.
 std::string line(const char* name, const std::string& text) {
     return format("%-13s%s\n", name, text.c_str());
 }
@@ -119,23 +120,27 @@ json changesJson(const SessionStats& stats) {
     return all;
 }
 
+// Adds a sentence with the count if that is not 0, in the singular or the plural.
 void note(std::vector<std::string>* out, uint64_t count, const char* one, const char* many) {
     if (count != 0) out->push_back(format("%llu %s", big(count), count == 1 ? one : many));
 }
 
-// A client does not see the buffers that the service reads, but each one that does not come back
-// has the component make another. A change of the stream makes it, too.
+// Returns true if the service does not return its input buffers. A client cannot see these buffers,
+// but the component has to allocate another one for each that is not returned. Changes of the
+// stream also make it allocate buffers, so a run with changes cannot be judged.
 bool keepsInputs(const RunStats& stats) {
     uint64_t frames = 0;
     for (const SessionStats& session : stats.sessions) {
         if (!session.changes.empty()) return false;
         frames += session.frames.in - std::min(session.frames.in, kWarmUpFrames);
     }
-    // A busy machine has a frame or two more in flight late in a clip.
+    // On a busy machine a frame or two more may be under way late in the clip, so that a few late
+    // buffers are normal. Shorter clips are not judged.
     constexpr uint64_t kFrames = 16;
     return stats.lateBuffers && frames >= kFrames && *stats.lateBuffers >= frames;
 }
 
+// Returns a sentence for each failure of one session.
 std::vector<std::string> failures(const SessionStats& stats) {
     std::vector<std::string> all;
     if (!stats.violation.empty()) all.push_back("--verify: " + stats.violation);
@@ -184,8 +189,8 @@ std::vector<std::string> failures(const RunStats& stats) {
                    "buffers after frame %llu",
                    big(*stats.lateBuffers), big(kWarmUpFrames)));
     }
-    // A session whose flush has failed stays open after disable(), with what it holds, until the
-    // service ends: its failure is the cause, and has been named.
+    // A session whose flush has failed stays open after disable(), with its buffers, until the
+    // service ends. Its failure has been reported already, so the descriptors are not.
     const bool isAnyLeftOpen =
         std::ranges::any_of(stats.sessions, [](const auto& one) { return !one.failure.empty(); });
     if (!isAnyLeftOpen && stats.descriptorsAfter > stats.descriptorsBefore) {

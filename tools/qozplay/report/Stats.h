@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The figures of a run, for people and for programs.
+// The figures of a run, and their output as text and as JSON.
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
@@ -17,32 +17,33 @@ namespace qozplay {
 
 using qoz::client::Ledger;
 
-// A change that has taken place.
+// A change of the plan that has been carried out.
 struct ChangeNote {
     Change change;
-    double blocked;  // milliseconds that the client could not go on
+    double blocked;  // duration of the call that made the change, milliseconds
 };
 
-// The figures of one session, which fills them in before it ends.
+// The figures of one session. The session fills them in on its thread and returns them.
 struct SessionStats {
     FrameTracker::Tally frames;
-    std::vector<double> blocked;  // milliseconds in process(), of each source frame
+    std::vector<double> blocked;  // duration of process() for each source frame, milliseconds
     Ledger ledger;
     std::vector<ChangeNote> changes;
-    std::vector<Change> notReached;
-    double seconds = 0;  // from the first frame's going in to the last one's coming out
+    std::vector<Change> notReached;  // changes at frames beyond the end of the clip
+    double seconds = 0;              // from the first frame sent to the last one received
     Size firstOutput;
     Size lastOutput;
-    std::string failure;    // empty: none
-    std::string violation;  // the first that --verify found; empty: none
-    std::string verified;   // what it checked; empty: nothing, or it found one
-    bool badInput = false;  // the failure is the input's
+    std::string failure;    // the first failure; empty if there was none
+    std::string violation;  // the first violation that --verify found; empty if there was none
+    std::string verified;   // the checks that --verify made; empty without it or after a violation
+    bool badInput = false;  // true if the failure is due to the input
 };
 
-// Source frames of a session after which the component has all the buffers that it needs.
+// The number of source frames after which the component of a session has allocated all buffers that
+// it needs.
 constexpr uint64_t kWarmUpFrames = 10;
 
-// A bound for one of the figures, milliseconds where it is a time.
+// A bound of --budget for one figure. The value of a time is in milliseconds.
 struct Limit {
     std::string figure;
     double value;
@@ -54,29 +55,32 @@ struct RunStats {
     std::string settings;
     std::string output;
     std::vector<SessionStats> sessions;
-    // Graphic buffers that the components made once every session had sent its first ten frames;
-    // none: the clip was too short.
+    // Graphic buffers that the components allocated after every session had sent kWarmUpFrames
+    // source frames; nullopt if a session sent fewer.
     std::optional<uint64_t> lateBuffers;
-    int descriptorsBefore = 0;  // open before the first session was enabled ...
-    int descriptorsAfter = 0;   // ... and after the last one was disabled
+    int descriptorsBefore = 0;  // open descriptors before the sessions ran
+    int descriptorsAfter = 0;   // and after they had ended
     uint64_t faultsFired = 0;
-    std::vector<std::string> unfiredFaults;  // as given
-    std::optional<Scores> truth;             // none: nobody asked
+    std::vector<std::string> unfiredFaults;  // as texts for --fault
+    std::optional<Scores> truth;             // only with --truth
     std::vector<Limit> budget;
-    std::vector<std::string> failures;  // beside those of the sessions
+    std::vector<std::string> failures;  // failures outside the sessions
 };
 
-// "p95=8ms", "lost=0", "interpolated=100". Throws BadInput.
+// Parses "p95=8ms", "lost=0" or "interpolated=100". Throws BadInput.
 Limit parseLimit(const std::string& text);
 
-// One sentence for each figure beyond its bound.
+// Returns a sentence for each figure that exceeds its bound, and for each that was not measured.
 std::vector<std::string> overBudget(const std::vector<Limit>& budget, const SessionStats& stats);
 
-// One sentence for each thing that is off; any makes the run a failed one.
+// Returns a sentence for each failure of the run; without any, the run has succeeded.
 std::vector<std::string> failures(const RunStats& stats);
 
+// Returns the text that the player prints at the end of a run.
 std::string summary(const RunStats& stats);
-nlohmann::json toJson(const SessionStats& stats);  // what nothing was measured for is null
+
+// Returns the figures for --stats. A figure without any measurement is null.
+nlohmann::json toJson(const SessionStats& stats);
 nlohmann::json toJson(const RunStats& stats);
 
 }  // namespace qozplay

@@ -68,6 +68,7 @@ void Verifier::came(uint64_t timestamp, const PictureSummary& picture) {
     }
 }
 
+// Skips source frames that have not come out before `timestamp` because of an event.
 void Verifier::skipCleared(uint64_t timestamp) {
     while (!mDue.empty() && mDue.front().mayStayAway && mDue.front().timestamp < timestamp) {
         mDue.pop_front();
@@ -76,6 +77,8 @@ void Verifier::skipCleared(uint64_t timestamp) {
     }
 }
 
+// Checks the number and the timestamp of an interpolated frame. Its picture can be checked only
+// when the next source frame has come out.
 void Verifier::interpolatedCame(uint64_t timestamp, const PictureSummary& picture) {
     const Source& next = mDue.front();
     mBetween.push_back(picture);
@@ -97,6 +100,7 @@ void Verifier::interpolatedCame(uint64_t timestamp, const PictureSummary& pictur
     ++mInterpolated;
 }
 
+// Checks a source frame, and the interpolated frames since the previous one.
 void Verifier::sourceCame(const PictureSummary& picture) {
     Source next = std::move(mDue.front());
     mDue.pop_front();
@@ -130,7 +134,8 @@ void Verifier::checkSource(const Source& sent, const PictureSummary& picture) {
     }
 }
 
-// Between the source frame that came last and this one.
+// Checks the picture of a frame that was interpolated between mPrevious and the source frame
+// `after`.
 void Verifier::checkInterpolated(const PictureSummary& between, const PictureSummary& after) {
     const PictureSummary& before = *mPrevious->picture;
     const std::string which =

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Checks one stream as it goes: what went in says what has to come out. Knows the settings that the
-// client has given and nothing of how frames are made. Owned by its session, and used on that
-// session's thread alone.
+// The checks of --verify.
 #pragma once
 
 #include <cstddef>
@@ -19,51 +17,62 @@ namespace qozplay {
 
 using qoz::client::Ledger;
 
+// Checks the output of one stream against its input: the order, number, timestamps and pictures of
+// the frames, and the return of the buffers. It derives the expected output from the client's
+// settings alone and knows nothing about the interpolation. Owned by a session and used only on its
+// thread. Only the first violation is kept.
 class Verifier final : public FrameSink {
   public:
-    // Levels, 0 to 255, by which the mean of each plane of an interpolated frame may leave the
-    // range of its two neighbours'. It mixes their pixels, so rounding apart only what they cover
-    // and uncover can move its mean: by 0.2 in the scene, by 1.5 in the worst of our test patterns.
-    // A black frame goes far beyond, a small wrong patch does not.
+    // The greatest difference, in levels from 0 to 255, between the mean of a plane of an
+    // interpolated frame and the range of the means of the two source frames around it. The frame
+    // consists of their pixels, so apart from rounding only covered and uncovered areas can move
+    // the mean: by 0.2 in the scene, and by 1.5 in the worst test pattern. A black frame exceeds
+    // the limit by far; a small wrong area does not.
     static constexpr double kDrift = 3;
 
-    // Levels by which a cell of a source frame may differ between going in and coming out.
-    // Subsampled chroma and the filters of a scaler stay below; another picture, or another matrix,
-    // does not.
+    // The greatest difference, in levels, between a cell of a source frame in the input and in the
+    // output. Subsampled chroma and the filters of a scaler cause smaller ones, another picture or
+    // another colour matrix a greater one.
     static constexpr double kSourceDrift = 8;
 
-    // The least part of its plainer neighbour's spread that an interpolated frame has: one that
-    // shows a single colour, or a blur of it, has none.
+    // The least spread of an interpolated frame, as a fraction of the lesser spread of the two
+    // source frames around it. A frame of a single colour has no spread.
     static constexpr double kLeastSpread = 0.5;
 
-    // A source frame was taken; `interpolated` frames are asked for between the one before and it.
-    // `picture` is what went in; none: it is not looked at.
+    // Records a source frame that the component took. `interpolated` is the number of frames
+    // expected between the previous source frame and this one. Without `picture`, the picture in
+    // the output is not checked.
     void taken(uint64_t frame, uint64_t timestamp, uint32_t interpolated,
                std::optional<PictureSummary> picture = {});
     void refused() { ++mRefused; }
 
-    // Nothing is made between the last source frame and the next, and those still on their way may
-    // not come.
+    // Records an event, such as a flush, after which the frames that are under way may not come
+    // out, and no frames are interpolated between the last source frame and the next one. `why`
+    // names the event in the summary.
     void interrupted(const std::string& why);
 
-    // A finished frame, in the order in which they come.
+    // Both check an output frame. Frames must be passed in the order of their return. take()
+    // returns false once there is a violation.
     void came(uint64_t timestamp, const PictureSummary& picture);
-    bool take(const FinishedFrame& frame) override;  // the same; false: something is off
+    bool take(const FinishedFrame& frame) override;
 
-    // The stream has ended.
+    // Checks, at the end of the stream, that all source frames have come out and that all buffers
+    // have been returned.
     void close(const Ledger& ledger);
 
-    const std::string& violation() const { return mViolation; }  // the first one; empty: none
-    std::string summary() const;                                 // what was checked, how often
+    const std::string& violation() const { return mViolation; }  // empty if there was none
+    // Returns a sentence about the checks that were made, with their numbers.
+    std::string summary() const;
 
   private:
+    // A source frame that the component took.
     struct Source {
         uint64_t frame;
         uint64_t timestamp;                     // microseconds
-        uint32_t interpolated;                  // frames due before it
-        std::string why;                        // none are due; empty: no reason
-        std::optional<PictureSummary> picture;  // none: it is not looked at
-        bool mayStayAway = false;
+        uint32_t interpolated;                  // number of frames expected before it
+        std::string why;                        // the event because of which none are; else empty
+        std::optional<PictureSummary> picture;  // nullopt if the picture is not checked
+        bool mayStayAway = false;               // true if an event may have removed it
     };
 
     void violate(std::string sentence);
@@ -73,23 +82,23 @@ class Verifier final : public FrameSink {
     void checkSource(const Source& sent, const PictureSummary& picture);
     void checkInterpolated(const PictureSummary& between, const PictureSummary& after);
 
-    std::deque<Source> mDue;
-    std::optional<Source> mPrevious;       // the source frame that came last, as it came
-    std::optional<uint64_t> mLast;         // of all frames that came
-    std::vector<PictureSummary> mBetween;  // the frames interpolated since then
-    std::string mWhy;                      // the next interval is empty; empty: it is not
+    std::deque<Source> mDue;               // source frames that have not come out
+    std::optional<Source> mPrevious;       // the last one that did, with its output picture
+    std::optional<uint64_t> mLast;         // timestamp of the last output frame
+    std::vector<PictureSummary> mBetween;  // interpolated frames since mPrevious
+    std::string mWhy;                      // the event that makes the next interval empty
     bool mAnyTaken = false;
     std::string mViolation;
 
     uint64_t mSources = 0;
     uint64_t mInterpolated = 0;
-    uint64_t mIntervals = 0;  // with all the frames asked for
+    uint64_t mIntervals = 0;  // intervals with the expected number of frames
     uint64_t mCleared = 0;
     uint64_t mRefused = 0;
     std::map<std::string, uint64_t> mEmpty;  // intervals without frames, by reason
     double mDriftSeen = 0;
     double mSourceDriftSeen = 0;
-    uint64_t mBuffers = 0;  // that came back
+    uint64_t mBuffers = 0;  // returned buffers
 };
 
 }  // namespace qozplay
