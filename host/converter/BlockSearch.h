@@ -29,6 +29,7 @@ class BlockSearch {
     void release() { *this = BlockSearch(); }
 
   private:
+    // Lays a grid over each level of the pyramid.
     void resetGrids(const LumaPyramid& from);
 
     std::array<BlockGrid, LumaPyramid::kMaxLevels> mGrids;

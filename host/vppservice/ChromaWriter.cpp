@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The chroma of a frame in between.
+// Writes the chroma of an interpolated frame.
 #include "host/vppservice/FrameWriter.h"
 
 #undef HWY_TARGET_INCLUDE
@@ -15,16 +15,18 @@ namespace {
 
 constexpr Shares kChromaShares = sharesOf(2, kNodeStep / 2);
 
-// Interleaved chroma, both bytes of a sample alike; places are eighths of a sample.
+// The places in both sources that one node predicts a tile's chroma from. Chroma is interleaved;
+// both bytes of a sample are treated alike. A place is a pointer to a sample and eighths of a
+// sample beyond it.
 struct ChromaSource {
     const uint8_t* older;
     const uint8_t* newer;
-    int olderX, olderY;  // eighths right and down of the pointers
+    int olderX, olderY;  // eighths of a sample to the right of the pointer, and below it
     int newerX, newerY;
     int newerShare;
 };
 
-// Reads what a node predicts for the chroma of a tile.
+// Finds the places that a node predicts the chroma of a tile from.
 class ChromaReader {
   public:
     ChromaReader(const SubpixelPlanes& older, const SubpixelPlanes& newer)
@@ -48,15 +50,15 @@ class ChromaReader {
     const PlaceFinder mPlaces;
 };
 
-constexpr int kChromaRows = kNodeStep / 2;  // of a tile
+constexpr int kChromaRows = kNodeStep / 2;  // chroma rows of a tile
 
-// The rows of a tile, as many bytes of each as a vector has words.
+// The rows of a tile in vectors of words, one byte in each word.
 template <class D>
 struct ChromaRows {
     hn::VFromD<D> rows[kChromaRows];
 };
 
-// Linear between the four samples around each place.
+// Reads samples between pixels, linearly from the four samples around each place.
 template <class D>
 HWY_INLINE ChromaRows<D> sampled(D d, const uint8_t* p, int x, int y, ptrdiff_t stride) {
     const hn::Rebind<uint8_t, D> bytes;
@@ -95,6 +97,7 @@ HWY_INLINE ChromaRows<D> sampled(D d, const uint8_t* p, int x, int y, ptrdiff_t 
 }
 
 template <class D>
+// Mixes both sources by their shares.
 HWY_INLINE ChromaRows<D> chromaMixed(D d, const ChromaSource& source, ptrdiff_t offset,
                                      ptrdiff_t stride) {
     const auto older = [&]() HWY_ATTR {
@@ -122,7 +125,8 @@ HWY_INLINE ChromaRows<D> chromaMixed(D d, const ChromaSource& source, ptrdiff_t 
     return out;
 }
 
-// `count` is no less than the lanes; the last vector of a row may overlap the one before.
+// Writes `count` bytes of each row, no fewer than a vector's lanes. The last vector of a row may
+// overlap the one before.
 template <class D>
 HWY_INLINE void writeChromaBy(D d, const ChromaSource& source, ptrdiff_t stride, uint8_t* to,
                               ptrdiff_t toStride, size_t count, int rows) {
@@ -138,6 +142,7 @@ HWY_INLINE void writeChromaBy(D d, const ChromaSource& source, ptrdiff_t stride,
     write(last);
 }
 
+// Writes a span of tiles that move alike, with the widest vectors that fit.
 HWY_INLINE void writeChromaSpan(const ChromaSource& source, ptrdiff_t stride, uint8_t* to,
                                 ptrdiff_t toStride, size_t count, int rows) {
     const hn::ScalableTag<uint16_t> most;
@@ -151,6 +156,7 @@ HWY_INLINE void writeChromaSpan(const ChromaSource& source, ptrdiff_t stride, ui
     }
 }
 
+// Mixes the predictions of a tile's four nodes by distance.
 HWY_INLINE void mixChroma(const Tile& tile, const ChromaSource (&sources)[4], ptrdiff_t stride,
                           uint8_t* to, ptrdiff_t toStride, int rows) {
     const Predictions predictions(tile, [&](size_t k, uint8_t* pixels) HWY_ATTR {
@@ -163,7 +169,8 @@ HWY_INLINE void mixChroma(const Tile& tile, const ChromaSource (&sources)[4], pt
     copyTile(pixels, to, toStride, rows);
 }
 
-// Chroma is coarse: of a tile whose nodes are not apart, the mean of their motion will do.
+// Writes the chroma of rows of tiles. Chroma is coarse, so a tile whose nodes move almost alike is
+// written along the mean of their motions.
 void WriteChroma(const MotionPlan& plan, const SubpixelPlanes& older, const SubpixelPlanes& newer,
                  TileRows tiles, const Nv12Canvas& to) {
     const ChromaReader reader(older, newer);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Where armed faults meet the service: what each call, and each callback, is to suffer.
+// Applies armed faults to the operations and callbacks of the service.
 #pragma once
 
 #include <android-base/thread_annotations.h>
@@ -17,29 +17,32 @@
 
 namespace qoz::host::vppservice {
 
-// How an answer that comes later, as a callback, is to come.
+// How the callback that answers an operation is delivered. Within applies to the callbacks of
+// flush, reconfigure and drain.
 enum class Manner { Plain, Drop, Twice, Unknown, Swap, Stray, Within };
 
-// The callback that answers a command, handed to the thread whose call gave the command: it makes
-// the callback before the call returns, as binder has the waiting thread serve a nested call. The
-// promise is broken when the session ends first.
+// Passes the callback that answers a command to the thread whose call gave the command. That thread
+// makes the callback before its call returns, just as binder lets a waiting thread serve a nested
+// call. If the session ends first, the promise is broken.
 using NestedCall = std::promise<std::packaged_task<void()>>;
 
-// How the answer to a command is to come; `within` is set for that manner alone.
+// How a command is answered. `within` is set only for Manner::Within.
 struct Answer {
     Manner manner = Manner::Plain;
     std::shared_ptr<NestedCall> within = nullptr;
 };
 
+// What an operation or a callback has to do because of a fault.
 struct FaultEffect {
-    bool lost = false;               // fails below its result; nothing is done
-    std::optional<VppError> answer;  // given in place of doing anything
-    bool done = false;               // or after it has been done
+    bool lost = false;               // a transport error; nothing is carried out
+    std::optional<VppError> answer;  // returned as the answer; the operation is not carried out
+    bool done = false;               // carries the operation out before it returns `answer`
     Manner manner = Manner::Plain;
     std::chrono::milliseconds delay{0};
 };
 
-// A pause that the end of its owner cuts short. Callable on any thread; after end() nobody sleeps.
+// A sleep that the end of its owner cuts short. Callable on any thread; after end() nobody sleeps.
+// The lock is a leaf.
 class Pause {
   public:
     void sleepFor(std::chrono::milliseconds time) EXCLUDES(mLock);
@@ -51,15 +54,16 @@ class Pause {
     bool mEnded GUARDED_BY(mLock) = false;
 };
 
-// Translates what the table of armed faults says about a call into what the service does with it.
-// One for a service, shared by its sessions and their dispatchers. Callable on any thread.
+// Translates an armed fault into its effect on an operation. The service has one, shared by its
+// sessions and their dispatchers. Callable on any thread.
 class FaultInjector {
   public:
-    // `die` ends the service; called on the thread of the call that was to die, which may hold
-    // locks of the client, so it must not wait.
+    // `die` ends the service. It is called on the thread of the operation that the fault is armed
+    // for. It must not wait, because that thread may hold locks of the client.
     explicit FaultInjector(std::function<void()> die) : mDie(std::move(die)) {}
 
-    // Counts this call of `operation`, by whichever session.
+    // Takes the fault that is armed for this call of `operation`, by whichever session, and returns
+    // its effect.
     FaultEffect effectOn(const char* operation) const;
 
   private:

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// The pixels of a frame in between, along a plan.
+// Writes the pixels of an interpolated frame along a motion plan.
 //
-// A tile of 8 x 8 pixels lies between four nodes. Where these move alike, it is read from both
-// sources along that motion, together with the tiles beside it that move so too. Elsewhere each
-// pixel is mixed of what the four predict for it: by distance, so that no block shows its edge, and
-// where they move apart the more by how well the two sources agree along each.
+// A tile of 8 x 8 pixels lies between four nodes. If all four move alike, the tile is read from
+// both sources along their motion, together with the adjoining tiles of the row that move likewise.
+// In other tiles each pixel is a mix of the four nodes' predictions, weighted by the distance to
+// the nodes, so that no block edges are visible. If the motions differ by more than a pixel, luma
+// predictions along which the sources agree get more weight.
 #pragma once
 
 #include "host/vppservice/MotionPlan.h"
@@ -12,8 +13,9 @@
 
 namespace qoz::host::vppservice {
 
-// `asBright` is the older source, as bright as the newer, by which the two are compared: the same
-// object where there is no fade. The nodes around the tiles are chosen.
+// Write the luma and the chroma of rows of tiles. The nodes around the tiles must be chosen.
+// `asBright` is the older source with the brightness of the newer one, by which the two are
+// compared; it is `older` itself if there is no change of brightness.
 void writeLuma(const MotionPlan& plan, const SubpixelPlanes& older, const SubpixelPlanes& asBright,
                const SubpixelPlanes& newer, TileRows tiles, const Nv12Canvas& to);
 void writeChroma(const MotionPlan& plan, const SubpixelPlanes& older, const SubpixelPlanes& newer,

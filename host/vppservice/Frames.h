@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// NV12 frames in memory that somebody else owns.
+// Views of NV12 frames, which do not own the memory.
 #pragma once
 
 #include <host/converter/MotionField.h>
@@ -10,6 +10,7 @@
 
 namespace qoz::host::vppservice {
 
+// The size of a frame in pixels.
 struct FrameSize {
     uint32_t width = 0;
     uint32_t height = 0;
@@ -17,6 +18,7 @@ struct FrameSize {
     bool operator==(const FrameSize&) const = default;
 };
 
+// The planes of a frame; a view may be read, a canvas may be written.
 template <typename Byte>
 struct Nv12Planes {
     Byte* luma = nullptr;
@@ -24,13 +26,14 @@ struct Nv12Planes {
     size_t stride = 0;       // bytes, of both planes
     FrameSize size;
 
-    // Bytes and rows of the chroma plane that hold pixels.
+    // The bytes in a row of the chroma plane, and its rows.
     uint32_t chromaBytes() const { return evenUp(size.width); }
     uint32_t chromaRows() const { return evenUp(size.height) / 2; }
 };
 using Nv12View = Nv12Planes<const uint8_t>;
 using Nv12Canvas = Nv12Planes<uint8_t>;
 
+// Returns the planes of a frame of this size that begins at `base` in the interface's layout.
 template <typename Byte>
 Nv12Planes<Byte> planesAt(Byte* base, FrameSize size) {
     const Nv12Layout layout = nv12Layout(size.width, size.height);
@@ -41,7 +44,7 @@ inline Nv12View viewOf(const Nv12Canvas& canvas) {
     return {canvas.luma, canvas.chroma, canvas.stride, canvas.size};
 }
 
-// Both fields of one pair of frames, or neither.
+// The motion fields of a pair of sources; both are null if there are none.
 struct MotionFields {
     const MotionVector* forward = nullptr;
     const MotionVector* backward = nullptr;

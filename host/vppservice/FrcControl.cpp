@@ -8,6 +8,7 @@ namespace {
 
 using Segment = vpp::VppCtrlFrcSegment;
 
+// The values that the control accepts.
 constexpr int32_t kModeOff = 0;
 constexpr int32_t kModeOn = 5;
 constexpr int32_t kHighestLevel = 3;
@@ -29,6 +30,8 @@ VppError FrcControl::set(const std::vector<Segment>& segments) {
     return VppError::VPP_OK;
 }
 
+// The segment with the latest start at or before `timestamp` is in effect; of two with equal
+// starts, the later one in the list is.
 uint32_t FrcControl::factorAt(uint64_t timestamp) const {
     const Segment* inForce = nullptr;
     for (const Segment& segment : mSegments) {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The frame-rate control of a session: which factor is in force where on the input's clock.
+// The frame-rate control of a session: the segments that the client has set, each with a factor
+// that holds from a start time on.
 #pragma once
 
 #include <cstdint>
@@ -9,17 +10,19 @@
 
 namespace qoz::host::vppservice {
 
+// The engine owns one and guards it with its lock.
 class FrcControl {
   public:
-    // Anything but VPP_OK leaves the control in force.
+    // Replaces the segments. If the result is not VPP_OK, the previous ones stay in effect.
     VppError set(const std::vector<vpp::VppCtrlFrcSegment>& segments);
     void clear() { mSegments.clear(); }
 
-    // In-between frames for an interval that begins at `timestamp` (microseconds).
+    // Returns the number of interpolated frames for an interval that begins at `timestamp`
+    // (microseconds).
     uint32_t factorAt(uint64_t timestamp) const;
 
   private:
-    std::vector<vpp::VppCtrlFrcSegment> mSegments;  // in the order sent
+    std::vector<vpp::VppCtrlFrcSegment> mSegments;  // in the client's order
 };
 
 }  // namespace qoz::host::vppservice

@@ -17,6 +17,7 @@ namespace {
 
 using ::aidl::android::hardware::common::NativeHandle;
 
+// The names of the side buffers.
 constexpr char kForwardName[] = "vpp.metabuf.mv.fw";
 constexpr char kBackwardName[] = "vpp.metabuf.mv.bw";
 constexpr char kHalfName[] = "vpp.metabuf.scale.0p5";
@@ -34,7 +35,7 @@ uint64_t fieldBytes(FrameSize source) {
     return uint64_t{fieldWidth(source.width)} * fieldHeight(source.height) * sizeof(MotionVector);
 }
 
-// Allocations are told in whole pages, whatever the length of the memory behind them.
+// The lengths of allocations are given in whole pages, whatever the length of the memory itself.
 uint64_t pageUp(uint64_t bytes) {
     static const auto page = static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
     return (bytes + page - 1) / page * page;
@@ -48,11 +49,13 @@ bool isEmpty(const NativeHandle& handle) {
     return handle.fds.empty() && handle.ints.empty();
 }
 
-// A client that ran out of handles leaves such an entry behind; the frame is none the worse.
+// A client that runs out of handles sends an empty entry. The frame is usable without that side
+// buffer.
 bool isBlank(const vpp::VppMetaBuffer& side) {
     return side.metaName.empty() && isEmpty(side.metaHandle);
 }
 
+// Each side buffer may come once, with one descriptor. Unknown names are refused.
 bool sideBuffersFit(const VppBuffer& sent) {
     if (sent.metaBuffers.size() > kMostSideBuffers) return false;
     unsigned seen = 0;
@@ -68,6 +71,7 @@ bool sideBuffersFit(const VppBuffer& sent) {
     return true;
 }
 
+// Checks everything in a record that does not need its memory.
 bool shapeFits(VppPort port, const VppBuffer& sent) {
     if (!holdsOne(sent.pixelHandle) || !isEmpty(sent.auxHandle)) return false;
     if (unsignedOf(sent.pixelFilledLen) > unsignedOf(sent.pixelAllocLen)) return false;
@@ -75,6 +79,7 @@ bool shapeFits(VppPort port, const VppBuffer& sent) {
     return sideBuffersFit(sent);
 }
 
+// Translates errno of a failed mapping.
 VppError errorOf(int number) {
     switch (number) {
         case EMFILE:
@@ -87,6 +92,7 @@ VppError errorOf(int number) {
     }
 }
 
+// Copies all numbers of a record; the handles are left out.
 void copyScalars(const VppBuffer& from, VppBuffer* to) {
     to->pixelOffset = from.pixelOffset;
     to->pixelAllocLen = from.pixelAllocLen;
@@ -102,22 +108,23 @@ void copyScalars(const VppBuffer& from, VppBuffer* to) {
     to->cookie = from.cookie;
 }
 
-// A descriptor of memory, as one record names it, and the bytes of it that are needed.
+// A piece of memory that a record names: its descriptor and the bytes that are needed.
 struct Memory {
     int fd;
     uint64_t offset;
-    uint64_t need;  // bytes from there on
-    uint32_t allocated;
-    std::shared_ptr<Mapping>* mapping;  // where it is to go
+    uint64_t need;                      // bytes needed from the offset on
+    uint32_t allocated;                 // length in bytes, as the record states it
+    std::shared_ptr<Mapping>* mapping;  // receives the mapping
 };
 
-// Pages of huge ones may turn out not to be there when they are first touched.
+// Accepts memory with pages of ordinary size only. Huge pages may turn out to be unavailable when
+// they are first touched, which would end the process.
 bool hasOrdinaryPages(int fd) {
     struct statfs system = {};
     return fstatfs(fd, &system) == 0 && system.f_type == TMPFS_MAGIC;
 }
 
-// Memory of which every byte that is needed is there, and stays.
+// Returns whether every byte that is needed exists and cannot be removed.
 bool holdsForGood(const Memory& memory) {
     constexpr int kSealed = F_SEAL_SHRINK | F_SEAL_GROW;
     const int seals = fcntl(memory.fd, F_GET_SEALS);
@@ -129,11 +136,12 @@ bool holdsForGood(const Memory& memory) {
     return end <= length && end <= memory.allocated && memory.allocated <= pageUp(length);
 }
 
-// Of just as many pages as this size takes.
+// Returns whether the allocation has exactly the pages that the port's size takes.
 bool isLaidOutFor(const Memory& memory) {
     return pageUp(memory.allocated) == pageUp(memory.offset + memory.need);
 }
 
+// Maps all memories. On an error, some may be mapped; their owner drops them.
 VppError map(const std::vector<Memory>& memories, bool writable) {
     for (const Memory& memory : memories) {
         *memory.mapping = Mapping::make(memory.fd, memory.offset, memory.need, writable);
@@ -142,8 +150,7 @@ VppError map(const std::vector<Memory>& memories, bool writable) {
     return VppError::VPP_OK;
 }
 
-// The memories of a record, in no order; a side buffer that is laid out for another size is left
-// out.
+// Returns the memories of a record, the pixels first.
 std::vector<Memory> memoriesOf(const VppBuffer& sent, VppPort port, ImportedBuffer* out) {
     const FrameSize size = port == VppPort::OUTPUT ? out->sizes.output : out->sizes.input;
     std::vector<Memory> all{{sent.pixelHandle.fds[0].get(), unsignedOf(sent.pixelOffset),
@@ -186,7 +193,8 @@ VppError BufferImporter::take(VppPort port, const PortSizes& sizes, const VppBuf
     std::vector<Memory> memories = memoriesOf(sent, port, &made);
     if (!std::all_of(memories.begin(), memories.end(), holdsForGood))
         return VppError::VPP_ERR_PARAM;
-    // Memory laid out for another size would be read and written at the wrong places.
+    // Memory laid out for another size would be read and written at wrong places. Pixels of this
+    // kind are refused, and side buffers are left out.
     if (!isLaidOutFor(memories[0])) return VppError::VPP_ERR_PARAM;
     std::erase_if(memories, [](const Memory& memory) { return !isLaidOutFor(memory); });
     if (mQuota != nullptr) {

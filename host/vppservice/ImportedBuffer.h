@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What crossed the queue operation: checked, duplicated, mapped.
+// Imported buffers: the records that clients queue, checked and with their memory mapped.
 #pragma once
 
 #include <memory>
@@ -13,42 +13,45 @@
 
 namespace qoz::host::vppservice {
 
-// Sizes of both ports, as they were when a buffer came in.
+// The sizes of both ports at the time when a buffer was queued.
 struct PortSizes {
     FrameSize input;
     FrameSize output;
 };
 
-// A queued buffer. Its record holds numbers alone: descriptors are closed once the memory is
-// mapped, and a buffer that goes back is named by its cookie. The mappings end with it.
+// A queued buffer. Its record has the numbers of the client's record, but no descriptors: the
+// mappings keep the memory, and the cookie identifies the buffer when it is returned. The mappings
+// end with this object.
 struct ImportedBuffer {
     VppBuffer record;
     Manner manner = Manner::Plain;
     PortSizes sizes;
-    Reservation mapped;  // in the client's quota, for the mappings
+    Reservation mapped;  // the part of the client's quota that the mappings use
     std::shared_ptr<Mapping> pixels;
-    std::shared_ptr<Mapping> forward;   // vectors for this input size, or null
+    std::shared_ptr<Mapping> forward;   // motion field for this input size, or null
     std::shared_ptr<Mapping> backward;  // likewise
-    std::shared_ptr<Mapping> half;      // frame of half this output size, or null
+    std::shared_ptr<Mapping> half;      // frame of half the output size, or null
 
     Nv12View inputView() const { return planesAt<const uint8_t>(start(), sizes.input); }
     Nv12Canvas outputCanvas() const { return planesAt<uint8_t>(start(), sizes.output); }
-    Nv12View halfView() const;  // planes null when there is no half-size frame
+    Nv12View halfView() const;  // planes are null if there is no half-size frame
     MotionFields motion() const;
 
   private:
     uint8_t* start() const { return pixels->ready(); }
 };
 
-// Takes records in, for one session. Nothing in one is trusted: not its counts, its lengths or its
-// descriptors. Memory that could be shrunk later is refused: it is mapped only when it has been
-// sealed. Its content may change at any time, and is never relied upon.
+// Imports the records that a session's client queues. It trusts neither their counts nor their
+// lengths nor their descriptors. It maps memory only if it is sealed against shrinking, because
+// reading memory that is gone would end the process. The content may change at any time, so nothing
+// relies on it. A session owns one.
 class BufferImporter {
   public:
-    // Mappings count against `quota`, if there is one.
+    // The mappings count against `quota`, unless that is null.
     explicit BufferImporter(std::shared_ptr<Quota> quota = nullptr) : mQuota(std::move(quota)) {}
 
-    // Anything but VPP_OK leaves nothing behind. Callable on any thread.
+    // Checks a record and maps its memory. If the result is not VPP_OK, `out` is unchanged and
+    // nothing stays mapped. Callable on any thread.
     VppError take(VppPort port, const PortSizes& sizes, const VppBuffer& sent,
                   ImportedBuffer* out) const;
 

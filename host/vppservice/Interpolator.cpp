@@ -11,21 +11,23 @@
 namespace qoz::host::vppservice {
 namespace {
 
-// Percent of the blocks with texture that nothing in the other source is like, in both fields,
-// above which the pair is a cut: the nearer source is repeated.
+// In percent of the blocks with texture: if more of them have no match, in both fields, the pair is
+// a scene cut and the nearer source is repeated.
 constexpr uint32_t kCutPercent = 40;
 
-// Percent of the blocks that change and that no motion explains, in both fields, above which one
-// picture gives way to another: the two are blended.
+// In percent of the blocks that change: if the motion fails to explain more of them, in both
+// fields, one picture dissolves into another and the two are blended.
 constexpr uint32_t kDissolvePercent = 75;
 
-// A block is unlike everything when its best match differs by more than this share of its texture.
+// In grey levels. A block has no match if its error is above this floor and above three quarters of
+// its texture.
 constexpr uint32_t kUnlikeFloor = 6;
 
-// Rows of tiles that are planned and written in one go: what was read for the plan is still at hand
-// for the pixels.
+// Rows of tiles that are planned and written together: the pixels that were read for the plan are
+// still in the cache when they are written.
 constexpr int kRowsAtOnce = 4;
 
+// Blends the two sources by time.
 void blend(const Nv12View& older, const Nv12View& newer, Phase phase, const Nv12Canvas& to) {
     const auto fraction = static_cast<int>(256 * phase.index / phase.steps);
     const auto one = [&](const uint8_t* a, const uint8_t* b, uint8_t* out, uint32_t bytes,
@@ -38,13 +40,13 @@ void blend(const Nv12View& older, const Nv12View& newer, Phase phase, const Nv12
     one(older.chroma, newer.chroma, to.chroma, to.chromaBytes(), to.chromaRows());
 }
 
-// Share of the field's blocks with texture that it found nothing like, in percent.
+// Returns the share of the field's blocks with texture that have no match, in percent.
 uint32_t unlikePercent(const MotionVector* field, size_t blocks) {
     uint32_t unlike = 0;
     uint32_t compared = 0;
     for (size_t i = 0; i < blocks; ++i) {
         const MotionVector& v = field[i];
-        if (v.error == UINT8_MAX || v.texture < 3) continue;  // led out of the picture, or is flat
+        if (v.error == UINT8_MAX || v.texture < 3) continue;  // leaves the picture, or is flat
         ++compared;
         if (v.error > kUnlikeFloor && v.error > v.texture * 3 / 4) ++unlike;
     }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The luma of a frame in between.
+// Writes the luma of an interpolated frame.
 #include "host/vppservice/FrameWriter.h"
 
 #undef HWY_TARGET_INCLUDE
@@ -13,23 +13,24 @@ HWY_BEFORE_NAMESPACE();
 namespace qoz::host::vppservice::HWY_NAMESPACE {
 namespace {
 
-// Squared grey levels that two sources may differ by through noise and fractions of a pixel.
+// Squared grey levels. kAgreement is the difference of the sources that noise and fractions of a
+// pixel explain.
 constexpr float kAgreement = 12;
-constexpr float kOneSided = 100;  // what is taken for the disagreement where there is but one
+constexpr float kOneSided = 100;  // the assumed difference if only one source is used
 
 constexpr Shares kLumaShares = sharesOf(1, kNodeStep);
 
-// One prediction: from both sources, each with its share.
+// The places in both sources that one node predicts a tile from.
 struct LumaSource {
     PixelPair older;
-    PixelPair asBright;  // the older source, as bright as the newer
+    PixelPair asBright;  // the older source with the brightness of the newer
     PixelPair newer;
     int newerShare;  // of kWholeShare
 
     bool even() const { return newerShare * 2 == kWholeShare; }
 };
 
-// Reads what a node predicts for a tile, from planes that all have one size.
+// Finds the places that a node predicts a tile from. All planes have one size.
 class LumaReader {
   public:
     LumaReader(const SubpixelPlanes& older, const SubpixelPlanes& asBright,
@@ -50,7 +51,7 @@ class LumaReader {
     const PlaceFinder mPlaces;
 };
 
-// Both sources by their shares.
+// Reads both sources and mixes them by their shares.
 template <class D>
 HWY_INLINE hn::VFromD<D> mixed(D d, const LumaSource& source, ptrdiff_t offset) {
     if (source.newerShare == 0) return meanOf(d, source.older, offset);
@@ -72,7 +73,8 @@ HWY_INLINE hn::VFromD<D> mixed(D d, const LumaSource& source, ptrdiff_t offset) 
     return hn::Combine(d, narrow(half, high), narrow(half, low));
 }
 
-// `count` is no less than the lanes; the last vector of a row may overlap the one before.
+// Writes `count` bytes of each row, no fewer than a vector's lanes. The last vector of a row may
+// overlap the one before.
 template <class D>
 HWY_INLINE void writeSpanBy(D d, const LumaSource& source, ptrdiff_t stride, uint8_t* to,
                             ptrdiff_t toStride, size_t count, int rows) {
@@ -87,6 +89,7 @@ HWY_INLINE void writeSpanBy(D d, const LumaSource& source, ptrdiff_t stride, uin
     }
 }
 
+// Writes a span of tiles that move alike, with the widest vectors that fit.
 HWY_INLINE void writeSpan(const LumaSource& source, ptrdiff_t stride, uint8_t* to,
                           ptrdiff_t toStride, size_t count, int rows) {
     const hn::ScalableTag<uint8_t> most;
@@ -103,8 +106,8 @@ HWY_INLINE void writeSpan(const LumaSource& source, ptrdiff_t stride, uint8_t* t
     }
 }
 
-// What one prediction says of a tile, row after row without gaps. Vectors are twice as wide as a
-// tile: what is behind it is read, but not kept.
+// Writes the prediction of one node for a whole tile, in rows without padding. A vector is twice as
+// wide as a tile; its second half is read but not kept.
 HWY_INLINE void predictTile(const LumaSource& source, ptrdiff_t stride, uint8_t* pixels) {
     const Bytes16 d;
     const hn::Half<Bytes16> half;
@@ -122,6 +125,7 @@ HWY_INLINE void predictTile(const LumaSource& source, ptrdiff_t stride, uint8_t*
         put(row, mixed(d, source, row * stride));
 }
 
+// Mixes the predictions of a tile's four nodes by distance.
 HWY_INLINE void mixTile(const Tile& tile, const LumaSource (&sources)[4], ptrdiff_t stride,
                         uint8_t* to, ptrdiff_t toStride, int rows) {
     const Predictions predictions(tile, [&](size_t k, uint8_t* pixels) HWY_ATTR {
@@ -132,7 +136,8 @@ HWY_INLINE void mixTile(const Tile& tile, const LumaSource (&sources)[4], ptrdif
     copyTile(pixels, to, toStride, rows);
 }
 
-// By distance, and the more by how well the two sources of a prediction agree at each pixel.
+// Mixes the predictions of a tile's four nodes. The weight of a prediction falls with the distance
+// to its node, and at each pixel with the difference of the two sources.
 HWY_INLINE void weighTile(const LumaSource (&sources)[4], ptrdiff_t stride, uint8_t* to,
                           ptrdiff_t toStride, int rows) {
     const Bytes16 d16;
@@ -181,7 +186,8 @@ HWY_INLINE void weighTile(const LumaSource (&sources)[4], ptrdiff_t stride, uint
             const auto doubt =
                 both ? hn::MulAdd(unlike, unlike, hn::Set(d, kAgreement)) : hn::Set(d, kOneSided);
             const auto near = hn::Mul(k % 2 == 0 ? left : right, k < 2 ? above : below);
-            // Nearly will do: the weights are summed as they are.
+            // An approximate reciprocal suffices: the mix is divided by the sum of the same
+            // weights.
             const auto weight = hn::Mul(near, hn::ApproximateReciprocal(hn::Mul(doubt, doubt)));
             const auto part = hn::Set(d, static_cast<float>(newerShare) / kWholeShare);
             sum = hn::MulAdd(hn::MulAdd(hn::Sub(until, from), part, from), weight, sum);
@@ -193,6 +199,7 @@ HWY_INLINE void weighTile(const LumaSource (&sources)[4], ptrdiff_t stride, uint
     copyTile(pixels, to, toStride, rows);
 }
 
+// Writes the luma of rows of tiles.
 void WriteLuma(const MotionPlan& plan, const SubpixelPlanes& older, const SubpixelPlanes& asBright,
                const SubpixelPlanes& newer, TileRows tiles, const Nv12Canvas& to) {
     const LumaReader reader(older, asBright, newer);

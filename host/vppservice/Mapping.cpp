@@ -17,8 +17,9 @@ std::shared_ptr<Mapping> Mapping::make(int fd, size_t offset, size_t length, boo
 }
 
 uint8_t* Mapping::ready() const {
-    // Also of what will be written: pages of such memory come writable, and for reading the kernel
-    // brings sixteen at a time. One that does not know this leaves the faults to come one by one.
+    // Populating for reading is enough for memory that will be written too: its pages are writable
+    // at once, and the kernel maps sixteen at a time. A kernel that does not know this advice
+    // refuses it, and each page then takes a fault of its own.
     madvise(mPages, mLength, MADV_POPULATE_READ);
     return static_cast<uint8_t*>(mPages) + mSkipped;
 }

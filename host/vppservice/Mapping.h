@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Received memory, mapped.
+// Mappings of memory that a client has sent.
 #pragma once
 
 #include <cstddef>
@@ -8,19 +8,20 @@
 
 namespace qoz::host::vppservice {
 
-// Lives as long as somebody works on the memory. Whoever made the memory may have unmapped and
-// closed it meanwhile; that it cannot shrink is for the importer to have seen to.
+// A mapping of shared memory; it ends with the object. The client may unmap and close the memory
+// before. The importer must have checked that the memory cannot shrink.
 class Mapping {
   public:
-    // Of `length` bytes from `offset` on. Null when they cannot be mapped; errno says why.
+    // Maps `length` bytes from `offset` on. Returns null if that fails; errno has the reason.
     static std::shared_ptr<Mapping> make(int fd, size_t offset, size_t length, bool writable);
     ~Mapping();
 
     Mapping(const Mapping&) = delete;
     Mapping& operator=(const Mapping&) = delete;
 
-    // The first of the bytes. Has all pages ready at one go, which spares a fault for each: for who
-    // is about to work on them all. Memory that nobody has worked on yet need not exist.
+    // Returns the first byte, and makes all pages present at once, which saves a page fault for
+    // each. Call it only when most of the memory is about to be used: it brings into existence
+    // pages that nobody has used yet.
     uint8_t* ready() const;
 
   private:
@@ -28,8 +29,8 @@ class Mapping {
         : mPages(pages), mSkipped(skipped), mLength(length) {}
 
     void* const mPages;
-    const size_t mSkipped;  // bytes of the first page
-    const size_t mLength;   // with these
+    const size_t mSkipped;  // bytes of the first page that precede the offset
+    const size_t mLength;   // in bytes, with the skipped ones
 };
 
 }  // namespace qoz::host::vppservice

@@ -16,17 +16,18 @@
 #define QOZ_HOST_VPPSERVICE_MOTION_PLAN_ONCE
 namespace qoz::host::vppservice {
 
-// Shares of a vector are counted in this.
+// The unit for parts of a vector.
 constexpr int kPartUnit = 1 << 14;
 
-// Nodes from a place to where `share` of a way in eighths of a pixel leads from it, to the nearest.
+// Returns the number of nodes that `share` of a vector component leads away, rounded to the
+// nearest. `eighths` is the component in eighths of a pixel, `share` is in units of 1 / kPartUnit.
 constexpr int nodesAway(int eighths, int share) {
     constexpr int kShift = 14 + 6;
     static_assert(kNodeStep * kMotionUnit * kPartUnit == 1 << kShift);
     return (eighths * share + (1 << (kShift - 1))) >> kShift;
 }
 
-// What the choice for one plan works on.
+// The arguments of the kernel. The pointers are to planes of `columns` x `rows` nodes.
 struct MotionPlan::Work {
     const SubpixelPlanes& older;
     const SubpixelPlanes& newer;
@@ -36,13 +37,13 @@ struct MotionPlan::Work {
     const Arrival* backward;
     int columns;
     int rows;
-    int first;  // row to choose, and the one behind the last
-    int end;
-    int olderShare;  // of a vector, from the node back to the older source, of kPartUnit
-    int newerShare;  // and on to the newer one
-    int16_t byTime;  // of the newer source, of kWholeShare
+    int first;       // first row to choose
+    int end;         // one past the last row
+    int olderShare;  // the part of a vector from the older source to the node, of kPartUnit
+    int newerShare;  // the part from the node to the newer source
+    int16_t byTime;  // the newer source's share by time, of kWholeShare
     Vector* vectors;
-    Vector* agreed;  // of every second node both ways: its vector where the sources agree
+    Vector* agreed;  // for every second node of every second row: its vector if the sources agree
     uint32_t* costs;
     NodeMotion* nodes;
 
@@ -59,29 +60,33 @@ HWY_BEFORE_NAMESPACE();
 namespace qoz::host::vppservice::HWY_NAMESPACE {
 namespace {
 
-// The window compared around a node: every second row of 16 x 16 pixels.
+// The window that is compared around a node: every second row of 16 x 16 pixels.
 constexpr int kWindow = 16;
 constexpr uint32_t kSamples = kWindow * kWindow / 2;
 
-// Costs are sums over the window; these are mean differences of luma.
-constexpr uint32_t kAgreeing = 3 * kSamples / 2;  // good enough to look no further
-constexpr uint32_t kDisagreeing = 4 * kSamples;   // one of the sources may show something else
+// Limits for costs, which are sums of differences over the window, given as mean differences of
+// luma.
+constexpr uint32_t kAgreeing = 3 * kSamples / 2;  // good enough to end the search
+constexpr uint32_t kDisagreeing = 4 * kSamples;   // one source may not show the place
 
-// What motion must spare against standing still: half, a quarter where both fields know of
-// something that moves, and this.
+// A vector must save this, and half of the cost of no motion, to be chosen; if both fields are sure
+// of motion there, a quarter of that cost suffices.
 constexpr uint32_t kMovesFor = kSamples / 4;
 
-// What a likeness but for brightness is worth less than a full one.
+// The penalty for windows that are alike only after their mean brightness is made equal.
 constexpr uint32_t kShapesOnly = 1 * kSamples;
 
-// Eighths of a pixel: candidates no further apart lead to the same quarters, or nearly.
+// In eighths of a pixel. A candidate that is no further from another is not compared again, because
+// both lead to almost the same quarter pixels.
 constexpr int kOneStep = 1;
 
-constexpr Vector kNowhere = {INT16_MAX / 2, 0};  // far from any
+constexpr Vector kNowhere = {INT16_MAX / 2, 0};  // differs from every vector
 
-constexpr int kSameMotion = 24;  // eighths of a pixel, where the fields are compared
+// In eighths of a pixel. A field has the chosen motion if its vector differs from the chosen one by
+// no more than this.
+constexpr int kSameMotion = 24;
 
-// Chooses among the candidates of one node after the other.
+// Chooses the vectors of the nodes in a range of rows.
 class Chooser {
   public:
     explicit Chooser(const MotionPlan::Work& work)
@@ -91,9 +96,9 @@ class Chooser {
           mLastY(work.newer.height() - kWindow),
           mShares{work.olderShare, work.olderShare, work.newerShare, work.newerShare} {}
 
-    // Every second node both ways, whose windows cover the picture, before the others: where the
-    // nodes around have all found what agrees, and this one is to move as they do, nothing needs to
-    // be compared once more.
+    // In every second row, every second node is chosen first; their windows cover the picture.
+    // Another node needs no comparison if its neighbours among these have all found a vector along
+    // which the sources agree, and the fields give it about the same vector.
     HWY_INLINE void chooseRows() {
         for (int row = mWork.first; row < mWork.end; ++row) {
             if (row == 0) chooseSecond(0);
@@ -108,17 +113,18 @@ class Chooser {
   private:
     static constexpr int kMostOffered = 6;
 
-    // What a node has been offered, and the best of it.
+    // The candidates that a node has compared, and the best of them.
     struct Best {
         int column;
         int row;
         Vector vector = {};
         uint32_t cost = UINT32_MAX;
-        bool moving = false;  // both fields know of something that moves there
+        bool moving = false;  // both fields are sure of motion there
         int offered = 0;
         Vector known[kMostOffered] = {};
     };
 
+    // Chooses every second node of a row and notes whether the sources agree there.
     HWY_INLINE void chooseSecond(int row) {
         for (int column = 0; column < mWork.columns; column += 2) {
             choose(column, row, 2);
@@ -128,8 +134,9 @@ class Chooser {
         }
     }
 
-    // Its shares of a vector in eighths, in quarters of a pixel; halves away from 0, so that both
-    // ways from the middle are equally far.
+    // Splits a vector, in eighths of a pixel, into its parts to both sources in quarters of a
+    // pixel. Halves are rounded away from 0, so that both parts are equally long in the middle of
+    // an interval.
     HWY_INLINE NodeMotion along(Vector vector) const {
         const hn::FixedTag<int32_t, 4> d;
         const hn::Rebind<int16_t, decltype(d)> half;
@@ -138,7 +145,7 @@ class Chooser {
         const auto size = hn::Mul(hn::Abs(whole), hn::Load(d, mShares));
         const auto quarters = hn::ShiftRight<15>(hn::Add(size, hn::Set(d, kPartUnit)));
         static_assert(2 * kPartUnit == 1 << 15);
-        // The older source lies behind.
+        // The part to the older source points backwards.
         const auto ahead = hn::Xor(whole, hn::Load(d, kBehind));
         const auto parts = hn::IfThenElse(hn::Lt(ahead, hn::Zero(d)), hn::Neg(quarters), quarters);
         NodeMotion motion;
@@ -156,7 +163,8 @@ class Chooser {
         mWork.nodes[node].newerShare = share;
     }
 
-    // The mean of what both fields say, where they say the same.
+    // Sets `mean` to the mean of the vectors that both fields give a node. Returns false if one of
+    // them gives none or if they differ by a pixel or more.
     HWY_INLINE bool bothSay(size_t node, Vector* mean) const {
         const Arrival& forward = mWork.forward[node];
         const Arrival& backward = mWork.backward[node];
@@ -167,6 +175,8 @@ class Chooser {
         return true;
     }
 
+    // Gives a node the vector of both fields without a comparison, if the chosen nodes around it
+    // move likewise. Otherwise returns false.
     HWY_INLINE bool follow(int column, int row) {
         Vector vector;
         if (!bothSay(mWork.at(column, row), &vector)) return false;
@@ -183,14 +193,15 @@ class Chooser {
         const auto apart =
             hn::Abs(hn::Sub(hn::LoadU(d, &around[0].dx), hn::BitCast(d, hn::Set(pairs, own))));
         if (!hn::AllTrue(d, hn::Lt(apart, hn::Set(d, kMotionUnit)))) return false;
-        // Where the others stand still, so does this one.
+        // If the nodes around do not move, this one does not either.
         if (around[0] == Vector{}) vector = {};
         set(column, row, vector, kAgreeing, mWork.byTime);
         return true;
     }
 
-    // Where both fields say the same, their mean is all there is to try as long as it fits.
-    // `beside` is how far away the nodes are that have chosen before.
+    // Chooses the vector of one node. If both fields give about the same vector, their mean is the
+    // only candidate as long as it fits. `beside` is the distance, in nodes, to the neighbours that
+    // are chosen already.
     HWY_INLINE void choose(int column, int row, int beside) {
         Best best{column, row};
         const size_t node = mWork.at(column, row);
@@ -217,6 +228,7 @@ class Chooser {
         if (arrival.rank != Arrival::kNothing) offer(arrival.vector, best);
     }
 
+    // Compares a candidate, unless the best one fits already or a similar one has been compared.
     void offer(Vector candidate, Best* best) const {
         if (best->cost <= kAgreeing) return;
         for (int i = 0; i < best->offered; ++i) {
@@ -229,7 +241,7 @@ class Chooser {
         best->vector = candidate;
     }
 
-    // No motion wins unless moving explains clearly more.
+    // Takes no motion unless the best vector is clearly better, see kMovesFor.
     HWY_INLINE void orStill(Best* best) const {
         if (best->cost <= kAgreeing && best->vector == Vector{}) return;
         uint32_t still = costOf(best->column, best->row, {}, UINT32_MAX);
@@ -242,6 +254,8 @@ class Chooser {
         best->cost = still;
     }
 
+    // Returns the share of the newer source. It goes by time if the sources agree; if they do not,
+    // the fields tell which source shows the place.
     HWY_INLINE int16_t shareAt(const Best& best) const {
         if (best.cost < kDisagreeing) return mWork.byTime;
         const auto meets = [&](const NodeField& field, int share) {
@@ -256,8 +270,9 @@ class Chooser {
         return inOlder ? int16_t{0} : static_cast<int16_t>(kWholeShare);
     }
 
-    // How far the sources differ along the motion, or anything from the limit up where it comes to
-    // that. Near the picture's edges the window moves inwards until both of them hold it.
+    // Returns the difference of the sources along a motion. A result of `limit` or more only says
+    // that the limit was reached. At the picture's edges the window moves inwards until it lies
+    // within both sources; if that is impossible, the cost is infinite.
     HWY_NOINLINE uint32_t costOf(int column, int row, const NodeMotion& motion,
                                  uint32_t limit) const {
         const auto place = [](int node, int older, int newer, int last, int* at) {
@@ -275,7 +290,8 @@ class Chooser {
         return windowDifference(older, newer, mStride, limit);
     }
 
-    // The same without motion, but for brightness.
+    // Returns the difference of the sources without motion, after making the windows equally
+    // bright.
     HWY_NOINLINE uint32_t costOfShapes(int column, int row) const {
         const int x = std::clamp(column * kNodeStep - kWindow / 2, 0, mLastX);
         const int y = std::clamp(row * kNodeStep - kWindow / 2, 0, mLastY);
@@ -287,7 +303,8 @@ class Chooser {
     const ptrdiff_t mStride;
     const int mLastX;
     const int mLastY;
-    // Of x and y back to the older source, and on to the newer.
+    // The parts of a vector to both sources, for x and y of the older and of the newer one, and the
+    // signs of these parts.
     HWY_ALIGN const int32_t mShares[4];
     HWY_ALIGN static constexpr int32_t kBehind[4] = {-1, -1, 0, 0};
 };
@@ -296,7 +313,8 @@ void Choose(const MotionPlan::Work& work) {
     Chooser(work).chooseRows();
 }
 
-// `step` leaves out blocks of a large picture: shares do not need them all.
+// Counts the unexplained blocks. In a large picture, `step` skips blocks: a share needs only a
+// sample.
 Unexplained CountUnexplained(const MotionFields& fields, const SubpixelPlanes& older,
                              const SubpixelPlanes& newer, int step) {
     constexpr int kBlock = static_cast<int>(kMotionBlock);
@@ -338,15 +356,15 @@ namespace {
 HWY_EXPORT(Choose);
 HWY_EXPORT(CountUnexplained);
 
-constexpr int kSameLayer = 13;         // eighths of a pixel: less apart is one motion
-constexpr uint16_t kFlatTexture = 2;   // below, the vector was a guess
-constexpr uint16_t kSureTexture = 4;   // from here on, standing still would show
-constexpr uint16_t kFlatHandicap = 8;  // in the rank of such a vector
+constexpr int kSameLayer = 13;        // eighths of a pixel; vectors no further apart are one motion
+constexpr uint16_t kFlatTexture = 2;  // with less texture, the vector is a guess
+constexpr uint16_t kSureTexture = 4;  // with this texture, a vector of 0 would be noticed
+constexpr uint16_t kFlatHandicap = 8;  // added to the rank of a guessed vector
 
-// Blocks of a picture that is looked at in full; of a larger one, every fourth is.
+// Up to this number of blocks, all are counted; of a larger picture, every fourth is.
 constexpr size_t kFewBlocks = 1024;
 
-// Halves away from 0, so that both fields are treated alike.
+// Halves a sum and rounds away from 0, so that both fields are treated alike.
 int16_t halved(int sum) {
     return static_cast<int16_t>((sum + (sum > 0 ? 1 : 0)) >> 1);
 }
@@ -355,20 +373,22 @@ bool moveAlike(Vector a, Vector b) {
     return distance(a, b) <= kSameLayer;
 }
 
-// The mean of a vector and of another that leads about where it does.
+// Returns the mean of both vectors if they are one motion, else the first.
 Vector meanOf(Vector own, Vector other) {
     if (!moveAlike(own, other)) return own;
     return {halved(own.dx + other.dx), halved(own.dy + other.dy)};
 }
 
+// The number of nodes that cover a length in pixels.
 int nodesOver(int pixels) {
     return (pixels + kNodeStep - 1) / kNodeStep + 1;
 }
 
 }  // namespace
 
-// A node stands in the middle of a block or between two, both ways: its vector is the mean of those
-// of the blocks around that move about as the one it belongs to.
+// A node lies in the middle of a block or on the border between blocks. It belongs to one block,
+// and its vector is the mean of the vectors of that block and of those adjoining blocks that move
+// alike.
 void NodeField::read(const MotionVector* vectors, int sign, FrameSize size) {
     const auto across = static_cast<int>(fieldWidth(size.width));
     const auto down = static_cast<int>(fieldHeight(size.height));
@@ -404,7 +424,7 @@ void NodeField::read(const MotionVector* vectors, int sign, FrameSize size) {
             put(upper[ptrdiff_t{2} * column],
                 meanOf(meanOf(own, turned(above[left])), meanOf(beside, over)));
         }
-        // Past the last block.
+        // Nodes past the last block repeat its vector.
         for (Arrival* cells : {lower, upper})
             cells[mColumns - 1] = cells[std::min(2 * across - 1, mColumns - 1)];
     }
@@ -459,7 +479,8 @@ void MotionPlan::lay(const SubpixelPlanes& older, const SubpixelPlanes& newer, T
       .nodes = mNodes.data()});
 }
 
-// Each cell goes to the node nearest to where it is after `share` of its way.
+// Each vector goes to the node nearest to the place that `share` of it leads to. If several arrive
+// at one node, the one with the best rank stays.
 void MotionPlan::carry(const NodeField& field, int share, std::vector<Arrival>* arrivals) const {
     arrivals->assign(static_cast<size_t>(mColumns) * static_cast<size_t>(mRows), {});
     for (int row = 0; row < mRows; ++row) {

@@ -1,18 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
-// Which way the picture moves at one instant between two sources.
+// The motion of the picture at one instant between two sources.
 //
-// The vectors that come in are laid over one of the two sources; a frame in between needs them laid
-// over itself. So every cell of the forward field is carried along its vector to where it is at
-// that instant, every cell of the backward field likewise from the other side, and what arrives at
-// a node of an 8-pixel grid is a candidate for it, beside what its neighbours chose and no motion
-// at all. The candidate along which the two sources agree best is taken: the sources themselves,
-// not the vectors' word for it, decide. No motion wins where nothing is clearly better: what
-// neither source explains is blended.
+// The motion fields that the client sends belong to the blocks of the sources, but an interpolated
+// frame needs motion for its own pixels. The plan therefore has a grid of nodes, 8 pixels apart,
+// and chooses a vector for each node. The vectors of the forward field are carried along to the
+// places that they reach at that instant, and the vectors of the backward field likewise from the
+// newer source. The vectors that arrive at a node are its candidates. If none of them fits, the
+// vectors chosen for neighbouring nodes and the vectors that arrive at the next ones are candidates
+// too. The plan takes the candidate along which the two sources agree best: the pixels of the
+// sources decide, not the fields. Unless a candidate is clearly better than no motion, the node
+// does not move, and the sources are blended there.
 //
-// Where the sources still disagree, the fields say which of them to believe: what moves one way in
-// the older source and is not met by the backward field in the newer one has been covered
-// meanwhile, and the older source alone shows it; what the newer one alone shows has been
-// uncovered.
+// If the sources disagree along the chosen vector too, the fields decide which source shows the
+// pixels. If the forward field has this motion in the older source and the backward field does not
+// have it in the newer one, the area has been covered meanwhile, and only the older source shows
+// it. In the opposite case it has been uncovered, and only the newer source shows it.
 #pragma once
 
 #include <algorithm>
@@ -24,23 +26,25 @@
 
 namespace qoz::host::vppservice {
 
-constexpr int kNodeStep = 8;  // pixels, both ways
+constexpr int kNodeStep = 8;  // distance of nodes in a row and in a column, in pixels
 
-constexpr int kWholeShare = 64;  // both sources' shares of a pixel
+constexpr int kWholeShare = 64;  // the shares of both sources in a pixel add up to this
 
-// The `index`th of `steps` even steps from the older source to the newer.
+// An instant between two sources: step `index` of `steps` equal steps from the older to the newer
+// one.
 struct Phase {
     uint32_t index;
     uint32_t steps;
 };
 
-// Rows of tiles, each between two rows of nodes.
+// Rows of tiles. A tile is the square between four nodes; a row of tiles lies between two rows of
+// nodes.
 struct TileRows {
     int first;
-    int end;  // behind the last one
+    int end;  // one past the last row
 };
 
-// From the older source to the newer, in units of 1 / kMotionUnit pixel.
+// The motion from the older source to the newer one, in units of 1 / kMotionUnit pixel.
 struct Vector {
     int16_t dx = 0;
     int16_t dy = 0;
@@ -48,12 +52,14 @@ struct Vector {
     bool operator==(const Vector&) const = default;
 };
 
+// The larger of the differences in x and in y, in eighths of a pixel.
 inline int distance(Vector a, Vector b) {
     return std::max(std::abs(a.dx - b.dx), std::abs(a.dy - b.dy));
 }
 
-// Where a node's pixels come from, in quarters of a pixel from its place, and how much of them from
-// the newer source. It is read as one vector of eight numbers.
+// The places in both sources from which a node's pixels are read, in quarters of a pixel relative
+// to the node, and the share of the newer source. The kernels load it as one vector of eight
+// numbers.
 struct alignas(16) NodeMotion {
     int16_t olderX = 0;
     int16_t olderY = 0;
@@ -65,24 +71,25 @@ struct alignas(16) NodeMotion {
     int16_t unused = 0;
 };
 
-// What a field says of one place, or what has arrived at one.
+// The vector of a field at one node, or the vector that has arrived at a node.
 struct Arrival {
     static constexpr uint16_t kNothing = 0xFFFF;
 
     Vector vector;
     uint16_t rank = kNothing;  // lower is better
-    bool sure = false;         // it moves, and there is something to see
+    bool sure = false;         // it moves by a pixel or more, and its block has texture
 };
 
-// One field on the grid of nodes, which is finer than its blocks, turned to lead from the older
-// source to the newer.
+// A motion field on the grid of nodes, which is finer than its blocks. Its vectors lead from the
+// older source to the newer one, whichever frame the field belongs to.
 class NodeField {
   public:
-    // `sign` is 1 for the forward field and -1 for the backward one.
+    // Reads a field. `sign` is 1 for the forward field and -1 for the backward one.
     void read(const MotionVector* vectors, int sign, FrameSize size);
 
     int columns() const { return mColumns; }
     int rows() const { return mRows; }
+    // The vector at a node. A node outside the grid stands for the nearest one inside.
     const Arrival& at(int column, int row) const {
         return mCells[static_cast<size_t>(std::clamp(row, 0, mRows - 1)) *
                           static_cast<size_t>(mColumns) +
@@ -95,34 +102,41 @@ class NodeField {
     std::vector<Arrival> mCells;
 };
 
+// The interpolator owns one and uses it for every frame, so that its memory is kept. Call take()
+// for each pair of sources, begin() for each interpolated frame, and lay() for its rows from top to
+// bottom. Not for use by two threads at once.
 class MotionPlan {
   public:
-    // Smaller frames have no room for a window of comparison.
+    // Whether frames of this size can be planned. Smaller ones have no room for the window in which
+    // sources are compared.
     static bool canServe(FrameSize size) { return size.width >= 16 && size.height >= 16; }
 
-    // The fields of a pair of frames, for all the plans laid from now on.
+    // Reads the fields of a pair of sources. They apply to all plans until the next call.
     void take(const MotionFields& fields, FrameSize size);
 
-    // Begins the plan of one instant, of which no node is chosen yet.
+    // Begins the plan of one instant. No node is chosen yet.
     void begin(Phase phase);
-    // Chooses all nodes as far as those below these tiles that are not chosen yet. `older` is as
-    // bright as `newer`: a fade has been undone. Both are of the fields' size.
+    // Chooses the nodes from the first row not yet chosen down to the lower edge of these tiles. If
+    // the brightness changes between the sources, `older` must have been made as bright as `newer`.
+    // Both have the size of the fields.
     void lay(const SubpixelPlanes& older, const SubpixelPlanes& newer, TileRows tiles);
 
-    // Of the newer source, of kWholeShare.
+    // The share of the newer source by time alone, of kWholeShare.
     int shareByTime() const { return static_cast<int>(kWholeShare * mPhase.index / mPhase.steps); }
     int columns() const { return mColumns; }
     int rows() const { return mRows; }
     int tileRows() const { return mRows - 1; }
-    // Node (column, row) stands on pixel (8 column, 8 row); the last ones on or past the far edges.
+    // The choice for a node. Node (column, row) is at pixel (8 column, 8 row); the last ones are at
+    // the right and lower edge of the picture or beyond.
     const NodeMotion& at(int column, int row) const { return mNodes[nodeAt(column, row)]; }
     const Vector& vector(int column, int row) const { return mVectors[nodeAt(column, row)]; }
 
-    // What the choice for one plan works on; see the source.
+    // The arguments of the kernel that chooses nodes; defined in the source.
     struct Work;
 
   private:
-    int olderShare() const;  // of a vector, from a node back to the older source
+    int olderShare() const;  // the part of a vector from the older source to this instant
+    // Carries the vectors of a field to this instant.
     void carry(const NodeField& field, int share, std::vector<Arrival>* arrivals) const;
     size_t nodeAt(int column, int row) const {
         return static_cast<size_t>(row) * static_cast<size_t>(mColumns) +
@@ -132,27 +146,27 @@ class MotionPlan {
     Phase mPhase = {1, 2};
     int mColumns = 0;
     int mRows = 0;
-    int mLaid = 0;  // rows of nodes that are chosen
+    int mLaid = 0;  // number of rows of nodes that are chosen
     NodeField mForwardField;
     NodeField mBackwardField;
-    std::vector<Arrival> mForward;  // at this instant
-    std::vector<Arrival> mBackward;
-    std::vector<Vector> mVectors;  // chosen
-    std::vector<Vector> mAgreed;   // see Work
-    std::vector<uint32_t> mCosts;  // along these
+    std::vector<Arrival> mForward;   // the forward field, carried to this instant
+    std::vector<Arrival> mBackward;  // likewise
+    std::vector<Vector> mVectors;    // the chosen vectors
+    std::vector<Vector> mAgreed;     // see Work::agreed
+    std::vector<uint32_t> mCosts;    // differences along the chosen vectors
     std::vector<NodeMotion> mNodes;
 };
 
-// Too few blocks to judge a picture by.
+// With fewer blocks than this no statement about the picture is possible.
 constexpr uint32_t kFewest = 8;
 
-// `part` of `whole` blocks, in percent; 0 where these are too few.
+// Returns `part` of `whole` blocks in percent, or 0 if there are fewer than kFewest.
 constexpr uint32_t percentOf(uint32_t part, uint32_t whole) {
     return whole < kFewest ? 0 : part * 100 / whole;
 }
 
-// Share of the blocks that change between two sources which differ along their vectors more than
-// half as much as in place, in percent: one number for each field.
+// The share, in percent, of the changing blocks that the motion does not explain: along its vector
+// such a block differs more than half as much as without motion. One number for each field.
 struct Unexplained {
     uint32_t forward;
     uint32_t backward;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// A session that takes everything and does nothing: the floor for benches, and the base of sessions
-// that do a little.
+// A session that accepts every operation and does nothing. Benches use it to measure the cost
+// without a service, and tests derive simple sessions from it.
 #pragma once
 
 #include <host/vppservice/VppSessionBase.h>

@@ -13,8 +13,8 @@ namespace qoz::host::vppservice::HWY_NAMESPACE {
 namespace {
 namespace hn = hwy::HWY_NAMESPACE;
 
-// What lies half way between from[i] and from[i + step], of six pixels `step` apart:
-// (20 inner - 5 middle + outer + 16) / 32.
+// Computes the pixels half way between from[i] and from[i + step], from six pixels that are `step`
+// apart: (20 inner - 5 middle + outer + 16) / 32, where each term is the sum of a symmetric pair.
 HWY_INLINE void halfPixels(const uint8_t* from, ptrdiff_t step, uint8_t* to, int count) {
     const hn::ScalableTag<int16_t> d;
     const hn::Rebind<uint8_t, decltype(d)> bytes;
@@ -32,7 +32,7 @@ HWY_INLINE void halfPixels(const uint8_t* from, ptrdiff_t step, uint8_t* to, int
     }
 }
 
-// Both ways is half down of half to the right, which it needs some rows ahead.
+// The fourth plane is the second one filtered downwards, so the second must be some rows ahead.
 void MakeHalfPixels(const HalfPlanes& planes) {
     const auto row = [&](int plane, int y) {
         return planes.picture + plane * planes.next + y * planes.stride;

@@ -19,6 +19,8 @@ std::optional<Reservation> Quota::reserve(const Resources& wanted) {
     return Reservation(shared_from_this(), wanted);
 }
 
+// The two locks are not held together: the amounts are added here, and taken back if the whole has
+// no room.
 bool Quota::take(const Resources& wanted) {
     {
         const std::lock_guard lock(mLock);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What one client may have of the service at a time, and what it has.
+// Limits for the resources that a client, and all clients together, may use at a time.
 #pragma once
 
 #include <android-base/thread_annotations.h>
@@ -11,19 +11,20 @@
 
 namespace qoz::host::vppservice {
 
+// Amounts of each limited resource.
 struct Resources {
-    uint64_t sessions = 0;     // being opened, open, and being ended
-    uint64_t calls = 0;        // of sessions, that wait to be carried out
-    uint64_t descriptors = 0;  // that came with those calls
-    uint64_t events = 0;       // flushes, drains and reconfigurations whose event is still owed
-    uint64_t buffers = 0;      // queued, not yet returned
-    uint64_t mappedBytes = 0;  // of those buffers
+    uint64_t sessions = 0;     // sessions that are being opened, are open, or are being ended
+    uint64_t calls = 0;        // calls of sessions that are not carried out yet
+    uint64_t descriptors = 0;  // descriptors that came with those calls
+    uint64_t events = 0;       // flushes, drains and reconfigurations without their event yet
+    uint64_t buffers = 0;      // outstanding buffers
+    uint64_t mappedBytes = 0;  // mapped memory of those buffers
 };
 
-// The budget of each client: far above what a real one has. A stream has 64 output slots and rarely
-// a dozen sources in the service; its client makes one call at a time; a frame of 3840 x 2160 has
-// 12 MiB. Beyond any of these an operation is answered with VPP_ERR_RESOURCES, a new session is
-// null, and nothing else of the client changes.
+// The budget of each client, far above what an ordinary one needs: a stream has 64 output slots and
+// rarely more than a dozen sources in the service, its client makes one call at a time, and a frame
+// of 3840 x 2160 takes 12 MiB. An operation beyond the budget is answered with VPP_ERR_RESOURCES, a
+// new session is null, and the client's other sessions are not affected.
 inline constexpr Resources kClientBudget{.sessions = 64,
                                          .calls = 128,
                                          .descriptors = 1024,
@@ -31,20 +32,20 @@ inline constexpr Resources kClientBudget{.sessions = 64,
                                          .buffers = 4096,
                                          .mappedBytes = 4ULL << 30};
 
-// Of one record; a frame with all its side buffers brings four.
+// The number of descriptors that one record may have. A frame with all its side buffers has four.
 inline constexpr uint64_t kMostRecordDescriptors = 32;
 
-// The budget of all clients together is what a process can carry: four threads a session, four
-// mappings a buffer (the kernel's limit is 65,530). Descriptors are bounded by the process's own
-// limit, of which these are kept for its other needs: the largest message that a bus lets through
-// brings 253, twice until it has been looked at.
+// The budget of all clients together is what a process can carry: four threads for each session,
+// and four mappings for each buffer, of which the kernel allows 65,530. Descriptors are limited by
+// the process itself; kSpareDescriptors of them are kept free for other needs. The largest message
+// on a bus has 253 descriptors, and these exist twice until the message has been parsed.
 inline constexpr uint64_t kMostSessions = 256;
 inline constexpr uint64_t kMostBuffers = 12288;
 inline constexpr uint64_t kSpareDescriptors = 600;
 
 class Quota;
 
-// Part of a quota, given back at the end of the object. Empty when moved from.
+// A reserved part of a quota, which the destructor gives back. Empty after a move.
 class Reservation {
   public:
     Reservation() = default;
@@ -63,14 +64,16 @@ class Reservation {
     Resources mTaken;
 };
 
-// Callable on any thread; its lock is a leaf.
+// The resources that one client, or all clients together, may use and do use. Callable on any
+// thread; its lock is a leaf.
 class Quota : public std::enable_shared_from_this<Quota> {
   public:
-    // What is taken here counts against `whole` too, if there is one.
+    // What is reserved here counts against `whole` too, unless that is null.
     explicit Quota(const Resources& budget, std::shared_ptr<Quota> whole = nullptr)
         : mBudget(budget), mWhole(std::move(whole)) {}
 
-    // Nothing when any of it is beyond the budget; then none of it is taken.
+    // Reserves resources. Returns nothing, and reserves nothing, if one of them would exceed a
+    // budget.
     std::optional<Reservation> reserve(const Resources& wanted) EXCLUDES(mLock);
 
   private:

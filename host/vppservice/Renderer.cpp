@@ -9,8 +9,9 @@
 namespace qoz::host::vppservice {
 namespace {
 
-constexpr int kMostDetail = 16;  // luma steps
+constexpr int kMostDetail = 16;  // the largest change of luma
 
+// Compares the areas.
 bool isLarger(FrameSize size, FrameSize than) {
     return uint64_t{size.width} * size.height > uint64_t{than.width} * than.height;
 }
@@ -19,6 +20,7 @@ size_t bytesOf(FrameSize size) {
     return nv12Layout(size.width, size.height).size;
 }
 
+// Adds half of the difference between a row and its smooth version, within the limit.
 void raiseRow(const uint8_t* from, const uint8_t* smooth, uint8_t* to, uint32_t width) {
     for (uint32_t i = 0; i < width; ++i) {
         const int detail = std::clamp((from[i] - smooth[i]) / 2, -kMostDetail, kMostDetail);
@@ -44,7 +46,7 @@ Source Renderer::open(ImportedBuffer input) {
     return source;
 }
 
-// The source's view moves to memory of its own, of unspecified content.
+// Moves the view of the source to memory of its own, whose content is unspecified.
 Nv12Canvas Renderer::ownCanvas(Source& source) {
     source.own = std::exchange(mSpare, {});
     source.own.resize(bytesOf(source.view.size));
@@ -53,6 +55,8 @@ Nv12Canvas Renderer::ownCanvas(Source& source) {
     return canvas;
 }
 
+// Writes the source with more luma detail to `to`. The half-size frame, scaled to the source's
+// size, is a smoother version of it; what the source has beyond that is detail.
 void Renderer::raiseDetail(const Nv12View& from, const Nv12View& half, const Nv12Canvas& to) {
     const FrameSize size = from.size;
     copyFrame(from, to);

@@ -10,7 +10,7 @@
 namespace qoz::host::vppservice {
 namespace {
 
-constexpr size_t kAlignment = 64;  // of what the library reads and writes
+constexpr size_t kAlignment = 64;  // alignment in bytes that the library needs
 constexpr double kLobes = 3;
 
 size_t aligned(size_t bytes) {
@@ -24,7 +24,7 @@ zimg_image_format formatOf(FrameSize size) {
     format.height = size.height;
     format.pixel_type = ZIMG_PIXEL_BYTE;
     format.color_family = ZIMG_COLOR_GREY;
-    // As given is as wanted: no value is moved from one range to another.
+    // The ranges of input and output are the same, so that the library converts no values.
     format.pixel_range = ZIMG_RANGE_FULL;
     return format;
 }

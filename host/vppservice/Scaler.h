@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Scales frames by Lanczos' filter of three lobes.
+// Scales frames with a Lanczos filter of three lobes.
 #pragma once
 
 #include <zimg.h>
@@ -11,14 +11,17 @@
 
 namespace qoz::host::vppservice {
 
-// One plane of bytes, from one size to another. The library reads and writes aligned rows, so
-// planes go through memory of the scaler's own.
+// Scales one plane of bytes. The library needs aligned rows, so the planes are copied to and from
+// aligned memory.
 class PlaneScaler {
   public:
-    // Keeps what it has when the sizes are those of the last call. False: not to be scaled so.
+    // Prepares for a pair of sizes; does nothing if they are those of the last call. Returns false
+    // if the library cannot scale between them. Throws std::bad_alloc if memory cannot be
+    // allocated.
     bool prepare(FrameSize from, FrameSize to);
 
-    // `step` bytes lie between two samples of a row on either side: 2 for one half of chroma.
+    // Scales a plane. `step` is the distance between two samples of a row in bytes: 1 for luma, 2
+    // for one component of chroma.
     void scale(const uint8_t* from, size_t fromStride, uint8_t* to, size_t toStride, int step);
 
   private:
@@ -40,8 +43,10 @@ class PlaneScaler {
     Memory mSpare;
 };
 
+// Scales whole frames. Not for use by two threads at once.
 class FrameScaler {
   public:
+    // If the library cannot scale between these sizes, a bilinear filter is used instead.
     void scale(const Nv12View& from, const Nv12Canvas& to);
 
   private:

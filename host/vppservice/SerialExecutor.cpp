@@ -12,14 +12,15 @@ namespace qoz::host::vppservice {
 
 using Jobs = std::deque<std::function<void()>>;
 
+// The queue is shared with the thread, which may outlive the executor.
 struct SerialExecutor::Queue {
     std::mutex lock;
     std::condition_variable changed;
     Jobs jobs GUARDED_BY(lock);
-    bool closed GUARDED_BY(lock) = false;   // takes no job any more
-    bool stopped GUARDED_BY(lock) = false;  // runs none any more
+    bool closed GUARDED_BY(lock) = false;   // accepts no more jobs
+    bool stopped GUARDED_BY(lock) = false;  // runs no more jobs
 
-    // Empty: the end.
+    // Waits for the next job. An empty one ends the thread.
     std::function<void()> next() EXCLUDES(lock) {
         std::unique_lock waiting(lock);
         const android::base::ScopedLockAssertion held(lock);
@@ -33,7 +34,8 @@ struct SerialExecutor::Queue {
         return job;
     }
 
-    // Takes no more; what waited, for the caller to destroy without the lock.
+    // Accepts no more jobs after `last`. Returns the waiting jobs, so that the caller destroys them
+    // without the lock.
     Jobs close(std::function<void()> last, bool stop) EXCLUDES(lock) {
         Jobs dropped;
         const std::lock_guard held(lock);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// One thread that does what it is given, in order.
+// Runs jobs one after another on one thread.
 #pragma once
 
 #include <chrono>
@@ -10,25 +10,27 @@
 
 namespace qoz::host::vppservice {
 
-// Whoever must not wait, such as the thread that reads a bus, hands its work over to one. Jobs own
-// what they work on; one that is dropped is destroyed without a lock. Callable on any thread.
+// A thread that must not wait, such as the reader of a bus, posts its work to an executor. A job
+// owns what it works on; a dropped job is destroyed without a lock. Callable on any thread unless
+// stated otherwise.
 class SerialExecutor {
   public:
-    // Throws std::system_error when there is no thread to be had.
+    // Starts the thread. Throws std::system_error if it cannot be created.
     SerialExecutor();
     ~SerialExecutor() { stop(std::chrono::milliseconds(0)); }
 
     SerialExecutor(const SerialExecutor&) = delete;
     SerialExecutor& operator=(const SerialExecutor&) = delete;
 
-    // Dropped when the executor has been stopped, or has its last job.
+    // Queues a job. It is dropped after postLast() or stop().
     void post(std::function<void()> job);
 
-    // Drops what waits; this one still runs, after the job under way.
+    // Drops the waiting jobs and queues the last one, which runs after the job under way. Does
+    // nothing after another postLast() or stop().
     void postLast(std::function<void()> job);
 
-    // Drops what waits and waits for what runs; past the limit, or on the executor itself, it does
-    // not. Not for use from two threads at once.
+    // Drops the waiting jobs and waits for the job under way, at most for `limit`, and not if
+    // called on the executor's thread. Not for use by two threads at once.
     void stop(std::chrono::milliseconds limit);
 
   private:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A VPP service of one session that a test or a bench brings.
+// A VPP service for tests and benches that hands out a session which they provide.
 #pragma once
 
 #include <aidl/vendor/vuq/hardware/vpp/BnVppService.h>
@@ -11,7 +11,8 @@
 
 namespace qoz::host {
 
-// Registered under the service's instance name while it lives.
+// Is registered under the service's instance name from construction to destruction, except between
+// unregister() and registerAgain().
 template <typename Session>
 class SingleSessionService {
   public:
@@ -30,12 +31,13 @@ class SingleSessionService {
 
     static std::string instance() { return defaultInstance<Vpp>(); }
 
-    // The session that the next caller gets; null: none.
+    // The session that the next call gets; null if the service is to refuse one.
     std::shared_ptr<Session> next;
 
   private:
     using Vpp = aidl::vendor::vuq::hardware::vpp::IVppService;
 
+    // The service object that clients call.
     class Factory : public aidl::vendor::vuq::hardware::vpp::BnVppService {
       public:
         explicit Factory(SingleSessionService& owner) : mOwner(owner) {}

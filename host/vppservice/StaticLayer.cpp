@@ -16,16 +16,16 @@
 #define QOZ_HOST_VPPSERVICE_STATIC_LAYER_ONCE
 namespace qoz::host::vppservice {
 
-// Where suspects are looked for, and where they are noted.
+// The arguments of the kernel.
 struct StaticLayer::Search {
     const SubpixelPlanes& older;
     const SubpixelPlanes& newer;
     const MotionPlan& plan;
-    int columns;  // of tiles
+    int columns;  // number of tiles in a row
     TileRows rows;
-    uint8_t* suspects;  // 0 or 255 for each pixel, all 0 before
+    uint8_t* suspects;  // is set to 255 for each suspect; all 0 before
     ptrdiff_t stride;
-    uint8_t* tiles;  // 1: there is one
+    uint8_t* tiles;  // is set to 1 for each tile with a suspect
 };
 
 }  // namespace qoz::host::vppservice
@@ -35,13 +35,14 @@ HWY_BEFORE_NAMESPACE();
 namespace qoz::host::vppservice::HWY_NAMESPACE {
 namespace {
 
-// Grey levels by which a pixel may change that stands still, and by which it must differ from what
-// moves.
+// In grey levels: the largest change of a pixel that stands still, and the smallest difference from
+// the pixels that the motion predicts.
 constexpr uint8_t kStill = 6;
 constexpr uint8_t kUnlike = 24;
 
-// Rows of pixels in both sources: where they are, and where the motion around leads from the other
-// source: `olderMoved` shows what would be at `newer`, and the other way round.
+// Rows of pixels in both sources, at the same place and displaced by the motion. The motion would
+// bring the pixels of `olderMoved` to the place of `newer`, and those of `older` to the place of
+// `newerMoved`.
 struct StillRows {
     const uint8_t* older;
     const uint8_t* newer;
@@ -49,9 +50,9 @@ struct StillRows {
     const uint8_t* newerMoved;
 };
 
-// Of kNodeStep rows, as many tiles beside each other as the vector holds: marks with 255 what is
-// the same in both sources and what the motion explains in neither, and notes the tiles that have
-// some. Says whether any has.
+// Marks the suspects of as many tiles as a vector holds, with kNodeStep rows each: pixels that are
+// the same in both sources and that the motion explains in neither. Notes the tiles that have
+// suspects. Returns whether any has.
 template <class D>
 HWY_INLINE bool markStill(D d, const StillRows& rows, ptrdiff_t stride, uint8_t* mask,
                           ptrdiff_t maskStride, uint8_t* tiles) {
@@ -82,7 +83,8 @@ HWY_INLINE bool markStill(D d, const StillRows& rows, ptrdiff_t stride, uint8_t*
     return true;
 }
 
-// Looks for suspects in tiles beside each other that move alike.
+// Finds suspects in the tiles of a range of rows. Adjoining tiles that move alike are processed
+// together.
 class Suspects {
   public:
     explicit Suspects(const StaticLayer::Search& search)
@@ -97,7 +99,8 @@ class Suspects {
     }
 
   private:
-    // In whole pixels; none: too little to tell.
+    // A motion in whole pixels. A step of 0 means that the tile moves too little to tell the layer
+    // from the picture.
     struct Step {
         int dx = 0;
         int dy = 0;
@@ -105,7 +108,7 @@ class Suspects {
         bool operator==(const Step&) const = default;
     };
 
-    // Of the motion of the four nodes around a tile, the one that leads furthest.
+    // Returns the longest of the vectors of the four nodes around a tile.
     HWY_INLINE Step stepOf(int column, int row) const {
         const auto length = [](const Vector& v) { return std::abs(v.dx) + std::abs(v.dy); };
         const Vector* upper = &mSearch.plan.vector(column, row);
@@ -119,7 +122,8 @@ class Suspects {
         return {whole(most.dx), whole(most.dy)};
     }
 
-    // Returns how many tiles are done with.
+    // Searches the tiles from this one on that move alike. Returns the number of tiles that are
+    // finished.
     HWY_INLINE int findFrom(int column, int row) {
         const Step step = stepOf(column, row);
         if (step == Step{}) return 1;
@@ -148,7 +152,7 @@ class Suspects {
         return end - column;
     }
 
-    // As long as a vector is full. Returns the tile after the last one looked at.
+    // Searches tiles as long as they fill a whole vector. Returns the first tile that is left.
     template <class D>
     HWY_INLINE int findBy(D d, int first, int last, int y, int row, Step step) {
         const auto tiles = static_cast<int>(hn::Lanes(d)) / kNodeStep;
@@ -188,13 +192,16 @@ namespace {
 
 HWY_EXPORT(Suspect);
 
-// Neighbours, of eight, that are suspected too: an end of a line has one, a speck none.
+// The number of the eight neighbours that must be suspects too. A pixel within a line has that
+// many; the end of a line has one, and a speck none.
 constexpr int kSupport = 2;
 
+// Rounds quarters of a pixel to whole pixels.
 int wholePixels(int quarters) {
     return (quarters + 2) >> 2;
 }
 
+// Mixes the two sources by the share of the newer one.
 uint8_t mixed(int older, int newer, int newerShare) {
     return static_cast<uint8_t>(
         (older * (kWholeShare - newerShare) + newer * newerShare + kWholeShare / 2) / kWholeShare);
@@ -237,7 +244,7 @@ void StaticLayer::confirmAll() {
     }
 }
 
-// The size counts only once all masks have it: memory may run out in between.
+// The new size is set last: if an allocation fails before that, the next call starts again.
 void StaticLayer::resize(int width, int height) {
     mWidth = mHeight = 0;
     mSuspected = false;
@@ -255,7 +262,7 @@ void StaticLayer::resize(int width, int height) {
     mHeight = height;
 }
 
-// Wipes what the last frame has left, where it has.
+// Only tiles with suspects can have marks.
 void StaticLayer::forget() {
     for (int row = 0; row < mRows; ++row) {
         for (int column = 0; column < mColumns; ++column) {
@@ -270,6 +277,7 @@ void StaticLayer::forget() {
     }
 }
 
+// A suspect belongs to the layer if at least kSupport of its neighbours are suspects.
 void StaticLayer::confirm(int column, int row) {
     bool any = false;
     const int right = std::min((column + 1) * kNodeStep, mWidth);
@@ -300,8 +308,8 @@ void StaticLayer::confirm(int column, int row) {
     }
 }
 
-// Whether any tile that the eight pixels from (x, y), both ways, or the pixels beside these lie in
-// has some of the mask.
+// Returns whether a tile with pixels of the layer is touched by the 8 x 8 pixels from (x, y) or by
+// the pixels next to them.
 bool StaticLayer::touches(int x, int y) const {
     const auto tile = [](int pixel, int last) { return std::clamp(pixel >> 3, 0, last); };
     const int left = tile(x - 1, mColumns - 1), right = tile(x + kNodeStep, mColumns - 1);
@@ -314,7 +322,8 @@ bool StaticLayer::touches(int x, int y) const {
     return false;
 }
 
-// A pixel beside the mask shows some of it, read between pixels.
+// Returns whether the pixel or one of its four neighbours belongs to the layer. The neighbours
+// count because a place between pixels is computed from the pixels around it.
 bool StaticLayer::near(int x, int y) const {
     if (x < 0 || y < 0 || x >= mWidth || y >= mHeight) return false;
     const uint8_t* here = at(x, y);
@@ -329,7 +338,7 @@ void StaticLayer::restore(const SubpixelPlanes& older, const SubpixelPlanes& new
         for (int column = 0; column < mColumns; ++column) {
             const NodeMotion& node = plan.at(column, row);
             if (node.acrossX == 0 && node.acrossY == 0) continue;
-            // Few tiles lead to the neighbourhood of any.
+            // A quick test: the motion of most tiles does not lead near the layer.
             const auto leadsNear = [&](int dx, int dy) {
                 const auto tile = [](int pixel, int tiles) {
                     return std::clamp(pixel >> 3, 0, tiles - 1);
@@ -352,6 +361,7 @@ void StaticLayer::restore(const SubpixelPlanes& older, const SubpixelPlanes& new
     }
 }
 
+// If the motion leads behind the layer in one source only, the pixel is read from the other source.
 void StaticLayer::uncover(const SubpixelPlanes& older, const SubpixelPlanes& newer,
                           const NodeMotion& node, int column, int row, const Nv12Canvas& to) const {
     const int x = column * kNodeStep;

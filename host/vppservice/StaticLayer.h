@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// What stands still over a picture that moves: thin lines and letters of a display.
+// Restores the static layer of a picture: thin lines and letters of a display that stand still
+// while the picture behind them moves. Interpolation along the motion would blur or double them.
 //
-// A pixel belongs to it that is the same in both sources where it is, and that the motion around it
-// explains in neither; so many of its neighbours do too that it is no accident. A frame in between
-// shows it as it is, however thin it is. And what the motion fetches from behind it in one source
-// is taken from the other, where it is not covered.
+// A pixel belongs to the layer if it is the same in both sources, if the motion around it explains
+// it in neither source, and if enough of its neighbours are such pixels too. In the interpolated
+// frame the layer's pixels are copied from their own place. Pixels whose motion leads behind the
+// layer in one source are read from the other source alone.
 #pragma once
 
 #include <vector>
@@ -13,30 +14,37 @@
 
 namespace qoz::host::vppservice {
 
+// Call begin() for each interpolated frame, suspect() for its rows, and restore() when all rows are
+// written. The interpolator owns one. Not for use by two threads at once.
 class StaticLayer {
   public:
     // Begins a frame of this size.
     void begin(FrameSize size);
-    // Looks for suspects in these tiles, the nodes around which are chosen. `older` is as bright as
-    // `newer`, as the plan was laid.
+    // Marks the pixels of these tiles that may belong to the layer, the suspects. The nodes around
+    // the tiles must be chosen. `older` must be as bright as `newer`, as for MotionPlan::lay().
     void suspect(const SubpixelPlanes& older, const SubpixelPlanes& newer, const MotionPlan& plan,
                  TileRows tiles);
-    // Of all tiles; puts right what has been written along the plan.
+    // Confirms the suspects and corrects the frame that has been written along the plan.
     void restore(const SubpixelPlanes& older, const SubpixelPlanes& newer, const MotionPlan& plan,
                  const Nv12Canvas& to);
 
-    // What the search for suspects works on; see the source.
+    // The arguments of the kernel that finds suspects; defined in the source.
     struct Search;
 
   private:
-    static constexpr int kRim = 2;  // pixels around the mask, so that neighbours may be looked at
+    static constexpr int kRim = 2;  // pixels around the mask, so that every pixel has neighbours
 
     void resize(int width, int height);
+    // Clears the masks where the last frame has set them.
     void forget();
+    // Moves the suspects with enough neighbours to the mask and notes the tiles that have some.
     void confirmAll();
+    // Does so for one tile.
     void confirm(int column, int row);
+    // Corrects the pixels of a moving tile that the motion reads from behind the layer.
     void uncover(const SubpixelPlanes& older, const SubpixelPlanes& newer, const NodeMotion& node,
                  int column, int row, const Nv12Canvas& to) const;
+    // Copies the layer's pixels of a tile from their own place.
     void paste(const SubpixelPlanes& older, const SubpixelPlanes& newer, int share, int column,
                int row, const Nv12Canvas& to) const;
     bool touches(int x, int y) const;
@@ -58,11 +66,12 @@ class StaticLayer {
     int mStride = 0;
     int mColumns = 0;  // tiles
     int mRows = 0;
-    std::vector<uint8_t> mSuspects;  // 0 or 255 for each pixel
-    std::vector<uint8_t> mMask;
-    std::vector<uint8_t> mTiles;         // 1: the tile has some of the mask
-    std::vector<uint8_t> mAround;        // 1: it has, or one of the eight around it
-    std::vector<uint8_t> mSuspectTiles;  // 1: it has suspects, as long as mSuspected
+    std::vector<uint8_t> mSuspects;  // pixels that may belong to the layer, 0 or 255 for each
+    std::vector<uint8_t> mMask;      // pixels of the layer, likewise
+    // For each tile: 1 if it has pixels of the layer (before confirmAll(), suspects).
+    std::vector<uint8_t> mTiles;
+    std::vector<uint8_t> mAround;  // 1: the tile or one of the eight around it has such pixels
+    std::vector<uint8_t> mSuspectTiles;  // 1: the tile has suspects; valid if mSuspected
     bool mSuspected = false;
     bool mAny = false;
 };

@@ -12,7 +12,8 @@ namespace {
 // Bytes that a kernel may write past the end of a row.
 constexpr int kVector = 64;
 
-// Which two of the four planes, and of which of their pixels, a quarter is the mean of.
+// The plane and the pixel that a quarter place is read from. Each place is the mean of a first and
+// a second one.
 struct Source {
     int plane;  // 0 the picture, 1 half to the right, 2 half down, 3 both
     int right;
@@ -33,10 +34,10 @@ void SubpixelPlanes::resize(FrameSize size) {
     const int width = static_cast<int>(size.width);
     const int height = static_cast<int>(size.height);
     if (width == mWidth && height == mHeight) return;
-    mWidth = mHeight = 0;  // until there is memory
+    mWidth = mHeight = 0;  // until the allocation has succeeded
     mStride = ptrdiff_t{(width + 2 * kRim + kVector + 63) / 64} * 64;
     mPlane = mStride * (height + 2 * kRim);
-    // Kernels read whole vectors: past the last row's end, and before the first row's beginning.
+    // Kernels read whole vectors, also past the end of the last row and before the first row.
     constexpr ptrdiff_t kSlack = 64;
     mBytes.assign(static_cast<size_t>(5 * mPlane + 2 * kSlack), 0);
     mWidth = width;
@@ -52,7 +53,7 @@ void SubpixelPlanes::resize(FrameSize size) {
     }
 }
 
-// Repeats the picture's edge: `rim` rows, and as many samples, of one byte or two.
+// Repeats the edge pixels of a plane: `rim` rows above and below, and `rim` samples at each side.
 template <typename Sample>
 void SubpixelPlanes::extend(uint8_t* origin, ptrdiff_t stride, int samples, int rows, int rim) {
     const auto bytes = ptrdiff_t{samples} * static_cast<ptrdiff_t>(sizeof(Sample));

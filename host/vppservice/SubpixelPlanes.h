@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A frame that can be read off its grid of pixels, and a little outside of it.
+// A source frame that can be read between its pixels and a little outside of its edges.
 #pragma once
 
 #include <array>
@@ -9,42 +9,45 @@
 
 namespace qoz::host::vppservice {
 
-// Two rows of pixels, or planes of them, whose mean is meant.
+// Two pointers to pixels; the value meant is the mean of both. The pixels that follow in rows and
+// planes form such pairs too.
 struct PixelPair {
     const uint8_t* first;
     const uint8_t* second;
 };
 
-// A place in quarters of a pixel of luma.
+// A place in quarters of a luma pixel.
 struct QuarterPlace {
     int x;
     int y;
 };
 
-// The picture itself and what lies half a pixel to the right, half a pixel down, and both, each
-// made once by a filter of six taps; the quarters between are means of two of the four. A rim
-// around the picture repeats its edge.
+// Holds four luma planes: the picture, the picture half a pixel to the right, half a pixel down,
+// and both, each computed once with a filter of six taps. The values at quarter pixels are means of
+// two of the four. A rim around the picture repeats its edge pixels. Keeps its memory from frame to
+// frame. The interpolator owns it.
 class SubpixelPlanes {
   public:
-    static constexpr int kRim = 24;  // pixels
+    static constexpr int kRim = 24;  // width of the rim in pixels
 
+    // Reads a frame of luma and chroma. Throws std::bad_alloc if memory cannot be allocated.
     void build(const Nv12View& frame);
-    // The same without chroma, of a frame whose luma is made brighter: luma + luma * gain / 256 +
-    // offset.
+    // Reads only the luma, with a change of brightness: luma + luma * gain / 256 + offset.
     void buildLuma(const Nv12View& frame, int gain, int offset);
 
-    // Two bytes whose mean is the luma there, and with them all that follow to the right and, by
-    // the stride, below. The place may be in the rim, three pixels from its outer edge at most.
+    // Returns the luma at a place as a pair; the pixels to the right and, by the stride, below
+    // follow. The place may be in the rim, but not within three pixels of its outer edge.
     PixelPair at(QuarterPlace place) const {
         const int q = (place.y & 3) * 4 + (place.x & 3);
         const uint8_t* origin = mOrigin + (place.y >> 2) * mStride + (place.x >> 2);
         return {origin + mFirst[static_cast<size_t>(q)], origin + mSecond[static_cast<size_t>(q)]};
     }
-    // The picture's own pixels.
+    // The pixels of the picture itself.
     uint8_t* pixel(int x, int y) { return mOrigin + y * mStride + x; }
     const uint8_t* pixel(int x, int y) const { return mOrigin + y * mStride + x; }
 
-    // Chroma, a row of samples of two bytes for each two rows of luma, with half the rim.
+    // A sample of chroma, two bytes. There is one row of samples for two rows of luma, and the rim
+    // is half as wide.
     const uint8_t* chroma(int x, int y) const {
         return mChromaOrigin + ptrdiff_t{y} * mStride + ptrdiff_t{2} * x;
     }
@@ -58,7 +61,7 @@ class SubpixelPlanes {
     template <typename Sample>
     static void extend(uint8_t* origin, ptrdiff_t stride, int samples, int rows, int rim);
     void copyChroma(const Nv12View& frame);
-    // The rim, and what lies between pixels.
+    // Makes the rim and the planes between pixels.
     void finishLuma();
 
     std::vector<uint8_t> mBytes;
@@ -68,7 +71,7 @@ class SubpixelPlanes {
     ptrdiff_t mPlane = 0;  // bytes from one of the four planes to the next
     int mWidth = 0;
     int mHeight = 0;
-    std::array<ptrdiff_t, 16> mFirst{};  // from a pixel's place, by quarter
+    std::array<ptrdiff_t, 16> mFirst{};  // offsets from a pixel for each of the 16 quarter places
     std::array<ptrdiff_t, 16> mSecond{};
 };
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Tiles of 8 x 8 pixels between the nodes of a plan: where their motion leads, how they are walked
-// through, and how what four nodes predict is mixed. For files that are compiled once for each
-// vector extension.
+// Tiles of 8 x 8 pixels between the nodes of a plan: the places that their motion leads to, the
+// walk over a row of tiles, and the mix of four predictions. For files that are compiled once for
+// each vector extension.
 
 // Included again for each extension, hence no `#pragma once`.
 #if defined(QOZ_HOST_VPPSERVICE_TILES_INL_H) == defined(HWY_TARGET_TOGGLE)
@@ -23,19 +23,21 @@
 HWY_BEFORE_NAMESPACE();
 namespace qoz::host::vppservice::HWY_NAMESPACE {
 
-// Quarters of a pixel: nodes further apart move as different things.
+// Nodes whose motions differ by more than this belong to different objects. In quarters of a pixel.
 constexpr int kApart = 4;
 
-// Pixels of a tile, row after row without gaps. Chroma has half as many rows.
+// The bytes of a tile in rows without padding. Chroma has half as many rows.
 constexpr size_t kTilePixels = size_t{kNodeStep} * kNodeStep;
 
-// For each byte of a tile the shares, of 16, of the right-hand nodes and of the lower ones.
+// For each byte of a tile, the share of the right-hand nodes and the share of the lower nodes, of
+// 16.
 struct Shares {
     HWY_ALIGN uint16_t right[kTilePixels];
     HWY_ALIGN uint16_t below[kTilePixels];
 };
 
-// `wide` bytes of a row lie at one place across, `tall` rows between two nodes.
+// Computes the shares: `wide` is the number of bytes in a row that belong to one place, `tall` the
+// number of rows between two nodes.
 constexpr Shares sharesOf(size_t wide, size_t tall) {
     constexpr size_t kStep = kNodeStep;
     Shares shares{};
@@ -48,16 +50,18 @@ constexpr Shares sharesOf(size_t wide, size_t tall) {
 
 using NodeLanes = hn::FixedTag<int16_t, 8>;
 
+// Loads a node's motion and share as one vector.
 HWY_INLINE hn::VFromD<NodeLanes> lanesOf(const NodeMotion& node) {
     static_assert(sizeof(NodeMotion) == sizeof(int16_t) * 8);
     return hn::Load(NodeLanes(), &node.olderX);
 }
 
+// Whether all lanes are 0.
 HWY_INLINE bool isZero(hn::VFromD<NodeLanes> lanes) {
     return hn::AllTrue(NodeLanes(), hn::Eq(lanes, hn::Zero(NodeLanes())));
 }
 
-// The nodes around a tile: top left, top right, bottom left, bottom right.
+// A tile with the four nodes around it: top left, top right, bottom left, bottom right.
 struct Tile {
     const NodeMotion* nodes[4];
 
@@ -66,12 +70,15 @@ struct Tile {
                 &plan.at(column, row + 1) + 1} {}
 
     HWY_INLINE hn::VFromD<NodeLanes> lanes(size_t node) const { return lanesOf(*nodes[node]); }
+    // Whether two nodes have the same motion and share.
     HWY_INLINE bool same(size_t a, size_t b) const { return isZero(hn::Xor(lanes(a), lanes(b))); }
+    // Whether all four nodes have the same motion and share.
     HWY_INLINE bool alike() const {
         const auto first = lanes(0);
         return isZero(hn::Or(hn::Or(hn::Xor(first, lanes(1)), hn::Xor(first, lanes(2))),
                              hn::Xor(first, lanes(3))));
     }
+    // Whether the motion of the nodes differs by more than kApart.
     HWY_INLINE bool apart() const {
         const NodeLanes d;
         const auto between = [this](size_t a, size_t b)
@@ -82,12 +89,13 @@ struct Tile {
                                                          kApart, kApart, kAny, kAny};
         return !hn::AllFalse(d, hn::Gt(most, hn::Load(d, kLimits)));
     }
+    // Whether all four nodes have the same share.
     HWY_INLINE bool sharedAlike() const {
         return nodes[0]->newerShare == nodes[1]->newerShare &&
                nodes[0]->newerShare == nodes[2]->newerShare &&
                nodes[0]->newerShare == nodes[3]->newerShare;
     }
-    // Of nodes that are not apart.
+    // The mean motion of nodes that are not apart and have the same share.
     HWY_INLINE NodeMotion mean() const {
         const NodeLanes d;
         const auto sum = hn::Add(hn::Add(lanes(0), lanes(1)), hn::Add(lanes(2), lanes(3)));
@@ -98,20 +106,22 @@ struct Tile {
     }
 };
 
-// Where a node's motion leads from a tile in both sources, and the share of the newer one.
+// The places in both sources that a node's motion leads to from a tile, and the share of the newer
+// source.
 struct Places {
     QuarterPlace older;
     QuarterPlace newer;
     int newerShare;  // of kWholeShare
 };
 
-// Finds the places of a tile in two sources of one size.
+// Finds the places of tiles in two sources of one size.
 class PlaceFinder {
   public:
     explicit PlaceFinder(const SubpixelPlanes& planes)
         : mLastX(4 * (planes.width() - kNodeStep)), mLastY(4 * (planes.height() - kNodeStep)) {}
 
-    // Where the motion leads out of one source, the other alone is used.
+    // Returns the places for a tile at pixel (x, y). If the motion leads out of one source only,
+    // the other one gets the whole share. Places beyond the rim are moved into it.
     HWY_INLINE Places of(const NodeMotion& node, int x, int y) const {
         const Lanes d;
         auto to = placesOf(node, x, y);
@@ -123,7 +133,7 @@ class PlaceFinder {
             const bool leavesOlder = (leaves[0] | leaves[1]) != 0;
             const bool leavesNewer = (leaves[2] | leaves[3]) != 0;
             if (leavesOlder != leavesNewer) share = leavesNewer ? 0 : kWholeShare;
-            // All of a place lies well within the rim for a tile.
+            // The limit keeps a whole tile within the rim.
             to = hn::Min(hn::Max(to, hn::Set(d, -4 * kOut)),
                          pairOf(mLastX + 4 * kOut, mLastY + 4 * kOut));
         }
@@ -137,10 +147,10 @@ class PlaceFinder {
     }
 
   private:
-    // x and y in the older source, and in the newer.
+    // x and y in the older source, and x and y in the newer one.
     using Lanes = hn::FixedTag<int32_t, 4>;
 
-    // Further out than this there is no rim to read.
+    // In pixels. A tile further outside would not lie within the rim.
     static constexpr int kOut = SubpixelPlanes::kRim - 8;
 
     static HWY_INLINE hn::VFromD<Lanes> pairOf(int x, int y) {
@@ -151,6 +161,7 @@ class PlaceFinder {
         const hn::Rebind<int16_t, Lanes> half;
         return hn::Add(hn::PromoteTo(d, hn::LoadU(half, &node.olderX)), pairOf(4 * x, 4 * y));
     }
+    // Marks the coordinates that lie more than a pixel outside the picture.
     HWY_INLINE hn::Mask<Lanes> outside(hn::VFromD<Lanes> to, int x, int y) const {
         const auto most = pairOf(std::max(4 * x, mLastX) + 4, std::max(4 * y, mLastY) + 4);
         return hn::Or(hn::Lt(to, hn::Set(Lanes(), -4)), hn::Gt(to, most));
@@ -160,15 +171,15 @@ class PlaceFinder {
     const int mLastY;
 };
 
-// Calls span(tile, x, y, columns) for tiles alike, as many in a row as there are, and one(tile, x,
-// y) for the others.
+// Walks over a row of tiles. Calls span(tile, x, y, columns) for as many adjoining tiles as have
+// nodes that all move alike, and one(tile, x, y) for each other tile.
 template <typename Span, typename One>
 HWY_INLINE void forEachTile(const MotionPlan& plan, const PlaceFinder& places, int width, int row,
                             Span span, One one) {
     const int y = row * kNodeStep;
     const int columns = plan.columns() - 1;
     for (int column = 0; column < columns;) {
-        // The last tile of a row that eight does not divide overlaps the one before.
+        // If the width is not a multiple of eight, the last tile overlaps the one before.
         const int x = std::min(column * kNodeStep, width - kNodeStep);
         const Tile tile(plan, column, row);
         if (!tile.alike()) {
@@ -194,16 +205,17 @@ HWY_INLINE void forEachTile(const MotionPlan& plan, const PlaceFinder& places, i
     }
 }
 
-// Words below 256 as bytes.
+// Converts words below 256 to bytes.
 template <class D, class V>
 HWY_INLINE hn::VFromD<D> narrow(D bytes, V words) {
     return hn::DemoteTo(bytes, hn::BitCast(hn::RebindToSigned<hn::DFromV<V>>(), words));
 }
 
-// What each of a tile's nodes predicts for all of it. Nodes that move alike share one prediction.
+// The predictions of a tile's four nodes, each for the whole tile. Nodes that move alike share one
+// prediction.
 class Predictions {
   public:
-    // predict(k, to) writes what node k predicts.
+    // Calls predict(k, to) for each prediction, to write that of node k.
     template <class Predict>
     HWY_INLINE Predictions(const Tile& tile, const Predict& predict) {
         for (size_t k = 0; k < 4; ++k) {
@@ -215,13 +227,14 @@ class Predictions {
         }
     }
 
-    // Mixes the first `count` bytes by distance.
+    // Mixes the first `count` bytes by the distance to the nodes.
     HWY_INLINE void mix(const Shares& shares, size_t count, uint8_t* to) const {
         const hn::CappedTag<uint16_t, 32> d;
         const hn::Rebind<uint8_t, decltype(d)> bytes;
         for (size_t i = 0; i < count; i += hn::Lanes(d)) {
             const auto right = hn::Load(d, shares.right + i);
-            // left * 16 + (right - left) * share; differences wrap around and back.
+            // Computes left * 16 + (right - left) * share. The difference may wrap around, but the
+            // sum wraps back.
             const auto mean = [&](auto from, auto other, auto share) HWY_ATTR {
                 return hn::Add(hn::ShiftLeft<4>(from), hn::Mul(hn::Sub(other, from), share));
             };
@@ -241,7 +254,7 @@ class Predictions {
     const uint8_t* mOf[4];
 };
 
-// Rows of eight bytes to where they belong.
+// Copies the rows of a tile to their place in the frame.
 HWY_INLINE void copyTile(const uint8_t* pixels, uint8_t* to, ptrdiff_t toStride, int rows) {
     for (int row = 0; row < rows; ++row)
         std::memcpy(to + row * toStride, pixels + ptrdiff_t{row} * kNodeStep, kNodeStep);

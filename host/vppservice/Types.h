@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Names of the interface package as this module uses them.
+// Short names for the types of the interface package.
 #pragma once
 
 #include <aidl/vendor/vuq/hardware/vpp/IVpp.h>
@@ -9,7 +9,7 @@ namespace qoz::host::vppservice {
 
 namespace vpp = ::aidl::vendor::vuq::hardware::vpp;
 
-// Numbers in records, whatever the sign that their declaration has.
+// Read and write the numbers of records. The interface package may declare them signed or unsigned.
 using android::setUnsigned;
 using android::unsignedOf;
 

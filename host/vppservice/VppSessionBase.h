@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The operations of a session that no client here calls. Whoever plays a session derives from this
-// and writes only the rest.
+// The base of all sessions. It refuses the operations that the library and the tools never call; a
+// derived class implements the others.
 #pragma once
 
 #include <aidl/vendor/vuq/hardware/vpp/BnVpp.h>

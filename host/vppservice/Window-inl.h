@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Pixels between pixels, and windows of them compared; for files that are compiled once for each
+// Reading between pixels, and the comparison of windows. For files that are compiled once for each
 // vector extension.
 
 // Included again for each extension, hence no `#pragma once`.
@@ -24,13 +24,15 @@ using host::HWY_NAMESPACE::Sums2;
 using host::HWY_NAMESPACE::sumsOfDifferences;
 using host::HWY_NAMESPACE::total;
 
+// Loads pixels of a pair: the rounded means of both.
 template <class D>
 HWY_INLINE hn::VFromD<D> meanOf(D d, PixelPair pair, ptrdiff_t offset) {
     return hn::AverageRound(hn::LoadU(d, pair.first + offset), hn::LoadU(d, pair.second + offset));
 }
 
-// Sum of absolute differences between a and b over every second row of 16x16 pixels, where
-// load(pair, offset) reads; over every fourth alone where that comes to the limit.
+// Returns the sum of absolute differences between a and b over every second row of 16x16 pixels;
+// load(pair, offset) reads the pixels. If the first half of these rows already reaches `limit`, the
+// other half is not added.
 template <class Load>
 HWY_INLINE uint32_t windowDifferenceBy(const Load& load, PixelPair a, PixelPair b, ptrdiff_t stride,
                                        uint32_t limit) {
@@ -44,6 +46,7 @@ HWY_INLINE uint32_t windowDifferenceBy(const Load& load, PixelPair a, PixelPair 
     return all;
 }
 
+// The same, with a faster way of reading for places at whole pixels.
 HWY_INLINE uint32_t windowDifference(PixelPair a, PixelPair b, ptrdiff_t stride,
                                      uint32_t limit = UINT32_MAX) {
     const Bytes16 d;
@@ -57,8 +60,8 @@ HWY_INLINE uint32_t windowDifference(PixelPair a, PixelPair b, ptrdiff_t stride,
     return windowDifferenceBy(mean, a, b, stride, limit);
 }
 
-// Over every second row, less the difference of the windows' means: a light that goes on is no
-// difference.
+// Returns the difference over every second row after the mean brightness of both windows is made
+// equal, so that a light that goes on in the picture makes no difference.
 inline uint32_t windowDifferenceOfShapes(PixelPair a, PixelPair b, ptrdiff_t stride) {
     const Bytes16 d;
     auto ofA = hn::Zero(Sums2());

@@ -9,8 +9,9 @@ namespace qoz::host::vppservice {
 
 namespace {
 
-// A session is opened from the real-time worker of a client in the same process. That class is not
-// the service's: it would take the processor from the client whose frame has just come.
+// Gives the thread its name and ordinary scheduling. A session may be opened on the real-time
+// thread of a client in the same process, and its threads inherit that class. They would take the
+// processor from the client while it waits for a frame.
 void becomeOrdinary(const char* name) {
     const sched_param none{};
     pthread_setschedparam(pthread_self(), SCHED_OTHER, &none);
@@ -26,7 +27,7 @@ void Worker::start(const char* name, std::function<void()> body) {
     mThread = std::thread([name, body = std::move(body), done = std::move(done)]() mutable {
         becomeOrdinary(name);
         body();
-        body = nullptr;  // what it owned may own this worker
+        body = nullptr;  // its objects may own this worker
         done.set_value();
     });
 }

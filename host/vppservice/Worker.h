@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A thread that can always be ended.
+// A thread whose owner never waits for it longer than a limit.
 #pragma once
 
 #include <chrono>
@@ -9,8 +9,8 @@
 
 namespace qoz::host::vppservice {
 
-// The body must own what it works on: a thread that does not return in time is let go and runs out
-// by itself. Not for use from two threads at once.
+// If the body does not return in time, the thread is detached and ends later. The body must
+// therefore own everything that it works on. Not for use by two threads at once.
 class Worker {
   public:
     Worker() = default;
@@ -19,12 +19,12 @@ class Worker {
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
 
-    // `name` is the thread's: a literal of at most 15 characters. No effect while it runs. Throws
-    // std::system_error when there is no thread to be had.
+    // Starts the thread. `name` is the name of the thread, a literal of at most 15 characters. Does
+    // nothing if the thread runs already. Throws std::system_error if it cannot be created.
     void start(const char* name, std::function<void()> body);
 
-    // Waits for the body, which has been told to return; past `limit`, or on the thread itself, it
-    // does not.
+    // Waits until the body returns; the caller must have told it to. After `limit`, or if called on
+    // the thread itself, detaches the thread instead.
     void finish(std::chrono::milliseconds limit);
 
   private:
