@@ -3,7 +3,7 @@
 // includes this file once for each vector extension. It then chooses the extension once for each
 // field, and these functions are inlined into its loops.
 
-// Included again for each extension, hence no `#pragma once`.
+// This file is included once for each extension, so it has no `#pragma once`.
 #if defined(QOZ_HOST_CONVERTER_BLOCK_KERNELS_INL_H) == defined(HWY_TARGET_TOGGLE)
 #ifdef QOZ_HOST_CONVERTER_BLOCK_KERNELS_INL_H
 #undef QOZ_HOST_CONVERTER_BLOCK_KERNELS_INL_H

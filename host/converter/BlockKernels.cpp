@@ -4,8 +4,8 @@
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "host/converter/BlockKernels.cpp"
-#include <hwy/foreach_target.h>  // compiles what follows once for each target
-// After it, as it is compiled once for each target too.
+#include <hwy/foreach_target.h>  // compiles the rest of this file for each target
+// These follow it because they are compiled for each target too.
 #include <host/converter/BlockKernels-inl.h>
 #include <host/converter/ChangeBrightness-inl.h>
 #include <hwy/highway.h>
@@ -24,6 +24,7 @@ HWY_INLINE uint8_t textureOf(const LumaPlane& plane, const Block& block) {
     return static_cast<uint8_t>(std::min(255U, sum / block.area()));
 }
 
+// Measures the textures of all blocks.
 void MeasureTextures(const LumaPlane& plane, const BlockLayout& blocks, uint8_t* textures) {
     for (int row = 0; row < blocks.rows(); ++row) {
         for (int column = 0; column < blocks.columns(); ++column)

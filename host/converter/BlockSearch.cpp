@@ -7,8 +7,8 @@
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "host/converter/BlockSearch.cpp"
-#include <hwy/foreach_target.h>  // compiles what follows once for each target
-// After it, as it is compiled once for each target too.
+#include <hwy/foreach_target.h>  // compiles the rest of this file for each target
+// These follow it because they are compiled for each target too.
 #include <host/converter/BlockKernels-inl.h>
 #include <hwy/highway.h>
 
@@ -166,6 +166,7 @@ class Candidates {
         offerRow(right + 1, reach, dy);
     }
 
+    // Keeps the candidate if its cost is lower than that of the best.
     HWY_INLINE void take(Displacement candidate, uint32_t dearer, uint32_t difference) {
         const uint32_t cost = difference + dearer;
         if (cost >= mCost) return;
@@ -193,6 +194,7 @@ class Candidates {
     uint32_t mCost = kUnseen;
 };
 
+// A vector of the coarser level, in pixels of this one.
 Displacement doubled(Displacement coarse) {
     return {coarse.dx * 2, coarse.dy * 2};
 }
@@ -324,6 +326,8 @@ void BlockSearch::resetGrids(const LumaPyramid& from) {
     }
 }
 
+// Each level starts from the vectors of the coarser one. Only the coarsest level, which has few
+// pixels, is searched exhaustively.
 BlockGrid& BlockSearch::search(const LumaPyramid& from, const LumaPyramid& to) {
     resetGrids(from);
     const int coarsest = from.levels() - 1;

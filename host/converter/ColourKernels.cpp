@@ -6,7 +6,7 @@
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "host/converter/ColourKernels.cpp"
-#include <hwy/foreach_target.h>  // compiles what follows once for each target
+#include <hwy/foreach_target.h>  // compiles the rest of this file for each target
 #include <hwy/highway.h>
 
 HWY_BEFORE_NAMESPACE();

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Absolute differences of bytes, for files that are compiled once for each vector extension.
 
-// Included again for each extension, hence no `#pragma once`.
+// This file is included once for each extension, so it has no `#pragma once`.
 #if defined(QOZ_HOST_CONVERTER_DIFFERENCE_INL_H) == defined(HWY_TARGET_TOGGLE)
 #ifdef QOZ_HOST_CONVERTER_DIFFERENCE_INL_H
 #undef QOZ_HOST_CONVERTER_DIFFERENCE_INL_H

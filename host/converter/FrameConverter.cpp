@@ -28,6 +28,7 @@ constexpr ColourMatrix matrixOf(double red, double blue) {
 constexpr ColourMatrix kBt601 = matrixOf(0.299, 0.114);
 constexpr ColourMatrix kBt709 = matrixOf(0.2126, 0.0722);
 
+// Converts an RGBA frame to a target of the same size, two rows at a time.
 void convertRgba(const MappedBuffer& source, const Nv12Picture& target) {
     const ColourMatrix& matrix = isHighDefinition(source.height()) ? kBt709 : kBt601;
     const size_t stride = rgbaStride(source.width());

@@ -46,6 +46,7 @@ BrightnessChange inverse(const BrightnessChange& change) {
 
 }  // namespace
 
+// Smoothing precedes the subpixel measurement, because a wrong match cannot be measured.
 void MotionEstimator::refine(const Frame& from, const Frame& to, const BrightnessChange& change,
                              BlockGrid* grid, MotionVector* field) {
     smoothField(from.luma.level(0), to.luma.level(0), grid);
@@ -63,6 +64,8 @@ void MotionEstimator::Frame::measure() {
     measureTextures(plane, blocks, textures.data());
 }
 
+// The forward search runs over the whole pyramid. The backward search starts from its result, which
+// is much cheaper, and must therefore follow it.
 void MotionEstimator::estimate(const MappedBuffer& previous, const MappedBuffer& current,
                                bool known, MotionVector* forward, MotionVector* backward) {
     // If the last call ran out of memory, it may have left its current frame incomplete; mWhole is

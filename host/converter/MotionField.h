@@ -25,11 +25,14 @@ constexpr int kGainUnit = 256;         // a gain of 256 doubles the luma
 
 // The motion of one block.
 struct MotionVector {
-    int16_t dx;       // displacement in eighths of a pixel of the source, to the right
-    int16_t dy;       // downwards
-    uint8_t error;    // mean absolute luma difference of the match, 0 to 254; 255: the vector leads
-                      // out of the picture (it is the neighbourhood's), nothing was compared
-    uint8_t texture;  // mean absolute luma gradient of the block, |d/dx| + |d/dy|: 0 is flat, any
+    // The displacement to the right and downwards, in eighths of a pixel of the source.
+    int16_t dx;
+    int16_t dy;
+    // The mean absolute luma difference of the match, 0 to 254. With 255 the vector leads out of
+    // the picture: nothing was compared, and the vector comes from the neighbours.
+    uint8_t error;
+    // The mean absolute luma gradient of the block, |d/dx| + |d/dy|. 0 is flat: any vector fits.
+    uint8_t texture;
     // The change of brightness between the frames, the same in all vectors of a field: luma v of
     // the frame that the field belongs to becomes v + v * gain / 256 + offset in the other frame.
     int8_t gain;

@@ -104,6 +104,7 @@ Rgb2Yuv::~Rgb2Yuv() {
     delete mEngine;
 }
 
+// Allocates the memory that conversions need, so that the first frame is as fast as the others.
 bool Rgb2Yuv::Configure(sp<GraphicBuffer>& source, uint32_t width, uint32_t height) {
     constexpr char kOperation[] = "Configure";
     // If this configuration fails, there is none: the one before is discarded first.
@@ -120,6 +121,8 @@ bool Rgb2Yuv::Configure(sp<GraphicBuffer>& source, uint32_t width, uint32_t heig
     return true;
 }
 
+// The buffers are checked before the wait for the fence. The half-size copy is made from the
+// target, which is converted already.
 bool Rgb2Yuv::RGBToNV12(
     sp<GraphicBuffer>& source, sp<GraphicBuffer>& target,
     // NOLINTNEXTLINE(performance-unnecessary-value-param): as the platform has it
@@ -155,6 +158,7 @@ bool Rgb2Yuv::RGBToNV12(
     return true;
 }
 
+// Does not wait for fences: the caller converts a frame before it asks for its motion.
 bool Rgb2Yuv::MvBufferGeneration(sp<GraphicBuffer>& previous, sp<GraphicBuffer>& current,
                                  sp<GraphicBuffer>& forward, sp<GraphicBuffer>& backward) {
     constexpr char kOperation[] = "MvBufferGeneration";
@@ -189,6 +193,7 @@ bool Rgb2Yuv::GetMVbufferSize(uint32_t& width, uint32_t& height) {
     return true;
 }
 
+// A failed dump is logged and does not disturb the frames.
 void Rgb2Yuv::DumpBuffer(sp<GraphicBuffer>& buffer, const char* name, uint32_t frame,
                          const char* label) {
     constexpr char kOperation[] = "DumpBuffer";

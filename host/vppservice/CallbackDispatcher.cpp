@@ -8,6 +8,7 @@
 namespace qoz::host::vppservice {
 namespace {
 
+// Limit for the callback under way when the dispatcher stops.
 constexpr std::chrono::seconds kLongestCallback{2};
 constexpr int64_t kIdBits =
     0x7FFEFFFF;  // bits of a cookie that identify the buffer; the others give its kind

@@ -74,6 +74,7 @@ class CallbackDispatcher : public std::enable_shared_from_this<CallbackDispatche
     void deliver(Delivery* delivery) const;
     void call(vpp::IVppCallbacks& to, const Callback& callback, VppError status) const;
 
+    // Asked for each callback, unless the operation that it answers had a fault.
     const std::shared_ptr<FaultInjector> mFaults;
 
     std::mutex mLock;

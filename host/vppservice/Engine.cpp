@@ -33,6 +33,9 @@ void Engine::start() {
     mWorker.start("vpp engine", [self = shared_from_this()] { self->run(); });
 }
 
+// The queued buffers are destroyed after the lock is released, because unmapping them takes time.
+// The engine thread ends before the dispatchers, so that it cannot post to a stopped one; if its
+// frame takes longer than the limit, the dispatchers ignore it.
 void Engine::stop() {
     std::deque<QueuedSource> inputs;
     std::deque<ImportedBuffer> outputs;
@@ -123,6 +126,8 @@ void Engine::give(Command command) {
     mCond.notify_one();
 }
 
+// The body of the engine thread. The last sources are released here, since only this thread uses
+// them.
 void Engine::run() {
     for (;;) {
         Work work = awaitWork();
@@ -274,6 +279,7 @@ void Engine::postOutput(ImportedBuffer buffer) {
     mOutputDispatcher->post({Callback::Kind::OutputDone, buffer.manner, std::move(buffer.record)});
 }
 
+// Returns the factor that is in effect now for an interval from `timestamp` on.
 uint32_t Engine::factorAt(uint64_t timestamp) {
     const std::lock_guard lock(mLock);
     return mFrc.factorAt(timestamp);

@@ -6,11 +6,12 @@
 //   queueOutput ─> mOutputs ─┼─> engine thread ──────┤
 //   flush, ... ──> mCommands ┘                       └──> input dispatcher ───> client
 //
-// A command is carried out before the frames that still wait in the queues, but it never interrupts
-// a frame that is being written. The buffers that a flush or a reconfiguration returns leave the
-// queues at the moment of the call, so that buffers queued after the call stay. The number of
-// interpolated frames between two sources is decided when the newer source is queued: a control
-// that the client sets later does not change earlier intervals.
+// A flush or a reconfiguration is carried out before the frames that still wait in the queues, but
+// it never interrupts a frame that is being written. The buffers that it returns leave the queues
+// at the moment of the call, so that buffers queued after the call stay. A drain waits for the
+// sources queued before it. The number of interpolated frames between two sources is decided when
+// the newer source is queued: a control that the client sets later does not change earlier
+// intervals.
 #pragma once
 
 #include <android-base/thread_annotations.h>
@@ -116,9 +117,13 @@ class Engine : public std::enable_shared_from_this<Engine> {
     uint32_t framesBefore(const ImportedBuffer& source) REQUIRES(mLock);
     uint32_t factorAt(uint64_t timestamp) EXCLUDES(mLock);
 
+    // Each port has its own dispatcher, so that a client that is slow on one port does not delay
+    // the other.
     const std::shared_ptr<CallbackDispatcher> mInputDispatcher;
     const std::shared_ptr<CallbackDispatcher> mOutputDispatcher;
 
+    // Guards the queues and the control. It is held only for short operations on them, never while
+    // a frame is written.
     std::mutex mLock;
     std::condition_variable mCond;
     std::deque<QueuedSource> mInputs GUARDED_BY(mLock);

@@ -53,6 +53,8 @@ uint32_t unlikePercent(const MotionVector* field, size_t blocks) {
     return percentOf(unlike, compared);
 }
 
+// A pair is a scene cut only if both fields say so: new content alone leaves blocks of one field
+// without a match.
 bool isCut(const MotionFields& fields, FrameSize size) {
     const size_t blocks = size_t{fieldWidth(size.width)} * fieldHeight(size.height);
     return unlikePercent(fields.forward, blocks) > kCutPercent &&
@@ -61,6 +63,8 @@ bool isCut(const MotionFields& fields, FrameSize size) {
 
 }  // namespace
 
+// The newer source of the last interval usually is the older one of this interval, and its planes
+// are reused.
 void Interpolator::prepare(const NumberedView& older, const NumberedView& newer,
                            const MotionVector& any) {
     if (mNewer.number == older.number) std::swap(mOlder, mNewer);
@@ -74,6 +78,8 @@ void Interpolator::prepare(const NumberedView& older, const NumberedView& newer,
     mAsBright.buildLuma(older.view, any.gain, any.offset);
 }
 
+// The cheap decisions come first: scene cuts are found from the fields alone, before any plane is
+// built.
 void Interpolator::beginInterval(const NumberedView& older, const NumberedView& newer,
                                  const MotionFields& fields) {
     if (!fields || !MotionPlan::canServe(older.view.size)) {
@@ -92,6 +98,8 @@ void Interpolator::beginInterval(const NumberedView& older, const NumberedView& 
     mPlan.take(fields, older.view.size);
 }
 
+// With motion, the frame is written a few rows of tiles at a time: plan, luma, chroma, suspects.
+// The static layer follows at the end, because a suspect needs its neighbours in the next rows.
 void Interpolator::write(const Nv12View& older, const Nv12View& newer, Phase phase,
                          const Nv12Canvas& to) {
     switch (mWay) {

@@ -4,9 +4,9 @@
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "host/vppservice/LumaWriter.cpp"
-#include <hwy/foreach_target.h>  // compiles what follows once for each target
+#include <hwy/foreach_target.h>  // compiles the rest of this file for each target
 #include <hwy/highway.h>
-// After it, as it is compiled once for each target too.
+// These follow it because they are compiled for each target too.
 #include "host/vppservice/Tiles-inl.h"
 
 HWY_BEFORE_NAMESPACE();

@@ -7,9 +7,9 @@
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "host/vppservice/MotionPlan.cpp"
-#include <hwy/foreach_target.h>  // compiles what follows once for each target
+#include <hwy/foreach_target.h>  // compiles the rest of this file for each target
 #include <hwy/highway.h>
-// After it, as it is compiled once for each target too.
+// These follow it because they are compiled for each target too.
 #include "host/vppservice/Window-inl.h"
 
 #ifndef QOZ_HOST_VPPSERVICE_MOTION_PLAN_ONCE
@@ -155,6 +155,7 @@ class Chooser {
         return motion;
     }
 
+    // Stores the choice for a node.
     HWY_INLINE void set(int column, int row, Vector vector, uint32_t cost, int16_t share) {
         const size_t node = mWork.at(column, row);
         mWork.vectors[node] = vector;
@@ -439,6 +440,8 @@ void MotionPlan::take(const MotionFields& fields, FrameSize size) {
     mBackwardField.read(fields.backward, -1, size);
 }
 
+// The forward field is carried from the older source to this instant. The backward field is carried
+// from the newer source, against its vectors, which lead from the older source to the newer one.
 void MotionPlan::begin(Phase phase) {
     mPhase = phase;
     mColumns = mForwardField.columns();

@@ -3,8 +3,8 @@
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "host/vppservice/PixelKernels.cpp"
-#include <hwy/foreach_target.h>  // compiles what follows once for each target
-// After it, as it is compiled once for each target too.
+#include <hwy/foreach_target.h>  // compiles the rest of this file for each target
+// These follow it because they are compiled for each target too.
 #include <host/converter/ChangeBrightness-inl.h>
 #include <hwy/highway.h>
 

@@ -22,6 +22,9 @@ ndk::ScopedAStatus Service::getNewVppSession(int32_t flags, std::shared_ptr<vpp:
     return status;
 }
 
+// The fault is looked for without the lock, because a fault that kills the service takes it. The
+// service may die during the delay; the second look at mDead, under the lock, ensures that no
+// session is created after die() has collected them all.
 ndk::ScopedAStatus Service::openSession(int32_t flags, std::shared_ptr<Quota> quota,
                                         std::shared_ptr<Session>* result) {
     const auto dead = [] { return ndk::ScopedAStatus::fromStatus(STATUS_DEAD_OBJECT); };
@@ -52,6 +55,8 @@ ndk::ScopedAStatus Service::getSessionCount(int32_t* result) {
     return ndk::ScopedAStatus::ok();
 }
 
+// The order matters. First no new session can be created, then no session takes another call, and
+// only then are the clients told.
 void Service::die() {
     std::call_once(mDeath, [this] {
         {
@@ -85,6 +90,7 @@ void Service::awaitEnd() {
     mGone.get_future().wait();
 }
 
+// The injector refers to the service weakly, because the service owns it.
 std::shared_ptr<FaultInjector> Service::faults() {
     const std::lock_guard lock(mLock);
     if (mFaults == nullptr) {

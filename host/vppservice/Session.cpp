@@ -117,6 +117,7 @@ ndk::ScopedAStatus Session::terminateSession() {
     });
 }
 
+// Creates the engine, which holds the client's object from now on.
 ndk::ScopedAStatus Session::initSession(int32_t flags,
                                         const std::shared_ptr<vpp::IVppCallbacks>& callbacks,
                                         Error* result) {
@@ -181,6 +182,8 @@ ndk::ScopedAStatus Session::setCtrlFrc(const std::vector<vpp::VppCtrlFrcSegment>
     });
 }
 
+// AIS and frame-rate control exclude each other, so the AIS control removes the FRC segments. The
+// simulation does nothing else for AIS.
 ndk::ScopedAStatus Session::setCtrlAis(const vpp::VppCtrlAis& control, Error* result) {
     return serve("setCtrlAis", result, [&](Manner) {
         const std::lock_guard lock(mLock);
@@ -200,6 +203,8 @@ ndk::ScopedAStatus Session::queueBuf(Port port, const VppBuffer& buffer, Error* 
     });
 }
 
+// Imports the buffer with the sizes that are set now: a later change does not affect queued
+// buffers.
 VppError Session::queueHeld(Port port, const VppBuffer& buffer, Manner manner) {
     if (mState != State::Open) return Error::VPP_ERR_STATE;
     if (!isPort(port)) return Error::VPP_ERR_PARAM;
@@ -230,6 +235,7 @@ ndk::ScopedAStatus Session::reconfigure(const PortParam& input, const PortParam&
     });
 }
 
+// Both sizes are checked first, so that a refused reconfiguration changes nothing.
 VppError Session::reconfigureHeld(const PortParam& input, const PortParam& output, Answer answer) {
     for (const PortParam* param : {&input, &output}) {
         const Error error = check(*param);

@@ -7,9 +7,9 @@
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "host/vppservice/StaticLayer.cpp"
-#include <hwy/foreach_target.h>  // compiles what follows once for each target
+#include <hwy/foreach_target.h>  // compiles the rest of this file for each target
 #include <hwy/highway.h>
-// After it, as it is compiled once for each target too.
+// These follow it because they are compiled for each target too.
 #include "host/vppservice/Window-inl.h"
 
 #ifndef QOZ_HOST_VPPSERVICE_STATIC_LAYER_ONCE
@@ -128,7 +128,7 @@ class Suspects {
         const Step step = stepOf(column, row);
         if (step == Step{}) return 1;
         int end = column + 1;
-        // The last tile of a row that eight does not divide overlaps the one before.
+        // If the width is not a multiple of eight, the last tile of a row overlaps the one before.
         const int whole = mWidth / kNodeStep;
         while (end < whole && stepOf(end, row) == step)
             ++end;
@@ -168,6 +168,7 @@ class Suspects {
         return first;
     }
 
+    // The first pixel of a tile in its row.
     HWY_INLINE int xOf(int column) const {
         return std::min(column * kNodeStep, mWidth - kNodeStep);
     }
@@ -330,6 +331,8 @@ bool StaticLayer::near(int x, int y) const {
     return (here[0] | here[1] | here[-1] | here[mStride] | here[-mStride]) != 0;
 }
 
+// Most frames have no static layer and are finished after the first two tests. Tiles that move are
+// corrected first; then the layer's own pixels are written over them.
 void StaticLayer::restore(const SubpixelPlanes& older, const SubpixelPlanes& newer,
                           const MotionPlan& plan, const Nv12Canvas& to) {
     if (mSuspected) confirmAll();
@@ -388,6 +391,7 @@ void StaticLayer::uncover(const SubpixelPlanes& older, const SubpixelPlanes& new
     }
 }
 
+// The pixels of both sources are blended by time, which also follows a change of brightness.
 void StaticLayer::paste(const SubpixelPlanes& older, const SubpixelPlanes& newer, int share,
                         int column, int row, const Nv12Canvas& to) const {
     const int right = std::min((column + 1) * kNodeStep, mWidth);

@@ -3,7 +3,7 @@
 // walk over a row of tiles, and the mix of four predictions. For files that are compiled once for
 // each vector extension.
 
-// Included again for each extension, hence no `#pragma once`.
+// This file is included once for each extension, so it has no `#pragma once`.
 #if defined(QOZ_HOST_VPPSERVICE_TILES_INL_H) == defined(HWY_TARGET_TOGGLE)
 #ifdef QOZ_HOST_VPPSERVICE_TILES_INL_H
 #undef QOZ_HOST_VPPSERVICE_TILES_INL_H
@@ -156,6 +156,7 @@ class PlaceFinder {
     static HWY_INLINE hn::VFromD<Lanes> pairOf(int x, int y) {
         return hn::OddEven(hn::Set(Lanes(), y), hn::Set(Lanes(), x));
     }
+    // The places in quarters of a pixel, not limited to the picture.
     static HWY_INLINE hn::VFromD<Lanes> placesOf(const NodeMotion& node, int x, int y) {
         const Lanes d;
         const hn::Rebind<int16_t, Lanes> half;

@@ -2,7 +2,7 @@
 // Reading between pixels, and the comparison of windows. For files that are compiled once for each
 // vector extension.
 
-// Included again for each extension, hence no `#pragma once`.
+// This file is included once for each extension, so it has no `#pragma once`.
 #if defined(QOZ_HOST_VPPSERVICE_WINDOW_INL_H) == defined(HWY_TARGET_TOGGLE)
 #ifdef QOZ_HOST_VPPSERVICE_WINDOW_INL_H
 #undef QOZ_HOST_VPPSERVICE_WINDOW_INL_H
