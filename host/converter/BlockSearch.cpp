@@ -25,7 +25,7 @@ struct Level {
     const LumaPlane& from;
     const LumaPlane& to;
     int reach;           // largest displacement, in pixels of this level
-    int coarseShift;     // a column or row shifted right by this is that of the coarser grid
+    int coarseShift;     // column >> coarseShift is the column in the coarser grid; likewise rows
     int refinements;     // rounds of single steps
     bool searchesAlone;  // searches around each block that no prediction explains
 };
@@ -136,8 +136,8 @@ class Candidates {
 
     bool settled() const { return mBest.difference < mBlock.area() * kSettled; }
 
-    // Compares a candidate within reach. It needs only as exact a difference as can still beat the
-    // best cost.
+    // Compares a candidate within reach. The comparison stops as soon as the candidate cannot beat
+    // the best cost.
     HWY_INLINE void compare(Displacement candidate) {
         if (std::abs(candidate.dx) > mReach || std::abs(candidate.dy) > mReach) return;
         const uint32_t dearer = bias(candidate);
@@ -174,7 +174,7 @@ class Candidates {
         mCost = cost;
     }
 
-    // What a candidate pays for its distance from the prediction, see kBiasedDistance.
+    // The penalty of a candidate for its distance from the prediction, see kBiasedDistance.
     uint32_t bias(Displacement candidate) const {
         const int distance =
             std::abs(candidate.dx - mPredicted.dx) + std::abs(candidate.dy - mPredicted.dy);
@@ -200,7 +200,7 @@ Displacement doubled(Displacement coarse) {
 }
 
 // Offers the vectors of the neighbours that are already done, to the left, above and above right.
-// Most blocks move as one of these does and then need no search.
+// Most blocks move like one of them and then need no search.
 HWY_INLINE void offerNeighbours(const BlockGrid& grid, int column, int row,
                                 Candidates* candidates) {
     constexpr int kDone[][2] = {{-1, 0}, {0, -1}, {1, -1}};

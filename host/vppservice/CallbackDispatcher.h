@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Delivers the callbacks of one port to the client, in the order in which they were posted.
+// Delivers the callbacks of one port to the client, in the order in which they were posted unless a
+// fault changes it.
 #pragma once
 
 #include <aidl/vendor/vuq/hardware/vpp/IVppCallbacks.h>

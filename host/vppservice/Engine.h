@@ -46,8 +46,8 @@ class Engine : public std::enable_shared_from_this<Engine> {
     void start();
 
     // Drops all queued buffers and commands, ends the threads, and releases the client's object as
-    // CallbackDispatcher::stop() does. Waits until the frame and the callback that are under way
-    // are finished, but no longer than the limits in the sources.
+    // CallbackDispatcher::stop() does. Waits until the frame and the callbacks under way are
+    // finished, at most ten seconds for the frame and two seconds for the callback of each port.
     void stop() EXCLUDES(mLock);
 
     // Replaces or removes the frame-rate control. It applies to sources that are queued from now
@@ -134,7 +134,7 @@ class Engine : public std::enable_shared_from_this<Engine> {
     // flushed.
     std::optional<std::pair<uint64_t, FrameSize>> mNewest GUARDED_BY(mLock);
     uint64_t mQueued GUARDED_BY(mLock) = 0;  // number of sources since the start
-    uint64_t mTaken GUARDED_BY(mLock) = 0;   // how many of these have left mInputs
+    uint64_t mTaken GUARDED_BY(mLock) = 0;   // number of these that have left mInputs
     bool mStopped GUARDED_BY(mLock) = false;
 
     // Only the engine thread uses these three.

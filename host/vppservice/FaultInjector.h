@@ -32,7 +32,7 @@ struct Answer {
     std::shared_ptr<NestedCall> within = nullptr;
 };
 
-// What an operation or a callback has to do because of a fault.
+// The effect of a fault on an operation or a callback.
 struct FaultEffect {
     bool lost = false;               // a transport error; nothing is carried out
     std::optional<VppError> answer;  // returned as the answer; the operation is not carried out

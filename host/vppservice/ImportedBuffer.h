@@ -43,8 +43,8 @@ struct ImportedBuffer {
 
 // Imports the records that a session's client queues. It trusts neither their counts nor their
 // lengths nor their descriptors. It maps memory only if it is sealed against shrinking, because
-// reading memory that is gone would end the process. The content may change at any time, so nothing
-// relies on it. A session owns one.
+// reading memory that is gone would end the process. The content may change at any time, so the
+// service must work with any content. A session owns one importer.
 class BufferImporter {
   public:
     // The mappings count against `quota`, unless that is null.

@@ -8,8 +8,8 @@
 //
 // Without motion fields, the two sources are blended by time. They are also blended if the motion
 // explains too few blocks, because one picture then dissolves into another. At a scene cut, when
-// most blocks have no match in either direction, the nearer source is repeated, because a mix of
-// two pictures would look worse.
+// too many blocks have no match in either direction, the nearer source is repeated, because a mix
+// of two unrelated pictures would look worse.
 #pragma once
 
 #include "host/vppservice/MotionPlan.h"

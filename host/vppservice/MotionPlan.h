@@ -165,8 +165,9 @@ constexpr uint32_t percentOf(uint32_t part, uint32_t whole) {
     return whole < kFewest ? 0 : part * 100 / whole;
 }
 
-// The share, in percent, of the changing blocks that the motion does not explain: along its vector
-// such a block differs more than half as much as without motion. One number for each field.
+// The share, in percent, of the changing blocks that the motion does not explain, one number for
+// each field. The motion does not explain a block if the block's difference along its vector is
+// more than half of the difference without motion.
 struct Unexplained {
     uint32_t forward;
     uint32_t backward;

@@ -68,7 +68,7 @@ class Reservation {
 // thread; its lock is a leaf.
 class Quota : public std::enable_shared_from_this<Quota> {
   public:
-    // What is reserved here counts against `whole` too, unless that is null.
+    // Reservations count against `whole` too, unless that is null.
     explicit Quota(const Resources& budget, std::shared_ptr<Quota> whole = nullptr)
         : mBudget(budget), mWhole(std::move(whole)) {}
 

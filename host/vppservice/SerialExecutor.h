@@ -11,8 +11,8 @@
 namespace qoz::host::vppservice {
 
 // A thread that must not wait, such as the reader of a bus, posts its work to an executor. A job
-// owns what it works on; a dropped job is destroyed without a lock. Callable on any thread unless
-// stated otherwise.
+// owns all data that it uses; a dropped job is destroyed without a lock. Callable on any thread
+// unless stated otherwise.
 class SerialExecutor {
   public:
     // Starts the thread. Throws std::system_error if it cannot be created.

@@ -56,7 +56,8 @@ Session::~Session() {
 
 // Every operation runs through this function. It applies the fault that is armed for the operation,
 // calls `act` unless the fault replaces it, and writes the result. A dead session returns a dead
-// object and has no other effect, also if it died during the operation.
+// object and does nothing. A session that dies during the operation returns a dead object too, but
+// the operation may have been carried out.
 template <typename Act>
 ndk::ScopedAStatus Session::serve(const char* operation, Error* result, const Act& act) {
     if (isDead()) return deadObject();

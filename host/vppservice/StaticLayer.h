@@ -39,7 +39,7 @@ class StaticLayer {
     void forget();
     // Moves the suspects with enough neighbours to the mask and notes the tiles that have some.
     void confirmAll();
-    // Does so for one tile.
+    // Confirms the suspects of one tile.
     void confirm(int column, int row);
     // Corrects the pixels of a moving tile that the motion reads from behind the layer.
     void uncover(const SubpixelPlanes& older, const SubpixelPlanes& newer, const NodeMotion& node,

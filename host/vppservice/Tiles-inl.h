@@ -216,7 +216,7 @@ HWY_INLINE hn::VFromD<D> narrow(D bytes, V words) {
 // prediction.
 class Predictions {
   public:
-    // Calls predict(k, to) for each prediction, to write that of node k.
+    // Calls predict(k, to) to write the prediction of node k, once for each different prediction.
     template <class Predict>
     HWY_INLINE Predictions(const Tile& tile, const Predict& predict) {
         for (size_t k = 0; k < 4; ++k) {

@@ -10,7 +10,7 @@
 namespace qoz::host::vppservice {
 
 // If the body does not return in time, the thread is detached and ends later. The body must
-// therefore own everything that it works on. Not for use by two threads at once.
+// therefore own all data that it uses. Not for use by two threads at once.
 class Worker {
   public:
     Worker() = default;
