@@ -11,7 +11,7 @@ namespace {
 
 class ConverterMotionTest : public ConverterTest {
   protected:
-    // The forward and the backward field of two pictures.
+    // Returns the forward and the backward field of two pictures.
     std::pair<sp<GraphicBuffer>, sp<GraphicBuffer>> fieldsOf(int width, int height, int32_t format,
                                                              const Picture& before,
                                                              const Picture& after) {
@@ -22,12 +22,12 @@ class ConverterMotionTest : public ConverterTest {
     }
 };
 
-// Whether a vector leads this many pixels, to a quarter of one.
+// Returns true if a vector is this many pixels long, to within a quarter of a pixel.
 bool leads(const MotionVector& v, int dx, int dy) {
     return std::abs(v.dx - dx * kMotionUnit) <= 2 && std::abs(v.dy - dy * kMotionUnit) <= 2;
 }
 
-// How many vectors are as `is(vector, x, y)` says, (x, y) being the first pixel of its block.
+// Counts the vectors for which `is(vector, x, y)` is true; (x, y) is the first pixel of the block.
 int count(const sp<GraphicBuffer>& field, int width, int height,
           const std::function<bool(const MotionVector& v, int x, int y)>& is) {
     int found = 0;
@@ -38,7 +38,7 @@ int count(const sp<GraphicBuffer>& field, int width, int height,
     return found;
 }
 
-// Every block whose likeness is in the other frame points at it.
+// Every block that also exists in the other frame has a vector to its position there.
 TEST_F(ConverterMotionTest, FollowsAShiftedPictureBothWays) {
     const struct {
         int width, height, format, dx, dy;
@@ -71,7 +71,7 @@ TEST_F(ConverterMotionTest, FollowsAShiftedPictureBothWays) {
 
 TEST_F(ConverterMotionTest, MeasuresFractionsOfAPixelAndSeesNoMotionInAFade) {
     constexpr int kWidth = 320, kHeight = 192, kBlocks = 20 * 12;
-    // Half way between two whole shifts.
+    // The picture has moved by two and a half pixels.
     const auto moved = [](int x, int y) { return (textured(x - 2, y) + textured(x - 3, y)) / 2; };
     const auto half = fieldsOf(kWidth, kHeight, kNv12Vemo, textured, moved).first;
     EXPECT_GE(count(half, kWidth, kHeight,
@@ -99,7 +99,7 @@ struct Scene {
     }
 };
 
-// The second object is so small that no larger block follows it.
+// The second object is so small that a search with larger blocks does not find it.
 TEST_F(ConverterMotionTest, TellsMovingRegionsApartAndStatesErrorAndTexture) {
     constexpr int kWidth = 640, kHeight = 368;
     const struct {
@@ -133,7 +133,8 @@ TEST_F(ConverterMotionTest, TellsMovingRegionsApartAndStatesErrorAndTexture) {
         });
         const int blocks = before.width * before.height / 256;
         EXPECT_GE(object * 6, blocks * 5);
-        EXPECT_GE(ground * 10, (40 * 23 - blocks) * 9);  // the object covers some, some leave
+        // The object hides some blocks of the ground, and some leave the picture.
+        EXPECT_GE(ground * 10, (40 * 23 - blocks) * 9);
     }
 }
 
@@ -157,7 +158,8 @@ TEST_F(ConverterMotionTest, WhatDoesNotMoveStandsStill) {
               240 * 95 / 100);
 }
 
-// An overlay of a column at the very edge and of a single block does not go along.
+// Blocks that leave the picture get the vectors of their neighbours, but an overlay that stands
+// still, at the edge or in a single block, does not.
 TEST_F(ConverterMotionTest, BlocksThatLeaveThePictureGoWithTheirNeighbours) {
     constexpr int kPan = -40;
     for (const bool overlay : {false, true}) {

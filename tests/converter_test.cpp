@@ -16,20 +16,21 @@
 namespace qoz::test {
 namespace {
 
-// BT.601, limited range, to the nearest value.
+// YUV values in BT.601 with limited range, rounded to the nearest.
 constexpr Colour kRed{255, 0, 0}, kRedYuv{81, 90, 240};
 constexpr Colour kHighRedYuv{63, 102, 240};  // BT.709, from 720 rows on
 constexpr Colour kBlue{0, 0, 255}, kBlueYuv{41, 240, 110};
 constexpr int kColourTolerance = 0;
-// The scaler's filter weighs chroma in 7 bits, which loses 1/128 of it and the rounding each time.
+// The scaler's filter uses weights of 7 bits for chroma, so that each pass may lose 1/128 of it,
+// and the rounding.
 constexpr int kScaledTolerance = 6;
 
-// One colour on the left half and one on the right.
+// Fills the left half with one colour and the right half with another.
 void fill(const sp<GraphicBuffer>& rgba, Colour left, Colour right) {
     for (int i = 0; i < rgba->width * rgba->height; ++i) {
         uint8_t* pixel = pixelsOf(rgba) + i * 4;
         memcpy(pixel, i % rgba->width < rgba->width / 2 ? left.data() : right.data(), 3);
-        pixel[3] = 0;  // alpha has no part in anything
+        pixel[3] = 0;  // alpha is ignored
     }
 }
 
@@ -37,7 +38,7 @@ void expectHalves(const sp<GraphicBuffer>& nv12, Colour left, Colour right, int 
                   int tolerance) {
     for (int i = 0; i < nv12->width * nv12->height; ++i) {
         const int x = i % nv12->width, y = i / nv12->width, fromSeam = 2 * x - nv12->width;
-        if (std::abs(fromSeam) < seam) continue;  // filters blur it
+        if (std::abs(fromSeam) < seam) continue;  // filters blur the boundary
         const Colour actual = yuvAt(nv12, x, y);
         ASSERT_TRUE(near(actual, fromSeam < 0 ? left : right, tolerance))
             << testing::PrintToString(actual) << " at " << x << "," << y << " of " << nv12->width
@@ -95,8 +96,8 @@ TEST_F(ConverterTest, ReadsTheSourceOnlyOnceItsFenceHasSignalled) {
     const auto target = makeBuffer(1280, 720, kNv12Vemo);
     const int signal = eventfd(0, EFD_CLOEXEC);
     const sp<Fence> fence(new Fence(signal));
-    // Written as another process would, and not through this one's mapping: no tool that watches
-    // threads sees that a fence orders them.
+    // The pixels are written by pwrite() and not through the mapping, because ThreadSanitizer does
+    // not recognise that the fence orders the two threads.
     const std::array<uint8_t, 4> pixel{kRed[0], kRed[1], kRed[2], 255};
     std::vector<uint8_t> pixels;
     for (int i = 0; i < 1280 * 720; ++i)
@@ -122,7 +123,7 @@ TEST_F(ConverterTest, ReadsTheSourceOnlyOnceItsFenceHasSignalled) {
 TEST_F(ConverterTest, RefusesWhatItCannotDoAndSaysWhyOnce) {
     armFault({.operation = "allocate"});
     auto hollow = makeBuffer(64, 64, kRgba8888), boastful = makeBuffer(64, 64, kRgba8888);
-    boastful->height = 4096;  // and memory for 64 rows
+    boastful->height = 4096;  // although it has memory for 64 rows
     sp<GraphicBuffer> none, rgba = makeBuffer(64, 64, kRgba8888);
     const auto nv12 = makeBuffer(64, 64, kNv12Vemo), field = makeField(64, 64);
     auto wide = makeBuffer(250, 161, kRgba8888);
@@ -147,7 +148,7 @@ TEST_F(ConverterTest, RefusesWhatItCannotDoAndSaysWhyOnce) {
         [&] { return convert(rgba, rgba); },
         [&] { return convert(rgba, nv12, hollow); },
         [&] { return convert(rgba, nv12, wide); },
-        // Not what it has been configured for: size, format, output size.
+        // These differ from the configuration: in size, format or output size.
         [&] { return convert(wide, nv12); },
         [&] { return convert(rgbx, nv12); },
         [&] { return convert(rgba, nv12, otherHalf); },
@@ -156,7 +157,7 @@ TEST_F(ConverterTest, RefusesWhatItCannotDoAndSaysWhyOnce) {
         [&] { return estimate(rgba, nv12, field, field); },
         [&] { return estimate(none, none, none, none); },
         [&] { return estimate(rgba, rgba, field, wide); },
-        // A configuration that fails leaves none.
+        // After a failed configuration the converter is not configured.
         [&] { return converter.Configure(none, 64, 64); },
         [&] { return convert(rgba, nv12); },
         [&] { return converter.Configure(rgba, 64, 0); },

@@ -27,7 +27,7 @@ class Death : public ComponentTest {
             std::chrono::steady_clock::now() - begin);
     }
 
-    // Output buffers 1 and 2, a target of the client's (slot 40) and an unconverted source (41).
+    // Queues output buffers 1 and 2, a client's target (slot 40) and an unconverted source (41).
     void queueOneOfEach() {
         ASSERT_EQ(processOutput(1, nv12()), 0);
         ASSERT_EQ(processOutput(2, nv12()), 0);
@@ -53,7 +53,7 @@ TEST_F(Death, EndsEveryWaitAndGivesEverythingBackOnce) {
         SCOPED_TRACE(call);
         renew();
         startPlain();
-        peer().setWaitLimit(2 * kSoon);  // whatever ends, ends by the death
+        peer().setWaitLimit(2 * kSoon);  // so long that only the death can end a wait in time
         queueOneOfEach();
         session().silent = {call};
         std::thread killer;
@@ -65,7 +65,7 @@ TEST_F(Death, EndsEveryWaitAndGivesEverythingBackOnce) {
         ASSERT_TRUE(client.waitFor(4));
         EXPECT_EQ(sortedOutputs(), kAllBack);
         EXPECT_EQ(log.errors("the vpp service has died"), 1);
-        // What is queued now comes back at once, and taken is taken.
+        // Buffers that are queued after the death are taken and returned at once.
         client.clear();
         const bool flushed = std::string(call) == "flush1";
         EXPECT_EQ(vpp->state(), flushed ? VppComponent::ERROR : VppComponent::ACTIVE);
@@ -77,7 +77,7 @@ TEST_F(Death, EndsEveryWaitAndGivesEverythingBackOnce) {
         EXPECT_EQ(vpp->state(), VppComponent::ERROR);
         EXPECT_LT(timed([this] { vpp->disable(); }), kSoon);
         EXPECT_EQ(vpp->state(), VppComponent::UNINIT);
-        // A healthy service again.
+        // A later session with a working service is not affected.
         service->next = ndk::SharedRefBase::make<ScriptedVpp>();
         ASSERT_TRUE(enable());
         vpp->config(kW, kH, kRgba, kTwice, true);
@@ -87,7 +87,7 @@ TEST_F(Death, EndsEveryWaitAndGivesEverythingBackOnce) {
     }
 }
 
-// The service dies while it takes a buffer, before or after it has it.
+// The service dies during the call that queues a buffer. The buffer is returned once.
 TEST_F(Death, MeetsAQueueing) {
     const std::pair<const char*, std::function<void()>> calls[] = {
         {"queueBuf1", [this] { EXPECT_EQ(processOutput(3, nv12()), 0); }},
@@ -117,14 +117,14 @@ TEST_F(Death, MeetsAQueueing) {
 TEST_F(Death, OfASessionThatIsDeadAlready) {
     make();
     session().die();
-    (void)enable();  // a failure of transport is no error
+    (void)enable();  // transport errors do not make it fail
     vpp->config(kW, kH, kRgba, kTwice, true);
     EXPECT_LT(timed([this] { vpp->flushsync(); }), 1s);
     vpp->disable();
     EXPECT_EQ(vpp->state(), VppComponent::UNINIT);
 }
 
-// However much of one operation goes unanswered, it ends with the limit.
+// An operation ends at the limit even if several of its calls are not answered.
 TEST_F(Death, WaitsOfOneOperationShareOneLimit) {
     enableAndConfig(kW, kH, kTwice);
     ASSERT_EQ(processSource(0, frame(), 1000), 0);
@@ -138,7 +138,7 @@ TEST_F(Death, WaitsOfOneOperationShareOneLimit) {
     EXPECT_LT(took, 2 * kLimit) << "a size and a ratio are four answers";
 }
 
-// A client that takes its time, and a service that does not stop returning outputs.
+// The client's callback is slow, and the service never stops returning output buffers.
 TEST_F(Death, AFloodOfOutputsStopsNeitherFlushNorDisable) {
     startPlain();
     peer().setWaitLimit(300ms);
@@ -161,8 +161,8 @@ TEST_F(Death, AFloodOfOutputsStopsNeitherFlushNorDisable) {
     EXPECT_EQ(vpp->state(), VppComponent::UNINIT);
 }
 
-// A nested call arrives on the very thread that waits inside the service; a service of one thread
-// answers an earlier command before it takes the next.
+// An answer may arrive as a nested call, on the thread that is still inside the service's call. A
+// service with a single thread may also answer the previous command during the next call.
 TEST_F(Death, AnAnswerMayComeBeforeTheCallReturns) {
     const auto answer = [this](const std::string& call) {
         VppError result = VppError::VPP_ERR;
@@ -191,9 +191,9 @@ TEST_F(Death, AnAnswerMayComeBeforeTheCallReturns) {
     }
 }
 
-// A nested call may return a buffer, too, and a service of one thread may return one before it
-// answers. What the client queues in that callback is refused: the call that waits for the callback
-// has the queue.
+// A buffer, too, may be returned by a nested call, or by a service with a single thread before it
+// answers. A buffer that the client queues in that callback is refused, because the call that is in
+// progress holds the queue.
 TEST_F(Death, AReturnMayComeBeforeTheQueueingIsAnswered) {
     for (const bool nested : {true, false}) {
         SCOPED_TRACE(nested ? "nested" : "on the service's thread");

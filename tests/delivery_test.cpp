@@ -18,7 +18,7 @@ class Delivery : public ComponentTest {
         enableAndConfig(64, 64, {1, 0, 1, 0});
     }
 
-    // An entry in both pools, as a frame in the VPP has one.
+    // Adds an entry to both pools, as for a frame that the VPP holds.
     void inFlight(uint64_t timestamp) {
         peer().yuvMap()[timestamp] = buffer(16, 16, kNv12);
         peer().extradataMap()[timestamp] = {nullptr, nullptr, buffer(16, 16, kNv12)};
@@ -38,7 +38,7 @@ TEST_F(Delivery, EachReturnGoesWhereItBelongs) {
     };
     constexpr uint64_t kTs = 900;
     const auto pooled = cookie::forInput(2, true);
-    const auto noRecord = cookie::forInput(70, false);  // of the client's, beyond the records
+    const auto noRecord = cookie::forInput(70, false);  // a client's slot without a record
     for (const Row& row : {
              Row{"pooled frame", true, pooled, {}},
              Row{"client's frame", true, noRecord, {{0, 70, 0, 0}}},
@@ -53,7 +53,7 @@ TEST_F(Delivery, EachReturnGoesWhereItBelongs) {
         peer().freeYuv().clear();
         peer().freeExtradata().clear();
         inFlight(kTs);
-        for (int i = 0; i < (row.told.empty() ? 2 : 1); ++i) {  // twice frees once
+        for (int i = 0; i < (row.told.empty() ? 2 : 1); ++i) {  // a repeated return frees once
             row.onInputPort ? session().returnInput(row.cookie, kTs)
                             : session().returnOutput(row.cookie, kTs, 8192);
         }
@@ -66,7 +66,8 @@ TEST_F(Delivery, EachReturnGoesWhereItBelongs) {
     EXPECT_EQ(peer().inVpp(), std::pair(0U, 0U)) << "never below zero";
 }
 
-// A record declared with signed members holds negative numbers here.
+// Large lengths and timestamps are negative numbers in a record with signed members, and must still
+// be delivered correctly.
 TEST_F(Delivery, LengthsAndTimestampsUseTheirWholeRange) {
     constexpr uint64_t kLate = (1ULL << 63) + 5;
     inFlight(kLate);
@@ -98,8 +99,8 @@ TEST_F(Delivery, EmptyEntriesAreErased) {
     EXPECT_EQ(log.errors(never + "all empty extradata buffers!!"), 1);
 }
 
-// While the client holds the worker in a callback, returns neither wait nor get lost, and keep
-// their order.
+// While the client blocks the worker in a callback, the service's returns do not wait, none is
+// lost, and their order is kept.
 TEST_F(Delivery, ReturnsDoNotWaitForTheClient) {
     Gate held;
     holdDelivery(0, held);
@@ -115,7 +116,7 @@ TEST_F(Delivery, ReturnsDoNotWaitForTheClient) {
     EXPECT_EQ(log.count("queueOBD: 2 VPPOBD buffer in Queue, get buffer, slot 1"), 1);
 }
 
-// Neither the command that is posted nor the request that comes after it is lost.
+// A delivery request does not replace a command that was posted before it: both are carried out.
 TEST_F(Delivery, ARequestOverwritesNoCommand) {
     Gate held;
     holdDelivery(0, held);
@@ -127,12 +128,12 @@ TEST_F(Delivery, ARequestOverwritesNoCommand) {
     ASSERT_TRUE(
         eventually([this] { return log.errors("VppOBDworkerThread: Unrecognized cmd 4") == 1; }));
     EXPECT_TRUE(client.waitFor(2));
-    peer().storeCommand(3);  // with an empty queue: calls nobody
+    peer().storeCommand(3);  // does nothing while the queue is empty
     returnOutput(2, 3);
     EXPECT_TRUE(client.waitFor(3));
 }
 
-// Also what has been written down but not yet been asked for.
+// At Exit the worker also delivers buffers for which no delivery has been requested yet.
 TEST_F(Delivery, WhatIsQueuedAtExitStillReachesTheClient) {
     ASSERT_TRUE(peer().store(1, vpp::VppBuffer{}));
     vpp->disable();
@@ -147,8 +148,8 @@ TEST_F(Delivery, WithoutACallbackBuffersAreDropped) {
     EXPECT_TRUE(eventually([this] { return peer().queued() == 0; }));
 }
 
-// The wake-up race: returns come just when the worker has found its queue empty and is about to
-// sleep. Each round waits for its own delivery, so that a single lost wake-up stops the test.
+// Buffers are returned just when the worker has found its queue empty and is about to sleep. Each
+// round waits for its own delivery, so that a single lost wake-up fails the test.
 TEST_F(Delivery, NoWakeUpIsLost) {
     constexpr size_t kRounds = 20000;
     for (size_t round = 1; round <= kRounds; ++round) {
@@ -157,8 +158,8 @@ TEST_F(Delivery, NoWakeUpIsLost) {
     }
 }
 
-// The same moment held still: the worker's last look before it sleeps is under the lock that a
-// request takes, and a request that comes meanwhile waits for it.
+// The same moment, made deterministic: the worker checks for work and goes to sleep under the lock
+// that a request takes. The test holds that lock, so that the request has to wait.
 TEST_F(Delivery, ARequestDuringTheLastLookWakesTheWorker) {
     std::atomic<bool> returned{false};
     std::thread binder;

@@ -33,7 +33,7 @@ class Dump : public ComponentTest {
             EXPECT_NE(text.find(line + '\n'), std::string::npos) << line << "\nin\n" << text;
     }
 
-    // What the dump says while the service does not return from this call.
+    // Checks the dump while the service does not return from this call.
     void whileCallHangs(const std::string& call, const std::function<void()>& work,
                         const Strings& lines) {
         SCOPED_TRACE(call);
@@ -55,7 +55,7 @@ TEST_F(Dump, TellsOfTheStreamAndItsBuffers) {
     expectLines({"  state: UNINIT", "  worker: none, posted command none"});
     ASSERT_TRUE(enable());
     vpp->config(64, 48, kRgba, {1, 0, 1, 2}, true);
-    expectLines({"  held back: 1"});  // the place that lets the first source wait
+    expectLines({"  held back: 1"});  // the place that makes the first source be returned late
     ASSERT_EQ(processSource(7, buffer(64, 48, kRgba), 1000), 0);
     ASSERT_EQ(processSource(8, buffer(64, 48, kRgba), 2'000'000), 0);
     session().returnInput(android::cookie::forInput(7, true), 1);
@@ -71,7 +71,7 @@ TEST_F(Dump, TellsOfTheStreamAndItsBuffers) {
          "  held back: 1", "  NV12 pool: 2 entries, 1 free",
          "  side-buffer pool: 1 entries, 0 free", "  worker: running, posted command none",
          "  awaited: nothing"});
-    vpp->dump(-1);  // nowhere to write to: no harm
+    vpp->dump(-1);  // an invalid descriptor must do no harm
 }
 
 TEST_F(Dump, WaitsNeitherForTheClientNorForTheService) {
@@ -93,7 +93,7 @@ TEST_F(Dump, WaitsNeitherForTheClientNorForTheService) {
         {"  state: PENDING", "  awaited: flush",
          "  answers: flush input not done, output not done; reconfigure not done; drain not done"});
 
-    // The next two never come back from the service, and the flush is not answered on one port.
+    // The service does not return the next two buffers, and does not answer the flush on one port.
     ASSERT_EQ(processOutput(5, buffer(64, 64, kNv12)), 0);
     session().silent = {"flush1"};
     std::thread flusher([this] { vpp->flushsync(); });
@@ -116,7 +116,8 @@ TEST_F(Dump, AReaderThatHasGoneEndsTheTextAndNothingElse) {
     expectLines({"  state: UNINIT"});
 }
 
-// For the sanitizers: another thread looks and asks all the while.
+// Another thread makes dumps and calls the getters all the time, so that a sanitizer can find
+// races.
 TEST_F(ResourceTest, DumpsWhileAStreamLivesAndChanges) {
     const LogCapture log;
     const host::VppService service;

@@ -16,14 +16,14 @@ constexpr int64_t kFrameNs = 33333000;
 
 class EndToEnd : public ResourceTest {
   protected:
-    // One frame as it came out. Luma only, rows without padding.
+    // One output frame: its luma, in rows without padding.
     struct OutFrame {
         uint64_t timestamp;
         uint32_t width;
         std::vector<uint8_t> luma;
     };
 
-    // A bright box on textured ground, its left edge at `x`.
+    // Paints a bright box on textured ground, with its left edge at `x`.
     static void paintBox(uint8_t* rgba, uint32_t x) {
         for (uint32_t row = 0; row < kH; ++row) {
             for (uint32_t col = 0; col < kW; ++col) {
@@ -37,7 +37,7 @@ class EndToEnd : public ResourceTest {
         }
     }
 
-    // Where the box's bright pixels are, on average; and how many there are, in units of the box.
+    // The mean position of the bright pixels, and their number in units of the box's area.
     struct Found {
         double centre;
         double area;
@@ -54,7 +54,7 @@ class EndToEnd : public ResourceTest {
         return {sum / count / scale, count / (scale * scale * kBox * kBox)};
     }
 
-    // Plays `count` frames of a box that moves by 8 pixels a frame.
+    // Plays `count` frames of a box that moves by 8 pixels per frame and returns the output.
     std::vector<OutFrame> play(int count, ConfigParams params) {
         std::vector<OutFrame> frames;
         client::LiveClient client;
@@ -95,7 +95,7 @@ TEST_F(EndToEnd, TheBoxIsInTheMiddleOfTheInBetweenFrame) {
             EXPECT_EQ(frames[i].timestamp - frames[i - 1].timestamp, i % 2 == 1 ? 16666 : 16667);
             const Found box = findBox(frames[i]);
             EXPECT_NEAR(box.centre, 40 + kBox / 2.0 + 4.0 * static_cast<double>(i), 1.5) << i;
-            // Along the vectors the box is one, not two ghosts.
+            // Interpolation along the vectors shows one box; a blend would show two faint ones.
             EXPECT_NEAR(box.area, 1.0, 0.12) << i;
         }
     }

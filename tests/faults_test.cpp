@@ -26,8 +26,9 @@ using host::Fault;
 using host::FaultKind;
 using Script = void (*)(FaultScenario&);
 
-// Of a busy machine. How long a wait is to the millisecond is for a bench to show; here it ends,
-// and one operation waits for one limit, however many answers it lacks.
+// The additional time that an operation may take on a busy machine. The test shows that a wait
+// ends, and that one operation waits for one limit in total, even if several answers are missing.
+// It does not measure the wait exactly.
 constexpr std::chrono::milliseconds kSlack = kSanitized ? 3000ms : 1000ms;
 constexpr std::chrono::milliseconds kRealWait = 3000ms;
 
@@ -35,20 +36,21 @@ void playOn(FaultScenario& play) {
     play.playOn();
 }
 
+// One row of the table: the faults, and the steps of the client during which they fire.
 struct Row {
-    std::string name;  // as the table has it
+    std::string name;  // first column of the table in the documentation
     std::vector<Fault> faults = {};
     Script script = playOn;
     ConfigParams params = {1, 0, 1, 0};
     std::vector<std::pair<std::string, std::string>> properties = {};
     bool realWait = false;
-    size_t doubles = 0;  // returns that the row itself makes come twice
+    size_t doubles = 0;  // number of buffers that the script itself queues twice
     bool throws = false;
 
     bool has(FaultKind kind) const {
         return std::ranges::any_of(faults, [kind](const Fault& f) { return f.kind == kind; });
     }
-    // Returns of output buffers that the faults keep from coming.
+    // The number of output buffers that are not returned because of the faults.
     size_t lossy() const {
         return static_cast<size_t>(std::ranges::count_if(faults, [](const Fault& f) {
             if (f.operation != "queueBuf" && f.operation != "outputBufferDone") return false;
@@ -62,10 +64,10 @@ struct Row {
     friend void PrintTo(const Row& row, std::ostream* out) { *out << row.name; }
 };
 
-// The service's operations and callbacks, by every kind of fault that fits.
+// An operation or a callback of the service, with the kinds of faults that it can have.
 struct Operation {
     const char* name;
-    uint64_t nth;      // call that is hit
+    uint64_t nth;      // number of the call at which the fault fires
     const char* fits;  // letters of kKinds
 };
 
@@ -132,7 +134,8 @@ void withFewDescriptors(FaultScenario& play) {
     play.playOn();
 }
 
-// A stack that no address space holds: no thread can be made.
+// Sets a default stack size that is larger than the address space, so that no thread can be
+// created.
 void withoutThreads(FaultScenario& play) {
     play.disable();
     pthread_attr_t before;
@@ -148,7 +151,8 @@ void withoutThreads(FaultScenario& play) {
 
 void addPlatform(std::vector<Row>& rows) {
     for (const char* operation : {"allocate", "native_handle_create"}) {
-        // Those of the first and the second frame; what is between them is the client's own.
+        // The component's calls for the first and the second frame; the calls between them are the
+        // client's.
         for (const uint64_t nth : {1, 2, 3, 16, 17, 18}) {
             for (const uint64_t count : {1, 6}) {
                 rows.push_back({std::string(operation) + " fails at call " + std::to_string(nth) +
@@ -196,7 +200,8 @@ void ofSize(FaultScenario& play) {
     play.playOn();
 }
 
-// Blocks the worker in the client's code until the session is gone and only disable() waits for it.
+// Blocks the worker in the client's callback until the session has been released, so that
+// disable() waits only for the callback.
 void withBlockedCallback(FaultScenario& play) {
     std::latch release(1);
     std::atomic<bool> released{false};
@@ -255,7 +260,7 @@ void addClient(std::vector<Row>& rows) {
     };
     for (const auto& [name, script] : scripts)
         rows.push_back({.name = name, .script = script});
-    // The last of the outputs that wait for a frame, and the source that is the motion reference.
+    // Slot 8 is the last output buffer that waits for a frame; the source is the reference frame.
     const std::pair<const char*, Script> twice[] = {
         {"a slot queued twice", queueTwice<8>},
         {"a source queued twice", queueTwice<client::LiveClient::kFirstSource>}};
@@ -341,7 +346,8 @@ TEST_P(Faults, LoseNothingElseAndStopNobody) {
         service.emplace();
     }
     if (GetParam().properties.empty()) return play.expectHealth();
-    FaultScenario(kShortWait, 0).expectHealth();  // a component keeps what it has read
+    // The first component has read the properties already, so this needs a new one.
+    FaultScenario(kShortWait, 0).expectHealth();
 }
 
 void Faults::run(FaultScenario& play) {
@@ -358,7 +364,7 @@ void Faults::run(FaultScenario& play) {
     note(play, ledger);
 }
 
-// What a service had that has died.
+// Expects that all output buffers are returned after the death of the service.
 void Faults::expectOutputsBack(const client::LiveClient& client) {
     EXPECT_TRUE(eventually([&] { return client.ledger().outstanding(client::kOutputPort) == 0; }))
         << client.account();
@@ -371,8 +377,9 @@ void Faults::checkTimes(const FaultScenario& play) {
     EXPECT_LE(play.disabling, 5s);
 }
 
-// From a flush that succeeds everything has come back but what the fault itself kept. A session
-// that closes drops what is with it, and the one source that is the motion reference.
+// After a successful flush, all buffers have been returned except those that the fault itself lost.
+// Otherwise the session may drop outstanding output buffers when it closes, and one source: the
+// reference frame.
 void Faults::checkLedger(const FaultScenario& play, const client::Ledger& atDisable) {
     EXPECT_LE(play.client.doubled(), GetParam().mayDouble());
     EXPECT_EQ(atDisable.totals().wrongPort, 0);
@@ -382,7 +389,7 @@ void Faults::checkLedger(const FaultScenario& play, const client::Ledger& atDisa
     EXPECT_LE(play.flushed->outstanding(client::kOutputPort), GetParam().lossy());
 }
 
-// The first message that a run without a fault does not log.
+// Returns the first error message that the run without a fault does not log.
 std::string Faults::newErrors() {
     for (const auto& text : log.texts(ANDROID_LOG_ERROR)) {
         if (GetParam().name == "nothing") {

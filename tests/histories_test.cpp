@@ -26,14 +26,14 @@ using host::FaultKind;
 
 constexpr uint32_t kComponents = 3;
 constexpr int64_t kFrameNs = 16000000;
-constexpr auto kPatience = 10s;  // where nothing is to go unanswered
+constexpr auto kPatience = 10s;  // without faults, when every answer arrives
 constexpr auto kShortWait = kSanitized ? 150ms : 50ms;
 
 enum class Act { Enable, Config, Frame, CarryFrame, Queue, Flush, Disable, Restart, Arm, Kill };
 constexpr const char* kActNames[] = {"Enable", "Config",  "Frame",   "CarryFrame", "Queue",
                                      "Flush",  "Disable", "Restart", "Arm",        "Kill"};
 
-// `value` picks from the tables below.
+// One operation of the component `who`. `value` selects its arguments from the tables below.
 struct Step {
     uint32_t who = 0;
     Act act = Act::Enable;
@@ -48,7 +48,7 @@ std::ostream& operator<<(std::ostream& out, const Step& step) {
 
 constexpr uint32_t kSizes[][2] = {{64, 48}, {96, 64}, {35, 18}};
 
-// As the player's --fault has them.
+// The faults that a history can arm, in the syntax of the player's --fault.
 constexpr const char* kFaultTexts =
     "queueBuf=7@3 queueBuf=transport@2 queueBuf=twice@4 queueBuf=late:20 "
     "outputBufferDone=drop outputBufferDone=twice@2 outputBufferDone=unknown "
@@ -69,17 +69,18 @@ Fault faultOf(const Step& step) {
     return host::parseFault(all[step.value % all.size()], &error).value();
 }
 
-// Histories that were once not as they should be.
+// Histories that once failed.
 const std::vector<History> kKnown = {
-    // Disabled in ERROR, the session gives back an output after the worker has gone.
+    // The component is disabled in ERROR, and the session returns an output buffer after the worker
+    // has ended.
     {Step{1, Act::Enable, 0}, Step{1, Act::CarryFrame, 0}, Step{1, Act::Arm, 18},
      Step{1, Act::Config, 259}, Step{1, Act::Frame, 350}},
-    // The same on a component that is started anew, beside one with faults of its own.
+    // The same happens to a component that is started again, beside one with other faults.
     {Step{1, Act::Enable, 322}, Step{0, Act::Enable, 288}, Step{0, Act::Arm, 27},
      Step{0, Act::CarryFrame, 348}, Step{0, Act::Config, 168}, Step{0, Act::Frame, 420},
      Step{1, Act::Disable, 0}, Step{1, Act::Frame, 553}},
-    // The session can be neither closed nor ended, and gives an output back to the next one's
-    // client.
+    // The session can be neither closed nor terminated, and returns an output buffer to the client
+    // of the next session.
     {Step{1, Act::Config, 77}, Step{0, Act::Arm, 25}, Step{1, Act::Enable, 0},
      Step{0, Act::Arm, 24}, Step{1, Act::CarryFrame, 0}, Step{1, Act::CarryFrame, 200},
      Step{1, Act::Disable, 0}}};
@@ -88,10 +89,11 @@ ConfigParams paramsOf(uint32_t value) {
     return {value % 7 == 6 ? 2U : 1U, 0, value % 4, value / 4 % 3};
 }
 
-// One service for all, which histories kill and put back.
+// The service that all components of a history share. Steps kill it and start it again. Any thread
+// may call it.
 class SharedService {
   public:
-    // Which service this is: another one after each death.
+    // Starts the service if it is dead. Returns its number, which is a new one after each death.
     int revive() {
         const std::lock_guard lock(mLock);
         if (client::LiveClient::serviceLives()) return mNumber;
@@ -103,7 +105,7 @@ class SharedService {
         const std::lock_guard lock(mLock);
         mService.reset();
     }
-    // Whether this service has died since it was revived.
+    // Returns true if the service with this number has died.
     bool hasDied(int number) {
         const std::lock_guard lock(mLock);
         return number != mNumber || !client::LiveClient::serviceLives();
@@ -115,9 +117,9 @@ class SharedService {
     int mNumber = 0;
 };
 
-// What the faults of a history may do to the ledgers.
+// The irregularities that the faults of a history may cause.
 struct Allowance {
-    bool faults = false;  // then any command may fail that a fault can make fail
+    bool faults = false;  // operations may fail
     size_t lost = 0;
     size_t doubled = 0;
 
@@ -135,7 +137,8 @@ struct Allowance {
     }
 };
 
-// One component, its client, and the state that the model says it is in.
+// One component with its client, and a model of its state. It carries out the steps of a history
+// and compares the component with the model.
 class Player {
   public:
     Player(SharedService& service, const Allowance& allowed)
@@ -160,7 +163,7 @@ class Player {
             case Act::CarryFrame:
                 return frame(step.value, paramsOf(step.value / 3));
             case Act::Queue:
-                if (mState == VppComponent::IDLE) return;  // that would wake the session
+                if (mState == VppComponent::IDLE) return;  // it would start the session
                 return mClient.queueOutputs(step.value % 24);
             case Act::Flush:
                 return flush();
@@ -177,7 +180,8 @@ class Player {
         }
     }
 
-    // The end of every history: faults gone, the component works and gives everything back.
+    // Checks, at the end of every history, that without faults the component works and returns all
+    // buffers.
     void finish() {
         disable();
         mAllowed = {};
@@ -199,8 +203,8 @@ class Player {
         const bool on = wasOff ? mClient.enable() : mClient.vpp->enable("again", &mClient, false);
         check(wasOff || !on, "enabled twice");
         check(on || !wasOff || mAllowed.faults, "not enabled");
-        // Another history may have killed the service meanwhile: then it is not known whose session
-        // this is.
+        // Another thread may have killed the service meanwhile. It is then unknown to which service
+        // the session belongs.
         if (on && wasOff)
             mServiceNumber = mService.hasDied(number) ? std::nullopt : std::optional(number);
         if (on) expect({VppComponent::INIT});
@@ -231,7 +235,7 @@ class Player {
     }
 
     void disable() {
-        // What a dead service had comes back by itself.
+        // After the death of the service, the component returns the service's buffers by itself.
         if (mState != VppComponent::UNINIT && mServiceNumber && mService.hasDied(*mServiceNumber)) {
             check(eventually([this] {
                       return mClient.ledger().outstanding(client::kOutputPort) <= mAllowed.lost;
@@ -257,7 +261,8 @@ class Player {
         if (mState == VppComponent::UNINIT || mAllowed.faults) return expectAny();
         expect({VppComponent::ACTIVE});
     }
-    // Off stays off, and on stays on.
+    // Expects any state that is possible after a failure. Only enable() and disable() change
+    // whether the state is UNINIT.
     void expectAny() {
         const auto now = mClient.vpp->state();
         check((now == VppComponent::UNINIT) == (mState == VppComponent::UNINIT),
@@ -270,7 +275,7 @@ class Player {
     }
 
     SharedService& mService;
-    std::optional<int> mServiceNumber;  // that the session is of
+    std::optional<int> mServiceNumber;  // the service of the session; nullopt if unknown
     Allowance mAllowed;
     client::LiveClient mClient;
     VppComponent::status mState = VppComponent::UNINIT;
@@ -279,7 +284,8 @@ class Player {
 
 class Histories : public ResourceTest {
   protected:
-    // What is wrong after this history; empty when nothing is.
+    // Plays a history, with a thread for each component. Returns the failures; empty if there are
+    // none.
     std::string play(const History& history) {
         Watchdog::feed();
         const Allowance allowed = Allowance::of(history);
@@ -328,8 +334,8 @@ rc::Gen<Step> anyStep(bool withFaults) {
         rc::gen::set(&Step::value, rc::gen::inRange(0U, 1000U)));
 }
 
-// Seed and number reach RapidCheck the way it reads its settings; what the user has set comes last
-// and holds.
+// Passes the seed and the number of histories to RapidCheck in its environment variable. The user's
+// own settings come last, so that they take precedence.
 void setParameters() {
     const char* histories = getenv("QOZ_HISTORIES");
     const char* more = getenv("RC_PARAMS");
@@ -341,7 +347,7 @@ void setParameters() {
 }
 
 TEST_F(Histories, ThoseOfBeforeKeepThemToo) {
-    constexpr int kRounds = 20;  // they depend on timing
+    constexpr int kRounds = 20;  // the failures depend on timing
     for (const auto& history : kKnown) {
         for (int round = 0; round < kRounds; ++round)
             ASSERT_EQ(play(history), "") << rc::toString(history);
@@ -355,7 +361,8 @@ TEST_F(Histories, EveryOneOfThemKeepsTheLedgersAndTheStates) {
         const auto history = *rc::gen::container<History>(anyStep(withFaults));
         const std::string wrong = play(history);
         if (wrong.empty()) return;
-        // Printed here too: a history that depends on timing may pass when it is played again.
+        // RapidCheck plays the history again to shrink it. A failure that depends on timing may
+        // then not occur, so the history is printed now.
         std::cerr << wrong << rc::toString(history) << '\n';
         RC_FAIL(wrong);
     }));

@@ -18,7 +18,7 @@ class Intake : public ComponentTest {
   protected:
     void startFull() { enableAndConfig(kW, kH, {1, 0, 1, 0}); }
 
-    // What the service has been given on the input port, once for each frame.
+    // Returns the side buffers of each frame that the service has received on the input port.
     std::vector<Strings> metas() const {
         std::vector<Strings> result;
         for (const auto& queued : inputs())
@@ -26,7 +26,7 @@ class Intake : public ComponentTest {
         return result;
     }
 
-    // Everything queued to the input port and not yet given back, comes back.
+    // Returns all buffers that the service holds on the input port.
     void returnInputs() {
         const auto all = inputs();
         for (; mReturned < all.size(); ++mReturned) {
@@ -135,7 +135,7 @@ TEST_F(Intake, AClientsTargetTravelsUnderItsOwnSlot) {
     EXPECT_EQ(inputs().at(0).cookie, 40);
     returnInputs();
     EXPECT_EQ(client.done(), (std::vector<Done>{{1, 1, 1, 0}, {0, 40, 0, 0}}));
-    // Packets with and without a target mix: each target comes back.
+    // After packets with and without a target in turn, each target is returned.
     client.clear();
     EXPECT_EQ(processSource(2, frame(), 10000), 0);
     EXPECT_EQ(process({{3, frame(), {}, 11000, {}}, {41, nv12(), {}, 0, {}}}), 0);
@@ -144,7 +144,7 @@ TEST_F(Intake, AClientsTargetTravelsUnderItsOwnSlot) {
     EXPECT_EQ(client.done(0), (std::vector<Done>{{0, 41, 0, 0}}));
 }
 
-// Each kind of failure costs its own frame: the source stays the client's, the next goes through.
+// Every kind of failure costs only its own frame: that one is refused, and the next one is taken.
 TEST_F(Intake, AFailedFrameIsRefusedAndTheStreamGoesOn) {
     struct Row {
         const char* operation;
@@ -188,7 +188,7 @@ TEST_F(Intake, ANewSizeReshapesTheSession) {
     startFull();
     ASSERT_EQ(processSource(0, frame(), 1000), 0);
     ASSERT_EQ(processSource(1, frame(), 2000), 0);
-    // There and back on consecutive frames, then to a larger one.
+    // Changes the size and back on consecutive frames, then to a larger size.
     int32_t slot = 2;
     for (const auto& [w, h] : {std::pair{32U, 32U}, std::pair{kW, kH}, std::pair{96U, 80U}}) {
         client.clear();
@@ -204,7 +204,7 @@ TEST_F(Intake, ANewSizeReshapesTheSession) {
         3);
     ASSERT_EQ(processSource(slot, frame(96, 80), 6000), 0);
     EXPECT_EQ(metas().back(), kAllThree);
-    // One that fails leaves no reference of its size to the next.
+    // A frame that fails must not become the reference frame of the next one.
     host::armFault({.operation = "RGBToNV12"});
     EXPECT_EQ(processSource(6, frame(32, 32), 7000), 1);
     EXPECT_EQ(processSource(7, frame(32, 32), 8000), 0);
@@ -213,7 +213,8 @@ TEST_F(Intake, ANewSizeReshapesTheSession) {
     EXPECT_EQ(metas().back(), kAllThree);
 }
 
-// A reference of another size or format is none: the frame goes without vectors, the next has them.
+// A reference frame of another size or format is not used: the frame is sent without motion
+// vectors, and the next frame has them again.
 TEST_F(Intake, NoFrameIsRefusedForItsReference) {
     startFull();
     EXPECT_EQ(processSource(-1, frame(32, 32), 0), 0);
@@ -237,7 +238,8 @@ TEST_F(Intake, AReenabledComponentMakesItsConverterAgain) {
               1);
 }
 
-// What travels with the two frames that follow the one which carried the settings.
+// Settings that a frame carries apply from the next frame on. Each row has the side buffers of the
+// two frames that follow.
 TEST_F(Intake, CarriedSettingsHoldFromTheNextFrameOn) {
     struct Row {
         ConfigParams before, carried;
@@ -245,7 +247,8 @@ TEST_F(Intake, CarriedSettingsHoldFromTheNextFrameOn) {
     };
     const Strings vectors{kAllThree[0], kAllThree[1]};
     for (const Row& row : {
-             Row{{1, 0, 1, 0}, {1, 0, 1, 2}, {}, vectors},  // no vectors across a ratio change
+             // There are no motion vectors across a change of the ratio.
+             Row{{1, 0, 1, 0}, {1, 0, 1, 2}, {}, vectors},
              Row{{1, 0, 1, 2}, {1, 0, 1, 0}, kHalfOnly, kAllThree},
              Row{{1, 0, 1, 0}, {1, 0, 1, 1}, kHalfOnly, kAllThree},
              Row{{1, 0, 1, 0}, {1, 0, 0, 0}, kHalfOnly, kHalfOnly},

@@ -40,7 +40,7 @@ TEST(StrongPointer, EndsItsObjectWithTheLastOwner) {
     EXPECT_EQ(first, second);
     EXPECT_EQ(first->getStrongCount(), 2);
     sp<Counted> moved = std::move(first);
-    EXPECT_EQ(first, nullptr);  // NOLINT(bugprone-use-after-move): what a move leaves is told
+    EXPECT_EQ(first, nullptr);  // NOLINT(bugprone-use-after-move): tests the state after a move
     EXPECT_EQ(moved->getStrongCount(), 2);
     moved = nullptr;
     EXPECT_EQ(ended, 0);

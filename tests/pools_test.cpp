@@ -30,7 +30,7 @@ class Pools : public ComponentTest {
         return peer().requestYuv(out, {true, width, 64, kNv12, usage});
     }
 
-    // A free entry under `key`; null for a key without one.
+    // Makes the entry under `key` free; `held` is null for a key without an entry.
     void freeYuv(uint64_t key, const sp<GraphicBuffer>& held) {
         if (held != nullptr) peer().yuvMap()[key] = held;
         peer().freeYuv().insert(key);
@@ -70,7 +70,7 @@ TEST_F(Pools, TheOldestFreeBufferIsReused) {
     const auto oldest = buffer(64, 64, kNv12);
     freeYuv(200, buffer(64, 64, kNv12));
     freeYuv(100, oldest);
-    peer().yuvMap()[50] = buffer(64, 64, kNv12);  // in the VPP: not free
+    peer().yuvMap()[50] = buffer(64, 64, kNv12);  // the VPP holds it, so it is not free
     const auto made = host::counters().graphicBuffersMade;
     sp<GraphicBuffer> out;
     ASSERT_TRUE(request(&out));
@@ -88,7 +88,7 @@ TEST_F(Pools, ABufferThatDoesNotFitDiscardsAllFreeOnes) {
         SCOPED_TRACE(++misfit);
         freeYuv(100, drawn);
         freeYuv(200, buffer(64, 64, kNv12));
-        peer().yuvMap()[300] = buffer(32, 32, kNv12);  // in the VPP: stays
+        peer().yuvMap()[300] = buffer(32, 32, kNv12);  // the VPP holds it, so it remains
         sp<GraphicBuffer> out;
         ASSERT_TRUE(request(&out));
         EXPECT_NE(out, drawn);

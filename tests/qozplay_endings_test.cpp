@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The ways in which a run ends before its time: signals at whatever moment, and too little memory,
-// too few threads, descriptors and disk. Each run is a process of its own, as main() makes it.
+// Tests of runs of the player that end early: by signals at any moment, and for lack of memory,
+// threads, descriptors or disk space. Each run is its own process, which does the same as main().
 #include <fcntl.h>
 #include <host/control.h>
 #include <nlohmann/json.hpp>
@@ -28,11 +28,11 @@ using testing::Not;
 constexpr Size kClip{64, 48};
 
 struct Ended {
-    int code;  // 128 and more: a signal's number beyond that, or the player's word for it
+    int code;  // exit code, or 1000 plus the number of the signal that killed the process
     std::string err;
 };
 
-// Runs in a group of its own, as a command on a terminal does.
+// A process that runs the player in its own process group, like a command on a terminal.
 class PlayerProcess {
   public:
     PlayerProcess(
@@ -60,7 +60,8 @@ class PlayerProcess {
         close(ends[0]);
         close(ready[1]);
         char byte;
-        (void)!read(ready[0], &byte, 1);  // its end: the signals are taken care of
+        // The read ends when the player has set up its signals and has closed the pipe.
+        (void)!read(ready[0], &byte, 1);
         close(ready[0]);
     }
     ~PlayerProcess() { closeInput(); }
@@ -94,7 +95,7 @@ class PlayerProcess {
     pid_t mPid = 0;
 };
 
-// With the folder that the process takes for temporary files.
+// A folder for one run, with a subfolder that the player uses for temporary files.
 struct Place : Folder {
     Place() { std::filesystem::create_directory(file("tmp")); }
     bool leftNothing() const { return std::filesystem::is_empty(file("tmp")); }
@@ -128,7 +129,8 @@ TEST(Ending, IsInOrderAfterASignalAtAnyFrame) {
             const Ended ended = player.wait();
             EXPECT_EQ(ended.code, 128 + signal) << service << frames << ended.err;
             EXPECT_TRUE(place.leftNothing());
-            if (!std::filesystem::exists(place.file("stats.json"))) continue;  // before it began
+            // Without this file, the signal came before the run.
+            if (!std::filesystem::exists(place.file("stats.json"))) continue;
             const nlohmann::json stats = nlohmann::json::parse(place.read("stats.json"));
             const nlohmann::json& session = stats["sessions"][0];
             EXPECT_EQ(session["frames"]["source"], session["frames"]["in"]);
@@ -162,7 +164,7 @@ TEST(Ending, IsInOrderAlthoughNobodyReadsTheOutput) {
 
 TEST(Ending, IsAtOnceAfterASecondSignal) {
     const Place place;
-    // The last flush is never answered: in order takes seconds.
+    // The last flush is not answered, so an orderly end would take seconds.
     PlayerProcess player(
         place, "-i - --service process --fault eventFlushDone=drop@1+ -o " + place.file("out.y4m"));
     player.feed("YUV4MPEG2 W64 H48 F30:1\nFRAME\n" + grey(kClip, 50));
@@ -193,7 +195,7 @@ const char kShort[] = "--scene-size 64x48 --frames 12 ";
 TEST(Ending, IsASentenceWhateverThreadCannotBeHad) {
     int failed = 0;
     for (const std::string service : {"inline", "process"}) {
-        // A sanitizer takes two seconds for each.
+        // With a sanitizer each run takes two seconds.
         for (int nth = 1; nth <= 20; nth += qoz::test::kSanitized ? 3 : 1) {
             const Place place;
             const PlayerProcess player(place, kShort + ("--service " + service),
@@ -207,8 +209,8 @@ TEST(Ending, IsASentenceWhateverThreadCannotBeHad) {
     EXPECT_GT(failed, 2) << "the limit is none";
 }
 
-// Beyond what the program and its libraries take before they begin. With FFV1: the encoder library
-// for H.264 does not survive an allocation failure of its own.
+// The limit is the memory that the program uses before the run, plus a number of MiB. The output is
+// FFV1, because the encoder library for H.264 crashes when it cannot allocate memory.
 TEST(Ending, IsASentenceHoweverLittleMemoryThereIs) {
     if (qoz::test::kSanitized) GTEST_SKIP() << "the sanitizers need the address space";
     for (rlim_t mebibytes = 1; mebibytes <= 256; mebibytes += mebibytes / 4 + 1) {
@@ -245,7 +247,7 @@ TEST(Ending, LeavesNoHalfFileWhenTheDiskIsFull) {
         place.write(name, "before");
         const std::string line = "--scene-size 64x48 -o " + place.file(name);
         const PlayerProcess player(place, line, [] {
-            const rlimit both{16384, 16384};  // a graphic buffer may be as large
+            const rlimit both{16384, 16384};  // large enough for graphic buffers
             setrlimit(RLIMIT_FSIZE, &both);
         });
         const Ended ended = player.wait();

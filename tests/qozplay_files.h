@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the tests of the player share.
+// Definitions that the tests of the player share: files, clips and runs.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -21,14 +21,15 @@ namespace qozplay {
 
 using testing::HasSubstr;
 
-// Also of a file under /proc, whose process may end while it is read: then what there was of it.
+// Returns the contents of a file. For a file under /proc whose process ends during the read,
+// returns the part that was read.
 inline std::string contentOf(const std::filesystem::path& file) {
     std::ostringstream text;
     text << std::ifstream(file, std::ios::binary).rdbuf();
     return text.str();
 }
 
-// A folder for one test, gone with it.
+// A temporary folder for one test; the destructor removes it.
 class Folder {
   public:
     Folder() {
@@ -49,13 +50,13 @@ class Folder {
     std::filesystem::path mPath;
 };
 
-// Bytes of a planar 4:2:0 picture.
+// The size of a planar 4:2:0 picture in bytes.
 inline size_t i420Bytes(Size size) {
     const size_t chroma = size_t{(size.width + 1) / 2} * ((size.height + 1) / 2);
     return size_t{size.width} * size.height + 2 * chroma;
 }
 
-// One planar picture without colour.
+// Returns a grey planar picture.
 inline std::string grey(Size size, char luma) {
     const size_t pixels = static_cast<size_t>(size.width) * size.height;
     return std::string(pixels, luma) + std::string(i420Bytes(size) - pixels, '\x80');
@@ -78,7 +79,7 @@ inline int run(const std::string& line, const StopRequest& stop, std::ostream& o
     return play(static_cast<int>(args.size()), args.data(), console, stop);
 }
 
-// A run of the player, in this process.
+// Runs the player in this process, with the options in `line`.
 inline Outcome run(const std::string& line) {
     std::ostringstream out, err;
     const int code = run(line, StopRequest(), out, err);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Looking inside a run: the trace file and the log's filter.
+// Tests of the trace file and of the log filter.
 #include <host/control.h>
 #include <nlohmann/json.hpp>
 
@@ -20,7 +20,7 @@ struct Slice {
     double begin, end;
 };
 
-// A trace file as a viewer reads it; whatever does not fit together fails the test.
+// A trace file as a viewer reads it. Inconsistent contents fail the test.
 struct Trace {
     explicit Trace(const std::string& text) : file(nlohmann::json::parse(text)) {
         std::map<int, std::vector<Slice>> open;
@@ -49,7 +49,7 @@ struct Trace {
             EXPECT_TRUE(left.empty()) << left.size() << " slices never end in thread " << tid;
     }
 
-    // The innermost slice around a point; "" outside of any.
+    // Returns the name of the innermost slice around a point; "" if there is none.
     std::string around(const std::pair<int, double>& point) {
         const Slice* inner = nullptr;
         for (const Slice& slice : slices[point.first]) {
@@ -124,8 +124,8 @@ TEST(Trace, IsWholeAlsoWhenAThreadHasSaidTooMuch) {
 TEST(LogFilter, LetsThroughWhatItsWordsSay) {
     struct Row {
         const char* filter;
-        const char* shown;      // priorities of VppComponent, as letters
-        const char* elsewhere;  // of another tag
+        const char* shown;      // letters of the priorities that are shown for VppComponent
+        const char* elsewhere;  // and for another tag
         bool diagnostics;
     };
     for (const Row& row : {

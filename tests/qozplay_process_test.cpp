@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The player with the service in a process of its own: the same frames, and the end of that process
-// at any moment.
+// Tests of the player with the service in its own process: it makes the same frames as an inline
+// service, and that process may be killed at any moment.
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -20,8 +20,9 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Three seconds for an answer that never comes, and room for the machine.
-constexpr auto kLongestEnd = qoz::test::kSanitized ? 6s : 2s;  // below the limit of a wait
+// The greatest time from the death of the service to the end of a run. Without a sanitizer it is
+// below the three seconds that an operation waits for a missing answer.
+constexpr auto kLongestEnd = qoz::test::kSanitized ? 6s : 2s;
 
 TEST(PlayerProcess, MakesTheSameFramesAsInline) {
     const Folder folder;
@@ -54,8 +55,9 @@ TEST(PlayerProcess, TakesAnyFolderForTemporaryFilesThatASocketCanLieIn) {
     setenv("TMPDIR", usual.c_str(), 1);
 }
 
-// The service of the player that runs: its bus has handed it this folder for temporary files. No
-// question to the bus, which the player may be starting or ending.
+// Returns the service process that the player has started. It is recognised by the folder for
+// temporary files in its environment. The bus cannot be asked, because the player may just be
+// starting or ending it.
 std::optional<pid_t> servicePid(const std::string& folder) {
     std::error_code gone;
     for (const auto& entry : std::filesystem::directory_iterator("/proc", gone)) {
@@ -66,8 +68,8 @@ std::optional<pid_t> servicePid(const std::string& folder) {
     return std::nullopt;
 }
 
-// Plays a clip, and kills the service when that has been there for `age`. Whatever it was doing,
-// the run ends soon, with everything back and the cause named. Whether the kill met a service.
+// Plays a clip and kills the service when it has existed for `age`. The run must end soon, with all
+// buffers returned and with the cause in its message. Returns true if there was a service to kill.
 bool playAndKill(const Folder& folder, const std::string& line, std::chrono::duration<double> age,
                  std::vector<double>* seconds) {
     const std::string place = folder.file("");
@@ -93,7 +95,7 @@ bool playAndKill(const Folder& folder, const std::string& line, std::chrono::dur
     EXPECT_THAT(outcome.err, testing::Not(HasSubstr("descriptors")));
     EXPECT_LT(end - at, kLongestEnd) << outcome.err;
     EXPECT_TRUE(outcome.code == 0 || (outcome.code == 1 && landed)) << outcome.err;
-    // One that is killed before it has its name has never been there.
+    // A service that is killed before it has registered its name does not exist for the client.
     if (outcome.code == 1) {
         EXPECT_THAT(outcome.err, testing::AnyOf(HasSubstr("the service died"),
                                                 HasSubstr("could not be enabled")));
@@ -102,9 +104,9 @@ bool playAndKill(const Folder& folder, const std::string& line, std::chrono::dur
     return landed;
 }
 
-// QOZ_KILLS: how many that meet a service. One clip in five is plain and two have their last flush
-// answered late; the other two change size and upscale ratio, which is answered late too. So the
-// service mostly dies with the component waiting for it.
+// QOZ_KILLS sets the number of services to kill. In two of five clips the last flush is answered
+// late, and in two others a change of the size or the upscale ratio, so that the service mostly
+// dies while the component waits for it.
 TEST(PlayerProcess, EndsWithOneWheneverTheServiceIsKilled) {
     const char* const wanted = getenv("QOZ_KILLS");
     const size_t kills = wanted != nullptr ? std::stoul(wanted) : 6;
@@ -119,7 +121,7 @@ TEST(PlayerProcess, EndsWithOneWheneverTheServiceIsKilled) {
     const std::string lines[] = {plain, lateFlush, plain + " --at 2:size=160x96" + lateChange,
                                  lateFlush, plain + " --at 2:upscale=1.5" + lateChange};
     constexpr size_t kLines = std::size(lines);
-    std::chrono::duration<double> lives[kLines];  // of a service that nobody kills, and a bit more
+    std::chrono::duration<double> lives[kLines];  // duration of a run without a kill
     for (size_t kind = 0; kind < kLines; ++kind) {
         const auto start = Clock::now();
         const Outcome whole = run(lines[kind]);

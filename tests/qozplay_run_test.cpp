@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Whole runs of the player: exit codes, messages, and what comes out.
+// Tests of whole runs of the player: exit codes, messages and output.
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -118,11 +118,12 @@ TEST(Player, MakesFramesOfSessionsSideBySideAndAccountsForAll) {
         EXPECT_THAT(folder.read(picture).substr(1, 3), "PNG") << picture;
 }
 
-// Of saturated colours, by both matrices; each pass goes through RGB and back.
+// A clip of saturated colours passes through the player several times, with both matrices. Each
+// pass converts it to RGB and back.
 TEST(Player, KeepsColoursThroughAnyNumberOfPasses) {
     const Folder folder;
     for (const Size size : {Size{96, 64}, Size{96, 720}}) {
-        // Luma and chroma of red, green, blue, yellow, cyan and violet, 253 of 255, by the matrix.
+        // Luma and chroma of red, green, blue, yellow, cyan and violet, at 253 of 255.
         using Patch = std::array<int, 3>;
         const std::array<Patch, 6> patches = size.height < 720
                                                  ? std::array<Patch, 6>{{{81, 91, 239},
@@ -164,8 +165,8 @@ TEST(Player, KeepsColoursThroughAnyNumberOfPasses) {
     }
 }
 
-// Colours with hard edges, none of them where a cell of the verifier's grid ends: rows 22 and 23 of
-// 180 are in the same cell, and the chroma row that both of them share lies on its edge.
+// A picture whose hard edges do not coincide with the cells of the verifier's grid: rows 22 and 23
+// of 180 share a chroma row, which lies on the edge of a cell.
 TEST(Player, VerifiesHardEdgesOfAnySizeAndScale) {
     const Folder folder;
     const Size size{320, 180};
@@ -193,7 +194,7 @@ TEST(Player, FollowsChangesWhileFramesFlow) {
     const nlohmann::json session = nlohmann::json::parse(folder.read("stats.json"))["sessions"][0];
     const nlohmann::json& frames = session["frames"];
     EXPECT_EQ(frames["source"].get<int>() + frames["flushed"].get<int>(), 24);
-    EXPECT_GT(frames["interpolated"], 40);  // with one frame in each interval it would be 23
+    EXPECT_GT(frames["interpolated"], 40);  // one frame in each interval would make 23
     EXPECT_EQ(session["output_size"]["last"], (nlohmann::json{{"width", 96}, {"height", 72}}));
     EXPECT_EQ(session["buffers"]["queued"], session["buffers"]["returned"]);
     EXPECT_EQ(session["changes"].size(), 5U);
@@ -202,7 +203,7 @@ TEST(Player, FollowsChangesWhileFramesFlow) {
     EXPECT_THAT(outcome.out, HasSubstr("frame 99: flush, not reached"));
 }
 
-// Each frame is 2 levels brighter than the one before.
+// Each frame is 2 levels brighter than the previous one.
 TEST(Player, ScoresWhatIsMadeInPlaceOfFramesHeldOut) {
     const Folder folder;
     std::string clip = "YUV4MPEG2 W64 H48 F30:1\n";
@@ -212,13 +213,13 @@ TEST(Player, ScoresWhatIsMadeInPlaceOfFramesHeldOut) {
                                 " --stats " + folder.file("stats.json"));
     EXPECT_EQ(outcome.code, 0) << outcome.err;
     const nlohmann::json truth = nlohmann::json::parse(folder.read("stats.json"))["truth"];
-    const double repeated[] = {42.11, 36.09, 32.57};  // dB of 2, 4 and 6 levels
+    const double repeated[] = {42.11, 36.09, 32.57};  // dB, for 2, 4 and 6 levels
     ASSERT_EQ(truth["frames"].size(), 6U);
     for (size_t i = 0; i < 6; ++i) {
         const nlohmann::json& frame = truth["frames"][i];
         EXPECT_EQ(frame["frame"], 1 + i + i / 3);
         EXPECT_NEAR(frame["repeated"]["psnr"], repeated[i % 3], 0.01);
-        EXPECT_GE(frame["blended"]["psnr"], 48);  // one level for rounding
+        EXPECT_GE(frame["blended"]["psnr"], 48);  // allows one level for rounding
         EXPECT_GE(frame["interpolated"]["psnr"], 48);
     }
     EXPECT_NEAR(truth["repeated"]["mean"]["psnr"], 36.92, 0.01);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// The player's parts: what it reads and refuses, what it writes, how it keeps its accounts.
+// Tests of the parts of the player: reading and writing clips, parsing, counting frames and
+// buffers, verification and reports.
 #include <functional>
 #include <optional>
 #include <sstream>
@@ -54,7 +55,8 @@ TEST(MediaReader, RefusesDamageAndWhatItCannotShow) {
                 HasSubstr("it is a directory"));
 }
 
-// What a clip says of its colours counts, and where it says nothing its height does.
+// The reader uses the matrix and the range that the clip states. If it states none, its height
+// decides.
 TEST(MediaReader, ShowsColoursByTheClipsMatrixAndRangeAndOddSizes) {
     const Folder folder;
     struct Row {
@@ -81,7 +83,7 @@ TEST(MediaReader, ShowsColoursByTheClipsMatrixAndRangeAndOddSizes) {
                                             row.size.height, row.tags) +
                                          picture),
             {}, {30, 1}, stop);
-        const size_t stride = row.size.width * 4 + 4;  // what lies between rows stays as it is
+        const size_t stride = row.size.width * 4 + 4;  // the reader must not write to the padding
         std::vector<uint8_t> rgba(stride * row.size.height, 77);
         ASSERT_TRUE(source.next(rgba.data(), stride));
         const uint8_t* last = &rgba[stride * (row.size.height - 1) + 4 * (row.size.width - 1)];
@@ -178,7 +180,7 @@ TEST(Ledger, FindsWhatIsOff) {
     EXPECT_TRUE(ledger.refuse(0, 2));
     EXPECT_FALSE(ledger.refuse(0, 2));
     EXPECT_EQ(ledger.outstanding(), 0U);
-    EXPECT_FALSE(ledger.settled());  // all returned, but not by the right ways
+    EXPECT_FALSE(ledger.settled());  // all are returned, but one on the wrong port
     const Ledger::Totals totals = ledger.totals();
     EXPECT_EQ((std::vector{totals.queued, totals.returned, totals.doubled, totals.wrongPort,
                            totals.refused}),
@@ -191,11 +193,11 @@ TEST(FrameTracker, TellsLostFramesFromFlushedOnes) {
     for (const uint64_t timestamp : {0, 10, 20, 30})
         tracker.sent(timestamp, start);
     EXPECT_TRUE(tracker.came(0, start));
-    EXPECT_FALSE(
-        tracker.came(15, start));  // interpolated between 10 and 20: nobody waits for 10 now
+    // A frame between 10 and 20 has come out, so 10 is no longer expected.
+    EXPECT_FALSE(tracker.came(15, start));
     EXPECT_EQ(tracker.underWay(), 2U);
     EXPECT_TRUE(tracker.came(20, start + std::chrono::milliseconds(7)));
-    EXPECT_FALSE(tracker.came(20, start));  // the same again
+    EXPECT_FALSE(tracker.came(20, start));  // a repeated frame
     tracker.flushed();
     EXPECT_EQ(tracker.underWay(), 0U);
     const FrameTracker::Tally tally = tracker.finish();
@@ -204,9 +206,10 @@ TEST(FrameTracker, TellsLostFramesFromFlushedOnes) {
     EXPECT_EQ(tally.latencies, (std::vector<double>{0, 7}));
 }
 
-// A history: tF/K takes frame F with K interpolated frames due before it, oT=L is a frame of time T
-// with luma L (50), i an interruption, l a buffer that stays away. Frames are 300 microseconds
-// apart.
+// Returns the verifier's violation for a history of these steps: tF/K takes source frame F with K
+// interpolated frames expected before it, oT=L is an output frame of time T with luma L (50 by
+// default), i is an interruption, and l is a buffer that is not returned. Source frames are 300
+// microseconds apart.
 std::string violationOf(const std::string& history, std::string* summary) {
     Verifier verifier;
     Ledger ledger;
@@ -287,7 +290,7 @@ TEST(Budget, NamesEachFigureBeyondItsBound) {
         EXPECT_THROW(parseLimit(bad), BadInput) << bad;
 }
 
-// Width and height of a sheet with `interpolated` frames in each interval.
+// Returns width and height of a sheet with `interpolated` frames in each interval.
 std::pair<uint32_t, uint32_t> sheetSize(uint64_t intervals, uint64_t interpolated,
                                         Sheet::Window window = {}) {
     const std::vector<uint8_t> pixels(8 * 12, 128);

@@ -29,7 +29,8 @@ class Queueing : public ComponentTest {
         ComponentTest::TearDown();
     }
 
-    // Queues one input frame with these side buffers; what the service received.
+    // Queues one input frame with these side buffers and returns the record that the service
+    // received.
     Queued queueInput(SideBuffers side, uint64_t timestamp, uint32_t id = 3) {
         EXPECT_TRUE(peer().queueBuffer(frame, side, id, timestamp, true));
         return queuedOn(VppPort::INPUT).back();
@@ -37,7 +38,7 @@ class Queueing : public ComponentTest {
 
     static sp<GraphicBuffer> small() { return buffer(8, 8, kRgba); }
 
-    // No descriptor can be opened while it lives.
+    // Makes the opening of descriptors fail during its life.
     struct NoDescriptors {
         NoDescriptors() {
             getrlimit(RLIMIT_NOFILE, &before);
@@ -71,7 +72,7 @@ TEST_F(Queueing, AnInputRecordDescribesTheFrame) {
     peer().setNeedAdditionalBuffer(true);
     const Queued pooled = queueInput({}, 77);
     EXPECT_EQ(pooled.cookie, 0x10003);
-    constexpr uint32_t kSize = 8192;  // of 64x64 NV12 in whole pages
+    constexpr uint32_t kSize = 8192;  // bytes of a 64x64 NV12 buffer, in whole pages
     EXPECT_EQ(std::tuple(pooled.allocLen, pooled.filledLen, pooled.size, pooled.descriptors),
               std::tuple(kSize, kSize, kSize, 1U));
     EXPECT_EQ(pooled.inode, inodeOf(frame->handle->data[0]));
@@ -124,7 +125,8 @@ TEST_F(Queueing, AnOutputRecordIsEmptyAndActivates) {
     EXPECT_EQ(peer().inVpp(), std::pair(0U, 1U));
 }
 
-// Result 0 says taken: so what cannot be queued comes straight back, once, and costs nothing.
+// Result 0 means that the buffer is taken, so a buffer that the service refuses is returned to the
+// client at once, and only once.
 TEST_F(Queueing, AnOutputBufferThatIsRefusedComesBackInvalid) {
     struct Row {
         int32_t slot;
@@ -171,7 +173,7 @@ TEST_F(Queueing, AFrameThatIsRefusedLeavesItsBuffersToTheNext) {
     EXPECT_EQ(peer().freeYuv(), (std::set<uint64_t>{500}));
     EXPECT_EQ(peer().freeExtradata(), (std::set<uint64_t>{500}));
     EXPECT_TRUE(client.done().empty()) << "nothing of the client's was in it";
-    // A target of the client's goes back.
+    // A target that the client supplied is returned to it.
     peer().setNeedAdditionalBuffer(false);
     EXPECT_FALSE(peer().queueBuffer(frame, side, 8, 501, true));
     EXPECT_FALSE(peer().queueBuffer(frame, side, 0x10001, 502, true)) << "collides with a flag";
@@ -214,8 +216,8 @@ TEST_F(Queueing, NativeHandlesAreReleased) {
     native_handle_delete(broken);
 }
 
-// The second half alone also returns an output buffer that does not fit, and nothing is ever
-// reported for a buffer without a slot.
+// An output buffer of the wrong size is also returned, and never anything for a buffer without a
+// slot.
 TEST_F(Queueing, OnlyBuffersWithASlotAreReported) {
     EXPECT_FALSE(peer().queueVppBuffer(7, buffer(32, 32, kNv12), false));
     EXPECT_EQ(client.done(), (std::vector<Done>{{0, 7, 0, 0}}));

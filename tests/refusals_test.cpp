@@ -28,7 +28,8 @@ class Refusals : public ComponentTest {
             texts, [&](const auto& t) { return t.find(begin) != std::string::npos; }));
     }
 
-    // Everything that a callback must not do, and the one thing that it may.
+    // Calls every operation in a callback. All are refused, except that an output buffer may be
+    // queued: `mayQueue` is the expected result of that.
     void misuse(int32_t mayQueue) {
         EXPECT_FALSE(vpp->enable("again", &client, false));
         vpp->config(32, 32, kRgba, {1, 0, 0, 0}, true);
@@ -39,7 +40,8 @@ class Refusals : public ComponentTest {
     }
 };
 
-// On the worker, on a binder thread and on the client's own thread, inside process().
+// The rule holds in callbacks on the worker, on a binder thread, and on the client's own thread
+// within process().
 TEST_F(Refusals, FromWithinACallbackOnlyOutputBuffersAreTaken) {
     const std::pair<const char*, std::function<void()>> threads[] = {
         {"worker", [this] { session().returnOutput(kOutput3, 5, 1); }},
@@ -73,8 +75,8 @@ TEST_F(Refusals, WhileAFlushIsUnderWayACallbackKeepsItsBuffer) {
     client.onDone = [&](const Done& done) {
         if (done.slot == 3) result = processOutput(4, nv12());
     };
-    // The answer to the flush waits for the callback: were the callback to wait for the flush, both
-    // would wait to the limit.
+    // The answer to the flush arrives after the callback. If an operation in the callback waited
+    // for the flush, both would wait until the limit.
     session().onCall = [&](const std::string& call) {
         if (call != "flush1") return;
         session().send([&](vpp::IVppCallbacks&, VppError*) {
@@ -121,15 +123,15 @@ TEST_F(Refusals, AnUnconvertedSourceWaitsForItsFenceToALimit) {
     EXPECT_EQ(inputs().size(), 1);
 }
 
-// Against the simulated service.
+// Reconfigurations with the simulated service.
 class RefusedReconfiguration : public ResourceTest {
   protected:
     host::VppService service;
     LogCapture log;
 };
 
-// A converter that could not be configured is configured again for the next frame, and nothing
-// reaches it without memory.
+// If the converter cannot be configured, it is configured again for the next frame. A buffer
+// without memory never reaches it.
 TEST_F(Refusals, AConfigureThatFailsCostsItsFrameAlone) {
     enableAndConfig(64, 48, {1, 0, 1, 0});
     int refused = 0;
@@ -139,7 +141,7 @@ TEST_F(Refusals, AConfigureThatFailsCostsItsFrameAlone) {
             refused += processSource(n, buffer(width, 48, kRgba), (width + n) * 1'000'000LL);
     }
     EXPECT_LE(refused, 2);
-    const auto none = [] { return buffer(UINT32_MAX, UINT32_MAX, kNv12); };  // is given no memory
+    const auto none = [] { return buffer(UINT32_MAX, UINT32_MAX, kNv12); };  // cannot be allocated
     EXPECT_EQ(processSource(5, none(), 300'000'000), android::QOZResult::kRefused);
     EXPECT_EQ(process({{6, buffer(96, 48, kRgba), {}, 400'000'000, {}}, {7, none(), {}, 0, {}}}),
               android::QOZResult::kRefused);
@@ -172,7 +174,7 @@ TEST_F(RefusedReconfiguration, GivesNoFrameThatIsNotOne) {
             client.look();
             EXPECT_EQ(client.account(), "") << "every buffer comes back";
             EXPECT_TRUE(accepted || frames == 0) << "the ports still have the old size";
-            // The way out: config again.
+            // A new config() restores the stream.
             client.vpp->config(width, height, kRgba, {1, 0, 1, upscale}, true);
             ASSERT_TRUE(client.vpp->isInputPortEnabled(width, height, kRgba));
             for (int n = 0; n < 3; ++n)

@@ -23,10 +23,10 @@ constexpr ConfigParams kFourfold{1, 0, 3, 0};
 
 class Restart : public ComponentTest {
   protected:
-    // Config as a client does it, and the end of the start that it asks for.
+    // Configures the component as a client does, and waits for the start that this requests.
     void configure(ConfigParams params, uint32_t w = kW, uint32_t h = kH, uint32_t format = kRgba) {
         vpp->config(w, h, format, params, true);
-        (void)vpp->isInputPortEnabled(w, h, format);  // only the first config waits
+        (void)vpp->isInputPortEnabled(w, h, format);  // only the first config() waits
     }
     void restart(ConfigParams params, bool enableAgain) {
         if (enableAgain) {
@@ -55,7 +55,7 @@ TEST_F(Restart, AStartSendsOneSegmentAndForgetsTheOutputTime) {
         session().returnOutput(static_cast<int32_t>(0x80000001), 300'000, 1);
         restart(kTwice, enableAgain);
         EXPECT_EQ(segments(), (Segments{{0, 1}}));
-        // Nothing has come out of this start yet, so that no segment is over.
+        // No frame has come out since this start, so that no FRC segment has ended.
         ASSERT_EQ(processSource(1, frame(), 100'000'000, kFourfold), 0);
         ASSERT_EQ(processSource(2, frame(), 150'000'000, kTwice), 0);
         EXPECT_EQ(segments(), (Segments{{0, 1}, {100'000, 3}, {150'000, 1}}));
@@ -78,7 +78,8 @@ TEST_F(Restart, OnePlaceIsHeldHoweverOftenConfigIsCalled) {
     EXPECT_EQ(client.done(1).size(), 5) << "one source stays, not one for each config";
 }
 
-// The converter refuses what it has not been configured for, as a device's does.
+// The component configures the converter whenever its settings change. The simulated converter
+// refuses frames for which it is not configured, like that of a device.
 TEST_F(Restart, TheConverterFollowsTheSettings) {
     struct Row {
         const char* what;
@@ -147,7 +148,7 @@ TEST_F(Restart, TheGettersAnswerBeforeTheStartHasRun) {
     first.inside.wait();
     gate = &second;
     first.release.count_down();
-    vpp->config(96, 80, kRgba, {1, 0, 3, 2}, false);  // waits for the start before it
+    vpp->config(96, 80, kRgba, {1, 0, 3, 2}, false);  // waits for the previous start
     EXPECT_EQ(vpp->outBufReqsPerFrame(), 4);
     EXPECT_EQ(vpp->expectedOutputWidth(), 192);
     EXPECT_EQ(vpp->expectedOutputHeight(), 160);
@@ -157,8 +158,8 @@ TEST_F(Restart, TheGettersAnswerBeforeTheStartHasRun) {
     EXPECT_TRUE(vpp->isInputPortEnabled(96, 80, kRgba));
 }
 
-// A start that fails on a session that runs leaves it running; the client learns it from the log
-// and from the buffers that the service refuses.
+// A failed start leaves an active session active. Only the log and the buffers that the service
+// refuses show the failure to the client.
 TEST_F(Restart, AStartThatFailsLeavesTheSessionThatRuns) {
     enableAndConfig(kW, kH, kTwice);
     session().results["setParameter0"] = VppError::VPP_ERR_PARAM;
@@ -184,7 +185,7 @@ TEST_F(Restart, AStartThatMeetsDisableLeavesNoOpenSession) {
     };
     log.onLine = [&start](const std::string& text) {
         if (text.find("Start exiting VPP OBD thread") != std::string::npos)
-            start.release.count_down();  // disable has seen ERROR, and now waits for the worker
+            start.release.count_down();  // disable() has read ERROR and waits for the worker
     };
     vpp->config(kW, kH, kRgba, kTwice, false);
     start.inside.wait();
@@ -195,7 +196,7 @@ TEST_F(Restart, AStartThatMeetsDisableLeavesNoOpenSession) {
     EXPECT_EQ(lastCalls(3), (Strings{"open", "close", "terminateSession"}));
 }
 
-// Threads that wait for one start all go on when it has run.
+// All threads that wait for a start continue when it has finished.
 TEST_F(Restart, AStartWakesEveryoneWhoWaitsForIt) {
     makeEnabled();
     peer().setWaitLimit(2 * kSoon);
@@ -242,7 +243,7 @@ TEST_F(Restart, ManyNamesOccupyNoMoreThanOne) {
     EXPECT_LT(mallinfo2().uordblks, after + 10 * kLength);
 }
 
-// The whole way: frames counted as they come out of the simulated service.
+// Streams with the simulated service, whose output frames are counted.
 class RestartedStream : public ResourceTest {
   protected:
     host::VppService service;

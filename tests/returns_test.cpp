@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Returns that a service makes wrong: with another timestamp, twice, too late or not at all. No
-// memory that the service still uses may be drawn for another frame, and none may be lost for good.
+// Tests with a service that returns buffers incorrectly: with another timestamp, twice, too late or
+// not at all. Memory that the service still uses must not be used for another frame, and no memory
+// may be lost permanently.
 #include <atomic>
 #include <thread>
 
@@ -27,7 +28,7 @@ TEST_F(Returns, ChangedTimestampsCostNoBuffers) {
     EXPECT_LE(host::counters().graphicBuffersLive, live);
 }
 
-// A paused game repeats its timestamps.
+// A paused game may send several frames with the same timestamp.
 TEST_F(Returns, FramesOfOneMicrosecondKeepTheirMemory) {
     startPlain();
     const auto source = frame();
@@ -52,7 +53,8 @@ TEST_F(Returns, ATargetBesideASourceWithoutASlotComesBack) {
     EXPECT_EQ(client.done(), (std::vector<Done>{{0, 40, 0, 0}}));
 }
 
-// A flush that failed leaves the session open beyond disable(), without a worker.
+// After a failed flush the session remains open beyond disable(), and there is no worker. Output
+// buffers must still be returned.
 TEST_F(Returns, OutputsOfASessionLeftInErrorComeBack) {
     startPlain();
     peer().setWaitLimit(std::chrono::milliseconds(50));
@@ -65,7 +67,7 @@ TEST_F(Returns, OutputsOfASessionLeftInErrorComeBack) {
     EXPECT_EQ(client.done(), (std::vector<Done>{{0, 3, 1, 5}}));
 }
 
-// Slots are reused, so the second return names a slot under which another frame is outstanding.
+// Slots are reused, so a repeated return may name a slot under which another frame is outstanding.
 TEST_F(Returns, ARepeatedReturnFreesNoOtherFrame) {
     startPlain();
     const auto source = frame();
@@ -79,7 +81,8 @@ TEST_F(Returns, ARepeatedReturnFreesNoOtherFrame) {
     EXPECT_TRUE(peer().freeYuv().empty());
 }
 
-// The entry of the earlier frame is kept under the timestamp, so it must not be free meanwhile.
+// The pool keeps the entry of the earlier frame under the same timestamp, so it must not remain
+// free.
 TEST_F(Returns, ATimestampThatComesAgainTakesItsEntryBackIntoUse) {
     enableAndConfig(kW, kH, kTwice);
     for (int n = 1; n <= 3; ++n)
@@ -96,7 +99,7 @@ TEST_F(Returns, ATimestampThatComesAgainTakesItsEntryBackIntoUse) {
     }
     giveBack(again);
     EXPECT_TRUE(peer().freeExtradata().contains(3000));
-    // One that the service refuses leaves the entry free again.
+    // If the service refuses the frame, the entry is free again.
     session().results["queueBuf0"] = vpp::VppError::VPP_ERR_HW;
     ASSERT_EQ(processSource(8, frame(), 3'000'000), 0);
     EXPECT_TRUE(peer().freeExtradata().contains(3000));
@@ -113,8 +116,8 @@ TEST_F(Returns, StrayReturnsMakeNoRoomForMoreFrames) {
     EXPECT_EQ(taken, 128);
 }
 
-// A service may return a frame with the timestamp of another one. Both are free then, as far as no
-// outstanding frame uses them.
+// A service may return a frame with the timestamp of another one. Both entries are then free,
+// unless an outstanding frame uses them.
 TEST_F(Returns, AReturnFreesTheTimestampThatItCarries) {
     startPlain();
     ASSERT_EQ(processSource(0, frame(), 1'000'000), 0);
@@ -123,8 +126,8 @@ TEST_F(Returns, AReturnFreesTheTimestampThatItCarries) {
     EXPECT_EQ(peer().freeYuv(), (std::set<uint64_t>{1000, 2000}));
 }
 
-// After a flush the service holds nothing. What it has not returned by then is lost, and a return
-// that comes after all frees nothing.
+// After a flush the service holds no buffers. Those that it has not returned are lost, and a later
+// return of one of them frees nothing.
 TEST_F(Returns, AFlushForgetsTheFramesThatWereLost) {
     startPlain();
     const auto source = frame();
@@ -141,8 +144,8 @@ TEST_F(Returns, AFlushForgetsTheFramesThatWereLost) {
     EXPECT_NE(inputs().back().inode, inService);
 }
 
-// Only returns reduce the counts, so a new session begins with those of the previous one, but with
-// room for as many frames as ever.
+// Only returns reduce the counts, so a new session begins with the counts of the previous one. It
+// must nevertheless take as many frames.
 TEST_F(Returns, CountsOutlastTheSessionAndRefuseNoFrame) {
     startPlain();
     const auto source = frame();
@@ -159,7 +162,7 @@ TEST_F(Returns, CountsOutlastTheSessionAndRefuseNoFrame) {
     EXPECT_EQ(taken, 128);
 }
 
-// When disable() has returned, no callback of the session that it ended is under way any more.
+// No callback of a session is in progress when disable() returns.
 TEST_F(Returns, DisableWaitsForACallbackUnderWay) {
     startPlain();
     ASSERT_EQ(process({{1, frame(), {}, 9'000'000, {}}, {40, nv12(), {}, 0, {}}}), 0);
@@ -172,7 +175,7 @@ TEST_F(Returns, DisableWaitsForACallbackUnderWay) {
     };
     std::thread binder([&, session = &session()] { session->returnInput(40, 9000); });
     gate.inside.wait();
-    // The callback goes on once disable() has ended the worker.
+    // The callback continues when disable() has ended the worker.
     std::thread releaser([&] {
         EXPECT_TRUE(eventually([&] { return log.count("component thread is terminated") == 1; }));
         gate.release.count_down();

@@ -69,7 +69,7 @@ TEST_F(Session, ProcessSaysWhatItWasGiven) {
     snprintf(both, sizeof both, "processBuffer:pSrcBufferInfo = %p, pDstBufferInfo = %p ",
              static_cast<void*>(&one), static_cast<void*>(&output));
     EXPECT_EQ(log.errors(both), 1);
-    // Not enabled: the buffers stay the client's.
+    // The component is not enabled, so it refuses the buffers and does not return them.
     EXPECT_EQ(vpp->process(&empty, &output), 1);
     EXPECT_EQ(vpp->process(&one, nullptr), 1);
     EXPECT_EQ(log.errors("processBuffer: component is not enabled"), 1);
@@ -85,7 +85,7 @@ TEST_F(Session, OperationsBeforeEnableFailAndHangNobody) {
     EXPECT_FALSE(peer().reconfig(64, 64, kNv12));
     vpp->disable();
     EXPECT_EQ(vpp->state(), VppComponent::UNINIT);
-    // The Start that had no worker is not for the worker of a later enable.
+    // A Start that was posted without a worker must not reach the worker of a later session.
     ASSERT_TRUE(enable());
     EXPECT_FALSE(peer().startPending());
     vpp->disable();
@@ -99,7 +99,7 @@ TEST_F(Session, AStateWithoutASessionEndsQuietly) {
     EXPECT_EQ(vpp->state(), VppComponent::UNINIT);
 }
 
-// Every operation in every state: its result, and the state that it leaves.
+// Each operation in each state has the expected result and leads to the expected state.
 TEST_F(Session, EachOperationInEachState) {
     using enum VppComponent::status;
     using State = VppComponent::status;
@@ -108,7 +108,7 @@ TEST_F(Session, EachOperationInEachState) {
         {'c',
          [&] {
              vpp->config(kW, kH, kRgba, {1, 0, 1, 0}, true);
-             (void)vpp->isInputPortEnabled(kW, kH, kRgba);  // only the first config waits
+             (void)vpp->isInputPortEnabled(kW, kH, kRgba);  // only the first config() waits
              return 0;
          }},
         {'o', [&] { return processOutput(1, nv12()); }},
@@ -118,10 +118,10 @@ TEST_F(Session, EachOperationInEachState) {
         {'d', [&] { return vpp->disable(), 0; }},
     };
     struct Row {
-        const char* fails;   // call of the service
+        const char* fails;   // the call that the service refuses
         const char* before;  // operations that lead to `state`
         State state;
-        // The results of enable, config, output, source, flush and port, and the states they leave.
+        // The results of enable, config, output, source, flush and port, and the states afterwards.
         const char* results;
         std::array<State, 6> after;
     };
@@ -226,7 +226,7 @@ TEST_F(Session, ARefusedSessionLeavesErrorUntilDisable) {
     EXPECT_EQ(log.errors("failed to init vpp"), 1);
     EXPECT_EQ(vpp->state(), VppComponent::ERROR);
     EXPECT_FALSE(enable());
-    vpp->config(64, 64, kRgba, {1, 0, 1, 0}, true);  // no worker: nothing to wait for
+    vpp->config(64, 64, kRgba, {1, 0, 1, 0}, true);  // does not wait without a worker
     EXPECT_EQ(processOutput(0, buffer(64, 64, kNv12)), 1) << "nobody would bring it back";
     vpp->disable();
     EXPECT_EQ(vpp->state(), VppComponent::UNINIT);
@@ -276,14 +276,14 @@ TEST_F(Session, DisableGoesOnWithoutAStartThatNeverEnds) {
         if (call == "close") closed.count_down();
     };
     vpp->config(64, 64, kRgba, {1, 0, 0, 0}, false);
-    vpp->disable();  // 600 polls of 2 ms, then close: that ends the start
+    vpp->disable();  // polls 600 times, 2 ms apart, then closes, which ends the start
     EXPECT_EQ(log.count("Wait for VPP start complete .. "), 600);
     EXPECT_EQ(vpp->state(), VppComponent::UNINIT);
     EXPECT_FALSE(peer().startPending());
 }
 
-// An output buffer has another thread start the session. disable() must not take the session away
-// from under it, however long the service takes.
+// An output buffer makes another thread start the session. disable() must not release the session
+// while that start is in progress, however long the service takes.
 TEST_F(Session, DisableOutlastsAStartOnAnotherThread) {
     makeEnabled();
     peer().setWaitLimit(std::chrono::milliseconds(50));
@@ -301,10 +301,10 @@ TEST_F(Session, DisableOutlastsAStartOnAnotherThread) {
     EXPECT_EQ(vpp->state(), VppComponent::UNINIT);
 }
 
-// Sources and the output buffers that try to start the session come from two threads.
+// One thread queues sources while another queues output buffers, which try to start the session.
 TEST_F(Session, SourcesAndStartsDoNotMeet) {
     makeEnabled();
-    session().results["setParameter1"] = VppError::VPP_ERR_HW;  // each start leaves INIT
+    session().results["setParameter1"] = VppError::VPP_ERR_HW;  // every start fails, in INIT
     std::thread starter([this] {
         for (int n = 0; n < 50; ++n)
             (void)processOutput(n, nv12());
@@ -342,13 +342,14 @@ TEST_F(Session, TheLastReleaseDoesWhatDisableDoes) {
     const std::weak_ptr<VppComponent> watched = vpp;
     vpp.reset();
     ASSERT_FALSE(watched.expired()) << "the session still holds it";
-    session().send([](vpp::IVppCallbacks&, VppError*) {});  // its thread may be the last to hold it
+    // The thread that sends this event may hold the last reference.
+    session().send([](vpp::IVppCallbacks&, VppError*) {});
     (void)session().terminateSession();
     EXPECT_TRUE(eventually([&] { return lastCalls(2) == Strings{"close", "terminateSession"}; }));
 }
 
-// The client lets go from within onBufferDone, after the session has: the worker itself is then the
-// last to hold the component, and ends it after the callback.
+// The client releases its reference from within onBufferDone, after the session has released its
+// own. The worker then holds the last reference and destroys the component after the callback.
 TEST_F(Session, AReleaseInsideACallbackIsSafe) {
     enableAndConfig(64, 64, {1, 0, 0, 0});
     const std::weak_ptr<VppComponent> watched = vpp;

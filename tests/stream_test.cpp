@@ -125,7 +125,7 @@ TEST_F(Stream, StartTalksToTheServiceInOrder) {
                          segments[0].startTimestamp, segments[0].flag1, segments[0].flag2,
                          segments[0].param1, segments[0].param2),
               std::tuple(5, 3, 2, 0, true, false, 40, 2));
-    vpp->config(640, 360, kRgba, {2, 0, 0, 0}, false);  // a second start, whatever the state
+    vpp->config(640, 360, kRgba, {2, 0, 0, 0}, false);  // starts again, although already started
     ASSERT_TRUE(eventually([this] { return !peer().startPending(); }));
     EXPECT_EQ(vpp->expectedOutputWidth(), 1280);
     ASSERT_EQ(session().aisControls().size(), 1);
@@ -141,7 +141,7 @@ TEST_F(Stream, AFailedStartSaysWhere) {
         ConfigParams params;
         uint32_t format;
         VppComponent::status state;
-        const char* last;  // the last call made
+        const char* last;  // the last call to the service
         const char* message;
     };
     constexpr ConfigParams kFrc{1, 0, 1, 0};
@@ -178,7 +178,7 @@ TEST_F(Stream, SegmentsAreAppendedAndReused) {
     enableAndConfig(64, 64, {1, 0, 1, 0});
     struct Row {
         uint64_t lastOutput, timestamp;
-        size_t index, size;  // the segment written, and the length of the list afterwards
+        size_t index, size;  // index of the written segment, and length of the list afterwards
         const char* message;
     };
     for (const Row& row : {
@@ -188,7 +188,8 @@ TEST_F(Stream, SegmentsAreAppendedAndReused) {
              Row{1500, 4000, 3, 4, "Existing FRC segment size=3, allocate new one"},
              Row{3500, 5000, 0, 4, "Reuse existing FRC segment=0"},
              Row{3500, 6000, 1, 4, "Reuse existing FRC segment=1"},
-             Row{~4UL, 7000, 4, 5, "Existing FRC segment size=4, allocate new one"},  // signed: -5
+             // The last output is compared as the signed value -5.
+             Row{~4UL, 7000, 4, 5, "Existing FRC segment size=4, allocate new one"},
          }) {
         SCOPED_TRACE(row.message);
         log.clear();
@@ -212,7 +213,7 @@ TEST_F(Stream, FlushGivesBackWhatItHolds) {
     peer().yuvMap()[5] = buffer(16, 16, kNv12);
     peer().freeYuv() = {5};
     peer().extradataMap()[5] = {nullptr, nullptr, buffer(16, 16, kNv12)};
-    // What comes back during the flush is delivered before it returns.
+    // Buffers that the service returns during the flush are delivered before flushsync() returns.
     session().onCall = [this](const std::string& call) {
         if (call != "flush1") return;
         session().send([this](vpp::IVppCallbacks&, VppError*) {
@@ -303,7 +304,8 @@ TEST_F(Stream, AFlushNeedsBothPortsAndSurvivesStrayEvents) {
     vpp->flushsync();
     EXPECT_EQ(vpp->state(), VppComponent::ERROR);
     EXPECT_EQ(log.errors("processFlush_l: no answer from vpp"), 1);
-    // Late, double and unasked-for answers; any port but 0 is the output port.
+    // Answers that are late, repeated or unsolicited. Every port number but 0 means the output
+    // port.
     VppError result = VppError::VPP_ERR;
     for (const int32_t port : {0, 0, 1, 7})
         (void)session().callbacks()->eventFlushDone({port}, &result);

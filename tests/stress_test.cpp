@@ -15,7 +15,8 @@ constexpr int64_t kFrameNs = 16000000;
 
 class Stress : public ResourceTest {
   protected:
-    // One stream with `changes` random changes; what is wrong with it afterwards.
+    // Plays one stream with `changes` random changes. Returns a description of the first failure;
+    // empty if there is none.
     static std::string play(uint32_t seed, int changes) {
         std::mt19937 random(seed);
         const auto pick = [&random](auto... values) {
@@ -45,7 +46,7 @@ class Stress : public ResourceTest {
                     client.vpp->flushsync();
                     break;
                 case 4:
-                    client.vpp->disable();  // drops what is out
+                    client.vpp->disable();  // drops outstanding buffers
                     if (!client.start(width, height, params)) return "does not start again";
                     break;
                 default:

@@ -21,8 +21,8 @@
 
 namespace {
 
-// The component's own allocations, on the thread that drives it, are counted down while it is
-// armed.
+// While tArmed is set, allocations on this thread count tCountdown down, and those from 0 on fail,
+// or only the one at 0 if tOnce is set.
 thread_local bool tArmed = false;
 thread_local int64_t tCountdown = 0;
 thread_local bool tOnce = true;
@@ -40,7 +40,8 @@ void* operator new(size_t size) {
     if (void* memory = malloc(size)) return memory;
     throw std::bad_alloc();
 }
-// Not inlined, or the compiler sees free() meet new, or malloc() meet delete, and warns.
+// These are not inlined, because the compiler would otherwise warn that new does not match free()
+// and that malloc() does not match delete.
 __attribute__((noinline)) void* operator new(size_t size, const std::nothrow_t&) noexcept {
     return failsNow() ? nullptr : malloc(size);
 }
@@ -61,7 +62,7 @@ constexpr uint32_t kH = 48;
 constexpr int kFrames = 20;
 constexpr size_t kSlots = 8;
 
-// Counts, and allocates nothing.
+// A client that counts returned buffers without allocating memory.
 class CountingClient final : public android::IQOZCallback {
   public:
     void onBufferDone(uint32_t port, int32_t slot, uint32_t, uint64_t) override {
@@ -73,7 +74,8 @@ class CountingClient final : public android::IQOZCallback {
     std::array<std::atomic<int>, 2 * kSlots> returned{};  // sources, then outputs
 };
 
-// Holds what it is given in fixed storage and returns all of it when it is asked to.
+// A session that stores its buffers without allocating memory, and returns all of them when the
+// test calls giveBackAll().
 class HoldingVpp : public host::NullSession {
   public:
     HoldingVpp() : mAnswerer([this] { answer(); }) {}
@@ -83,10 +85,11 @@ class HoldingVpp : public host::NullSession {
         mAnswerer.join();
     }
 
-    std::atomic<int32_t> factor{0};  // of the segment sent last
+    std::atomic<int32_t> factor{0};  // interpolation factor of the last segment
 
     void giveBackAll() {
-        // Held for as long as it is called, as a binder would: the session may be ended meanwhile.
+        // A binder would also hold the callback object during the calls. The session may be
+        // terminated meanwhile.
         const auto object = callbacks;
         VppError result = VppError::VPP_OK;
         for (size_t i = 0; i < mHeld; ++i) {
@@ -142,8 +145,8 @@ class HoldingVpp : public host::NullSession {
 
 class Sweep : public ResourceTest {
   protected:
-    // One stream of 20 frames, with `arm` in force inside the component; "" when all is accounted
-    // for.
+    // Plays one stream of 20 frames. The faults are armed only during calls to the component, so
+    // that the test's own allocations succeed. Returns "" if every taken buffer was returned once.
     template <typename Arm, typename Disarm>
     static std::string play(Arm arm, Disarm disarm) {
         const auto session = ndk::SharedRefBase::make<HoldingVpp>();
@@ -186,12 +189,12 @@ class Sweep : public ResourceTest {
         return wrong;
     }
 
-    // The settings that a frame carried, once more and with nothing failing: in force afterwards,
-    // whatever became of them before.
+    // Sends the settings of the earlier frame again, without failures. They must then be applied,
+    // even if an earlier failure had stored them without applying them.
     static std::string carryAgain(VppComponent& component, HoldingVpp& session,
                                   const sp<GraphicBuffer>& source) {
         std::vector<QOZBufferInfo> packet{{63, source, nullptr, kFrames * 1000000, kCarried}};
-        if (component.process(&packet, nullptr) != 0) return "";  // nothing has been started
+        if (component.process(&packet, nullptr) != 0) return "";  // the session was never started
         session.giveBackAll();
         const bool inForce = component.outBufReqsPerFrame() == 4 && session.factor == 2;
         return inForce ? "" : " settings are stored but not applied";
@@ -199,7 +202,7 @@ class Sweep : public ResourceTest {
 
     static constexpr ConfigParams kCarried{1, 0, 2, 0};
 
-    LogCapture log;  // the messages are many, and expected
+    LogCapture log;  // keeps the many expected messages from being printed
 };
 
 TEST_F(Sweep, Memory) {
@@ -223,7 +226,7 @@ TEST_F(Sweep, HandlesAndGraphicBuffers) {
             bool hit = true;
             for (uint64_t n = 1; hit; ++n) {
                 host::clearFaults();
-                // The client's own sixteen buffers come first, each with a handle.
+                // The first sixteen calls are for the client's own buffers, each with one handle.
                 host::armFault({.operation = operation, .nth = n + 16, .count = count});
                 EXPECT_EQ(play([] {}, [] {}), "") << operation << " " << n;
                 hit = host::faultsFired() > 0;
@@ -236,7 +239,8 @@ TEST_F(Sweep, Descriptors) {
     rlimit before{};
     getrlimit(RLIMIT_NOFILE, &before);
     const auto open = static_cast<rlim_t>(host::openDescriptors());
-    // The limit counts numbers, not descriptors: from none free to more than a run uses.
+    // The limit applies to descriptor numbers, of which the client's buffers use 16. The loop
+    // leaves from none free to more than a run uses.
     for (rlim_t spare = 0; spare < 40; ++spare) {
         rlimit limit = before;
         limit.rlim_cur = open + 16 + spare;
@@ -245,7 +249,7 @@ TEST_F(Sweep, Descriptors) {
     }
 }
 
-// Of the component and of the simulated service, whatever the order.
+// This covers the threads of the component and of the simulated service.
 TEST_F(Sweep, Threads) {
     for (const bool once : {true, false}) {
         bool hit = true;
@@ -272,7 +276,7 @@ TEST_F(Sweep, Threads) {
     }
 }
 
-// The pool lasts as long as its process, so each case has a process of its own.
+// The thread pool exists until the process ends, so each case runs in its own process.
 TEST(BinderThreads, MakeDoWithThoseThatAreToBeHad) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     for (const bool once : {true, false}) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Answers that outlast the object on the bus that was called. The bus library keeps an object's
-// signatures for as long as the object is registered, and reads them when a value is sent.
+// Tests of answers that are sent after the called object has left the bus. The bus library keeps an
+// object's signatures only while the object is registered, and reads them when a value is sent.
 #include <android/binder_process.h>
 #include <host/vppd/CallbackReceiver.h>
 #include <host/vppd/PrivateBus.h>
@@ -16,7 +16,7 @@ namespace {
 using host::vppd::Bus;
 const PeerAnswer kDeadObject{host::vppd::kDeadObject, -1};
 
-// A bus whose service, if any, is this process, and a peer on it.
+// A bus with a peer. The bus cannot start a service; this process may act as one.
 class VppdAnswers : public ::testing::Test {
   protected:
     LogCapture quiet;
@@ -55,8 +55,8 @@ TEST_F(VppdAnswers, ASessionThatOpensAfterItsServiceHasLeftIsAnsweredWithAnError
     std::optional<host::vppservice::RegisteredService> service(std::in_place);
     std::optional<host::vppd::ServiceObject> object(std::in_place, connection, service->service());
     connection->start({});
-    // Flags that no session has: the answer is a value all the same, that of no session. It comes
-    // when the service ends, which cuts the delay short.
+    // The fault delays the answer, which is a value even if there is no session, until the service
+    // ends.
     host::armFault(*host::parseFault("getNewVppSession=late:60000", nullptr));
     auto answer = std::async(std::launch::async, [&] {
         return peer.call(connection->name(), host::vppd::kServicePath,

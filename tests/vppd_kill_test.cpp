@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The service's process is killed at random moments of a stream. Whatever the component was doing,
-// the client gets every buffer back before it disables the component, and no operation outlasts the
-// death.
+// Kills the service process at random moments of a stream. Whatever the component was doing, every
+// buffer must be returned before the client disables the component, and every operation must end
+// soon after the death.
 #include <client/LiveClient.h>
 #include <host/vppd/PrivateBus.h>
 #include <host/vppd/RemoteService.h>
@@ -27,8 +27,8 @@ constexpr int64_t kFrameNs = 16000000;
 constexpr ConfigParams kDouble{1, 0, 1, 0};
 constexpr ConfigParams kLarger{1, 0, 1, 1};
 
-// No operation goes on for longer once the service is dead: well below the three seconds that an
-// answer which does not come would take.
+// The greatest time from the death of the service to the end of an operation. It is well below the
+// three seconds that an operation waits for a missing answer, so an operation must not time out.
 constexpr auto kLongestEnd = kSanitized ? 2.5s : 1.0s;
 
 enum class Moment { Frames, Flush, Size, Ratio };
@@ -42,8 +42,8 @@ class VppdKill : public ResourceTest {
         Clock::duration end;
     };
 
-    // The client's thread carries the operation of this moment out, and the service is killed when
-    // that has gone on for `delay`.
+    // Carries out the operation on the client's thread, and kills the service `delay` after its
+    // beginning.
     Outcome killDuring(Moment moment, std::chrono::microseconds delay) {
         client::LiveClient client;
         EXPECT_TRUE(client.start(kW, kH, kDouble));
@@ -81,7 +81,7 @@ class VppdKill : public ResourceTest {
         over = true;
         killer.join();
         client.send(kW, kH, 1000 * kFrameNs);
-        client.vpp->flushsync();  // the last source is the reference until then
+        client.vpp->flushsync();  // returns the last source, which is the reference frame
         outcome.end = Clock::now() - at;
         EXPECT_TRUE(eventually([&] { return client.ledger().outstanding() == 0; }))
             << client.account();
@@ -97,7 +97,7 @@ class VppdKill : public ResourceTest {
     host::RemoteVppService service{bus.address()};
 };
 
-// QOZ_KILLS is how many; half of them are to meet a change of size or ratio.
+// QOZ_KILLS sets the number of kills. Half of them take place during a change of size or ratio.
 TEST_F(VppdKill, AtAnyMomentEverythingComesBackAtOnce) {
     const char* const wanted = getenv("QOZ_KILLS");
     const size_t kills = wanted != nullptr ? std::stoul(wanted) : 8;

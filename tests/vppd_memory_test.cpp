@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Memory that crosses to the service: what it takes, how long it keeps it, and sizes that wrap.
+// Tests of memory that is sent to the service: which memory it accepts, how long it keeps a
+// mapping, and sizes whose product overflows.
 #include <sys/mman.h>
 
 #include <algorithm>
@@ -10,7 +11,8 @@
 namespace qoz::test {
 namespace {
 
-// -1 when there is no such memory here.
+// Creates memory with these flags, this size and these seals. Returns -1 if this machine does not
+// support it.
 int memory(unsigned flags, off_t bytes, int seals) {
     const int fd = memfd_create("hostile", MFD_CLOEXEC | flags);
     if (fd < 0) return -1;
@@ -38,7 +40,7 @@ TEST_F(VppdPeers, MemoryThatCouldShrinkIsRefused) {
         {"no memory", open("/proc/self/exe", O_RDONLY | O_CLOEXEC)},
     };
     for (const auto& c : cases) {
-        if (c.fd < 0) continue;  // no huge pages here
+        if (c.fd < 0) continue;  // this machine has no huge pages
         VppBuffer sent = record(good, 1 | kOutputBit, 1);
         sent.pixelHandle.fds[0].set(c.fd);
         EXPECT_EQ(peer.callSession(session, "QueueBuf", int32_t{1}, host::vppd::toBus(sent)),
@@ -47,7 +49,7 @@ TEST_F(VppdPeers, MemoryThatCouldShrinkIsRefused) {
     }
 }
 
-// What the service has mapped of the memory of graphic buffers.
+// Returns the number of graphic buffers that the process has mapped.
 size_t buffersMappedBy(pid_t process) {
     std::ifstream maps("/proc/" + std::to_string(process) + "/maps");
     size_t count = 0;
@@ -56,7 +58,8 @@ size_t buffersMappedBy(pid_t process) {
     return count;
 }
 
-// A session that is used as no component uses it: with new buffers for every frame.
+// The client sends new buffers with every frame, unlike a component, so that the service would
+// collect mappings if it kept them.
 TEST_F(VppdPeers, MappingsEndWithTheirBuffers) {
     const auto recorder = ndk::SharedRefBase::make<SessionRecorder>();
     const auto session = newSession();
@@ -80,7 +83,7 @@ TEST_F(VppdPeers, MappingsEndWithTheirBuffers) {
     EXPECT_EQ(buffersMappedBy(pid), 0U);
 }
 
-// No side so long that a size computed from it wraps.
+// Sizes whose product overflows must fail instead of allocating too little memory.
 TEST(GraphicBuffers, OfSizesWhoseProductWrapsHaveNoMemory) {
     const std::pair<uint32_t, uint32_t> sizes[] = {{UINT32_MAX, UINT32_MAX},
                                                    {2147437308U, 2147529989U},

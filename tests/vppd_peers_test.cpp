@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Clients that share one service: what a hostile one on the same bus can do to another.
+// Tests that a hostile client on the bus of a service cannot harm another client of that service.
 #include <host/vppservice/Quota.h>
 #include <sys/mman.h>
 
@@ -21,10 +21,10 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int kFrames = kSlow ? 10 : 40;
 
-// The session of the first client that asks a service.
+// The path of the session of a service's first client.
 const std::string kVictim = std::string(host::vppd::kSessionFolder) + "1";
 
-// A client that does nothing wrong, and how long each of its frames takes.
+// A client that obeys all rules and measures the latency of its frames.
 class Healthy {
   public:
     Healthy() {
@@ -35,7 +35,8 @@ class Healthy {
     }
     void start() { ASSERT_TRUE(mClient.start(kW, kH, kDouble)); }
 
-    // The median over so many frames, sent at an even pace.
+    // Plays this many frames, each after the previous one has come out, and returns the median of
+    // their latencies.
     double millisecondsFor(int frames) {
         mTook.clear();
         for (int i = 0; i < frames; ++i, ++mNumber) {
@@ -64,8 +65,8 @@ class Healthy {
 
 using Attack = std::string (*)(const std::string& bus);
 
-// No attack: what the other rows are to be read against. A machine of two processors has one left
-// for the client, the bus and the service together.
+// No attack, for comparison with the other rows: it only uses a processor. A machine with two
+// processors then has one for the client, the bus and the service together.
 std::string takesAProcessor(const std::string&) {
     const auto end = Clock::now() + std::chrono::milliseconds(20);
     while (Clock::now() < end) {
@@ -111,7 +112,7 @@ std::string forgesCallbacks(const std::string& bus) {
     return "refused, and logged";
 }
 
-// What the service takes cannot be truncated afterwards; what can be, it does not take.
+// The service accepts only memory that cannot be truncated afterwards.
 std::string pullsMemoryAway(const std::string& bus) {
     HostilePeer peer(bus);
     const std::string session = peer.newOpenSession(kSize);
@@ -170,16 +171,18 @@ std::string sendsManyDescriptors(const std::string& bus) {
     return "VPP_ERR_RESOURCES";
 }
 
-// Every setCtrlVppMode but the healthy client's is slow (see the test).
+// Every setCtrlVppMode call is slow, except that of the healthy client; see VppdPeers::bus.
 std::string floodsBehindASlowCall(const std::string& bus) {
     HostilePeer peer(bus);
     const std::string session = peer.newOpenSession(kSmall);
-    // Slow for longer than the flood takes on any machine; the session's end cuts it short.
+    // Together the slow calls take longer than the flood on any machine. The end of the session
+    // ends them early.
     for (int i = 0; i < 64; ++i)
         peer.castSession(session, "SetCtrlVppMode", int32_t{2});
     for (int i = 0; i < 2000; ++i)
         peer.castSession(session, "Drain");
-    // Refused, or, on a busy machine, not answered in time behind the answers to all the others.
+    // The call is refused. On a busy machine it may also not be answered in time, because the
+    // answers to all other calls are sent first.
     EXPECT_NE(peer.callSession(session, "Drain"), number(VppError::VPP_OK));
     return "VPP_ERR_RESOURCES at once beyond " + std::to_string(kClientBudget.calls) + " that wait";
 }
@@ -213,7 +216,7 @@ constexpr PeerRow kPeerRows[] = {
     {"ends sessions that hang", endsSessionsThatHang},
 };
 
-// Plays frames while the attack is repeated beside them; the median of their latencies.
+// Plays frames while another thread repeats the attack. Returns the median of their latencies.
 double playThrough(Healthy& healthy, const PeerRow& row, const std::string& address,
                    std::string* told) {
     std::atomic<bool> over{false};
@@ -251,7 +254,7 @@ TEST_F(VppdPeers, DoTheirWorstAndHarmNobody) {
     if (!HasFailure()) writeRows(rows.str());
 }
 
-// Renews the section of the page that is this test's.
+// Replaces this test's section of the page.
 void writeRows(const std::string& rows) {
     const char* folder = getenv("QOZ_WRITE_DOCS");
     if (folder == nullptr) return;

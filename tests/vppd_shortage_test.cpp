@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Descriptors, threads and connections that cannot be had or are lost, on either side of the bus.
+// Tests with descriptors, threads and connections that cannot be created or are lost, in the client
+// and in the service.
 #include <android/binder_ibinder.h>
 #include <sys/resource.h>
 
@@ -18,7 +19,7 @@ using client::LiveClient;
 using host::vppd::toBus;
 using Clock = std::chrono::steady_clock;
 
-// A limit of the process, lowered and put back.
+// Lowers a resource limit of the process during its life.
 class Limit {
   public:
     Limit(decltype(RLIMIT_NOFILE) which, rlim_t value) : mWhich(which) {
@@ -57,7 +58,7 @@ TEST_F(VppdPeers, AClientOutOfDescriptorsGoesOnAfterwards) {
     EXPECT_EQ(service.deaths(), 0U);
 }
 
-// The calls of a session, in the order in which a client makes them.
+// Returns the calls of a session in the order in which a client makes them.
 using SessionCall = std::function<ndk::ScopedAStatus(vpp::IVpp&, VppError*)>;
 std::vector<std::pair<const char*, SessionCall>> sessionCalls() {
     using Session = vpp::IVpp;
@@ -96,8 +97,9 @@ std::vector<std::pair<const char*, SessionCall>> sessionCalls() {
     };
 }
 
-// Every call ends in time while something is short, with its usual result or with that of a
-// shortage; and a call that was told so succeeds once there is enough again.
+// Makes every call of a session during a shortage. Each must end in time, with its usual result or
+// with VPP_ERR_RESOURCES; in the second case it must succeed after the shortage. `refused` counts
+// those.
 template <typename MakeShort>
 void sweepCalls(const MakeShort& makeShort, int* refused) {
     const auto session = newSession();
@@ -108,7 +110,7 @@ void sweepCalls(const MakeShort& makeShort, int* refused) {
         {
             const auto shortage = makeShort();
             const auto start = Clock::now();
-            // In words of its own only afterwards: those take descriptors too.
+            // No expectation here: a failure message may need a descriptor, too.
             const bool ok = call(*session, &result).isOk();
             const auto took = Clock::now() - start;
             EXPECT_TRUE(ok);
@@ -130,7 +132,7 @@ TEST_F(VppdPeers, AnyCallMayBeShortOfADescriptor) {
         SCOPED_TRACE(spare);
         sweepCalls(
             [&] {
-                // As many as the lowest number that is free allows.
+                // The limit leaves `spare` numbers from the lowest free one.
                 const ndk::ScopedFileDescriptor next(fcntl(0, F_DUPFD_CLOEXEC, 0));
                 return Limit(RLIMIT_NOFILE, static_cast<rlim_t>(next.get()) + spare);
             },
@@ -158,7 +160,8 @@ TEST_F(VppdPeers, AnyCallMayBeShortOfAThread) {
     EXPECT_EQ(service.deaths(), 0U);
 }
 
-// The destructor waits for the bus, so it has to end the bus with whatever means there are.
+// The destructor waits for the bus to end, so it must be able to end the bus without a new thread
+// and without a new descriptor.
 TEST(VppdShortage, ABusEndsWithoutAThreadOrADescriptor) {
     const LogCapture quiet;
     const Watchdog watchdog;
@@ -174,7 +177,7 @@ TEST(VppdShortage, ABusEndsWithoutAThreadOrADescriptor) {
     bus.reset();
 }
 
-// Asks for the death notice of a session's binder, and counts it.
+// Counts the death notifications for a session's binder.
 struct DeathNotices {
     explicit DeathNotices(vpp::IVpp& session) : binder(session.asBinder()) {
         EXPECT_EQ(AIBinder_linkToDeath(binder.get(), recipient, this), STATUS_OK);
@@ -205,7 +208,8 @@ TEST_F(VppdPeers, ADeathIsAnnouncedAtOnceAndOnce) {
     EXPECT_EQ(one.count + two.count + three.count, 2);
 }
 
-// A message that this process has no room for ends its connection, and with it its sessions.
+// If this process cannot receive the descriptors of a message, its connection ends, and with it all
+// sessions.
 TEST_F(VppdPeers, AConnectionThatIsLostIsADeathAndIsMadeAnew) {
     LogCapture quiet;
     auto session = newSession();
@@ -233,8 +237,8 @@ TEST_F(VppdPeers, AConnectionThatIsLostIsADeathAndIsMadeAnew) {
     EXPECT_EQ(service.deaths(), 1U);
 }
 
-// A program for a bus to start: the daemon, for which one thread cannot be had. How it ended is in
-// the file.
+// Writes a program for a bus to start: the service process, which cannot create its thread
+// `number`. The program appends its exit code to the file "ends". Returns the program's path.
 std::string withoutThread(int number, const std::filesystem::path& folder) {
     std::string script = folder / "vppd";
     std::ofstream(script) << "#!/bin/sh\nLD_PRELOAD=" QOZ_FAIL_THREAD_LIBRARY " QOZ_FAIL_THREAD="
@@ -254,7 +258,8 @@ bool playsOneFrame() {
     return true;
 }
 
-// Those of its start may end it with a message; no other ends it, and the next client is served.
+// If a thread is missing at its start, the service process may end with a message. A missing thread
+// of a session must not end it, and the next client must be served.
 TEST(VppdThreads, TheOneThatCannotBeHadEndsNoService) {
     if (kSanitized) GTEST_SKIP() << "a sanitizer wants to be loaded first";
     LogCapture quiet;

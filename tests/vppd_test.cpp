@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The service in a process of its own: shared memory, records, and what is left when that process
-// is killed. That its frames are those of an inline service is for qozplay_process_test to show.
+// Tests of the service in its own process: shared memory, records, and the state of a client after
+// that process has been killed. qozplay_process_test shows that its frames are the same as those of
+// an inline service.
 #include <client/LiveClient.h>
 #include <host/vppd/Bus.h>
 #include <host/vppd/Names.h>
@@ -25,11 +26,11 @@ constexpr uint32_t kH = 192;
 constexpr int64_t kFrameNs = 33333000;
 constexpr ConfigParams kDouble{1, 0, 1, 0};
 
-// No call of a client's takes longer: three seconds for an answer that never comes, and room for
-// the machine.
+// The greatest duration of a client's call: three seconds for a missing answer, and one second
+// because the machine may be busy.
 constexpr auto kLongestCall = std::chrono::seconds(4);
 
-// The device and inode of each memory that a process has mapped and graphic buffers lie in.
+// Returns device and inode of each graphic buffer's memory that a process has mapped.
 std::set<std::string> buffersMappedBy(const std::string& process) {
     std::set<std::string> all;
     std::ifstream maps("/proc/" + process + "/maps");
@@ -66,7 +67,8 @@ void playWell() {
     EXPECT_EQ(client.account(), "");
 }
 
-// The kernel's letter for what a process is doing; behind its name, which ends with ") ".
+// Returns the kernel's letter for the state of a process. In the line it follows the process's
+// name, which ends with ") ".
 char stateOf(pid_t pid) {
     std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
     std::string line;
@@ -140,7 +142,7 @@ TEST_F(Vppd, SurvivesTheKillingOfTheService) {
         }
         ++deaths;
         EXPECT_TRUE(eventually([&] { return service.deaths() == deaths; }));
-        // What is gone can be named, and nothing comes twice or after all.
+        // The ledger has all buffers that were lost, and no buffer is returned twice or late.
         const client::Ledger ledger = client.ledger();
         const auto& totals = ledger.totals();
         EXPECT_EQ(totals.queued, totals.returned + totals.refused + ledger.missing().size());
@@ -157,7 +159,8 @@ TEST_F(Vppd, AHungServiceHoldsACallUpForTwoSeconds) {
     LogCapture quiet;
     const auto session = newSession();
     const pid_t stopped = killService(SIGSTOP);
-    // The signal is on its way when kill() returns; a thread of the service may still answer.
+    // The signal may take effect after kill() has returned, so a thread of the service might still
+    // answer.
     ASSERT_TRUE(eventually([&] { return stateOf(stopped) == 'T'; }));
     const auto start = std::chrono::steady_clock::now();
     VppError result = VppError::VPP_PENDING;
@@ -186,7 +189,7 @@ TEST_F(Vppd, AClientThatLeavesTheBusTakesItsSessionsAlong) {
     EXPECT_TRUE(eventually([] { return sessionCount() == 1; }));
 }
 
-// Made so that each member has a value of its own.
+// Returns a record whose members all have different values.
 VppBuffer fullBuffer() {
     VppBuffer b;
     const auto addPipe = [](auto& handle) {
@@ -225,7 +228,7 @@ TEST(VppdRecords, ComeBackAsTheyWent) {
 TEST_F(Vppd, RefusesMalformedRecords) {
     const auto bad = VppError::VPP_ERR_PARAM;
     const std::pair<VppError, std::function<void(VppBuffer&)>> cases[] = {
-        {VppError::VPP_ERR_STATE, [](VppBuffer&) {}},  // well formed, but the session is not open
+        {VppError::VPP_ERR_STATE, [](VppBuffer&) {}},  // correct, but the session is not open
         {bad,
          [](VppBuffer& b) {
              for (int i = 0; i < 16; ++i) {

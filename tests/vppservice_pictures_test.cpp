@@ -13,7 +13,7 @@ using Sides = std::vector<std::pair<const char*, sp<GraphicBuffer>>>;
 
 class VppPicturesTest : public VppServiceTest {
   protected:
-    // Output `index` of the interval between two sources.
+    // Returns output frame `index` of the interval between two source frames.
     sp<GraphicBuffer> between(const sp<GraphicBuffer>& older, const sp<GraphicBuffer>& newer,
                               Size out, int factor, int index, const Sides& sides) {
         openAt(factor, {newer->width, newer->height}, out);
@@ -37,8 +37,8 @@ class VppPicturesTest : public VppServiceTest {
     }
 };
 
-// The whole picture pans; sizes that blocks and nodes do not divide, and pixels that come in at the
-// edges, leave no holes. One field alone knows the way, each in turn.
+// The whole picture pans. Areas that enter at the edges must be filled, and so must pictures whose
+// size is no multiple of a block or node. Only one of the two fields has the motion, in turn.
 TEST_F(VppPicturesTest, FollowsAPanUpToTheEdges) {
     const struct {
         Size size;
@@ -66,7 +66,7 @@ TEST_F(VppPicturesTest, FollowsAPanUpToTheEdges) {
     }
 }
 
-// Luma of one output against a picture, inwards of a margin: the mean difference.
+// Returns the mean difference between the luma of an output frame and a picture, without a margin.
 double meanDifference(const sp<GraphicBuffer>& output, Size size, int margin,
                       const Picture& expected) {
     int sum = 0, count = 0;
@@ -86,10 +86,11 @@ TEST_F(VppPicturesTest, ReadsBothSourcesBetweenTheirPixels) {
     };
     const Sides sides{{kForward, fieldOf(kSize, 3, 0, 0)}, {kBackward, fieldOf(kSize, -3, 0, 0)}};
     const auto got = between(frame(kSize, moved(0)), frame(kSize, moved(3)), kSize, 1, 1, sides);
-    EXPECT_LT(meanDifference(got, kSize, 12, moved(1.5)), 1.5);  // half a pixel off: 5
+    // The difference would be 5 if the picture were half a pixel off.
+    EXPECT_LT(meanDifference(got, kSize, 12, moved(1.5)), 1.5);
 }
 
-// The ground passes behind a line that no block of vectors knows of.
+// The ground moves behind a still line, which is too thin for a block of vectors.
 TEST_F(VppPicturesTest, KeepsALineOfOnePixelWholeOverAMovingGround) {
     constexpr Size kSize{128, 96};
     constexpr int kLine = 61, kPan = 8;
@@ -130,7 +131,7 @@ TEST_F(VppPicturesTest, RepeatsTheNearerSourceAtASceneCut) {
     };
     EXPECT_EQ(luma(kSmall, 1), 20);
     EXPECT_EQ(luma(kSmall, 3), 220);
-    // Fields laid out for another size say nothing about this one: the sources are blended.
+    // Fields of another size are not used: the sources are blended.
     EXPECT_NEAR(luma({1280, 720}, 1), 70, 1);
 }
 

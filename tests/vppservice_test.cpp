@@ -21,11 +21,12 @@ TEST_F(VppServiceTest, SpacesInBetweenFramesEvenlyAndInOrder) {
     const std::tuple<Factors, Times, Times> cases[] = {
         {{{0, 2}}, even, {1000, 1333, 1666, 2000, 2333, 2666, 3000}},
         {{{0, 3}}, {0, kHuge * 4}, {0, kHuge, kHuge * 2, kHuge * 3, kHuge * 4}},
-        // A factor given with a frame holds from exactly that frame on, wherever it stands.
+        // The factor of a segment applies from the frame with its start timestamp on, whatever the
+        // order of the list.
         {{{2000, 1}, {0, 0}}, even, {1000, 2000, 2500, 3000}},
         {{{0, 1}, {2000, 0}}, even, {1000, 1500, 2000, 3000}},
         {{{2001, 3}, {0, 1}}, even, {1000, 1500, 2000, 2500, 3000}},
-        // Time that stands still or runs back is a cut.
+        // No frames are interpolated before a timestamp that does not increase.
         {{{0, 1}}, {1000, 1000, 3000}, {1000, 1000, 2000, 3000}},
         {{{0, 1}}, {3000, 1000, 2000}, {3000, 1000, 1500, 2000}},
     };
@@ -54,15 +55,15 @@ TEST_F(VppServiceTest, FactorGivenAfterAFrameHoldsFromThatFrame) {
     queueOutput(2);
     source(0, 1000, older);
     ASSERT_TRUE(mRecorder->await("input")) << "nothing is wanted from it yet";
-    paint(older, flat(0), flat(0));  // ours again
+    paint(older, flat(0), flat(0));  // the source has been returned, so the client may change it
     ASSERT_EQ(steer({{0, 0}, {1000, 1}}), 0);
     source(1, 4000);
     ASSERT_TRUE(mRecorder->await(output(2, 4000)));
     EXPECT_EQ(mRecorder->seen("output 1"), Lines{output(1, 2500)});
     EXPECT_NEAR(yuvAt(between, 20, 20)[0], 100, 1);
 
-    // Control never reaches back: an interval that a queued source has closed keeps its factor,
-    // though nothing of it has been written yet.
+    // A new segment does not change earlier intervals: one that a queued source has ended keeps its
+    // factor even if none of its frames has been written yet.
     source(4, 5000);
     source(5, 6000);
     ASSERT_EQ(steer({{1000, 3}}), 0);
@@ -71,7 +72,7 @@ TEST_F(VppServiceTest, FactorGivenAfterAFrameHoldsFromThatFrame) {
     ASSERT_TRUE(mRecorder->await(output(7, 6000)));
     EXPECT_EQ(mRecorder->seen("output 6"), Lines{output(6, 5500)});
 
-    // The AIS control alone: frames are only scaled.
+    // With the AIS control alone, frames are only scaled.
     vpp::VppCtrlAis ais;
     ais.mode = 2;
     ASSERT_EQ(ask(&IVpp::setCtrlAis, ais), 0);
@@ -81,7 +82,7 @@ TEST_F(VppServiceTest, FactorGivenAfterAFrameHoldsFromThatFrame) {
 }
 
 TEST_F(VppServiceTest, WaitsForLentOutputsAndDrainsAsFarAsTheyGo) {
-    constexpr Size kLarge{1920, 1080};  // takes its time
+    constexpr Size kLarge{1920, 1080};  // so large that a frame takes some time
     const auto from = frame(kLarge), to = frame(kLarge);
     openAt(3, kLarge, kLarge);
     for (int i = 0; i < 3; ++i)
@@ -132,7 +133,8 @@ TEST_F(VppServiceTest, ReconfigureEmptiesBothPortsThenUsesTheNewSizes) {
     ASSERT_TRUE(mRecorder->await("output 2 at 1000, 9216 bytes"));
     EXPECT_TRUE(near(yuvAt(to, 48, 60), {116, 77, 178}, 2)) << "the middle of the ramp, scaled";
 
-    // A port set up anew while sources are held: nothing goes between sizes.
+    // The port is configured again while the service holds a source. Nothing is interpolated
+    // between frames of different sizes.
     ASSERT_EQ(steer({{0, 1}}), 0);
     ASSERT_EQ(ask(&IVpp::setParameter, VppPort::INPUT, port({48, 40})), 0);
     queueOutput(3, to);
@@ -146,7 +148,7 @@ TEST_F(VppServiceTest, RefusesBadRecordsAndKeepsNothingOfThem) {
     const VppPort in = VppPort::INPUT, out = VppPort::OUTPUT;
     const std::pair<VppPort, std::function<void(VppBuffer&)>> cases[] = {
         {static_cast<VppPort>(2), [](VppBuffer&) {}},
-        // Pixels: one descriptor of enough memory.
+        // Pixels must have one descriptor, with enough memory.
         {in, [](VppBuffer& b) { b.pixelHandle.fds.clear(); }},
         {in, [&](VppBuffer& b) { share(good, &b.pixelHandle); }},
         {in, [](VppBuffer& b) { b.pixelHandle.ints.push_back(1); }},
@@ -161,7 +163,8 @@ TEST_F(VppServiceTest, RefusesBadRecordsAndKeepsNothingOfThem) {
         {in, [](VppBuffer& b) { b.pixelFilledLen += 1; }},
         {out, [](VppBuffer& b) { b.pixelFilledLen = 1; }},
         {in, [&](VppBuffer& b) { share(good, &b.auxHandle); }},
-        // Side buffers: of sources, known, once each, large enough.
+        // Side buffers are permitted only with sources, under known names, once each, and must be
+        // large enough.
         {out, [&](VppBuffer& b) { attach(b, kForward, field); }},
         {in, [&](VppBuffer& b) { attach(b, "vpp.metabuf.mv", field); }},
         {in, [&](VppBuffer& b) { attach(b, kBackward, field).metaAllocLen = 47; }},
@@ -178,7 +181,7 @@ TEST_F(VppServiceTest, RefusesBadRecordsAndKeepsNothingOfThem) {
         EXPECT_EQ(openDescriptors(), before) << "case " << i;
     }
     VppBuffer whole = record(good, 1, 1000);
-    whole.metaBuffers.emplace_back();  // left behind empty: no reason to refuse the frame
+    whole.metaBuffers.emplace_back();  // an empty entry is permitted
     EXPECT_EQ(queue(in, whole), 0);
 }
 
@@ -214,8 +217,9 @@ TEST_F(VppServiceTest, HoldsItsClientToTheOrderOfThings) {
     EXPECT_EQ(onceOpen(), Answers(4, 3));
 }
 
-// Two outputs, two sources, a drain, a flush and a reconfiguration; then the first letters of what
-// came back, ? for an output nobody queued and x for a buffer refused.
+// The steps are two outputs, two sources, a drain, a flush and a reconfiguration. A row has the
+// first letters of the resulting events, with ? for an output with an unknown cookie, and x for
+// each refused buffer.
 TEST_F(VppServiceTest, ArmedFaultsDoWhatTheySay) {
     const std::pair<const char*, std::string> cases[] = {
         {"outputBufferDone=drop", "dfiior"},
@@ -303,8 +307,8 @@ TEST_F(VppServiceTest, DeathEndsEveryCallAndLetsGoOfEverything) {
     EXPECT_EQ(counters().sessionsLive, 0U);
 }
 
-// The client's object goes with the session, and what its end does in turn finds no lock held and
-// no thread waited for.
+// The end of a session destroys the client's callback object. Its destructor may call the session,
+// so the service must hold no lock and wait for no thread at that time.
 TEST_F(VppServiceTest, LetsGoOfTheClientHoweverTheSessionEnds) {
     const std::function<void()> ends[] = {
         [this] { mSession->terminateSession(); },
@@ -341,7 +345,8 @@ TEST_F(VppServiceTest, MayBeEndedFromWithinACallback) {
     EXPECT_EQ(queueOutput(2), 3);
     EXPECT_EQ(mRecorder->seen("output").size(), 1U) << "nothing after the session has ended";
 
-    // Nobody could wait for the callback; what it carried goes when it has returned.
+    // The session ended on the thread of the callback, so it could not wait for the callback. The
+    // callback object is released when the callback has returned.
     std::promise<void> ended;
     mRecorder->onEnd = [&ended] { ended.set_value(); };
     mRecorder = nullptr;

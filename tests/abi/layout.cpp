@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Prints what a client compiles in of the library: sizes, and where the members of its records are.
-// The install test compares it, and the names that the library exports, with the kept file beside
-// this one, so that a change of either is a decision.
+// Prints the sizes and member offsets that a client of the library compiles in. The install test
+// compares this output and the exported names with the file beside this one, so that neither
+// changes unintentionally.
 #include <qoz/VppComponent.h>
 
 #include <cstddef>
