@@ -88,6 +88,7 @@ TEST_F(ConverterMotionTest, MeasuresFractionsOfAPixelAndSeesNoMotionInAFade) {
         kBlocks * 19 / 20);
 }
 
+// A picture of a textured object in front of a textured ground, which can both move.
 struct Scene {
     int left, top, width, height, detail;  // of the object
     int pan;                               // of the ground

@@ -15,6 +15,7 @@
 namespace qoz::test {
 namespace {
 
+// Returns the state dump of a component.
 std::string dumped(const VppComponent& component) {
     const int fd = memfd_create("dump", MFD_CLOEXEC);
     component.dump(fd);

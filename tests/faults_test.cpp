@@ -293,6 +293,7 @@ class Faults : public ResourceTest, public testing::WithParamInterface<Row> {
         page << old.substr(others);
     }
 
+    // Plays the row, then checks the times and the ledger and adds a line to the documentation.
     void run(FaultScenario& play);
     void expectOutputsBack(const client::LiveClient& client);
     void checkTimes(const FaultScenario& play);

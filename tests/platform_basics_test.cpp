@@ -22,6 +22,7 @@ namespace {
 
 using android::sp;
 
+// An object that counts its destruction.
 class Counted : public android::RefBase {
   public:
     explicit Counted(int* ended) : mEnded(ended) {}

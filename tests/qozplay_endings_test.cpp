@@ -27,6 +27,7 @@ using testing::Not;
 
 constexpr Size kClip{64, 48};
 
+// The end of a player process: its result and its standard error.
 struct Ended {
     int code;  // exit code, or 1000 plus the number of the signal that killed the process
     std::string err;

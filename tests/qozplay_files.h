@@ -62,11 +62,14 @@ inline std::string grey(Size size, char luma) {
     return std::string(pixels, luma) + std::string(i420Bytes(size) - pixels, '\x80');
 }
 
+// The exit code of a run, its standard output and its standard error.
 struct Outcome {
     int code;
     std::string out, err;
 };
 
+// Runs the player in this process, with the options in `line` separated by blanks; '' stands for an
+// empty one.
 inline int run(const std::string& line, const StopRequest& stop, std::ostream& out,
                std::ostream& err) {
     std::istringstream words("qozplay " + line);
@@ -79,7 +82,7 @@ inline int run(const std::string& line, const StopRequest& stop, std::ostream& o
     return play(static_cast<int>(args.size()), args.data(), console, stop);
 }
 
-// Runs the player in this process, with the options in `line`.
+// Runs the player in the same way and returns its output.
 inline Outcome run(const std::string& line) {
     std::ostringstream out, err;
     const int code = run(line, StopRequest(), out, err);

@@ -143,6 +143,7 @@ class HoldingVpp : public host::NullSession {
     std::thread mAnswerer;
 };
 
+// Plays streams in which allocations fail, and checks that every buffer is returned.
 class Sweep : public ResourceTest {
   protected:
     // Plays one stream of 20 frames. The faults are armed only during calls to the component, so

@@ -35,6 +35,8 @@ enum class Moment { Frames, Flush, Size, Ratio };
 constexpr const char* kMoments[] = {"while frames flow", "in a flush", "in a change of size",
                                     "in a change of the ratio"};
 
+// A fixture with a service process that answers flushes and reconfigurations late, so that a kill
+// often takes place while the component waits for it.
 class VppdKill : public ResourceTest {
   protected:
     struct Outcome {

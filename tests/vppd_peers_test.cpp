@@ -199,6 +199,7 @@ std::string endsSessionsThatHang(const std::string& bus) {
     return "the next session opens at once";
 }
 
+// One row of the table of attacks in the documentation.
 struct PeerRow {
     const char* name;
     Attack attack;

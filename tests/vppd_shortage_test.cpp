@@ -142,6 +142,7 @@ TEST_F(VppdPeers, AnyCallMayBeShortOfADescriptor) {
     EXPECT_EQ(service.deaths(), 0U);
 }
 
+// Makes the creation of the `number`th thread in this process fail during its life.
 struct MissingThread {
     explicit MissingThread(int number) { failThreads(number); }
     ~MissingThread() { failThreads(0); }

@@ -77,6 +77,7 @@ char stateOf(pid_t pid) {
     return name == std::string::npos ? '?' : line[name + 2];
 }
 
+// A fixture with a service process on a private bus.
 class Vppd : public ResourceTest {
   protected:
     static int sessionCount() {

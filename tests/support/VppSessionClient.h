@@ -142,6 +142,7 @@ inline std::shared_ptr<IVpp> newSession() {
     return session;
 }
 
+// A fixture for tests of the simulated service: the service, one session, and its recorder.
 class VppServiceTest : public ResourceTest {
   protected:
     void SetUp() override {

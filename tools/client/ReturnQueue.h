@@ -44,7 +44,7 @@ class ReturnQueue : public android::IQOZCallback {
     bool refuse(uint32_t port, int32_t slot) EXCLUDES(mLock);
 
     // Takes all queued returns, in the order in which they arrived. If there are none, waits for
-    // the first one, at most until `end`.
+    // the first one, at most until `end`; by default it does not wait.
     std::vector<ReturnedBuffer> take(Clock::time_point end = {}) EXCLUDES(mLock);
 
     size_t outstanding(uint32_t port) const EXCLUDES(mLock);

@@ -21,6 +21,7 @@ constexpr uint32_t kSourcePort = android::QOZPort::kSource;
 constexpr int32_t kRgba = android::QOZFormat::kRgba8888;
 constexpr int32_t kNv12Vemo = android::QOZFormat::kNv12Vemo;
 
+// The size of a picture.
 struct Size {
     uint32_t width = 0;  // pixels
     uint32_t height = 0;

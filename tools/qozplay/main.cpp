@@ -6,6 +6,8 @@
 #include "qozplay/run/Ending.h"
 #include "qozplay/run/Player.h"
 
+// The order matters: no file may be opened before the standard streams are held, and no thread may
+// be created before the signals are set up.
 int main(int argc, char* argv[]) {
     qozplay::holdStandardStreams();
     qozplay::endPlainly();

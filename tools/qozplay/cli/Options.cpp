@@ -87,6 +87,8 @@ std::pair<std::string, std::string> parseProperty(const std::string& text) {
     return {text.substr(0, equals), text.substr(equals + 1)};
 }
 
+// The following functions add the options to `app`, in the order of the help. Parsing writes their
+// values to `options`, which must exist until then.
 void addInput(CLI::App& app, Options& options) {
     CLI::Option* input = addFile(app, "-i,--input", "FILE", &options.input,
                                  "clip; - reads a pipe; none: a built-in scene");

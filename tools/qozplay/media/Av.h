@@ -17,6 +17,7 @@ extern "C" {
 
 namespace qozplay {
 
+// The deleter of AvPtr.
 struct AvFree {
     void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
     void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }

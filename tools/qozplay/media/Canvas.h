@@ -11,6 +11,7 @@
 
 namespace qozplay {
 
+// A colour with 8 bits per channel. An alpha of 255 is opaque.
 struct Colour {
     uint8_t r = 0;
     uint8_t g = 0;

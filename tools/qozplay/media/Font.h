@@ -8,6 +8,7 @@
 
 namespace qozplay {
 
+// The picture of one letter.
 struct Glyph {
     char letter;
     std::array<uint8_t, 7> rows;  // top first; bit 4 is the leftmost dot

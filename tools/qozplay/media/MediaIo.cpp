@@ -83,6 +83,7 @@ int MediaIo::write(void* self, uint8_t* bytes, int size) {
     return size;
 }
 
+// Moves to an offset and returns the new one, or returns the size of the file for AVSEEK_SIZE.
 int64_t MediaIo::seek(void* self, int64_t offset, int whence) {
     const auto& io = *static_cast<MediaIo*>(self);
     if ((whence & AVSEEK_SIZE) != 0) {

@@ -54,6 +54,7 @@ MediaReader::MediaReader(const std::string& path, std::optional<Size> rawSize, A
     describe();
 }
 
+// Opens the file, or duplicates the descriptor of standard input. Throws BadInput.
 void MediaReader::openFile(const std::string& path) {
     mFile.set(path == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3)
                           : open(path.c_str(), O_RDONLY | O_CLOEXEC));
@@ -66,6 +67,8 @@ void MediaReader::openFile(const std::string& path) {
     mIo.emplace(mFile.get(), MediaIo::Direction::Read, mStop);
 }
 
+// Recognises the container and reads its properties. Raw input has no header, so its size, format
+// and rate are passed to libavformat.
 void MediaReader::openContainer(std::optional<Size> rawSize, AVRational rawRate) {
     AVFormatContext* context = avformat_alloc_context();
     if (context == nullptr) throw std::bad_alloc();
@@ -119,6 +122,7 @@ void MediaReader::refuseRotation() const {
                mName.c_str(), std::abs(angle)));
 }
 
+// Opens the decoder for the video stream. Throws BadInput if there is none.
 void MediaReader::openDecoder() {
     const AVCodecParameters& parameters = *stream().codecpar;
     const AVCodec* codec = avcodec_find_decoder(parameters.codec_id);

@@ -23,6 +23,7 @@ constexpr std::array<Container, 5> kContainers{{
     {".mov", "mov", AV_CODEC_ID_H264, true},
 }};
 
+// Chooses the container by the ending of the path. Throws BadInput for an unknown ending.
 const Container& containerOf(const std::string& path) {
     const std::string ending = std::filesystem::path(path).extension();
     if (ending.empty()) return kContainers[0];  // for a pipe or a device
@@ -67,6 +68,8 @@ void MediaWriter::open(const FinishedFrame& first) {
     if (error < 0) failed(error);
 }
 
+// Opens the encoder with the size and the matrix of the first frame and the other properties of the
+// clip, and adds the video stream.
 void MediaWriter::openEncoder(const FinishedFrame& first) {
     const AVCodec* codec = avcodec_find_encoder(mKind.codec);
     if (codec == nullptr) {
@@ -99,6 +102,8 @@ void MediaWriter::openEncoder(const FinishedFrame& first) {
     stream->sample_aspect_ratio = mInfo.sampleAspect;
 }
 
+// Adds a stream for each audio track that the container can store. The packets are copied without
+// being decoded.
 void MediaWriter::addAudio() {
     if (mAudio == nullptr) return;
     for (const AudioTracks::Track& track : mAudio->tracks) {

@@ -132,6 +132,8 @@ void Scene::drawSprite(const Surface& surface, const Image& sprite, float x, flo
     }
 }
 
+// Draws two crates that sway and rotate, and a ball that rolls along the road. Their time advances
+// by 120 frames at each cut, so that a cut also moves them.
 void Scene::drawObjects(const Surface& surface) const {
     const auto time = static_cast<float>(mFrame + mFrame / kCutAfter * kCutAfter);
     const auto sway = [&](float centre, float reach, float speed, float phase) {

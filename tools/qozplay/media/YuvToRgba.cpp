@@ -79,6 +79,7 @@ HWY_INLINE void convertChunk(const YuvMatrix& matrix, const uint8_t* y, const ui
     }
 }
 
+// Converts one row of `width` pixels.
 void ConvertRow(const YuvMatrix& matrix, const uint8_t* y, const uint8_t* u, const uint8_t* v,
                 uint8_t* rgba, size_t width) {
     size_t x = 0;

@@ -12,10 +12,11 @@
 
 namespace qozplay {
 
-// The factors of the conversion, in units of 1 / kYuvUnit. They apply to luma after `black` has
-// been subtracted, and to chroma after 128 has been subtracted.
+// The factors of a matrix are fixed-point numbers with this many bits after the point.
 constexpr int kYuvShift = 13;
 constexpr int kYuvUnit = 1 << kYuvShift;
+// The factors of a conversion, in units of 1 / kYuvUnit. They apply to luma after `black` has been
+// subtracted, and to chroma after 128 has been subtracted.
 struct YuvMatrix {
     int16_t black;  // luma of black, in levels
     int16_t luma;

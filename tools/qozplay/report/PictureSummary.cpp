@@ -55,6 +55,7 @@ double meanOf(const Plane& plane, PictureSummary::Grid grid, uint32_t column, ui
     return sum / ((across.end - across.begin) * (down.end - down.begin));
 }
 
+// The means of all three planes in each cell, row by row.
 std::vector<Yuv> cellsOf(const std::array<Plane, 3>& planes, PictureSummary::Grid grid) {
     std::vector<Yuv> cells;
     for (uint32_t row = 0; row < grid.rows; ++row) {

@@ -31,7 +31,7 @@ class PictureSummary {
     static PictureSummary flat(double luma) { return PictureSummary({1, 1}, {{luma, 128, 128}}); }
 
     Grid grid() const { return mGrid; }
-    Yuv mean() const;
+    Yuv mean() const;                                 // mean of all cells
     double spread() const;                            // standard deviation of the cells' luma
     Yuv farthest(const PictureSummary& other) const;  // greatest difference of a cell, by plane
 

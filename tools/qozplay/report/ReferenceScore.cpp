@@ -22,6 +22,7 @@ constexpr uint64_t kRounding = 1;
 
 constexpr std::array kMakers{"interpolated", "repeated", "blended"};
 
+// The mean of each column of the table, and the minimum of each column.
 Likenesses mean(const std::vector<Score>& scores) {
     Likenesses mean{};
     const auto count = static_cast<double>(scores.size());
@@ -153,6 +154,8 @@ Likeness ReferenceScore::compare(const uint8_t* luma, int stride, const Luma& tr
             libyuv::CalcFrameSsim(luma, stride, truth.data(), width, width, height)};
 }
 
+// Returns the luma of a source frame. It is still kept whenever the output is in order; if it is
+// not, throws SessionFailed.
 const ReferenceScore::Luma& ReferenceScore::lumaOf(uint64_t frame) const {
     const auto found = std::ranges::find(mPictures, frame, &Picture::frame);
     if (found == mPictures.end()) {

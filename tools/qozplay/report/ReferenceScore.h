@@ -32,6 +32,7 @@ struct Score {
     Likenesses made;
 };
 
+// The scores of a run.
 struct Scores {
     std::vector<Score> frames;
     uint64_t notInterpolated = 0;  // number of held-out frames without an interpolated one

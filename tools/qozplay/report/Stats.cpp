@@ -46,6 +46,7 @@ std::string line(const char* name, const std::string& text) {
     return format("%-13s%s\n", name, text.c_str());
 }
 
+// The lines of the summary about frames, speed, latency and buffers.
 std::string framesText(const SessionStats& stats) {
     const FrameTracker::Tally& frames = stats.frames;
     const Ledger::Totals& totals = stats.ledger.totals();
@@ -67,6 +68,7 @@ std::string framesText(const SessionStats& stats) {
                        big(totals.returned), stats.ledger.outstanding(), big(totals.refused)));
 }
 
+// The lines of the summary about the changes of the plan and the size of the output.
 std::string changesText(const SessionStats& stats) {
     std::string text;
     for (const auto& [change, blocked] : stats.changes) {

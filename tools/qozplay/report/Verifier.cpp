@@ -122,6 +122,7 @@ void Verifier::sourceCame(const PictureSummary& picture) {
     mPrevious = std::move(next);
 }
 
+// Compares the picture of a source frame in the output with the one in the input, plane by plane.
 void Verifier::checkSource(const Source& sent, const PictureSummary& picture) {
     if (!sent.picture) return;
     const PictureSummary::Yuv difference = sent.picture->farthest(picture);

@@ -179,6 +179,8 @@ void Outputs::save(RunStats* stats, const std::filesystem::path& folder) {
     });
 }
 
+// Describes the output clip for the summary, with the differences that a user may not expect:
+// wrong timing, scaled frames and missing audio.
 std::string Outputs::clipText() const {
     std::string text = format("%s, %llu frames, %s fps", mOptions.output.c_str(),
                               big(mClip->frames()), toText(mInfo.rate).c_str());

@@ -20,6 +20,7 @@ namespace {
 constexpr uint64_t kSceneFrames = 120;  // length of the built-in scene by default
 constexpr char kNoStandardOutput[] = "cannot write to standard output";
 
+// Opens the input of one session: a clip, or the built-in scene.
 std::unique_ptr<FrameSource> openSource(const Options& options, const StopRequest& stop) {
     const AVRational rate = options.rate.value_or(AVRational{30, 1});
     // With --truth, --frames counts the frames that are sent, and the scene has `step` as many.
@@ -31,6 +32,7 @@ std::unique_ptr<FrameSource> openSource(const Options& options, const StopReques
         options.sceneSize, rate, options.plan.frames ? *options.plan.frames * step : kSceneFrames);
 }
 
+// Describes the settings for the summary.
 std::string settingsText(const Options& options) {
     std::string text =
         options.plan.aisOnly
@@ -77,6 +79,8 @@ class Player {
     RunStats mStats;
 };
 
+// Opens the inputs, then the outputs, which need the properties of the clip. A clip that is too
+// small for motion vectors is processed without them.
 Player::Player(Options options, Console& console, const StopRequest& stop)
     : mOptions(std::move(options)), mConsole(console), mStop(stop), mWarmUp(mOptions.sessions) {
     for (uint32_t i = 0; i < mOptions.sessions; ++i)

@@ -81,6 +81,8 @@ struct ServiceProcess {
     qoz::host::RemoteVppService service;
 };
 
+// Starts the service in its own process, which arms the faults. The files of its bus are made in
+// `folder`.
 Simulator::Service startProcess(const std::vector<qoz::host::Fault>& faults,
                                 const std::filesystem::path& folder) {
     std::vector<std::string> arguments;
