@@ -14,7 +14,6 @@ namespace qoz::test {
 namespace {
 
 using vpp::VppError;
-using vpp::VppPort;
 
 constexpr uint32_t kW = 64;
 constexpr uint32_t kH = 48;

@@ -108,7 +108,7 @@ void RgbaToNv12(const ColourMatrix& matrix, const RowPair& rows, size_t width) {
     if (x == width) return;
     // The remaining pixels are converted in buffers of a full vector's length, padded with the last
     // pixel.
-    constexpr size_t kMost = 2 * 64;  // lanes of any target
+    constexpr size_t kMost = size_t{2} * 64;  // lanes of any target
     uint8_t in[2][4 * kMost];
     uint8_t out[3][kMost];
     for (size_t i = 0; i < lanes; ++i) {

@@ -162,8 +162,9 @@ class Suspects {
             const StillRows rows = {mSearch.older.pixel(x, y), mSearch.newer.pixel(x, y),
                                     mSearch.older.pixel(x - step.dx, y - step.dy),
                                     mSearch.newer.pixel(x + step.dx, y + step.dy)};
-            mAny |= markStill(d, rows, stride, mSearch.suspects + y * mSearch.stride + x,
-                              mSearch.stride, mSearch.tiles + row * mSearch.columns + first);
+            mAny |=
+                markStill(d, rows, stride, mSearch.suspects + y * mSearch.stride + x,
+                          mSearch.stride, mSearch.tiles + ptrdiff_t{row} * mSearch.columns + first);
         }
         return first;
     }

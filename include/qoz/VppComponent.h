@@ -12,11 +12,11 @@
 /// thread, the service's binder threads and the component's worker, possibly on several at once.
 ///
 /// Ownership: every buffer that process() takes is returned once through
-/// IQOZCallback::onBufferDone(). A refused buffer stays with the client. Two kinds may never
-/// return: sources in slot QOZBufferInfo::kNoSlot, and buffers that are still with the service or
-/// held for the next source when disable() is called; call flushsync() first. If the service dies,
-/// every buffer that it had is returned as not filled; later ones are returned the same way, at
-/// once. The state stays ACTIVE until flushsync() makes it ERROR; then call disable() and enable().
+/// IQOZCallback::onBufferDone(). A refused buffer stays with the client. Two kinds might never be
+/// returned: sources in slot QOZBufferInfo::kNoSlot, and buffers still with the service or held for
+/// the next source when disable() is called; call flushsync() first. If the service dies, every
+/// buffer that it had is returned as not filled; later ones are returned the same way, at once. The
+/// state stays ACTIVE until flushsync() makes it ERROR; then call disable() and enable().
 ///
 /// Time: config(), process(), flushsync() and isInputPortEnabled() each wait at most 3 s in total;
 /// enable() and disable() state their limits. There is no limit for callbacks on any thread, for
@@ -49,7 +49,7 @@ class __attribute__((visibility("default"))) VppComponent
 
     /// Reads the system properties vendor.qoz.*, whose values then apply for the object's lifetime.
     /// Throws std::invalid_argument or std::out_of_range if the value of a numeric property does
-    /// not begin with a number or the number exceeds 64 bits; of any other, 32 bits are used.
+    /// not begin with a number or the number exceeds 64 bits; a smaller number is cut to 32 bits.
     VppComponent();
     /// Performs disable(). Call disable() yourself: an open session keeps its component alive.
     virtual ~VppComponent();
@@ -94,7 +94,7 @@ class __attribute__((visibility("default"))) VppComponent
     /// service's session stays open until the next enable() or the end of the service; until then
     /// the session keeps this object alive, and buffers that it returns late go to onBufferDone().
     /// Waits up to 1.2 s for a pending start, up to 3 s for events being handled, and without a
-    /// limit for the worker's last callbacks and for other threads in process().
+    /// limit for the worker's work in progress, its last callbacks and other threads in process().
     void disable();
 
     /// Returns 0 for the RGB formats, else 3. Sets `yuvFormat` to the format that the input port

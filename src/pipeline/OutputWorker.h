@@ -77,9 +77,9 @@ class OutputWorker {
     // `ready`. `ready` is never cleared, so from the second session on there is no wait. Returns
     // false if the thread could not be created, but true if the limit is exceeded.
     bool launch();
-    // Makes the thread end after delivering what is queued, in up to two runs of at most
-    // kOutputSlots; joins it. Does nothing without a thread. On the worker itself, detaches the
-    // thread instead.
+    // Makes the thread end after the work in progress and up to two more delivery runs, each of at
+    // most kOutputSlots deliveries; joins the thread. Does nothing without a thread. On the worker
+    // itself, detaches the thread instead.
     void stop();
     bool isRunning() const { return mRunning; }
 

@@ -70,7 +70,8 @@ Scene::Scene(Size size, AVRational rate, uint64_t frames)
 }
 
 float Scene::moved(float speed) const {
-    const auto cuts = static_cast<float>(mFrame / kCutAfter);
+    const uint64_t cutsBefore = mFrame / kCutAfter;
+    const auto cuts = static_cast<float>(cutsBefore);
     const float pixels = speed * static_cast<float>(mFrame) + cuts * kCutLeap;
     return pixels * static_cast<float>(mInfo.size.height) / 720;
 }
@@ -135,7 +136,8 @@ void Scene::drawSprite(const Surface& surface, const Image& sprite, float x, flo
 // Draws two crates that sway and rotate, and a ball that rolls along the road. Their time advances
 // by 120 frames at each cut, so that a cut also moves them.
 void Scene::drawObjects(const Surface& surface) const {
-    const auto time = static_cast<float>(mFrame + mFrame / kCutAfter * kCutAfter);
+    const uint64_t lastCut = mFrame / kCutAfter * kCutAfter;
+    const auto time = static_cast<float>(mFrame + lastCut);
     const auto sway = [&](float centre, float reach, float speed, float phase) {
         return centre + reach * std::sin(speed * time + phase);
     };
