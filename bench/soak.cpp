@@ -28,7 +28,6 @@ namespace qoz::bench {
 namespace {
 
 using namespace std::chrono_literals;
-using android::GraphicBuffer;
 using client::LiveClient;
 using Clock = std::chrono::steady_clock;
 
