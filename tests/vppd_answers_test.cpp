@@ -55,8 +55,8 @@ TEST_F(VppdAnswers, ASessionThatOpensAfterItsServiceHasLeftIsAnsweredWithAnError
     std::optional<host::vppservice::RegisteredService> service(std::in_place);
     std::optional<host::vppd::ServiceObject> object(std::in_place, connection, service->service());
     connection->start({});
-    // The fault delays the answer, which is a value even if there is no session, until the service
-    // ends.
+    // The service creates no session for the flags 1, but its answer is still a value. The fault
+    // delays the answer until the service ends.
     host::armFault(*host::parseFault("getNewVppSession=late:60000", nullptr));
     auto answer = std::async(std::launch::async, [&] {
         return peer.call(connection->name(), host::vppd::kServicePath,

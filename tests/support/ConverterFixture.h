@@ -38,7 +38,7 @@ class ConverterTest : public testing::Test {
         return converter.MvBufferGeneration(previous, current, forward, backward);
     }
 
-    // Whether convert() and estimate() configure the converter for their arguments first.
+    // If set, convert() and estimate() first configure the converter for their arguments.
     bool configures = true;
     android::Rgb2Yuv converter;
     int errors = 0;  // logged by the converter

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Whether a sanitizer slows this build down. Time limits depend on it.
+// Tells whether a sanitizer slows this build down, on which time limits depend.
 #pragma once
 
 namespace qoz::test {

@@ -39,9 +39,9 @@ class LiveClient final : public ReturnQueue {
 
     // Sends one source frame and queues output buffers. `paint` fills in the pixels: bytes in the
     // order R, G, B, A, in rows without padding. Without it the buffer keeps its contents.
-    // `carried` are settings that take effect with this frame. Returns false if no source slot
-    // becomes free in time. The result is true even if the frame was refused, or if its buffer
-    // could not be allocated.
+    // `carried` are the settings that the frame carries, see QOZBufferInfo::config. Returns false
+    // if no source slot becomes free in time. The result is true even if the frame was refused, or
+    // if its buffer could not be allocated.
     bool send(uint32_t width, uint32_t height, int64_t nanoseconds,
               const std::function<void(uint8_t*)>& paint = {},
               std::optional<android::ConfigParams> carried = {});
