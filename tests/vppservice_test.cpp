@@ -81,7 +81,7 @@ TEST_F(VppServiceTest, FactorGivenAfterAFrameHoldsFromThatFrame) {
     ASSERT_TRUE(mRecorder->await(output(3, 7000)));
 }
 
-TEST_F(VppServiceTest, WaitsForLentOutputsAndDrainsAsFarAsTheyGo) {
+TEST_F(VppServiceTest, WaitsForQueuedOutputsAndDrainsAsFarAsTheyGo) {
     constexpr Size kLarge{1920, 1080};  // so large that a frame takes some time
     const auto from = frame(kLarge), to = frame(kLarge);
     openAt(3, kLarge, kLarge);
