@@ -119,13 +119,17 @@ PrivateBus::PrivateBus(const std::vector<std::string>& arguments, const fs::path
     start();
 }
 
+// Without a free descriptor the process id serves, which is that of a child until the wait; nothing
+// is asked of the bus then, and the service ends with the bus.
 PrivateBus::~PrivateBus() {
-    const std::optional<pid_t> service = servicePid();
-    if (service) endProcess(Descriptor(pidfd_open(*service, 0)));
     const Descriptor bus(pidfd_open(mPid, 0));
-    endProcess(bus);
-    // Without a free descriptor the id serves: it is that of a child, and stays so until the wait.
-    if (bus.get() < 0) kill(mPid, SIGKILL);
+    if (bus.get() < 0) {
+        kill(mPid, SIGKILL);
+    } else {
+        const std::optional<pid_t> service = servicePid();
+        if (service) endProcess(Descriptor(pidfd_open(*service, 0)));
+        endProcess(bus);
+    }
     waitpid(mPid, nullptr, 0);
 }
 
