@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "host/vppservice/FrameWriter.h"
+#include "host/vppservice/UnexplainedBlocks.h"
 
 namespace qoz::host::vppservice {
 namespace {

@@ -9,7 +9,7 @@
 #define HWY_TARGET_INCLUDE "host/vppservice/MotionPlan.cpp"
 #include <hwy/foreach_target.h>  // compiles the rest of this file for each target
 #include <hwy/highway.h>
-// These follow it because they are compiled for each target too.
+// This follows it because it is compiled for each target too.
 #include "host/vppservice/Window-inl.h"
 
 #ifndef QOZ_HOST_VPPSERVICE_MOTION_PLAN_ONCE
@@ -60,21 +60,17 @@ HWY_BEFORE_NAMESPACE();
 namespace qoz::host::vppservice::HWY_NAMESPACE {
 namespace {
 
-// The window that is compared around a node: every second row of 16 x 16 pixels.
-constexpr int kWindow = 16;
-constexpr uint32_t kSamples = kWindow * kWindow / 2;
-
 // Limits for costs, which are sums of differences over the window, given as mean differences of
 // luma.
-constexpr uint32_t kAgreeing = 3 * kSamples / 2;  // good enough to end the search
-constexpr uint32_t kDisagreeing = 4 * kSamples;   // one source may not show the place
+constexpr uint32_t kAgreeing = 3 * kWindowSamples / 2;  // good enough to end the search
+constexpr uint32_t kDisagreeing = 4 * kWindowSamples;   // one source may not show the place
 
 // A vector must save this, and half of the cost of no motion, to be chosen; if both fields are sure
 // of motion there, a quarter of that cost suffices.
-constexpr uint32_t kMovesFor = kSamples / 4;
+constexpr uint32_t kMovesFor = kWindowSamples / 4;
 
 // The penalty for windows that are alike only after their mean brightness is made equal.
-constexpr uint32_t kShapesOnly = 1 * kSamples;
+constexpr uint32_t kShapesOnly = 1 * kWindowSamples;
 
 // In eighths of a pixel. A candidate that is no further from another is not compared again, because
 // both lead to almost the same quarter pixels.
@@ -314,38 +310,6 @@ void Choose(const MotionPlan::Work& work) {
     Chooser(work).chooseRows();
 }
 
-// Counts the unexplained blocks. In a large picture, `step` skips blocks: a share needs only a
-// sample.
-Unexplained CountUnexplained(const MotionFields& fields, const SubpixelPlanes& older,
-                             const SubpixelPlanes& newer, int step) {
-    constexpr int kBlock = static_cast<int>(kMotionBlock);
-    const auto across = static_cast<int>(fieldWidth(static_cast<uint32_t>(newer.width())));
-    struct Count {
-        uint32_t changing = 0;
-        uint32_t unlike = 0;
-
-        void add(const MotionVector& vector, uint32_t still) {
-            if (vector.error == UINT8_MAX) return;
-            ++changing;
-            unlike += vector.error * 2U > still ? 1U : 0U;
-        }
-        uint32_t percent() const { return percentOf(unlike, changing); }
-    };
-    Count forward;
-    Count backward;
-    for (int row = 0; (row + 1) * kBlock <= newer.height(); row += step) {
-        for (int column = 0; (column + 1) * kBlock <= newer.width(); column += step) {
-            const QuarterPlace place = {4 * column * kBlock, 4 * row * kBlock};
-            const uint32_t still =
-                windowDifference(older.at(place), newer.at(place), newer.stride()) / kSamples;
-            if (still < 2) continue;
-            forward.add(fields.forward[row * across + column], still);
-            backward.add(fields.backward[row * across + column], still);
-        }
-    }
-    return {forward.percent(), backward.percent()};
-}
-
 }  // namespace
 }  // namespace qoz::host::vppservice::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();
@@ -355,85 +319,8 @@ namespace qoz::host::vppservice {
 namespace {
 
 HWY_EXPORT(Choose);
-HWY_EXPORT(CountUnexplained);
-
-constexpr int kSameLayer = 13;        // eighths of a pixel; vectors no further apart are one motion
-constexpr uint16_t kFlatTexture = 2;  // with less texture, the vector is a guess
-constexpr uint16_t kSureTexture = 4;  // with this texture, a vector of 0 would be noticed
-constexpr uint16_t kFlatHandicap = 8;  // added to the rank of a guessed vector
-
-// Up to this number of blocks, all are counted; of a larger picture, every fourth is.
-constexpr size_t kFewBlocks = 1024;
-
-// Halves a sum and rounds away from 0, so that both fields are treated alike.
-int16_t halved(int sum) {
-    return static_cast<int16_t>((sum + (sum > 0 ? 1 : 0)) >> 1);
-}
-
-bool moveAlike(Vector a, Vector b) {
-    return distance(a, b) <= kSameLayer;
-}
-
-// Returns the mean of both vectors if they are one motion, else the first.
-Vector meanOf(Vector own, Vector other) {
-    if (!moveAlike(own, other)) return own;
-    return {halved(own.dx + other.dx), halved(own.dy + other.dy)};
-}
-
-// The number of nodes that cover a length in pixels.
-int nodesOver(int pixels) {
-    return (pixels + kNodeStep - 1) / kNodeStep + 1;
-}
 
 }  // namespace
-
-// A node lies in the middle of a block or on the border between blocks. It belongs to one block,
-// and its vector is the mean of the vectors of that block and of those adjoining blocks that move
-// alike.
-void NodeField::read(const MotionVector* vectors, int sign, FrameSize size) {
-    const auto across = static_cast<int>(fieldWidth(size.width));
-    const auto down = static_cast<int>(fieldHeight(size.height));
-    mColumns = nodesOver(static_cast<int>(size.width));
-    mRows = nodesOver(static_cast<int>(size.height));
-    mCells.resize(static_cast<size_t>(mColumns) * static_cast<size_t>(mRows));
-    const auto turned = [sign](const MotionVector& one) {
-        return Vector{static_cast<int16_t>(sign * one.dx), static_cast<int16_t>(sign * one.dy)};
-    };
-    for (int row = 0; row < down; ++row) {
-        const MotionVector* here = vectors + ptrdiff_t{row} * across;
-        const MotionVector* above = row > 0 ? here - across : here;
-        Arrival* upper = mCells.data() + ptrdiff_t{2} * row * mColumns;
-        Arrival* lower = 2 * row + 1 < mRows ? upper + mColumns : upper;
-        for (int column = 0; column < across; ++column) {
-            const MotionVector& block = here[column];
-            const int left = std::max(column - 1, 0);
-            const Vector own = turned(block);
-            const Vector beside = meanOf(own, turned(here[left]));
-            const Vector over = meanOf(own, turned(above[column]));
-            Arrival cell;
-            cell.rank = block.error;
-            if (block.texture < kFlatTexture) cell.rank += kFlatHandicap;
-            cell.sure = block.texture >= kSureTexture && distance(own, {}) >= kMotionUnit;
-            const int next = std::min(2 * column + 1, mColumns - 1);
-            const auto put = [&cell](Arrival& at, Vector vector) {
-                at = cell;
-                at.vector = vector;
-            };
-            put(lower[next], own);
-            put(lower[ptrdiff_t{2} * column], beside);
-            put(upper[next], over);
-            put(upper[ptrdiff_t{2} * column],
-                meanOf(meanOf(own, turned(above[left])), meanOf(beside, over)));
-        }
-        // Nodes past the last block repeat its vector.
-        for (Arrival* cells : {lower, upper})
-            cells[mColumns - 1] = cells[std::min(2 * across - 1, mColumns - 1)];
-    }
-    for (int row = 2 * down; row < mRows; ++row) {
-        const auto last = mCells.begin() + ptrdiff_t{row - 1} * mColumns;
-        std::copy(last, last + mColumns, last + mColumns);
-    }
-}
 
 void MotionPlan::take(const MotionFields& fields, FrameSize size) {
     mForwardField.read(fields.forward, 1, size);
@@ -496,15 +383,6 @@ void MotionPlan::carry(const NodeField& field, int share, std::vector<Arrival>* 
             if (cell.rank < there.rank) there = cell;
         }
     }
-}
-
-Unexplained unexplainedPercent(const MotionFields& fields, const SubpixelPlanes& older,
-                               const SubpixelPlanes& newer) {
-    const auto width = static_cast<uint32_t>(newer.width());
-    const auto height = static_cast<uint32_t>(newer.height());
-    const size_t blocks = size_t{fieldWidth(width)} * fieldHeight(height);
-    return HWY_DYNAMIC_DISPATCH(CountUnexplained)(fields, older, newer,
-                                                  blocks > kFewBlocks ? 2 : 1);
 }
 
 }  // namespace qoz::host::vppservice

@@ -17,16 +17,13 @@
 // it. In the opposite case it has been uncovered, and only the newer source shows it.
 #pragma once
 
-#include <algorithm>
-#include <cstdlib>
 #include <vector>
 
 #include "host/vppservice/Frames.h"
+#include "host/vppservice/NodeField.h"
 #include "host/vppservice/SubpixelPlanes.h"
 
 namespace qoz::host::vppservice {
-
-constexpr int kNodeStep = 8;  // distance of nodes in a row and in a column, in pixels
 
 constexpr int kWholeShare = 64;  // the shares of both sources in a pixel add up to this
 
@@ -44,19 +41,6 @@ struct TileRows {
     int end;  // one past the last row
 };
 
-// The motion from the older source to the newer one, in units of 1 / kMotionUnit pixel.
-struct Vector {
-    int16_t dx = 0;
-    int16_t dy = 0;
-
-    bool operator==(const Vector&) const = default;
-};
-
-// The larger of the differences in x and in y, in eighths of a pixel.
-inline int distance(Vector a, Vector b) {
-    return std::max(std::abs(a.dx - b.dx), std::abs(a.dy - b.dy));
-}
-
 // The places in both sources from which a node's pixels are read, in quarters of a pixel relative
 // to the node, and the share of the newer source. The kernels load it as one vector of eight
 // numbers.
@@ -69,37 +53,6 @@ struct alignas(16) NodeMotion {
     int16_t acrossY = 0;
     int16_t newerShare = 0;  // of kWholeShare
     int16_t unused = 0;
-};
-
-// The vector of a field at one node, or the vector that has arrived at a node.
-struct Arrival {
-    static constexpr uint16_t kNothing = 0xFFFF;
-
-    Vector vector;
-    uint16_t rank = kNothing;  // lower is better
-    bool sure = false;         // it moves by a pixel or more, and its block has texture
-};
-
-// A motion field on the grid of nodes, which is finer than its blocks. Its vectors lead from the
-// older source to the newer one, whichever frame the field belongs to.
-class NodeField {
-  public:
-    // Reads a field. `sign` is 1 for the forward field and -1 for the backward one.
-    void read(const MotionVector* vectors, int sign, FrameSize size);
-
-    int columns() const { return mColumns; }
-    int rows() const { return mRows; }
-    // The vector at a node. A node outside the grid stands for the nearest one inside.
-    const Arrival& at(int column, int row) const {
-        return mCells[static_cast<size_t>(std::clamp(row, 0, mRows - 1)) *
-                          static_cast<size_t>(mColumns) +
-                      static_cast<size_t>(std::clamp(column, 0, mColumns - 1))];
-    }
-
-  private:
-    int mColumns = 0;
-    int mRows = 0;
-    std::vector<Arrival> mCells;
 };
 
 // The interpolator owns one and uses it for every frame, so that its memory is kept. Call take()
@@ -156,23 +109,5 @@ class MotionPlan {
     std::vector<uint32_t> mCosts;    // differences along the chosen vectors
     std::vector<NodeMotion> mNodes;
 };
-
-// With fewer blocks than this no statement about the picture is possible.
-constexpr uint32_t kFewest = 8;
-
-// Returns `part` of `whole` blocks in percent, or 0 if there are fewer than kFewest.
-constexpr uint32_t percentOf(uint32_t part, uint32_t whole) {
-    return whole < kFewest ? 0 : part * 100 / whole;
-}
-
-// The share, in percent, of the changing blocks that the motion does not explain, one number for
-// each field. The motion does not explain a block if the block's difference along its vector is
-// more than half of the difference without motion.
-struct Unexplained {
-    uint32_t forward;
-    uint32_t backward;
-};
-Unexplained unexplainedPercent(const MotionFields& fields, const SubpixelPlanes& older,
-                               const SubpixelPlanes& newer);
 
 }  // namespace qoz::host::vppservice

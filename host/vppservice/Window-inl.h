@@ -30,7 +30,11 @@ HWY_INLINE hn::VFromD<D> meanOf(D d, PixelPair pair, ptrdiff_t offset) {
     return hn::AverageRound(hn::LoadU(d, pair.first + offset), hn::LoadU(d, pair.second + offset));
 }
 
-// Returns the sum of absolute differences between a and b over every second row of 16x16 pixels;
+// The window that is compared: every second row of kWindow x kWindow pixels.
+constexpr int kWindow = 16;
+constexpr uint32_t kWindowSamples = kWindow * kWindow / 2;
+
+// Returns the sum of absolute differences between a and b over the window;
 // load(pair, offset) reads the pixels. If the first half of these rows already reaches `limit`, the
 // other half is not added.
 template <class Load>
