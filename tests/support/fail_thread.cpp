@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Replaces pthread_create() with a version that can fail. It is either linked into a test, which
-// selects the threads that fail with failThreads(), or preloaded into a program, where the
-// environment variable QOZ_FAIL_THREAD has the number of the one that fails.
+// Replaces pthread_create() with a version that can fail. A test that it is linked into selects the
+// threads that fail with failThreads(). In any other program the environment variable
+// QOZ_FAIL_THREAD has the number of the one that fails.
 #include <dlfcn.h>
 #include <pthread.h>
 
