@@ -63,19 +63,19 @@ class Healthy {
     LiveClient mClient;
 };
 
-using Attack = std::string (*)(const std::string& bus);
+// What a peer does; it is a connection of its own each time. Returns what became of it.
+using Attack = std::string (*)(HostilePeer& peer);
 
 // No attack, for comparison with the other rows: it only uses a processor. A machine with two
 // processors then has one for the client, the bus and the service together.
-std::string takesAProcessor(const std::string&) {
+std::string takesAProcessor(HostilePeer&) {
     const auto end = Clock::now() + std::chrono::milliseconds(20);
     while (Clock::now() < end) {
     }
     return "nothing";
 }
 
-std::string queuesOnAnothersSession(const std::string& bus) {
-    HostilePeer peer(bus);
+std::string queuesOnAnothersSession(HostilePeer& peer) {
     const auto mine = frame(kSize);
     for (const int32_t side : {0, 1}) {
         const auto sent = toBus(record(mine, side == 1 ? 3 | kOutputBit : 3, 1));
@@ -84,8 +84,7 @@ std::string queuesOnAnothersSession(const std::string& bus) {
     return "refused, and logged";
 }
 
-std::string endsAnothersSession(const std::string& bus) {
-    HostilePeer peer(bus);
+std::string endsAnothersSession(HostilePeer& peer) {
     for (const char* method : {"Close", "TerminateSession", "Drain", "Open"})
         EXPECT_EQ(peer.callSession(kVictim, method), kDenied) << method;
     EXPECT_EQ(peer.callSession(kVictim, "Flush", int32_t{0}), kDenied);
@@ -93,8 +92,7 @@ std::string endsAnothersSession(const std::string& bus) {
     return "refused, and logged";
 }
 
-std::string forgesCallbacks(const std::string& bus) {
-    HostilePeer peer(bus);
+std::string forgesCallbacks(HostilePeer& peer) {
     VppBuffer filled;
     filled.cookie = 3 | kOutputBit;
     filled.pixelAllocLen = filled.pixelFilledLen = 4096;
@@ -113,8 +111,7 @@ std::string forgesCallbacks(const std::string& bus) {
 }
 
 // The service accepts only memory that cannot be truncated afterwards.
-std::string pullsMemoryAway(const std::string& bus) {
-    HostilePeer peer(bus);
+std::string pullsMemoryAway(HostilePeer& peer) {
     const std::string session = peer.newOpenSession(kSize);
     const auto good = frame(kSize);
     VppBuffer open = record(good, 1 | kOutputBit, 1);
@@ -131,8 +128,7 @@ std::string pullsMemoryAway(const std::string& bus) {
     return "memory that is not sealed is refused; sealed memory stays";
 }
 
-std::string opensSessionsWithoutEnd(const std::string& bus) {
-    HostilePeer peer(bus);
+std::string opensSessionsWithoutEnd(HostilePeer& peer) {
     size_t made = 0;
     while (made <= kClientBudget.sessions && peer.newSession() != host::vppd::kNoSession)
         ++made;
@@ -140,8 +136,7 @@ std::string opensSessionsWithoutEnd(const std::string& bus) {
     return "none beyond " + std::to_string(made);
 }
 
-std::string queuesBuffersWithoutEnd(const std::string& bus) {
-    HostilePeer peer(bus);
+std::string queuesBuffersWithoutEnd(HostilePeer& peer) {
     const std::string session = peer.newOpenSession(kSmall);
     const auto mine = frame(kSmall);
     uint64_t taken = 0;
@@ -157,8 +152,7 @@ std::string queuesBuffersWithoutEnd(const std::string& bus) {
     return "VPP_ERR_RESOURCES beyond " + std::to_string(taken);
 }
 
-std::string sendsManyDescriptors(const std::string& bus) {
-    HostilePeer peer(bus);
+std::string sendsManyDescriptors(HostilePeer& peer) {
     const std::string session = peer.newOpenSession(kSmall);
     const auto mine = frame(kSmall);
     VppBuffer sent = record(mine, 1, 1);
@@ -172,8 +166,7 @@ std::string sendsManyDescriptors(const std::string& bus) {
 }
 
 // Every setCtrlVppMode call is slow, except that of the healthy client; see VppdPeers::bus.
-std::string floodsBehindASlowCall(const std::string& bus) {
-    HostilePeer peer(bus);
+std::string floodsBehindASlowCall(HostilePeer& peer) {
     const std::string session = peer.newOpenSession(kSmall);
     // Together the slow calls take longer than the flood on any machine. The end of the session
     // ends them early.
@@ -187,8 +180,7 @@ std::string floodsBehindASlowCall(const std::string& bus) {
     return "VPP_ERR_RESOURCES at once beyond " + std::to_string(kClientBudget.calls) + " that wait";
 }
 
-std::string endsSessionsThatHang(const std::string& bus) {
-    HostilePeer peer(bus);
+std::string endsSessionsThatHang(HostilePeer& peer) {
     for (int i = 0; i < 16; ++i) {
         const std::string session = peer.newOpenSession(kSmall);
         for (int calls = 0; calls < 4; ++calls)
@@ -223,7 +215,8 @@ double playThrough(Healthy& healthy, const PeerRow& row, const std::string& addr
     std::atomic<bool> over{false};
     std::thread attacker([&] {
         do {
-            *told = row.attack(address);
+            HostilePeer peer(address);
+            *told = row.attack(peer);
         } while (!over);
     });
     const double took = healthy.millisecondsFor(kFrames);
