@@ -114,5 +114,24 @@ TEST_F(EndToEnd, EachFactorMakesItsFrames) {
     EXPECT_EQ(play(4, {2, 0, 0, 0}).back().width, 2 * kW) << "upscaling alone";
 }
 
+// A client that fails at a frame must still learn of the frames that were returned together with
+// it, or it would count them as lost.
+TEST_F(EndToEnd, AFrameThatCannotBeUsedHidesNoOther) {
+    client::LiveClient client;
+    int frames = 0;
+    client.onFrame = [&frames](const auto&, const auto&) {
+        if (++frames == 1) throw client::SessionFailed("the disk is full");
+    };
+    ASSERT_TRUE(client.start(kW, kH, {1, 0, 0, 0}));
+    client.queueOutputs(3);
+    for (int n = 0; n < 3; ++n)
+        EXPECT_TRUE(client.submit(client.takeSource({kW, kH}), n * kFrameNs, {}));
+    ASSERT_TRUE(eventually([&] { return client.outstanding(client::kOutputPort) == 0; }));
+    EXPECT_THROW(client.look(), client::SessionFailed);
+    EXPECT_EQ(frames, 3);
+    client.stop();
+    EXPECT_EQ(client.account(), "");
+}
+
 }  // namespace
 }  // namespace qoz::test

@@ -4,6 +4,7 @@
 #include <android/binder_manager.h>
 
 #include <algorithm>
+#include <exception>
 #include <vector>
 
 namespace qoz::client {
@@ -123,22 +124,31 @@ bool LiveClient::waitForTimestamp(uint64_t microseconds) {
 }
 
 // Makes the returned slots free and passes frames to onFrame. Returns true if there was progress.
-// An output buffer without a frame is none: a service that has stopped working may return those.
+// An output buffer without a frame is none: a service that has stopped working may return those. If
+// onFrame throws, the other buffers are handled all the same, and the first exception is rethrown.
 bool LiveClient::handle(const std::vector<ReturnedBuffer>& done) {
     bool moved = false;
+    std::exception_ptr failure;
     for (const ReturnedBuffer& one : done) {
         moved = moved || one.port == kSourcePort || one.valid;
         if (one.port == kSourcePort) {
             mSources.putBack(one.slot);
             continue;
         }
-        if (one.valid) {
-            mNewest = std::max(mNewest, one.timestamp);
-            if (onFrame) onFrame(mOutputs.buffer(one.slot), one);
+        try {
+            if (one.valid) frameCame(one);
+        } catch (...) {
+            if (!failure) failure = std::current_exception();
         }
         mOutputs.putBack(one.slot);
     }
+    if (failure) std::rethrow_exception(failure);
     return moved;
+}
+
+void LiveClient::frameCame(const ReturnedBuffer& frame) {
+    mNewest = std::max(mNewest, frame.timestamp);
+    if (onFrame) onFrame(mOutputs.buffer(frame.slot), frame);
 }
 
 bool LiveClient::serviceLives() {

@@ -91,7 +91,8 @@ class LiveClient final : public ReturnQueue {
     size_t doubled() const { return ledger().totals().doubled; }
 
     // Called on the client's thread for each returned output buffer with a frame, before the buffer
-    // becomes free. May be empty.
+    // becomes free. May be empty. An exception that it throws leaves the function that handles the
+    // buffers, once all of them have been handled.
     std::function<void(const BufferRef& frame, const ReturnedBuffer& returned)> onFrame;
 
     // Called by await() before each wait; returns true if the service has died. Must not be empty.
@@ -109,6 +110,7 @@ class LiveClient final : public ReturnQueue {
     // The number of output buffers that kDepth source frames need.
     size_t usualTarget() const { return size_t{vpp->outBufReqsPerFrame()} * kDepth; }
     bool handle(const std::vector<ReturnedBuffer>& done);
+    void frameCame(const ReturnedBuffer& frame);
 
     const std::string mName;
     const size_t mOutputCount;
