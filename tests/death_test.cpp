@@ -124,6 +124,32 @@ TEST_F(Death, OfASessionThatIsDeadAlready) {
     EXPECT_EQ(vpp->state(), VppComponent::UNINIT);
 }
 
+// A callback of the client may outlast the limits of disable() and enable(), so that a death is
+// still being handled when the next session begins.
+TEST_F(Death, OfThePreviousSessionEndsNoWait) {
+    startPlain();
+    peer().setWaitLimit(50ms);
+    ASSERT_EQ(processOutput(1, nv12()), 0);
+    Gate callback;
+    client.onDone = [&](const Done& done) {
+        if (done.slot == 1) callback.hold();
+    };
+    std::thread killer([&dying = session()] { dying.die(); });
+    callback.inside.wait();
+    vpp->disable();
+    const auto previous = service->next;
+    service->next = ndk::SharedRefBase::make<ScriptedVpp>();
+    ASSERT_TRUE(enable());
+    callback.release.count_down();
+    killer.join();
+    peer().setWaitLimit(kSoon);
+    vpp->config(kW, kH, kRgba, kTwice, true);
+    ASSERT_TRUE(vpp->isInputPortEnabled(kW, kH, kRgba));
+    vpp->flushsync();
+    EXPECT_EQ(vpp->state(), VppComponent::IDLE);
+    EXPECT_EQ(log.errors("enable: an event of the previous session is still being handled"), 1);
+}
+
 // An operation ends at the limit even if several of its calls are not answered.
 TEST_F(Death, WaitsOfOneOperationShareOneLimit) {
     enableAndConfig(kW, kH, kTwice);

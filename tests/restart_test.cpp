@@ -3,6 +3,7 @@
 // settings and with others.
 #include <client/LiveClient.h>
 #include <malloc.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <latch>
@@ -59,6 +60,19 @@ TEST_F(Restart, AStartSendsOneSegmentAndForgetsTheOutputTime) {
         ASSERT_EQ(processSource(2, frame(), 150'000'000, kTwice), 0);
         EXPECT_EQ(segments(), (Segments{{0, 1}, {100'000, 3}, {150'000, 1}}));
     }
+}
+
+// A start that only upscales does not write the first segment, which frames may have reused.
+TEST_F(Restart, AStartThatOnlyUpscalesKeepsNoSegment) {
+    enableAndConfig(kW, kH, kTwice);
+    ASSERT_EQ(processSource(0, frame(), 100'000'000, kFourfold), 0);
+    session().returnOutput(static_cast<int32_t>(0x80000001), 200'000, 1);
+    ASSERT_EQ(processSource(1, frame(), 10'000'000'000, kTwice), 0);
+    using Segments = std::vector<std::pair<int64_t, int>>;
+    ASSERT_EQ(segments(), (Segments{{10'000'000, 1}, {100'000, 3}}));
+    configure({2, 0, 0, 0});
+    ASSERT_EQ(processSource(2, frame(), 1'000'000'000, kFourfold), 0);
+    EXPECT_EQ(segments(), (Segments{{0, 0}, {1'000'000, 3}}));
 }
 
 TEST_F(Restart, OnePlaceIsHeldHoweverOftenConfigIsCalled) {
@@ -157,10 +171,16 @@ TEST_F(Restart, TheGettersAnswerBeforeTheStartHasRun) {
     EXPECT_TRUE(vpp->isInputPortEnabled(96, 80, kRgba));
 }
 
-// A failed start leaves an active session active. Only the log and the buffers that the service
-// refuses show the failure to the client.
+// A failed start leaves an active session active. Only the log, the getters and the buffers that
+// the service refuses show the failure to the client.
 TEST_F(Restart, AStartThatFailsLeavesTheSessionThatRuns) {
     enableAndConfig(kW, kH, kTwice);
+    configure(kTwice, 96, 80, 3);  // a format that is not supported
+    EXPECT_EQ(vpp->expectedOutputWidth(), kW);
+    EXPECT_EQ(vpp->expectedOutputHeight(), kH);
+    ASSERT_EQ(processOutput(7, nv12()), 0);
+    EXPECT_TRUE(client.done().empty()) << "a buffer of that size is still taken";
+    log.clear();
     session().results["setParameter0"] = VppError::VPP_ERR_PARAM;
     configure(kTwice, 96, 80);
     EXPECT_EQ(vpp->state(), VppComponent::ACTIVE);
@@ -193,6 +213,32 @@ TEST_F(Restart, AStartThatMeetsDisableLeavesNoOpenSession) {
     session().onCall = nullptr;
     EXPECT_EQ(vpp->state(), VppComponent::UNINIT);
     EXPECT_EQ(lastCalls(3), (Strings{"open", "close", "terminateSession"}));
+}
+
+// An output buffer that waits behind config() also waits for the start that config() posts.
+TEST_F(Restart, AStartKeepsAnOutputWaitingAndDoesNotRefuseIt) {
+    enableAndConfig(kW, kH, kTwice);
+    std::atomic<int32_t> result{-1};
+    std::atomic<pid_t> id{0};
+    std::thread other;
+    log.onLine = [&](const std::string& text) {
+        if (text == "VPP processStart_l success") {
+            // The gate is open and the start still pending until this function ends. A buffer that
+            // waits for the start stays asleep.
+            int looks = 0;
+            (void)eventually([&] { return result != -1 || (isAsleep(id) && ++looks == 20); });
+        }
+        if (text.find("config qoz needs") == std::string::npos) return;
+        other = std::thread([&] {
+            id = gettid();
+            result = processOutput(0, nv12());
+        });
+        ASSERT_TRUE(eventually([&] { return id != 0 && isAsleep(id); }));  // config() has the gate
+    };
+    vpp->config(kW, kH, kRgba, kTwice, false);
+    other.join();
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(queuedOn(vpp::VppPort::OUTPUT).size(), 1);
 }
 
 // All threads that wait for a start continue when it has finished.

@@ -2,6 +2,8 @@
 // Tests with a service that returns buffers incorrectly: with another timestamp, twice, too late or
 // not at all. Memory that the service still uses must not be used for another frame, and no memory
 // may be lost permanently.
+#include <unistd.h>
+
 #include <atomic>
 #include <thread>
 
@@ -67,6 +69,25 @@ TEST_F(Returns, OutputsOfASessionLeftInErrorComeBack) {
     EXPECT_EQ(client.done(), (std::vector<Done>{{0, 3, 1, 5}}));
 }
 
+// After disable() no worker delivers what the service still returns. The next session's does.
+TEST_F(Returns, OutputsOfAClosedSessionComeBackInTheNext) {
+    startPlain();
+    ASSERT_EQ(processOutput(3, nv12()), 0);
+    const auto previous = session().callbackObject();
+    vpp->disable();
+    vpp::VppBuffer returned;
+    returned.cookie = static_cast<int32_t>(0x80000003);
+    returned.timestamp = 5;
+    vpp::VppError result = vpp::VppError::VPP_OK;
+    (void)previous->outputBufferDone(returned, &result);
+    EXPECT_TRUE(client.done().empty());
+    ASSERT_TRUE(enable());
+    ASSERT_TRUE(peer().store(4, vpp::VppBuffer{}));
+    vpp->flushsync();
+    vpp->disable();  // the worker makes its last run
+    EXPECT_EQ(client.done(), (std::vector<Done>{{0, 3, 0, 5}, {0, 4, 0, 0}}));
+}
+
 // Slots are reused, so a repeated return may name a slot under which another frame is outstanding.
 TEST_F(Returns, ARepeatedReturnFreesNoOtherFrame) {
     startPlain();
@@ -79,6 +100,29 @@ TEST_F(Returns, ARepeatedReturnFreesNoOtherFrame) {
     ASSERT_EQ(processSource(0, source, 3'000'000), 0);
     EXPECT_NE(inputs()[1].inode, inputs()[2].inode) << "the service still reads the second frame";
     EXPECT_TRUE(peer().freeYuv().empty());
+}
+
+// The same holds for a frame that the service has refused and nevertheless returns.
+TEST_F(Returns, ARefusedFrameThatComesBackFreesNoOther) {
+    startPlain();
+    const auto source = frame();
+    session().results["queueBuf0"] = vpp::VppError::VPP_ERR_HW;
+    ASSERT_EQ(processSource(0, source, 1'000'000), 0);
+    session().results.clear();
+    ASSERT_EQ(processSource(0, source, 2'000'000), 0);
+    giveBack(inputs()[0]);
+    ASSERT_EQ(processSource(1, source, 3'000'000), 0);
+    EXPECT_NE(inputs()[1].inode, inputs()[2].inode) << "the service still reads the second frame";
+}
+
+// A target that the client supplied has no entry in the pool of targets.
+TEST_F(Returns, AClientsTargetKeepsNoEntryOfItsTimestampInUse) {
+    startPlain();
+    ASSERT_EQ(processSource(0, frame(), 5000), 0);
+    ASSERT_EQ(process({{1, frame(), {}, 5000, {}}, {40, nv12(), {}, 0, {}}}), 0);
+    for (const Queued& sent : inputs())
+        giveBack(sent);
+    EXPECT_EQ(peer().freeYuv(), (std::set<uint64_t>{5}));
 }
 
 // The pool keeps the entry of the earlier frame under the same timestamp, so it must not remain
@@ -163,6 +207,38 @@ TEST_F(Returns, CountsOutlastTheSessionAndRefuseNoFrame) {
 }
 
 // No callback of a session is in progress when disable() returns.
+// The worker delivers while disable() waits for it. An output buffer that has waited for both must
+// not be queued with the session that is left.
+TEST_F(Returns, NoOutputIsQueuedAfterDisable) {
+    startPlain();
+    peer().setWaitLimit(std::chrono::milliseconds(50));
+    session().silent = {"flush1"};
+    vpp->flushsync();
+    ASSERT_EQ(vpp->state(), VppComponent::ERROR);
+    peer().setWaitLimit(kSoon);
+    Gate delivery;
+    ASSERT_EQ(processOutput(3, nv12()), 0);
+    holdDelivery(3, delivery);
+    session().returnOutput(static_cast<int32_t>(0x80000003), 5, 1);
+    delivery.inside.wait();
+    std::thread disabler([this] { vpp->disable(); });
+    ASSERT_TRUE(eventually([this] {
+        return log.count("Start exiting VPP OBD thread after vpp instance release ...") != 0;
+    }));
+    std::atomic<pid_t> id{0};
+    int32_t result = 0;
+    std::thread other([&] {
+        id = gettid();
+        result = processOutput(4, nv12());
+    });
+    ASSERT_TRUE(eventually([&] { return id != 0 && isAsleep(id); }));
+    delivery.release.count_down();
+    disabler.join();
+    other.join();
+    EXPECT_EQ(result, 1);
+    EXPECT_EQ(queuedOn(vpp::VppPort::OUTPUT).size(), 1);
+}
+
 TEST_F(Returns, DisableWaitsForACallbackUnderWay) {
     startPlain();
     ASSERT_EQ(process({{1, frame(), {}, 9'000'000, {}}, {40, nv12(), {}, 0, {}}}), 0);

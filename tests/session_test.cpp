@@ -272,12 +272,13 @@ TEST_F(Session, DisableGoesOnWithoutAStartThatNeverEnds) {
     makeEnabled();
     std::latch closed(1);
     session().onCall = [&](const std::string& call) {
-        if (call == "open") closed.wait();
+        if (call == "setParameter1") closed.wait();
         if (call == "close") closed.count_down();
     };
     vpp->config(64, 64, kRgba, {1, 0, 0, 0}, false);
     vpp->disable();  // polls 600 times, 2 ms apart, then closes, which ends the start
     EXPECT_EQ(log.count("Wait for VPP start complete .. "), 600);
+    EXPECT_EQ(std::ranges::count(lastCalls(4), "open"), 0) << "it is not opened again";
     EXPECT_EQ(vpp->state(), VppComponent::UNINIT);
     EXPECT_FALSE(peer().startPending());
 }

@@ -105,6 +105,9 @@ TEST_F(Stream, ResolutionsFollowLimitsAndRatio) {
              Row{{4000, 3000, 1920, 0, 0, 1.0F, false}, {4000, 3000, 4000, 3000}},
              Row{{2560, 1440, 1920, 1080, 2, 2.0F, true}, {1920, 1080, 3840, 2160}},
              Row{{641, 361, 0, 0, 0, 1.5F, true}, {641, 361, 1282, 722}},
+             Row{{1U << 31, UINT32_MAX, 0, 0, 2, 2.0F, false},  // does not wrap around to 0
+                 {1U << 31, UINT32_MAX, UINT32_MAX - 1, UINT32_MAX - 1}},
+             Row{{1U << 31, 1, 0, 0, 0, 1.0F, true}, {1U << 31, 1, UINT32_MAX, 2}},
          }) {
         SCOPED_TRACE(testing::Message() << row.shape.width << "x" << row.shape.height);
         EXPECT_EQ(peer().resolve(row.shape), row.ports);

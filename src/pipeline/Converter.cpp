@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "pipeline/Converter.h"
 
+#include <new>
 #include <tuple>
 #include <utility>
 
@@ -30,8 +31,17 @@ void Converter::configure(sp<GraphicBuffer>& source) {
         m.converter = new Rgb2Yuv();
         m.previousSource.clear();
     }
-    const bool done = m.converter->Configure(source, mPorts.outputWidth(), mPorts.outputHeight());
-    mConfigured = done ? shapeFor(source) : Shape{};  // the next frame tries again
+    mConfigured = accepts(source) ? shapeFor(source) : Shape{};  // the next frame tries again
+}
+
+// A lack of memory is a failure like any other: a change of settings must not stop half way.
+bool Converter::accepts(sp<GraphicBuffer>& source) {
+    try {
+        return m.converter->Configure(source, mPorts.outputWidth(), mPorts.outputHeight());
+    } catch (const std::bad_alloc&) {
+        VPP_LOGE("processBuffer: out of memory, the converter is not configured");
+        return false;
+    }
 }
 
 // Reconfigures the converter whenever the frame differs in shape from the last configuration: a

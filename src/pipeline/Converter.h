@@ -71,6 +71,8 @@ class Converter {
     };
     // Returns the configuration needed for this source with the current ports.
     Shape shapeFor(const sp<GraphicBuffer>& source) const;
+    // Configures the converter itself. Returns false if it refuses.
+    bool accepts(sp<GraphicBuffer>& source);
     bool hasReferenceFor(const SourceFrame& frame) const;
     void dump(SourceFrame& frame);
 

@@ -49,14 +49,6 @@ bool DeliveryQueue::waitUntilDelivered(WaitBudget& waits) {
                       [this]() REQUIRES(mLock) { return mQueue.empty() && !mDelivering; });
 }
 
-// Drops buffers of the previous session. Their slots are not reported to the client.
-size_t DeliveryQueue::clear() {
-    const std::lock_guard<std::mutex> lock(mLock);
-    const size_t dropped = mQueue.size();
-    mQueue.clear();
-    return dropped;
-}
-
 DeliveryQueue::Summary DeliveryQueue::summary() const {
     const std::lock_guard<std::mutex> lock(mLock);
     return {mQueue.size(), mDelivering ? static_cast<int64_t>(mCurrent->cookie) : -1};

@@ -54,9 +54,6 @@ class DeliveryQueue {
     // Waits until every buffer has been delivered. Returns false if the budget ran out first.
     bool waitUntilDelivered(WaitBudget& waits) EXCLUDES(mLock);
 
-    // Removes all queued buffers and returns their number.
-    size_t clear() EXCLUDES(mLock);
-
     Summary summary() const EXCLUDES(mLock);
 
   private:

@@ -54,8 +54,10 @@ int32_t FrameIntake::process(const std::vector<QOZBufferInfo>* source,
     }
 }
 
+// The worker begins shortly before enable() ends and ends shortly before disable() does, so the
+// state is examined as well.
 bool FrameIntake::isEnabled() const {
-    if (p.worker.isRunning()) return true;
+    if (p.worker.isRunning() && p.status != Status::UNINIT) return true;
     VPP_LOGE("processBuffer: component is not enabled");
     return false;
 }
@@ -83,31 +85,43 @@ int32_t FrameIntake::takeOutput(const QOZBufferInfo& output) {
         VPP_LOGW("processBuffer: another buffer is being queued on this thread, output refused");
         return kRefused;
     }
-    if (!inCallback && !p.worker.waitForPendingStart(budget, "processBuffer")) return kRefused;
-    if (p.ports.inputFormat() == 0) {
-        p.ports.setInputFormat(static_cast<uint32_t>(output.buffer->getPixelFormat()));
+    Step step = Step::Retry;
+    while (step == Step::Retry) {
+        if (!inCallback && !p.worker.waitForPendingStart(budget, "processBuffer")) return kRefused;
+        if (p.ports.inputFormat() == 0) {
+            p.ports.setInputFormat(static_cast<uint32_t>(output.buffer->getPixelFormat()));
+        }
+        step = p.status == Status::INIT ? startFor(output, waits) : Step::Done;
+        if (step == Step::Done) step = queueOutput(output, waits);
     }
-    if (p.status == Status::INIT && !startFor(output, waits)) return kRefused;
-    return queueOutput(output, waits) ? kTaken : kRefused;
+    return step == Step::Done ? kTaken : kRefused;
 }
 
-bool FrameIntake::refuseForNow() const {
+// The next attempt begins by waiting for the start, which a callback does not do. Without a worker
+// there is nothing to wait for.
+FrameIntake::Step FrameIntake::retry(const WaitBudget* waits) const {
+    if (waits == nullptr) return refuseForNow();
+    return isEnabled() ? Step::Retry : Step::Refused;
+}
+
+FrameIntake::Step FrameIntake::refuseForNow() const {
     VPP_LOGW("processBuffer: a flush or a start is under way, output buffer refused");
-    return false;
+    return Step::Refused;
 }
 
 // The first output buffer starts a session that config() has not started. The gate keeps all other
 // output buffers out meanwhile. The state is checked again behind the gate, because another
 // thread's buffer may have started the session first. If the start fails, the buffer is both
 // returned through the callback and refused.
-bool FrameIntake::startFor(const QOZBufferInfo& output, WaitBudget* waits) {
+FrameIntake::Step FrameIntake::startFor(const QOZBufferInfo& output, WaitBudget* waits) {
     bool started = true;
     {
         const Gate::Passage turn(mStartGate, waits);
         if (!turn) return refuseForNow();
         const Gate::Closure closure(p.outputGate, waits);
-        if (!closure || p.worker.isStartPending()) return refuseForNow();
-        if (!isEnabled()) return false;  // disable() has ended the worker meanwhile
+        if (!closure) return refuseForNow();
+        if (p.worker.isStartPending()) return retry(waits);
+        if (!isEnabled()) return Step::Refused;  // disable() has ended the worker meanwhile
         if (p.status == Status::INIT) {
             started = p.start.start(output.buffer->getWidth(), output.buffer->getHeight(),
                                     static_cast<uint32_t>(output.buffer->getPixelFormat()));
@@ -116,29 +130,32 @@ bool FrameIntake::startFor(const QOZBufferInfo& output, WaitBudget* waits) {
     if (!started) {
         VPP_LOGE("VPP processStart_l failure, cancel the output buffer buffer");
         p.client.giveBackUnused(output.slot);
-        return false;
+        return Step::Refused;
     }
     VPP_LOGD("VPP processStart_l success");
-    return true;
+    return Step::Done;
 }
 
-// Returns false if the buffer stays with the client. Otherwise the buffer will be returned through
-// the callback: at once if the service refuses it. An output buffer's timestamp is the time of its
-// queueing, in nanoseconds.
-bool FrameIntake::queueOutput(const QOZBufferInfo& output, WaitBudget* waits) {
+// Unless the result is Done, the buffer stays with the client. Otherwise the buffer will be
+// returned through the callback: at once if the service refuses it. An output buffer's timestamp is
+// the time of its queueing, in nanoseconds. The session is examined again behind the gate, because
+// another thread may have ended it meanwhile, and may even have begun the next one.
+FrameIntake::Step FrameIntake::queueOutput(const QOZBufferInfo& output, WaitBudget* waits) {
     const Gate::Passage passage(p.outputGate, waits);
-    if (!passage || p.worker.isStartPending()) return refuseForNow();
+    if (!passage) return refuseForNow();
+    if (p.worker.isStartPending() || p.status == Status::INIT) return retry(waits);
+    if (!isEnabled()) return Step::Refused;
     VPP_LOGD("No input buffer ,just queue output to VPP");
     const auto slot = static_cast<uint32_t>(output.slot);
     const auto now = static_cast<uint64_t>(systemTime(SYSTEM_TIME_MONOTONIC));
     if (waits != nullptr) {
         SideBuffers none;
         p.queue.queue(output.buffer, none, slot, now, false);
-        return true;
+        return Step::Done;
     }
-    if (p.queue.queueFromCallback(output.buffer, slot, now)) return true;
+    if (p.queue.queueFromCallback(output.buffer, slot, now)) return Step::Done;
     VPP_LOGW("processBuffer: vpp has not answered another thread, output buffer refused");
-    return false;
+    return Step::Refused;
 }
 
 // Decides how the packet is handled. A dummy is a single entry without a slot; it is never queued,

@@ -81,11 +81,15 @@ class FrameIntake {
 
     // Output buffers. takeOutput() takes one on any thread, also from within a callback.
     int32_t takeOutput(const QOZBufferInfo& output);
+    // How a step of takeOutput() ended. Retry means that another thread has posted a start, or has
+    // begun a session, since the steps began.
+    enum class Step { Done, Refused, Retry };
     // Starts a session that is INIT, with the buffer's size and format. `waits` is null within a
     // callback, which must not wait; the same holds for queueOutput().
-    bool startFor(const QOZBufferInfo& output, WaitBudget* waits);
-    bool queueOutput(const QOZBufferInfo& output, WaitBudget* waits);
-    bool refuseForNow() const;
+    Step startFor(const QOZBufferInfo& output, WaitBudget* waits);
+    Step queueOutput(const QOZBufferInfo& output, WaitBudget* waits);
+    Step retry(const WaitBudget* waits) const;
+    Step refuseForNow() const;
 
     // Steps for a source packet, in the order in which they run. A step returns whether to
     // continue, or the result of process().

@@ -261,9 +261,9 @@ void OutputWorker::carryOutExit() {
     mStateChanged.notify_all();
 }
 
-// Runs until the queue is empty. On the worker, a run that has made kMaxBeforeCommand deliveries
-// ends early if the worker is carrying out Exit, or as soon as a thread waits in post(); in the
-// second case it requests another run.
+// Runs until the queue is empty. After kMaxBeforeCommand deliveries a run of the worker ends early
+// as soon as a thread waits in post(), and requests another run. The run that the worker makes at
+// Exit and those of other threads end then in any case, because their callers must go on.
 void OutputWorker::deliverQueued() {
     ATRACE_NAME("queueOBD");
     DeliveryQueue::Delivery next{};
@@ -273,9 +273,10 @@ void OutputWorker::deliverQueued() {
         VPP_TRACE_MARKER(64, "%s: %d buffer in Queue", "queueOBD", static_cast<int>(next.left));
         mClient.deliver(next.slot, next.filled, next.timestamp);
         mQueue.finish();
-        if (!isOnWorkerThread() || delivered + 1 < kMaxBeforeCommand) continue;
-        if (mLoop && !isPostWaiting()) continue;
-        if (mLoop) requestDelivery();
+        if (delivered + 1 < kMaxBeforeCommand) continue;
+        const bool isLooping = isOnWorkerThread() && mLoop;
+        if (isLooping && !isPostWaiting()) continue;
+        if (isLooping) requestDelivery();
         return;
     }
 }

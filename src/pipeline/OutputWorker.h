@@ -85,9 +85,9 @@ class OutputWorker {
 
     // The thread function: carries out posted commands until Exit.
     void run();
-    // One delivery run: delivers the contents of the delivery queue to the client. On the worker it
-    // gives way to a command after kOutputSlots deliveries; without a worker, any thread may run
-    // it.
+    // One delivery run: delivers the contents of the delivery queue to the client. After
+    // kOutputSlots deliveries it gives way to a command, or ends if it is not part of the worker's
+    // loop. Without a worker, any thread may run it.
     void deliverQueued();
 
     // Posts a command, replacing one that has not been taken. Waits, without a limit, for work in

@@ -46,12 +46,14 @@ bool OutstandingBuffers::addOutput(uint32_t slot) {
     return true;
 }
 
-// Called when the service has refused the buffer and will not return it. If the entry is gone, the
-// service has died in between and onServiceDied() has returned the buffer.
+// Called when the service has refused the buffer. If the entry is gone, the service has died in
+// between and onServiceDied() has returned the buffer. The frame is remembered, because a service
+// may return even a buffer that it has refused.
 bool OutstandingBuffers::withdrawInput(const Input& input) {
     const std::lock_guard<std::mutex> lock(mLock);
     const auto entry = findExact(input);
     if (entry == mInputs.end()) return false;
+    remember(*entry);
     mInputs.erase(entry);
     countDown(mInputCount);
     return true;
@@ -104,18 +106,22 @@ void OutstandingBuffers::forgetInternalInputs() {
                   mInputs.end());
 }
 
-// Returns the number of outstanding frames that share one entry of the pools.
-size_t OutstandingBuffers::queuedUnder(uint64_t key) const {
+size_t OutstandingBuffers::sharingSides(uint64_t key) const {
     return static_cast<size_t>(std::count_if(
         mInputs.begin(), mInputs.end(), [key](const Input& input) { return input.key == key; }));
 }
 
-// Frees the returned timestamp and the key that the frame was queued under, each unless another
-// outstanding frame uses it. A frame that was never queued does not reduce a count below zero.
+size_t OutstandingBuffers::sharingTarget(uint64_t key) const {
+    return static_cast<size_t>(
+        std::count_if(mInputs.begin(), mInputs.end(),
+                      [key](const Input& input) { return input.internal && input.key == key; }));
+}
+
+// A frame that was never queued does not reduce a count below zero.
 OutstandingBuffers::Return OutstandingBuffers::takeInput(uint32_t id, bool internal,
                                                          uint64_t timestamp) {
     const std::lock_guard<std::mutex> lock(mLock);
-    Return result{!mServiceGone, {}};
+    Return result{!mServiceGone, {}, {}};
     uint64_t queuedKey = timestamp;
     const auto entry = find({id, internal, timestamp});
     if (entry != mInputs.end()) {
@@ -126,19 +132,22 @@ OutstandingBuffers::Return OutstandingBuffers::takeInput(uint32_t id, bool inter
         mInputs.erase(entry);
     }
     countDown(mInputCount);
-    if (queuedUnder(timestamp) == 0) result.freeKeys[0] = timestamp;
-    if (queuedKey != timestamp && queuedUnder(queuedKey) == 0) result.freeKeys[1] = queuedKey;
+    const std::array<uint64_t, 2> keys{timestamp, queuedKey};
+    for (size_t i = 0; i < (queuedKey == timestamp ? 1 : keys.size()); ++i) {
+        if (sharingSides(keys[i]) == 0) result.sideKeys[i] = keys[i];
+        if (internal && sharingTarget(keys[i]) == 0) result.yuvKeys[i] = keys[i];
+    }
     return result;
 }
 
 // An output carries the timestamp of the frame that it was made from, and may be returned before
-// that frame's input buffer. Its return frees the pool entries of that timestamp unless more than
+// that frame's input buffer. Its return frees the side buffers of that timestamp unless more than
 // one outstanding frame uses them. If a client repeats a timestamp after the frame has come back, a
 // late output of the first frame cannot be told from one of the second.
 OutstandingBuffers::Return OutstandingBuffers::takeOutput(uint32_t id, uint64_t timestamp) {
     const std::lock_guard<std::mutex> lock(mLock);
-    Return result{!mServiceGone, {}};
-    if (queuedUnder(timestamp) <= 1) result.freeKeys[0] = timestamp;
+    Return result{!mServiceGone, {}, {}};
+    if (sharingSides(timestamp) <= 1) result.sideKeys[0] = timestamp;
     if (id < mOutputs.size()) countDown(mOutputs[id]);
     countDown(mOutputCount);
     return result;

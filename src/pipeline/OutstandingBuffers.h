@@ -30,13 +30,16 @@ class OutstandingBuffers {
         bool internal;  // a buffer of the component's own pool
         uint64_t key;   // timestamp (microseconds) that it was queued under
     };
+    using Keys = std::array<std::optional<uint64_t>, 2>;
     // How to handle a returned buffer.
     struct Return {
         bool expected;  // false if the client got it when the service died
-        // The keys of the pools' entries that this return makes free: the timestamp that it
+        // The keys of the entries that this return makes free in each pool: the timestamp that it
         // carries, and the one that the frame was queued under if the service has changed it.
-        // Nothing for a key that another outstanding frame uses.
-        std::array<std::optional<uint64_t>, 2> freeKeys;
+        // Nothing for an entry that another outstanding frame uses. Only the component's own
+        // buffers have entries in the pool of conversion targets.
+        Keys sideKeys;
+        Keys yuvKeys;
     };
     using OutputCounts = std::array<uint32_t, QOZBufferInfo::kOutputSlots>;
     struct Counts {
@@ -98,7 +101,10 @@ class OutstandingBuffers {
     std::vector<Input>::iterator find(const Input& returned) REQUIRES(mLock);
     bool isRepeated(const Input& returned) const REQUIRES(mLock);
     void remember(const Input& input) REQUIRES(mLock);
-    size_t queuedUnder(uint64_t key) const REQUIRES(mLock);
+    // The number of outstanding frames that share one entry of the pool of side buffers, or of the
+    // pool of conversion targets.
+    size_t sharingSides(uint64_t key) const REQUIRES(mLock);
+    size_t sharingTarget(uint64_t key) const REQUIRES(mLock);
 
     std::mutex& mLock;
     uint32_t& mInputCount GUARDED_BY(mLock);

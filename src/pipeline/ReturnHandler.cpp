@@ -23,14 +23,13 @@ bool ReturnHandler::isExpected(const OutstandingBuffers::Return& returned,
     return returned.expected;
 }
 
-// A key is not among them while another outstanding frame uses it: two frames of the same
+// A key is not among them while another outstanding frame uses its entry: two frames of the same
 // microsecond share their entries.
-void ReturnHandler::freeEntries(const OutstandingBuffers::Return& returned, bool internal,
-                                const char* operation) const {
-    for (const auto& key : returned.freeKeys) {
-        if (!key) continue;
-        if (internal) p.yuvPool.free(*key, operation);
-        p.sidePool.free(*key, operation);
+template <typename Pool>
+void ReturnHandler::freeEntries(Pool& pool, const OutstandingBuffers::Keys& keys,
+                                const char* operation) {
+    for (const auto& key : keys) {
+        if (key) pool.free(*key, operation);
     }
 }
 
@@ -39,7 +38,8 @@ void ReturnHandler::onInputDone(const VppBuffer& buffer) {
     const auto returned = p.outstanding.takeInput(cookie::idOf(buffer.cookie), internal,
                                                   unsignedOf(buffer.timestamp));
     if (!isExpected(returned, "onVppIBD")) return;
-    freeEntries(returned, internal, "onVppIBD");
+    freeEntries(p.sidePool, returned.sideKeys, "onVppIBD");
+    freeEntries(p.yuvPool, returned.yuvKeys, "onVppIBD");
     if (!internal) p.client.giveBackUnused(static_cast<int32_t>(buffer.cookie));
     VPP_LOGI("onVppIBD: receive %s, buffer cookie %u",
              internal
@@ -62,7 +62,8 @@ void ReturnHandler::onOutputDone(const VppBuffer& buffer) {
     const auto returned = bypassed ? p.outstanding.takeInput(id, internal, timestamp)
                                    : p.outstanding.takeOutput(id, timestamp);
     if (!isExpected(returned, "onVppOBD")) return;
-    freeEntries(returned, internal, "onVppOBD");
+    freeEntries(p.yuvPool, returned.yuvKeys, "onVppOBD");
+    freeEntries(p.sidePool, returned.sideKeys, "onVppOBD");
     if (internal) {
         VPP_LOGD(
             "onVppOBD: receives temp allocated buffer cookie=%u, this should only happen when VPP "

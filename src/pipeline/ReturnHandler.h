@@ -57,10 +57,10 @@ class ReturnHandler {
   private:
     // Returns false, with a message, if the buffer was returned when the service died.
     bool isExpected(const OutstandingBuffers::Return& returned, const char* operation) const;
-    // Makes the pools' entries free whose keys the return frees; of the YUV pool only for a buffer
-    // of the component's own.
-    void freeEntries(const OutstandingBuffers::Return& returned, bool internal,
-                     const char* operation) const;
+    // Makes the entries of one pool free whose keys the return frees.
+    template <typename Pool>
+    static void freeEntries(Pool& pool, const OutstandingBuffers::Keys& keys,
+                            const char* operation);
     // Queues one of the client's buffers for delivery.
     void deliver(uint32_t id, const VppBuffer& buffer);
 

@@ -86,7 +86,7 @@ ServiceQueue::Outcome ServiceQueue::queueOutput(const Item& item) {
     if (p.status == Status::IDLE) {
         std::unique_lock<std::mutex> lock(p.lock, std::defer_lock);
         if (!take(lock, item)) return Outcome::Busy;
-        p.status = Status::ACTIVE;
+        if (p.status == Status::IDLE) p.status = Status::ACTIVE;
     }
     return handOver(item);
 }

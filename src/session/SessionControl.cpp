@@ -54,11 +54,6 @@ bool VppComponent::SessionControl::begin(const std::string& name, IQOZCallback* 
     VPP_LOGI("enable");
     p.outstanding.restart();
     p.events.restart();
-    const size_t undelivered = p.delivery.clear();
-    if (undelivered > 0) {
-        VPP_LOGE("%u output buffers of the previous session dropped",
-                 static_cast<uint32_t>(undelivered));
-    }
     if (!c.acquireVppService()) {
         VPP_LOGE("unable to get vpp service");
         return false;
@@ -78,6 +73,7 @@ bool VppComponent::SessionControl::begin(const std::string& name, IQOZCallback* 
 void VppComponent::SessionControl::beginSession() {
     WaitBudget waits = p.waitLimit.budget();
     const Gate::Closure closure(p.eventGate, &waits);
+    if (!closure) VPP_LOGE("enable: an event of the previous session is still being handled");
     mNumber.fetch_add(1, std::memory_order_acq_rel);
     p.returns.deliverDirectly(false);
 }
@@ -118,16 +114,17 @@ void VppComponent::SessionControl::watchForDeath() {
         if (component == nullptr) return;
         Parts& parts = *component->mParts;
         const Gate::Passage passage(parts.eventGate, nullptr);
-        if (passage && parts.session.number() == session) parts.session.onServiceDied();
+        if (passage && parts.session.number() == session) parts.session.onServiceDied(session);
     });
 }
 
 // Runs on a binder thread. The client's buffers are returned first, so that an operation that waits
-// for the service finds all of them returned when its wait ends.
-void VppComponent::SessionControl::onServiceDied() {
+// for the service finds all of them returned when its wait ends. A callback of the client may
+// outlast the limits of disable() and enable(); the next session's waits must not end then.
+void VppComponent::SessionControl::onServiceDied(uint32_t session) {
     VPP_LOGE("the vpp service has died");
     p.returns.onServiceDied();
-    p.events.onServiceDied();
+    if (number() == session) p.events.onServiceDied();
 }
 
 // Takes the component's lock only briefly, because a start that still runs on the worker needs it.
@@ -161,13 +158,13 @@ void VppComponent::SessionControl::disable() {
         letGoOfSession();
     } else {
         p.returns.deliverDirectly(true);
-        p.worker.deliverQueued();
     }
     // An event of the session that has just ended may still be inside a callback of the client. The
     // wait shares the budget of the gate for output buffers, so that disable() ends in time.
     if (state != ERROR && !p.eventGate.settle(waits)) {
         VPP_LOGE("disable: an event of the vpp service is still being handled");
     }
+    p.worker.deliverQueued();  // what has been returned since the worker ended
     p.heldSlots.clear();
     p.converter.destroy();
     p.sidePool.clear();
@@ -224,6 +221,8 @@ void VppComponent::SessionControl::letGoOfSession() {
         service.swap(c.mVppService);
         session.swap(c.mVpp);
     }
+    service.reset();
+    session.reset();
 }
 
 }  // namespace android

@@ -43,7 +43,7 @@ class VppComponent::SessionControl {
     void letGoOfSession() EXCLUDES(c.mLock);
     // Requests notification of the service's death, and handles it.
     void watchForDeath();
-    void onServiceDied();
+    void onServiceDied(uint32_t session);
     void waitForPendingStart() const;
     void awaitOtherThreads(std::optional<Gate::Closure>& closure) const;
 

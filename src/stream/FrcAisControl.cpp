@@ -19,11 +19,12 @@ constexpr int32_t kAisParam = 30;
 
 }  // namespace
 
-// A segment left by the previous start with a later timestamp would take precedence over the one
-// that this start sends, and the output time of the previous session would make segments appear to
-// have started.
+// A segment left by the previous start with a later timestamp would take precedence over those of
+// this start, and the output time of the previous session would make segments appear to have
+// started. The first segment is emptied, too: frames may have reused it, and a start that only
+// upscales does not write it.
 void FrcAisControl::restart() {
-    mSegments.resize(1);
+    mSegments.assign(1, {});
     mLastOutputTimestamp.store(0);
 }
 

@@ -52,13 +52,18 @@ void Ports::resolve() {
     m.inPortHeight = sizes.inHeight;
     m.expectedOutWidth = sizes.outWidth;
     m.expectedOutHeight = sizes.outHeight;
-    publish(sizes);
+    publish();
 }
 
 // config() returns before the worker runs the start that resolves the ports. Until then the members
 // describe the running session, so only the published copy is updated here.
 void Ports::announce() {
     publish(sizesForSource());
+}
+
+void Ports::publish() {
+    publish({m.needDownscaleResult, m.inPortWidth, m.inPortHeight, m.expectedOutWidth,
+             m.expectedOutHeight});
 }
 
 void Ports::publish(const Sizes& sizes) {

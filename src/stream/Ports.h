@@ -55,6 +55,8 @@ class Ports {
     void resolve();
     // Publishes the ports that resolve() will compute to the getters, without changing the ports.
     void announce();
+    // Publishes the ports as they are.
+    void publish();
 
     // Returns true if the source exceeds the device's limits, so that the converter scales it down
     // to the size of the input port.

@@ -13,10 +13,18 @@ constexpr int32_t kVppMode = 2;
 
 }  // namespace
 
+// config() has announced the new ports to the getters. A session that goes on without them still
+// takes output buffers of its own ports only.
+bool SessionStart::start(uint32_t width, uint32_t height, uint32_t format) {
+    if (begin(width, height, format)) return true;
+    if (mStatus != Status::INIT) mPorts.publish();
+    return false;
+}
+
 // The service expects this order: mode, controls, ports, open. A refused mode is not a failure; it
 // only omits the message. Refused controls set the state to ERROR, which a later successful start
 // leaves again. Any other failure leaves the state unchanged.
-bool SessionStart::start(uint32_t width, uint32_t height, uint32_t format) {
+bool SessionStart::begin(uint32_t width, uint32_t height, uint32_t format) {
     VPP_LOGI("processStart_l");
     if (!mService.hasSession()) {
         VPP_LOGE("processStart_l: component is not enabled");

@@ -31,10 +31,13 @@ class SessionStart {
 
     // Returns true if the session is ACTIVE. Returns false on failure: the state is ERROR if
     // frame-rate conversion or upscaling could not be set, and unchanged otherwise. Discards the
-    // segments and the output time that the previous start left.
+    // segments and the output time that the previous start left. If it fails, a session that runs
+    // already goes on with its ports.
     bool start(uint32_t width, uint32_t height, uint32_t format) EXCLUDES(mLock);
 
   private:
+    // The steps of start() up to ACTIVE.
+    bool begin(uint32_t width, uint32_t height, uint32_t format) EXCLUDES(mLock);
     // Sets the service's control for the current mode: upscaling or frame-rate conversion.
     bool configControl();
     // Sets the layout of both ports and opens the session.

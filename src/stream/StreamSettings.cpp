@@ -45,13 +45,19 @@ const UpscaleRow* findUpscale(uint32_t index) {
     return row == kUpscales.end() ? nullptr : row;
 }
 
+// Results that do not fit in 32 bits must not wrap around to small sizes. They become the largest
+// ones that fit, and no service accepts a port of such a size.
+
 // Rounds up to a multiple of two.
 uint32_t even(uint32_t value) {
-    return (value + 1) & ~1U;
+    return (value < UINT32_MAX ? value + 1 : value) & ~1U;
 }
 
-// Computes the product in single precision and drops the fraction. A product that does not fit in
-// 32 bits becomes UINT32_MAX: it must not wrap around, and no service accepts a port of that size.
+uint32_t doubled(uint32_t value) {
+    return value <= UINT32_MAX / 2 ? 2 * value : UINT32_MAX;
+}
+
+// Computes the product in single precision and drops the fraction.
 uint32_t truncatedProduct(float ratio, uint32_t value) {
     const float product = ratio * static_cast<float>(value);
     return product < 0x1p32F ? static_cast<uint32_t>(product) : UINT32_MAX;
@@ -150,7 +156,7 @@ void StreamSettings::adoptUpscaleInBand(uint32_t upscaleIndex) {
 // With the indices 1.5x and 2x the side is rounded up to an even number before and after scaling,
 // so that half-size planes have whole dimensions. With the index 1x an odd side may stay odd.
 uint32_t StreamSettings::scaledSide(uint32_t side) const {
-    if (m.doubleOutput) return 2 * side;
+    if (m.doubleOutput) return doubled(side);
     if (m.upscaleIndex == QOZUpscale::k1_5x || m.upscaleIndex == QOZUpscale::k2x) {
         return even(truncatedProduct(m.upscaleRatio, even(side)));
     }

@@ -30,6 +30,7 @@ bool ServiceCalls::openSession() {
     std::shared_ptr<vpp::IVpp> session;
     (void)mService->getNewVppSession(kSessionFlags, &session);
     mSession = std::move(session);
+    mClosed = false;
     return mSession != nullptr;
 }
 
@@ -39,6 +40,7 @@ void ServiceCalls::reset() {
 }
 
 VppError ServiceCalls::close() {
+    mClosed = true;
     return resultOf([this](VppError* result) { return mSession->close(result); });
 }
 
@@ -56,6 +58,7 @@ VppError ServiceCalls::initSession(const std::shared_ptr<vpp::IVppCallbacks>& ca
 }
 
 VppError ServiceCalls::open() {
+    if (mClosed) return VppError::VPP_ERR_STATE;
     return resultOf([this](VppError* result) { return mSession->open(result); });
 }
 

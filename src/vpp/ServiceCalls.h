@@ -5,6 +5,7 @@
 #include <aidl/vendor/vuq/hardware/vpp/IVpp.h>
 #include <aidl/vendor/vuq/hardware/vpp/IVppService.h>
 
+#include <atomic>
 #include <memory>
 #include <vector>
 
@@ -35,7 +36,9 @@ class ServiceCalls {
     // Releases the session and the service. Either may be destroyed as a result.
     void reset();
 
-    // The commands of the session. The interface (IVpp.aidl) documents them.
+    // The commands of the session. The interface (IVpp.aidl) documents them. After close(), open()
+    // fails without a call: disable() may overtake a start that is still under way on another
+    // thread, and a session that is opened again would be open when it is released.
     vpp::VppError close();
     vpp::VppError drain();
     vpp::VppError flush(vpp::VppPort port);
@@ -52,6 +55,7 @@ class ServiceCalls {
   private:
     std::shared_ptr<vpp::IVppService>& mService;
     std::shared_ptr<vpp::IVpp>& mSession;
+    std::atomic<bool> mClosed{false};
 };
 
 }  // namespace android

@@ -2,6 +2,8 @@
 #include "support/Capture.h"
 
 #include <algorithm>
+#include <fstream>
+#include <iterator>
 #include <ostream>
 #include <thread>
 
@@ -101,6 +103,14 @@ bool eventually(const std::function<bool()>& condition) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return true;
+}
+
+// The state is the letter behind the thread's name, which is in brackets.
+bool isAsleep(pid_t thread) {
+    std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
+    const std::string line((std::istreambuf_iterator<char>(file)), {});
+    const size_t name = line.rfind(')');
+    return name != std::string::npos && line.compare(name, 3, ") S") == 0;
 }
 
 }  // namespace qoz::test

@@ -5,6 +5,7 @@
 #include <android/log.h>
 #include <host/control.h>
 #include <qoz/ClientTypes.h>
+#include <sys/types.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -78,5 +79,8 @@ class Recorder final : public android::IQOZCallback {
 // Polls until `condition` holds, for conditions without an event to wait for. Returns false if it
 // does not hold in time.
 bool eventually(const std::function<bool()>& condition);
+
+// Returns true if a thread of this process waits: for a lock, a condition or the kernel.
+bool isAsleep(pid_t thread);
 
 }  // namespace qoz::test
