@@ -144,7 +144,7 @@ VppError Session::openHeld() {
     if (mState == State::Open) return Error::VPP_OK;
     const FrameSize unset;
     const bool ready =
-        mState == State::Initialised && mSizes.input != unset && mSizes.output != unset;
+        mState == State::Initialised && mHasMode && mSizes.input != unset && mSizes.output != unset;
     if (!ready) return Error::VPP_ERR_STATE;
     try {
         mEngine->start();
@@ -171,7 +171,9 @@ ndk::ScopedAStatus Session::setCtrlVppMode(int32_t mode, Error* result) {
     return serve("setCtrlVppMode", result, [&](Manner) {
         const std::lock_guard lock(mLock);
         if (!isRunning()) return Error::VPP_ERR_STATE;
-        return mode == kFrameMode ? Error::VPP_OK : Error::VPP_ERR_INVALID_CFG;
+        if (mode != kFrameMode) return Error::VPP_ERR_INVALID_CFG;
+        mHasMode = true;
+        return Error::VPP_OK;
     });
 }
 
