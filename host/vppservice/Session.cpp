@@ -238,14 +238,15 @@ ndk::ScopedAStatus Session::reconfigure(const PortParam& input, const PortParam&
     });
 }
 
-// Both sizes are checked first, so that a refused reconfiguration changes nothing.
+// Both sizes are checked first and stored last, so that a refused reconfiguration, or one that
+// fails on allocation failure, changes nothing.
 VppError Session::reconfigureHeld(const PortParam& input, const PortParam& output, Answer answer) {
     for (const PortParam* param : {&input, &output}) {
         const Error error = check(*param);
         if (error != Error::VPP_OK) return error;
     }
-    mSizes = {sizeOf(input), sizeOf(output)};
     mEngine->reconfigure(std::move(answer));
+    mSizes = {sizeOf(input), sizeOf(output)};
     return Error::VPP_OK;
 }
 
