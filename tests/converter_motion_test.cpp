@@ -16,8 +16,10 @@ class ConverterMotionTest : public ConverterTest {
                                                              const Picture& before,
                                                              const Picture& after) {
         std::pair fields{makeField(width, height), makeField(width, height)};
-        EXPECT_TRUE(estimate(painted(width, height, format, before),
-                             painted(width, height, format, after), fields.first, fields.second));
+        const auto previous = painted(width, height, format, before);
+        const auto current = painted(width, height, format, after);
+        EXPECT_TRUE(convert(current, makeBuffer(width, height, kNv12Vemo)));
+        EXPECT_TRUE(estimate(previous, current, fields.first, fields.second));
         return fields;
     }
 };

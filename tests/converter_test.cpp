@@ -138,7 +138,7 @@ TEST_F(ConverterTest, RefusesWhatItCannotDoAndSaysWhyOnce) {
     ASSERT_TRUE(converter.Configure(rgba, 64, 64));
     EXPECT_TRUE(convert(rgba, nv12, half));
     EXPECT_TRUE(estimate(rgbx, rgba, field, field)) << "the reference may have another format";
-    const auto otherHalf = makeBuffer(48, 48, kNv12Vemo);
+    const auto otherHalf = makeBuffer(48, 48, kNv12Vemo), other = makeBuffer(64, 64, kRgba8888);
 
     const std::function<bool()> cases[] = {
         [&] { return convert(none, nv12); },
@@ -157,6 +157,9 @@ TEST_F(ConverterTest, RefusesWhatItCannotDoAndSaysWhyOnce) {
         [&] { return estimate(rgba, nv12, field, field); },
         [&] { return estimate(none, none, none, none); },
         [&] { return estimate(rgba, rgba, field, wide); },
+        // The current frame was converted without motion, or is not the one converted last.
+        [&] { return !convert(rgba, nv12, {}, {}, false) || estimate(rgba, rgba, field, field); },
+        [&] { return !convert(other, nv12) || estimate(other, rgba, field, field); },
         // After a failed configuration the converter is not configured.
         [&] { return converter.Configure(none, 64, 64); },
         [&] { return convert(rgba, nv12); },
@@ -171,7 +174,7 @@ TEST_F(ConverterTest, RefusesWhatItCannotDoAndSaysWhyOnce) {
         const char* operation;
         int succeed;
     } faults[] = {{"Configure", 0},
-                  {"RGBToNV12", 3},
+                  {"RGBToNV12", 2},  // without it there is no estimate either
                   {"MvBufferGeneration", 3},
                   {"GetMVbufferSize", 3},
                   {"none of them", 4}};

@@ -73,7 +73,7 @@ struct Operation {
 
 constexpr Operation kOperations[] = {{"getNewVppSession", 1, "CTDLX"},
                                      {"initSession", 1, "CKTLX"},
-                                     {"setCtrlVppMode", 1, "CTLX"},
+                                     {"setCtrlVppMode", 1, "CKTLX"},
                                      {"setCtrlFrc", 1, "CKTLX"},
                                      {"setCtrlAis", 1, "CTLX"},
                                      {"setParameter", 2, "CTLX"},

@@ -120,6 +120,7 @@ TEST_F(Stream, StartTalksToTheServiceInOrder) {
     enableAndConfig(1280, 720, {1, 0, 2, 1});
     EXPECT_EQ(session().calls(), (Strings{"initSession", "setCtrlVppMode", "setCtrlFrc",
                                           "setParameter0", "setParameter1", "open"}));
+    EXPECT_EQ(session().modes(), std::vector<int32_t>{2});
     EXPECT_EQ(described(session().ports().at(0)), std::tuple(1280, 720, 1280, 720, 3));
     EXPECT_EQ(described(session().ports().at(1)), std::tuple(1920, 1080, 1920, 1080, 3));
     const auto segments = session().segments();

@@ -12,12 +12,14 @@
 #include <array>
 #include <atomic>
 #include <cstdlib>
+#include <fstream>
 #include <new>
 #include <semaphore>
 #include <thread>
 
 #include "support/FailThread.h"
 #include "support/Fixture.h"
+#include "support/VppSessionClient.h"
 
 namespace {
 
@@ -249,6 +251,84 @@ TEST_F(Sweep, Descriptors) {
         limit.rlim_cur = open + 16 + spare;
         const auto arm = [&] { setrlimit(RLIMIT_NOFILE, &limit); };
         EXPECT_EQ(play(arm, [&] { setrlimit(RLIMIT_NOFILE, &before); }), "") << spare << " spare";
+    }
+}
+
+// The simulated service allocates on its client's thread. An operation that fails there must have
+// no effect, because the client takes it as refused.
+class ServiceSweep : public VppServiceTest {
+  protected:
+    // Repeats an operation with each of its allocations failing in turn, until none fails.
+    // `afterFailure` is called after each failure.
+    template <typename Operation, typename Check>
+    static void sweep(const Operation& operation, const Check& afterFailure) {
+        tOnce = true;
+        int failures = 0;
+        for (bool fails = true; fails;) {
+            tCountdown = failures + 1;
+            fails = throwsWhileArmed(operation);
+            if (!fails) break;
+            ++failures;
+            afterFailure();
+            ASSERT_LT(failures, 1000) << "the operation never succeeds";
+        }
+        EXPECT_GT(failures, 0);
+    }
+
+    static size_t mappedBuffers() {
+        std::ifstream maps("/proc/self/maps");
+        size_t count = 0;
+        for (std::string line; std::getline(maps, line);)
+            count += line.find("/memfd:graphic-buffer") != std::string::npos ? 1 : 0;
+        return count;
+    }
+
+  private:
+    template <typename Operation>
+    static bool throwsWhileArmed(const Operation& operation) {
+        tArmed = true;
+        try {
+            operation();
+        } catch (const std::bad_alloc&) {
+            tArmed = false;
+            return true;
+        }
+        tArmed = false;
+        return false;
+    }
+};
+
+TEST_F(ServiceSweep, ASourceThatFailedIsNoReference) {
+    openAt(1);
+    EXPECT_EQ(queueOutput(0), 0);
+    const auto pixels = frame(kSmall);
+    std::vector<VppBuffer> records;  // made before the failures, with a timestamp each
+    for (uint64_t n = 1; n <= 200; ++n)
+        records.push_back(record(pixels, 1, n * 1000));
+    size_t next = 0;
+    const size_t mapped = mappedBuffers();
+    sweep([&] { EXPECT_EQ(queue(VppPort::INPUT, records.at(next++)), 0); },
+          [&] { EXPECT_EQ(mappedBuffers(), mapped); });
+    ASSERT_TRUE(mRecorder->await("output 0 at " + std::to_string(next * 1000)));
+}
+
+TEST_F(ServiceSweep, ACommandThatFailedLosesNoBuffer) {
+    for (const bool flushes : {true, false}) {
+        openAt(1);
+        feed(0, 3);
+        EXPECT_EQ(queueOutput(0), 0);
+        ASSERT_TRUE(mRecorder->await("output 0 at 1000"));
+        const vpp::VppPortParam larger = port({96, 64});
+        sweep(
+            [&] {
+                EXPECT_EQ(flushes ? flush(VppPort::INPUT) : ask(&IVpp::reconfigure, larger, larger),
+                          0);
+            },
+            [&] { EXPECT_EQ(source(9, 9000), 0) << "the size has changed"; });
+        ASSERT_TRUE(mRecorder->await(flushes ? "flush 0" : "reconfig 0"));
+        for (const char* id : {"input 0 ", "input 1 ", "input 2 ", "input 9 "})
+            EXPECT_TRUE(mRecorder->await(id)) << id;
+        EXPECT_EQ(ask(&IVpp::close), 0);
     }
 }
 

@@ -65,6 +65,7 @@ TEST_F(VppdPeers, MappingsEndWithTheirBuffers) {
     const auto session = newSession();
     VppError result = VppError::VPP_ERR;
     session->initSession(0, recorder, &result);
+    session->setCtrlVppMode(kFrameMode, &result);
     for (const VppPort side : {VppPort::INPUT, VppPort::OUTPUT})
         session->setParameter(side, port(kSize), &result);
     session->open(&result);

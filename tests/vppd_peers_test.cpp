@@ -165,13 +165,19 @@ std::string sendsManyDescriptors(HostilePeer& peer) {
     return "VPP_ERR_RESOURCES";
 }
 
-// Every setCtrlVppMode call is slow, except that of the healthy client; see VppdPeers::bus.
+// A setCtrlAis call is slow; see VppdPeers::bus.
+void makeSlowCalls(HostilePeer& peer, const std::string& session, int count) {
+    vpp::VppCtrlAis ais;
+    ais.mode = 2;
+    for (int i = 0; i < count; ++i)
+        peer.castSession(session, "SetCtrlAis", toBus(ais));
+}
+
 std::string floodsBehindASlowCall(HostilePeer& peer) {
     const std::string session = peer.newOpenSession(kSmall);
     // Together the slow calls take longer than the flood on any machine. The end of the session
     // ends them early.
-    for (int i = 0; i < 64; ++i)
-        peer.castSession(session, "SetCtrlVppMode", int32_t{2});
+    makeSlowCalls(peer, session, 64);
     for (int i = 0; i < 2000; ++i)
         peer.castSession(session, "Drain");
     // The call is refused. On a busy machine it may also not be answered in time, because the
@@ -183,8 +189,7 @@ std::string floodsBehindASlowCall(HostilePeer& peer) {
 std::string endsSessionsThatHang(HostilePeer& peer) {
     for (int i = 0; i < 16; ++i) {
         const std::string session = peer.newOpenSession(kSmall);
-        for (int calls = 0; calls < 4; ++calls)
-            peer.castSession(session, "SetCtrlVppMode", int32_t{2});
+        makeSlowCalls(peer, session, 4);
         peer.castSession(session, "Release");
     }
     EXPECT_NE(peer.newSession(), host::vppd::kNoSession);

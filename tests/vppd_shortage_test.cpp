@@ -75,7 +75,7 @@ std::vector<std::pair<const char*, SessionCall>> sessionCalls() {
     };
     return {
         {"initSession", [=](Session& s, VppError* r) { return s.initSession(0, recorder, r); }},
-        {"setCtrlVppMode", [](Session& s, VppError* r) { return s.setCtrlVppMode(2, r); }},
+        {"setCtrlVppMode", [](Session& s, VppError* r) { return s.setCtrlVppMode(kFrameMode, r); }},
         {"setCtrlAis", [=](Session& s, VppError* r) { return s.setCtrlAis(ais, r); }},
         {"setCtrlFrc", [=](Session& s, VppError* r) { return s.setCtrlFrc(segments, r); }},
         {"setParameter",

@@ -205,16 +205,28 @@ TEST_F(VppServiceTest, HoldsItsClientToTheOrderOfThings) {
               Answers(3, 3));
     EXPECT_EQ((Answers{init(nullptr), init(recorder), init(recorder)}), (Answers{5, 0, 3}));
     EXPECT_EQ(size(VppPort::INPUT, kSmall), 0);
+    EXPECT_EQ(ask(&IVpp::setCtrlVppMode, kFrameMode), 0);
     EXPECT_EQ(ask(&IVpp::open), 3) << "the output port has no size";
     EXPECT_EQ(onceOpen(), Answers(4, 3));
     EXPECT_EQ((Answers{size(VppPort::OUTPUT, {0, 8}), size(VppPort::OUTPUT, kSmall, 16)}),
               (Answers{5, 4}));
     EXPECT_EQ((Answers{steer({}), steer({{0, -1}}), steer({{-1, 1}})}), Answers(3, 5));
-    EXPECT_EQ(ask(&IVpp::setCtrlVppMode, 1), 4);
     EXPECT_EQ(size(VppPort::OUTPUT, kSmall), 0);
     EXPECT_EQ((Answers{ask(&IVpp::open), ask(&IVpp::open)}), Answers(2, 0));
     EXPECT_EQ((Answers{ask(&IVpp::close), ask(&IVpp::close)}), (Answers{0, 3}));
     EXPECT_EQ(onceOpen(), Answers(4, 3));
+}
+
+TEST_F(VppServiceTest, OpensOnlyInTheFrameMode) {
+    mSession = newSession();
+    ASSERT_EQ(ask(&IVpp::initSession, 0, ndk::SharedRefBase::make<SessionRecorder>()), 0);
+    for (const VppPort side : {VppPort::INPUT, VppPort::OUTPUT})
+        ASSERT_EQ(ask(&IVpp::setParameter, side, port(kSmall)), 0);
+    EXPECT_EQ(ask(&IVpp::open), 3);
+    EXPECT_EQ(ask(&IVpp::setCtrlVppMode, kFrameMode - 1), 4);
+    EXPECT_EQ(ask(&IVpp::open), 3);
+    EXPECT_EQ(ask(&IVpp::setCtrlVppMode, kFrameMode), 0);
+    EXPECT_EQ(ask(&IVpp::open), 0);
 }
 
 // The steps are two outputs, two sources, a drain, a flush and a reconfiguration. A row has the

@@ -69,25 +69,28 @@ class Rgb2Yuv::Engine {
 
     FrameConverter converter;
     MotionEstimator estimator;
-    std::optional<Setup> setup;                // empty: not configured
-    const GraphicBuffer* converted = nullptr;  // source of the last conversion
+    std::optional<Setup> setup;  // empty: not configured
+    // These pointers are compared, but never followed.
+    const GraphicBuffer* forMotion = nullptr;  // source of the last conversion, if it had `motion`
     const GraphicBuffer* measured = nullptr;   // current frame of the last estimate
 
     // Notes a conversion. A client that converts a buffer again has drawn a new frame in it, so the
     // estimator's luma of that buffer is out of date.
-    void noteConversion(const sp<GraphicBuffer>& source) {
+    void noteConversion(const sp<GraphicBuffer>& source, bool motion) {
         if (source.get() == measured) measured = nullptr;
-        converted = source.get();
+        forMotion = motion ? source.get() : nullptr;
     }
+
+    // Returns whether the frame can be the current one of an estimate: it was converted last, and
+    // for motion. A device may keep what an estimate needs only then.
+    bool isReady(const sp<GraphicBuffer>& current) const { return current.get() == forMotion; }
 
     // Returns whether the estimator still holds the luma of the previous frame, and notes the
     // current one. The order of conversions is the only sign that the pixels have not changed: the
-    // current frame must be the last one converted, and the previous frame the current one of the
-    // last estimate. The pointers are compared, but never followed.
+    // previous frame must be the current one of the last estimate.
     bool knows(const sp<GraphicBuffer>& previous, const sp<GraphicBuffer>& current) {
-        const bool inOrder = current.get() == converted;
-        const bool known = inOrder && previous.get() == measured;
-        measured = inOrder ? current.get() : nullptr;
+        const bool known = previous.get() == measured;
+        measured = current.get();
         return known;
     }
 
@@ -126,7 +129,7 @@ bool Rgb2Yuv::Configure(sp<GraphicBuffer>& source, uint32_t width, uint32_t heig
 bool Rgb2Yuv::RGBToNV12(
     sp<GraphicBuffer>& source, sp<GraphicBuffer>& target,
     // NOLINTNEXTLINE(performance-unnecessary-value-param): as the platform has it
-    sp<GraphicBuffer>& downscaled, bool /*motion*/, sp<Fence> fence) {
+    sp<GraphicBuffer>& downscaled, bool motion, sp<Fence> fence) {
     constexpr char kOperation[] = "RGBToNV12";
     const qoz::host::TraceSlice slice(kOperation);
     if (faulty(kOperation)) return false;
@@ -150,7 +153,7 @@ bool Rgb2Yuv::RGBToNV12(
     if (fence != nullptr && fence->isValid() && fence->wait(kFenceWaitMs) != NO_ERROR) {
         return refuse(kOperation, "the source's fence did not signal in time");
     }
-    mEngine->noteConversion(source);
+    mEngine->noteConversion(source, motion);
     if (!mEngine->converter.convert(*from, to->picture()) ||
         (small && !FrameConverter::scale(to->picture(), small->picture()))) {
         return refuse(kOperation, "cannot scale between these sizes");
@@ -178,6 +181,9 @@ bool Rgb2Yuv::MvBufferGeneration(sp<GraphicBuffer>& previous, sp<GraphicBuffer>&
     }
     if (!holdsFieldOf(*now, *there) || !holdsFieldOf(*now, *back)) {
         return refuse(kOperation, "a vector buffer does not fit the frames");
+    }
+    if (!mEngine->isReady(current)) {
+        return refuse(kOperation, "the current frame was not the last to be converted for motion");
     }
     mEngine->estimator.estimate(*before, *now, mEngine->knows(previous, current), vectorsOf(*there),
                                 vectorsOf(*back));

@@ -63,12 +63,15 @@ void Engine::clearFrc() {
     mFrc.clear();
 }
 
+// The source counts as the newest only when it is in the queue, which it is not on allocation
+// failure: the next one would have frames between itself and a source that never comes.
 void Engine::queueInput(ImportedBuffer buffer) {
     const std::lock_guard lock(mLock);
     if (mStopped) return;
     const uint32_t between = framesBefore(buffer);
-    mNewest = {unsignedOf(buffer.record.timestamp), buffer.sizes.input};
+    const std::pair newest{unsignedOf(buffer.record.timestamp), buffer.sizes.input};
     mInputs.push_back({std::move(buffer), between});
+    mNewest = newest;
     ++mQueued;
     mCond.notify_one();
 }
@@ -111,18 +114,20 @@ void Engine::drain(Answer answer) {
 }
 
 // Queues a command. The buffers that it returns leave the queues here and not on the engine thread,
-// so that the command does not affect buffers queued after it.
+// so that the command does not affect buffers queued after it. They stay in the queues if the
+// command cannot be queued on allocation failure.
 void Engine::give(Command command) {
     const std::lock_guard lock(mLock);
     if (mStopped) return;
     command.until = mQueued;
-    if (command.clearsInput) {
-        command.inputs.swap(mInputs);
+    mCommands.push_back(std::move(command));
+    Command& given = mCommands.back();
+    if (given.clearsInput) {
+        given.inputs.swap(mInputs);
         mTaken = mQueued;
         mNewest.reset();
     }
-    if (command.clearsOutput) command.outputs.swap(mOutputs);
-    mCommands.push_back(std::move(command));
+    if (given.clearsOutput) given.outputs.swap(mOutputs);
     mCond.notify_one();
 }
 

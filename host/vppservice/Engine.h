@@ -60,9 +60,11 @@ class Engine : public std::enable_shared_from_this<Engine> {
     void queueInput(ImportedBuffer buffer) EXCLUDES(mLock);
     void queueOutput(ImportedBuffer buffer) EXCLUDES(mLock);
 
-    // Each of these commands is answered by an event. A flush returns the unfinished buffers of its
-    // port, a reconfiguration those of both ports, before the event. After input buffers were
-    // returned, the next source starts a new sequence, without interpolated frames before it.
+    // Each of these commands is answered by an event, unless it throws std::bad_alloc; it has no
+    // effect then, and neither has a buffer whose queueing throws it. A flush returns the
+    // unfinished buffers of its port, a reconfiguration those of both ports, before the event.
+    // After input buffers were returned, the next source starts a new sequence, without
+    // interpolated frames before it.
     void flush(VppPort port, Answer answer);
     void reconfigure(Answer answer);
     // Finishes the sources that were queued before the call, or as many of them as the queued

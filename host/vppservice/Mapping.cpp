@@ -6,14 +6,17 @@
 
 namespace qoz::host::vppservice {
 
+// The object exists before the memory is mapped, so that an allocation failure leaves nothing
+// mapped.
 std::shared_ptr<Mapping> Mapping::make(int fd, size_t offset, size_t length, bool writable) {
     const int access = writable ? PROT_READ | PROT_WRITE : PROT_READ;
     const size_t skipped = offset % static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    const size_t mapped = skipped + length;
+    const std::shared_ptr<Mapping> made(new Mapping(skipped, skipped + length));
     void* pages =
-        mmap(nullptr, mapped, access, MAP_SHARED, fd, static_cast<off_t>(offset - skipped));
+        mmap(nullptr, made->mLength, access, MAP_SHARED, fd, static_cast<off_t>(offset - skipped));
     if (pages == MAP_FAILED) return nullptr;
-    return std::shared_ptr<Mapping>(new Mapping(pages, skipped, mapped));
+    made->mPages = pages;
+    return made;
 }
 
 uint8_t* Mapping::ready() const {
@@ -25,7 +28,7 @@ uint8_t* Mapping::ready() const {
 }
 
 Mapping::~Mapping() {
-    munmap(mPages, mLength);
+    if (mPages != nullptr) munmap(mPages, mLength);
 }
 
 }  // namespace qoz::host::vppservice

@@ -13,6 +13,7 @@ namespace qoz::host::vppservice {
 class Mapping {
   public:
     // Maps `length` bytes from `offset` on. Returns null if that fails; errno has the reason.
+    // Throws std::bad_alloc.
     static std::shared_ptr<Mapping> make(int fd, size_t offset, size_t length, bool writable);
     ~Mapping();
 
@@ -25,10 +26,9 @@ class Mapping {
     uint8_t* ready() const;
 
   private:
-    Mapping(void* pages, size_t skipped, size_t length)
-        : mPages(pages), mSkipped(skipped), mLength(length) {}
+    Mapping(size_t skipped, size_t length) : mSkipped(skipped), mLength(length) {}
 
-    void* const mPages;
+    void* mPages = nullptr;
     const size_t mSkipped;  // bytes of the first page that precede the offset
     const size_t mLength;   // in bytes, with the skipped ones
 };

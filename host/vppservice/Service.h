@@ -6,9 +6,9 @@
 // at or before the interval's older source; of two segments with equal starts the later one in the
 // list counts. The control that is set when the interval's newer source is queued decides. Mode 0,
 // level 0 and factor 0 mean no interpolated frames. Factors above 16 are refused. The AIS control
-// switches frame-rate control off until the next FRC control. The client may set the parameters of
-// an open session and open it again: the sizes apply to buffers queued afterwards, and no queued
-// buffer is lost.
+// switches frame-rate control off until the next FRC control. A session opens only after it has
+// accepted a mode. The client may set the mode, the controls and the parameters of an open session
+// and open it again: the sizes apply to buffers queued afterwards, and no queued buffer is lost.
 //
 // Time. A source starts a new sequence, as after a flush, if it is not later than the previous
 // source or has another size. No frames are interpolated before it. The newest source stays as the

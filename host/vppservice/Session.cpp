@@ -144,7 +144,7 @@ VppError Session::openHeld() {
     if (mState == State::Open) return Error::VPP_OK;
     const FrameSize unset;
     const bool ready =
-        mState == State::Initialised && mSizes.input != unset && mSizes.output != unset;
+        mState == State::Initialised && mHasMode && mSizes.input != unset && mSizes.output != unset;
     if (!ready) return Error::VPP_ERR_STATE;
     try {
         mEngine->start();
@@ -171,7 +171,9 @@ ndk::ScopedAStatus Session::setCtrlVppMode(int32_t mode, Error* result) {
     return serve("setCtrlVppMode", result, [&](Manner) {
         const std::lock_guard lock(mLock);
         if (!isRunning()) return Error::VPP_ERR_STATE;
-        return mode == kFrameMode ? Error::VPP_OK : Error::VPP_ERR_INVALID_CFG;
+        if (mode != kFrameMode) return Error::VPP_ERR_INVALID_CFG;
+        mHasMode = true;
+        return Error::VPP_OK;
     });
 }
 
@@ -236,14 +238,15 @@ ndk::ScopedAStatus Session::reconfigure(const PortParam& input, const PortParam&
     });
 }
 
-// Both sizes are checked first, so that a refused reconfiguration changes nothing.
+// Both sizes are checked first and stored last, so that a refused reconfiguration, or one that
+// fails on allocation failure, changes nothing.
 VppError Session::reconfigureHeld(const PortParam& input, const PortParam& output, Answer answer) {
     for (const PortParam* param : {&input, &output}) {
         const Error error = check(*param);
         if (error != Error::VPP_OK) return error;
     }
-    mSizes = {sizeOf(input), sizeOf(output)};
     mEngine->reconfigure(std::move(answer));
+    mSizes = {sizeOf(input), sizeOf(output)};
     return Error::VPP_OK;
 }
 

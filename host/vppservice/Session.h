@@ -27,9 +27,9 @@ class Session : public VppSessionBase {
     explicit Session(std::shared_ptr<FaultInjector> faults, std::shared_ptr<Quota> quota = nullptr);
     ~Session() override;
 
-    // The order of a session's life: initSession(), setParameter() for both ports, open(), then
-    // buffers and commands, and close(). An operation at the wrong time is answered with
-    // VPP_ERR_STATE.
+    // The order of a session's life: initSession(), setCtrlVppMode() and setParameter() for both
+    // ports, open(), then buffers and commands, and close(). An operation at the wrong time is
+    // answered with VPP_ERR_STATE.
     Status close(Error* result) override;
     Status drain(Error* result) override;
     Status flush(Port port, Error* result) override;
@@ -84,6 +84,7 @@ class Session : public VppSessionBase {
 
     mutable std::mutex mLock;
     State mState GUARDED_BY(mLock) = State::Fresh;
+    bool mHasMode GUARDED_BY(mLock) = false;  // whether a mode has been accepted
     PortSizes mSizes GUARDED_BY(mLock);
     std::shared_ptr<Engine> mEngine GUARDED_BY(mLock);
 };

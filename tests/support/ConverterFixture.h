@@ -26,11 +26,12 @@ class ConverterTest : public testing::Test {
     }
 
     bool convert(sp<GraphicBuffer> source, sp<GraphicBuffer> target,
-                 sp<GraphicBuffer> downscaled = {}, const sp<Fence>& fence = {}) {
+                 sp<GraphicBuffer> downscaled = {}, const sp<Fence>& fence = {},
+                 bool motion = true) {
         if (configures)
             configure(source, downscaled != nullptr ? downscaled : target,
                       downscaled != nullptr ? 2 : 1);
-        return converter.RGBToNV12(source, target, downscaled, true, fence);
+        return converter.RGBToNV12(source, target, downscaled, motion, fence);
     }
     bool estimate(sp<GraphicBuffer> previous, sp<GraphicBuffer> current, sp<GraphicBuffer> forward,
                   sp<GraphicBuffer> backward) {

@@ -86,6 +86,7 @@ class HostilePeer {
         std::string path = newSession();
         const auto ports = host::vppd::toBus(port(size));
         callSession(path, "InitSession", int32_t{0}, mBus.name(), sdbus::ObjectPath("/none"));
+        callSession(path, "SetCtrlVppMode", kFrameMode);
         for (const int32_t side : {0, 1})
             callSession(path, "SetParameter", side, ports);
         EXPECT_EQ(callSession(path, "Open"), number(VppError::VPP_OK));

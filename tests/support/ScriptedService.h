@@ -56,6 +56,7 @@ class ScriptedVpp : public host::VppSessionBase {
     std::vector<vpp::VppPortParam> ports() const { return read(mPorts); }
     std::vector<vpp::VppCtrlFrcSegment> segments() const { return read(mSegments); }  // last sent
     std::vector<vpp::VppCtrlAis> aisControls() const { return read(mAis); }
+    std::vector<int32_t> modes() const { return read(mModes); }
 
     // Return a buffer to the component on the calling thread, in place of a binder thread.
     void returnInput(int64_t cookie, uint64_t timestamp);
@@ -86,8 +87,8 @@ class ScriptedVpp : public host::VppSessionBase {
     Status setCtrlFrc(const std::vector<vpp::VppCtrlFrcSegment>& list, Error* result) override {
         return note("setCtrlFrc", result, [&] { mSegments = list; });
     }
-    Status setCtrlVppMode(int32_t, Error* result) override {
-        return note("setCtrlVppMode", result);
+    Status setCtrlVppMode(int32_t mode, Error* result) override {
+        return note("setCtrlVppMode", result, [&] { mModes.push_back(mode); });
     }
     Status setParameter(Port port, const PortParam& param, Error* result) override {
         return note(onPort("setParameter", port), result, [&] { mPorts.push_back(param); });
@@ -119,6 +120,7 @@ class ScriptedVpp : public host::VppSessionBase {
     std::vector<vpp::VppPortParam> mPorts;
     std::vector<vpp::VppCtrlFrcSegment> mSegments;
     std::vector<vpp::VppCtrlAis> mAis;
+    std::vector<int32_t> mModes;
     std::deque<Event> mEvents;
     bool mEnding = false;
     bool mDead = false;

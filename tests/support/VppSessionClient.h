@@ -94,6 +94,8 @@ class SessionRecorder : public vpp::BnVppCallbacks {
     Lines mSeen;
 };
 
+constexpr int32_t kFrameMode = 2;  // the mode that sessions accept
+
 struct Size {
     int width, height;
 };
@@ -168,6 +170,7 @@ class VppServiceTest : public ResourceTest {
         mRecorder = ndk::SharedRefBase::make<SessionRecorder>();
         mSession = newSession();
         ASSERT_EQ(ask(&IVpp::initSession, 0, mRecorder), 0);
+        EXPECT_EQ(ask(&IVpp::setCtrlVppMode, kFrameMode), 0);
         EXPECT_EQ(steer({{0, factor}}), 0);
         EXPECT_EQ(ask(&IVpp::setParameter, VppPort::INPUT, port(in)), 0);
         EXPECT_EQ(ask(&IVpp::setParameter, VppPort::OUTPUT, port(out)), 0);

@@ -25,9 +25,8 @@ constexpr ConfigParams kDouble{1, 0, 1, 0};
 // A fixture with a service process on a private bus.
 class VppdPeers : public ResourceTest {
   protected:
-    // Every call of setCtrlVppMode but the first is slow. The first call is that of the healthy
-    // client, which starts before the hostile peers.
-    const host::PrivateBus bus{{"--fault", "setCtrlVppMode=late:700@2+"}};
+    // Every call of setCtrlAis is slow. The healthy client never makes it.
+    const host::PrivateBus bus{{"--fault", "setCtrlAis=late:700@1+"}};
     host::RemoteVppService service{bus.address()};
 };
 
