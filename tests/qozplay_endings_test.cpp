@@ -45,6 +45,8 @@ class PlayerProcess {
             throw std::runtime_error("no pipe");
         mInput = ends[1];
         mPid = fork();
+        // kill() and waitpid() would take the number of a failed fork for many processes.
+        if (mPid < 0) throw std::runtime_error("no process");
         if (mPid == 0) {
             setpgid(0, 0);
             dup2(ends[0], STDIN_FILENO);
@@ -76,6 +78,13 @@ class PlayerProcess {
     }
     void signal(int number) const { kill(-mPid, number); }
 
+    // Leaves the result to wait().
+    bool hasEnded() const {
+        siginfo_t info{};
+        return waitid(P_PID, static_cast<id_t>(mPid), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+               info.si_pid == mPid;
+    }
+
     Ended wait() const {
         int status = 0;
         waitpid(mPid, &status, 0);
@@ -93,7 +102,7 @@ class PlayerProcess {
 
     const std::string mErr;
     int mInput = -1;
-    pid_t mPid = 0;
+    pid_t mPid = -1;
 };
 
 // A folder for one run, with a subfolder that the player uses for temporary files.
@@ -154,8 +163,9 @@ TEST(Ending, IsInOrderAlthoughNobodyReadsTheOutput) {
                                [&] { dup2(pipe[1], STDOUT_FILENO); });
     const int full = fcntl(pipe[0], F_GETPIPE_SZ) - PIPE_BUF;
     int unread = 0;
-    while (ioctl(pipe[0], FIONREAD, &unread) == 0 && unread < full)
+    while (ioctl(pipe[0], FIONREAD, &unread) == 0 && unread < full && !player.hasEnded())
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    EXPECT_GE(unread, full) << "the player has ended early";
     player.signal(SIGTERM);
     EXPECT_EQ(player.wait().code, 128 + SIGTERM);
     EXPECT_TRUE(place.leftNothing());
@@ -178,6 +188,7 @@ TEST(Ending, IsAtOnceAfterASecondSignal) {
 
 TEST(Ending, GivesNoFileTheNumberOfAStandardStream) {
     const pid_t child = fork();
+    ASSERT_GE(child, 0);
     if (child == 0) {
         for (int stream = 0; stream <= 2; ++stream)
             close(stream);

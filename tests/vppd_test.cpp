@@ -5,7 +5,6 @@
 #include <client/LiveClient.h>
 #include <host/vppd/Bus.h>
 #include <host/vppd/Names.h>
-#include <host/vppd/PrivateBus.h>
 #include <host/vppd/Records.h>
 #include <host/vppd/RemoteService.h>
 #include <sys/mman.h>
@@ -16,6 +15,7 @@
 #include <sstream>
 
 #include "support/Fixture.h"
+#include "support/ServiceProcess.h"
 #include "support/VppSessionClient.h"
 
 namespace qoz::test {
@@ -86,9 +86,8 @@ class Vppd : public ResourceTest {
         return count;
     }
     pid_t killService(int signal) {
-        const pid_t pid = bus.servicePid().value_or(-1);
-        EXPECT_GT(pid, 0);
-        if (pid > 0) kill(pid, signal);
+        const pid_t pid = servicePidOf(bus);
+        EXPECT_EQ(kill(pid, signal), 0);
         return pid;
     }
 
