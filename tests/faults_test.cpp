@@ -92,14 +92,14 @@ constexpr Operation kOperations[] = {{"getNewVppSession", 1, "CTDLX"},
 
 constexpr std::tuple<char, FaultKind, const char*> kKinds[] = {
     {'C', FaultKind::Code, "answers with an error"},
-    {'K', FaultKind::Keep, "answers with an error, and is done"},
-    {'T', FaultKind::Transport, "is not carried"},
+    {'K', FaultKind::Keep, "is carried out, but returns an error"},
+    {'T', FaultKind::Transport, "has a transport error"},
     {'D', FaultKind::Drop, "is not answered"},
     {'L', FaultKind::Late, "is late"},
     {'W', FaultKind::Twice, "is answered twice"},
     {'U', FaultKind::Unknown, "has an unknown cookie"},
-    {'S', FaultKind::Swap, "comes after the next"},
-    {'Y', FaultKind::Stray, "comes after one of absurd values that nobody asked for"},
+    {'S', FaultKind::Swap, "arrives after the next one"},
+    {'Y', FaultKind::Stray, "arrives after an unsolicited one with absurd values"},
     {'N', FaultKind::Within, "is answered from within the call"},
     {'X', FaultKind::Die, "kills the service"}};
 
@@ -119,7 +119,7 @@ void addService(std::vector<Row>& rows) {
                         {{operation, FaultKind::Drop, 0, 2, 1}}});
         rows.back().realWait = true;
     }
-    rows.push_back({"queueBuf of a source answers with an error, and is done",
+    rows.push_back({"queueBuf of a source is carried out, but returns an error",
                     {{"queueBuf", FaultKind::Keep, 7, 1, 1}}});
 }
 
@@ -315,14 +315,14 @@ const char* const Faults::kPageHead =
 Written by `tests/faults_test.cpp` (`QOZ_WRITE_DOCS=docs build/release/tests/faults_test`), one line
 for each row of its table. Every row plays frames, a new size, a new upscale ratio, a drain, a flush
 and more frames against the simulated service, then disables; after every row the component starts
-again with a healthy service, plays, and gives everything back; and no descriptor, thread, buffer,
+again with a healthy service, plays frames, and returns every buffer. No descriptor, thread, buffer,
 handle, session or binder reference is left.
 
 *Blocked* is the longest single operation, with a wait limit of 0.2 s in place of 3 s except where
-the row says "full wait"; "is late" means by 0.3 s. Each return of the service is handed on: what it
-returns twice, the client is told twice. "Dropped with the session" is what the service had (and the one
-source held as motion reference) at a disable that no flush preceded; what a service had that died comes
-back before that.
+the row says "full wait"; "is late" means by 0.3 s. Each return of the service is passed on, so a buffer
+that the service returns twice is returned to the client twice. "Dropped with the session" are the buffers
+that the service had, and the source held as motion reference, at a disable without a flush before it. The
+buffers of a service that died are returned when it dies.
 
 | fault | what the client sees | blocked | buffers |
 |---|---|---|---|
@@ -413,7 +413,7 @@ void Faults::note(const FaultScenario& play, const client::Ledger& ledger) {
     if (message.empty() && play.seen.empty()) line << "nothing";
     line << " | " << std::fixed << std::setprecision(1)
          << std::chrono::duration<double>(play.longest).count() << " s | ";
-    if (play.client.doubled() > 0) line << "one told twice; ";
+    if (play.client.doubled() > 0) line << "one returned twice; ";
     if (play.flushed) {
         const bool lost = play.flushed->outstanding() > 0;
         line << (lost ? "one lost with the fault, the others returned" : "all returned")

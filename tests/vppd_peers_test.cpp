@@ -111,7 +111,7 @@ std::string forgesCallbacks(HostilePeer& peer) {
 }
 
 // The service accepts only memory that cannot be truncated afterwards.
-std::string pullsMemoryAway(HostilePeer& peer) {
+std::string truncatesItsMemory(HostilePeer& peer) {
     const std::string session = peer.newOpenSession(kSize);
     const auto good = frame(kSize);
     VppBuffer open = record(good, 1 | kOutputBit, 1);
@@ -206,7 +206,7 @@ constexpr PeerRow kPeerRows[] = {
     {"queues buffers on another's session", queuesOnAnothersSession},
     {"ends and releases another's session", endsAnothersSession},
     {"forges callbacks to another", forgesCallbacks},
-    {"pulls memory away", pullsMemoryAway},
+    {"truncates its memory", truncatesItsMemory},
     {"opens sessions without end", opensSessionsWithoutEnd},
     {"queues buffers without end", queuesBuffersWithoutEnd},
     {"sends records of 250 descriptors", sendsManyDescriptors},
@@ -263,13 +263,13 @@ void writeRows(const std::string& rows) {
     const std::string heading = "\n## Hostile peers on the same bus\n";
     std::ofstream(name) << page.str().substr(0, page.str().find(heading)) << heading << R"(
 Written by `tests/vppd_peers_test.cpp` in the same way. Each peer is a connection of its own to the bus of
-one service, and does its worst over and over while a client beside it plays 40 frames. The last column
-is the median of that client's latencies, from `process` to the frame, against its own median just
-before; of one run, on two processors. The first peer does nothing but take
-a processor, so its row shows what a busy machine costs by itself. What protects a client, and what
+one service, and repeats its attack while a client beside it plays 40 frames. The last column divides the
+median of that client's latencies, from `process` to the frame, by its median just before the attack. It
+was measured in one run, on two processors. The first peer only occupies a processor, so its row shows
+the cost of a busy machine. What protects a client, and what
 does not, is in [isolation](isolation.md).
 
-| a peer | is told | the client beside it | latency |
+| peer | answer of the service | the client beside it | latency |
 |---|---|---|---|
 )" << rows;
 }

@@ -137,7 +137,7 @@ def main():
         lines.append(f"| {name} | {found['ours']:.1f} | {found['blend']:.1f} | {found['mci']:.1f} | {over:+.1f} |")
         print(lines[-1], file=sys.stderr, flush=True)
     head = (f"{chosen.width}x{chosen.height}, seed {chosen.seed}, speed {chosen.speed:g}, "
-            f"{chosen.frames} frames given for each case; luma PSNR of the frames in between, dB.")
+            f"{chosen.frames} frames given for each case; luma PSNR of the interpolated frames, dB.")
     text = "\n".join([head, ""] + lines)
     print(text)
     if chosen.write:
