@@ -86,6 +86,9 @@ struct Counters {
     uint64_t bindersLive = 0;  // strong references to binders
     uint64_t sessionsMade = 0;
     uint64_t sessionsLive = 0;
+    // How often, since the start of the process, a session of this process was given memory that it
+    // still held, as pixels or as side buffers of a frame with another timestamp.
+    uint64_t memoryQueuedTwice = 0;
 };
 Counters counters();
 int openDescriptors();  // of this process

@@ -114,6 +114,30 @@ TEST_F(EndToEnd, EachFactorMakesItsFrames) {
     EXPECT_EQ(play(4, {2, 0, 0, 0}).back().width, 2 * kW) << "upscaling alone";
 }
 
+// The first of the two frames is complete when the third one is sent, but the second one still
+// waits for an output buffer, with the side buffers of the first.
+TEST_F(EndToEnd, SideBuffersServeTheLastFrameOfTheirTimestamp) {
+    client::LiveClient client;
+    const auto submit = [&](int frame) {
+        EXPECT_TRUE(client.submit(client.takeSource({kW, kH}), frame * kFrameNs, {}));
+    };
+    const auto fill = [&](size_t outputs) {
+        client.queueOutputs(outputs);
+        return eventually([&] { return client.outstanding(client::kOutputPort) == 0; });
+    };
+    ASSERT_TRUE(client.start(kW, kH, {1, 0, 1, 0}));
+    submit(0);
+    ASSERT_TRUE(fill(1));
+    submit(1);
+    submit(1);
+    ASSERT_TRUE(fill(2));
+    submit(2);
+    EXPECT_EQ(takeQueuedTwice(), 0U);
+    EXPECT_TRUE(client.waitForTimestamp(2 * kFrameNs / 1000));
+    client.stop();
+    EXPECT_EQ(client.account(), "");
+}
+
 // A client that fails at a frame must still learn of the frames that were returned together with
 // it, or it would count them as lost.
 TEST_F(EndToEnd, AFrameThatCannotBeUsedHidesNoOther) {

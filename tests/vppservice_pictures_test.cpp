@@ -136,11 +136,11 @@ TEST_F(VppPicturesTest, RepeatsTheNearerSourceAtASceneCut) {
 }
 
 TEST_F(VppPicturesTest, HalfSizeFrameRaisesDetailOfAllFramesOfAnUpscale) {
-    const auto step = frame(kSmall, [](int x, int) { return x < 32 ? 60 : 180; });
+    const auto step = [] { return frame(kSmall, [](int x, int) { return x < 32 ? 60 : 180; }); };
     const auto half =
         frame({48, 36}, [](int x, int) { return std::clamp(60 + (x - 18) * 10, 60, 180); });
-    EXPECT_NEAR(yuvAt(between(step, step, {96, 72}, 1, 2, {}), 44, 30)[0], 60, 2);
-    const auto raised = between(step, step, {96, 72}, 1, 2, {{kHalf, half}});
+    EXPECT_NEAR(yuvAt(between(step(), step(), {96, 72}, 1, 2, {}), 44, 30)[0], 60, 2);
+    const auto raised = between(step(), step(), {96, 72}, 1, 2, {{kHalf, half}});
     EXPECT_NEAR(yuvAt(raised, 44, 30)[0], 60 - 16, 3) << "what is dark beside the edge is darker";
     EXPECT_NEAR(yuvAt(raised, 52, 30)[0], 180 + 16, 3);
     EXPECT_NEAR(yuvAt(raised, 10, 30)[0], 60, 1) << "away from edges nothing changes";

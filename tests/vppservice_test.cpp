@@ -83,15 +83,15 @@ TEST_F(VppServiceTest, FactorGivenAfterAFrameHoldsFromThatFrame) {
 
 TEST_F(VppServiceTest, WaitsForQueuedOutputsAndDrainsAsFarAsTheyGo) {
     constexpr Size kLarge{1920, 1080};  // so large that a frame takes some time
-    const auto from = frame(kLarge), to = frame(kLarge);
+    const auto large = [&] { return makeBuffer(kLarge.width, kLarge.height, kNv12Vemo); };
     openAt(3, kLarge, kLarge);
     for (int i = 0; i < 3; ++i)
-        source(i, 1000 + static_cast<uint64_t>(i), from);
+        source(i, 1000 + static_cast<uint64_t>(i), large());
     ASSERT_EQ(ask(&IVpp::drain), 0);
     ASSERT_TRUE(mRecorder->await("drain"));
     EXPECT_EQ(mRecorder->seen().size(), 1U) << "nothing to write into";
     for (int i = 0; i < 7; ++i)
-        queueOutput(i, to);
+        queueOutput(i, large());
     ASSERT_EQ(ask(&IVpp::drain), 0);
     ASSERT_TRUE(mRecorder->await("drain", 2));
     EXPECT_EQ(mRecorder->seen("output").size(), 7U);
@@ -215,6 +215,31 @@ TEST_F(VppServiceTest, HoldsItsClientToTheOrderOfThings) {
     EXPECT_EQ((Answers{ask(&IVpp::open), ask(&IVpp::open)}), Answers(2, 0));
     EXPECT_EQ((Answers{ask(&IVpp::close), ask(&IVpp::close)}), (Answers{0, 3}));
     EXPECT_EQ(onceOpen(), Answers(4, 3));
+}
+
+TEST_F(VppServiceTest, CountsMemoryThatIsQueuedWhileItIsHeld) {
+    openAt(1);
+    const auto pixels = frame(kSmall), field = makeField(kSmall.width, kSmall.height);
+    const auto withField = [&](int id, uint64_t timestamp) {
+        VppBuffer sent = record(frame(kSmall), id, timestamp);
+        attach(sent, kForward, field);
+        return queue(VppPort::INPUT, sent);
+    };
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(source(0, 1000, pixels), 0);
+        EXPECT_EQ(withField(1, 2000), 0);
+        EXPECT_EQ(withField(2, 2000), 0);
+        EXPECT_EQ(takeQueuedTwice(), 0U) << "frames of one timestamp may share side buffers";
+        EXPECT_EQ(withField(3, 3000), 0);
+        EXPECT_EQ(takeQueuedTwice(), 1U);
+        EXPECT_EQ(source(4, 4000, pixels), 0);
+        EXPECT_EQ(takeQueuedTwice(), 1U);
+        flush(VppPort::INPUT);
+        ASSERT_TRUE(mRecorder->await("flush 0", static_cast<size_t>(round) + 1));
+    }
+    EXPECT_EQ(source(0, 1000, pixels), 0);
+    EXPECT_EQ(queueOutput(0, pixels), 0);
+    EXPECT_EQ(takeQueuedTwice(), 1U) << "on the other port";
 }
 
 TEST_F(VppServiceTest, OpensOnlyInTheFrameMode) {

@@ -22,6 +22,7 @@ Counters counters() {
         .bindersLive = c.bindersLive.load(std::memory_order_relaxed),
         .sessionsMade = c.sessionsMade.load(std::memory_order_relaxed),
         .sessionsLive = c.sessionsLive.load(std::memory_order_relaxed),
+        .memoryQueuedTwice = c.memoryQueuedTwice.load(std::memory_order_relaxed),
     };
 }
 

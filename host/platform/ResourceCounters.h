@@ -17,6 +17,7 @@ struct ResourceCounters {
     std::atomic<uint64_t> bindersLive{0};
     std::atomic<uint64_t> sessionsMade{0};
     std::atomic<uint64_t> sessionsLive{0};
+    std::atomic<uint64_t> memoryQueuedTwice{0};
 };
 ResourceCounters& resourceCounters();
 

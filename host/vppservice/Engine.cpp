@@ -240,8 +240,12 @@ void Engine::write(ImportedBuffer output) {
     const FrameSize size = canvas.size;
     setUnsigned(output.record.pixelFilledLen,
                 static_cast<uint32_t>(nv12Layout(size.width, size.height).size));
+    const bool isLast = job.next == job.factor;
+    ++job.next;
+    // The client may give the side buffers to another frame when it has this frame's output.
+    if (isLast) job.source.input->dropSides();
     postOutput(std::move(output));
-    if (++job.next > job.factor) retire();
+    if (isLast) retire();
 }
 
 // Completes the interval: its newer source becomes the reference frame of the next one. If no
@@ -277,11 +281,19 @@ void Engine::giveBack(Source& source) {
 }
 
 void Engine::postInput(ImportedBuffer buffer) {
-    mInputDispatcher->post({Callback::Kind::InputDone, buffer.manner, std::move(buffer.record)});
+    mInputDispatcher->post(release(Callback::Kind::InputDone, &buffer));
 }
 
 void Engine::postOutput(ImportedBuffer buffer) {
-    mOutputDispatcher->post({Callback::Kind::OutputDone, buffer.manner, std::move(buffer.record)});
+    mOutputDispatcher->post(release(Callback::Kind::OutputDone, &buffer));
+}
+
+// Ends the mappings of a buffer and returns the callback that returns it. The client may queue the
+// memory again as soon as the callback is posted.
+Callback Engine::release(Callback::Kind kind, ImportedBuffer* buffer) {
+    Callback callback{kind, buffer->manner, std::move(buffer->record)};
+    *buffer = {};
+    return callback;
 }
 
 // Returns the factor that is in effect now for an interval from `timestamp` on.

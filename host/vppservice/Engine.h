@@ -115,6 +115,7 @@ class Engine : public std::enable_shared_from_this<Engine> {
     void giveBack(Source& source);
     void postInput(ImportedBuffer buffer);
     void postOutput(ImportedBuffer buffer);
+    static Callback release(Callback::Kind kind, ImportedBuffer* buffer);
     void announce(const Command& command);
     uint32_t framesBefore(const ImportedBuffer& source) REQUIRES(mLock);
     uint32_t factorAt(uint64_t timestamp) EXCLUDES(mLock);

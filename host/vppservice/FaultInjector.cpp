@@ -44,6 +44,7 @@ FaultEffect FaultInjector::effectOn(const char* operation) const {
         case FaultKind::Keep:
             effect.answer = static_cast<VppError>(fault->code);
             effect.done = true;
+            effect.manner = Manner::Untold;
             break;
         case FaultKind::Swap:
             effect.manner = Manner::Swap;

@@ -18,8 +18,9 @@
 namespace qoz::host::vppservice {
 
 // How the callback that answers an operation is delivered. Within applies to the callbacks of
-// flush, reconfigure and drain.
-enum class Manner { Plain, Drop, Twice, Unknown, Swap, Stray, Within };
+// flush, reconfigure and drain. Untold is the manner of an operation that is carried out although
+// its client is told that it failed; a buffer so queued may be queued again.
+enum class Manner { Plain, Drop, Twice, Unknown, Swap, Stray, Within, Untold };
 
 // Passes the callback that answers a command to the thread whose call gave the command. That thread
 // makes the callback before its call returns, just as binder lets a waiting thread serve a nested

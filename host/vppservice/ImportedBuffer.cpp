@@ -181,6 +181,11 @@ MotionFields ImportedBuffer::motion() const {
             reinterpret_cast<const MotionVector*>(backward->ready())};
 }
 
+void ImportedBuffer::dropSides() {
+    for (auto* side : {&forward, &backward, &half})
+        side->reset();
+}
+
 VppError BufferImporter::take(VppPort port, const PortSizes& sizes, const VppBuffer& sent,
                               ImportedBuffer* out) const {
     if (!shapeFits(port, sent)) return VppError::VPP_ERR_PARAM;
@@ -209,6 +214,15 @@ VppError BufferImporter::take(VppPort port, const PortSizes& sizes, const VppBuf
     const VppError error = map(memories, isOutput);
     if (error == VppError::VPP_OK) *out = std::move(made);
     return error;
+}
+
+void BufferImporter::hold(VppPort port, const VppBuffer& sent, ImportedBuffer* imported) const {
+    for (const Memory& memory : memoriesOf(sent, port, imported)) {
+        if (*memory.mapping == nullptr) continue;  // it was left out
+        const bool isPixels = memory.mapping == &imported->pixels;
+        const auto use = isPixels ? HeldMemory::Use() : unsignedOf(sent.timestamp);
+        (*memory.mapping)->keep(mHeld->hold(memory.fd, use));
+    }
 }
 
 }  // namespace qoz::host::vppservice

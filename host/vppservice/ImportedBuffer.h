@@ -7,6 +7,7 @@
 
 #include "host/vppservice/FaultInjector.h"
 #include "host/vppservice/Frames.h"
+#include "host/vppservice/HeldMemory.h"
 #include "host/vppservice/Mapping.h"
 #include "host/vppservice/Quota.h"
 #include "host/vppservice/Types.h"
@@ -37,6 +38,9 @@ struct ImportedBuffer {
     Nv12View halfView() const;  // planes are null if there is no half-size frame
     MotionFields motion() const;
 
+    // Ends the mappings of the side buffers.
+    void dropSides();
+
   private:
     uint8_t* start() const { return pixels->ready(); }
 };
@@ -54,9 +58,13 @@ class BufferImporter {
     // nothing stays mapped. Callable on any thread.
     VppError take(VppPort port, const PortSizes& sizes, const VppBuffer& sent,
                   ImportedBuffer* out) const;
+    // Notes that the session holds the memory of a record that take() has imported, until its
+    // mappings end. Throws std::bad_alloc.
+    void hold(VppPort port, const VppBuffer& sent, ImportedBuffer* imported) const;
 
   private:
     const std::shared_ptr<Quota> mQuota;
+    const std::shared_ptr<HeldMemory> mHeld = std::make_shared<HeldMemory>();
 };
 
 }  // namespace qoz::host::vppservice

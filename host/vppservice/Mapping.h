@@ -5,6 +5,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <utility>
+
+#include "host/vppservice/HeldMemory.h"
 
 namespace qoz::host::vppservice {
 
@@ -25,12 +28,16 @@ class Mapping {
     // pages that nobody has used yet.
     uint8_t* ready() const;
 
+    // Ends the hold with this object.
+    void keep(HeldMemory::Hold hold) { mHold = std::move(hold); }
+
   private:
     Mapping(size_t skipped, size_t length) : mSkipped(skipped), mLength(length) {}
 
     void* mPages = nullptr;
     const size_t mSkipped;  // bytes of the first page that precede the offset
     const size_t mLength;   // in bytes, with the skipped ones
+    HeldMemory::Hold mHold;
 };
 
 }  // namespace qoz::host::vppservice

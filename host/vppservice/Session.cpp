@@ -215,6 +215,7 @@ VppError Session::queueHeld(Port port, const VppBuffer& buffer, Manner manner) {
     const Error error = mImporter.take(port, mSizes, buffer, &imported);
     if (error != Error::VPP_OK) return error;
     imported.manner = manner;
+    if (manner != Manner::Untold) mImporter.hold(port, buffer, &imported);
     if (port == Port::INPUT) {
         mEngine->queueInput(std::move(imported));
     } else {

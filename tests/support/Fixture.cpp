@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <utility>
 
 namespace qoz::test {
 namespace {
@@ -43,6 +44,12 @@ void ResourceTest::SetUp() {
     ABinderProcess_startThreadPool();  // its threads never end
     mBefore = living();
     mBefore["threads"] = countThreads();
+    takeQueuedTwice();
+}
+
+uint64_t ResourceTest::takeQueuedTwice() {
+    const uint64_t all = host::counters().memoryQueuedTwice;
+    return all - std::exchange(mQueuedTwice, all);
 }
 
 void ResourceTest::TearDown() {
@@ -58,6 +65,7 @@ void ResourceTest::TearDown() {
     EXPECT_LE(countThreads(), mBefore["threads"]);
     EXPECT_TRUE(isNoMore(living(), mBefore))
         << testing::PrintToString(living()) << " after " << testing::PrintToString(mBefore);
+    EXPECT_EQ(takeQueuedTwice(), 0U) << "memory was queued while the service held it";
 }
 
 void ComponentTest::SetUp() {

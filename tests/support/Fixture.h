@@ -40,15 +40,19 @@ constexpr int32_t kRgba = host::kRgba8888;
 sp<GraphicBuffer> buffer(uint32_t width, uint32_t height, int32_t format, uint32_t usage = 0x300);
 
 // Checks that a test ends with no more descriptors, threads, buffers, handles, sessions and binder
-// references than it began with, and aborts a test that hangs.
+// references than it began with, and that it has queued no memory that a session held. Aborts a
+// test that hangs.
 class ResourceTest : public ::testing::Test {
   protected:
     void SetUp() override;
     void TearDown() override;
     static size_t countThreads();  // of this process
+    // Returns how often the test has queued memory that a session held, and forgets it.
+    uint64_t takeQueuedTwice();
 
   private:
     std::map<std::string, uint64_t> mBefore;
+    uint64_t mQueuedTwice = 0;  // of the counter: what is known
     Watchdog mWatchdog;
 };
 
