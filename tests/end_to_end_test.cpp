@@ -3,6 +3,7 @@
 #include <client/LiveClient.h>
 
 #include <cstring>
+#include <new>
 
 #include "support/Fixture.h"
 
@@ -153,6 +154,24 @@ TEST_F(EndToEnd, AFrameThatCannotBeUsedHidesNoOther) {
     ASSERT_TRUE(eventually([&] { return client.outstanding(client::kOutputPort) == 0; }));
     EXPECT_THROW(client.look(), client::SessionFailed);
     EXPECT_EQ(frames, 3);
+    client.stop();
+    EXPECT_EQ(client.account(), "");
+}
+
+// More frames fail than there are sources, so each source must have become free again.
+TEST_F(EndToEnd, AFrameThatCannotBePaintedKeepsNoSource) {
+    client::LiveClient client;
+    client.patience = std::chrono::seconds(1);
+    ASSERT_TRUE(client.start(kW, kH, {1, 0, 0, 0}));
+    for (size_t n = 0; n <= client::SourceRing::kSlots; ++n) {
+        EXPECT_TRUE(client.send(kW, kH, 0, [](uint8_t*) {
+            throw client::SessionFailed("the picture cannot be read");
+        }));
+        EXPECT_THROW(client.send(kW, kH, 0, [](uint8_t*) { throw std::bad_alloc(); }),
+                     std::bad_alloc);
+    }
+    EXPECT_TRUE(client.send(kW, kH, kFrameNs));
+    EXPECT_TRUE(client.waitForTimestamp(kFrameNs / 1000));
     client.stop();
     EXPECT_EQ(client.account(), "");
 }

@@ -2,6 +2,7 @@
 // Tests of queueing buffers to the service: records, cookies, side buffers, counters, and failures.
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <utils/Timers.h>
 
 #include "pipeline/Cookie.h"
 #include "support/Fixture.h"
@@ -116,10 +117,14 @@ TEST_F(Queueing, AnEntryInFlightIsNotReplaced) {
 TEST_F(Queueing, AnOutputRecordIsEmptyAndActivates) {
     vpp->flushsync();
     ASSERT_EQ(vpp->state(), VppComponent::IDLE);
+    const auto before = static_cast<uint64_t>(systemTime(SYSTEM_TIME_MONOTONIC));
     EXPECT_EQ(processOutput(63, frame), 0);
+    const auto after = static_cast<uint64_t>(systemTime(SYSTEM_TIME_MONOTONIC));
     EXPECT_EQ(vpp->state(), VppComponent::ACTIVE);
     const Queued output = queuedOn(VppPort::OUTPUT).back();
     EXPECT_EQ(static_cast<uint64_t>(output.cookie), 0xFFFFFFFF8000003F);
+    EXPECT_GE(output.timestamp, before) << "the time of the queueing, nanoseconds";
+    EXPECT_LE(output.timestamp, after);
     EXPECT_EQ(std::tuple(output.allocLen, output.filledLen, output.metas),
               std::tuple(8192U, 0U, Strings{}));
     EXPECT_EQ(peer().inVpp(), std::pair(0U, 1U));

@@ -342,7 +342,7 @@ TEST_F(Sweep, Threads) {
             const host::VppService service;
             client::LiveClient client;
             client.vpp = std::make_shared<VppComponent>();
-            VppComponentPeer(*client.vpp).setWaitLimit(std::chrono::milliseconds(100));
+            VppComponentPeer(*client.vpp).setWaitLimit(VppComponentPeer::kShortWait);
             failThreads(n, once);
             const bool started = client.start(kW, kH, {1, 0, 1, 0});
             for (int frame = 0; started && frame < 3; ++frame)

@@ -254,8 +254,8 @@ std::string withoutThread(int number, const std::filesystem::path& folder) {
 bool playsOneFrame() {
     LiveClient client;
     if (!client.start(kW, kH, kDouble)) return false;
-    EXPECT_TRUE(client.send(kW, kH, 0));
-    EXPECT_TRUE(client.waitForTimestamp(0));
+    EXPECT_TRUE(client.send(kW, kH, kFrameNs));
+    EXPECT_TRUE(client.waitForTimestamp(kFrameNs / 1000));
     client.stop();
     EXPECT_EQ(client.account(), "");
     return true;

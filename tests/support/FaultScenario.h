@@ -12,13 +12,12 @@
 #include <vector>
 
 #include "support/Fixture.h"
-#include "support/Sanitized.h"
 
 namespace qoz::test {
 
 using namespace std::chrono_literals;
 
-constexpr std::chrono::milliseconds kShortWait = kSanitized ? 600ms : 200ms;
+constexpr std::chrono::milliseconds kShortWait = VppComponentPeer::kShortWait;
 constexpr std::chrono::milliseconds kLate = kShortWait * 3 / 2;  // after the wait has ended
 
 inline std::string nameOf(VppComponent::status state) {

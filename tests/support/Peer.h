@@ -5,10 +5,12 @@
 #include <qoz/VppComponent.h>
 
 #include <array>
+#include <chrono>
 #include <tuple>
 #include <utility>
 
 #include "session/Parts.h"
+#include "support/Sanitized.h"
 
 namespace android {
 
@@ -98,6 +100,8 @@ class VppComponentPeer {
     bool startPending() const { return c.mStartPending; }
     bool firstFrame() const { return c.mIsFirstFrame; }
     void setWaitLimit(std::chrono::nanoseconds limit) { c.mParts->waitLimit.value = limit; }
+    // A short limit that healthy operations keep, also under a sanitizer.
+    static constexpr std::chrono::milliseconds kShortWait{qoz::test::kSanitized ? 600 : 200};
     void releaseHandle(const native_handle_t* handle, bool closeFds) {
         VppComponent::releaseNativeHandle(handle, closeFds);
     }

@@ -47,14 +47,21 @@ bool LiveClient::send(uint32_t width, uint32_t height, int64_t nanoseconds,
     if (!waitForSource()) return false;
     try {
         const int32_t slot = takeSource({width, height});
-        if (paint) {
-            paint(LockedPixels(source(slot), android::GraphicBuffer::USAGE_SW_WRITE_OFTEN).data());
-        }
+        if (paint) paintSource(slot, paint);
         submit(slot, nanoseconds, carried);
-    } catch (const SessionFailed&) {  // the frame cannot be allocated or locked; it is skipped
+    } catch (const SessionFailed&) {  // the frame cannot be allocated or painted; it is skipped
     }
     queueOutputs();
     return true;
+}
+
+void LiveClient::paintSource(int32_t slot, const std::function<void(uint8_t*)>& paint) {
+    try {
+        paint(LockedPixels(source(slot), android::GraphicBuffer::USAGE_SW_WRITE_OFTEN).data());
+    } catch (...) {
+        mSources.putBack(slot);
+        throw;
+    }
 }
 
 int32_t LiveClient::takeSource(Size size) {

@@ -41,7 +41,9 @@ class LiveClient final : public ReturnQueue {
     // order R, G, B, A, in rows without padding. Without it the buffer keeps its contents.
     // `carried` are the settings that the frame carries, see QOZBufferInfo::config. Returns false
     // if no source slot becomes free in time. The result is true even if the frame was refused, or
-    // if its buffer could not be allocated.
+    // skipped because SessionFailed was thrown: by the allocation or the locking of its buffer, or
+    // by `paint`. Any other exception of `paint` leaves this function. The slot of a frame that was
+    // not sent is free.
     bool send(uint32_t width, uint32_t height, int64_t nanoseconds,
               const std::function<void(uint8_t*)>& paint = {},
               std::optional<android::ConfigParams> carried = {});
@@ -109,6 +111,8 @@ class LiveClient final : public ReturnQueue {
   private:
     // The number of output buffers that kDepth source frames need.
     size_t usualTarget() const { return size_t{vpp->outBufReqsPerFrame()} * kDepth; }
+    // Puts the slot back if it throws.
+    void paintSource(int32_t slot, const std::function<void(uint8_t*)>& paint);
     bool handle(const std::vector<ReturnedBuffer>& done);
     void frameCame(const ReturnedBuffer& frame);
 
