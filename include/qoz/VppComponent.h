@@ -89,10 +89,10 @@ class __attribute__((visibility("default"))) VppComponent
     /// for a pending start, queueing under way, the service and the deliveries. May call back.
     void flushsync();
 
-    /// Closes the session, stops the worker and frees the internal buffers. Keeps the last source
-    /// until the next session's first one. Outputs that the service returns after disable() are
-    /// delivered in the next session. In ERROR the session stays open until the next enable() or
-    /// the service's end; until then it keeps this object alive, and its returns call back at once.
+    /// Closes the session, stops the worker and frees the internal buffers. Keeps a reference to
+    /// the last source until the next session's first one. Buffers that the service returns late
+    /// go to onBufferDone() at once. If disable() is called in ERROR, the service's session stays
+    /// open, and keeps this object alive, until the next enable() or the end of the service.
     /// Waits up to 1.2 s for a pending start, up to 3 s for events being handled, and without a
     /// limit for the worker's work in progress, its last callbacks and other threads in process().
     void disable();

@@ -156,9 +156,8 @@ void VppComponent::SessionControl::disable() {
         // A start that was pending at the beginning has left ERROR and opened the session.
         closeSession();
         letGoOfSession();
-    } else {
-        p.returns.deliverDirectly(true);
     }
+    p.returns.deliverDirectly(true);
     // An event of the session that has just ended may still be inside a callback of the client. The
     // wait shares the budget of the gate for output buffers, so that disable() ends in time.
     if (state != ERROR && !p.eventGate.settle(waits)) {
