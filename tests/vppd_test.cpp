@@ -8,11 +8,18 @@
 #include <host/vppd/Records.h>
 #include <host/vppd/RemoteService.h>
 #include <sys/mman.h>
+#include <sys/wait.h>
 
+#include <atomic>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
+#include <optional>
 #include <sstream>
+#include <stdexcept>
+#include <thread>
 
 #include "support/Fixture.h"
 #include "support/ServiceProcess.h"
@@ -254,6 +261,63 @@ TEST_F(Vppd, RefusesMalformedRecords) {
     EXPECT_TRUE(session->setCtrlFrc(std::vector<vpp::VppCtrlFrcSegment>(1025), &result).isOk());
     EXPECT_EQ(result, bad);
     EXPECT_EQ(bus.servicePid(), pid) << "a bad record ended the service";
+}
+
+// Interrupts the system calls in which the thread that creates the object waits, by a signal each
+// millisecond, during its life.
+class Interruptions {
+  public:
+    Interruptions() {
+        struct sigaction action = {};
+        action.sa_handler = [](int) {};
+        sigaction(SIGUSR1, &action, &mBefore);
+        mThread = std::thread([this, target = pthread_self()] {
+            while (!mOver) {
+                pthread_kill(target, SIGUSR1);
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            }
+        });
+    }
+    ~Interruptions() {
+        mOver = true;
+        mThread.join();
+        sigaction(SIGUSR1, &mBefore, nullptr);
+    }
+    Interruptions(const Interruptions&) = delete;
+    Interruptions& operator=(const Interruptions&) = delete;
+
+  private:
+    struct sigaction mBefore {};
+    std::atomic<bool> mOver{false};
+    std::thread mThread;
+};
+
+class BusStart : public ResourceTest {};
+
+TEST_F(BusStart, IsNotEndedByASignal) {
+    std::optional<host::PrivateBus> bus;
+    {
+        const Interruptions interruptions;
+        bus.emplace();
+    }
+    EXPECT_NE(bus->address(), "");
+}
+
+// The program that starts the bus is searched for in PATH, where this test puts one that says
+// nothing and does not end.
+TEST_F(BusStart, IsGivenUpWhenTheBusSaysNothing) {
+    std::string pattern = std::filesystem::temp_directory_path() / "qoz-silent-XXXXXX";
+    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+    const std::filesystem::path folder = pattern;
+    std::ofstream(folder / "setpriv") << "#!/bin/sh\nexec sleep 60\n";
+    std::filesystem::permissions(folder / "setpriv", std::filesystem::perms::owner_all);
+    const std::string usual = getenv("PATH");
+    setenv("PATH", (folder.string() + ':' + usual).c_str(), 1);
+    EXPECT_THROW(host::PrivateBus(), std::runtime_error);
+    setenv("PATH", usual.c_str(), 1);
+    std::filesystem::remove_all(folder);
+    siginfo_t info{};
+    EXPECT_EQ(waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT), -1) << "a child is left";
 }
 
 }  // namespace

@@ -10,8 +10,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
@@ -33,11 +35,12 @@ namespace qoz::host {
 namespace {
 
 namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
 using Descriptor = ndk::ScopedFileDescriptor;
 
 constexpr char kProgram[] = "qoz-vppd";
-constexpr int kAddressFd = 3;    // the descriptor to which the bus writes its address
-constexpr int kEndLimit = 2000;  // milliseconds for a process to end
+constexpr int kAddressFd = 3;  // the descriptor to which the bus writes its address
+constexpr int kLimit = 2000;   // milliseconds for the bus to start, or for a process to end
 
 // Searches the folder of the running program, and then the build that this folder is in: it may be
 // the top folder of the build or up to two levels below.
@@ -59,7 +62,7 @@ void endProcess(const Descriptor& process) {
     pollfd ended{process.get(), POLLIN, 0};
     for (const int signal : {SIGTERM, SIGKILL}) {
         if (pidfd_send_signal(process.get(), signal, nullptr, 0) != 0) return;
-        while (poll(&ended, 1, kEndLimit) < 0 && errno == EINTR) {
+        while (poll(&ended, 1, kLimit) < 0 && errno == EINTR) {
         }
         if (ended.revents != 0) return;
     }
@@ -86,15 +89,34 @@ std::string addressOf(const fs::path& socket) {
     return address.str();
 }
 
-// Reads one line. The bus writes the line when it is ready; if it ends before that, the result is
-// empty.
+// Waits until a read would not block. Returns false if `end` comes first.
+bool awaitInput(int fd, Clock::time_point end) {
+    pollfd input{fd, POLLIN, 0};
+    int ready = 0;
+    do {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
+        ready = poll(&input, 1, std::max(static_cast<int>(left.count()), 0));
+    } while (ready < 0 && errno == EINTR);
+    return ready > 0;
+}
+
+// Reads one line. The bus writes the line when it is ready; if it ends before that, or is not ready
+// in time, the result is empty.
 std::string readLine(int fd) {
+    const Clock::time_point end = Clock::now() + std::chrono::milliseconds(kLimit);
     std::string line;
     char byte = 0;
-    while (read(fd, &byte, 1) == 1 && byte != '\n') {
+    while (awaitInput(fd, end) && read(fd, &byte, 1) == 1) {
+        if (byte == '\n') return line;
         line += byte;
     }
-    return line;
+    return {};
+}
+
+// Waits for a child that has ended or has been killed.
+void reap(pid_t child) {
+    while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+    }
 }
 
 }  // namespace
@@ -130,7 +152,7 @@ PrivateBus::~PrivateBus() {
         if (service) endProcess(Descriptor(pidfd_open(*service, 0)));
         endProcess(bus);
     }
-    waitpid(mPid, nullptr, 0);
+    reap(mPid);
 }
 
 void PrivateBus::writeConfig(const std::vector<std::string>& arguments,
@@ -208,7 +230,8 @@ void PrivateBus::start() {
     theirs.set(-1);
     mAddress = readLine(ours.get());
     if (!mAddress.empty()) return;
-    waitpid(mPid, nullptr, 0);
+    kill(mPid, SIGKILL);
+    reap(mPid);
     throw std::runtime_error("the message bus did not start");
 }
 
