@@ -115,28 +115,36 @@ TEST_F(EndToEnd, EachFactorMakesItsFrames) {
     EXPECT_EQ(play(4, {2, 0, 0, 0}).back().width, 2 * kW) << "upscaling alone";
 }
 
-// The first of the two frames is complete when the third one is sent, but the second one still
-// waits for an output buffer, with the side buffers of the first.
+// The first of two frames of one timestamp is complete when the third frame is sent, but the second
+// one still waits for an output buffer, with the side buffers of the first. Each source is queued
+// before the outputs that it fills.
 TEST_F(EndToEnd, SideBuffersServeTheLastFrameOfTheirTimestamp) {
-    client::LiveClient client;
-    const auto submit = [&](int frame) {
-        EXPECT_TRUE(client.submit(client.takeSource({kW, kH}), frame * kFrameNs, {}));
+    Recorder client;
+    const auto component = std::make_shared<VppComponent>();
+    const auto send = [&](int32_t slot, int64_t frame) {
+        std::vector<QOZBufferInfo> packet{
+            {slot, buffer(kW, kH, kRgba), nullptr, frame * kFrameNs, {}}};
+        EXPECT_EQ(component->process(&packet, nullptr), 0);
     };
-    const auto fill = [&](size_t outputs) {
-        client.queueOutputs(outputs);
-        return eventually([&] { return client.outstanding(client::kOutputPort) == 0; });
+    size_t filled = 0;
+    const auto fill = [&] {
+        QOZBufferInfo output{static_cast<int32_t>(filled), buffer(kW, kH, kNv12), nullptr, 0, {}};
+        EXPECT_EQ(component->process(nullptr, &output), 0);
+        ++filled;
+        return eventually([&] { return client.done(0).size() == filled; });
     };
-    ASSERT_TRUE(client.start(kW, kH, {1, 0, 1, 0}));
-    submit(0);
-    ASSERT_TRUE(fill(1));
-    submit(1);
-    submit(1);
-    ASSERT_TRUE(fill(2));
-    submit(2);
+    ASSERT_TRUE(component->enable("test", &client, false));
+    component->config(kW, kH, kRgba, {1, 0, 1, 0}, true);
+    send(40, 0);
+    ASSERT_TRUE(fill());
+    send(41, 1);
+    send(42, 1);
+    ASSERT_TRUE(fill() && fill());
+    EXPECT_EQ(client.done(0).back().timestamp, uint64_t{kFrameNs / 1000}) << "of the first frame";
+    send(43, 2);
     EXPECT_EQ(takeQueuedTwice(), 0U);
-    EXPECT_TRUE(client.waitForTimestamp(2 * kFrameNs / 1000));
-    client.stop();
-    EXPECT_EQ(client.account(), "");
+    component->flushsync();
+    component->disable();
 }
 
 // A client that fails at a frame must still learn of the frames that were returned together with

@@ -149,6 +149,27 @@ TEST_F(Returns, ATimestampThatComesAgainTakesItsEntryBackIntoUse) {
     EXPECT_TRUE(peer().freeExtradata().contains(3000));
 }
 
+// A late output of the first frame looks like one of the second, which the service still reads.
+TEST_F(Returns, ALateOutputOfARepeatedTimestampFreesNothing) {
+    for (const int64_t nanoseconds : {0, 5'000'000}) {
+        SCOPED_TRACE(nanoseconds);
+        renew();
+        enableAndConfig(kW, kH, kTwice);
+        const auto key = static_cast<uint64_t>(nanoseconds / 1000);
+        const auto output = [&] {
+            session().returnOutput(static_cast<int32_t>(0x80000001), key, 1);
+            return peer().freeExtradata().contains(key);
+        };
+        ASSERT_EQ(processSource(0, frame(), nanoseconds), 0);
+        EXPECT_TRUE(output()) << "the only frame of its timestamp";
+        giveBack(inputs()[0]);
+        ASSERT_EQ(processSource(1, frame(), nanoseconds), 0);
+        EXPECT_FALSE(output());
+        giveBack(inputs()[1]);
+        EXPECT_TRUE(peer().freeExtradata().contains(key));
+    }
+}
+
 TEST_F(Returns, StrayReturnsMakeNoRoomForMoreFrames) {
     startPlain();
     const auto source = frame();

@@ -6,6 +6,7 @@
 #include <qoz/ClientTypes.h>
 #include <ui/GraphicBuffer.h>
 
+#include <atomic>
 #include <cstdint>
 #include <mutex>
 #include <new>
@@ -63,10 +64,9 @@ class BufferPool {
     BufferPool& operator=(const BufferPool&) = delete;
 
     // Stores the internal buffers of a queued frame under `key`. If `key` has an entry already,
-    // that one is kept instead and is no longer free. Returns false on allocation failure or,
-    // which is no error, if another outstanding frame uses the entry. Buffers that the pool does
-    // not keep are freed when their last owner releases them.
-    bool record(uint64_t key, Entry travelling) EXCLUDES(mLock);
+    // that one is kept instead and is no longer free. Buffers that the pool does not keep, also on
+    // allocation failure, are freed when their last owner releases them.
+    void record(uint64_t key, Entry travelling) EXCLUDES(mLock);
 
     // Returns the buffers stored under `key`, or an empty entry if there are none.
     Entry find(uint64_t key) const EXCLUDES(mLock);
@@ -74,6 +74,13 @@ class BufferPool {
     // Marks the entry of `key` free for reuse. Does nothing if there is no entry. `operation` names
     // the caller in the message.
     void free(uint64_t key, const char* operation) EXCLUDES(mLock);
+
+    // A return decides that no frame uses an entry, and then frees it. In between the client may
+    // queue another frame of the same timestamp, which uses the entry as well. reuses() counts such
+    // cases. freeUnlessReused() is free(), but returns false, with nothing done, if there has been
+    // one since reuses() returned `before`.
+    uint32_t reuses() const { return mReuses.load(); }
+    bool freeUnlessReused(uint64_t key, const char* operation, uint32_t before) EXCLUDES(mLock);
 
     // Removes every entry, including those whose buffers the VPP still has. When the VPP returns
     // such a buffer, free() finds no entry; the memory is freed when its last owner releases it.
@@ -98,6 +105,7 @@ class BufferPool {
     // Adds an entry to the map. Returns false, with the map unchanged, if `key` has an entry
     // already. Throws std::bad_alloc.
     bool insert(uint64_t key, Entry travelling) REQUIRES(mLock);
+    void markFree(uint64_t key, const char* operation) REQUIRES(mLock);
     // Adds a key to the set of free keys.
     void insertFree(uint64_t key) REQUIRES(mLock);
     // Removes the drawn entry, which is the oldest free one, from the pool.
@@ -111,6 +119,7 @@ class BufferPool {
     typename Buffers::node_type mSpareEntry GUARDED_BY(mLock);
     std::vector<Keys::node_type> mSpareKeys GUARDED_BY(mLock);
     std::mutex& mLock;
+    std::atomic<uint32_t> mReuses{0};  // changed under mLock
 };
 
 namespace pool {
@@ -158,14 +167,15 @@ inline bool holdsBuffer(
 // already, its entry leaves the free set and is in use again. In either case the second frame is
 // sent with its own target but with the entry's side buffers, which are looked up by timestamp.
 template <typename Entry>
-bool BufferPool<Entry>::record(uint64_t key, Entry travelling) {
+void BufferPool<Entry>::record(uint64_t key, Entry travelling) {
     const std::lock_guard<std::mutex> lock(mLock);
     try {
-        if (insert(key, std::move(travelling))) return true;
+        if (insert(key, std::move(travelling))) return;
     } catch (const std::bad_alloc&) {
-        return false;
+        return;
     }
-    return mFreeKeys.erase(key) != 0;
+    mReuses.fetch_add(1);
+    mFreeKeys.erase(key);
 }
 
 // Uses the node of an entry that was drawn before, if there is one.
@@ -189,10 +199,23 @@ Entry BufferPool<Entry>::find(uint64_t key) const {
     return entry == mBuffers.end() ? Entry{} : entry->second;
 }
 
-// An entry that holds no buffer is removed instead: drawing it would save no allocation.
 template <typename Entry>
 void BufferPool<Entry>::free(uint64_t key, const char* operation) {
     const std::lock_guard<std::mutex> lock(mLock);
+    markFree(key, operation);
+}
+
+template <typename Entry>
+bool BufferPool<Entry>::freeUnlessReused(uint64_t key, const char* operation, uint32_t before) {
+    const std::lock_guard<std::mutex> lock(mLock);
+    if (mReuses.load() != before) return false;
+    markFree(key, operation);
+    return true;
+}
+
+// An entry that holds no buffer is removed instead: drawing it would save no allocation.
+template <typename Entry>
+void BufferPool<Entry>::markFree(uint64_t key, const char* operation) {
     const auto entry = mBuffers.find(key);
     if (entry == mBuffers.end()) return;
     if (!pool::holdsBuffer(entry->second)) {

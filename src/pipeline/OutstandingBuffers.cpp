@@ -25,13 +25,20 @@ void OutstandingBuffers::restart() {
     inputs.reserve(kMaxSources);
     const std::lock_guard<std::mutex> lock(mLock);
     mInputs.swap(inputs);
-    mReturned.fill({});
+    withdrawAnnounced();
+    mReturned.fill({0, false, kNoKey});
     mOutputs.fill(0);
     mServiceGone = false;
 }
 
+bool OutstandingBuffers::isUsed(uint64_t key) const {
+    const std::lock_guard<std::mutex> lock(mLock);
+    return sharingSides(key) != 0;
+}
+
 bool OutstandingBuffers::addInput(const Input& input) {
     const std::lock_guard<std::mutex> lock(mLock);
+    withdrawAnnounced();
     if (mServiceGone) return false;
     mInputs.push_back(input);
     ++mInputCount;
@@ -91,6 +98,11 @@ bool OutstandingBuffers::isRepeated(const Input& returned) const {
                        [&](const Input& input) { return isSame(input, returned); });
 }
 
+bool OutstandingBuffers::wasReturned(uint64_t key) const {
+    return std::any_of(mReturned.begin(), mReturned.end(),
+                       [key](const Input& input) { return input.key == key; });
+}
+
 void OutstandingBuffers::remember(const Input& input) {
     mReturned[mNextReturned] = input;
     mNextReturned = (mNextReturned + 1) % mReturned.size();
@@ -107,14 +119,16 @@ void OutstandingBuffers::forgetInternalInputs() {
 }
 
 size_t OutstandingBuffers::sharingSides(uint64_t key) const {
-    return static_cast<size_t>(std::count_if(
-        mInputs.begin(), mInputs.end(), [key](const Input& input) { return input.key == key; }));
+    const auto outstanding = std::count_if(mInputs.begin(), mInputs.end(),
+                                           [key](const Input& input) { return input.key == key; });
+    return static_cast<size_t>(outstanding) + (mAnnounced == key ? 1 : 0);
 }
 
 size_t OutstandingBuffers::sharingTarget(uint64_t key) const {
-    return static_cast<size_t>(
+    const auto outstanding =
         std::count_if(mInputs.begin(), mInputs.end(),
-                      [key](const Input& input) { return input.internal && input.key == key; }));
+                      [key](const Input& input) { return input.internal && input.key == key; });
+    return static_cast<size_t>(outstanding) + (mAnnounced == key ? 1 : 0);
 }
 
 // A frame that was never queued does not reduce a count below zero.
@@ -141,13 +155,13 @@ OutstandingBuffers::Return OutstandingBuffers::takeInput(uint32_t id, bool inter
 }
 
 // An output carries the timestamp of the frame that it was made from, and may be returned before
-// that frame's input buffer. Its return frees the side buffers of that timestamp unless more than
-// one outstanding frame uses them. If a client repeats a timestamp after the frame has come back, a
-// late output of the first frame cannot be told from one of the second.
+// that frame's input buffer. Its return frees the side buffers of that timestamp unless it may
+// belong to another frame than the one that uses them: if several outstanding frames use them, or
+// if a frame of this timestamp has come back. The return of the last input frees them in any case.
 OutstandingBuffers::Return OutstandingBuffers::takeOutput(uint32_t id, uint64_t timestamp) {
     const std::lock_guard<std::mutex> lock(mLock);
     Return result{!mServiceGone, {}, {}};
-    if (sharingSides(timestamp) <= 1) result.sideKeys[0] = timestamp;
+    if (sharingSides(timestamp) <= 1 && !wasReturned(timestamp)) result.sideKeys[0] = timestamp;
     if (id < mOutputs.size()) countDown(mOutputs[id]);
     countDown(mOutputCount);
     return result;

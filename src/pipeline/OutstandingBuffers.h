@@ -6,6 +6,7 @@
 #include <qoz/ClientTypes.h>
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <mutex>
 #include <optional>
@@ -59,6 +60,15 @@ class OutstandingBuffers {
     // them. isFull() does not use them. Throws std::bad_alloc.
     void restart() EXCLUDES(mLock);
 
+    // Announces a source frame before its internal buffers enter the pools, so that the return of
+    // another frame of the same timestamp does not free them. addInput() records it, or
+    // withdrawAnnounced() takes it back. The client queues one source at a time.
+    void announce(uint64_t key) { mAnnounced = key; }
+    void withdrawAnnounced() { mAnnounced = kNoKey; }
+
+    // Returns whether an announced or outstanding frame uses the pools' entries of a key.
+    bool isUsed(uint64_t key) const EXCLUDES(mLock);
+
     // Records a buffer before the call that queues it, because the buffer may be returned before
     // that call ends. Returns false if the service has died; the buffer must not be queued then.
     // addInput() can throw std::bad_alloc only beyond kMaxSources sources.
@@ -91,6 +101,10 @@ class OutstandingBuffers {
     Counts counts() const EXCLUDES(mLock);
 
   private:
+    // Stands for no frame. A frame's key is a 64-bit number of nanoseconds divided by a thousand,
+    // which is never this, whatever its sign.
+    static constexpr uint64_t kNoKey = INT64_MAX;
+
     // The number of buffers that are remembered after their return.
     static constexpr size_t kRemembered = size_t{2} * kMaxSources;
 
@@ -100,17 +114,23 @@ class OutstandingBuffers {
     // entry of the id. A return that has been seen before finds nothing.
     std::vector<Input>::iterator find(const Input& returned) REQUIRES(mLock);
     bool isRepeated(const Input& returned) const REQUIRES(mLock);
+    // Whether a frame with this timestamp has come back in this session, as far as is remembered.
+    bool wasReturned(uint64_t key) const REQUIRES(mLock);
     void remember(const Input& input) REQUIRES(mLock);
     // The number of outstanding frames that share one entry of the pool of side buffers, or of the
     // pool of conversion targets.
     size_t sharingSides(uint64_t key) const REQUIRES(mLock);
     size_t sharingTarget(uint64_t key) const REQUIRES(mLock);
 
+    // Read under the lock, but written without it: a frame that a return has not seen yet enters
+    // the pools only later, which BufferPool::freeUnlessReused() notices.
+    std::atomic<uint64_t> mAnnounced{kNoKey};
+
     std::mutex& mLock;
     uint32_t& mInputCount GUARDED_BY(mLock);
     uint32_t& mOutputCount GUARDED_BY(mLock);
-    std::vector<Input> mInputs GUARDED_BY(mLock);                  // in queueing order
-    std::array<Input, kRemembered> mReturned GUARDED_BY(mLock){};  // a ring; key 0 is none
+    std::vector<Input> mInputs GUARDED_BY(mLock);                // in queueing order
+    std::array<Input, kRemembered> mReturned GUARDED_BY(mLock);  // a ring
     size_t mNextReturned GUARDED_BY(mLock) = 0;
     OutputCounts mOutputs GUARDED_BY(mLock){};
     bool mServiceGone GUARDED_BY(mLock) = false;

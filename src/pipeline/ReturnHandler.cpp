@@ -26,20 +26,27 @@ bool ReturnHandler::isExpected(const OutstandingBuffers::Return& returned,
 // A key is not among them while another outstanding frame uses its entry: two frames of the same
 // microsecond share their entries.
 template <typename Pool>
-void ReturnHandler::freeEntries(Pool& pool, const OutstandingBuffers::Keys& keys,
-                                const char* operation) {
+void ReturnHandler::freeEntries(Pool& pool, const OutstandingBuffers::Keys& keys, uint32_t reuses,
+                                const char* operation) const {
     for (const auto& key : keys) {
-        if (key) pool.free(*key, operation);
+        if (!key) continue;
+        uint32_t before = reuses;
+        while (!pool.freeUnlessReused(*key, operation, before)) {
+            before = pool.reuses();
+            if (p.outstanding.isUsed(*key)) break;
+        }
     }
 }
 
 void ReturnHandler::onInputDone(const VppBuffer& buffer) {
     const bool internal = cookie::isInternal(buffer.cookie);
+    const uint32_t sideReuses = p.sidePool.reuses();
+    const uint32_t yuvReuses = p.yuvPool.reuses();
     const auto returned = p.outstanding.takeInput(cookie::idOf(buffer.cookie), internal,
                                                   unsignedOf(buffer.timestamp));
     if (!isExpected(returned, "onVppIBD")) return;
-    freeEntries(p.sidePool, returned.sideKeys, "onVppIBD");
-    freeEntries(p.yuvPool, returned.yuvKeys, "onVppIBD");
+    freeEntries(p.sidePool, returned.sideKeys, sideReuses, "onVppIBD");
+    freeEntries(p.yuvPool, returned.yuvKeys, yuvReuses, "onVppIBD");
     if (!internal) p.client.giveBackUnused(static_cast<int32_t>(buffer.cookie));
     VPP_LOGI("onVppIBD: receive %s, buffer cookie %u",
              internal
@@ -59,11 +66,13 @@ void ReturnHandler::onOutputDone(const VppBuffer& buffer) {
     const uint32_t id = cookie::idOf(buffer.cookie);
     const uint64_t timestamp = unsignedOf(buffer.timestamp);
     if (bypassed) VPP_LOGD("Vpp works in bypass mode");
+    const uint32_t sideReuses = p.sidePool.reuses();
+    const uint32_t yuvReuses = p.yuvPool.reuses();
     const auto returned = bypassed ? p.outstanding.takeInput(id, internal, timestamp)
                                    : p.outstanding.takeOutput(id, timestamp);
     if (!isExpected(returned, "onVppOBD")) return;
-    freeEntries(p.yuvPool, returned.yuvKeys, "onVppOBD");
-    freeEntries(p.sidePool, returned.sideKeys, "onVppOBD");
+    freeEntries(p.yuvPool, returned.yuvKeys, yuvReuses, "onVppOBD");
+    freeEntries(p.sidePool, returned.sideKeys, sideReuses, "onVppOBD");
     if (internal) {
         VPP_LOGD(
             "onVppOBD: receives temp allocated buffer cookie=%u, this should only happen when VPP "

@@ -57,10 +57,11 @@ class ReturnHandler {
   private:
     // Returns false, with a message, if the buffer was returned when the service died.
     bool isExpected(const OutstandingBuffers::Return& returned, const char* operation) const;
-    // Makes the entries of one pool free whose keys the return frees.
+    // Makes the entries of one pool free whose keys the return frees. `reuses` is the pool's number
+    // before the decision which keys these are.
     template <typename Pool>
-    static void freeEntries(Pool& pool, const OutstandingBuffers::Keys& keys,
-                            const char* operation);
+    void freeEntries(Pool& pool, const OutstandingBuffers::Keys& keys, uint32_t reuses,
+                     const char* operation) const;
     // Queues one of the client's buffers for delivery.
     void deliver(uint32_t id, const VppBuffer& buffer);
 

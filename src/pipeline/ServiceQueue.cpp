@@ -91,15 +91,19 @@ ServiceQueue::Outcome ServiceQueue::queueOutput(const Item& item) {
     return handOver(item);
 }
 
-// A frame that was not queued is never returned by the service, so its pool entries are freed here.
-// Otherwise each refusal would cost a buffer.
+// A frame that was not queued is never returned by the service, so its pool entries are freed here,
+// unless an outstanding frame of the same timestamp uses them. Otherwise each refusal would cost a
+// buffer.
 ServiceQueue::Outcome ServiceQueue::queueSource(const Item& item, SideBuffers& extradata) {
-    const bool hasExtradata = recordExtradata(extradata, item.timestamp);
-    const bool hasYuv = p.needAdditionalBuffer && p.yuvPool.record(item.timestamp, item.buffer);
+    p.outstanding.announce(item.timestamp);
+    recordExtradata(extradata, item.timestamp);
+    if (p.needAdditionalBuffer) p.yuvPool.record(item.timestamp, item.buffer);
     const Outcome outcome = handOver(item);
     if (outcome == Outcome::Queued) return outcome;
-    if (hasExtradata) p.sidePool.free(item.timestamp, "queueBuffer");
-    if (hasYuv) p.yuvPool.free(item.timestamp, "queueBuffer");
+    p.outstanding.withdrawAnnounced();
+    if (p.outstanding.isUsed(item.timestamp)) return outcome;
+    p.sidePool.free(item.timestamp, "queueBuffer");
+    p.yuvPool.free(item.timestamp, "queueBuffer");
     return outcome;
 }
 
@@ -114,13 +118,12 @@ bool ServiceQueue::isQueueableId(uint32_t id, bool isInput) const {
     return false;
 }
 
-// Returns false if the pool holds no entry that belongs to this frame.
-bool ServiceQueue::recordExtradata(SideBuffers& extradata, uint64_t timestamp) {
-    if (!pool::holdsBuffer(extradata)) {
+void ServiceQueue::recordExtradata(SideBuffers& extradata, uint64_t timestamp) {
+    if (pool::holdsBuffer(extradata)) {
+        p.sidePool.record(timestamp, std::exchange(extradata, {}));
+    } else {
         VPP_LOGI("skip to emplace empty mv buffers and downscale buffers");
-        return false;
     }
-    return p.sidePool.record(timestamp, std::exchange(extradata, {}));
 }
 
 // Must be checked for each buffer, under the component's lock: a client that has not yet learnt of

@@ -93,7 +93,7 @@ class ServiceQueue {
     bool isQueueableId(uint32_t id, bool isInput) const;
     Outcome queueSource(const Item& item, SideBuffers& extradata);
     Outcome queueOutput(const Item& item);
-    bool recordExtradata(SideBuffers& extradata, uint64_t timestamp);
+    void recordExtradata(SideBuffers& extradata, uint64_t timestamp);
     bool take(std::unique_lock<std::mutex>& lock, const Item& item) const;
     Outcome handOver(const Item& item);
     bool attachMetaBuffers(QueueRecord& record, uint64_t timestamp) const;
