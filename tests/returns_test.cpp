@@ -227,7 +227,6 @@ TEST_F(Returns, CountsOutlastTheSessionAndRefuseNoFrame) {
     EXPECT_EQ(taken, 128);
 }
 
-// No callback of a session is in progress when disable() returns.
 // The worker delivers while disable() waits for it. An output buffer that has waited for both must
 // not be queued with the session that is left.
 TEST_F(Returns, NoOutputIsQueuedAfterDisable) {
@@ -260,6 +259,7 @@ TEST_F(Returns, NoOutputIsQueuedAfterDisable) {
     EXPECT_EQ(queuedOn(vpp::VppPort::OUTPUT).size(), 1);
 }
 
+// No callback of a session is in progress when disable() returns.
 TEST_F(Returns, DisableWaitsForACallbackUnderWay) {
     startPlain();
     ASSERT_EQ(process({{1, frame(), {}, 9'000'000, {}}, {40, nv12(), {}, 0, {}}}), 0);

@@ -92,8 +92,8 @@ struct QOZBufferInfo {
 };
 
 /// The interface that the client implements. The component calls it on the client's own thread
-/// (from within process() or flushsync()), on binder threads and on its output worker, possibly at
-/// the same time. The callbacks must return without waiting for the component.
+/// (from within process(), flushsync() or disable()), on binder threads and on its output worker,
+/// possibly at the same time. The callbacks must return without waiting for the component.
 ///
 /// From within a callback the client may use the getters, dump(), GetFormat(),
 /// calculateOutBufferReqsPerFrame(), and process() with an output buffer. Every other operation of

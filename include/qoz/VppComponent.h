@@ -107,7 +107,7 @@ class __attribute__((visibility("default"))) VppComponent
     uint32_t calculateOutBufferReqsPerFrame(ConfigParams params);
     status state() const;                   ///< any thread, never waits; likewise the other getters
     uint32_t outBufReqsPerFrame() const;    ///< output buffers to queue per source frame
-    uint32_t expectedOutputWidth() const;   ///< pixels, of every output buffer; 0 before config()
+    uint32_t expectedOutputWidth() const;   ///< pixels, of every output buffer; 0 if none fits
     uint32_t expectedOutputHeight() const;  ///< pixels; see expectedOutputWidth()
 
     /// Writes state, sizes, counts and awaited answers to `fd` as text; waits only for `fd`.

@@ -76,11 +76,11 @@ class BufferPool {
     void free(uint64_t key, const char* operation) EXCLUDES(mLock);
 
     // A return decides that no frame uses an entry, and then frees it. In between the client may
-    // queue another frame of the same timestamp, which uses the entry as well. reuses() counts such
-    // cases. freeUnlessReused() is free(), but returns false, with nothing done, if there has been
-    // one since reuses() returned `before`.
-    uint32_t reuses() const { return mReuses.load(); }
-    bool freeUnlessReused(uint64_t key, const char* operation, uint32_t before) EXCLUDES(mLock);
+    // queue another frame of the same timestamp, which uses the entry of that key. records() counts
+    // the frames recorded so far. freeUnlessRecorded() is free(), but returns false, with nothing
+    // done, if a frame has been recorded since records() returned `before`.
+    uint32_t records() const { return mRecords.load(); }
+    bool freeUnlessRecorded(uint64_t key, const char* operation, uint32_t before) EXCLUDES(mLock);
 
     // Removes every entry, including those whose buffers the VPP still has. When the VPP returns
     // such a buffer, free() finds no entry; the memory is freed when its last owner releases it.
@@ -119,7 +119,7 @@ class BufferPool {
     typename Buffers::node_type mSpareEntry GUARDED_BY(mLock);
     std::vector<Keys::node_type> mSpareKeys GUARDED_BY(mLock);
     std::mutex& mLock;
-    std::atomic<uint32_t> mReuses{0};  // changed under mLock
+    std::atomic<uint32_t> mRecords{0};  // changed under mLock
 };
 
 namespace pool {
@@ -169,12 +169,12 @@ inline bool holdsBuffer(
 template <typename Entry>
 void BufferPool<Entry>::record(uint64_t key, Entry travelling) {
     const std::lock_guard<std::mutex> lock(mLock);
+    mRecords.fetch_add(1);
     try {
         if (insert(key, std::move(travelling))) return;
     } catch (const std::bad_alloc&) {
         return;
     }
-    mReuses.fetch_add(1);
     mFreeKeys.erase(key);
 }
 
@@ -206,9 +206,9 @@ void BufferPool<Entry>::free(uint64_t key, const char* operation) {
 }
 
 template <typename Entry>
-bool BufferPool<Entry>::freeUnlessReused(uint64_t key, const char* operation, uint32_t before) {
+bool BufferPool<Entry>::freeUnlessRecorded(uint64_t key, const char* operation, uint32_t before) {
     const std::lock_guard<std::mutex> lock(mLock);
-    if (mReuses.load() != before) return false;
+    if (mRecords.load() != before) return false;
     markFree(key, operation);
     return true;
 }

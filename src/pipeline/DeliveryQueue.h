@@ -19,8 +19,9 @@ namespace android {
 
 // Holds one record for each client slot, and a queue of records in the order of their return.
 // Binder threads store records, the output worker takes them, and the client's thread waits until
-// all are delivered. Records are written under the queue's lock, so that a service that returns a
-// slot twice cannot change a record while the worker reads it. The lock is a leaf.
+// all are delivered. Without a worker, any thread may take them. Records are written under the
+// queue's lock, so that a service that returns a slot twice cannot change a record while the worker
+// reads it. The lock is a leaf.
 class DeliveryQueue {
   public:
     using Record = ::aidl::vendor::vuq::hardware::vpp::VppBuffer;

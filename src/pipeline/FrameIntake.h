@@ -33,8 +33,8 @@ namespace android {
 // A source belongs to the client again if the result is kRefused, or when onBufferDone() reports
 // its slot. A converted source is reported after its conversion, or one frame later if it is the
 // reference frame for motion estimation; an unconverted one when the service has read it. An output
-// buffer that is taken is returned, with or without a frame, unless the service still has it when
-// disable() is called.
+// buffer that is taken is returned, with or without a frame, unless the service keeps it when
+// disable() closes the session.
 //
 // In steady state no memory is allocated for a frame, because targets and side buffers come from
 // the pools.

@@ -31,9 +31,14 @@ void OutstandingBuffers::restart() {
     mServiceGone = false;
 }
 
-bool OutstandingBuffers::isUsed(uint64_t key) const {
+bool OutstandingBuffers::areSidesUsed(uint64_t key) const {
     const std::lock_guard<std::mutex> lock(mLock);
     return sharingSides(key) != 0;
+}
+
+bool OutstandingBuffers::isTargetUsed(uint64_t key) const {
+    const std::lock_guard<std::mutex> lock(mLock);
+    return sharingTarget(key) != 0;
 }
 
 bool OutstandingBuffers::addInput(const Input& input) {

@@ -53,7 +53,9 @@ class OutstandingBuffers {
     };
 
     OutstandingBuffers(std::mutex& lock, uint32_t& inputs, uint32_t& outputs)
-        : mLock(lock), mInputCount(inputs), mOutputCount(outputs) {}
+        : mLock(lock), mInputCount(inputs), mOutputCount(outputs) {
+        mReturned.fill({0, false, kNoKey});
+    }
 
     // Begins a session: nothing is outstanding, and the service is alive. The counts are for trace
     // and dump and are not reset: only returns, withdrawals and the death of the service reduce
@@ -66,8 +68,10 @@ class OutstandingBuffers {
     void announce(uint64_t key) { mAnnounced = key; }
     void withdrawAnnounced() { mAnnounced = kNoKey; }
 
-    // Returns whether an announced or outstanding frame uses the pools' entries of a key.
-    bool isUsed(uint64_t key) const EXCLUDES(mLock);
+    // Return whether an announced or outstanding frame uses the side buffers of a key, or its
+    // conversion target.
+    bool areSidesUsed(uint64_t key) const EXCLUDES(mLock);
+    bool isTargetUsed(uint64_t key) const EXCLUDES(mLock);
 
     // Records a buffer before the call that queues it, because the buffer may be returned before
     // that call ends. Returns false if the service has died; the buffer must not be queued then.
@@ -123,7 +127,7 @@ class OutstandingBuffers {
     size_t sharingTarget(uint64_t key) const REQUIRES(mLock);
 
     // Read under the lock, but written without it: a frame that a return has not seen yet enters
-    // the pools only later, which BufferPool::freeUnlessReused() notices.
+    // the pools only later, which BufferPool::freeUnlessRecorded() notices.
     std::atomic<uint64_t> mAnnounced{kNoKey};
 
     std::mutex& mLock;

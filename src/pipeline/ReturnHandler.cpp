@@ -13,6 +13,16 @@ uint32_t printedCookie(int64_t cookie) {
     return static_cast<uint32_t>(cookie) & ~cookie::kInternalBit;
 }
 
+// Two frames of the same microsecond share their entries. If one has been recorded since the
+// decision to free the entry of `key`, decides again.
+template <typename Pool, typename IsUsed>
+void freeEntry(Pool& pool, uint64_t key, uint32_t before, const char* operation, IsUsed isUsed) {
+    while (!pool.freeUnlessRecorded(key, operation, before)) {
+        before = pool.records();
+        if (isUsed(key)) return;
+    }
+}
+
 }  // namespace
 
 // Returns false, with a message, for a buffer that arrives after the service's death, because it
@@ -23,30 +33,30 @@ bool ReturnHandler::isExpected(const OutstandingBuffers::Return& returned,
     return returned.expected;
 }
 
-// A key is not among them while another outstanding frame uses its entry: two frames of the same
-// microsecond share their entries.
-template <typename Pool>
-void ReturnHandler::freeEntries(Pool& pool, const OutstandingBuffers::Keys& keys, uint32_t reuses,
+void ReturnHandler::freeSides(const OutstandingBuffers::Return& returned, const Records& before,
+                              const char* operation) const {
+    const auto isUsed = [this](uint64_t key) { return p.outstanding.areSidesUsed(key); };
+    for (const auto& key : returned.sideKeys) {
+        if (key) freeEntry(p.sidePool, *key, before.sides, operation, isUsed);
+    }
+}
+
+void ReturnHandler::freeTargets(const OutstandingBuffers::Return& returned, const Records& before,
                                 const char* operation) const {
-    for (const auto& key : keys) {
-        if (!key) continue;
-        uint32_t before = reuses;
-        while (!pool.freeUnlessReused(*key, operation, before)) {
-            before = pool.reuses();
-            if (p.outstanding.isUsed(*key)) break;
-        }
+    const auto isUsed = [this](uint64_t key) { return p.outstanding.isTargetUsed(key); };
+    for (const auto& key : returned.yuvKeys) {
+        if (key) freeEntry(p.yuvPool, *key, before.targets, operation, isUsed);
     }
 }
 
 void ReturnHandler::onInputDone(const VppBuffer& buffer) {
     const bool internal = cookie::isInternal(buffer.cookie);
-    const uint32_t sideReuses = p.sidePool.reuses();
-    const uint32_t yuvReuses = p.yuvPool.reuses();
+    const Records before = records();
     const auto returned = p.outstanding.takeInput(cookie::idOf(buffer.cookie), internal,
                                                   unsignedOf(buffer.timestamp));
     if (!isExpected(returned, "onVppIBD")) return;
-    freeEntries(p.sidePool, returned.sideKeys, sideReuses, "onVppIBD");
-    freeEntries(p.yuvPool, returned.yuvKeys, yuvReuses, "onVppIBD");
+    freeSides(returned, before, "onVppIBD");
+    freeTargets(returned, before, "onVppIBD");
     if (!internal) p.client.giveBackUnused(static_cast<int32_t>(buffer.cookie));
     VPP_LOGI("onVppIBD: receive %s, buffer cookie %u",
              internal
@@ -66,13 +76,12 @@ void ReturnHandler::onOutputDone(const VppBuffer& buffer) {
     const uint32_t id = cookie::idOf(buffer.cookie);
     const uint64_t timestamp = unsignedOf(buffer.timestamp);
     if (bypassed) VPP_LOGD("Vpp works in bypass mode");
-    const uint32_t sideReuses = p.sidePool.reuses();
-    const uint32_t yuvReuses = p.yuvPool.reuses();
+    const Records before = records();
     const auto returned = bypassed ? p.outstanding.takeInput(id, internal, timestamp)
                                    : p.outstanding.takeOutput(id, timestamp);
     if (!isExpected(returned, "onVppOBD")) return;
-    freeEntries(p.yuvPool, returned.yuvKeys, yuvReuses, "onVppOBD");
-    freeEntries(p.sidePool, returned.sideKeys, sideReuses, "onVppOBD");
+    freeTargets(returned, before, "onVppOBD");
+    freeSides(returned, before, "onVppOBD");
     if (internal) {
         VPP_LOGD(
             "onVppOBD: receives temp allocated buffer cookie=%u, this should only happen when VPP "

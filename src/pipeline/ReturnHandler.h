@@ -49,18 +49,24 @@ class ReturnHandler {
     // Returns every buffer of the client that the service had.
     void onServiceDied();
 
-    // disable() in ERROR leaves the session open without a worker. With `direct`, the thread that
-    // returns an output buffer delivers it. The caller makes a delivery run afterwards, so that no
+    // After disable() there is no worker. With `direct`, the thread that returns an output buffer
+    // delivers it. The caller makes a delivery run afterwards, so that no
     // buffer stays in the queue that was stored just before.
     void deliverDirectly(bool direct) { mDeliversDirectly = direct; }
 
   private:
     // Returns false, with a message, if the buffer was returned when the service died.
     bool isExpected(const OutstandingBuffers::Return& returned, const char* operation) const;
-    // Makes the entries of one pool free whose keys the return frees. `reuses` is the pool's number
-    // before the decision which keys these are.
-    template <typename Pool>
-    void freeEntries(Pool& pool, const OutstandingBuffers::Keys& keys, uint32_t reuses,
+    // The numbers of frames that the pools had recorded before it was decided what a return frees.
+    struct Records {
+        uint32_t sides;
+        uint32_t targets;
+    };
+    Records records() const { return {p.sidePool.records(), p.yuvPool.records()}; }
+    // Make the entries of one pool free whose keys the return frees.
+    void freeSides(const OutstandingBuffers::Return& returned, const Records& before,
+                   const char* operation) const;
+    void freeTargets(const OutstandingBuffers::Return& returned, const Records& before,
                      const char* operation) const;
     // Queues one of the client's buffers for delivery.
     void deliver(uint32_t id, const VppBuffer& buffer);

@@ -101,9 +101,9 @@ ServiceQueue::Outcome ServiceQueue::queueSource(const Item& item, SideBuffers& e
     const Outcome outcome = handOver(item);
     if (outcome == Outcome::Queued) return outcome;
     p.outstanding.withdrawAnnounced();
-    if (p.outstanding.isUsed(item.timestamp)) return outcome;
-    p.sidePool.free(item.timestamp, "queueBuffer");
-    p.yuvPool.free(item.timestamp, "queueBuffer");
+    const uint64_t key = item.timestamp;
+    if (!p.outstanding.areSidesUsed(key)) p.sidePool.free(key, "queueBuffer");
+    if (!p.outstanding.isTargetUsed(key)) p.yuvPool.free(key, "queueBuffer");
     return outcome;
 }
 

@@ -59,6 +59,7 @@ bool VppComponent::Parts::startPosted() {
     if (!closure) {
         const SessionLog& mLog = log;
         VPP_LOGE("processStart_l: an output buffer is still being queued");
+        start.announceSessionPorts();
         return false;
     }
     return start.start(ports.sourceWidth(), ports.sourceHeight(), ports.sourceFormat());

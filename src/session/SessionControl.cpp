@@ -220,7 +220,7 @@ void VppComponent::SessionControl::letGoOfSession() {
         service.swap(c.mVppService);
         session.swap(c.mVpp);
     }
-    service.reset();
+    service.reset();  // before the session
     session.reset();
 }
 

@@ -13,12 +13,16 @@ constexpr int32_t kVppMode = 2;
 
 }  // namespace
 
-// config() has announced the new ports to the getters. A session that goes on without them still
-// takes output buffers of its own ports only.
 bool SessionStart::start(uint32_t width, uint32_t height, uint32_t format) {
     if (begin(width, height, format)) return true;
-    if (mStatus != Status::INIT) mPorts.publish();
+    announceSessionPorts();
     return false;
+}
+
+// config() has announced the new ports to the getters. A session that goes on without them takes
+// output buffers of its own size only.
+void SessionStart::announceSessionPorts() {
+    if (mStatus != Status::INIT) mPorts.publish();
 }
 
 // The service expects this order: mode, controls, ports, open. A refused mode is not a failure; it

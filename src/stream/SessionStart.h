@@ -32,8 +32,11 @@ class SessionStart {
     // Returns true if the session is ACTIVE. Returns false on failure: the state is ERROR if
     // frame-rate conversion or upscaling could not be set, and unchanged otherwise. Discards the
     // segments and the output time that the previous start left. If it fails, a session that runs
-    // already goes on with its ports.
+    // already goes on, with its old ports unless the service has refused the new ones.
     bool start(uint32_t width, uint32_t height, uint32_t format) EXCLUDES(mLock);
+
+    // Called when a start has failed: makes the getters report the ports of a session that goes on.
+    void announceSessionPorts();
 
   private:
     // The steps of start() up to ACTIVE.

@@ -36,9 +36,9 @@ class ServiceCalls {
     // Releases the session and the service. Either may be destroyed as a result.
     void reset();
 
-    // The commands of the session. The interface (IVpp.aidl) documents them. After close(), open()
-    // fails without a call: disable() may overtake a start that is still under way on another
-    // thread, and a session that is opened again would be open when it is released.
+    // The commands of the session. The interface (IVpp.aidl) documents them. An open() that begins
+    // after close() fails without a call: disable() may overtake a start that is still under way on
+    // another thread, and a session that is opened again would be open when it is released.
     vpp::VppError close();
     vpp::VppError drain();
     vpp::VppError flush(vpp::VppPort port);
