@@ -11,7 +11,7 @@ namespace qoz::host::vppservice {
 std::shared_ptr<Mapping> Mapping::make(int fd, size_t offset, size_t length, bool writable) {
     const int access = writable ? PROT_READ | PROT_WRITE : PROT_READ;
     const size_t skipped = offset % static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    const std::shared_ptr<Mapping> made(new Mapping(skipped, skipped + length));
+    std::shared_ptr<Mapping> made(new Mapping(skipped, skipped + length));
     void* pages =
         mmap(nullptr, made->mLength, access, MAP_SHARED, fd, static_cast<off_t>(offset - skipped));
     if (pages == MAP_FAILED) return nullptr;
