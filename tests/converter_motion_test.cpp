@@ -71,25 +71,6 @@ TEST_F(ConverterMotionTest, FollowsAShiftedPictureBothWays) {
     }
 }
 
-TEST_F(ConverterMotionTest, MeasuresFractionsOfAPixelAndSeesNoMotionInAFade) {
-    constexpr int kWidth = 320, kHeight = 192, kBlocks = 20 * 12;
-    // The picture has moved by two and a half pixels.
-    const auto moved = [](int x, int y) { return (textured(x - 2, y) + textured(x - 3, y)) / 2; };
-    const auto half = fieldsOf(kWidth, kHeight, kNv12Vemo, textured, moved).first;
-    EXPECT_GE(count(half, kWidth, kHeight,
-                    [](const auto& v, int, int) {
-                        return std::abs(v.dx - 20) <= 2 && std::abs(v.dy) <= 2;
-                    }),
-              kBlocks * 9 / 10);
-
-    const auto darker = [](int x, int y) { return textured(x, y) * 8 / 10; };
-    const auto fade = fieldsOf(kWidth, kHeight, kNv12Vemo, textured, darker).first;
-    EXPECT_GE(
-        count(fade, kWidth, kHeight,
-              [](const auto& v, int, int) { return leads(v, 0, 0) && std::abs(v.gain + 51) < 5; }),
-        kBlocks * 19 / 20);
-}
-
 // A picture of a textured object in front of a textured ground, which can both move.
 struct Scene {
     int left, top, width, height, detail;  // of the object
@@ -138,49 +119,6 @@ TEST_F(ConverterMotionTest, TellsMovingRegionsApartAndStatesErrorAndTexture) {
         EXPECT_GE(object * 6, blocks * 5);
         // The object hides some blocks of the ground, and some leave the picture.
         EXPECT_GE(ground * 10, (40 * 23 - blocks) * 9);
-    }
-}
-
-TEST_F(ConverterMotionTest, WhatDoesNotMoveStandsStill) {
-    for (const auto& [width, height] : {std::pair{1, 1}, {7, 300}, {33, 17}, {320, 180}}) {
-        for (const int change : {0, 10}) {
-            const auto fields = fieldsOf(width, height, kNv12Vemo, flat(100), flat(100 + change));
-            for (const auto& field : {fields.first, fields.second}) {
-                const int still = count(field, width, height, [&](const auto& v, int, int) {
-                    return leads(v, 0, 0) && v.texture == 0 && v.error == change;
-                });
-                EXPECT_EQ(still, field->width / 2 * field->height) << width << "x" << height;
-            }
-        }
-    }
-    const auto grainy = [](int seed) {
-        return [seed](int x, int y) { return 100 + noise(x + seed, y) % 5; };
-    };
-    const auto noisy = fieldsOf(320, 192, kNv12Vemo, grainy(0), grainy(5000)).first;
-    EXPECT_GE(count(noisy, 320, 192, [](const auto& v, int, int) { return leads(v, 0, 0); }),
-              240 * 95 / 100);
-}
-
-// Blocks that leave the picture get the vectors of their neighbours, but an overlay that stands
-// still, at the edge or in a single block, does not.
-TEST_F(ConverterMotionTest, BlocksThatLeaveThePictureGoWithTheirNeighbours) {
-    constexpr int kPan = -40;
-    for (const bool overlay : {false, true}) {
-        const auto panned = [overlay](int by) {
-            return [=](int x, int y) {
-                const bool still = x < 16 || (x / 16 == 20 && y / 16 == 11);
-                return overlay && still ? noise(x / 4, y / 4) : textured(x - by, y);
-            };
-        };
-        const auto fields = fieldsOf(640, 368, kNv12Vemo, panned(0), panned(kPan));
-        const auto inColumn = [](const auto& field, int column, int dx, int error) {
-            return count(field, 640, 368, [=](const MotionVector& v, int x, int) {
-                return x == column * 16 && leads(v, dx, 0) && v.error == error;
-            });
-        };
-        EXPECT_GE(inColumn(fields.first, 0, overlay ? 0 : kPan, overlay ? 0 : 255), 20);  // of 23
-        EXPECT_GE(inColumn(fields.second, 39, -kPan, 255), 18);
-        EXPECT_EQ(vectorsOf(fields.first)[11 * 40 + 20].dx, overlay ? 0 : kPan * kMotionUnit);
     }
 }
 

@@ -1,15 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Tests of the converter: NV12 conversion, scaling, frame dumps, and refused arguments.
-#include <png.h>
 #include <support/ConverterFixture.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <filesystem>
-#include <fstream>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -18,7 +11,6 @@ namespace {
 
 // YUV values in BT.601 with limited range, rounded to the nearest.
 constexpr Colour kRed{255, 0, 0}, kRedYuv{81, 90, 240};
-constexpr Colour kHighRedYuv{63, 102, 240};  // BT.709, from 720 rows on
 constexpr Colour kBlue{0, 0, 255}, kBlueYuv{41, 240, 110};
 constexpr int kColourTolerance = 0;
 // The scaler's filter uses weights of 7 bits for chroma, so that each pass may lose 1/128 of it,
@@ -91,35 +83,6 @@ TEST_F(ConverterTest, ScalesToTheSizeOfEachTarget) {
     }
 }
 
-TEST_F(ConverterTest, ReadsTheSourceOnlyOnceItsFenceHasSignalled) {
-    const auto source = makeBuffer(1280, 720, kRgba8888);
-    const auto target = makeBuffer(1280, 720, kNv12Vemo);
-    const int signal = eventfd(0, EFD_CLOEXEC);
-    const sp<Fence> fence(new Fence(signal));
-    // The pixels are written by pwrite() and not through the mapping, because ThreadSanitizer does
-    // not recognise that the fence orders the two threads.
-    const std::array<uint8_t, 4> pixel{kRed[0], kRed[1], kRed[2], 255};
-    std::vector<uint8_t> pixels;
-    for (int i = 0; i < 1280 * 720; ++i)
-        pixels.insert(pixels.end(), pixel.begin(), pixel.end());
-    std::thread renderer([&] {
-        const int memory = source->getNativeBuffer()->handle->data[0];
-        EXPECT_EQ(pwrite(memory, pixels.data(), pixels.size(), 0),
-                  static_cast<ssize_t>(pixels.size()));
-        eventfd_write(signal, 1);
-    });
-    EXPECT_TRUE(convert(source, target, {}, fence));
-    renderer.join();
-    EXPECT_TRUE(near(yuvAt(target, 1279, 719), kHighRedYuv, kColourTolerance));
-
-    fill(source, kBlue, kBlue);
-    EXPECT_FALSE(convert(source, target, {}, new Fence(eventfd(0, EFD_CLOEXEC))));
-    EXPECT_TRUE(near(yuvAt(target, 1279, 719), kHighRedYuv, kColourTolerance))
-        << "written all the same";
-    EXPECT_EQ(errors, 1);
-    EXPECT_TRUE(convert(source, target, {}, Fence::NO_FENCE));
-}
-
 TEST_F(ConverterTest, RefusesWhatItCannotDoAndSaysWhyOnce) {
     armFault({.operation = "allocate"});
     auto hollow = makeBuffer(64, 64, kRgba8888), boastful = makeBuffer(64, 64, kRgba8888);
@@ -185,48 +148,6 @@ TEST_F(ConverterTest, RefusesWhatItCannotDoAndSaysWhyOnce) {
                          converter.GetMVbufferSize(width, height);
         EXPECT_EQ(done, succeed) << operation;
     }
-}
-
-std::vector<Colour> readPng(const std::filesystem::path& path, int width, int height) {
-    std::vector<Colour> pixels(static_cast<size_t>(width * height));
-    png_image header{};
-    header.version = PNG_IMAGE_VERSION;
-    EXPECT_TRUE(png_image_begin_read_from_file(&header, path.c_str())) << path;
-    EXPECT_EQ(std::pair(header.width, header.height), std::pair(uint32_t(width), uint32_t(height)));
-    header.format = PNG_FORMAT_RGB;
-    EXPECT_TRUE(png_image_finish_read(&header, nullptr, pixels.data(), width * 3, nullptr));
-    return pixels;
-}
-
-TEST_F(ConverterTest, DumpsPicturesAndFieldsThatCanBeRead) {
-    const auto folder =
-        std::filesystem::path(testing::TempDir()) / ("converter-dumps-" + std::to_string(getpid()));
-    ASSERT_TRUE(setProperty("debug.qoz.dump.dir", (folder / "deeper").string()));
-    auto source = makeBuffer(130, 70, kRgba8888), target = makeBuffer(130, 70, kNv12Vemo);
-    auto field = makeField(64, 32);
-    fill(source, kRed, kRed);
-    ASSERT_TRUE(convert(source, target));
-    vectorsOf(field)[0] = {-30 * kMotionUnit, 0, 0, 0, 0, 0};
-    vectorsOf(field)[1] = {30 * kMotionUnit, 0, 0, 0, 0, 0};
-    converter.DumpBuffer(source, "QOZ_Source", 7, "VEMO_RGBA8888");
-    converter.DumpBuffer(target, "QOZ_Converted", 12, "VEMO_NV12");
-    converter.DumpBuffer(field, "FW_MV", 123456, "RGBA8888");
-    EXPECT_EQ(errors, 0);
-
-    for (const char* name : {"00007_QOZ_Source.png", "00012_QOZ_Converted.png"})
-        EXPECT_TRUE(near(readPng(folder / "deeper" / name, 130, 70).back(), kRed, 4)) << name;
-    const auto drawing = readPng(folder / "deeper" / "123456_FW_MV.png", 64, 32);
-    EXPECT_NE(drawing[0], drawing[16]) << "directions look alike";
-    EXPECT_NE(drawing[0], drawing[8 * 64 + 8]) << "no arrow";
-    EXPECT_EQ(drawing[32], drawing[8 * 64 + 40]) << "an arrow on a block at rest";
-
-    std::ofstream(folder / "file") << "in the way";
-    ASSERT_TRUE(setProperty("debug.qoz.dump.dir", (folder / "file").string()));
-    converter.DumpBuffer(source, "QOZ_Source", 8, "VEMO_RGBA8888");
-    sp<GraphicBuffer> none;
-    converter.DumpBuffer(none, "QOZ_Source", 9, "VEMO_RGBA8888");
-    EXPECT_EQ(errors, 2);
-    std::filesystem::remove_all(folder);
 }
 
 }  // namespace

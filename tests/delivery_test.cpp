@@ -177,21 +177,5 @@ TEST_F(Delivery, ARequestDuringTheLastLookWakesTheWorker) {
     EXPECT_TRUE(client.waitFor(1));
 }
 
-TEST_F(Delivery, ManyBinderThreadsLoseNothing) {
-    constexpr int kThreads = 4;
-    constexpr uint64_t kEach = 5000;
-    std::vector<std::thread> threads;
-    for (uint32_t t = 0; t < kThreads; ++t) {
-        threads.emplace_back([this, t] {
-            for (uint64_t i = 0; i < kEach; ++i)
-                returnOutput(t, i);
-        });
-    }
-    for (auto& thread : threads)
-        thread.join();
-    ASSERT_TRUE(client.waitFor(kThreads * kEach));
-    EXPECT_EQ(client.done().size(), kThreads * kEach);
-}
-
 }  // namespace
 }  // namespace qoz::test

@@ -226,18 +226,6 @@ TEST_F(Intake, NoFrameIsRefusedForItsReference) {
                                              kAllThree}));
 }
 
-TEST_F(Intake, AReenabledComponentMakesItsConverterAgain) {
-    startFull();
-    ASSERT_EQ(processSource(0, frame(), 1000), 0);
-    vpp->disable();
-    ASSERT_TRUE(enable());
-    vpp->config(kW, kH, kRgba, {1, 0, 1, 0}, false);
-    ASSERT_EQ(processSource(1, frame(), 2000), 0) << "waits for the start that config posted";
-    EXPECT_EQ(metas().back(), kHalfOnly) << "fresh";
-    EXPECT_EQ(log.count("processBuffer: Setup MotionEngine, isFirstFrame=0, isBufferSizeChanged=0"),
-              1);
-}
-
 // Settings that a frame carries apply from the next frame on. Each row has the side buffers of the
 // two frames that follow.
 TEST_F(Intake, CarriedSettingsHoldFromTheNextFrameOn) {

@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // Tests of the trace file and of the log filter.
-#include <host/control.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <map>
 #include <set>
-#include <thread>
 #include <utility>
 
 #include "qozplay/cli/LogFilter.h"
@@ -95,30 +93,6 @@ TEST(Trace, LeadsFromEachFrameToAllThatComesBackForIt) {
     EXPECT_TRUE(std::any_of(trace.counters.begin(), trace.counters.end(), [](const auto& counter) {
         return counter.first.starts_with("waiting for delivery (VPPOBDWorker");
     }));
-}
-
-TEST(Trace, IsWholeAlsoWhenAThreadHasSaidTooMuch) {
-    using namespace qoz::host;
-    const Folder folder;
-    setProperty("debug.atrace.tags.enableflags", "2");
-    startTrace();
-    const TraceSlice open("until after the end");
-    TracePoint late;
-    for (int i = 0; i < 70000; ++i) {
-        const TraceSlice slice("one \"of\\many");
-        late = tracePoint();
-    }
-    std::thread other([&late] {
-        const TraceSlice slice("other thread");
-        traceArrow("from what was left out", late);
-    });
-    other.join();
-    ASSERT_TRUE(stopTrace(folder.file("t.json")));
-    clearProperties();
-    const Trace trace(folder.read("t.json"));
-    EXPECT_EQ(trace.file["otherData"]["dropped"], 2 * 70000 + 1 - (1 << 17));
-    EXPECT_EQ(trace.slices.size(), 2U);
-    EXPECT_TRUE(trace.starts.empty() && trace.ends.empty());
 }
 
 TEST(LogFilter, LetsThroughWhatItsWordsSay) {

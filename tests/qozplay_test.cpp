@@ -2,17 +2,13 @@
 // Tests of the parts of the player: reading and writing clips, parsing, counting frames and
 // buffers, verification and reports.
 #include <functional>
-#include <optional>
 #include <sstream>
 #include <vector>
 
 #include "client/Ledger.h"
 #include "qozplay/media/MediaReader.h"
 #include "qozplay/media/MediaWriter.h"
-#include "qozplay/report/Sheet.h"
-#include "qozplay/report/Stats.h"
 #include "qozplay/report/Verifier.h"
-#include "qozplay/stream/ChangeSchedule.h"
 #include "qozplay/stream/FrameTracker.h"
 #include "qozplay_files.h"
 
@@ -149,25 +145,6 @@ TEST(OutputFile, ReplacesWholeFilesAndNothingElse) {
     EXPECT_EQ(left, 2) << "the file and the link";
 }
 
-TEST(ChangeSchedule, ReadsChangesAndHandsOutWhatIsDueOnceAndInOrder) {
-    EXPECT_EQ(parseChange("60:upscale=1.5").upscale, 1U);
-    EXPECT_EQ(parseChange("90:size=960x540").size, (Size{960, 540}));
-    for (const char* bad :
-         {"", "flush", ":flush", "x:flush", "-1:flush", "1:", "1:flush=2", "1:interp",
-          "1:interp=", "1:interp=4", "1:upscale=3", "1:size=0x4", "1:size=4", "1:size=4x4x4",
-          "1:zoom=2", "1 :flush", "4294967296:flush"}) {
-        EXPECT_THROW(parseChange(bad), BadInput) << bad;
-    }
-    std::vector<Change> all{parseChange("9:flush"), parseChange("3:interp=2"),
-                            parseChange("3:flush")};
-    EXPECT_TRUE(takeDue(all, 2).empty());
-    const std::vector<Change> due = takeDue(all, 3);
-    ASSERT_EQ(due.size(), 2U);
-    EXPECT_EQ(due[0].interp, 2U);
-    EXPECT_TRUE(due[1].flushes());
-    EXPECT_EQ(all.size(), 1U);
-}
-
 TEST(Ledger, FindsWhatIsOff) {
     Ledger ledger;
     EXPECT_TRUE(ledger.queue(0, 1) && ledger.queue(1, 1) && ledger.queue(0, 2));
@@ -258,61 +235,6 @@ TEST(Verifier, NamesTheFirstThingThatIsOff) {
         EXPECT_EQ(violation.empty(), row++ < 4) << history << ": " << violation;
         EXPECT_THAT(violation.empty() ? summary : violation, HasSubstr(said)) << history;
     }
-}
-
-TEST(Budget, NamesEachFigureBeyondItsBound) {
-    SessionStats stats;
-    for (int i = 1; i <= 100; ++i)
-        stats.frames.latencies.push_back(i);
-    stats.frames.source = 3;
-    stats.frames.interpolated = 7;
-    stats.seconds = 2;
-    stats.ledger.queue(0, 1);
-    const std::pair<const char*, std::vector<std::string>> cases[] = {
-        {"p95=95ms,max=0.1s,interpolated=7,fps=5,missing=0,p50=50000us,lost=1", {}},
-        {"p95=94.9", {"p95 is 95 ms, over the budget of 94.9 ms"}},
-        {"p50=49999us,interpolated=8",
-         {"p50 is 50 ms, over the budget of 49.999 ms",
-          "interpolated is 7, under the budget of 8"}},
-        {"lost=0", {"lost is 1, over the budget of 0"}},
-        {"fps=5.5", {"fps is 5, under the budget of 5.5"}},
-        {"blocked=1s", {"blocked has a budget, and no frame came to measure it by"}},
-    };
-    for (const auto& [texts, sentences] : cases) {
-        std::vector<Limit> limits;
-        std::istringstream all(texts);
-        for (std::string text; std::getline(all, text, ',');)
-            limits.push_back(parseLimit(text));
-        EXPECT_EQ(overBudget(limits, stats), sentences);
-    }
-    for (const char* bad : {"", "p95", "p95=", "p95=8kg", "lost=1ms", "zoom=1", "p95=-1", "p95=nan",
-                            "max=inf", "p95=8,", "p95=1e3"})
-        EXPECT_THROW(parseLimit(bad), BadInput) << bad;
-}
-
-// Returns width and height of a sheet with `interpolated` frames in each interval.
-std::pair<uint32_t, uint32_t> sheetSize(uint64_t intervals, uint64_t interpolated,
-                                        Sheet::Window window = {}) {
-    const std::vector<uint8_t> pixels(8 * 12, 128);
-    Sheet sheet(window);
-    EXPECT_THROW(sheet.draw(), SessionFailed) << "no frame to show";
-    for (uint64_t time = 0; time <= intervals * (interpolated + 1); ++time) {
-        const bool source = time % (interpolated + 1) == 0;
-        sheet.take({time, source, {pixels.data(), pixels.data() + 64, 8, {8, 8}}});
-    }
-    const Image image = sheet.draw();
-    return {image.size.width, image.size.height};
-}
-
-TEST(Sheet, HasARowForEachIntervalItKeeps) {
-    const auto two = sheetSize(2, 1);
-    EXPECT_EQ(sheetSize(9, 1), two);
-    EXPECT_EQ(sheetSize(9, 1, {{4, 8}}), two);
-    EXPECT_LT(sheetSize(1, 1).second, two.second);
-    EXPECT_GT(sheetSize(9, 1, {{4, 10}}).second, two.second);
-    EXPECT_EQ(sheetSize(3, 1, {{400, 800}}), two) << "the last ones, as none of these came";
-    EXPECT_EQ(sheetSize(2, 3).second, two.second);
-    EXPECT_GT(sheetSize(2, 3).first, two.first);
 }
 
 }  // namespace

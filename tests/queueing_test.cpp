@@ -206,21 +206,6 @@ TEST_F(Queueing, AFailedMetabufferLeavesTheFrame) {
     EXPECT_EQ(queuedOn(VppPort::INPUT).size(), before) << "without descriptors: not queued";
 }
 
-TEST_F(Queueing, NativeHandlesAreReleased) {
-    peer().releaseHandle(nullptr, true);
-    native_handle_t* handle = native_handle_create(1, 0);
-    handle->data[0] = fcntl(0, F_DUPFD_CLOEXEC, 0);
-    peer().releaseHandle(handle, true);  // the fixture counts handles and descriptors
-    native_handle_t* broken = native_handle_create(0, 0);
-    broken->version = 1;
-    peer().releaseHandle(broken, true);
-    EXPECT_EQ(log.errors("ERROR : native_handle_close returned err = 4294967274"), 1);
-    peer().releaseHandle(broken, false);
-    EXPECT_EQ(log.errors("ERROR : native_handle_delete returned err = 4294967274"), 1);
-    broken->version = sizeof(native_handle_t);
-    native_handle_delete(broken);
-}
-
 // An output buffer of the wrong size is also returned, and never anything for a buffer without a
 // slot.
 TEST_F(Queueing, OnlyBuffersWithASlotAreReported) {

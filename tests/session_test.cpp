@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Tests of construction, messages and state, of finding the service, of enable() and disable(), and
 // of the callback object.
-#include <android/binder_manager.h>
 #include <host/platform/ServiceRegistry.h>
-#include <sys/resource.h>
 
 #include <array>
 #include <latch>
@@ -75,21 +73,6 @@ TEST_F(Session, ProcessSaysWhatItWasGiven) {
     EXPECT_EQ(log.errors("processBuffer: component is not enabled"), 1);
     EXPECT_EQ(log.errors("processBuffer: INVALID INPUT !"), 1);
     EXPECT_TRUE(client.done().empty());
-}
-
-TEST_F(Session, OperationsBeforeEnableFailAndHangNobody) {
-    make();
-    vpp->config(64, 64, kRgba, {1, 0, 1, 0}, true);
-    vpp->flushsync();
-    EXPECT_FALSE(peer().drain());
-    EXPECT_FALSE(peer().reconfig(64, 64, kNv12));
-    vpp->disable();
-    EXPECT_EQ(vpp->state(), VppComponent::UNINIT);
-    // A Start that was posted without a worker must not reach the worker of a later session.
-    ASSERT_TRUE(enable());
-    EXPECT_FALSE(peer().startPending());
-    vpp->disable();
-    EXPECT_EQ(session().calls(), (Strings{"initSession", "close", "terminateSession"}));
 }
 
 TEST_F(Session, AStateWithoutASessionEndsQuietly) {

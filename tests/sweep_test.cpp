@@ -2,9 +2,7 @@
 // Makes the n-th allocation of a resource fail, once or from then on, for every n until none fails
 // any more. The resources are memory, native handles, graphic buffers, descriptors and threads. A
 // failure may cost frames, but must not lose a buffer or cause a hang.
-#include <android/binder_process.h>
 #include <client/LiveClient.h>
-#include <host/platform/BinderThreads.h>
 #include <host/vppservice/NullSession.h>
 #include <host/vppservice/SingleSessionService.h>
 #include <sys/resource.h>
@@ -355,24 +353,6 @@ TEST_F(Sweep, Threads) {
             client.stop();
             EXPECT_EQ(client.account(), "");
             ASSERT_LT(n, 100) << "the run does not end";
-        }
-    }
-}
-
-// The thread pool exists until the process ends, so each case runs in its own process.
-TEST(BinderThreads, MakeDoWithThoseThatAreToBeHad) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    for (const bool once : {true, false}) {
-        for (const int n : {1, 4, 8}) {
-            const auto runOne = [&] {
-                failThreads(n, once);
-                ABinderProcess_startThreadPool();
-                failThreads(0);
-                bool ran = false;
-                host::callOnBinderThread([&ran] { ran = true; });
-                _exit(ran ? 0 : 1);
-            };
-            EXPECT_EXIT(runOne(), testing::ExitedWithCode(0), "") << once << n;
         }
     }
 }

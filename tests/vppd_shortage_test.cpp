@@ -37,28 +37,6 @@ class Limit {
     rlimit mBefore{};
 };
 
-TEST_F(VppdPeers, AClientOutOfDescriptorsGoesOnAfterwards) {
-    LogCapture quiet;
-    LiveClient client;
-    ASSERT_TRUE(client.start(kW, kH, kDouble));
-    for (int n = 0; n < 4; ++n)
-        ASSERT_TRUE(client.send(kW, kH, n * kFrameNs));
-    {
-        const Limit none(RLIMIT_NOFILE, 3);
-        const auto end = Clock::now() + 500ms;
-        for (int n = 4; Clock::now() < end; ++n) {
-            client.send(kW, kH, n * kFrameNs);
-            std::this_thread::sleep_for(10ms);
-        }
-        const auto start = Clock::now();
-        client.vpp->flushsync();
-        EXPECT_LT(Clock::now() - start, host::vppd::kCallLimit);
-    }
-    client.disable();
-    EXPECT_EQ(client.account(), "");
-    EXPECT_EQ(service.deaths(), 0U);
-}
-
 // Returns the calls of a session in the order in which a client makes them.
 using SessionCall = std::function<ndk::ScopedAStatus(vpp::IVpp&, VppError*)>;
 std::vector<std::pair<const char*, SessionCall>> sessionCalls() {

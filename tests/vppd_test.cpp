@@ -8,7 +8,6 @@
 #include <host/vppd/Records.h>
 #include <host/vppd/RemoteService.h>
 #include <sys/mman.h>
-#include <sys/wait.h>
 
 #include <atomic>
 #include <csignal>
@@ -17,7 +16,6 @@
 #include <filesystem>
 #include <fstream>
 #include <optional>
-#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -36,20 +34,6 @@ constexpr ConfigParams kDouble{1, 0, 1, 0};
 // The greatest duration of a client's call: three seconds for a missing answer, and one second
 // because the machine may be busy.
 constexpr auto kLongestCall = std::chrono::seconds(4);
-
-// Returns device and inode of each graphic buffer's memory that a process has mapped.
-std::set<std::string> buffersMappedBy(const std::string& process) {
-    std::set<std::string> all;
-    std::ifstream maps("/proc/" + process + "/maps");
-    for (std::string line; std::getline(maps, line);) {
-        if (line.find("/memfd:graphic-buffer") == std::string::npos) continue;
-        std::istringstream words(line);
-        std::string range, access, offset, device, inode;
-        words >> range >> access >> offset >> device >> inode;
-        all.insert(device.append(1, ' ').append(inode));
-    }
-    return all;
-}
 
 void sendFrame(client::LiveClient& client, int number) {
     ASSERT_TRUE(client.send(kW, kH, number * kFrameNs, [number](uint8_t* rgba) {
@@ -101,18 +85,6 @@ class Vppd : public ResourceTest {
     const host::PrivateBus bus;
     host::RemoteVppService service{bus.address()};
 };
-
-TEST_F(Vppd, BothProcessesMapTheSameMemory) {
-    client::LiveClient client;
-    ASSERT_TRUE(client.start(kW, kH, kDouble));
-    sendAndAwait(client, 0, 4);
-    const auto ours = buffersMappedBy("self");
-    const auto theirs = buffersMappedBy(std::to_string(bus.servicePid().value_or(0)));
-    EXPECT_GE(theirs.size(), 4U);  // sources, side buffers, outputs
-    for (const std::string& memory : theirs)
-        EXPECT_TRUE(ours.contains(memory)) << memory << " is a copy";
-    client.stop();
-}
 
 TEST_F(Vppd, SurvivesTheKillingOfTheService) {
     using Step = std::function<void(client::LiveClient&)>;

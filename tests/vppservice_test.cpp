@@ -254,66 +254,6 @@ TEST_F(VppServiceTest, OpensOnlyInTheFrameMode) {
     EXPECT_EQ(ask(&IVpp::open), 0);
 }
 
-// The steps are two outputs, two sources, a drain, a flush and a reconfiguration. A row has the
-// first letters of the resulting events, with ? for an output with an unknown cookie, and x for
-// each refused buffer.
-TEST_F(VppServiceTest, ArmedFaultsDoWhatTheySay) {
-    const std::pair<const char*, std::string> cases[] = {
-        {"outputBufferDone=drop", "dfiior"},
-        {"outputBufferDone=transport@2", "dfiior"},
-        {"outputBufferDone=twice", "dfiiooor"},
-        {"outputBufferDone=unknown", "?dfiior"},
-        {"outputBufferDone=8", "defiioru"},
-        {"inputBufferDone=drop@1+", "dfoor"},
-        {"queueBuf=7@2", "dfiiorx"},
-        {"queueBuf=transport@2", "dfiiorx"},
-        {"queueBuf=drop@3", "dfioor"},
-        {"queueBuf=twice@1", "dfiiooor"},
-        {"queueBuf=unknown@1", "?dfiior"},
-        {"flush=drop", "diioor"},
-        {"flush=twice", "dffiioor"},
-        {"eventFlushDone=drop", "diioor"},
-        {"outputBufferDone=late:3600000", "dfiior"},
-        {"eventReconfigDone=late:1", "dfiioor"},
-    };
-    for (const auto& [fault, wanted] : cases) {
-        openAt(0);
-        std::string error, got;
-        armFault(parseFault(fault, &error).value());
-        for (const int result : {queueOutput(0), queueOutput(1), source(0, 1000), source(1, 2000)})
-            got += result != 0 ? "x" : "";
-        ask(&IVpp::drain);
-        ASSERT_TRUE(mRecorder->await("drain"));
-        flush(VppPort::INPUT);
-        ask(&IVpp::reconfigure, port(kSmall), port(kSmall));
-        ASSERT_TRUE(mRecorder->await("reconfig")) << fault;
-        const auto outputs = std::ranges::count(wanted, 'o') + std::ranges::count(wanted, '?');
-        ASSERT_TRUE(mRecorder->await("output", static_cast<size_t>(outputs))) << fault;
-        for (const std::string& line : mRecorder->seen())
-            got += line.starts_with("output 4711") ? '?' : line[0];
-        std::ranges::sort(got);
-        EXPECT_EQ(got, wanted) << fault;
-        clearFaults();
-    }
-}
-
-TEST_F(VppServiceTest, AnswersFromWithinTheCallWhenAFaultSaysSo) {
-    openAt(0);
-    mRecorder->mayComeWithin = true;
-    const auto here = std::this_thread::get_id();
-    Lines within;
-    mRecorder->onSeen = [&](const std::string& what) {
-        if (std::this_thread::get_id() == here) within.push_back(what);
-    };
-    for (const char* operation : {"flush", "drain", "reconfigure"})
-        armFault({.operation = operation, .kind = FaultKind::Within});
-    feed(2, 2);
-    EXPECT_EQ(flush(VppPort::OUTPUT), 0);
-    EXPECT_EQ(ask(&IVpp::drain), 0);
-    EXPECT_EQ(ask(&IVpp::reconfigure, port(kSmall), port(kSmall)), 0);
-    EXPECT_EQ(within, (Lines{"flush 1", "drain", "reconfig 0"}));
-}
-
 TEST_F(VppServiceTest, DeathEndsEveryCallAndLetsGoOfEverything) {
     openAt(1);
     feed(0, 3);
@@ -342,52 +282,6 @@ TEST_F(VppServiceTest, DeathEndsEveryCallAndLetsGoOfEverything) {
     EXPECT_TRUE(callbacks.expired());
     EXPECT_EQ(ask(&IVpp::close), -1);
     EXPECT_EQ(counters().sessionsLive, 0U);
-}
-
-// The end of a session destroys the client's callback object. Its destructor may call the session,
-// so the service must hold no lock and wait for no thread at that time.
-TEST_F(VppServiceTest, LetsGoOfTheClientHoweverTheSessionEnds) {
-    const std::function<void()> ends[] = {
-        [this] { mSession->terminateSession(); },
-        [this] { EXPECT_EQ(ask(&IVpp::close), 0); },
-        [this] { mSession = nullptr; },
-        [this] { mService.reset(); },
-    };
-    for (const auto& end : ends) {
-        openAt(1);
-        feed(3, 3);
-        bool ended = false;
-        mRecorder->onEnd = [&ended, session = std::weak_ptr(mSession)] {
-            ended = true;
-            VppError ignored = VppError::VPP_OK;
-            const auto left = session.lock();
-            if (left != nullptr) left->close(&ignored);
-            if (left != nullptr) left->terminateSession();
-        };
-        mRecorder = nullptr;
-        end();
-        EXPECT_TRUE(ended) << "end " << &end - ends;
-    }
-}
-
-TEST_F(VppServiceTest, MayBeEndedFromWithinACallback) {
-    openAt(0);
-    mRecorder->onSeen = [this](const std::string& what) {
-        if (what.starts_with("output")) mSession->terminateSession();
-    };
-    feed(0, 2);
-    queueOutput(0);
-    queueOutput(1);  // may come too late
-    ASSERT_TRUE(mRecorder->await("output"));
-    EXPECT_EQ(queueOutput(2), 3);
-    EXPECT_EQ(mRecorder->seen("output").size(), 1U) << "nothing after the session has ended";
-
-    // The session ended on the thread of the callback, so it could not wait for the callback. The
-    // callback object is released when the callback has returned.
-    std::promise<void> ended;
-    mRecorder->onEnd = [&ended] { ended.set_value(); };
-    mRecorder = nullptr;
-    EXPECT_EQ(ended.get_future().wait_for(kSoon), std::future_status::ready);
 }
 
 }  // namespace
